@@ -1,0 +1,58 @@
+// A chain of raw memory blocks, from which a container carves its nodes.
+#ifndef QKSTL_MEMORY_BLOCK_H
+#define QKSTL_MEMORY_BLOCK_H
+
+#include <cstddef>
+#include <new>
+
+// The C library's end of assert(3); <assert.h> declares it only where NDEBUG is not set.
+extern "C" void __assert_fail(const char* assertion, const char* file, unsigned int line,
+                              const char* function) noexcept __attribute__((noreturn));
+
+// Checks an invariant in every build, also where NDEBUG turns assert() off: a container that is
+// used against its contract must not go on. Prints the message of assert(3), with the source as
+// it is included instead of a path of the build machine, and aborts. Conditions are spelled with
+// __null because their text is part of that message.
+#define QKSTL_ASSERT_IN(source, condition)                                                         \
+    (static_cast<bool>(condition)                                                                  \
+         ? void(0)                                                                                 \
+         : __assert_fail(#condition, source, __LINE__, __extension__ __PRETTY_FUNCTION__))
+
+// The header of one block; its elements follow it directly. The newest block is the head of the
+// chain and points to the next older one. Blocks are released all together.
+class TMemPlex {
+public:
+    // Puts a block for `nMax` elements of `cbElement` bytes at the front of the chain `head` and
+    // gives it back. The memory is not initialised.
+    //   Owner    the owner of `head`, who releases the chain with release().
+    //   Failure  asserts that both counts are above 0; the allocator's exception leaves the chain
+    //            as it was.
+    static TMemPlex* create(TMemPlex*& head, unsigned int nMax, unsigned int cbElement) {
+        QKSTL_ASSERT_IN("QKSTL/MemoryBlock.h", nMax > 0 && cbElement > 0);
+        std::size_t bytes = 0;
+        if (__builtin_mul_overflow(std::size_t{nMax}, std::size_t{cbElement}, &bytes) ||
+            __builtin_add_overflow(bytes, sizeof(TMemPlex), &bytes))
+            throw std::bad_alloc();
+        auto* block = new (new char[bytes]) TMemPlex;
+        block->pNext = head;
+        head = block;
+        return block;
+    }
+
+    // Releases every block of the chain and leaves `head` null.
+    static void release(TMemPlex*& head) {
+        while (head != nullptr) {
+            TMemPlex* older = head->pNext;
+            delete[] reinterpret_cast<char*>(head);
+            head = older;
+        }
+    }
+
+    // The first byte behind the header.
+    void* data() { return this + 1; }
+
+private:
+    TMemPlex* pNext;
+};
+
+#endif
