@@ -1,0 +1,148 @@
+#include "log_record.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace device_log {
+namespace {
+
+constexpr std::string_view kLevels[] = {"emergency", "alert",  "critical",    "error",
+                                        "warning",   "notice", "information", "debug"};
+constexpr std::string_view kEllipsis = "...";
+
+// The length of the UTF-8 sequence of two to four bytes at the start of `text`, 0 when it is not
+// well-formed (RFC 3629, section 4).
+std::size_t sequenceLength(std::string_view text) {
+    const auto byte = [&](std::size_t i) {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u;
+    };
+    const auto isTail = [&](std::size_t i) { return (byte(i) & 0xc0) == 0x80; };
+    const unsigned first = byte(0);
+    const unsigned second = byte(1);
+    if (first >= 0xc2 && first <= 0xdf)
+        return isTail(1) ? 2 : 0;
+    if (first >= 0xe0 && first <= 0xef) {
+        const bool overlong = first == 0xe0 && second < 0xa0;
+        const bool surrogate = first == 0xed && second > 0x9f;
+        return isTail(1) && isTail(2) && !overlong && !surrogate ? 3 : 0;
+    }
+    if (first >= 0xf0 && first <= 0xf4) {
+        const bool overlong = first == 0xf0 && second < 0x90;
+        const bool tooLarge = first == 0xf4 && second > 0x8f;
+        return isTail(1) && isTail(2) && isTail(3) && !overlong && !tooLarge ? 4 : 0;
+    }
+    return 0;
+}
+
+struct Unit {
+    std::size_t consumed;
+    FixedText<2 * 4> escaped; // a control character of two bytes at most
+    std::string_view asItIs;  // used when `escaped` is empty
+};
+
+void appendHex(Unit& unit, char byte) {
+    char hex[5];
+    std::snprintf(hex, sizeof hex, "\\x%02X",
+                  static_cast<unsigned>(static_cast<unsigned char>(byte)));
+    unit.escaped.append(hex);
+}
+
+// The first character of `text`, escaped if need be.
+Unit nextUnit(std::string_view text, std::string_view alsoEscaped) {
+    constexpr std::string_view kShort[] = {"\n\\n", "\r\\r", "\t\\t", "\\\\\\"};
+    Unit unit{1, {}, text.substr(0, 1)};
+    const char first = text.front();
+    for (const std::string_view pair : kShort) {
+        if (pair.front() == first) {
+            unit.escaped.append(pair.substr(1));
+            return unit;
+        }
+    }
+    const auto byte = static_cast<unsigned char>(first);
+    if (byte >= 0x80) {
+        const std::size_t length = sequenceLength(text);
+        const bool isControl =
+            length == 2 && byte == 0xc2 && static_cast<unsigned char>(text[1]) < 0xa0;
+        unit.consumed = std::max<std::size_t>(length, 1);
+        unit.asItIs = text.substr(0, unit.consumed);
+        if (length != 0 && !isControl)
+            return unit;
+    } else if (byte >= 0x20 && byte != 0x7f && alsoEscaped.find(first) == std::string_view::npos) {
+        return unit;
+    }
+    for (const char each : unit.asItIs)
+        appendHex(unit, each);
+    return unit;
+}
+
+// Whole units while they fit into `limit` bytes; the ellipsis goes behind them.
+template <class Text>
+void appendEscaped(Text& to, std::string_view text, std::size_t limit,
+                   std::string_view alsoEscaped) {
+    while (!text.empty()) {
+        const Unit unit = nextUnit(text, alsoEscaped);
+        const std::string_view piece = unit.escaped.empty() ? unit.asItIs : unit.escaped.view();
+        if (to.size() + piece.size() > limit) {
+            to.append(kEllipsis);
+            return;
+        }
+        to.append(piece);
+        text.remove_prefix(unit.consumed);
+    }
+}
+
+} // namespace
+
+EscapedText formatText(const char* format, va_list arguments) {
+    // One more than the limit, for the newline that is dropped and to see that there is more. A
+    // character that this cuts does not fit in its escaped form either.
+    char text[kMaxText + 1 + 1];
+    const int wanted = std::vsnprintf(text, sizeof text, format, arguments);
+    EscapedText escaped;
+    if (wanted < 0) {
+        escaped.append("(a text that cannot be formatted)");
+        return escaped;
+    }
+    std::size_t size = std::min(static_cast<std::size_t>(wanted), sizeof text - 1);
+    if (size == static_cast<std::size_t>(wanted) && size > 0 && text[size - 1] == '\n')
+        --size;
+    appendEscaped(escaped, {text, size}, kMaxText, "");
+    return escaped;
+}
+
+UserName escapeUser(const char* user) {
+    UserName escaped;
+    if (user != nullptr)
+        appendEscaped(escaped, {user, ::strnlen(user, kMaxUser + 1)}, kMaxUser, " :");
+    return escaped;
+}
+
+Record::Record(std::time_t time, int level, std::string_view module, const UserName& user,
+               const EscapedText& text) {
+    std::tm parts{};
+    ::gmtime_r(&time, &parts);
+    char timeText[32] = "";
+    std::strftime(timeText, sizeof timeText, "%Y-%m-%dT%H:%M:%SZ ", &parts);
+    m_line.append(timeText);
+    m_line.append(kLevels[std::clamp(level, 0, 7)]);
+    m_line.append(" ");
+    m_messageBegin = m_line.size();
+    m_line.append("[");
+    m_line.append(module);
+    m_line.append("]");
+    if (!user.empty()) {
+        m_line.append(" user=");
+        m_line.append(user.view());
+    }
+    m_line.append(": ");
+    m_line.append(text.view());
+    m_line.append("\n");
+}
+
+std::string_view Record::message() const {
+    const std::string_view whole = line();
+    return whole.substr(m_messageBegin, whole.size() - m_messageBegin - 1);
+}
+
+} // namespace device_log

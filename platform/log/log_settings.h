@@ -1,0 +1,19 @@
+// What the environment says about the log.
+#ifndef LOG_SETTINGS_H
+#define LOG_SETTINGS_H
+
+namespace device_log {
+
+struct LogSettings {
+    bool toSyslog = true;
+    bool toStderr = true;
+    int threshold = 6; // LOG_INFO: records above it are dropped
+
+    // `outputs` is "syslog" or "stderr"; anything else, null too, means both. `threshold` is one
+    // digit from 0 to 7; anything else, null too, means the default.
+    static LogSettings parse(const char* outputs, const char* threshold);
+};
+
+} // namespace device_log
+
+#endif
