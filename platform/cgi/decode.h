@@ -1,0 +1,22 @@
+// Percent-decoding and what is built of decoded pairs.
+#ifndef DECODE_H
+#define DECODE_H
+
+#include "varlist.h"
+
+#include <string>
+#include <string_view>
+
+namespace cgi {
+
+enum class Plus { IsItself, IsBlank };
+
+// `text` with its escapes decoded; a bad escape stands for itself (URL Standard, section 1.3).
+std::string percentDecode(std::string_view text, Plus plus);
+
+// Adds the fields of a query string or of an urlencoded form (URL Standard, section 5.1).
+void addFields(CGI_varlist& list, std::string_view text);
+
+} // namespace cgi
+
+#endif

@@ -1,0 +1,53 @@
+// Forms, and bodies as they are.
+#include "decode.h"
+#include "header_value.h"
+
+#include <fcgiapp.h>
+
+#include <algorithm>
+#include <climits>
+
+namespace {
+
+// An empty type is what a front server passes on for a missing one.
+bool isFormType(const char* contentType) {
+    if (contentType == nullptr)
+        return true;
+    const std::string_view type = cgi::headerType(contentType);
+    return type.empty() || cgi::equalsIgnoringCase(type, "application/x-www-form-urlencoded");
+}
+
+// Reads a body of exactly `length` bytes; false when it is shorter or longer. Memory is taken as
+// the bytes arrive, not because a client announces them.
+bool readBody(std::string& body, std::size_t length, FCGX_Stream* in) {
+    char piece[cgi::kReadBytes];
+    while (body.size() < length) {
+        const std::size_t wanted = std::min(sizeof piece, length - body.size());
+        const int count = FCGX_GetStr(piece, static_cast<int>(wanted), in);
+        if (count <= 0)
+            return false;
+        body.append(piece, static_cast<std::size_t>(count));
+    }
+    return FCGX_GetChar(in) == EOF;
+}
+
+} // namespace
+
+CGI_varlist* CGI_get_post(CGI_varlist* list, const char* content_type, int content_length,
+                          FCGX_Stream* in) {
+    if (in == nullptr || !isFormType(content_type) || content_length < 0 ||
+        static_cast<std::size_t>(content_length) > cgi::kMaxFormBytes)
+        return list;
+    return cgi::addTo(list, [content_length, in](CGI_varlist& added) {
+        std::string body;
+        if (readBody(body, static_cast<std::size_t>(content_length), in))
+            cgi::addFields(added, body);
+    });
+}
+
+int CGI_readblock(char* buffer, unsigned long size, FCGX_Stream* in) {
+    if (buffer == nullptr || in == nullptr)
+        return 0;
+    const int count = static_cast<int>(std::min<unsigned long>(size, INT_MAX));
+    return std::max(FCGX_GetStr(buffer, count, in), 0);
+}

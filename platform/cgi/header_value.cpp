@@ -1,0 +1,102 @@
+#include "header_value.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr const char* kBlanks = " \t";
+
+char lower(char character) {
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
+                                                : character;
+}
+
+void skipBlanks(std::string_view& rest) {
+    rest.remove_prefix(std::min(rest.find_first_not_of(kBlanks), rest.size()));
+}
+
+// Takes a quoted text off the front of `rest`; false when its end is missing.
+bool takeQuoted(std::string_view& rest, std::string& value) {
+    for (std::size_t at = 1; at < rest.size(); ++at) {
+        const char next = at + 1 < rest.size() ? rest[at + 1] : '\0';
+        if (rest[at] == '"') {
+            rest.remove_prefix(at + 1);
+            return true;
+        }
+        if (rest[at] == '\\' && (next == '"' || next == '\\'))
+            ++at;
+        value += rest[at];
+    }
+    return false;
+}
+
+// An unquoted value runs to the ";": clients leave out quotes that RFC 2045 would ask for.
+void takeUnquoted(std::string_view& rest, std::string& value) {
+    const std::string_view text = rest.substr(0, rest.find(';'));
+    value = cgi::withoutBlanksAround(text);
+    rest.remove_prefix(text.size());
+}
+
+// Takes `; name=value` off the front of `rest`, with an empty name for a `;` alone.
+bool takeParameter(std::string_view& rest, std::string_view& name, std::string& value) {
+    if (rest.front() != ';')
+        return false;
+    rest.remove_prefix(1);
+    skipBlanks(rest);
+    const std::size_t end = std::min(rest.find_first_of("=;"), rest.size());
+    name = cgi::withoutBlanksAround(rest.substr(0, end));
+    rest.remove_prefix(end);
+    if (rest.empty() || rest.front() == ';')
+        return name.empty();
+    rest.remove_prefix(1);
+    skipBlanks(rest);
+    const bool quoted = !rest.empty() && rest.front() == '"';
+    if (quoted && !takeQuoted(rest, value))
+        return false;
+    if (!quoted)
+        takeUnquoted(rest, value);
+    skipBlanks(rest);
+    return !name.empty();
+}
+
+bool keepWanted(std::string_view name, std::string value,
+                std::initializer_list<cgi::WantedParameter> wanted) {
+    for (const cgi::WantedParameter& parameter : wanted) {
+        if (!cgi::equalsIgnoringCase(name, parameter.name))
+            continue;
+        if (parameter.value->has_value())
+            return false;
+        *parameter.value = std::move(value);
+        return true;
+    }
+    return true;
+}
+
+} // namespace
+
+bool cgi::equalsIgnoringCase(std::string_view left, std::string_view right) {
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [](char one, char other) { return lower(one) == lower(other); });
+}
+
+std::string_view cgi::withoutBlanksAround(std::string_view text) {
+    const std::size_t first = text.find_first_not_of(kBlanks);
+    if (first == std::string_view::npos)
+        return {};
+    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+std::string_view cgi::headerType(std::string_view header) {
+    return withoutBlanksAround(header.substr(0, header.find(';')));
+}
+
+bool cgi::readParameters(std::string_view header, std::initializer_list<WantedParameter> wanted) {
+    std::string_view rest = header.substr(std::min(header.find(';'), header.size()));
+    while (!rest.empty()) {
+        std::string_view name;
+        std::string value;
+        if (!takeParameter(rest, name, value) || !keepWanted(name, std::move(value), wanted))
+            return false;
+    }
+    return true;
+}

@@ -1,0 +1,203 @@
+// Uploads into a file and into memory.
+#include "decode.h"
+#include "multipart.h"
+#include "upload_file.h"
+
+#include <fcgiapp.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+
+namespace {
+
+using cgi::Part;
+using cgi::percentDecode;
+using cgi::Plus;
+
+// The name without its folders, whether the client's system has "/" or "\" between them. Names
+// of folders are no names of files.
+std::string baseName(const std::string& path) {
+    const std::string base = path.substr(path.find_last_of("/\\") + 1); // 0 without either
+    return base == "." || base == ".." ? "" : base;
+}
+
+class BufferTarget final : public cgi::UploadTarget {
+public:
+    BufferTarget(char* buffer, std::size_t size) : m_buffer(buffer), m_size(size) {}
+
+    bool begin() override { return true; }
+    bool append(const char* data, std::size_t size) override {
+        if (size > m_size - m_used)
+            return false;
+        std::memcpy(m_buffer + m_used, data, size);
+        m_used += size;
+        return true;
+    }
+    bool keep() override {
+        m_kept = true;
+        return true;
+    }
+
+    std::size_t received() const { return m_kept ? m_used : 0; }
+
+private:
+    char* m_buffer;
+    std::size_t m_size;
+    std::size_t m_used = 0;
+    bool m_kept = false;
+};
+
+// Sorts the parts of one upload. Text fields are added as they arrive, so those before a failure
+// stay in the list. The first file part goes to the target, later ones nowhere.
+class UploadReceiver final : public cgi::PartSink {
+public:
+    // Both must outlive the receiver.
+    UploadReceiver(CGI_varlist& list, cgi::UploadTarget& target) : m_list(list), m_target(target) {}
+
+    bool beginPart(Part part) override;
+    bool partData(const char* data, std::size_t size) override;
+    bool endPart() override;
+    // The closing boundary has arrived: keeps the file and adds its field, both or neither.
+    bool finish();
+
+private:
+    enum class Kind {
+        Text,
+        File,
+        NoFileChosen, // an empty file name, and no data as yet
+        PassedOver
+    };
+
+    bool addText(const char* data, std::size_t size);
+    bool countText(std::size_t size);
+    bool beginFile();
+
+    CGI_varlist& m_list;
+    cgi::UploadTarget& m_target;
+    Kind m_kind = Kind::PassedOver;
+    std::string m_name;
+    std::string m_fileName;
+    std::string m_text;
+    std::size_t m_textBytes = 0;     // of all names and text fields
+    CGI_varlist::Values m_fileField; // empty until a file has begun
+};
+
+// Names are escaped: browsers do so with quotes and line ends (HTML Standard, "Multipart form
+// data"), others with whatever is not ASCII (RFC 7578, section 2). Data are never.
+bool UploadReceiver::beginPart(Part part) {
+    m_name = percentDecode(part.name, Plus::IsItself);
+    m_text.clear();
+    if (!part.fileName.has_value()) {
+        m_kind = Kind::Text;
+        return countText(m_name.size());
+    }
+    if (!m_fileField.empty()) {
+        m_kind = Kind::PassedOver;
+        return true;
+    }
+    m_fileName = baseName(percentDecode(*part.fileName, Plus::IsItself));
+    if (!part.fileName->empty())
+        return beginFile();
+    m_kind = Kind::NoFileChosen;
+    return true;
+}
+
+// A file whose field the list cannot hold would arrive without anyone's knowing.
+bool UploadReceiver::beginFile() {
+    m_kind = Kind::File;
+    if (!CGI_varlist::canHold(m_name, m_fileName))
+        return false;
+    m_fileField.push_back({m_name, m_fileName});
+    return m_target.begin();
+}
+
+bool UploadReceiver::partData(const char* data, std::size_t size) {
+    if (m_kind == Kind::Text)
+        return addText(data, size);
+    if (m_kind == Kind::PassedOver)
+        return true;
+    if (m_kind == Kind::NoFileChosen && !beginFile())
+        return false;
+    return m_target.append(data, size);
+}
+
+bool UploadReceiver::addText(const char* data, std::size_t size) {
+    if (size > cgi::kMaxTextFieldBytes - m_text.size() || !countText(size))
+        return false;
+    m_text.append(data, size);
+    return true;
+}
+
+bool UploadReceiver::countText(std::size_t size) {
+    m_textBytes += size;
+    return m_textBytes <= cgi::kMaxUploadTextBytes;
+}
+
+bool UploadReceiver::endPart() {
+    if (m_kind == Kind::Text)
+        m_list.add(std::move(m_name), std::move(m_text));
+    return true;
+}
+
+bool UploadReceiver::finish() {
+    if (m_fileField.empty())
+        return true;
+    if (m_list.isFull() || !m_target.keep())
+        return false;
+    m_list.take(m_fileField);
+    return true;
+}
+
+// Reads up to the closing boundary or the first thing that is wrong; what comes after stays in the
+// stream or is lost.
+void receive(CGI_varlist& list, const std::string& boundary, cgi::UploadTarget& target,
+             FCGX_Stream* in) {
+    using Progress = cgi::MultipartParser::Progress;
+    UploadReceiver receiver(list, target);
+    cgi::MultipartParser parser(boundary, receiver);
+    Progress progress = Progress::WantsMore;
+    char piece[cgi::kReadBytes];
+    while (progress == Progress::WantsMore) {
+        const int count = FCGX_GetStr(piece, sizeof piece, in);
+        if (count <= 0)
+            return;
+        progress = parser.push(piece, static_cast<std::size_t>(count));
+    }
+    if (progress == Progress::Complete)
+        receiver.finish();
+}
+
+// Leaves a body of any other type in the stream.
+void receive(CGI_varlist& list, const char* contentType, cgi::UploadTarget& target,
+             FCGX_Stream* in) {
+    const std::optional<std::string> boundary = cgi::multipartBoundary(contentType);
+    if (boundary.has_value())
+        receive(list, *boundary, target, in);
+}
+
+} // namespace
+
+CGI_varlist* CGI_fileupload(CGI_varlist* list, const char* content_type, const char* path,
+                            FCGX_Stream* in) {
+    if (path == nullptr || in == nullptr)
+        return list;
+    return cgi::addTo(list, [=](CGI_varlist& added) {
+        cgi::UploadFile file(path);
+        receive(added, content_type, file, in);
+    });
+}
+
+CGI_varlist* CGI_fileupload_data(CGI_varlist* list, const char* content_type, char* buffer,
+                                 unsigned long size, FCGX_Stream* in, int* received) {
+    if (received != nullptr)
+        *received = 0;
+    if (buffer == nullptr || in == nullptr)
+        return list;
+    return cgi::addTo(list, [=](CGI_varlist& added) {
+        BufferTarget target(buffer, std::min<unsigned long>(size, INT_MAX));
+        receive(added, content_type, target, in);
+        if (received != nullptr)
+            *received = static_cast<int>(target.received());
+    });
+}
