@@ -1,0 +1,220 @@
+#include "template_renderer.h"
+
+#include <fcgiapp.h>
+
+#include <algorithm>
+#include <climits>
+#include <string>
+
+namespace tmpl {
+namespace {
+
+constexpr char kHexDigits[] = "0123456789ABCDEF";
+
+// What stands in the place of the first bytes of a text.
+struct Replacement {
+    char text[8];
+    unsigned char size; // 0: the byte stays as it is
+    unsigned char replaced = 1;
+};
+
+Replacement escapeHtml(std::string_view rest) {
+    switch (rest.front()) {
+    case '&':
+        return {"&amp;", 5};
+    case '<':
+        return {"&lt;", 4};
+    case '>':
+        return {"&gt;", 4};
+    case '"':
+        return {"&quot;", 6};
+    case '\'':
+        return {"&#39;", 5};
+    default:
+        return {"", 0};
+    }
+}
+
+// RFC 3986, section 2.3: all but the unreserved characters.
+Replacement escapeUrl(std::string_view rest) {
+    const auto byte = static_cast<unsigned char>(rest.front());
+    if ((byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
+        (byte >= '0' && byte <= '9') || byte == '-' || byte == '.' || byte == '_' || byte == '~')
+        return {"", 0};
+    return {{'%', kHexDigits[byte >> 4], kHexDigits[byte & 15]}, 3};
+}
+
+// Nothing that ends a string of any kind, begins an escape or a substitution in one, or that an
+// HTML parser sees before the script does. U+2028 and U+2029 end a line in older scripts.
+Replacement escapeJs(std::string_view rest) {
+    constexpr std::string_view kSpecial = "\\'\"`$<>&/\x7f";
+    constexpr std::string_view kLineSeparator = "\xe2\x80\xa8";
+    constexpr std::string_view kParagraphSeparator = "\xe2\x80\xa9";
+    const auto byte = static_cast<unsigned char>(rest.front());
+    if (byte < 0x20 || kSpecial.find(rest.front()) != std::string_view::npos)
+        return {{'\\', 'u', '0', '0', kHexDigits[byte >> 4], kHexDigits[byte & 15]}, 6};
+    if (rest.substr(0, 3) == kLineSeparator)
+        return {"\\u2028", 6, 3};
+    if (rest.substr(0, 3) == kParagraphSeparator)
+        return {"\\u2029", 6, 3};
+    return {"", 0};
+}
+
+} // namespace
+
+Renderer::Renderer(const Page& page, const TMPL_fmtlist* formats, const TMPL_varlist* variables)
+    : m_page(page) {
+    findFormats(formats);
+    // All the memory that rendering needs, so that it cannot fail half way.
+    std::size_t loopDepth = 0;
+    for (std::size_t i = 0; i < page.size(); ++i)
+        loopDepth = std::max<std::size_t>(loopDepth, page.file(i).parsed->loopDepth);
+    const std::size_t includeDepth = page.file(0).includeDepth;
+    m_returns.reserve(includeDepth);
+    m_scopes.reserve(1 + (includeDepth + 1) * loopDepth);
+    if (variables != nullptr)
+        m_scopes.push_back(variables);
+}
+
+void Renderer::findFormats(const TMPL_fmtlist* formats) {
+    m_formats.resize(m_page.size());
+    for (std::size_t i = 0; i < m_page.size(); ++i) {
+        const ParsedTemplate& parsed = *m_page.file(i).parsed;
+        for (const Reference& used : parsed.customFormats) {
+            const TMPL_format format = formats != nullptr ? formats->find(used.target) : nullptr;
+            if (format == nullptr)
+                throw Fault(Fault::Wrong, {parsed.file, used.line},
+                            "unknown format \"" + used.target + "\"");
+            m_formats[i].push_back(format);
+        }
+    }
+}
+
+void Renderer::render(FCGX_Stream& out) {
+    m_out = &out;
+    while (!m_broken) {
+        const auto& instructions = m_page.file(m_place.file).parsed->instructions;
+        if (m_place.instruction < instructions.size()) {
+            run(instructions[m_place.instruction++]);
+        } else if (m_returns.empty()) {
+            return;
+        } else {
+            m_place = m_returns.back();
+            m_returns.pop_back();
+        }
+    }
+}
+
+void Renderer::run(const Instruction& instruction) {
+    switch (instruction.kind) {
+    case Instruction::Kind::Text:
+        return write(instruction.text);
+    case Instruction::Kind::Variable:
+        return writeVariable(instruction);
+    case Instruction::Kind::SkipUnless:
+        if (!holds(instruction))
+            m_place.instruction = instruction.number;
+        return;
+    case Instruction::Kind::Jump:
+        m_place.instruction = instruction.number;
+        return;
+    case Instruction::Kind::LoopBegin:
+        return beginLoop(instruction);
+    case Instruction::Kind::LoopEnd:
+        return endLoop(instruction);
+    case Instruction::Kind::Include:
+        return enterInclude(instruction);
+    }
+}
+
+void Renderer::writeVariable(const Instruction& instruction) {
+    const std::string* value = variable(instruction.name);
+    std::string_view text = instruction.text;
+    if (value != nullptr && !value->empty())
+        text = *value;
+    switch (instruction.format) {
+    case Format::Html:
+        return writeEscaped(text, escapeHtml);
+    case Format::Raw:
+        return write(text);
+    case Format::Url:
+        return writeEscaped(text, escapeUrl);
+    case Format::Js:
+        return writeEscaped(text, escapeJs);
+    case Format::Custom:
+        return m_formats[m_place.file][instruction.number](text.empty() ? "" : text.data(), m_out);
+    }
+}
+
+bool Renderer::holds(const Instruction& condition) const {
+    const std::string* value = variable(condition.name);
+    if (condition.compares)
+        return condition.text == (value != nullptr ? std::string_view(*value) : "");
+    if (value != nullptr)
+        return !value->empty();
+    const TMPL_loop* rows = loop(condition.name);
+    return rows != nullptr && rows->firstRow != nullptr;
+}
+
+void Renderer::beginLoop(const Instruction& instruction) {
+    const TMPL_loop* rows = loop(instruction.name);
+    if (rows != nullptr && rows->firstRow != nullptr)
+        m_scopes.push_back(rows->firstRow);
+    else
+        m_place.instruction = instruction.number;
+}
+
+void Renderer::endLoop(const Instruction& instruction) {
+    const TMPL_varlist* next = m_scopes.back()->nextRow;
+    m_scopes.pop_back();
+    if (next == nullptr)
+        return;
+    m_scopes.push_back(next);
+    m_place.instruction = instruction.number;
+}
+
+void Renderer::enterInclude(const Instruction& instruction) {
+    m_returns.push_back(m_place);
+    m_place = {m_page.file(m_place.file).includes[instruction.number], 0};
+}
+
+const std::string* Renderer::variable(const Name& name) const {
+    for (auto scope = m_scopes.rbegin(); scope != m_scopes.rend(); ++scope) {
+        if (const std::string* found = (*scope)->variable(name))
+            return found;
+    }
+    return nullptr;
+}
+
+const TMPL_loop* Renderer::loop(const Name& name) const {
+    for (auto scope = m_scopes.rbegin(); scope != m_scopes.rend(); ++scope) {
+        if (const TMPL_loop* found = (*scope)->loop(name))
+            return found;
+    }
+    return nullptr;
+}
+
+void Renderer::write(std::string_view text) {
+    while (!text.empty() && !m_broken) {
+        const std::string_view piece = text.substr(0, INT_MAX);
+        m_broken = FCGX_PutStr(piece.data(), static_cast<int>(piece.size()), m_out) < 0;
+        text.remove_prefix(piece.size());
+    }
+}
+
+template <class Escape>
+void Renderer::writeEscaped(std::string_view text, Escape escape) {
+    std::size_t unwritten = 0;
+    for (std::size_t at = 0; at < text.size();) {
+        const Replacement replacement = escape(text.substr(at));
+        if (replacement.size != 0) {
+            write(text.substr(unwritten, at - unwritten));
+            write({replacement.text, replacement.size});
+            unwritten = at + replacement.replaced;
+        }
+        at += replacement.replaced;
+    }
+    write(text.substr(unwritten));
+}
+
+} // namespace tmpl
