@@ -1,0 +1,128 @@
+#include "http_session.h"
+
+#include "web_debug.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <sys/times.h>
+
+pthread_mutex_t session_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+namespace {
+
+constexpr int TIME_OFFSET = 300;
+constexpr int kTicksPerSecond = 100;
+constexpr std::size_t kIdSize = 64;
+
+int secondsNow() {
+    struct tms unused;
+    return static_cast<int>(times(&unused) / kTicksPerSecond);
+}
+
+unsigned int addressBits(const void* address) {
+    return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(address));
+}
+
+// Single words that are shared without a lock. Their types are fixed for those who were compiled
+// against them, so they cannot be std::atomic.
+template <class Word>
+Word load(const Word& word) {
+    return __atomic_load_n(&word, __ATOMIC_RELAXED);
+}
+template <class Word>
+void store(Word& word, Word value) {
+    __atomic_store_n(&word, value, __ATOMIC_RELAXED);
+}
+
+bool isEmpty(const char* name) {
+    return name == nullptr || *name == '\0';
+}
+
+class SessionLock {
+public:
+    SessionLock() { pthread_mutex_lock(&session_mutex); }
+    ~SessionLock() { pthread_mutex_unlock(&session_mutex); }
+    SessionLock(const SessionLock&) = delete;
+    SessionLock& operator=(const SessionLock&) = delete;
+};
+
+} // namespace
+
+HttpSessionImpl::HttpSessionImpl(const std::string& remoteAddr)
+    : m_createTime(secondsNow() + TIME_OFFSET), m_lastAccessedTime(m_createTime),
+      m_remoteAddr(remoteAddr) {
+    char id[kIdSize] = {};
+    std::snprintf(id, sizeof id, "%x%ld%x", addressBits(remoteAddr.data()),
+                  static_cast<long>(m_createTime), addressBits(this));
+    m_id = id;
+}
+
+const std::string& HttpSessionImpl::getId() {
+    return m_id;
+}
+
+bool HttpSessionImpl::setAttribute(const char* name, void* value) {
+    if (value == nullptr || isEmpty(name))
+        return false;
+    SessionLock lock;
+    if (load(m_bValid))
+        m_attributes.put(name, value);
+    return true;
+}
+
+void* HttpSessionImpl::getAttribute(const char* name) {
+    if (isEmpty(name))
+        return nullptr;
+    SessionLock lock;
+    if (!load(m_bValid))
+        return nullptr;
+    auto* entry = m_attributes.getAssoc(name);
+    return entry != nullptr ? entry->value : nullptr;
+}
+
+void HttpSessionImpl::removeAttribute(const char* name) {
+    if (isEmpty(name))
+        return;
+    SessionLock lock;
+    if (!load(m_bValid))
+        return;
+    if (auto* entry = m_attributes.getAssoc(name))
+        m_attributes.removeAssoc(entry);
+}
+
+bool HttpSessionImpl::existAttribute(const char* name) {
+    if (isEmpty(name))
+        return false;
+    SessionLock lock;
+    return load(m_bValid) && m_attributes.getAssoc(name) != nullptr;
+}
+
+void HttpSessionImpl::invalidate() {
+    SessionLock lock;
+    store(m_bValid, false);
+    m_attributes.clear();
+    WebDebug::getInstance()->setUser(nullptr);
+}
+
+int HttpSessionImpl::getCreateTime() {
+    return m_createTime;
+}
+int HttpSessionImpl::getLastAccessedTime() {
+    return load(m_lastAccessedTime);
+}
+void HttpSessionImpl::setMaxInactiveInterval(int seconds) {
+    store(m_maxInactiveInterval, seconds);
+}
+int HttpSessionImpl::getMaxInactiveInterval() {
+    return load(m_maxInactiveInterval);
+}
+
+bool HttpSessionImpl::isValidate() {
+    if (!load(m_bValid))
+        return false;
+    return load(m_maxInactiveInterval) > (TIME_OFFSET - load(m_lastAccessedTime)) + secondsNow();
+}
+
+void HttpSessionImpl::update() {
+    store(m_lastAccessedTime, secondsNow() + TIME_OFFSET);
+}

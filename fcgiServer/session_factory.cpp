@@ -1,0 +1,127 @@
+#include "session_factory.h"
+
+#include "HttpRequest.h"
+#include "app_log.h"
+#include "http_session.h"
+
+#include <memory>
+#include <pthread.h>
+
+namespace {
+
+pthread_mutex_t tableMutex = PTHREAD_MUTEX_INITIALIZER;
+
+class TableLock {
+public:
+    TableLock() { pthread_mutex_lock(&tableMutex); }
+    ~TableLock() { pthread_mutex_unlock(&tableMutex); }
+    TableLock(const TableLock&) = delete;
+    TableLock& operator=(const TableLock&) = delete;
+};
+
+} // namespace
+
+SessionFactory::SessionFactory() : m_sessions(new SessionTable) {}
+
+SessionFactory::~SessionFactory() {
+    delete m_sessions;
+}
+
+int SessionFactory::init() {
+    return 0;
+}
+
+int SessionFactory::sessionNum() {
+    return m_sessions->m_nCount;
+}
+
+bool SessionFactory::existSession(std::string& id) {
+    const bool found = m_sessions->getAssoc(id) != nullptr;
+    TableLock lock;
+    return found;
+}
+
+HttpSessionImpl* SessionFactory::createSession(std::string& remoteAddr) {
+    TableLock lock;
+    auto session = std::make_unique<HttpSessionImpl>(remoteAddr);
+    m_sessions->put(session->getId(), session.get());
+    return session.release();
+}
+
+HttpSessionImpl* SessionFactory::findSession(HttpRequest* request) {
+    const char* id = request->getSessionId();
+    const char* address = request->getRemoteAddr();
+    if (id == nullptr || address == nullptr)
+        return nullptr;
+    auto* entry = m_sessions->getAssoc(id);
+    if (entry == nullptr || entry->value == nullptr)
+        return nullptr;
+    HttpSessionImpl* session = entry->value;
+    if (session->m_remoteAddr != address)
+        return nullptr;
+    if (session->isValidate())
+        return session;
+    app_log(65, 6, "such session have invalidate,will to create a new session\n");
+    return nullptr;
+}
+
+HttpSessionImpl* SessionFactory::getSession(HttpRequest* request) {
+    TableLock lock;
+    return findSession(request);
+}
+
+void SessionFactory::onRequest(HttpRequest* request) {
+    TableLock lock;
+    if (HttpSessionImpl* session = findSession(request)) {
+        session->m_bInRequest = true;
+        session->update();
+    }
+}
+
+void SessionFactory::onRequestFinished(HttpRequest* request) {
+    TableLock lock;
+    if (HttpSessionImpl* session = findSession(request))
+        session->m_bInRequest = false;
+}
+
+void SessionFactory::removeSession(std::string& id) {
+    auto* entry = m_sessions->getAssoc(id);
+    TableLock lock;
+    if (entry != nullptr)
+        m_sessions->removeAssoc(entry);
+}
+
+void SessionFactory::checkSession() {
+    TableLock lock;
+    auto* entry = m_sessions->firstAssoc();
+    while (entry != nullptr) {
+        HttpSessionImpl* session = entry->value;
+        if (session->m_bInRequest) {
+            session->update();
+            entry = m_sessions->nextAssoc(entry);
+        } else if (!session->isValidate()) {
+            session->invalidate();
+            delete session;
+            entry = m_sessions->removeAssoc(entry);
+        } else {
+            entry = m_sessions->nextAssoc(entry);
+        }
+    }
+}
+
+void SessionFactory::onTimer() {
+    checkSession();
+}
+
+int SessionFactory::destory() {
+    TableLock lock;
+    for (auto* entry = m_sessions->firstAssoc(); entry != nullptr;
+         entry = m_sessions->nextAssoc(entry)) {
+        if (entry->value == nullptr)
+            continue;
+        entry->value->invalidate();
+        delete entry->value;
+    }
+    m_sessions->clear();
+    return 0;
+}

@@ -1,0 +1,862 @@
+#include "session_factory.h"
+
+#include "HttpRequest.h"
+#include "background_call.h"
+#include "counted_memory.h"
+#include "http_session.h"
+#include "recorded_log.h"
+#include "test_clock.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <gtest/gtest.h>
+#include <map>
+#include <new>
+#include <set>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using SessionTable = QKHashMap<std::string, HttpSessionImpl*, INT_HASH<std::string>>;
+
+const LogRecord kExpired =
+    recorded_log::appLog(6, "such session have invalidate,will to create a new session\n");
+const LogRecord kNobodySignedIn = recorded_log::webDebug("setUser", "(null)");
+
+// A request of which only the session id and the client's address matter.
+class FakeRequest : public HttpRequest {
+public:
+    FakeRequest(const char* sessionId, const char* remoteAddress)
+        : m_sessionId(sessionId), m_remoteAddress(remoteAddress != nullptr ? remoteAddress : ""),
+          m_hasAddress(remoteAddress != nullptr) {}
+
+    char* getParameter(const char*) override { return nullptr; }
+    char** getParameterValues(const char*) override { return nullptr; }
+    char* getQueryString() override { return nullptr; }
+    char* getCookie() override { return nullptr; }
+    char* getRole() override { return nullptr; }
+    char* getRequestURI() override { return nullptr; }
+    char* getDocumentRoot() override { return nullptr; }
+    char* getRemoteAddr() override { return m_hasAddress ? m_remoteAddress.data() : nullptr; }
+    char* getRemoteHost() override { return nullptr; }
+    int getServerPort() override { return 0; }
+    char* getServerName() override { return nullptr; }
+    char* getContextType() override { return nullptr; }
+    int getContentLength() override { return 0; }
+    char* getProtocal() override { return nullptr; }
+    char* getRefferer() override { return nullptr; }
+    char* getUserAgent() override { return nullptr; }
+    char* getMethod() override { return nullptr; }
+    char* getContextPath() override { return nullptr; }
+    char* getServletPath() override { return nullptr; }
+    bool isSecure() override { return false; }
+    char* getLocale(char*, int) override { return nullptr; }
+    void setLocal(const char*) override {}
+    char* getAccept() override { return nullptr; }
+    char* getAcceptLanguage() override { return nullptr; }
+    char* getAcceptEncoding() override { return nullptr; }
+    char* getAcceptCharset() override { return nullptr; }
+    const char* getSessionId() override { return m_sessionId; }
+    HttpSession* getSession(bool) override { return nullptr; }
+    CGI_varlist* receiveUploadFile(const char*) override { return nullptr; }
+    int receiveUploadData(char*, unsigned long) override { return 0; }
+    int receiveBlockData(char*, unsigned long) override { return 0; }
+
+private:
+    const char* m_sessionId;
+    std::string m_remoteAddress;
+    bool m_hasAddress;
+};
+
+bool isLocked(pthread_mutex_t& mutex) {
+    if (pthread_mutex_trylock(&mutex) == EBUSY)
+        return true;
+    pthread_mutex_unlock(&mutex);
+    return false;
+}
+
+// A session that notes how it ends.
+class WatchedSession : public HttpSessionImpl {
+public:
+    struct End {
+        const HttpSessionImpl* session;
+        bool wasValid;
+        bool locked;
+    };
+
+    explicit WatchedSession(std::vector<End>& ends, bool busy = false)
+        : HttpSessionImpl("192.0.2.1"), m_ends(ends) {
+        m_bInRequest = busy;
+    }
+    ~WatchedSession() override { m_ends.push_back({this, m_bValid, isLocked(session_mutex)}); }
+
+private:
+    std::vector<End>& m_ends;
+};
+
+class SessionFactories : public testing::Test {
+protected:
+    SessionFactories() {
+        test_clock::setTicks(100000);
+        recorded_log::clear();
+    }
+    ~SessionFactories() override {
+        m_factory.destory();
+        test_clock::setTicks(100000);
+    }
+
+    // The factory's only field.
+    static SessionTable* tableOf(const SessionFactory& factory) {
+        SessionTable* table;
+        std::memcpy(&table, reinterpret_cast<const char*>(&factory) + sizeof(void*), sizeof table);
+        return table;
+    }
+    SessionTable* table() const { return tableOf(m_factory); }
+
+    HttpSessionImpl* create() { return m_factory.createSession(m_address); }
+    HttpSessionImpl* createIdle() {
+        HttpSessionImpl* session = create();
+        session->m_bInRequest = false;
+        return session;
+    }
+    HttpSessionImpl* createExpired() {
+        HttpSessionImpl* session = createIdle();
+        session->setMaxInactiveInterval(0);
+        return session;
+    }
+    WatchedSession* adopt(WatchedSession* session) {
+        table()->put(session->getId(), session);
+        return session;
+    }
+    static FakeRequest requestOf(HttpSessionImpl* session) {
+        return FakeRequest(session->getId().c_str(), session->m_remoteAddr.c_str());
+    }
+    HttpSessionImpl* get(HttpSessionImpl* session) {
+        FakeRequest request = requestOf(session);
+        return m_factory.getSession(&request);
+    }
+    void begin(HttpSessionImpl* session) {
+        FakeRequest request = requestOf(session);
+        m_factory.onRequest(&request);
+    }
+    void finish(HttpSessionImpl* session) {
+        FakeRequest request = requestOf(session);
+        m_factory.onRequestFinished(&request);
+    }
+
+    std::vector<WatchedSession::End> m_ends;
+    std::string m_address = "192.0.2.1";
+    SessionFactory m_factory;
+};
+using SessionLookUps = SessionFactories;
+using SessionRequests = SessionFactories;
+using SessionSweeps = SessionFactories;
+using SessionFactoryLocks = SessionFactories;
+
+// Making sessions
+
+TEST_F(SessionFactories, BeginEmpty) {
+    EXPECT_EQ(m_factory.init(), 0);
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+    EXPECT_EQ(table()->m_nHashTableSize, 100u);
+    EXPECT_EQ(table()->m_nBlockSize, 10);
+    EXPECT_FALSE(table()->m_bMultiValue);
+    EXPECT_EQ(table()->m_pHashTable, nullptr);
+    std::string id = "unknown";
+    EXPECT_FALSE(m_factory.existSession(id));
+}
+
+TEST_F(SessionFactories, KeepTheirSessionsWhenTheyAreInitialised) {
+    HttpSessionImpl* session = create();
+    EXPECT_EQ(m_factory.init(), 0);
+    EXPECT_EQ(m_factory.sessionNum(), 1);
+    EXPECT_EQ(get(session), session);
+}
+
+TEST_F(SessionFactories, MakeSessionsThatAreValidAndBusy) {
+    HttpSessionImpl* session = create();
+    ASSERT_NE(session, nullptr);
+    EXPECT_TRUE(session->isValidate());
+    EXPECT_TRUE(session->m_bInRequest);
+    EXPECT_EQ(session->m_remoteAddr, "192.0.2.1");
+    EXPECT_EQ(session->getCreateTime(), test_clock::seconds() + 300);
+    EXPECT_EQ(m_factory.sessionNum(), 1);
+    std::string id = session->getId();
+    EXPECT_TRUE(m_factory.existSession(id));
+    ASSERT_NE(table()->getAssoc(id), nullptr);
+    EXPECT_EQ(table()->getAssoc(id)->value, session);
+    EXPECT_TRUE(recorded_log::records().empty());
+}
+
+TEST_F(SessionFactories, MakeIdsOfTheTextTheyAreGiven) {
+    char start[32];
+    std::snprintf(start, sizeof start, "%x1300",
+                  static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(m_address.data())));
+    EXPECT_EQ(create()->getId().rfind(start, 0), 0u);
+}
+
+TEST_F(SessionFactories, MakeASessionEachTime) {
+    HttpSessionImpl* one = create();
+    HttpSessionImpl* other = create();
+    EXPECT_NE(one, other);
+    EXPECT_NE(one->getId(), other->getId());
+    EXPECT_EQ(m_factory.sessionNum(), 2);
+    EXPECT_EQ(get(one), one);
+    EXPECT_EQ(get(other), other);
+}
+
+TEST_F(SessionFactories, AreAsTheyWereWhenMemoryIsOut) {
+    const long live = counted_memory::live();
+    HttpSessionImpl* session = nullptr;
+    int successes = 0;
+    for (; session == nullptr; ++successes) {
+        counted_memory::failAfter(successes);
+        try {
+            session = create(); // would wait for ever if the mutex had not been released
+        } catch (const std::bad_alloc&) {
+            EXPECT_EQ(m_factory.sessionNum(), 0);
+            EXPECT_EQ(m_factory.destory(), 0);
+            EXPECT_EQ(counted_memory::live(), live) << successes;
+        }
+        counted_memory::cancelFailure();
+    }
+    EXPECT_GE(successes, 4); // a session, its place in the table
+    EXPECT_EQ(m_factory.sessionNum(), 1);
+    EXPECT_EQ(get(session), session);
+}
+
+TEST_F(SessionFactories, ForgetRemovedSessionsButLeaveThemAlive) {
+    HttpSessionImpl* session = adopt(new WatchedSession(m_ends));
+    HttpSessionImpl* other = create();
+    int value = 1;
+    session->setAttribute("user", &value);
+    std::string id = session->getId();
+    m_factory.removeSession(id);
+    EXPECT_EQ(m_factory.sessionNum(), 1);
+    EXPECT_FALSE(m_factory.existSession(id));
+    EXPECT_EQ(get(session), nullptr);
+    EXPECT_EQ(get(other), other);
+
+    EXPECT_TRUE(m_ends.empty());
+    EXPECT_TRUE(session->isValidate());
+    EXPECT_EQ(session->getAttribute("user"), &value);
+    EXPECT_TRUE(recorded_log::records().empty());
+    delete session;
+}
+
+TEST_F(SessionFactories, GiveTheTablesMemoryBackWithTheLastRemovedSession) {
+    HttpSessionImpl* session = create();
+    std::string id = session->getId();
+    m_factory.removeSession(id);
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+    EXPECT_EQ(table()->m_pHashTable, nullptr);
+    EXPECT_EQ(table()->m_pBlocks, nullptr);
+    delete session;
+}
+
+TEST_F(SessionFactories, ChangeNothingWhenAnUnknownSessionIsRemoved) {
+    std::string unknown = "unknown";
+    m_factory.removeSession(unknown);
+    HttpSessionImpl* session = create();
+    m_factory.removeSession(unknown);
+    unknown.clear();
+    m_factory.removeSession(unknown);
+    EXPECT_EQ(m_factory.sessionNum(), 1);
+    EXPECT_EQ(get(session), session);
+}
+
+TEST_F(SessionFactories, CountExpiredSessionsToo) {
+    HttpSessionImpl* session = createExpired();
+    std::string id = session->getId();
+    EXPECT_EQ(m_factory.sessionNum(), 1);
+    EXPECT_TRUE(m_factory.existSession(id));
+}
+
+// Finding the session of a request
+
+TEST_F(SessionLookUps, FindTheSessionOfTheIdAndTheAddress) {
+    HttpSessionImpl* session = create();
+    FakeRequest request = requestOf(session);
+    EXPECT_EQ(m_factory.findSession(&request), session);
+    EXPECT_EQ(m_factory.getSession(&request), session);
+    EXPECT_TRUE(recorded_log::records().empty());
+}
+
+TEST_F(SessionLookUps, FindNothingForAnyOtherRequest) {
+    HttpSessionImpl* session = createIdle();
+    const std::string id = session->getId();
+    const std::string longer = id + "0";
+    const std::string shorter = id.substr(1);
+    const struct {
+        const char* id;
+        const char* address;
+    } rows[] = {
+        {nullptr, "192.0.2.1"},
+        {nullptr, nullptr},
+        {id.c_str(), nullptr},
+        {"", "192.0.2.1"},
+        {"unknown", "192.0.2.1"},
+        {longer.c_str(), "192.0.2.1"},
+        {shorter.c_str(), "192.0.2.1"},
+        {id.c_str(), "192.0.2.2"},
+        {id.c_str(), "192.0.2.10"},
+        {id.c_str(), "192.0.2."},
+        {id.c_str(), " 192.0.2.1"},
+        {id.c_str(), "::ffff:192.0.2.1"},
+        {id.c_str(), ""},
+    };
+    test_clock::advanceSeconds(10);
+    for (const auto& row : rows) {
+        FakeRequest request(row.id, row.address);
+        const std::string name = std::string(row.id != nullptr ? row.id : "(null)") + " from " +
+                                 (row.address != nullptr ? row.address : "(null)");
+        EXPECT_EQ(m_factory.findSession(&request), nullptr) << name;
+        EXPECT_EQ(m_factory.getSession(&request), nullptr) << name;
+        m_factory.onRequest(&request);
+        EXPECT_FALSE(session->m_bInRequest) << name;
+        EXPECT_EQ(session->getLastAccessedTime(), 1300) << name;
+        session->m_bInRequest = true;
+        m_factory.onRequestFinished(&request);
+        EXPECT_TRUE(session->m_bInRequest) << name;
+        session->m_bInRequest = false;
+    }
+    EXPECT_EQ(m_factory.sessionNum(), 1);
+    EXPECT_TRUE(recorded_log::records().empty());
+}
+
+TEST_F(SessionLookUps, FindNothingInAnEmptyFactory) {
+    FakeRequest request("unknown", "192.0.2.1");
+    EXPECT_EQ(m_factory.getSession(&request), nullptr);
+    m_factory.onRequest(&request);
+    m_factory.onRequestFinished(&request);
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+    EXPECT_EQ(table()->m_pHashTable, nullptr);
+}
+
+TEST_F(SessionLookUps, FindNothingWhereATableEntryHasNoSession) {
+    table()->put("ghost", nullptr);
+    FakeRequest request("ghost", "192.0.2.1");
+    EXPECT_EQ(m_factory.getSession(&request), nullptr);
+    EXPECT_TRUE(recorded_log::records().empty());
+    EXPECT_EQ(m_factory.destory(), 0); // and nothing is deleted
+    EXPECT_TRUE(recorded_log::records().empty());
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+}
+
+TEST_F(SessionLookUps, AcceptAnEmptyAddressThatTheSessionWasMadeFor) {
+    m_address.clear();
+    HttpSessionImpl* session = create();
+    EXPECT_EQ(get(session), session);
+}
+
+TEST_F(SessionLookUps, LogAnExpiredSessionOnceEachAndLeaveItToTheSweep) {
+    HttpSessionImpl* session = createIdle();
+    test_clock::advanceSeconds(179);
+    EXPECT_EQ(get(session), session);
+    EXPECT_TRUE(recorded_log::records().empty());
+
+    test_clock::advanceSeconds(1);
+    EXPECT_EQ(get(session), nullptr);
+    EXPECT_EQ(recorded_log::records(), std::vector<LogRecord>{kExpired});
+    EXPECT_EQ(m_factory.sessionNum(), 1);
+    EXPECT_TRUE(session->m_bValid); // neither invalidated nor deleted
+    m_factory.onTimer();
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+}
+
+TEST_F(SessionLookUps, LogAnInvalidatedSessionAsWell) {
+    HttpSessionImpl* session = createIdle();
+    session->invalidate();
+    recorded_log::clear();
+    EXPECT_EQ(get(session), nullptr);
+    EXPECT_EQ(recorded_log::records(), std::vector<LogRecord>{kExpired});
+    EXPECT_EQ(m_factory.sessionNum(), 1);
+}
+
+TEST_F(SessionLookUps, DoNotLogTheExpiredSessionOfAnotherAddress) {
+    HttpSessionImpl* session = createExpired();
+    FakeRequest request(session->getId().c_str(), "192.0.2.2");
+    EXPECT_EQ(m_factory.getSession(&request), nullptr);
+    EXPECT_TRUE(recorded_log::records().empty());
+}
+
+TEST_F(SessionLookUps, NeitherRefreshTheSessionNorMakeItBusy) {
+    HttpSessionImpl* session = createIdle();
+    test_clock::advanceSeconds(100);
+    EXPECT_EQ(get(session), session);
+    EXPECT_EQ(session->getLastAccessedTime(), 1300);
+    EXPECT_FALSE(session->m_bInRequest);
+}
+
+// Requests that begin and end
+
+TEST_F(SessionRequests, MakeTheirSessionBusyAndRefreshIt) {
+    HttpSessionImpl* session = createIdle();
+    HttpSessionImpl* other = createIdle();
+    test_clock::advanceSeconds(100);
+    begin(session);
+    EXPECT_TRUE(session->m_bInRequest);
+    EXPECT_EQ(session->getLastAccessedTime(), 1400);
+    EXPECT_EQ(session->getCreateTime(), 1300);
+    EXPECT_FALSE(other->m_bInRequest);
+    EXPECT_EQ(other->getLastAccessedTime(), 1300);
+}
+
+TEST_F(SessionRequests, LeaveTheirSessionIdleAtTheirEnd) {
+    HttpSessionImpl* session = create();
+    HttpSessionImpl* other = create();
+    test_clock::advanceSeconds(100);
+    finish(session);
+    EXPECT_FALSE(session->m_bInRequest);
+    EXPECT_EQ(session->getLastAccessedTime(), 1300); // idle since the request began
+    EXPECT_TRUE(other->m_bInRequest);
+    EXPECT_TRUE(session->m_bValid);
+}
+
+TEST_F(SessionRequests, DoNotReviveAnExpiredSession) {
+    HttpSessionImpl* session = createIdle();
+    test_clock::advanceSeconds(180);
+    begin(session);
+    EXPECT_FALSE(session->m_bInRequest);
+    EXPECT_EQ(session->getLastAccessedTime(), 1300);
+    EXPECT_EQ(recorded_log::records(), std::vector<LogRecord>{kExpired});
+}
+
+TEST_F(SessionRequests, LeaveASessionBusyThatExpiredMeanwhile) {
+    HttpSessionImpl* session = create();
+    test_clock::advanceSeconds(180);
+    finish(session);
+    EXPECT_TRUE(session->m_bInRequest);
+    EXPECT_EQ(recorded_log::records(), std::vector<LogRecord>{kExpired});
+
+    m_factory.onTimer(); // refreshes it, as it does with every busy session
+    EXPECT_EQ(get(session), session);
+    finish(session);
+    EXPECT_FALSE(session->m_bInRequest);
+}
+
+// The sweep
+
+TEST_F(SessionSweeps, OfAnEmptyFactoryDoNothing) {
+    m_factory.checkSession();
+    m_factory.onTimer();
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+    EXPECT_TRUE(recorded_log::records().empty());
+}
+
+TEST_F(SessionSweeps, LeaveIdleSessionsAloneUntilTheyExpire) {
+    HttpSessionImpl* session = createIdle();
+    test_clock::advanceSeconds(179);
+    m_factory.checkSession();
+    EXPECT_EQ(m_factory.sessionNum(), 1);
+    EXPECT_EQ(session->getLastAccessedTime(), 1300); // not refreshed
+    test_clock::advanceSeconds(1);
+    m_factory.checkSession();
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+}
+
+TEST_F(SessionSweeps, InvalidateAndDeleteWhatHasExpired) {
+    WatchedSession* expired = adopt(new WatchedSession(m_ends));
+    expired->setMaxInactiveInterval(0);
+    const HttpSessionImpl* expected = expired;
+    HttpSessionImpl* valid = createIdle();
+    m_factory.checkSession();
+    ASSERT_EQ(m_ends.size(), 1u);
+    EXPECT_EQ(m_ends[0].session, expected);
+    EXPECT_FALSE(m_ends[0].wasValid);
+    EXPECT_FALSE(m_ends[0].locked);
+    EXPECT_EQ(recorded_log::records(), std::vector<LogRecord>{kNobodySignedIn}); // nothing else
+    EXPECT_EQ(m_factory.sessionNum(), 1);
+    EXPECT_EQ(get(valid), valid);
+}
+
+TEST_F(SessionSweeps, DeleteInvalidatedSessionsHoweverFresh) {
+    WatchedSession* session = adopt(new WatchedSession(m_ends));
+    session->invalidate();
+    m_factory.checkSession();
+    EXPECT_EQ(m_ends.size(), 1u);
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+    EXPECT_EQ(recorded_log::records(), (std::vector<LogRecord>{kNobodySignedIn, kNobodySignedIn}));
+}
+
+TEST_F(SessionSweeps, RefreshBusySessionsHoweverLongTheRequestTakes) {
+    HttpSessionImpl* session = create();
+    for (int round = 0; round < 5; ++round) {
+        test_clock::advanceSeconds(10000);
+        m_factory.onTimer();
+        EXPECT_EQ(session->getLastAccessedTime(), test_clock::seconds() + 300);
+        EXPECT_TRUE(session->m_bInRequest);
+    }
+    EXPECT_EQ(get(session), session);
+    finish(session);
+    test_clock::advanceSeconds(179);
+    m_factory.onTimer();
+    EXPECT_EQ(get(session), session);
+    test_clock::advanceSeconds(1);
+    m_factory.onTimer();
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+}
+
+TEST_F(SessionSweeps, KeepAnInvalidSessionWhileItIsBusy) {
+    WatchedSession* session = adopt(new WatchedSession(m_ends, true));
+    session->invalidate();
+    m_factory.onTimer();
+    finish(session); // does not find it any more
+    m_factory.onTimer();
+    EXPECT_TRUE(m_ends.empty());
+    EXPECT_EQ(m_factory.sessionNum(), 1);
+    EXPECT_EQ(m_factory.destory(), 0);
+    EXPECT_EQ(m_ends.size(), 1u);
+}
+
+TEST_F(SessionSweeps, GiveTheTablesMemoryBackWithTheLastSession) {
+    for (int number = 0; number < 25; ++number)
+        createExpired();
+    m_factory.onTimer();
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+    EXPECT_EQ(table()->m_pHashTable, nullptr);
+    EXPECT_EQ(table()->m_pBlocks, nullptr);
+    EXPECT_EQ(table()->m_pFreeList, nullptr);
+    HttpSessionImpl* session = create(); // and it goes on
+    EXPECT_EQ(get(session), session);
+}
+
+TEST_F(SessionSweeps, RemoveSeveralSessionsOfOneBucket) {
+    std::map<std::uint32_t, std::set<HttpSessionImpl*>> buckets;
+    for (int number = 0; number < 500; ++number) {
+        HttpSessionImpl* session = createIdle();
+        buckets[table()->getAssoc(session->getId())->nBucket].insert(session);
+    }
+    const auto fullest =
+        std::max_element(buckets.begin(), buckets.end(), [](const auto& one, const auto& other) {
+            return one.second.size() < other.second.size();
+        });
+    ASSERT_GE(fullest->second.size(), 5u);
+    const auto expiredCount = static_cast<int>(fullest->second.size());
+    for (HttpSessionImpl* session : fullest->second)
+        session->setMaxInactiveInterval(0);
+    buckets.erase(fullest);
+
+    m_factory.checkSession();
+    EXPECT_EQ(m_factory.sessionNum(), 500 - expiredCount);
+    EXPECT_EQ(recorded_log::records(),
+              std::vector<LogRecord>(static_cast<std::size_t>(expiredCount), kNobodySignedIn));
+    for (const auto& [bucket, sessions] : buckets)
+        for (HttpSessionImpl* session : sessions)
+            EXPECT_EQ(get(session), session) << "bucket " << bucket;
+}
+
+TEST_F(SessionSweeps, TellBusyIdleAndExpiredSessionsApart) {
+    std::vector<HttpSessionImpl*> busy;
+    std::vector<HttpSessionImpl*> idle;
+    for (int number = 0; number < 300; ++number) {
+        switch (number % 3) {
+        case 0:
+            busy.push_back(create());
+            break;
+        case 1:
+            idle.push_back(createIdle());
+            break;
+        default:
+            adopt(new WatchedSession(m_ends))->setMaxInactiveInterval(20);
+        }
+    }
+    test_clock::advanceSeconds(20);
+    m_factory.checkSession();
+    EXPECT_EQ(m_factory.sessionNum(), 200);
+    EXPECT_EQ(m_ends.size(), 100u);
+    for (HttpSessionImpl* session : busy)
+        EXPECT_EQ(session->getLastAccessedTime(), 1320);
+    for (HttpSessionImpl* session : idle)
+        EXPECT_EQ(session->getLastAccessedTime(), 1300);
+}
+
+// The end
+
+TEST_F(SessionFactories, InvalidateAndDeleteEverySessionInTheEnd) {
+    for (int number = 0; number < 30; ++number)
+        adopt(new WatchedSession(m_ends, number % 2 == 0));
+    std::vector<const HttpSessionImpl*> expected;
+    for (auto* entry = table()->firstAssoc(); entry != nullptr; entry = table()->nextAssoc(entry))
+        expected.push_back(entry->value);
+
+    EXPECT_EQ(m_factory.destory(), 0);
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+    EXPECT_EQ(table()->m_pHashTable, nullptr);
+    EXPECT_EQ(table()->m_pBlocks, nullptr);
+    std::vector<const HttpSessionImpl*> ended;
+    for (const WatchedSession::End& end : m_ends) {
+        ended.push_back(end.session);
+        EXPECT_FALSE(end.wasValid);
+        EXPECT_FALSE(end.locked);
+    }
+    EXPECT_EQ(ended, expected);
+    EXPECT_EQ(recorded_log::records(), std::vector<LogRecord>(30, kNobodySignedIn));
+}
+
+TEST_F(SessionFactories, MayBeDestroyedEmptyAndTwice) {
+    EXPECT_EQ(m_factory.destory(), 0);
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+    create();
+    EXPECT_EQ(m_factory.destory(), 0);
+    EXPECT_EQ(m_factory.destory(), 0);
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+    HttpSessionImpl* session = create();
+    EXPECT_EQ(get(session), session);
+}
+
+TEST_F(SessionFactories, LeaveTheSessionsThatAreLeftAlone) {
+    m_ends.reserve(1);
+    const long live = counted_memory::live();
+    auto* factory = new SessionFactory;
+    auto* session = new WatchedSession(m_ends, true);
+    tableOf(*factory)->put(session->getId(), session);
+    delete factory;
+    EXPECT_TRUE(m_ends.empty());
+    EXPECT_TRUE(session->isValidate());
+    EXPECT_TRUE(recorded_log::records().empty());
+    delete session;
+    EXPECT_EQ(counted_memory::live(), live); // the table went with the factory
+}
+
+TEST_F(SessionFactories, HaveOneFieldBehindTheirVirtualTable) {
+    EXPECT_EQ(sizeof(SessionFactory), 2 * sizeof(void*));
+    EXPECT_TRUE(std::has_virtual_destructor_v<SessionFactory>);
+    EXPECT_FALSE(std::is_copy_constructible_v<SessionFactory>);
+    create();
+    EXPECT_EQ(table()->m_nCount, 1);
+}
+
+// Locks
+
+// A sweep that holds the table mutex in the middle, where it waits for session_mutex to
+// invalidate a session. The factory must have an expired one.
+class HeldSweep {
+public:
+    explicit HeldSweep(SessionFactory& factory)
+        : m_held(pthread_mutex_lock(&session_mutex) == 0),
+          m_sweep([&factory] { factory.checkSession(); }) {
+        EXPECT_TRUE(m_sweep.waits());
+    }
+    ~HeldSweep() { release(); }
+
+    void release() {
+        if (m_held)
+            pthread_mutex_unlock(&session_mutex);
+        m_held = false;
+    }
+
+private:
+    bool m_held;
+    BackgroundCall m_sweep;
+};
+
+// Calls `operation` while another factory is in the middle of a sweep: whether it waits. The
+// table mutex is one for all factories.
+bool waitsForTheTableMutex(const std::function<void()>& operation) {
+    std::string address = "192.0.2.99";
+    SessionFactory swept;
+    HttpSessionImpl* session = swept.createSession(address);
+    session->m_bInRequest = false;
+    session->setMaxInactiveInterval(0);
+    HeldSweep sweep(swept);
+    BackgroundCall call(operation);
+    const bool waits = call.waits();
+    sweep.release();
+    return waits;
+}
+
+TEST_F(SessionFactoryLocks, MakeOperationsWaitForTheTableMutex) {
+    HttpSessionImpl* session = create();
+    FakeRequest request = requestOf(session);
+    std::string id = session->getId();
+    const struct {
+        const char* operation;
+        std::function<void()> call;
+    } rows[] = {
+        {"createSession", [&] { create(); }},
+        {"getSession", [&] { m_factory.getSession(&request); }},
+        {"onRequest", [&] { m_factory.onRequest(&request); }},
+        {"onRequestFinished", [&] { m_factory.onRequestFinished(&request); }},
+        {"existSession", [&] { m_factory.existSession(id); }},
+        {"checkSession", [&] { m_factory.checkSession(); }},
+        {"onTimer", [&] { m_factory.onTimer(); }},
+        {"removeSession",
+         [&] {
+             m_factory.removeSession(id);
+             delete session;
+         }},
+        {"removeSession, unknown", [&] { m_factory.removeSession(id); }},
+        {"existSession, unknown", [&] { m_factory.existSession(id); }},
+        {"destory", [&] { m_factory.destory(); }},
+    };
+    for (const auto& row : rows)
+        EXPECT_TRUE(waitsForTheTableMutex(row.call)) << row.operation;
+}
+
+TEST_F(SessionFactoryLocks, HoldNobodyElseBack) {
+    HttpSessionImpl* session = create();
+    FakeRequest request = requestOf(session);
+    const struct {
+        const char* operation;
+        std::function<void()> call;
+    } rows[] = {
+        {"construction and destruction", [] { SessionFactory other; }},
+        {"init", [&] { m_factory.init(); }},
+        {"sessionNum", [&] { m_factory.sessionNum(); }},
+        {"findSession", [&] { EXPECT_EQ(m_factory.findSession(&request), session); }},
+    };
+    for (const auto& row : rows)
+        EXPECT_FALSE(waitsForTheTableMutex(row.call)) << row.operation;
+}
+
+TEST_F(SessionFactoryLocks, LeaveTheAttributesMutexAloneUnlessTheyInvalidate) {
+    HttpSessionImpl* session = create();
+    FakeRequest request = requestOf(session);
+    std::string id = session->getId();
+    const struct {
+        const char* operation;
+        std::function<void()> call;
+    } rows[] = {
+        {"createSession", [&] { create(); }},
+        {"getSession", [&] { m_factory.getSession(&request); }},
+        {"onRequest", [&] { m_factory.onRequest(&request); }},
+        {"onRequestFinished", [&] { m_factory.onRequestFinished(&request); }},
+        {"existSession", [&] { m_factory.existSession(id); }},
+        {"checkSession with nothing expired", [&] { m_factory.checkSession(); }},
+        {"removeSession",
+         [&] {
+             m_factory.removeSession(id);
+             delete session;
+         }},
+    };
+    for (const auto& row : rows) {
+        pthread_mutex_lock(&session_mutex);
+        {
+            BackgroundCall call(row.call);
+            EXPECT_FALSE(call.waits()) << row.operation;
+            pthread_mutex_unlock(&session_mutex);
+        }
+    }
+}
+
+TEST_F(SessionFactoryLocks, AreTakenByTheSweepInTheirOrder) {
+    createExpired();
+    HeldSweep sweep(m_factory); // waits for session_mutex with the table mutex in its hands
+    BackgroundCall creation([this] { create(); });
+    EXPECT_TRUE(creation.waits());
+    EXPECT_EQ(table()->m_nCount, 1);
+    sweep.release();
+}
+
+TEST_F(SessionFactoryLocks, AreTakenByTheEndInTheirOrder) {
+    create();
+    pthread_mutex_lock(&session_mutex);
+    BackgroundCall end([this] { m_factory.destory(); });
+    EXPECT_TRUE(end.waits());
+    BackgroundCall creation([this] { create(); });
+    EXPECT_TRUE(creation.waits());
+    pthread_mutex_unlock(&session_mutex);
+}
+
+// existSession() and removeSession() look the id up first and only then wait for the mutex.
+
+TEST_F(SessionFactoryLocks, DoNotKeepExistSessionFromSayingWhatItSaw) {
+    std::string id = createExpired()->getId();
+    bool found = false;
+    {
+        HeldSweep sweep(m_factory);
+        BackgroundCall call([&] { found = m_factory.existSession(id); });
+        EXPECT_TRUE(call.waits());
+        sweep.release();
+    }
+    EXPECT_TRUE(found);
+    EXPECT_FALSE(m_factory.existSession(id));
+}
+
+TEST_F(SessionFactoryLocks, DoNotMakeRemoveSessionLookAgain) {
+    createExpired();
+    auto* late = new WatchedSession(m_ends, true);
+    std::string id = late->getId();
+    {
+        HeldSweep sweep(m_factory);
+        BackgroundCall call([&] { m_factory.removeSession(id); });
+        EXPECT_TRUE(call.waits());
+        adopt(late);
+        sweep.release();
+    }
+    EXPECT_TRUE(m_factory.existSession(id));
+}
+
+TEST_F(SessionFactoryLocks, LetManyThreadsServeAndSweepAtOnce) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 500;
+    std::vector<std::thread> threads;
+    for (int number = 0; number < kThreads; ++number)
+        threads.emplace_back([this, number] {
+            int value = 0;
+            std::string address = "192.0.2." + std::to_string(number);
+            HttpSessionImpl* kept = m_factory.createSession(address);
+            FakeRequest request(kept->getId().c_str(), address.c_str());
+            for (int round = 0; round < kRounds; ++round) {
+                m_factory.onRequest(&request);
+                EXPECT_EQ(m_factory.getSession(&request), kept);
+                EXPECT_TRUE(kept->setAttribute("round", &value));
+                m_factory.onRequestFinished(&request);
+
+                HttpSessionImpl* brief = m_factory.createSession(address);
+                FakeRequest briefRequest(brief->getId().c_str(), address.c_str());
+                m_factory.onRequestFinished(&briefRequest);
+                EXPECT_EQ(m_factory.getSession(&briefRequest), brief);
+            }
+        });
+    threads.emplace_back([this] {
+        for (int round = 0; round < kRounds; ++round)
+            m_factory.onTimer();
+    });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(m_factory.sessionNum(), kThreads * (kRounds + 1));
+    EXPECT_TRUE(recorded_log::records().empty());
+    test_clock::advanceSeconds(180);
+    m_factory.onTimer();
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+}
+
+TEST_F(SessionFactoryLocks, LetASweepDeleteWhileOthersServe) {
+    constexpr int kThreads = 3;
+    std::atomic<int> serving{kThreads};
+    std::vector<std::thread> threads;
+    for (int number = 0; number < kThreads; ++number)
+        threads.emplace_back([this, &serving] {
+            int value = 0;
+            std::string address = "192.0.2.1";
+            for (int round = 0; round < 300; ++round) {
+                HttpSessionImpl* session = m_factory.createSession(address);
+                FakeRequest request = requestOf(session);
+                EXPECT_TRUE(session->setAttribute("user", &value));
+                EXPECT_EQ(session->getAttribute("user"), &value);
+                m_factory.onRequestFinished(&request);
+                session->setMaxInactiveInterval(0); // from now on a sweep may delete it
+            }
+            --serving;
+        });
+    while (serving > 0)
+        m_factory.onTimer();
+    for (std::thread& thread : threads)
+        thread.join();
+    m_factory.onTimer();
+    EXPECT_EQ(m_factory.sessionNum(), 0);
+    EXPECT_EQ(recorded_log::records(), std::vector<LogRecord>(kThreads * 300, kNobodySignedIn));
+}
+
+} // namespace
