@@ -1,0 +1,86 @@
+#include "plugin_loader.h"
+
+#include "web_debug.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <pugixml.hpp>
+
+namespace {
+
+constexpr unsigned int kParseOptions = 116;
+static_assert(kParseOptions == pugi::parse_default, "the configuration's dialect is fixed");
+
+// The plug-in library, or the end of the process: a device whose pages cannot be loaded does not
+// serve at all.
+void endProcessWithoutLibrary(const char* path) {
+    WebDebug::getInstance()->info("libPath = %s", path);
+    WebDebug::getInstance()->error("Cannot load library error=%s", dlerror());
+    std::exit(-1);
+}
+
+void addElement(const pugi::xml_node& node, PluginLoader::ServletConfig& servlets,
+                PluginLoader::ListenerConfig& listeners) {
+    WebDebug* log = WebDebug::getInstance();
+    const char* name = node.name();
+    const char* id = node.attribute("id").as_string("");
+    const char* createFunction = node.attribute("createfunction").as_string("");
+    if (createFunction == nullptr || name == nullptr) {
+        log->warn("PluginLoader::init() find invalide config eleName = %p,createfunction = %p",
+                  static_cast<const void*>(name), static_cast<const void*>(createFunction));
+    } else if (std::strcmp(name, "servlet") == 0) {
+        if (id == nullptr)
+            return;
+        log->info("PluginLoader::init() add a servlet config.id= %s,createfunction =%s", id,
+                  createFunction);
+        servlets.put(id, createFunction);
+    } else if (std::strcmp(name, "listener") == 0) {
+        log->info("PluginLoader::init() add a listener config.createfunction =%s", createFunction);
+        listeners.emplace_back(createFunction);
+    } else {
+        log->warn("PluginLoader::init() find element neither servlet nor listener");
+    }
+}
+
+} // namespace
+
+PluginLoader::PluginLoader(const char* configFile)
+    : libraryHandle(nullptr), servletConfig(new ServletConfig), listenerConfig(new ListenerConfig) {
+    loadConfigFile(configFile);
+}
+
+PluginLoader::~PluginLoader() {
+    while (!listenerConfig->empty())
+        listenerConfig->pop_back();
+    servletConfig->clear();
+    delete servletConfig;
+    delete listenerConfig;
+    if (libraryHandle != nullptr)
+        dlclose(libraryHandle);
+}
+
+int PluginLoader::loadConfigFile(const char* configFile) {
+    WebDebug* log = WebDebug::getInstance();
+    log->info("PluginLoader::loadConfigFile Begin.configfile =%s", configFile);
+    pugi::xml_document document;
+    document.load_file(configFile, kParseOptions, pugi::encoding_auto);
+    const pugi::xml_node root = document.first_child();
+    if (!root) {
+        log->error("PluginLoader::init() error to get root element");
+        return -1;
+    }
+    const char* path = root.attribute("path").as_string("");
+    if (path == nullptr) {
+        log->error("PluginLoader::init() error to get lib path attribute");
+        return -1;
+    }
+    libraryHandle = dlopen(path, RTLD_LAZY);
+    if (libraryHandle == nullptr)
+        endProcessWithoutLibrary(path);
+    dlerror(); // so that no earlier error is taken for that of a lookup
+    for (pugi::xml_node node = root.first_child(); node; node = node.next_sibling())
+        addElement(node, *servletConfig, *listenerConfig);
+    log->info("PluginLoader::init End");
+    return 0;
+}

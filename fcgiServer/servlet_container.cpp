@@ -1,0 +1,99 @@
+#include "servlet_container.h"
+
+#include "HttpRequest.h"
+#include "HttpServlet.h"
+#include "app_log.h"
+#include "plugin_loader.h"
+
+#include <cstring>
+#include <dlfcn.h>
+#include <new>
+
+namespace {
+
+const char kContactsPreview[] = "contacts-preview";
+
+using CreateFunction = HttpServlet* (*)();
+
+} // namespace
+
+ServletContainer::ServletContainer() : servlets(new ServletTable), loader(nullptr) {}
+
+ServletContainer::~ServletContainer() {
+    destory();
+    delete servlets;
+}
+
+void ServletContainer::init(PluginLoader* pluginLoader) {
+    loader = pluginLoader;
+}
+
+HttpServlet* ServletContainer::addServlet(const std::string& id) {
+    std::lock_guard<std::mutex> lock(creationLock);
+    return createServlet(id);
+}
+
+HttpServlet* ServletContainer::getServlet(const char* id) {
+    const std::string key(id);
+    std::lock_guard<std::mutex> lock(creationLock);
+    auto* entry = servlets->getAssoc(key);
+    return entry != nullptr ? entry->value : createServlet(key);
+}
+
+// Runs under the creation lock.
+HttpServlet* ServletContainer::createServlet(const std::string& id) {
+    if (id.empty() || loader == nullptr) {
+        app_log(65, 4, "ServletContainer::addServlet End1. id=%s m_loader=%p\n", id.c_str(),
+                static_cast<void*>(loader));
+        return nullptr;
+    }
+    if (loader->libraryHandle == nullptr) {
+        app_log(65, 4, "AddServlet : can't get servletlist handle\n");
+        return nullptr;
+    }
+    auto* configured = loader->servletConfig->getAssoc(id);
+    if (configured == nullptr)
+        return nullptr;
+    dlerror(); // what was wrong before is not this lookup's error
+    auto create =
+        reinterpret_cast<CreateFunction>(dlsym(loader->libraryHandle, configured->value.c_str()));
+    if (const char* error = dlerror()) {
+        app_log(65, 3, "Cannot load symbol create. error=%s\n", error);
+        return nullptr;
+    }
+    HttpServlet* servlet = create();
+    if (servlet == nullptr) {
+        app_log(65, 3, "ServletContainer::addServlet execute createfun error!\n");
+        return nullptr;
+    }
+    servlet->init();
+    servlets->put(id, servlet);
+    return servlet;
+}
+
+int ServletContainer::onRequest(HttpRequest* request, HttpResponse* response) {
+    const char* name = request->getParameter("p");
+    HttpServlet* servlet = getServlet(name);
+    if (servlet == nullptr) {
+        app_log(65, 4, "ServletContainer::onRequest End.404\n");
+        return 404;
+    }
+    // What the preview holds is of no use once the user has gone elsewhere.
+    if (std::strcmp(name, kContactsPreview) != 0)
+        if (HttpServlet* preview = getServlet(kContactsPreview))
+            preview->destroy();
+    servlet->service(request, response);
+    return 200;
+}
+
+void ServletContainer::destory() {
+    for (auto* entry = servlets->firstAssoc(); entry != nullptr;
+         entry = servlets->nextAssoc(entry)) {
+        if (entry->value == nullptr)
+            continue;
+        entry->value->destroy();
+        // Compiled plug-ins have no destructor in their virtual table.
+        ::operator delete(entry->value);
+    }
+    servlets->clear();
+}

@@ -1,0 +1,24 @@
+// Puts the program's calls of the dynamic loader into the recorded log, in order with all else.
+// The test program is linked with --wrap for the four functions.
+#ifndef RECORDED_LOADING_H
+#define RECORDED_LOADING_H
+
+#include "recorded_log.h"
+
+#include <string>
+#include <vector>
+
+namespace recorded_loading {
+
+constexpr int kModule = 2;
+
+// The calls since the log was cleared: "dlopen(path, flags)", "dlsym(handle, name)", "dlerror()",
+// "dlclose(handle)".
+std::vector<std::string> calls();
+
+// A handle as the calls show it.
+std::string shown(const void* handle);
+
+} // namespace recorded_loading
+
+#endif

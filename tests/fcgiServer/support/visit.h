@@ -1,0 +1,32 @@
+// A request with everything that a servlet or listener gets to see, without a controller.
+#ifndef VISIT_H
+#define VISIT_H
+
+#include "http_request.h"
+#include "http_response.h"
+#include "memory_stream.h"
+#include "session_factory.h"
+
+#include <string>
+
+class Visit {
+public:
+    explicit Visit(const std::string& query)
+        : m_fastCgi({"REQUEST_METHOD=GET", "REQUEST_URI=/servlet?" + query, "QUERY_STRING=" + query,
+                     "REMOTE_ADDR=10.0.0.5"}),
+          m_response(m_fastCgi.get()), m_request(m_fastCgi.get(), &m_sessions, &m_response) {
+        m_response.setHttpRequest(&m_request);
+    }
+
+    HttpRequest* request() { return &m_request; }
+    HttpResponse* response() { return &m_response; }
+    std::string output() const { return m_fastCgi.out().text(); }
+
+private:
+    mutable MemoryRequest m_fastCgi;
+    SessionFactory m_sessions;
+    HttpResponseImpl m_response;
+    HttpRequestImpl m_request;
+};
+
+#endif
