@@ -1,0 +1,677 @@
+#include "servlet_controller.h"
+
+#include "cgi.h"
+#include "http_request.h"
+#include "http_response.h"
+#include "http_session.h"
+#include "listener_container.h"
+#include "memory_stream.h"
+#include "plugin/plugin_watch.h"
+#include "plugin_loader.h"
+#include "recorded_log.h"
+#include "servlet_container.h"
+#include "session_factory.h"
+#include "support/controller_members.h"
+#include "support/freed_storage.h"
+#include "test_clock.h"
+#include "tmpl.h"
+
+#include "app_log.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr int kEndModule = 3;
+
+// The session of the request under test, which tells whether that request has been finished.
+HttpSessionImpl* watchedSession = nullptr;
+
+void noteEnd(const char* what) {
+    const bool busy = watchedSession != nullptr && watchedSession->m_bInRequest;
+    app_log(kEndModule, 6, "%s, session %s", what, busy ? "busy" : "idle");
+}
+
+} // namespace
+
+// The response's flush ends with the freeing of the template's variables, and the deletion of the
+// request frees its two lists. The names are the linker's.
+extern "C" {
+void __real_TMPL_free_varlist(TMPL_varlist* list);
+void __real_CGI_free_varlist(CGI_varlist* list);
+
+void __wrap_TMPL_free_varlist(TMPL_varlist* list) {
+    noteEnd("response flushed");
+    __real_TMPL_free_varlist(list);
+}
+void __wrap_CGI_free_varlist(CGI_varlist* list) {
+    noteEnd("list of the request freed");
+    __real_CGI_free_varlist(list);
+}
+}
+
+namespace {
+
+using plugin_watch::events;
+using plugin_watch::messages;
+using recorded_log::appLog;
+using recorded_log::webDebug;
+using Names = std::vector<std::string>;
+using Records = std::vector<LogRecord>;
+
+constexpr char kClient[] = "10.0.0.5";
+const Names kAllListeners = {"A 1 onRequest", "B 1 onRequest", "C 1 onRequest"};
+const LogRecord kNoPage = appLog(4, "ServletContext::doService() End. p parameter not found!\n");
+const LogRecord kNoServlet = appLog(4, "ServletContainer::onRequest End.404\n");
+const std::string kToSignIn = "Location: /servlet?p=login&q=loginForm&jumpto=status \r\n\r\n";
+
+std::string redirect(const std::string& location) {
+    return "Location: " + location + " \r\n\r\n";
+}
+
+// How a request ended, as its session and its objects show it.
+const Names kDropped = {"list of the request freed, session busy",
+                        "list of the request freed, session busy"};
+const Names kFinishedOnly = {"list of the request freed, session idle",
+                             "list of the request freed, session idle"};
+const Names kFlushedAndFinished = {"response flushed, session busy",
+                                   "list of the request freed, session idle",
+                                   "list of the request freed, session idle"};
+
+Names ends() {
+    Names result;
+    for (const LogRecord& record : recorded_log::records())
+        if (record.call == "app_log" && record.module == kEndModule)
+            result.push_back(record.text);
+    return result;
+}
+
+Names joined(Names first, const Names& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+// A controller with the listeners A, B and C and the servlets "status", "notice" and "broken", a
+// client with a session, and the requests of that client.
+class Service : public testing::Test {
+protected:
+    Service() : m_controller(std::make_unique<ServletController>()) {
+        controller().init();
+        m_listeners = std::make_unique<ListenersOf>(controller());
+        std::string address = kClient;
+        m_session = controller().getSessionFactory()->createSession(address);
+        watchedSession = m_session;
+        recorded_log::clear();
+    }
+    ~Service() override {
+        watchedSession = nullptr;
+        if (m_controller != nullptr)
+            controller().destroy();
+    }
+
+    ServletController& controller() { return *m_controller; }
+    HttpSessionImpl& session() { return *m_session; }
+    void deleteController() {
+        watchedSession = nullptr;
+        m_controller.reset();
+    }
+    void* member(int index) const { return controllerMember(*m_controller, index); }
+    std::int32_t& status() {
+        return *reinterpret_cast<std::int32_t*>(reinterpret_cast<void**>(m_controller.get()) + 5);
+    }
+
+    // Serves a request of the client and gives the result; `output` is what it was answered.
+    int serve(std::vector<std::string> environment, const std::string& body = "") {
+        environment.push_back(std::string("REMOTE_ADDR=") + kClient);
+        environment.push_back("HTTP_COOKIE=JSESSIONID=" + m_session->getId());
+        MemoryRequest request(std::move(environment), body);
+        test_clock::advanceSeconds(10);
+        m_session->m_bInRequest = false;
+        recorded_log::clear();
+        const int result = controller().doService(request.get());
+        output = request.out().text();
+        // Every request begins with the session being told of it.
+        EXPECT_EQ(m_session->getLastAccessedTime(), test_clock::seconds() + 300);
+        return result;
+    }
+    // A GET request for this URI.
+    int get(const std::string& uri) {
+        const std::size_t mark = uri.find('?');
+        return get(uri, mark == std::string::npos ? "" : uri.substr(mark + 1));
+    }
+    int get(const std::string& uri, const std::string& query) {
+        return serve({"REQUEST_METHOD=GET", "REQUEST_URI=" + uri, "QUERY_STRING=" + query});
+    }
+    std::string statusWord() {
+        char word[64] = {};
+        controller().getStatus(word);
+        return word;
+    }
+
+    void expectRefused(const std::string& uri) {
+        SCOPED_TRACE(uri);
+        EXPECT_EQ(get(uri), 404);
+        EXPECT_EQ(output, "");
+        EXPECT_EQ(ends(), kDropped);
+        EXPECT_TRUE(session().m_bInRequest);
+        EXPECT_EQ(events(), Names{});
+    }
+    void expectNoPage(const std::string& uri, const std::string& query) {
+        SCOPED_TRACE(uri);
+        EXPECT_EQ(get(uri, query), 404);
+        EXPECT_EQ(output, "");
+        EXPECT_EQ(ends(), kFinishedOnly);
+        EXPECT_EQ(messages(), Records{kNoPage});
+        EXPECT_EQ(recorded_log::records().back(), kNoPage); // when all is gone
+        EXPECT_EQ(events(), Names{});
+    }
+    void expectRedirect(const std::string& uri, const std::string& expected) {
+        SCOPED_TRACE(uri);
+        EXPECT_EQ(get(uri), 200);
+        EXPECT_EQ(output, expected);
+        EXPECT_EQ(ends(), kFlushedAndFinished);
+        EXPECT_EQ(messages(), Records{});
+        EXPECT_EQ(events(), Names{});
+    }
+    void expectEvent(const std::string& uri, const std::string& query) {
+        SCOPED_TRACE(uri);
+        EXPECT_EQ(get(uri, query), 200);
+        EXPECT_EQ(output, "\r\n");
+        EXPECT_EQ(ends(), kFlushedAndFinished);
+        EXPECT_EQ(messages(), Records{});
+        EXPECT_EQ(events(), kAllListeners);
+    }
+    void expectEvent(const std::string& uri) { expectEvent(uri, uri.substr(uri.find('?') + 1)); }
+    void expectPage(const std::string& uri) {
+        SCOPED_TRACE(uri);
+        EXPECT_EQ(get(uri), 200);
+        EXPECT_EQ(output, "\r\n<page without text>");
+        EXPECT_EQ(ends(), kFlushedAndFinished);
+        EXPECT_EQ(messages(), Records{});
+        EXPECT_EQ(events().back(), "page 1 service");
+    }
+
+    std::string output;
+
+private:
+    std::unique_ptr<ServletController> m_controller;
+    HttpSessionImpl* m_session;
+    std::unique_ptr<ListenersOf> m_listeners;
+};
+
+TEST_F(Service, ServesAPageByItsServletAfterAllListeners) {
+    EXPECT_EQ(get("/servlet?p=status&text=hello"), 200);
+    EXPECT_EQ(events(), joined(kAllListeners, {"page 1 created", "page 1 init", "page 1 service"}));
+    EXPECT_EQ(output, "\r\n<page hello>");
+    EXPECT_EQ(ends(), kFlushedAndFinished);
+    EXPECT_EQ(messages(), Records{});
+    EXPECT_FALSE(session().m_bInRequest);
+    EXPECT_EQ(statusWord(), "idle");
+}
+
+TEST_F(Service, GivesTheResultOfTheServletContainer) {
+    for (const char* page : {"unknown", "Status", "notices", "login"}) {
+        SCOPED_TRACE(page);
+        EXPECT_EQ(get(std::string("/servlet?p=") + page), 404);
+        EXPECT_EQ(output, "\r\n");
+        EXPECT_EQ(ends(), kFlushedAndFinished);
+        EXPECT_EQ(messages(), Records{kNoServlet});
+        EXPECT_EQ(events(), kAllListeners);
+    }
+}
+
+TEST_F(Service, FindsNoServletForAnEmptyPage) {
+    EXPECT_EQ(get("/servlet?p="), 404);
+    ASSERT_EQ(messages().size(), 2u);
+    EXPECT_EQ(messages()[0].text.find("ServletContainer::addServlet End1. id= m_loader=0x"), 0u);
+    EXPECT_EQ(messages()[1], kNoServlet);
+}
+
+TEST_F(Service, TakesThePageFromAForm) {
+    EXPECT_EQ(serve({"REQUEST_METHOD=POST", "REQUEST_URI=/servlet", "CONTENT_LENGTH=8",
+                     "CONTENT_TYPE=application/x-www-form-urlencoded"},
+                    "p=status"),
+              200);
+    EXPECT_EQ(events().back(), "page 1 service");
+}
+
+TEST_F(Service, ServesRequestsOfClientsWithoutASession) {
+    MemoryRequest request(
+        {"REQUEST_METHOD=GET", "REQUEST_URI=/servlet?p=status", "QUERY_STRING=p=status"});
+    EXPECT_EQ(controller().doService(request.get()), 200);
+    EXPECT_EQ(request.out().text(), "\r\n<page without text>");
+}
+
+TEST_F(Service, RefusesARequestWithNeitherPageNorEvent) {
+    expectNoPage("/servlet?q=1", "q=1");
+    expectNoPage("/servlet?q=1", "");
+    expectNoPage("/servlet?", "");
+    expectNoPage("/", "");
+    // Only the beginning of the query makes an event.
+    expectNoPage("/servlet?q=1&key=1", "q=1&key=1");
+    expectNoPage("/servlet?q=csta", "q=csta");
+    expectNoPage("/servlet?Key=1", "Key=1");
+    expectNoPage("/servlet?server=1", "server=1");
+    expectNoPage("/servlet?CSTA", "CSTA");
+}
+
+const char* const kEvents[] = {"key",    "number", "phonecfg", "redirectcall", "forward",
+                               "Server", "push",   "download", "command"};
+
+TEST_F(Service, EndsAnEventWithTheListeners) {
+    for (const std::string event : kEvents) {
+        expectEvent("/servlet?" + event + "=1");
+        expectEvent("/servlet?" + event + "=1&p=status");
+        expectEvent("/servlet?" + event + "=1&p=notice");
+        expectEvent("/servlet?" + event + "=");
+        expectEvent("/servlet?" + event);
+        // The prefix may go on, when the parameter comes from elsewhere.
+        expectEvent("/servlet?" + event + "board=1&" + event + "=2");
+    }
+}
+
+TEST_F(Service, IsNotDeceivedByTheBeginningOfAnEventWithoutItsParameter) {
+    for (const std::string event : kEvents) {
+        const std::string query = event + "board=1";
+        expectNoPage("/servlet?" + query, query);
+        expectPage("/servlet?" + query + "&p=status");
+        // The parameters of other events do not count.
+        const std::string other = event == "key" ? "&push=1" : "&key=1";
+        expectNoPage("/servlet?" + query + other, query + other);
+        // A prefix cut short is none.
+        const std::string shorter = event.substr(0, event.size() - 1) + "=1&" + event + "=1";
+        expectNoPage("/servlet?" + shorter, shorter);
+    }
+}
+
+TEST_F(Service, AlwaysTakesAQueryThatBeginsWithCstaForAnEvent) {
+    for (const char* query : {"csta", "csta=1", "cstaX", "csta&p=status", "csta=1&p=notice"})
+        expectEvent(std::string("/servlet?") + query);
+}
+
+TEST_F(Service, LetsAListenerEndARequest) {
+    const LogRecord refused = appLog(4, "ListenerContainer::onRequest End.result = false\n");
+    for (const char* query :
+         {"p=status&refuse=B", "p=unknown&refuse=B", "p=notice&refuse=B", "key=1&refuse=B"}) {
+        SCOPED_TRACE(query);
+        EXPECT_EQ(get(std::string("/servlet?") + query), 200);
+        EXPECT_EQ(events(), (Names{"A 1 onRequest", "B 1 onRequest"}));
+        EXPECT_EQ(messages(), Records{refused});
+        EXPECT_EQ(output, "\r\n<refused by B>");
+        EXPECT_EQ(ends(), kFlushedAndFinished);
+    }
+}
+
+TEST_F(Service, SendsFourOlderPagesToTheSignIn) {
+    for (const std::string page : {
+             "/cgi-bin/Velmoranix.acx?Id=1",
+             "/cgi-bin/Velmoranix.acx?Id=7",
+             "/cgi-bin/Quillpage.tpx?page=Status.htm",
+             "/cgi-bin/Quillpage.tpx?page=Phone-Upgrade.htm",
+         }) {
+        expectRedirect(page, kToSignIn);
+        expectRedirect(page + "&x=y", kToSignIn);
+        expectRedirect(page + "0", kToSignIn);
+        expectRedirect(page + "&p=status", kToSignIn);
+        expectRedirect(page + "&key=1", kToSignIn);
+    }
+}
+
+TEST_F(Service, RewritesTheOtherPagesOfTheOlderPrograms) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"/cgi-bin/Quillpage.tpx?page=Home.htm", "/servlet?page=Home.htm"},
+        {"/cgi-bin/Quillpage.tpx?page=status.htm", "/servlet?page=status.htm"},
+        {"/cgi-bin/Quillpage.tpx", "/servlet"},
+        {"/cgi-bin/Velmoranix.acx?Id=2", "/servlet?Id=2"},
+        {"/cgi-bin/Velmoranix.acx?Id=", "/servlet?Id="},
+        {"/cgi-bin/Velmoranix.acx?x=1&Id=1", "/servlet?x=1&Id=1"},
+        // anywhere in the URI
+        {"/x/cgi-bin/Velmoranix.acx?Id=1", "/x/servlet?Id=1"},
+        {"//cgi-bin/Quillpage.tpx?page=Status.htm", "//servlet?page=Status.htm"},
+        {"cgi-bin/Quillpage.tpx", "servlet"},
+        {"/cgi-bin/Quillpage.tpxx", "/servletx"},
+        // all of one program, and the first program alone
+        {"/cgi-bin/Quillpage.tpx?a=/cgi-bin/Quillpage.tpx", "/servlet?a=/servlet"},
+        {"/cgi-bin/Velmoranix.acx?a=cgi-bin/Velmoranix.acxcgi-bin/Velmoranix.acx",
+         "/servlet?a=servletservlet"},
+        {"/cgi-bin/Velmoranix.acx?a=/cgi-bin/Quillpage.tpx", "/cgi-bin/Velmoranix.acx?a=/servlet"},
+        // what a rewriting joins is not looked at again
+        {"/cgi-bin/Velmoranix.acx?a=cgi-bin/Vcgi-bin/Velmoranix.acx",
+         "/servlet?a=cgi-bin/Vservlet"},
+    };
+    for (const auto& [uri, successor] : cases)
+        expectRedirect(uri, redirect(successor));
+}
+
+TEST_F(Service, DoesNotRewriteWhatIsSpelledOtherwise) {
+    for (const char* uri : {"/cgi-bin/quillpage.tpx?page=Home.htm", "/CGI-BIN/Velmoranix.acx?Id=1",
+                            "/cgi-bin/Quillpage.tp", "/cgi-bin/other"}) {
+        const char* mark = std::strchr(uri, '?');
+        expectNoPage(uri, mark != nullptr ? mark + 1 : "");
+    }
+}
+
+TEST_F(Service, RewritesTheFirst511CharactersOfALongUri) {
+    const std::string program = "/cgi-bin/Quillpage.tpx?page=";
+    for (const std::size_t length : {510u, 511u, 512u, 513u, 600u, 5000u}) {
+        SCOPED_TRACE(length);
+        const std::string uri = program + std::string(length - program.size(), 'a');
+        const std::string kept = uri.substr(0, 511);
+        expectRedirect(uri, redirect("/servlet?page=" + kept.substr(program.size())));
+    }
+    // Nothing of a long URI is left for the next one.
+    expectRedirect("/cgi-bin/Quillpage.tpx?page=b", redirect("/servlet?page=b"));
+}
+
+TEST_F(Service, DoesNotSeeAnOlderProgramBehindThe511thCharacter) {
+    const std::string program = "/cgi-bin/Quillpage.tpx";
+    const std::string padding = "/servlet?p=unknown&x=";
+    const auto uri = [&](std::size_t end) {
+        return padding + std::string(end - padding.size() - program.size(), 'a') + program;
+    };
+    EXPECT_EQ(get(uri(511)), 200);
+    EXPECT_EQ(output.find("Location: "), 0u);
+    for (const std::size_t end : {512u, 513u, 600u, 5000u}) {
+        SCOPED_TRACE(end);
+        EXPECT_EQ(get(uri(end)), 404);
+        EXPECT_EQ(messages(), Records{kNoServlet});
+    }
+}
+
+TEST_F(Service, ServesAPageWithALongUri) {
+    expectPage("/servlet?p=status&x=" + std::string(5000, 'a'));
+}
+
+TEST_F(Service, LeavesTheStatusAloneWhenItRedirects) {
+    get("/servlet?p=status&q=reboot");
+    get("/cgi-bin/Velmoranix.acx?Id=1");
+    get("/cgi-bin/Quillpage.tpx?now=true");
+    EXPECT_EQ(statusWord(), "reboot");
+}
+
+TEST_F(Service, TakesTheQueryFromTheTenthCharacterOn) {
+    expectEvent("/abcdefghkey=1", "key=1");
+    expectNoPage("/servlets?key=1", "key=1");
+    expectNoPage("/cgi?key=1", "key=1");
+    EXPECT_EQ(get("/xxxxxxxxp=settings-config&q=import", "p=status"), 200);
+    EXPECT_EQ(statusWord(), "configration");
+}
+
+TEST_F(Service, TakesTheQueryOfAShortUriForEmpty) {
+    for (const std::string uri : {"", "/", "/key", "key", "/servlet", "/servlet?"}) {
+        SCOPED_TRACE(uri);
+        get("/servlet?p=status&q=reboot");
+        expectNoPage(uri, "key=1");
+        EXPECT_EQ(statusWord(), "idle");
+        EXPECT_EQ(get(uri, "p=status"), 200);
+        EXPECT_EQ(events().back(), "page 1 service");
+    }
+}
+
+TEST_F(Service, TakesTheQueryOfARequestWithoutUriForEmpty) {
+    get("/servlet?p=status&q=reboot");
+    EXPECT_EQ(serve({"REQUEST_METHOD=GET", "QUERY_STRING=p=status"}), 200);
+    EXPECT_EQ(events().back(), "page 1 service");
+    EXPECT_EQ(statusWord(), "idle");
+    EXPECT_EQ(serve({"REQUEST_METHOD=GET", "QUERY_STRING=key=1"}), 404);
+    EXPECT_EQ(messages(), Records{kNoPage});
+}
+
+TEST_F(Service, RefusesARequestWithoutAMethod) {
+    EXPECT_EQ(serve({"REQUEST_METHOD=GET"}), 404);
+    MemoryRequest request({"REQUEST_URI=/servlet?p=status", "QUERY_STRING=p=status"});
+    recorded_log::clear();
+    EXPECT_EQ(controller().doService(request.get()), 404);
+    EXPECT_EQ(messages(), (Records{appLog(4, "HttpRequestImpl::init() End1\n"), kNoPage}));
+}
+
+TEST_F(Service, RefusesAUriWithMarkupOrScript) {
+    for (const std::string uri :
+         {"/servlet?p=status&q=%3Cb%3E", "/servlet?p=status&q=%3c", "/servlet?p=status&q=<",
+          "/servlet?p=status&q=>", "/servlet?p=SCRIPTS", "/Script/servlet?p=status",
+          "/cgi-bin/Velmoranix.acx?Id=1&script", "/cgi-bin/Quillpage.tpx?<", "/servlet?key=<"}) {
+        expectRefused(uri);
+        EXPECT_EQ(messages(), Records{appLog(3, "url = " + uri + ", include illegal char\n")});
+    }
+}
+
+TEST_F(Service, RefusesParametersWithOtherCharactersWithoutAWord) {
+    for (const char* parameter :
+         {"jumpto=a.b", "jumpto=a%20b", "jumpto=%2e", "jumpto=a/b", "acc=1a", "acc=a", "acc=5-",
+          "acc=--5", "acc=1.0", "acc=%20", "acc=_", "model=x1", "model=1_", "model=-1-"}) {
+        for (const char* rest : {"p=status", "p=notice", "key=1", "q=1"}) {
+            expectRefused(std::string("/servlet?") + rest + "&" + parameter);
+            EXPECT_EQ(messages(), Records{});
+        }
+    }
+    for (const char* page : {"sta.tus", "sta%20tus", "../status", "status%0a"}) {
+        expectRefused(std::string("/servlet?p=") + page);
+        EXPECT_EQ(messages(), Records{});
+    }
+    expectRefused("/cgi-bin/Velmoranix.acx?Id=1&jumpto=a.b");
+    expectRefused("/cgi-bin/Quillpage.tpx?page=Home.htm&acc=x");
+}
+
+TEST_F(Service, RefusesOnceWhateverIsWrongBesidesTheUri) {
+    const std::string uri = "/servlet?p=.&q=<&jumpto=.&acc=x&model=x";
+    expectRefused(uri);
+    EXPECT_EQ(messages(), Records{appLog(3, "url = " + uri + ", include illegal char\n")});
+}
+
+TEST_F(Service, AcceptsParametersOfPlainCharacters) {
+    for (const char* parameter :
+         {"jumpto=settings-upgrade_2", "jumpto=-_-", "jumpto=", "jumpto", "acc=12", "acc=-5",
+          "acc=-", "acc=", "model=28", "model=-1", "model="})
+        expectPage(std::string("/servlet?p=status&") + parameter);
+}
+
+TEST_F(Service, ScreensOnlyTheFirstValueAndOnlyItsFourParameters) {
+    expectPage("/servlet?p=status&acc=1&acc=x");
+    expectPage("/servlet?p=status&q=a.b&Acc=x&JUMPTO=.");
+}
+
+TEST_F(Service, LeavesTheStatusAloneWhenItRefuses) {
+    get("/servlet?p=status&q=reboot");
+    get("/servlet?p=status&acc=x");
+    get("/servlet?p=status&now=true&q=<");
+    EXPECT_EQ(statusWord(), "reboot");
+}
+
+TEST_F(Service, TakesTheStatusFromARequestThatFindsNoPage) {
+    get("/servlet?q=reboot");
+    EXPECT_EQ(messages(), Records{kNoPage});
+    EXPECT_EQ(statusWord(), "reboot");
+    get("/servlet?key=1");
+    EXPECT_EQ(statusWord(), "idle");
+}
+
+TEST_F(Service, AnswersANoticeWithTheStatusWord) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"p=status", "idle"},
+        {"p=status&reboot=true", "reboot"},
+        {"p=status&q=reboot", "reboot"},
+        {"p=settings-upgrade&q=reset", "reset"},
+        {"p=settings-config&q=import", "configration"},
+        {"p=settings-config&q=localconfig&type=import", "configration"},
+        {"p=settings-config&q=localconfig&type=remove", "configration"},
+        {"p=settings-config&q=import&x=1", "idle"},
+    };
+    for (const auto& [query, word] : cases) {
+        SCOPED_TRACE(query);
+        get(std::string("/servlet?") + query);
+        for (int again = 0; again < 2; ++again) {
+            EXPECT_EQ(get("/servlet?p=notice"), 200);
+            EXPECT_EQ(output, std::string("ContentType: text/html \r\n\r\n") + word);
+            EXPECT_EQ(ends(), kFlushedAndFinished);
+            EXPECT_EQ(messages(), Records{});
+            EXPECT_EQ(events(), kAllListeners);
+        }
+    }
+}
+
+TEST_F(Service, AnswersANoticeAlsoWithWordsThatNoRequestSets) {
+    for (const auto& [code, word] : {std::pair(4, "upgrade"), {6, "unkown"}, {-1, "unkown"}}) {
+        status() = code;
+        EXPECT_EQ(get("/servlet?p=notice"), 200);
+        EXPECT_EQ(output, std::string("ContentType: text/html \r\n\r\n") + word);
+    }
+}
+
+TEST_F(Service, HandsANoticeToItsServletDuringAutoprovisioning) {
+    get("/servlet?p=status&now=true");
+    EXPECT_EQ(statusWord(), "autoprovision");
+    EXPECT_EQ(get("/servlet?p=notice"), 200);
+    EXPECT_EQ(output, "\r\n<other without text>");
+    EXPECT_EQ(events(),
+              joined(kAllListeners, {"other 1 created", "other 1 init", "other 1 service"}));
+    EXPECT_EQ(statusWord(), "autoprovision");
+}
+
+TEST_F(Service, TakesOnlyTheWholeNameForANotice) {
+    for (const char* page : {"notices", "Notice", "notic", "notice-"}) {
+        EXPECT_EQ(get(std::string("/servlet?p=") + page), 404) << page;
+        EXPECT_EQ(messages(), Records{kNoServlet}) << page;
+    }
+}
+
+TEST_F(Service, DeletesTheRequestAndThenTheResponseOfEveryRequest) {
+    for (const char* query : {"p=status", "p=unknown", "p=notice", "key=1", "q=1", "acc=x"}) {
+        SCOPED_TRACE(query);
+        const std::string text = query;
+        MemoryRequest request(
+            {"REQUEST_METHOD=GET", "REQUEST_URI=/servlet?" + text, "QUERY_STRING=" + text});
+        freed_storage::start();
+        controller().doService(request.get());
+        const std::vector<FreedStorage> freed = freed_storage::stop();
+        const std::size_t first = freed_storage::indexOfSize(freed, sizeof(HttpRequestImpl));
+        const std::size_t second = freed_storage::indexOfSize(freed, sizeof(HttpResponseImpl));
+        EXPECT_LT(first, second);
+        EXPECT_LT(second, freed.size());
+    }
+}
+
+TEST_F(Service, SendsTheCookieOfASessionOnlyWhenAPageMakesOne) {
+    get("/servlet?p=status");
+    EXPECT_EQ(output.find("JSESSIONID"), std::string::npos);
+    EXPECT_EQ(controller().getSessionFactory()->sessionNum(), 1);
+}
+
+using ServiceDeathTest = Service;
+
+TEST_F(ServiceDeathTest, EndsTheProcessForANullRequest) {
+    EXPECT_EXIT(controller().doService(nullptr), testing::KilledBySignal(SIGABRT),
+                "servlet_controller.cpp:90: int ServletController::doService\\(FCGX_Request\\*\\): "
+                "Assertion `frequest != __null' failed\\.");
+}
+
+TEST_F(Service, HasATimerThatExpiresNothing) {
+    session().m_bInRequest = false;
+    test_clock::advanceSeconds(1000);
+    EXPECT_EQ(controller().onTimer(), 0);
+    EXPECT_EQ(controller().getSessionFactory()->sessionNum(), 1);
+    EXPECT_EQ(recorded_log::records(), Records{});
+    controller().getSessionFactory()->onTimer();
+    EXPECT_EQ(controller().getSessionFactory()->sessionNum(), 0);
+    watchedSession = nullptr;
+}
+
+TEST_F(Service, EndsServletsThenSessions) {
+    get("/servlet?p=status");
+    recorded_log::clear();
+    EXPECT_EQ(controller().destroy(), 0);
+    watchedSession = nullptr;
+    EXPECT_EQ(recorded_log::records(),
+              (Records{plugin_watch::event("page 1 destroy"), webDebug("setUser", "(null)")}));
+    EXPECT_EQ(controller().getSessionFactory()->sessionNum(), 0);
+}
+
+TEST_F(Service, HasNoListenersAfterItsEndAndCreatesServletsAnew) {
+    get("/servlet?p=status");
+    EXPECT_EQ(controller().destroy(), 0);
+    watchedSession = nullptr;
+    MemoryRequest request({"REQUEST_METHOD=GET", "REQUEST_URI=/servlet?p=status&refuse=A",
+                           "QUERY_STRING=p=status&refuse=A"});
+    recorded_log::clear();
+    EXPECT_EQ(controller().doService(request.get()), 200);
+    EXPECT_EQ(events(), (Names{"page 2 created", "page 2 init", "page 2 service"}));
+}
+
+TEST_F(Service, IsTakenApartInTheOrderOfItsMembers) {
+    controller().destroy();
+    const void* const members[] = {member(0), member(1), member(2), member(3)};
+    recorded_log::clear();
+    std::vector<FreedStorage> freed;
+    {
+        plugin_watch::OnEvent markUnloading([](const std::string&) { freed_storage::mark(); });
+        freed_storage::start();
+        deleteController();
+        freed = freed_storage::stop();
+    }
+    std::vector<std::size_t> order;
+    for (const void* storage : members)
+        order.push_back(freed_storage::indexOf(freed, storage));
+    EXPECT_TRUE(std::is_sorted(order.begin(), order.end())) << testing::PrintToString(order);
+    EXPECT_LT(order.back(), freed.size());
+    // The library goes with the loader, whose own storage is freed after its destructor.
+    const std::size_t unloading = freed_storage::indexOf(freed, nullptr);
+    EXPECT_LT(order[2], unloading);
+    EXPECT_LT(unloading, order[3]);
+    EXPECT_EQ(events(), Names{"unloaded"});
+}
+
+TEST_F(Service, KeepsItsMembersWhereTheyWere) {
+    const auto virtualTable = [](const void* object) { return *static_cast<void* const*>(object); };
+    const SessionFactory sessions;
+    const ServletContainer servlets;
+    const ListenerContainer listeners;
+    const PluginLoader loader("");
+    EXPECT_EQ(member(0), controller().getSessionFactory());
+    EXPECT_EQ(virtualTable(member(0)), virtualTable(&sessions));
+    EXPECT_EQ(virtualTable(member(1)), virtualTable(&servlets));
+    EXPECT_EQ(virtualTable(member(2)), virtualTable(&listeners));
+    EXPECT_EQ(virtualTable(member(3)), virtualTable(&loader));
+    controller().setStatus("q=reset");
+    EXPECT_EQ(status(), 0);
+    controller().setStatus("p=settings-upgrade&q=reset");
+    EXPECT_EQ(status(), 2);
+}
+
+TEST(ServiceAtItsStart, ReadsTheConfigurationFirstAndCreatesTheListenersInInit) {
+    recorded_log::clear();
+    ServletController controller;
+    const Records constructed = recorded_log::records();
+    ASSERT_FALSE(constructed.empty());
+    const std::string begin = "PluginLoader::loadConfigFile Begin.configfile =";
+    const std::string path = "/phone/www/WEB-INFO/servlet/servlet.xml";
+    const std::string first = constructed.front().text;
+    EXPECT_EQ(first.substr(0, begin.size()), begin);
+    EXPECT_EQ(first.substr(first.size() - path.size()), path);
+    EXPECT_EQ(constructed.back(), webDebug("info", "PluginLoader::init End"));
+    EXPECT_EQ(events(), Names{});
+
+    // Something for init() to set back.
+    controller.setStatus("q=reboot");
+    recorded_log::clear();
+    controller.init();
+    char word[64] = {};
+    controller.getStatus(word);
+    EXPECT_STREQ(word, "idle");
+    EXPECT_EQ(recorded_log::records(),
+              (Records{plugin_watch::event("A 1 created"), plugin_watch::event("A 1 init"),
+                       plugin_watch::event("B 1 created"), plugin_watch::event("B 1 init"),
+                       plugin_watch::event("C 1 created"), plugin_watch::event("C 1 init")}));
+
+    const ListenersOf listeners(controller);
+    controller.destroy();
+}
+
+} // namespace
