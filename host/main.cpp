@@ -1,0 +1,174 @@
+// fcgi_host: the daemon around one FCGIServer.
+#include "accept_gate.h"
+#include "fcgi_server.h"
+#include "listen_socket.h"
+#include "options.h"
+#include "request_loops.h"
+#include "servlet_controller.h"
+#include "session_factory.h"
+
+#include <fcntl.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kSignalStatus = 128; // plus the signal's number, as shells count
+constexpr auto kWakeInterval = std::chrono::milliseconds(50);
+
+int fail(int status, const std::string& message) {
+    std::fprintf(stderr, "fcgi_host: %s\n", message.c_str());
+    return status;
+}
+
+// A daemon may be started with these closed; what is opened next would be taken for one of them.
+void fillStandardDescriptors() {
+    int fd = -1;
+    do
+        fd = open("/dev/null", O_RDWR);
+    while (fd >= 0 && fd <= STDERR_FILENO);
+    close(fd);
+}
+
+sigset_t stopSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGHUP);
+    return signals;
+}
+
+// Before any thread is started and before the FastCGI kit looks: it installs handlers that end
+// the process's accepting or drop requests under way where it finds the default ones.
+void arrangeSignals() {
+    std::signal(SIGPIPE, SIG_IGN);
+    sigset_t blocked = stopSignals();
+    sigaddset(&blocked, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+}
+
+// The stop signal that arrives within `time`, else 0.
+int waitForStop(Clock::duration time) {
+    using namespace std::chrono;
+    const auto left = std::max(time, Clock::duration::zero());
+    const auto whole = duration_cast<seconds>(left);
+    const timespec limit{static_cast<time_t>(whole.count()),
+                         static_cast<long>(duration_cast<nanoseconds>(left - whole).count())};
+    const sigset_t signals = stopSignals();
+    return std::max(sigtimedwait(&signals, nullptr, &limit), 0);
+}
+
+void runTimer(FCGIServer& server) {
+    if (server.onTimer() == 0)
+        server.getController()->getSessionFactory()->onTimer();
+}
+
+void serveUntilStopped(FCGIServer& server, std::chrono::seconds interval) {
+    auto deadline = Clock::now() + interval;
+    while (waitForStop(deadline - Clock::now()) == 0) {
+        if (Clock::now() < deadline)
+            continue;
+        runTimer(server);
+        deadline = Clock::now() + interval;
+    }
+}
+
+void finishRequests(AcceptGate& gate, RequestLoops& loops) {
+    // The loops each log that accepting failed; this says why.
+    std::fputs("fcgi_host: stopping; finishing the requests under way\n", stderr);
+    loops.stop();
+    gate.close();
+    do {
+        gate.wake(loops);
+        if (const int signal = waitForStop(Clock::duration::zero()))
+            std::_Exit(fail(kSignalStatus + signal, "ended at once by a second signal"));
+    } while (!loops.waitForEnd(kWakeInterval));
+}
+
+// The listening socket, at file descriptor 0, or the exit status.
+std::optional<AcceptGate> openGate(const Options& options, int& status) {
+    std::string error;
+    std::optional<OwnSocket> own;
+    if (!options.listen.empty()) {
+        const auto address = parseSocketAddress(options.listen, error);
+        if (!address) {
+            status = fail(EX_USAGE, error);
+            return std::nullopt;
+        }
+        own = OwnSocket::open(*address, error);
+        if (!own) {
+            status = fail(EX_UNAVAILABLE, error);
+            return std::nullopt;
+        }
+    } else if (!takeInheritedSocket()) {
+        status = fail(EX_USAGE, "file descriptor 0 is no listening socket; start this from a web "
+                                "server, or give --listen PATH or --listen ADDRESS:PORT");
+        return std::nullopt;
+    }
+    auto gate = AcceptGate::open(std::move(own), error);
+    if (!gate)
+        status = fail(EX_OSERR, error);
+    return gate;
+}
+
+int serve(const Options& options) {
+    arrangeSignals();
+    int status = EX_OK;
+    auto gate = openGate(options, status);
+    if (!gate)
+        return status;
+    const auto server = std::make_unique<FCGIServer>();
+    {
+        RequestLoops loops([&server] { server->run(); }, options.threads);
+        if (loops.count() < options.threads)
+            fail(EX_OSERR, "only " + std::to_string(loops.count()) + " threads could be started");
+        serveUntilStopped(*server, std::chrono::seconds(options.timerSeconds));
+        finishRequests(*gate, loops);
+    }
+    // A plug-in that does not come to an end is ended by a second signal, too.
+    const sigset_t signals = stopSignals();
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    return EX_OK;
+}
+
+int run(int argc, char** argv) {
+    std::string error;
+    const auto options = parseOptions(argc, argv, error);
+    if (!options)
+        return fail(EX_USAGE, error + "; see fcgi_host --help");
+    switch (options->action) {
+    case Options::Action::Help:
+        std::fputs(kHelpText, stdout);
+        return EX_OK;
+    case Options::Action::Version:
+        std::puts("fcgi_host " FCGI_HOST_VERSION);
+        return EX_OK;
+    case Options::Action::Serve:
+        break;
+    }
+    return serve(*options);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        fillStandardDescriptors();
+        return run(argc, argv);
+    } catch (const std::exception& problem) {
+        // Not exit(3): request loops may be running.
+        std::_Exit(fail(EX_OSERR, problem.what()));
+    }
+}

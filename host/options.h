@@ -1,0 +1,27 @@
+// The command line of fcgi_host.
+#ifndef OPTIONS_H
+#define OPTIONS_H
+
+#include <optional>
+#include <string>
+
+struct Options {
+    enum class Action { Serve, Help, Version };
+
+    Action action = Action::Serve;
+    // Request loops: as many requests are served at once.
+    int threads = 2;
+    // Between two runs of the timer.
+    int timerSeconds = 10;
+    // Where to listen; empty for the socket that is handed over as file descriptor 0.
+    std::string listen;
+};
+
+// Nothing for a command line that makes no sense; `error` then says in one line what is wrong
+// with it. One thread at a time.
+std::optional<Options> parseOptions(int argc, char* const argv[], std::string& error);
+
+// Several lines, the last with its newline.
+extern const char kHelpText[];
+
+#endif

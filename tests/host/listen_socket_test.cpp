@@ -1,0 +1,262 @@
+#include "listen_socket.h"
+#include "temporary_folder.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <fstream>
+
+namespace {
+
+SocketAddress addressOf(const std::string& text) {
+    std::string error;
+    const auto address = parseSocketAddress(text, error);
+    EXPECT_TRUE(address) << error;
+    return address.value_or(SocketAddress());
+}
+
+std::optional<OwnSocket> openAt(const std::string& text, std::string& error) {
+    return OwnSocket::open(addressOf(text), error);
+}
+
+// 0, or the number of the error.
+int connectTo(const SocketAddress& address) {
+    const Descriptor client(socket(address.family(), SOCK_STREAM, 0));
+    return connect(client.get(), address.get(), address.length) == 0 ? 0 : errno;
+}
+
+std::string freePort() {
+    const Descriptor probe(socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in where{};
+    where.sin_family = AF_INET;
+    where.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof where;
+    bind(probe.get(), reinterpret_cast<sockaddr*>(&where), length);
+    getsockname(probe.get(), reinterpret_cast<sockaddr*>(&where), &length);
+    return std::to_string(ntohs(where.sin_port));
+}
+
+mode_t modeOf(const std::string& path) {
+    struct stat file {};
+    return lstat(path.c_str(), &file) == 0 ? file.st_mode & 07777 : 0;
+}
+
+TEST(SocketAddress, IsAPathWhenItHasASlashOrNoColon) {
+    for (const char* text : {"/run/web/fcgi.sock", "./a:9000", "/run/a:b", "fcgi.sock"}) {
+        const SocketAddress address = addressOf(text);
+        EXPECT_EQ(address.family(), AF_UNIX) << text;
+        EXPECT_STREQ(reinterpret_cast<const sockaddr_un*>(&address.storage)->sun_path, text);
+    }
+}
+
+TEST(SocketAddress, IsAnAddressWithAPort) {
+    const SocketAddress address = addressOf("127.0.0.1:9000");
+    const auto* where = reinterpret_cast<const sockaddr_in*>(&address.storage);
+    ASSERT_EQ(address.family(), AF_INET);
+    EXPECT_EQ(where->sin_addr.s_addr, htonl(INADDR_LOOPBACK));
+    EXPECT_EQ(ntohs(where->sin_port), 9000);
+}
+
+TEST(SocketAddress, IsAnAddressInBracketsWithAPort) {
+    const SocketAddress address = addressOf("[::1]:65535");
+    const auto* where = reinterpret_cast<const sockaddr_in6*>(&address.storage);
+    ASSERT_EQ(address.family(), AF_INET6);
+    EXPECT_TRUE(IN6_IS_ADDR_LOOPBACK(&where->sin6_addr));
+    EXPECT_EQ(ntohs(where->sin6_port), 65535);
+}
+
+TEST(SocketAddress, IsRefusedWhenItIsNeither) {
+    for (const std::string text :
+         {":9000", "localhost:9000", "127.0.0.1:", "127.0.0.1:0", "127.0.0.1:65536",
+          "127.0.0.1:+80", "127.0.0.1: 80", "127.0.0.1:80x", "127.0.0:80", "::1:9000", "[::1]",
+          "[]:80", "[127.0.0.1]:80", "[::1:80"}) {
+        std::string error;
+        EXPECT_FALSE(parseSocketAddress(text, error)) << text;
+        EXPECT_EQ(error, "'" + text +
+                             "' is neither a path nor a numeric ADDRESS:PORT such as "
+                             "127.0.0.1:9000");
+    }
+}
+
+TEST(SocketAddress, HoldsAPathOf107BytesAndNoLonger) {
+    const std::string longest = "/" + std::string(106, 'x');
+    EXPECT_EQ(addressOf(longest).family(), AF_UNIX);
+    std::string error;
+    EXPECT_FALSE(parseSocketAddress(longest + "x", error));
+    EXPECT_EQ(error, "the path of a Unix socket has at most 107 bytes: " + longest + "x");
+}
+
+TEST(OwnSocket, ListensOnAPathThatOwnerAndGroupMayUseWhateverTheUmask) {
+    const TemporaryFolder folder;
+    for (const mode_t mask : {0, 022, 077}) {
+        const std::string path = folder.file("mask" + std::to_string(mask));
+        const mode_t before = umask(mask);
+        std::string error;
+        const auto own = openAt(path, error);
+        EXPECT_EQ(umask(before), mask);
+        ASSERT_TRUE(own) << error;
+        EXPECT_TRUE(isListening(own->get()));
+        EXPECT_EQ(modeOf(path), 0660u);
+        EXPECT_EQ(connectTo(addressOf(path)), 0);
+    }
+}
+
+TEST(OwnSocket, ReplacesASocketFileThatNobodyListensOn) {
+    const TemporaryFolder folder;
+    const std::string path = folder.file("socket");
+    std::string error;
+    ASSERT_TRUE(openAt(path, error)) << error; // and leaves its file behind
+    ASSERT_EQ(connectTo(addressOf(path)), ECONNREFUSED);
+    const auto own = openAt(path, error);
+    ASSERT_TRUE(own) << error;
+    EXPECT_EQ(connectTo(addressOf(path)), 0);
+}
+
+TEST(OwnSocket, LeavesASocketAloneThatSomebodyListensOn) {
+    const TemporaryFolder folder;
+    const std::string path = folder.file("socket");
+    std::string error;
+    const auto first = openAt(path, error);
+    ASSERT_TRUE(first) << error;
+    EXPECT_FALSE(openAt(path, error));
+    EXPECT_EQ(error, path + " is in use by another process");
+    EXPECT_EQ(connectTo(addressOf(path)), 0);
+}
+
+TEST(OwnSocket, LeavesAFileAloneThatIsNoSocket) {
+    const TemporaryFolder folder;
+    const std::string path = folder.file("precious");
+    std::ofstream(path) << "data";
+    std::string error;
+    EXPECT_FALSE(openAt(path, error));
+    EXPECT_EQ(error, path + " exists and is not a socket; remove it or listen elsewhere");
+    std::string content;
+    std::ifstream(path) >> content;
+    EXPECT_EQ(content, "data");
+}
+
+TEST(OwnSocket, LeavesASymbolicLinkAlone) {
+    const TemporaryFolder folder;
+    std::string error;
+    ASSERT_TRUE(openAt(folder.file("socket"), error)) << error;
+    std::filesystem::create_symlink(folder.file("socket"), folder.file("link"));
+    EXPECT_FALSE(openAt(folder.file("link"), error));
+    EXPECT_TRUE(std::filesystem::is_symlink(folder.file("link")));
+}
+
+TEST(OwnSocket, SaysWhyAPathCannotBeHad) {
+    const TemporaryFolder folder;
+    std::string error;
+    EXPECT_FALSE(openAt(folder.file("missing/socket"), error));
+    EXPECT_EQ(error,
+              "cannot listen on " + folder.file("missing/socket") + ": No such file or directory");
+}
+
+TEST(OwnSocket, RemovesItsFileOnce) {
+    const TemporaryFolder folder;
+    const std::string path = folder.file("socket");
+    std::string error;
+    const auto own = openAt(path, error);
+    ASSERT_TRUE(own) << error;
+    own->removeFile();
+    EXPECT_FALSE(std::filesystem::exists(path));
+    own->removeFile();
+}
+
+TEST(OwnSocket, LeavesTheFileOfASuccessorAlone) {
+    const TemporaryFolder folder;
+    const std::string path = folder.file("socket");
+    std::string error;
+    const auto own = openAt(path, error);
+    ASSERT_TRUE(own) << error;
+    std::filesystem::rename(path, folder.file("moved"));
+    const auto successor = openAt(path, error);
+    ASSERT_TRUE(successor) << error;
+    own->removeFile();
+    EXPECT_EQ(connectTo(addressOf(path)), 0);
+}
+
+TEST(OwnSocket, ListensOnAPortThatHasJustBeenUsed) {
+    const std::string where = "127.0.0.1:" + freePort();
+    std::string error;
+    for (int round = 0; round < 2; ++round) {
+        const auto own = openAt(where, error);
+        ASSERT_TRUE(own) << error;
+        const SocketAddress address = addressOf(where);
+        const Descriptor client(socket(AF_INET, SOCK_STREAM, 0));
+        ASSERT_EQ(connect(client.get(), address.get(), address.length), 0);
+        // The side that closes first keeps the port busy for a minute.
+        Descriptor(accept(own->get(), nullptr, nullptr));
+    }
+}
+
+TEST(OwnSocket, SaysThatAPortIsInUse) {
+    const std::string where = "127.0.0.1:" + freePort();
+    std::string error;
+    const auto first = openAt(where, error);
+    ASSERT_TRUE(first) << error;
+    EXPECT_FALSE(openAt(where, error));
+    EXPECT_EQ(error, "cannot listen on " + where + ": Address already in use");
+}
+
+// Puts something else at a descriptor for as long as it lives.
+class Replaced {
+public:
+    Replaced(int fd, int by) : m_fd(fd), m_before(fcntl(fd, F_DUPFD, 100)) { dup2(by, fd); }
+    ~Replaced() {
+        if (m_before)
+            dup2(m_before.get(), m_fd);
+        else
+            close(m_fd);
+    }
+
+private:
+    int m_fd;
+    Descriptor m_before;
+};
+
+TEST(InheritedSocket, IsTheOneAtFileDescriptorZero) {
+    const TemporaryFolder folder;
+    std::string error;
+    const auto own = openAt(folder.file("socket"), error);
+    ASSERT_TRUE(own) << error;
+    const Replaced zero(kListenFd, own->get());
+    EXPECT_TRUE(takeInheritedSocket());
+}
+
+TEST(InheritedSocket, IsMissingWhereNothingListens) {
+    unsetenv("LISTEN_PID");
+    const Descriptor file(open("/dev/null", O_RDWR));
+    const Replaced zero(kListenFd, file.get());
+    EXPECT_FALSE(takeInheritedSocket());
+    const Descriptor unconnected(socket(AF_UNIX, SOCK_STREAM, 0));
+    const Replaced zeroAgain(kListenFd, unconnected.get());
+    EXPECT_FALSE(takeInheritedSocket());
+}
+
+TEST(InheritedSocket, IsTheFirstThatSystemdPassed) {
+    const TemporaryFolder folder;
+    std::string error;
+    const auto own = openAt(folder.file("socket"), error);
+    ASSERT_TRUE(own) << error;
+    const Descriptor file(open("/dev/null", O_RDWR));
+    const Replaced zero(kListenFd, file.get());
+    const Replaced three(3, own->get());
+    setenv("LISTEN_FDS", "1", 1);
+
+    setenv("LISTEN_PID", std::to_string(getpid() + 1).c_str(), 1);
+    EXPECT_FALSE(takeInheritedSocket()) << "meant for another process";
+    EXPECT_FALSE(isListening(kListenFd));
+
+    setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+    EXPECT_TRUE(takeInheritedSocket());
+    EXPECT_TRUE(isListening(kListenFd));
+    unsetenv("LISTEN_PID");
+    unsetenv("LISTEN_FDS");
+}
+
+} // namespace
