@@ -1,0 +1,19 @@
+#ifndef STATUS_PAGE_H
+#define STATUS_PAGE_H
+
+#include "page.h"
+
+namespace phone {
+
+// What the phone is, how it is connected, and the events that reached it.
+class StatusPage final : public SignedInPage {
+public:
+    explicit StatusPage(Phone& phone) : SignedInPage(phone) {}
+
+private:
+    void answer(HttpRequest& request, HttpResponse& response, const SignIn& signIn) override;
+};
+
+} // namespace phone
+
+#endif
