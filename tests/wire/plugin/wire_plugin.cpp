@@ -1,0 +1,238 @@
+// The pages and listeners of the wire tests. What they keep goes into the folder that the
+// environment variable WIRE_FOLDER names.
+#include "HttpListener.h"
+#include "HttpRequest.h"
+#include "HttpResponse.h"
+#include "HttpServlet.h"
+#include "HttpSession.h"
+#include "tmpl.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+std::string file(const char* name) {
+    const char* folder = std::getenv("WIRE_FOLDER");
+    return std::string(folder ? folder : ".") + "/" + name;
+}
+
+void record(const char* name, const std::string& line) {
+    static std::mutex mutex;
+    const std::lock_guard lock(mutex);
+    std::ofstream(file(name), std::ios::app) << line << '\n';
+}
+
+int number(HttpRequest* request, const char* name, int otherwise) {
+    const char* text = request->getParameter(name);
+    return text ? std::atoi(text) : otherwise;
+}
+
+void beginText(HttpResponse* response) {
+    response->setHeader("Content-Type", "text/plain");
+}
+
+class Page : public HttpServlet {
+public:
+    void init() override {}
+    void destroy() override {}
+};
+
+// One line for each thing known of the request, "name=value".
+class FactsPage : public Page {
+public:
+    void service(HttpRequest* request, HttpResponse* response) override {
+        beginText(response);
+        fact(response, "method", request->getMethod());
+        fact(response, "uri", request->getRequestURI());
+        fact(response, "query", request->getQueryString());
+        fact(response, "address", request->getRemoteAddr());
+        fact(response, "servlet", request->getServletPath());
+        fact(response, "root", request->getDocumentRoot());
+        fact(response, "role", request->getRole());
+        fact(response, "protocol", request->getProtocal());
+        fact(response, "type", request->getContextType());
+        fact(response, "length", std::to_string(request->getContentLength()).c_str());
+        fact(response, "port", std::to_string(request->getServerPort()).c_str());
+        char locale[32];
+        fact(response, "locale", request->getLocale(locale, sizeof locale));
+        char** values = request->getParameterValues("x");
+        for (; values && *values; ++values)
+            fact(response, "x", *values);
+    }
+
+private:
+    static void fact(HttpResponse* response, const char* name, const char* value) {
+        response->print("%s=%s\n", name, value ? value : "(null)");
+    }
+};
+
+class SlowPage : public Page {
+public:
+    void service(HttpRequest* request, HttpResponse* response) override {
+        beginText(response);
+        response->print("%s", "begin ");
+        record("begun", "slow");
+        usleep(static_cast<useconds_t>(number(request, "ms", 0)) * 1000);
+        response->print("%s", "end");
+    }
+    // Of all pages only this one tells that the service was torn down in order.
+    void destroy() override { record("destroyed", "slow"); }
+};
+
+class BigPage : public Page {
+public:
+    void service(HttpRequest* request, HttpResponse* response) override {
+        beginText(response);
+        const std::string line(99, 'b');
+        for (int lines = number(request, "lines", 1); lines > 0; --lines)
+            response->print("%s\n", line.c_str());
+    }
+};
+
+// Counts a client's requests in its session. With interval=N sets how long the session may idle,
+// with ms=N takes its time.
+class CountPage : public Page {
+public:
+    void service(HttpRequest* request, HttpResponse* response) override {
+        beginText(response);
+        HttpSession* session = request->getSession(number(request, "create", 1) != 0);
+        if (!session) {
+            response->print("%s", "no session");
+            return;
+        }
+        if (request->getParameter("interval"))
+            session->setMaxInactiveInterval(number(request, "interval", 180));
+        const auto count = reinterpret_cast<std::intptr_t>(session->getAttribute("count")) + 1;
+        session->setAttribute("count", reinterpret_cast<void*>(count));
+        usleep(static_cast<useconds_t>(number(request, "ms", 0)) * 1000);
+        response->print("count %d", static_cast<int>(count));
+    }
+};
+
+class UploadPage : public Page {
+public:
+    void service(HttpRequest* request, HttpResponse* response) override {
+        request->receiveUploadFile(file("uploads/image").c_str());
+        beginText(response);
+        const char* name = request->getParameter("image");
+        const char* note = request->getParameter("note");
+        response->print("%s %s, note %s", name ? "complete" : "incomplete", name ? name : "-",
+                        note ? note : "-");
+    }
+};
+
+class TemplatePage : public Page {
+public:
+    void service(HttpRequest* request, HttpResponse* response) override {
+        response->setHeader("Content-Type", "text/html");
+        static char type[] = "T 100";
+        response->setDevtype(type);
+        const char* x = request->getParameter("x");
+        TMPL_varlist* vars =
+            TMPL_add_var(nullptr, "x", x ? x : "", static_cast<const char*>(nullptr));
+        response->setTemplate(file("page.html").c_str(), vars);
+    }
+};
+
+class StatusPage : public Page {
+public:
+    void service(HttpRequest* request, HttpResponse* response) override {
+        response->setStatus(number(request, "code", 200));
+        beginText(response);
+        response->print("%s", "with a status");
+    }
+};
+
+class ElsewherePage : public Page {
+public:
+    void service(HttpRequest*, HttpResponse* response) override {
+        response->sendRedirect("/servlet?p=facts");
+    }
+};
+
+class NoticePage : public Page {
+public:
+    void service(HttpRequest*, HttpResponse* response) override {
+        beginText(response);
+        response->print("%s", "the servlet's own notice");
+    }
+};
+
+class RefusingListener : public HttpListener {
+public:
+    void init() override {}
+    bool onRequest(HttpRequest* request, HttpResponse* response) override {
+        const char* page = request->getParameter("p");
+        if (!page || std::strcmp(page, "forbidden") != 0)
+            return true;
+        beginText(response);
+        response->print("%s", "refused");
+        return false;
+    }
+};
+
+// Keeps the address of each request that gets as far as here.
+class RecordingListener : public HttpListener {
+public:
+    void init() override {}
+    bool onRequest(HttpRequest* request, HttpResponse*) override {
+        if (!request->getParameter("ms"))
+            record("requests", request->getRequestURI());
+        return true;
+    }
+};
+
+// Nobody frees a listener: the library keeps them until it is closed.
+template <class Listener>
+HttpListener* createListener() {
+    static std::deque<Listener> listeners;
+    return &listeners.emplace_back();
+}
+
+} // namespace
+
+extern "C" {
+HttpServlet* createFactsPage() {
+    return new FactsPage;
+}
+HttpServlet* createSlowPage() {
+    return new SlowPage;
+}
+HttpServlet* createBigPage() {
+    return new BigPage;
+}
+HttpServlet* createCountPage() {
+    return new CountPage;
+}
+HttpServlet* createUploadPage() {
+    return new UploadPage;
+}
+HttpServlet* createTemplatePage() {
+    return new TemplatePage;
+}
+HttpServlet* createStatusPage() {
+    return new StatusPage;
+}
+HttpServlet* createElsewherePage() {
+    return new ElsewherePage;
+}
+HttpServlet* createNoticePage() {
+    return new NoticePage;
+}
+HttpServlet* createNothing() {
+    return nullptr;
+}
+HttpListener* createRefusingListener() {
+    return createListener<RefusingListener>();
+}
+HttpListener* createRecordingListener() {
+    return createListener<RecordingListener>();
+}
+}

@@ -1,0 +1,249 @@
+"""What the wire tests start and what they ask with."""
+
+import contextlib
+import os
+import pathlib
+import re
+import signal
+import socket
+import subprocess
+import time
+
+PATIENCE = 30  # seconds for what normally takes much less than one
+
+
+class Build:
+    """A build folder and the programs in it."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        self.host = folder / "host/fcgi_host"
+        # The same over a plug-in library of the tests' own.
+        self.wire_host = folder / "tests/wire/fcgi_host_wire"
+        self.sanitized = "-fsanitize=address" in (folder / "CMakeCache.txt").read_text()
+
+
+def wait_until(condition, what, patience=PATIENCE):
+    deadline = time.monotonic() + patience
+    while time.monotonic() < deadline:
+        if condition():
+            return
+        time.sleep(0.005)
+    raise AssertionError(f"{what}: not within {patience} s")
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def accepts_connections(family, address):
+    with socket.socket(family) as probe:
+        return probe.connect_ex(address) == 0
+
+
+class Host:
+    """A running fcgi_host."""
+
+    def __init__(self, process, folder, log):
+        self.process = process
+        self.folder = folder
+        self.log = log
+
+    def signal(self, number):
+        self.process.send_signal(number)
+
+    def obeys(self):
+        """Whether a stop signal ends it in order; before it has come that far, just so."""
+        assert self.process.poll() is None, self.log.read_text()
+        status = pathlib.Path(f"/proc/{self.process.pid}/status").read_text()
+        blocked = int(re.search(r"^SigBlk:\s+([0-9a-f]+)$", status, re.M).group(1), 16)
+        # Blocked together with the stop signals, which look as if they were not while waited for.
+        return bool(blocked & 1 << (signal.SIGUSR1 - 1))
+
+    def wait(self, timeout=PATIENCE):
+        return self.process.wait(timeout)
+
+    def stop(self):
+        """Ends it as a supervisor does; the exit status."""
+        self.signal(signal.SIGTERM)
+        return self.wait()
+
+    def memory(self, field):
+        """A figure of /proc/PID/status, in bytes."""
+        status = pathlib.Path(f"/proc/{self.process.pid}/status").read_text()
+        return int(re.search(rf"^{field}:\s+(\d+) kB$", status, re.M).group(1)) * 1024
+
+    def lines(self, name):
+        """What the plug-in recorded under this name."""
+        path = self.folder / name
+        return path.read_text().splitlines() if path.exists() else []
+
+
+class Answer:
+    """A raw answer taken apart."""
+
+    def __init__(self, raw):
+        self.raw = raw
+        head, self.separator, self.body = raw.partition(b"\r\n\r\n")
+        lines = head.split(b"\r\n")
+        self.status = int(lines[0].split()[1]) if lines[0].startswith(b"HTTP/") else None
+        self.header_lines = lines[1:] if self.status else lines
+
+    def headers(self, name):
+        prefix = name.lower().encode() + b":"
+        return [line[len(prefix):].strip().decode() for line in self.header_lines
+                if line.lower().startswith(prefix)]
+
+    def header(self, name):
+        values = self.headers(name)
+        assert len(values) == 1, f"{name}: {values} in {self.header_lines}"
+        return values[0]
+
+    @property
+    def text(self):
+        return self.body.decode()
+
+
+class Front:
+    """A running web server."""
+
+    def __init__(self, kind, port):
+        self.kind = kind
+        self.port = port
+
+    def curl(self, target, *options, stdin=b""):
+        """Asks with curl; the answer."""
+        result = subprocess.run(
+            ["curl", "--silent", "--show-error", "--include", "--path-as-is", "--globoff",
+             "--max-time", "120", "--header", "Expect:", *map(str, options),
+             f"http://127.0.0.1:{self.port}{target}"],
+            input=stdin, stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
+        assert result.returncode == 0, result.stderr.decode()
+        return Answer(result.stdout)
+
+    def connect(self):
+        return socket.create_connection(("127.0.0.1", self.port), PATIENCE)
+
+
+class Starter:
+    def __init__(self, build, folder):
+        self.build = build
+        self.folder = folder
+        self.state = folder / "state"
+        self.socket_path = str(self.state / "fcgi.sock")
+        self.processes = []
+        self.sockets = []
+        self.environment = dict(os.environ, WIRE_FOLDER=str(folder), APP_LOG="stderr")
+
+    def end(self):
+        for process in self.processes:
+            # With what it has started: nginx has workers, which a killed master leaves behind.
+            with contextlib.suppress(ProcessLookupError):
+                os.killpg(process.pid, signal.SIGKILL)
+            process.wait()
+        for opened in self.sockets:
+            opened.close()
+
+    def start(self, *command, log, **options):
+        with (self.folder / log).open("ab") as output:
+            process = subprocess.Popen([str(word) for word in command], stderr=output,
+                                       stdout=output, start_new_session=True, **options)
+        self.processes.append(process)
+        return process
+
+    def shared_socket(self):
+        """A listening socket as a supervisor holds it: daemons come and go behind it."""
+        listener = socket.socket(socket.AF_UNIX)
+        self.sockets.append(listener)
+        listener.bind(self.socket_path)
+        listener.listen(socket.SOMAXCONN)
+        os.chmod(self.socket_path, 0o666)  # the web server's workers may be another user
+        return listener
+
+    def host(self, *arguments, stdin=subprocess.DEVNULL, wait=True, **options):
+        """Starts fcgi_host over the tests' plug-in, and waits until it obeys stop signals and,
+        with --listen, listens."""
+        process = self.start(self.build.wire_host, *arguments, log="host.log", stdin=stdin,
+                             env=self.environment, **options)
+        host = Host(process, self.folder, self.folder / "host.log")
+        if wait:
+            wait_until(host.obeys, "fcgi_host starting")
+        if "--listen" in arguments:
+            self.wait_for_socket(process)
+        return host
+
+    def wait_for_socket(self, process):
+        def ready():
+            assert process.poll() is None, (self.folder / "host.log").read_text()
+            return accepts_connections(socket.AF_UNIX, self.socket_path)
+        wait_until(ready, "listening")
+        os.chmod(self.socket_path, 0o666)
+
+    def front(self, kind, config):
+        os.chmod(self.folder, 0o755)
+        os.chmod(self.state, 0o777)
+        port = free_port()
+        command, environment = getattr(self, "_" + kind)(config, port)
+        process = self.start(*command, log=f"{kind}.log", env=environment,
+                             stdin=subprocess.DEVNULL)
+
+        def ready():
+            assert process.poll() is None, (self.folder / f"{kind}.log").read_text()
+            return accepts_connections(socket.AF_INET, ("127.0.0.1", port))
+        wait_until(ready, f"{kind} listening")
+        return Front(kind, port)
+
+    def _lighttpd(self, config, port):
+        text = (config / "lighttpd.conf").read_text()
+        # The tests start the daemon themselves.
+        text, removed = re.subn(r'^ *"(bin-path|max-procs)" .*\n', "", text, flags=re.M)
+        assert removed == 2
+        path = self.folder / "lighttpd.conf"
+        path.write_text(text)
+        return (["lighttpd", "-D", "-f", path],
+                dict(system_environment(), DOCUMENT_ROOT=str(self.folder / "www"),
+                     PORT=str(port), STATE_DIR=str(self.state)))
+
+    def _nginx(self, config, port):
+        text = (config / "nginx.conf").read_text()
+        for name, value in (("DOCUMENT_ROOT", self.folder / "www"), ("PORT", port),
+                            ("STATE_DIR", self.state)):
+            assert f"@{name}@" in text
+            text = text.replace(f"@{name}@", str(value))
+        path = self.folder / "nginx.conf"
+        path.write_text(text)
+        return (["nginx", "-p", self.state, "-e", "stderr", "-c", path], system_environment())
+
+    def cgi_fcgi(self, uri, **variables):
+        """Asks the daemon itself; what it answered, byte for byte."""
+        query = uri.partition("?")[2]
+        environment = dict(REQUEST_METHOD="GET", REQUEST_URI=uri, QUERY_STRING=query,
+                           SCRIPT_NAME="/servlet", REMOTE_ADDR="127.0.0.1", **variables)
+        result = subprocess.run(["cgi-fcgi", "-bind", "-connect", self.socket_path],
+                                env=environment, stdin=subprocess.DEVNULL,
+                                stdout=subprocess.PIPE, timeout=PATIENCE, check=False)
+        return result.stdout
+
+
+def system_environment():
+    """Debian keeps the web servers where only root's path leads."""
+    return dict(os.environ, PATH=os.environ["PATH"] + ":/usr/sbin")
+
+
+@contextlib.contextmanager
+def in_background(*functions):
+    """Runs functions at once on threads of their own; gives a list that holds their results,
+    in any order, after the block."""
+    import threading
+    results = []
+    threads = [threading.Thread(target=lambda f=function: results.append(f()))
+               for function in functions]
+    for thread in threads:
+        thread.start()
+    try:
+        yield results
+    finally:
+        for thread in threads:
+            thread.join()
