@@ -1,0 +1,37 @@
+# What is installed: the libraries, the host program, the headers (one folder, so that they find
+# each other by their bare names), and the CMake and pkg-config packages.
+include(CMakePackageConfigHelpers)
+
+set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/fcgiServer)
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/fcgiServer)
+
+install(TARGETS QKSTL platform_headers device fcgiServer EXPORT fcgiServerTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    INCLUDES DESTINATION ${header_dir})
+install(TARGETS fcgi_host RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir}
+    FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY fcgiServer/ DESTINATION ${header_dir}
+    FILES_MATCHING PATTERN "*.h" PATTERN "include" EXCLUDE)
+install(DIRECTORY QKSTL DESTINATION ${header_dir} FILES_MATCHING PATTERN "*.h")
+
+install(EXPORT fcgiServerTargets NAMESPACE fcgiServer:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/fcgiServerConfig.cmake.in fcgiServerConfig.cmake
+    INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(fcgiServerConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES
+    ${CMAKE_CURRENT_BINARY_DIR}/fcgiServerConfig.cmake
+    ${CMAKE_CURRENT_BINARY_DIR}/fcgiServerConfigVersion.cmake
+    DESTINATION ${package_dir})
+
+configure_file(cmake/fcgiServer.pc.in fcgiServer.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/fcgiServer.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The phone's pages where the library looks for them; only when asked for by name, since that is at
+# the root of the file tree.
+install(DIRECTORY ${PROJECT_BINARY_DIR}/device/phone DESTINATION /
+    COMPONENT phone EXCLUDE_FROM_ALL
+    PATTERN "lib" EXCLUDE)
+install(TARGETS phone_pages LIBRARY DESTINATION /phone/www/WEB-INFO/lib
+    COMPONENT phone EXCLUDE_FROM_ALL)

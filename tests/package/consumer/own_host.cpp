@@ -1,0 +1,12 @@
+// Prints how many sessions a fresh server has; serves nobody.
+#include <fcgi_server.h>
+#include <servlet_controller.h>
+#include <session_factory.h>
+
+#include <cstdio>
+
+int main() {
+    FCGIServer server;
+    std::printf("%d sessions\n", server.getController()->getSessionFactory()->sessionNum());
+    return 0;
+}
