@@ -3,8 +3,6 @@
 import filecmp
 import os
 import re
-import resource
-import signal
 
 import pytest
 
@@ -82,11 +80,8 @@ def test_an_upload_cut_off_half_way_leaves_the_earlier_image(start, front, folde
 
 
 def test_an_upload_to_a_full_disk_fails_and_leaves_nothing(start, front, folder):
-    # A limit to the size of files fails write(2) at the same place as a full disk does.
-    def limit_files():
-        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
-        resource.setrlimit(resource.RLIMIT_FSIZE, (2 * MIB, 2 * MIB))
-    start.host("--listen", start.socket_path, "--threads", "1", preexec_fn=limit_files)
+    start.environment["WIRE_DISK_ROOM"] = str(2 * MIB)
+    start.host("--listen", start.socket_path, "--threads", "1")
     large = folder / "large.bin"
     large.write_bytes(os.urandom(4 * MIB))
     assert re.fullmatch("incomplete -, note .*", upload(front, large).text)
