@@ -26,8 +26,8 @@ constexpr std::size_t kQueryOffset = sizeof "/servlet?" - 1;
 constexpr std::size_t kRewriteSize = 512;
 constexpr std::size_t kStatusWordSize = 64;
 
-// Shared by all threads, without a lock. Its last byte is never written, so that the text in it
-// ends whatever two threads do at once.
+// Shared by all threads, without a lock. Its last byte stays zero, so that the text in it ends
+// whatever two threads do at once.
 char rewriteBuffer[kRewriteSize];
 
 // Pages of the device's older interface that have one successor.

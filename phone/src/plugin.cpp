@@ -11,7 +11,9 @@
 #include "phone.h"
 #include "places.h"
 
+#include <memory>
 #include <new>
+#include <vector>
 
 namespace phone {
 namespace {
