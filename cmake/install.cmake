@@ -1,5 +1,5 @@
 # What is installed: the libraries, the host program, the headers (one folder, so that they find
-# each other by their bare names), and the CMake and pkg-config packages.
+# each other by their bare names), the test kit, and the CMake and pkg-config packages.
 include(CMakePackageConfigHelpers)
 
 set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/fcgiServer)
@@ -14,6 +14,14 @@ install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir
 install(DIRECTORY fcgiServer/ DESTINATION ${header_dir}
     FILES_MATCHING PATTERN "*.h" PATTERN "include" EXCLUDE)
 install(DIRECTORY QKSTL DESTINATION ${header_dir} FILES_MATCHING PATTERN "*.h")
+
+# The test kit's sources are compiled into each test program.
+install(TARGETS testkit testkit_without_container testkit_streams testkit_log testkit_clock
+    EXPORT fcgiServerTargets
+    INCLUDES DESTINATION ${header_dir})
+install(DIRECTORY kit/testing/include/ DESTINATION ${header_dir} FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY kit/testing/ DESTINATION ${CMAKE_INSTALL_DATADIR}/fcgiServer/testkit
+    FILES_MATCHING PATTERN "*.cpp" PATTERN "*.h" PATTERN "include" EXCLUDE)
 
 install(EXPORT fcgiServerTargets NAMESPACE fcgiServer:: DESTINATION ${package_dir})
 configure_package_config_file(cmake/fcgiServerConfig.cmake.in fcgiServerConfig.cmake

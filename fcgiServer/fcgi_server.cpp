@@ -28,6 +28,12 @@ FCGIServer::FCGIServer() {
     controller->init();
 }
 
+FCGIServer::FCGIServer(const char* configFile) {
+    FCGX_Init();
+    controller = new ServletController(configFile);
+    controller->init();
+}
+
 FCGIServer::~FCGIServer() {
     if (controller == nullptr)
         return;

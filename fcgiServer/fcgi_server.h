@@ -13,6 +13,10 @@ public:
     // process ends with exit(-1) when the plug-in library cannot be opened.
     FCGIServer();
 
+    // The same with the plug-in configuration `configFile`, which must not be null: for tests, and
+    // for hosts that try a plug-in out.
+    explicit FCGIServer(const char* configFile);
+
     // Ends the servlets, the listeners and the sessions, and closes the plug-in library. Every
     // run() must have returned.
     virtual ~FCGIServer();

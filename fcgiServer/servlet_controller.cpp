@@ -149,8 +149,10 @@ int ReplaceStr(char* target, const char* pattern, const char* replacement) {
     return 0;
 }
 
-ServletController::ServletController() {
-    pluginLoader = new PluginLoader(kConfigFile);
+ServletController::ServletController() : ServletController(kConfigFile) {}
+
+ServletController::ServletController(const char* configFile) {
+    pluginLoader = new PluginLoader(configFile);
     listenerContainer = new ListenerContainer();
     servletContainer = new ServletContainer();
     sessionFactory = new SessionFactory();

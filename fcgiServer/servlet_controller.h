@@ -27,6 +27,10 @@ public:
     // Reads the plug-in configuration from its fixed path and opens the plug-in library; see
     // PluginLoader for what ends the process.
     ServletController();
+
+    // The same with the plug-in configuration `configFile`, which must not be null: for tests, and
+    // for hosts that try a plug-in out.
+    explicit ServletController(const char* configFile);
     virtual ~ServletController();
 
     ServletController(const ServletController&) = delete;

@@ -1,6 +1,6 @@
 #include "servlet_controller.h"
 
-#include "recorded_log.h"
+#include <kit/testing/recorded_log.h>
 
 #include <cstdint>
 #include <cstring>
@@ -9,6 +9,8 @@
 #include <vector>
 
 namespace {
+
+using namespace kit::testing;
 
 const LogRecord kNullArgument =
     recorded_log::appLog(4, "ServletController::setStatus para error\n");

@@ -2,13 +2,13 @@
 
 #include "app_log.h"
 #include "http_session.h"
-#include "memory_stream.h"
 #include "plugin/plugin_watch.h"
-#include "recorded_log.h"
 #include "servlet_controller.h"
 #include "session_factory.h"
 #include "support/controller_members.h"
 #include "support/rendezvous.h"
+#include <kit/testing/recorded_log.h>
+#include <kit/testing/request.h>
 
 #include <gtest/gtest.h>
 
@@ -25,6 +25,8 @@
 
 namespace {
 
+using namespace kit::testing;
+
 constexpr int kKitModule = 4;
 
 // Stands for the FastCGI kit and the web server behind it: what accepting gives is written down
@@ -33,9 +35,7 @@ class FrontServer {
 public:
     // The next call of accept gives a request, or this result.
     MemoryRequest& willSend(const std::string& uri) {
-        const std::string query = uri.substr(uri.find('?') + 1);
-        m_requests.push_back(std::make_unique<MemoryRequest>(std::vector<std::string>{
-            "REQUEST_METHOD=GET", "REQUEST_URI=" + uri, "QUERY_STRING=" + query}));
+        m_requests.emplace_back(new MemoryRequest(get(uri).inMemory()));
         m_steps.push_back({m_requests.back().get(), acceptedResult});
         return *m_requests.back();
     }
@@ -149,7 +149,7 @@ protected:
     Server() {
         frontServer = &front;
         recorded_log::clear();
-        server = std::make_unique<FCGIServer>();
+        server = std::make_unique<FCGIServer>(SERVLET_XML);
         m_start = recorded_log::records();
         m_listeners = std::make_unique<ListenersOf>(*server->getController());
         recorded_log::clear();
@@ -181,7 +181,7 @@ private:
 TEST_F(Server, StartsTheKitThenReadsTheConfigurationThenCreatesTheListeners) {
     ASSERT_GE(start().size(), 4u);
     EXPECT_EQ(start().front(), (LogRecord{"app_log", kKitModule, 6, "init"}));
-    EXPECT_EQ(start()[1].text.find("PluginLoader::loadConfigFile Begin."), 0u);
+    EXPECT_EQ(start()[1].text, "PluginLoader::loadConfigFile Begin.configfile =" SERVLET_XML);
     const auto position = [this](const LogRecord& record) {
         return std::find(start().begin(), start().end(), record) - start().begin();
     };
@@ -191,6 +191,14 @@ TEST_F(Server, StartsTheKitThenReadsTheConfigurationThenCreatesTheListeners) {
     EXPECT_EQ(
         std::count(start().begin(), start().end(), (LogRecord{"app_log", kKitModule, 6, "init"})),
         1);
+}
+
+TEST_F(Server, ReadsTheFixedConfigurationUnlessItIsGivenAnother) {
+    FCGIServer fixed;
+    ASSERT_GE(recorded_log::records().size(), 2u);
+    EXPECT_EQ(recorded_log::records()[0].text, "init");
+    EXPECT_EQ(recorded_log::records()[1].text, "PluginLoader::loadConfigFile Begin.configfile ="
+                                               "/phone/www/WEB-INFO/servlet/servlet.xml");
 }
 
 TEST_F(Server, InitialisesARequestOnTheSocketThatTheWebServerPassed) {
@@ -203,12 +211,9 @@ TEST_F(Server, OnlyFinishesARequestThatWasServed) {
     const MemoryRequest& event = front.willSend("/servlet?key=1");
     const MemoryRequest& older = front.willSend("/cgi-bin/Velmoranix.acx?Id=2");
     EXPECT_EQ(server->run(), -1);
-    const auto text = [](const MemoryRequest& request) {
-        return const_cast<MemoryRequest&>(request).out().text();
-    };
-    EXPECT_EQ(text(page), "\r\n<page hello>");
-    EXPECT_EQ(text(event), "\r\n");
-    EXPECT_EQ(text(older), "Location: /servlet?Id=2 \r\n\r\n");
+    EXPECT_EQ(page.out().text(), "\r\n<page hello>");
+    EXPECT_EQ(event.out().text(), "\r\n");
+    EXPECT_EQ(older.out().text(), "Location: /servlet?Id=2 \r\n\r\n");
     EXPECT_EQ(kitCalls(), (Names{"init request 0 0", "accept", "finish", "accept", "finish",
                                  "accept", "finish", "accept"}));
 }
@@ -332,7 +337,7 @@ TEST_F(Server, EndsServletsThenSessionsThenTheLibrary) {
 }
 
 TEST_F(Server, AcceptsOneAfterTheOtherWhateverRuns) {
-    FCGIServer other;
+    FCGIServer other(SERVLET_XML);
     const ListenersOf listeners(*other.getController());
     recorded_log::clear();
     front.slowAccept = true;

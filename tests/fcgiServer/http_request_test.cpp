@@ -3,10 +3,10 @@
 #include "binary_layout.h"
 #include "http_request.h"
 #include "http_response.h"
-#include "memory_stream.h"
 #include "recorded_device.h"
-#include "recorded_log.h"
 #include "session_factory.h"
+#include <kit/testing/memory_stream.h>
+#include <kit/testing/recorded_log.h>
 
 #include <gtest/gtest.h>
 
@@ -20,6 +20,8 @@
 #include <vector>
 
 namespace {
+
+using namespace kit::testing;
 
 using binary_layout::callSlot;
 using binary_layout::memberAt;

@@ -2,8 +2,8 @@
 
 #include "background_call.h"
 #include "counted_memory.h"
-#include "test_clock.h"
 #include "web_debug.h"
+#include <kit/testing/test_clock.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -20,6 +20,8 @@
 #include <vector>
 
 namespace {
+
+using namespace kit::testing;
 
 // What a session looked like when it told the log that nobody is signed in any more.
 struct SetUserCall {

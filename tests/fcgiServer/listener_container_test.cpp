@@ -2,11 +2,11 @@
 
 #include "plugin/plugin_watch.h"
 #include "plugin_loader.h"
-#include "recorded_log.h"
 #include "support/freed_storage.h"
 #include "support/recorded_loading.h"
 #include "support/rendezvous.h"
 #include "support/visit.h"
+#include <kit/testing/recorded_log.h>
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -18,6 +18,8 @@
 #include <vector>
 
 namespace {
+
+using namespace kit::testing;
 
 using plugin_watch::events;
 using plugin_watch::messages;

@@ -1,10 +1,10 @@
 #include "plugin_loader.h"
 
 #include "plugin/plugin_watch.h"
-#include "recorded_log.h"
 #include "servlet_controller.h"
 #include "support/freed_storage.h"
 #include "support/recorded_loading.h"
+#include <kit/testing/recorded_log.h>
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -19,6 +19,8 @@
 #include <vector>
 
 namespace {
+
+using namespace kit::testing;
 
 using recorded_log::webDebug;
 using Names = std::vector<std::string>;

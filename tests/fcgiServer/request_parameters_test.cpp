@@ -2,11 +2,11 @@
 #include "http_request.h"
 #include "http_response.h"
 #include "http_session.h"
-#include "memory_stream.h"
 #include "recorded_device.h"
-#include "recorded_log.h"
 #include "session_factory.h"
-#include "test_clock.h"
+#include <kit/testing/memory_stream.h>
+#include <kit/testing/recorded_log.h>
+#include <kit/testing/test_clock.h>
 
 #include <gtest/gtest.h>
 
@@ -15,6 +15,8 @@
 #include <vector>
 
 namespace {
+
+using namespace kit::testing;
 
 using Calls = std::vector<std::string>;
 using Logs = std::vector<LogRecord>;

@@ -1,9 +1,9 @@
 // The body of a response: what is written directly, and the template that is rendered at the end.
 #include "http_request.h"
 #include "http_response.h"
-#include "memory_stream.h"
 #include "recorded_device.h"
-#include "recorded_log.h"
+#include <kit/testing/memory_stream.h>
+#include <kit/testing/recorded_log.h>
 
 #include <gtest/gtest.h>
 
@@ -16,6 +16,8 @@
 #include <vector>
 
 namespace {
+
+using namespace kit::testing;
 
 using Calls = std::vector<std::string>;
 using Logs = std::vector<LogRecord>;

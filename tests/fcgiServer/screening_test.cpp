@@ -1,7 +1,7 @@
 #include "servlet_controller.h"
 
 #include "counted_memory.h"
-#include "recorded_log.h"
+#include <kit/testing/recorded_log.h>
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -9,6 +9,8 @@
 #include <vector>
 
 namespace {
+
+using namespace kit::testing;
 
 constexpr std::size_t kLongestResult = 511;
 

@@ -5,16 +5,16 @@
 #include "http_response.h"
 #include "http_session.h"
 #include "listener_container.h"
-#include "memory_stream.h"
 #include "plugin/plugin_watch.h"
 #include "plugin_loader.h"
-#include "recorded_log.h"
 #include "servlet_container.h"
 #include "session_factory.h"
 #include "support/controller_members.h"
 #include "support/freed_storage.h"
-#include "test_clock.h"
 #include "tmpl.h"
+#include <kit/testing/recorded_log.h>
+#include <kit/testing/request.h>
+#include <kit/testing/test_clock.h>
 
 #include "app_log.h"
 
@@ -30,6 +30,8 @@
 #include <vector>
 
 namespace {
+
+using namespace kit::testing;
 
 constexpr int kEndModule = 3;
 
@@ -104,7 +106,7 @@ Names joined(Names first, const Names& second) {
 // client with a session, and the requests of that client.
 class Service : public testing::Test {
 protected:
-    Service() : m_controller(std::make_unique<ServletController>()) {
+    Service() : m_controller(std::make_unique<ServletController>(SERVLET_XML)) {
         controller().init();
         m_listeners = std::make_unique<ListenersOf>(controller());
         std::string address = kClient;
@@ -130,10 +132,9 @@ protected:
     }
 
     // Serves a request of the client and gives the result; `output` is what it was answered.
-    int serve(std::vector<std::string> environment, const std::string& body = "") {
-        environment.push_back(std::string("REMOTE_ADDR=") + kClient);
-        environment.push_back("HTTP_COOKIE=JSESSIONID=" + m_session->getId());
-        MemoryRequest request(std::move(environment), body);
+    int serve(const Request& asked) {
+        MemoryRequest request =
+            asked.from(kClient).cookie("JSESSIONID", m_session->getId()).inMemory();
         test_clock::advanceSeconds(10);
         m_session->m_bInRequest = false;
         recorded_log::clear();
@@ -143,13 +144,10 @@ protected:
         EXPECT_EQ(m_session->getLastAccessedTime(), test_clock::seconds() + 300);
         return result;
     }
-    // A GET request for this URI.
-    int get(const std::string& uri) {
-        const std::size_t mark = uri.find('?');
-        return get(uri, mark == std::string::npos ? "" : uri.substr(mark + 1));
-    }
+    // A GET request for this URI, with a query of its own or the given one.
+    int get(const std::string& uri) { return serve(kit::testing::get(uri)); }
     int get(const std::string& uri, const std::string& query) {
-        return serve({"REQUEST_METHOD=GET", "REQUEST_URI=" + uri, "QUERY_STRING=" + query});
+        return serve(kit::testing::get(uri).variable("QUERY_STRING", query));
     }
     std::string statusWord() {
         char word[64] = {};
@@ -237,16 +235,13 @@ TEST_F(Service, FindsNoServletForAnEmptyPage) {
 }
 
 TEST_F(Service, TakesThePageFromAForm) {
-    EXPECT_EQ(serve({"REQUEST_METHOD=POST", "REQUEST_URI=/servlet", "CONTENT_LENGTH=8",
-                     "CONTENT_TYPE=application/x-www-form-urlencoded"},
-                    "p=status"),
-              200);
+    EXPECT_EQ(serve(post("/servlet").form({{"p", "status"}})), 200);
     EXPECT_EQ(events().back(), "page 1 service");
 }
 
 TEST_F(Service, ServesRequestsOfClientsWithoutASession) {
-    MemoryRequest request(
-        {"REQUEST_METHOD=GET", "REQUEST_URI=/servlet?p=status", "QUERY_STRING=p=status"});
+    MemoryRequest request =
+        kit::testing::get("/servlet?p=status").without("REMOTE_ADDR").inMemory();
     EXPECT_EQ(controller().doService(request.get()), 200);
     EXPECT_EQ(request.out().text(), "\r\n<page without text>");
 }
@@ -419,16 +414,17 @@ TEST_F(Service, TakesTheQueryOfAShortUriForEmpty) {
 
 TEST_F(Service, TakesTheQueryOfARequestWithoutUriForEmpty) {
     get("/servlet?p=status&q=reboot");
-    EXPECT_EQ(serve({"REQUEST_METHOD=GET", "QUERY_STRING=p=status"}), 200);
+    EXPECT_EQ(serve(kit::testing::get("/servlet?p=status").without("REQUEST_URI")), 200);
     EXPECT_EQ(events().back(), "page 1 service");
     EXPECT_EQ(statusWord(), "idle");
-    EXPECT_EQ(serve({"REQUEST_METHOD=GET", "QUERY_STRING=key=1"}), 404);
+    EXPECT_EQ(serve(kit::testing::get("/servlet?key=1").without("REQUEST_URI")), 404);
     EXPECT_EQ(messages(), Records{kNoPage});
 }
 
 TEST_F(Service, RefusesARequestWithoutAMethod) {
-    EXPECT_EQ(serve({"REQUEST_METHOD=GET"}), 404);
-    MemoryRequest request({"REQUEST_URI=/servlet?p=status", "QUERY_STRING=p=status"});
+    EXPECT_EQ(serve(kit::testing::get("").without("REQUEST_URI").without("QUERY_STRING")), 404);
+    MemoryRequest request =
+        kit::testing::get("/servlet?p=status").without("REQUEST_METHOD").inMemory();
     recorded_log::clear();
     EXPECT_EQ(controller().doService(request.get()), 404);
     EXPECT_EQ(messages(), (Records{appLog(4, "HttpRequestImpl::init() End1\n"), kNoPage}));
@@ -546,9 +542,7 @@ TEST_F(Service, TakesOnlyTheWholeNameForANotice) {
 TEST_F(Service, DeletesTheRequestAndThenTheResponseOfEveryRequest) {
     for (const char* query : {"p=status", "p=unknown", "p=notice", "key=1", "q=1", "acc=x"}) {
         SCOPED_TRACE(query);
-        const std::string text = query;
-        MemoryRequest request(
-            {"REQUEST_METHOD=GET", "REQUEST_URI=/servlet?" + text, "QUERY_STRING=" + text});
+        MemoryRequest request = kit::testing::get(std::string("/servlet?") + query).inMemory();
         freed_storage::start();
         controller().doService(request.get());
         const std::vector<FreedStorage> freed = freed_storage::stop();
@@ -598,8 +592,7 @@ TEST_F(Service, HasNoListenersAfterItsEndAndCreatesServletsAnew) {
     get("/servlet?p=status");
     EXPECT_EQ(controller().destroy(), 0);
     watchedSession = nullptr;
-    MemoryRequest request({"REQUEST_METHOD=GET", "REQUEST_URI=/servlet?p=status&refuse=A",
-                           "QUERY_STRING=p=status&refuse=A"});
+    MemoryRequest request = kit::testing::get("/servlet?p=status&refuse=A").inMemory();
     recorded_log::clear();
     EXPECT_EQ(controller().doService(request.get()), 200);
     EXPECT_EQ(events(), (Names{"page 2 created", "page 2 init", "page 2 service"}));
@@ -647,14 +640,11 @@ TEST_F(Service, KeepsItsMembersWhereTheyWere) {
 
 TEST(ServiceAtItsStart, ReadsTheConfigurationFirstAndCreatesTheListenersInInit) {
     recorded_log::clear();
-    ServletController controller;
+    ServletController controller(SERVLET_XML);
     const Records constructed = recorded_log::records();
     ASSERT_FALSE(constructed.empty());
-    const std::string begin = "PluginLoader::loadConfigFile Begin.configfile =";
-    const std::string path = "/phone/www/WEB-INFO/servlet/servlet.xml";
-    const std::string first = constructed.front().text;
-    EXPECT_EQ(first.substr(0, begin.size()), begin);
-    EXPECT_EQ(first.substr(first.size() - path.size()), path);
+    EXPECT_EQ(constructed.front(),
+              webDebug("info", "PluginLoader::loadConfigFile Begin.configfile =" SERVLET_XML));
     EXPECT_EQ(constructed.back(), webDebug("info", "PluginLoader::init End"));
     EXPECT_EQ(events(), Names{});
 

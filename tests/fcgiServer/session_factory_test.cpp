@@ -1,11 +1,12 @@
 #include "session_factory.h"
 
-#include "HttpRequest.h"
 #include "background_call.h"
 #include "counted_memory.h"
+#include "http_request.h"
 #include "http_session.h"
-#include "recorded_log.h"
-#include "test_clock.h"
+#include <kit/testing/recorded_log.h>
+#include <kit/testing/request.h>
+#include <kit/testing/test_clock.h>
 
 #include <algorithm>
 #include <atomic>
@@ -26,50 +27,29 @@
 
 namespace {
 
+using namespace kit::testing;
+
 using SessionTable = QKHashMap<std::string, HttpSessionImpl*, INT_HASH<std::string>>;
 
 const LogRecord kExpired =
     recorded_log::appLog(6, "such session have invalidate,will to create a new session\n");
 const LogRecord kNobodySignedIn = recorded_log::webDebug("setUser", "(null)");
 
+MemoryRequest& anyRequest() {
+    static MemoryRequest request = get("/").inMemory();
+    return request;
+}
+
 // A request of which only the session id and the client's address matter.
-class FakeRequest : public HttpRequest {
+class FakeRequest : public HttpRequestImpl {
 public:
     FakeRequest(const char* sessionId, const char* remoteAddress)
-        : m_sessionId(sessionId), m_remoteAddress(remoteAddress != nullptr ? remoteAddress : ""),
+        : HttpRequestImpl(anyRequest().get(), nullptr, nullptr), m_sessionId(sessionId),
+          m_remoteAddress(remoteAddress != nullptr ? remoteAddress : ""),
           m_hasAddress(remoteAddress != nullptr) {}
 
-    char* getParameter(const char*) override { return nullptr; }
-    char** getParameterValues(const char*) override { return nullptr; }
-    char* getQueryString() override { return nullptr; }
-    char* getCookie() override { return nullptr; }
-    char* getRole() override { return nullptr; }
-    char* getRequestURI() override { return nullptr; }
-    char* getDocumentRoot() override { return nullptr; }
     char* getRemoteAddr() override { return m_hasAddress ? m_remoteAddress.data() : nullptr; }
-    char* getRemoteHost() override { return nullptr; }
-    int getServerPort() override { return 0; }
-    char* getServerName() override { return nullptr; }
-    char* getContextType() override { return nullptr; }
-    int getContentLength() override { return 0; }
-    char* getProtocal() override { return nullptr; }
-    char* getRefferer() override { return nullptr; }
-    char* getUserAgent() override { return nullptr; }
-    char* getMethod() override { return nullptr; }
-    char* getContextPath() override { return nullptr; }
-    char* getServletPath() override { return nullptr; }
-    bool isSecure() override { return false; }
-    char* getLocale(char*, int) override { return nullptr; }
-    void setLocal(const char*) override {}
-    char* getAccept() override { return nullptr; }
-    char* getAcceptLanguage() override { return nullptr; }
-    char* getAcceptEncoding() override { return nullptr; }
-    char* getAcceptCharset() override { return nullptr; }
     const char* getSessionId() override { return m_sessionId; }
-    HttpSession* getSession(bool) override { return nullptr; }
-    CGI_varlist* receiveUploadFile(const char*) override { return nullptr; }
-    int receiveUploadData(char*, unsigned long) override { return 0; }
-    int receiveBlockData(char*, unsigned long) override { return 0; }
 
 private:
     const char* m_sessionId;

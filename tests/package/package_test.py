@@ -34,14 +34,25 @@ def environment(prefix):
                 PKG_CONFIG_PATH=str(prefix / "lib/pkgconfig"))
 
 
-def test_a_project_finds_the_cmake_package_and_builds_a_plug_in_and_a_host(prefix, tmp_path):
-    run("cmake", "-S", HERE / "consumer", "-B", tmp_path, "-G", "Ninja",
+@pytest.fixture(scope="module")
+def consumer(prefix, tmp_path_factory):
+    build = tmp_path_factory.mktemp("consumer")
+    run("cmake", "-S", HERE / "consumer", "-B", build, "-G", "Ninja",
         f"-DCMAKE_PREFIX_PATH={prefix}")
-    run("cmake", "--build", tmp_path)
-    printed = run(tmp_path / "own_host", env=environment(prefix))
+    run("cmake", "--build", build)
+    return build
+
+
+def test_a_project_finds_the_cmake_package_and_builds_a_plug_in_and_a_host(consumer, prefix):
+    printed = run(consumer / "own_host", env=environment(prefix))
     assert printed.endswith("0 sessions\n")
-    symbols = run("nm", "-D", "--defined-only", tmp_path / "libpages.so")
+    symbols = run("nm", "-D", "--defined-only", consumer / "libpages.so")
     assert " T createHelloPage\n" in symbols
+
+
+def test_a_project_tests_its_plug_in_with_the_installed_test_kit(consumer, prefix):
+    printed = run(consumer / "hello_test", env=environment(prefix))
+    assert printed == "0 failures\n"
 
 
 def test_pkg_config_tells_all_that_a_host_needs(prefix, tmp_path):

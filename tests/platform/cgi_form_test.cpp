@@ -1,11 +1,13 @@
 #include "cgi_list.h"
-#include "memory_stream.h"
+#include <kit/testing/memory_stream.h>
 
 #include <gtest/gtest.h>
 
 #include <climits>
 
 namespace {
+
+using namespace kit::testing;
 
 constexpr int kMebibyte = 1024 * 1024;
 constexpr const char* kFormType = "application/x-www-form-urlencoded";

@@ -3,7 +3,7 @@
 #include "cgi_list.h"
 #include "cgi_temporary_folder.h"
 #include "cgi_upload_body.h"
-#include "memory_stream.h"
+#include <kit/testing/memory_stream.h>
 
 #include <gtest/gtest.h>
 
@@ -16,6 +16,8 @@
 #include <new>
 
 namespace {
+
+using namespace kit::testing;
 
 std::atomic<long> bytesInUse{0};
 std::atomic<long> mostBytesInUse{0};

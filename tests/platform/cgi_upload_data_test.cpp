@@ -1,12 +1,14 @@
 #include "cgi_list.h"
 #include "cgi_upload_body.h"
-#include "memory_stream.h"
+#include <kit/testing/memory_stream.h>
 
 #include <gtest/gtest.h>
 
 #include <climits>
 
 namespace {
+
+using namespace kit::testing;
 
 // An upload into memory of the exact size, so that a sanitizer sees every byte written beyond it.
 struct Upload {

@@ -1,7 +1,7 @@
 #include "cgi_list.h"
 #include "cgi_temporary_folder.h"
 #include "cgi_upload_body.h"
-#include "memory_stream.h"
+#include <kit/testing/memory_stream.h>
 
 #include <gtest/gtest.h>
 
@@ -15,6 +15,8 @@
 #include <random>
 
 namespace {
+
+using namespace kit::testing;
 
 using Names = std::set<std::string>;
 

@@ -274,7 +274,7 @@ TEST(Error, IsOneShortLineWhateverTheTemplateHolds) {
 }
 
 TEST(Error, GoesNowhereWithoutAnErrorFile) {
-    MemoryOutput out;
+    kit::testing::MemoryOutput out;
     EXPECT_EQ(TMPL_web_write("page.html", "a<TMPL_ELSE>", nullptr, nullptr, out.stream(), nullptr),
               2);
     EXPECT_EQ(TMPL_web_write("/none", nullptr, nullptr, nullptr, out.stream(), nullptr), 1);

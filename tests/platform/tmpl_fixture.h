@@ -2,8 +2,8 @@
 #ifndef TMPL_FIXTURE_H
 #define TMPL_FIXTURE_H
 
-#include "memory_stream.h"
 #include "tmpl.h"
+#include <kit/testing/memory_stream.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -81,7 +81,7 @@ inline std::ostream& operator<<(std::ostream& out, const Rendered& rendered) {
 
 inline Rendered render(const char* name, const char* text, const TMPL_varlist* vars = nullptr,
                        const TMPL_fmtlist* formats = nullptr) {
-    MemoryOutput out;
+    kit::testing::MemoryOutput out;
     char* error = nullptr;
     std::size_t size = 0;
     std::FILE* err = ::open_memstream(&error, &size);

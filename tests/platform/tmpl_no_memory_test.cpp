@@ -65,7 +65,7 @@ TEST(WithoutMemory, APageIsRefusedAsAWhole) {
     bool ranOut = true;
     int refused = 0;
     while (ranOut) {
-        MemoryOutput out;
+        kit::testing::MemoryOutput out;
         int result = 0;
         {
             MemoryFor memory(refused);
@@ -82,7 +82,7 @@ TEST(WithoutMemory, APageIsRefusedAsAWhole) {
 
 TEST(WithoutMemory, AWrongPageIsRefusedToo) {
     for (int allocations = 0; allocations < 30; ++allocations) {
-        MemoryOutput out;
+        kit::testing::MemoryOutput out;
         MemoryFor memory(allocations);
         EXPECT_EQ(TMPL_web_write("a file name that is too long to be kept without memory.html",
                                  "\n<TMPL_VAR name=\"a\" unknown=\"b\">", nullptr, nullptr,

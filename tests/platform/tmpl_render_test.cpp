@@ -362,7 +362,7 @@ TEST(WebWrite, WithoutAnOutputOnlyChecks) {
 }
 
 TEST(WebWrite, EndsQuietlyWhenTheClientHasHungUp) {
-    MemoryOutput out;
+    kit::testing::MemoryOutput out;
     out.breakPipe();
     Variables vars(TMPL_add_loop(nullptr, "rows", TMPL_add_row(nullptr, nullptr)));
     EXPECT_EQ(TMPL_web_write("page.html", "a<TMPL_LOOP name=\"rows\">b</TMPL_LOOP>", nullptr,

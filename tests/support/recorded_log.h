@@ -1,42 +1,9 @@
-// Takes the place of the device's log in a test program and keeps what was logged.
+// The test kit's recorded log, by the name that the tests of the phone's pages know.
 #ifndef RECORDED_LOG_H
 #define RECORDED_LOG_H
 
-#include <ostream>
-#include <string>
-#include <vector>
+#include <kit/testing/recorded_log.h>
 
-// One log call. `call` is "app_log", "info", "warn", "error" or "setUser"; module and level are 0
-// except for app_log. The text of setUser is the name, "(null)" for null.
-struct LogRecord {
-    std::string call;
-    int module;
-    int level;
-    std::string text;
-
-    bool operator==(const LogRecord& other) const {
-        return call == other.call && module == other.module && level == other.level &&
-               text == other.text;
-    }
-};
-
-std::ostream& operator<<(std::ostream& out, const LogRecord& record);
-
-namespace recorded_log {
-
-// Everything logged since the last clear(), in order. Any thread may log; read it when the others
-// have ended.
-std::vector<LogRecord> records();
-void clear();
-
-// A record as app_log of the servlet container makes it.
-inline LogRecord appLog(int level, std::string text) {
-    return {"app_log", 65, level, std::move(text)};
-}
-inline LogRecord webDebug(std::string call, std::string text) {
-    return {std::move(call), 0, 0, std::move(text)};
-}
-
-} // namespace recorded_log
+namespace recorded_log = kit::testing::recorded_log;
 
 #endif

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+using namespace kit::testing;
+
 namespace {
 
 std::function<void(const std::string&)> currentAction;

@@ -3,7 +3,7 @@
 #ifndef PLUGIN_WATCH_H
 #define PLUGIN_WATCH_H
 
-#include "recorded_log.h"
+#include <kit/testing/recorded_log.h>
 
 #include <functional>
 #include <string>
@@ -17,14 +17,14 @@ namespace plugin_watch {
 // The module number of the plug-in's records.
 constexpr int kModule = 1;
 
-inline LogRecord event(std::string text) {
+inline kit::testing::LogRecord event(std::string text) {
     return {"app_log", kModule, 6, std::move(text)};
 }
 
 // The plug-in's own records since the log was cleared.
 std::vector<std::string> events();
 // All the others.
-std::vector<LogRecord> messages();
+std::vector<kit::testing::LogRecord> messages();
 
 // While it lives, runs `action` in the plug-in whenever something happens there, on its thread.
 // `action` must not throw.

@@ -31,7 +31,7 @@ int __wrap_dlclose(void* handle) {
 
 std::vector<std::string> recorded_loading::calls() {
     std::vector<std::string> result;
-    for (const LogRecord& record : recorded_log::records())
+    for (const kit::testing::LogRecord& record : kit::testing::recorded_log::records())
         if (record.call == "app_log" && record.module == kModule)
             result.push_back(record.text);
     return result;

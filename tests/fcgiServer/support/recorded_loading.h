@@ -3,7 +3,7 @@
 #ifndef RECORDED_LOADING_H
 #define RECORDED_LOADING_H
 
-#include "recorded_log.h"
+#include <kit/testing/recorded_log.h>
 
 #include <string>
 #include <vector>

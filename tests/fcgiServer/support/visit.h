@@ -4,17 +4,16 @@
 
 #include "http_request.h"
 #include "http_response.h"
-#include "memory_stream.h"
 #include "session_factory.h"
+#include <kit/testing/request.h>
 
 #include <string>
 
 class Visit {
 public:
     explicit Visit(const std::string& query)
-        : m_fastCgi({"REQUEST_METHOD=GET", "REQUEST_URI=/servlet?" + query, "QUERY_STRING=" + query,
-                     "REMOTE_ADDR=10.0.0.5"}),
-          m_response(m_fastCgi.get()), m_request(m_fastCgi.get(), &m_sessions, &m_response) {
+        : m_fastCgi(kit::testing::get("/servlet?" + query).inMemory()), m_response(m_fastCgi.get()),
+          m_request(m_fastCgi.get(), &m_sessions, &m_response) {
         m_response.setHttpRequest(&m_request);
     }
 
@@ -23,7 +22,7 @@ public:
     std::string output() const { return m_fastCgi.out().text(); }
 
 private:
-    mutable MemoryRequest m_fastCgi;
+    kit::testing::MemoryRequest m_fastCgi;
     SessionFactory m_sessions;
     HttpResponseImpl m_response;
     HttpRequestImpl m_request;

@@ -1,0 +1,67 @@
+#include <kit/testing/browser.h>
+
+#include <ctime>
+#include <iomanip>
+#include <locale>
+#include <sstream>
+#include <utility>
+
+namespace kit::testing {
+namespace {
+
+// RFC 6265, section 5.2.2: anything but a whole number is no age.
+std::optional<bool> isAgeOver(const std::string& maxAge) {
+    const std::size_t sign = maxAge.rfind('-', 0) == 0 ? 1 : 0;
+    if (maxAge.size() == sign || maxAge.find_first_not_of("0123456789", sign) != std::string::npos)
+        return std::nullopt;
+    return sign == 1 || maxAge.find_first_not_of('0') == std::string::npos;
+}
+
+// Dates in the two forms in which servers write them; any other is none.
+bool isPast(const std::string& date) {
+    for (const char* form : {"%a, %d %b %Y %H:%M:%S", "%a, %d-%b-%Y %H:%M:%S"}) {
+        std::tm time{};
+        std::istringstream text(date);
+        text.imbue(std::locale::classic());
+        if (text >> std::get_time(&time, form))
+            return ::timegm(&time) <= std::time(nullptr);
+    }
+    return false;
+}
+
+bool isOver(const Cookie& cookie) {
+    if (const auto maxAge = cookie.attribute("Max-Age"))
+        if (const auto over = isAgeOver(*maxAge))
+            return *over;
+    const auto expires = cookie.attribute("Expires");
+    return expires && isPast(*expires);
+}
+
+} // namespace
+
+Browser::Browser(Runner& runner, std::string address)
+    : m_runner(runner), m_address(std::move(address)) {}
+
+Response Browser::send(const Request& request) {
+    Request sent = request.from(m_address);
+    for (const auto& [name, value] : m_jar)
+        sent = sent.cookie(name, value);
+    Response response = m_runner.serve(sent);
+    for (const Cookie& cookie : response.cookies())
+        keep(cookie);
+    return response;
+}
+
+void Browser::keep(const Cookie& cookie) {
+    if (isOver(cookie))
+        m_jar.erase(cookie.name);
+    else
+        m_jar[cookie.name] = cookie.value;
+}
+
+std::optional<std::string> Browser::cookie(const std::string& name) const {
+    const auto found = m_jar.find(name);
+    return found != m_jar.end() ? std::optional(found->second) : std::nullopt;
+}
+
+} // namespace kit::testing

@@ -1,0 +1,82 @@
+#include <kit/testing/recorded_log.h>
+
+#include "app_log.h"
+#include "web_debug.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <utility>
+
+namespace {
+
+using kit::testing::LogRecord;
+
+std::mutex recordsLock;
+std::vector<LogRecord> kept;
+
+void keep(const char* call, int module, int level, const char* format, va_list arguments) {
+    char text[4096];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    std::lock_guard<std::mutex> lock(recordsLock);
+    kept.push_back({call, module, level, text});
+}
+
+} // namespace
+
+namespace kit::testing {
+
+std::ostream& operator<<(std::ostream& out, const LogRecord& record) {
+    return out << record.call << '(' << record.module << ", " << record.level << ", \""
+               << record.text << "\")";
+}
+
+std::vector<LogRecord> recorded_log::records() {
+    std::lock_guard<std::mutex> lock(recordsLock);
+    return kept;
+}
+
+void recorded_log::clear() {
+    std::lock_guard<std::mutex> lock(recordsLock);
+    kept.clear();
+}
+
+} // namespace kit::testing
+
+void app_log(int module, int level, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    keep("app_log", module, level, format, arguments);
+    va_end(arguments);
+}
+
+WebDebug* WebDebug::getInstance() {
+    static WebDebug instance;
+    return &instance;
+}
+
+void WebDebug::info(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    keep("info", 0, 0, format, arguments);
+    va_end(arguments);
+}
+
+void WebDebug::warn(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    keep("warn", 0, 0, format, arguments);
+    va_end(arguments);
+}
+
+void WebDebug::error(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    keep("error", 0, 0, format, arguments);
+    va_end(arguments);
+}
+
+void WebDebug::setUser(const char* user) {
+    std::lock_guard<std::mutex> lock(recordsLock);
+    kept.push_back({"setUser", 0, 0, user != nullptr ? user : "(null)"});
+}
