@@ -1,11 +1,11 @@
 # What is installed: the libraries, the host program, the headers (one folder, so that they find
-# each other by their bare names), the test kit, and the CMake and pkg-config packages.
+# each other by their bare names), the kit, the test kit, and the CMake and pkg-config packages.
 include(CMakePackageConfigHelpers)
 
 set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/fcgiServer)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/fcgiServer)
 
-install(TARGETS QKSTL platform_headers device fcgiServer EXPORT fcgiServerTargets
+install(TARGETS QKSTL platform_headers device fcgiServer kit EXPORT fcgiServerTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     INCLUDES DESTINATION ${header_dir})
 install(TARGETS fcgi_host RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
@@ -13,7 +13,7 @@ install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir
     FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY fcgiServer/ DESTINATION ${header_dir}
     FILES_MATCHING PATTERN "*.h" PATTERN "include" EXCLUDE)
-install(DIRECTORY QKSTL DESTINATION ${header_dir} FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY QKSTL kit/include/kit DESTINATION ${header_dir} FILES_MATCHING PATTERN "*.h")
 
 # The test kit's sources are compiled into each test program.
 install(TARGETS testkit testkit_without_container testkit_streams testkit_log testkit_clock
@@ -32,9 +32,11 @@ install(FILES
     ${CMAKE_CURRENT_BINARY_DIR}/fcgiServerConfigVersion.cmake
     DESTINATION ${package_dir})
 
-configure_file(cmake/fcgiServer.pc.in fcgiServer.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/fcgiServer.pc
-    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(name fcgiServer fcgiServer-kit)
+    configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()
 
 # The phone's pages where the library looks for them; only when asked for by name, since that is at
 # the root of the file tree.

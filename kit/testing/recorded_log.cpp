@@ -1,7 +1,10 @@
 #include <kit/testing/recorded_log.h>
 
+// Visible, whatever the program is compiled with, so that libraries call them too.
+#pragma GCC visibility push(default)
 #include "app_log.h"
 #include "web_debug.h"
+#pragma GCC visibility pop
 
 #include <cstdarg>
 #include <cstdio>

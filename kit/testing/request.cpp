@@ -173,7 +173,7 @@ std::optional<std::string> Request::valueOf(const std::string& variable) const {
 MemoryRequest Request::inMemory() const {
     std::vector<std::string> environment;
     for (const auto& [name, value] : m_variables)
-        environment.push_back(name + '=' + value);
+        environment.emplace_back(name).append("=").append(value);
     return MemoryRequest(std::move(environment), m_body.substr(0, m_delivered), m_pieceSize);
 }
 

@@ -21,6 +21,7 @@ int kit::testing::test_clock::seconds() {
     return static_cast<int>(now / kTicksPerSecond);
 }
 
-extern "C" clock_t times(struct tms*) noexcept {
+// Visible, whatever the program is compiled with, so that libraries call it too.
+extern "C" __attribute__((visibility("default"))) clock_t times(struct tms*) noexcept {
     return now;
 }

@@ -1,0 +1,96 @@
+// Slowing down those who guess passwords.
+#ifndef KIT_ATTEMPT_LIMIT_H
+#define KIT_ATTEMPT_LIMIT_H
+
+#include "kit/clock.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstddef>
+#include <mutex>
+#include <netinet/in.h>
+#include <string>
+#include <unordered_map>
+
+namespace kit {
+
+// Counts attempts by client address. The first few are free; each further one makes the address
+// wait twice as long as the one before. Of an IPv6 address the first 64 bits count: a client has
+// the others to itself (RFC 4291, section 2.5.4). Any thread, at any time.
+class AttemptLimit {
+public:
+    static constexpr int kFreeAttempts = 3;
+    static constexpr long kFirstWait = 2; // seconds
+    static constexpr long kLongestWait = 300;
+    // When there are more, the one whose wait ends first is forgotten.
+    static constexpr std::size_t kMaxAddresses = 256;
+
+    // Asks for one attempt: 0, and it counts as a failed one until succeeded() is called, so that
+    // attempts at the same time count too; or the seconds to wait, and nothing is counted.
+    long begin(const std::string& address) {
+        const long now = clockSeconds();
+        const std::string client = clientOf(address);
+        std::lock_guard<std::mutex> guard(m_lock);
+        const auto found = m_clients.find(client);
+        if (found == m_clients.end()) {
+            makeRoom();
+        } else if (now < found->second.waitUntil) {
+            return found->second.waitUntil - now;
+        }
+        count(m_clients[client], now);
+        return 0;
+    }
+
+    // The attempt was a good one: the address has its free attempts again.
+    void succeeded(const std::string& address) {
+        std::lock_guard<std::mutex> guard(m_lock);
+        m_clients.erase(clientOf(address));
+    }
+
+    std::size_t size() const {
+        std::lock_guard<std::mutex> guard(m_lock);
+        return m_clients.size();
+    }
+
+private:
+    struct Client {
+        int attempts = 0;
+        long lastWait = 0;
+        long waitUntil = 0;
+    };
+
+    static std::string clientOf(const std::string& address) {
+        unsigned char bytes[sizeof(in6_addr)];
+        return inet_pton(AF_INET6, address.c_str(), bytes) == 1
+                   ? "6:" + std::string(reinterpret_cast<const char*>(bytes), sizeof bytes / 2)
+                   : address;
+    }
+
+    static void count(Client& client, long now) {
+        // Whoever has waited long after the longest wait starts anew.
+        if (now - client.waitUntil > kLongestWait) {
+            client = Client();
+        }
+        if (++client.attempts >= kFreeAttempts) {
+            client.lastWait = std::clamp(2 * client.lastWait, kFirstWait, kLongestWait);
+        }
+        client.waitUntil = now + client.lastWait;
+    }
+
+    void makeRoom() {
+        if (m_clients.size() < kMaxAddresses) {
+            return;
+        }
+        m_clients.erase(std::min_element(m_clients.begin(), m_clients.end(),
+                                         [](const auto& one, const auto& other) {
+                                             return one.second.waitUntil < other.second.waitUntil;
+                                         }));
+    }
+
+    mutable std::mutex m_lock;
+    std::unordered_map<std::string, Client> m_clients; // guarded by m_lock
+};
+
+} // namespace kit
+
+#endif

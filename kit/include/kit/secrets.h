@@ -1,0 +1,41 @@
+// Making secrets and comparing them.
+#ifndef KIT_SECRETS_H
+#define KIT_SECRETS_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <sys/random.h>
+#include <sys/types.h>
+
+namespace kit {
+
+// Whether the two are equal, in a time that tells nothing about `expected` but its length.
+inline bool equalSecrets(std::string_view given, std::string_view expected) {
+    bool differ = given.size() != expected.size();
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        const char other = i < given.size() ? given[i] : '\0';
+        differ |= (expected[i] ^ other) != 0;
+    }
+    return !differ;
+}
+
+// 32 hexadecimal digits that nobody can guess; empty when the system gives no random bytes.
+inline std::string randomToken() {
+    constexpr const char* kDigits = "0123456789abcdef";
+    unsigned char bytes[16];
+    if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes)) {
+        return {};
+    }
+    std::string token;
+    token.reserve(2 * sizeof bytes);
+    for (unsigned char byte : bytes) {
+        token += kDigits[byte >> 4];
+        token += kDigits[byte & 15];
+    }
+    return token;
+}
+
+} // namespace kit
+
+#endif

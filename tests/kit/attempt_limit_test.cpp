@@ -1,0 +1,104 @@
+#include "kit/attempt_limit.h"
+
+#include <kit/testing/test_clock.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+using kit::AttemptLimit;
+using kit::testing::test_clock::advanceSeconds;
+
+TEST(AttemptLimit, LetsTheFirstAttemptsThrough) {
+    AttemptLimit limit;
+    for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
+        EXPECT_EQ(limit.begin("192.0.2.1"), 0) << i;
+    }
+    EXPECT_EQ(limit.begin("192.0.2.1"), AttemptLimit::kFirstWait);
+}
+
+TEST(AttemptLimit, DoublesTheWaitUpToALimit) {
+    AttemptLimit limit;
+    for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
+        limit.begin("192.0.2.1");
+    }
+    long expected = AttemptLimit::kFirstWait;
+    for (int i = 0; i < 12; ++i) {
+        EXPECT_EQ(limit.begin("192.0.2.1"), expected);
+        advanceSeconds(expected - 1);
+        EXPECT_EQ(limit.begin("192.0.2.1"), 1) << "asking too early makes nothing longer";
+        advanceSeconds(1);
+        EXPECT_EQ(limit.begin("192.0.2.1"), 0);
+        expected = std::min(2 * expected, AttemptLimit::kLongestWait);
+    }
+    EXPECT_EQ(expected, AttemptLimit::kLongestWait);
+}
+
+TEST(AttemptLimit, ForgetsAfterASuccess) {
+    AttemptLimit limit;
+    limit.begin("192.0.2.1");
+    limit.begin("192.0.2.1");
+    limit.succeeded("192.0.2.1");
+    EXPECT_EQ(limit.size(), 0u);
+    for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
+        EXPECT_EQ(limit.begin("192.0.2.1"), 0);
+    }
+}
+
+TEST(AttemptLimit, ForgetsAfterALongTime) {
+    AttemptLimit limit;
+    for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
+        limit.begin("192.0.2.1");
+    }
+    advanceSeconds(AttemptLimit::kFirstWait + AttemptLimit::kLongestWait + 1);
+    for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
+        EXPECT_EQ(limit.begin("192.0.2.1"), 0);
+    }
+}
+
+TEST(AttemptLimit, KeepsAddressesApart) {
+    AttemptLimit limit;
+    for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
+        limit.begin("192.0.2.1");
+    }
+    EXPECT_NE(limit.begin("192.0.2.1"), 0);
+    EXPECT_EQ(limit.begin("192.0.2.2"), 0);
+    EXPECT_EQ(limit.begin(""), 0);
+}
+
+TEST(AttemptLimit, CountsANetworkOfIPv6AsOne) {
+    AttemptLimit limit;
+    for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
+        EXPECT_EQ(limit.begin("2001:db8:1:2::" + std::to_string(i)), 0);
+    }
+    EXPECT_NE(limit.begin("2001:db8:1:2:ffff::"), 0);
+    EXPECT_EQ(limit.begin("2001:db8:1:3::1"), 0);
+}
+
+TEST(AttemptLimit, RemembersABoundedNumberOfAddresses) {
+    AttemptLimit limit;
+    for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
+        limit.begin("the guesser");
+    }
+    for (std::size_t i = 0; i < 4 * AttemptLimit::kMaxAddresses; ++i) {
+        limit.begin("address " + std::to_string(i));
+        EXPECT_LE(limit.size(), AttemptLimit::kMaxAddresses);
+    }
+    EXPECT_NE(limit.begin("the guesser"), 0) << "one that waits is not pushed out";
+}
+
+TEST(AttemptLimit, CountsAttemptsAtTheSameTime) {
+    AttemptLimit limit;
+    std::vector<std::thread> threads;
+    std::atomic<int> allowed{0};
+    for (int i = 0; i < 16; ++i) {
+        threads.emplace_back([&] { allowed += limit.begin("192.0.2.1") == 0 ? 1 : 0; });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(allowed, AttemptLimit::kFreeAttempts);
+}

@@ -1,0 +1,244 @@
+#include "served.h"
+
+#include <kit/testing/recorded_log.h>
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+using namespace kit::testing;
+
+namespace {
+
+Response answer(const std::function<void(kit::Response&)>& respond) {
+    return answerTo(get("/servlet?p=x"),
+                    [&](kit::Request&, kit::Response& response) { respond(response); });
+}
+
+const char* const kPolicy = "default-src 'self'; base-uri 'none'; form-action 'self'; "
+                            "frame-ancestors 'none'; object-src 'none'";
+
+} // namespace
+
+TEST(KitResponse, IsMadeRightByDefault) {
+    const Response response = answer([](kit::Response& out) { out.text("hello"); });
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(response.body, "hello");
+    EXPECT_EQ(response.header("Content-Type"), "text/plain; charset=utf-8");
+    EXPECT_EQ(response.header("Cache-Control"), "no-store");
+    EXPECT_EQ(response.header("X-Content-Type-Options"), "nosniff");
+    EXPECT_EQ(response.header("Referrer-Policy"), "no-referrer");
+    EXPECT_EQ(response.header("Content-Security-Policy"), kPolicy);
+}
+
+TEST(KitResponse, HasTheTypeOfWhatItSends) {
+    EXPECT_EQ(answer([](kit::Response& out) { out.html("<p>"); }).header("Content-Type"),
+              "text/html; charset=utf-8");
+    EXPECT_EQ(answer([](kit::Response& out) { out.json("{}"); }).header("Content-Type"),
+              "application/json");
+    EXPECT_EQ(answer([](kit::Response& out) { out.send("text/csv", "a"); }).header("Content-Type"),
+              "text/csv");
+}
+
+TEST(KitResponse, SendsBytesAsTheyAre) {
+    const std::string bytes("a\0%s\xFF", 5);
+    EXPECT_EQ(answer([&](kit::Response& out) { out.send("image/x", bytes); }).body, bytes);
+    EXPECT_EQ(answer([](kit::Response& out) { out.text(""); }).body, "");
+    EXPECT_EQ(answer([](kit::Response& out) {
+                  out.text("a");
+                  out.text("b");
+              }).body,
+              "ab");
+}
+
+TEST(KitResponse, LetsAPageOverrideEveryDefault) {
+    const Response response = answer([](kit::Response& out) {
+        EXPECT_TRUE(out.header("Cache-Control", "max-age=60"));
+        EXPECT_TRUE(out.header("Content-Type", "text/x"));
+        out.text("a");
+    });
+    EXPECT_EQ(response.header("Cache-Control"), "max-age=60");
+    EXPECT_EQ(response.header("Content-Type"), "text/x");
+}
+
+TEST(KitResponse, TakesTheLastStatus) {
+    EXPECT_EQ(answer([](kit::Response& out) { out.status(403).status(404).text("no"); }).status,
+              404);
+}
+
+TEST(KitResponse, RefusesHeadersThatWouldBreakOut) {
+    for (const std::string& value : {std::string("a\r\nSet-Cookie: b"), std::string("a\nb"),
+                                     std::string("a\0b", 3), std::string("\x7F")}) {
+        recorded_log::clear();
+        const Response response = answer([&](kit::Response& out) {
+            EXPECT_FALSE(out.header("X-Name", value));
+            out.text("a");
+        });
+        EXPECT_EQ(response.header("X-Name"), std::nullopt);
+        EXPECT_EQ(response.header("Set-Cookie"), std::nullopt);
+        EXPECT_EQ(recorded_log::records(),
+                  std::vector{recorded_log::webDebug("error", "Refused to send a header")});
+    }
+    for (const char* name : {"", "a b", "a:", "a\nb", "\xC3\xA9"}) {
+        answer([&](kit::Response& out) { EXPECT_FALSE(out.header(name, "a")) << name; });
+    }
+    EXPECT_EQ(answer([](kit::Response& out) {
+                  EXPECT_TRUE(out.header("X-Name", "a\tb \xC3\xA9"));
+                  out.text("a");
+              }).header("X-Name"),
+              "a\tb \xC3\xA9");
+}
+
+TEST(KitResponse, RefusesAContentTypeThatWouldBreakOut) {
+    const Response response =
+        answer([](kit::Response& out) { out.send("text/x\r\nSet-Cookie: a=b", "body"); });
+    EXPECT_EQ(response.header("Content-Type"), std::nullopt);
+    EXPECT_EQ(response.header("Set-Cookie"), std::nullopt);
+    EXPECT_EQ(response.body, "");
+}
+
+TEST(KitResponse, SendsTheBrowserOn) {
+    const Response response =
+        answer([](kit::Response& out) { EXPECT_TRUE(out.seeOther("/servlet?p=status")); });
+    EXPECT_EQ(response.status, 303);
+    EXPECT_EQ(response.header("Location"), "/servlet?p=status");
+    EXPECT_EQ(response.header("Cache-Control"), "no-store");
+}
+
+TEST(KitResponse, SendsNobodyToAnotherHost) {
+    const std::string kWrong[] = {"",         "status",     "//elsewhere",         "/\\elsewhere",
+                                  "http://e", "/a\r\nX: b", std::string("/\0", 2), "/a\tb"};
+    for (const std::string& path : kWrong) {
+        const Response response = answer([&](kit::Response& out) {
+            EXPECT_FALSE(out.seeOther(path)) << path;
+            out.text("stays");
+        });
+        EXPECT_EQ(response.status, 200) << path;
+        EXPECT_EQ(response.header("Location"), std::nullopt) << path;
+    }
+    answer([](kit::Response& out) { EXPECT_TRUE(out.seeOther("/")); });
+}
+
+TEST(KitResponse, SetsACookieWithItsAttributes) {
+    const auto cookieSet = [](const kit::Cookie& cookie) {
+        return answer([&](kit::Response& out) {
+                   EXPECT_TRUE(out.cookie(cookie));
+                   out.text("a");
+               })
+            .header("Set-Cookie");
+    };
+    kit::Cookie cookie{"lang", "de"};
+    EXPECT_EQ(cookieSet(cookie), "lang=de; Path=/; HttpOnly; SameSite=Lax");
+    cookie.path = "/servlet";
+    cookie.maxAge = 60;
+    cookie.httpOnly = false;
+    cookie.secure = true;
+    cookie.sameSite = kit::Cookie::SameSite::strict;
+    EXPECT_EQ(cookieSet(cookie), "lang=de; Path=/servlet; Max-Age=60; Secure; SameSite=Strict");
+    cookie.value = "";
+    cookie.maxAge = 0;
+    EXPECT_EQ(cookieSet(cookie), "lang=; Path=/servlet; Max-Age=0; Secure; SameSite=Strict");
+}
+
+TEST(KitResponse, RefusesACookieThatCannotBeWritten) {
+    const kit::Cookie kWrong[] = {
+        {"", "a"},
+        {"a b", "c"},
+        {"a=", "c"},
+        {"a", "b c"},
+        {"a", "b;c"},
+        {"a", "b,c"},
+        {"a", "\"b\""},
+        {"a", "b\\"},
+        {"a", "b\r\n"},
+        {"a", "\xC3\xA9"},
+        {"a", "b", "/;x"},
+        {"a", "b", "/\r\n"},
+        {"a", std::string("b\0", 2)},
+    };
+    for (const kit::Cookie& cookie : kWrong) {
+        const Response response = answer([&](kit::Response& out) {
+            EXPECT_FALSE(out.cookie(cookie)) << cookie.name << "=" << cookie.value;
+            out.text("a");
+        });
+        EXPECT_EQ(response.header("Set-Cookie"), std::nullopt);
+    }
+}
+
+TEST(KitResponse, SendsOneCookieAndRefusesTheSecond) {
+    const Response response = answer([](kit::Response& out) {
+        EXPECT_TRUE(out.cookie({"a", "1"}));
+        EXPECT_FALSE(out.cookie({"b", "2"}));
+        out.text("a");
+    });
+    ASSERT_EQ(response.cookies().size(), 1u);
+    EXPECT_EQ(response.cookies()[0].name, "a");
+}
+
+TEST(KitResponse, LeavesTheSessionsCookieAlone) {
+    const Response response =
+        answerTo(get("/servlet?p=x"), [](kit::Request& request, kit::Response& out) {
+            request.raw().getSession(true);
+            EXPECT_FALSE(out.cookie({"a", "1"}));
+            out.text("a");
+        });
+    EXPECT_TRUE(response.cookie("JSESSIONID").has_value());
+}
+
+TEST(KitResponse, OffersAFileForDownload) {
+    const Response response = answer(
+        [](kit::Response& out) { EXPECT_TRUE(out.download("a-1_b.csv", "text/csv", "x,y")); });
+    EXPECT_EQ(response.header("Content-Disposition"), "attachment; filename=a-1_b.csv");
+    EXPECT_EQ(response.header("Content-Type"), "text/csv");
+    EXPECT_EQ(response.body, "x,y");
+    for (const char* name : {"", "a b", "a\"b", "a;b", "../a/b", "\xC3\xA9"}) {
+        answer([&](kit::Response& out) { EXPECT_FALSE(out.download(name, "a/b", "")) << name; });
+    }
+    EXPECT_EQ(answer([](kit::Response& out) {
+                  EXPECT_FALSE(out.download("a", "a/b\r\nX: y", ""));
+              }).header("Content-Disposition"),
+              std::nullopt);
+}
+
+TEST(KitResponse, ShowsATemplateOfTheDocumentRoot) {
+    const Request request = get("/servlet?p=x").variable("DOCUMENT_ROOT", KIT_TEST_DOCUMENT_ROOT);
+    const Response response = answerTo(request, [](kit::Request&, kit::Response& out) {
+        out.show("page.html", kit::Variables().set("name", "<you>"));
+    });
+    EXPECT_EQ(response.body, "Hello, &lt;you&gt;!\n");
+    EXPECT_EQ(response.header("Content-Type"), "text/html; charset=utf-8");
+    EXPECT_EQ(response.header("Content-Security-Policy"), kPolicy);
+}
+
+TEST(KitResponse, FailsInThePlaceOfAPageThatWasToBeShown) {
+    const Request request = get("/servlet?p=x").variable("DOCUMENT_ROOT", KIT_TEST_DOCUMENT_ROOT);
+    const Response response = answerTo(request, [](kit::Request&, kit::Response& out) {
+        out.show("page.html", kit::Variables().set("name", "you"));
+        throw std::runtime_error("late");
+    });
+    EXPECT_EQ(response.status, 500);
+    EXPECT_EQ(response.body, "The page failed; the device's log says why.\n");
+    EXPECT_EQ(response.header("Content-Type"), "text/plain; charset=utf-8");
+}
+
+TEST(KitResponse, ShowsTheLastOfTwoPages) {
+    const Request request = get("/servlet?p=x").variable("DOCUMENT_ROOT", KIT_TEST_DOCUMENT_ROOT);
+    const Response response = answerTo(request, [](kit::Request&, kit::Response& out) {
+        out.show("other.html", kit::Variables().set("name", "first"));
+        out.show("page.html", kit::Variables().set("name", "second"));
+    });
+    EXPECT_EQ(response.body, "Hello, second!\n");
+}
+
+TEST(KitResponse, FailsWithAPlainPage) {
+    const Response response = answer([](kit::Response& out) { out.fail(); });
+    EXPECT_EQ(response.status, 500);
+    EXPECT_EQ(response.body, "The page failed; the device's log says why.\n");
+    const Response late = answer([](kit::Response& out) {
+        out.text("begun");
+        out.raw().print("%s", "sent");
+        out.fail();
+    });
+    EXPECT_EQ(late.status, 200);
+    EXPECT_EQ(late.body, "begunsent");
+}
