@@ -1,0 +1,312 @@
+#include "model/desk_phone.h"
+
+#include "model/directory.h"
+#include "model/text.h"
+
+#include <algorithm>
+
+namespace phone {
+namespace {
+
+constexpr const char* kCaller = "1002"; // who calls when a ring is asked for
+
+// The digit that a key stands for; 0 for another key.
+char digitOf(std::string_view key) {
+    if (key == "STAR") {
+        return '*';
+    }
+    if (key == "POUND") {
+        return '#';
+    }
+    return key.size() == 1 && isAsciiDigit(key.front()) ? key.front() : '\0';
+}
+
+// The number of a line key; 0 for another key.
+int lineOf(std::string_view key) {
+    const int line = key.size() == 2 && key.front() == 'L' ? key.back() - '0' : 0;
+    return line >= 1 && line <= static_cast<int>(PhoneView::kLines) ? line : 0;
+}
+
+Lamp lampOf(Call call) {
+    switch (call) {
+    case Call::idle:
+        return Lamp::off;
+    case Call::ringing:
+    case Call::held:
+        return Lamp::blinking;
+    case Call::dialing:
+    case Call::talking:
+        break;
+    }
+    return Lamp::on;
+}
+
+bool isSame(const PhoneView& left, const PhoneView& right) {
+    return left.display == right.display && left.call == right.call && left.line == right.line &&
+           left.lineLamps == right.lineLamps && left.messageLamp == right.messageLamp &&
+           left.speaker == right.speaker && left.mute == right.mute &&
+           left.headset == right.headset && left.offHook == right.offHook &&
+           left.doNotDisturb == right.doNotDisturb && left.volume == right.volume;
+}
+
+std::string headline(Call call) {
+    switch (call) {
+    case Call::idle:
+        return "Ready";
+    case Call::dialing:
+        return "Dial";
+    case Call::ringing:
+        return "Incoming call";
+    case Call::talking:
+        return "In call";
+    case Call::held:
+        return "On hold";
+    }
+    return "";
+}
+
+} // namespace
+
+const char* nameOf(Call call) {
+    switch (call) {
+    case Call::idle:
+        return "idle";
+    case Call::dialing:
+        return "dialing";
+    case Call::ringing:
+        return "ringing";
+    case Call::talking:
+        return "talking";
+    case Call::held:
+        return "held";
+    }
+    return "";
+}
+
+const char* nameOf(Lamp lamp) {
+    switch (lamp) {
+    case Lamp::off:
+        return "off";
+    case Lamp::on:
+        return "on";
+    case Lamp::blinking:
+        return "blinking";
+    }
+    return "";
+}
+
+DeskPhone::DeskPhone() {
+    show();
+}
+
+PhoneView DeskPhone::view() const {
+    const std::lock_guard<std::mutex> lock(m_lock);
+    return m_view;
+}
+
+std::uint64_t DeskPhone::changes() const {
+    const std::lock_guard<std::mutex> lock(m_lock);
+    return m_view.changes;
+}
+
+bool DeskPhone::press(std::string_view key) {
+    const std::lock_guard<std::mutex> lock(m_lock);
+    const bool known = pressed(key);
+    if (known) {
+        m_view.key = key;
+        ++m_view.presses;
+    }
+    show();
+    return known;
+}
+
+bool DeskPhone::dial(std::string_view number) {
+    Contact contact{"Somebody", std::string(number)};
+    const std::lock_guard<std::mutex> lock(m_lock);
+    const bool free = m_view.call == Call::idle || m_view.call == Call::dialing;
+    if (!free || !checkContact(contact).empty()) {
+        return false;
+    }
+    m_digits = contact.number;
+    enter(Call::talking, m_view.line);
+    show();
+    return true;
+}
+
+bool DeskPhone::command(std::string_view text) {
+    const std::lock_guard<std::mutex> lock(m_lock);
+    const bool done = followed(text);
+    show();
+    return done;
+}
+
+bool DeskPhone::pressed(std::string_view key) {
+    if (const char digit = digitOf(key)) {
+        pressedDigit(digit);
+    } else if (const int line = lineOf(key)) {
+        pressedLine(line);
+    } else if (key == "OK") {
+        pressedOk();
+    } else if (key == "CANCEL") {
+        pressedCancel();
+    } else if (key == "HOLD") {
+        pressedHold();
+    } else if (key == "SPEAKER") {
+        pressedVoice(m_view.speaker, m_view.headset);
+    } else if (key == "HEADSET") {
+        pressedVoice(m_view.headset, m_view.speaker);
+    } else if (key == "MUTE") {
+        m_view.mute = !m_view.mute && inCall();
+    } else if (key == "MENU") {
+        m_menu = !m_menu && m_view.call == Call::idle;
+    } else {
+        return pressedArrow(key);
+    }
+    return true;
+}
+
+bool DeskPhone::pressedArrow(std::string_view key) {
+    if (key == "VOLUME_UP" || key == "VOLUME_DOWN") {
+        m_view.volume = std::clamp(m_view.volume + (key == "VOLUME_UP" ? 1 : -1), 0, kMaxVolume);
+        return true;
+    }
+    const bool forwards = key == "DOWN" || key == "RIGHT";
+    if (!forwards && key != "UP" && key != "LEFT") {
+        return false;
+    }
+    if (m_view.call == Call::idle) {
+        const int lines = static_cast<int>(PhoneView::kLines);
+        m_view.line = (m_view.line - 1 + (forwards ? 1 : lines - 1)) % lines + 1;
+    }
+    return true;
+}
+
+void DeskPhone::pressedDigit(char digit) {
+    if (m_view.call == Call::idle) {
+        m_digits.clear();
+        enter(Call::dialing, m_view.line);
+    }
+    const bool taken = m_view.call == Call::dialing || m_view.call == Call::talking;
+    if (taken && m_digits.size() < kMaxDigits) {
+        m_digits += digit;
+    }
+}
+
+void DeskPhone::pressedLine(int line) {
+    if (m_view.call == Call::idle || m_view.call == Call::dialing) {
+        enter(Call::dialing, line);
+    } else if (line != m_view.line) {
+        return;
+    } else if (m_view.call == Call::ringing) {
+        enter(Call::talking, line);
+    } else {
+        pressedHold();
+    }
+}
+
+void DeskPhone::pressedOk() {
+    const bool number = std::any_of(m_digits.begin(), m_digits.end(), isAsciiDigit);
+    if (m_view.call == Call::ringing || m_view.call == Call::held ||
+        (m_view.call == Call::dialing && number)) {
+        enter(Call::talking, m_view.line);
+    }
+}
+
+void DeskPhone::pressedCancel() {
+    m_menu = false;
+    if (m_view.call == Call::dialing && !m_digits.empty()) {
+        m_digits.pop_back();
+    } else {
+        end();
+    }
+}
+
+void DeskPhone::pressedHold() {
+    if (m_view.call == Call::talking) {
+        m_view.call = Call::held;
+    } else if (m_view.call == Call::held) {
+        m_view.call = Call::talking;
+    }
+}
+
+// SPEAKER and HEADSET: `way` is the key's own way to talk.
+void DeskPhone::pressedVoice(bool& way, bool& other) {
+    if (way) {
+        end();
+        return;
+    }
+    way = true;
+    other = false;
+    if (m_view.call == Call::idle) {
+        m_digits.clear();
+        enter(Call::dialing, m_view.line);
+    } else if (m_view.call == Call::ringing) {
+        enter(Call::talking, m_view.line);
+    }
+}
+
+bool DeskPhone::followed(std::string_view text) {
+    const Call before = m_view.call;
+    if (text == "answer" && before == Call::ringing) {
+        enter(Call::talking, m_view.line);
+    } else if (text == "hangup" && before != Call::idle) {
+        end();
+    } else if (text == "hold" && inCall()) {
+        pressedHold();
+    } else if (text == "ring" && before == Call::idle && !m_view.doNotDisturb) {
+        m_digits = kCaller;
+        enter(Call::ringing, m_view.line);
+    } else if (text == "dnd_on" || text == "dnd_off") {
+        m_view.doNotDisturb = text == "dnd_on";
+    } else if (text == "message_on" || text == "message_off") {
+        m_view.messageLamp = text == "message_on" ? Lamp::blinking : Lamp::off;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool DeskPhone::inCall() const {
+    return m_view.call == Call::talking || m_view.call == Call::held;
+}
+
+// Somebody who talks or dials needs a way to: the speaker, if there is no headset.
+void DeskPhone::enter(Call call, int line) {
+    m_menu = false;
+    m_view.call = call;
+    m_view.line = line;
+    if (call != Call::ringing && !m_view.headset) {
+        m_view.speaker = true;
+    }
+}
+
+void DeskPhone::end() {
+    m_digits.clear();
+    m_view.call = Call::idle;
+    m_view.speaker = false;
+    m_view.headset = false;
+    m_view.mute = false;
+}
+
+// Brings what follows from the state up to date, and counts when anything has changed.
+void DeskPhone::show() {
+    PhoneView view = m_view;
+    view.offHook = view.call != Call::idle && view.call != Call::ringing;
+    view.lineLamps.fill(Lamp::off);
+    view.lineLamps[static_cast<std::size_t>(view.line) - 1] = lampOf(view.call);
+    const std::string line = "Line " + std::to_string(view.line);
+    if (m_menu) {
+        view.display = {"Menu", "Settings: in the browser"};
+    } else if (view.call == Call::idle) {
+        view.display = {line, view.doNotDisturb ? "Do not disturb" : headline(view.call)};
+    } else {
+        view.display = {line + ": " + headline(view.call), m_digits};
+    }
+    if (!isSame(view, m_shown)) {
+        ++view.changes;
+    }
+    m_view = view;
+    m_shown = std::move(view);
+}
+
+} // namespace phone

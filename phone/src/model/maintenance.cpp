@@ -1,0 +1,89 @@
+#include "model/maintenance.h"
+
+#include <algorithm>
+#include <ctime>
+#include <utility>
+
+namespace phone {
+
+using std::chrono::seconds;
+
+const char* wordOf(Task task) {
+    switch (task) {
+    case Task::none:
+        return "idle";
+    case Task::restart:
+        return "reboot";
+    case Task::factoryReset:
+        return "reset";
+    case Task::provisioning:
+        return "autoprovision";
+    case Task::upgrade:
+        return "upgrade";
+    case Task::configuration:
+        return "configration";
+    }
+    return "unkown";
+}
+
+Maintenance::Maintenance(Clock clock) : m_clock(std::move(clock)) {}
+
+bool Maintenance::start(Task task, seconds duration) {
+    const std::lock_guard<std::mutex> lock(m_lock);
+    const seconds now = m_clock();
+    finish(now);
+    if (m_task != Task::none) {
+        return false;
+    }
+    m_task = task;
+    m_begin = now;
+    m_end = now + std::max(duration, seconds(1));
+    return true;
+}
+
+Maintenance::Progress Maintenance::progress() const {
+    const std::lock_guard<std::mutex> lock(m_lock);
+    const seconds now = m_clock();
+    finish(now);
+    if (m_task == Task::none) {
+        return {};
+    }
+    const auto percent = (now - m_begin) * 100 / (m_end - m_begin);
+    return {m_task, static_cast<int>(percent), m_end - now};
+}
+
+seconds Maintenance::upTime() const {
+    const std::lock_guard<std::mutex> lock(m_lock);
+    const seconds now = m_clock();
+    finish(now);
+    return now - m_started;
+}
+
+std::optional<seconds> Maintenance::sinceProvisioning() const {
+    const std::lock_guard<std::mutex> lock(m_lock);
+    const seconds now = m_clock();
+    finish(now);
+    return m_provisioned ? std::optional<seconds>(now - *m_provisioned) : std::nullopt;
+}
+
+// Ends the task whose time is over, at the moment when it was.
+void Maintenance::finish(seconds now) const {
+    if (m_task == Task::none || now < m_end) {
+        return;
+    }
+    if (m_task == Task::provisioning) {
+        m_provisioned = m_end;
+    } else if (m_task != Task::configuration) {
+        m_started = m_end;
+        m_provisioned.reset();
+    }
+    m_task = Task::none;
+}
+
+seconds systemClock() {
+    timespec sinceBoot{};
+    clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
+    return seconds(sinceBoot.tv_sec);
+}
+
+} // namespace phone

@@ -1,0 +1,68 @@
+#include "model/password.h"
+
+#include "kit/secrets.h"
+
+#include <algorithm>
+#include <crypt.h>
+#include <cstring>
+#include <memory>
+#include <mutex>
+
+namespace phone {
+namespace {
+
+constexpr const char* kMethod = "$y$"; // yescrypt
+
+// The workspace of crypt_r(3), 32 KiB, wiped at the end: it has held the password.
+class Workspace {
+public:
+    ~Workspace() { explicit_bzero(m_data.get(), sizeof *m_data); }
+    crypt_data* get() { return m_data.get(); }
+
+private:
+    std::unique_ptr<crypt_data> m_data = std::make_unique<crypt_data>();
+};
+
+// The hash of the password made as `setting`, a salt or a hash, says; empty on failure.
+std::string hashAs(std::string_view password, const char* setting) {
+    if (password.size() > kMaxPasswordBytes || password.find('\0') != std::string_view::npos) {
+        return {};
+    }
+    static std::mutex oneAtATime;
+    const std::lock_guard<std::mutex> lock(oneAtATime);
+    Workspace workspace;
+    std::string phrase(password);
+    const char* hash = crypt_r(phrase.c_str(), setting, workspace.get());
+    explicit_bzero(phrase.data(), phrase.size());
+    // A failure may be told by a text that no hash begins with.
+    return hash != nullptr && hash[0] != '*' ? hash : "";
+}
+
+bool isHashCharacter(char character) {
+    return character == '.' || character == '/' || character == '$' ||
+           (character >= '0' && character <= '9') || (character >= 'A' && character <= 'Z') ||
+           (character >= 'a' && character <= 'z');
+}
+
+} // namespace
+
+std::string hashPassword(std::string_view password) {
+    char salt[CRYPT_GENSALT_OUTPUT_SIZE];
+    if (crypt_gensalt_rn(kMethod, kPasswordCost, nullptr, 0, salt, sizeof salt) == nullptr) {
+        return {};
+    }
+    return hashAs(password, salt);
+}
+
+bool verifyPassword(std::string_view password, const std::string& hash) {
+    const std::string made = hashAs(password, hash.c_str());
+    return !made.empty() && kit::equalSecrets(made, hash);
+}
+
+bool isPasswordHash(std::string_view text) {
+    return text.size() > std::strlen(kMethod) && text.size() < CRYPT_OUTPUT_SIZE &&
+           text.substr(0, std::strlen(kMethod)) == kMethod &&
+           std::all_of(text.begin(), text.end(), isHashCharacter);
+}
+
+} // namespace phone

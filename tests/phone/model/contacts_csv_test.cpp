@@ -1,0 +1,176 @@
+#include "error_texts.h"
+#include "model/contacts_csv.h"
+#include "temporary_folder.h"
+
+#include <gtest/gtest.h>
+#include <set>
+
+using namespace phone;
+
+namespace {
+
+// What a plan says, in lines that a test can compare.
+std::string textOf(const ImportPlan& plan) {
+    std::string text;
+    for (const Contact& contact : plan.added) {
+        text += "+ " + contact.name + ": " + contact.number + "\n";
+    }
+    for (const ImportPlan::Change& change : plan.changed) {
+        text += "* " + change.name + ": " + change.oldNumber + " -> " + change.number + "\n";
+    }
+    if (plan.unchanged != 0) {
+        text += "= " + std::to_string(plan.unchanged) + "\n";
+    }
+    for (const ImportPlan::Refused& refused : plan.refused) {
+        text += std::to_string(refused.line) + ": " + ::textOf(Errors{refused.error}) + "\n";
+    }
+    return text;
+}
+
+std::string planOf(std::string_view text) {
+    return textOf(planImport(text, Directory()));
+}
+
+} // namespace
+
+TEST(CsvImport, ReadsAContactALine) {
+    const struct {
+        std::string text;
+        const char* plan;
+    } cases[] = {
+        {"", ""},
+        {"\r\n \n\r\t\r\n", ""},
+        {"Ann,1", "+ Ann: 1\n"},
+        {"Ann,1\r\nBen,2\nCem,3\rDan,4", "+ Ann: 1\n+ Ben: 2\n+ Cem: 3\n+ Dan: 4\n"},
+        {"\xEF\xBB\xBF"
+         "Ann,1",
+         "+ Ann: 1\n"},
+        {"name,number\nAnn,1", "+ Ann: 1\n"},
+        {"\xEF\xBB\xBF\"Name\" , NUMBER\r\nAnn,1", "+ Ann: 1\n"},
+        {"Ann,1\nname,number", "+ Ann: 1\n2: number: badCharacters\n"},
+        {" Ann , 1 ", "+ Ann: 1\n"},
+        {"Ann,1,Office,", "+ Ann: 1\n"},
+        {"\"Doe, Jane\",\"1\"", "+ Doe, Jane: 1\n"},
+        {"\"Jane \"\"JD\"\" Doe\",1", "+ Jane \"JD\" Doe: 1\n"},
+        {"\"Ann\nSmith\",1\nBen,2", "+ Ann Smith: 1\n+ Ben: 2\n"},
+        {"\"Ann\r\nSmith\",1\n,", "+ Ann Smith: 1\n3: name: required\n"},
+        {" \"Ann\" , \"1\" \n", "+ Ann: 1\n"},
+        {"Ann", "1: number: required\n"},
+        {",1", "1: name: required\n"},
+        {"\"\",1", "1: name: required\n"},
+        {"Ann,x\nBen,2", "+ Ben: 2\n1: number: badCharacters\n"},
+        {"A\tb,1", "1: name: badCharacters\n"},
+        {std::string("A\0b,1", 5), "1: name: badCharacters\n"},
+        {"Ann,1\n\nAnn,2\nBen,3", "+ Ann: 1\n+ Ben: 3\n3: name: duplicate\n"},
+        {"\xFF,1\nBen,2", "+ Ben: 2\n1: line: notUtf8\n"},
+        {"Ann,1,\xFF\nBen,2", "+ Ben: 2\n1: line: notUtf8\n"},
+    };
+    for (const auto& test : cases) {
+        EXPECT_EQ(planOf(test.text), test.plan) << test.text;
+    }
+}
+
+TEST(CsvImport, RefusesALineWithBadQuotesAndNoOther) {
+    const std::string rest = "\nBen,2\n\"Cem\",3";
+    for (const char* line :
+         {"\"Ann,1", "\"Ann\"x,1", "An\"n,1", "Ann,\"1", "Ann,1,\"", "\"", "\"\"\""}) {
+        // The quotes of a later line may close the one that is open; then both are bad.
+        EXPECT_EQ(planOf(line + std::string("\nBen,2")), "+ Ben: 2\n1: line: badCharacters\n")
+            << line;
+    }
+    EXPECT_EQ(planOf("Ann\"x,1" + rest), "+ Ben: 2\n+ Cem: 3\n1: line: badCharacters\n");
+    const std::string many(5000, 'x');
+    EXPECT_EQ(planOf("\"Ann,1\n" + many + "\nBen,2\n\"Cem\",3"),
+              "+ Ben: 2\n+ Cem: 3\n1: line: badCharacters\n2: name: tooLong 64\n");
+}
+
+TEST(CsvImport, TellsNewChangedAndUnchanged) {
+    Directory directory;
+    directory.put({"Ann", "1"});
+    directory.put({"Ben", "2"});
+    directory.put({"Zoe", "9"});
+    const ImportPlan plan = planImport("Ann,1\nBen,22\nCem,3", directory);
+    EXPECT_EQ(textOf(plan), "+ Cem: 3\n* Ben: 2 -> 22\n= 1\n");
+    EXPECT_EQ(directory.find("Cem"), nullptr);
+
+    EXPECT_EQ(textOf(applyImport(plan, directory)), "");
+    EXPECT_EQ(directory.contacts().size(), 4u);
+    EXPECT_EQ(directory.find("Ben")->number, "22");
+    EXPECT_EQ(directory.find("Cem")->number, "3");
+    EXPECT_EQ(directory.find("Zoe")->number, "9");
+}
+
+TEST(CsvImport, RefusesWhatTheDirectoryHasNoRoomFor) {
+    Directory directory;
+    for (std::size_t i = 0; i + 1 < Directory::kMaxContacts; ++i) {
+        directory.put({"Contact " + std::to_string(i), "1"});
+    }
+    const ImportPlan plan = planImport("Ann,1\nBen,2\nContact 1,5", directory);
+    EXPECT_EQ(textOf(plan), "+ Ann: 1\n* Contact 1: 1 -> 5\n2: name: tooMany 2000\n");
+
+    directory.put({"Meanwhile", "1"});
+    EXPECT_EQ(textOf(applyImport(plan, directory)), "contacts: tooMany 2000");
+    EXPECT_EQ(directory.find("Ann"), nullptr);
+    EXPECT_EQ(directory.find("Contact 1")->number, "1");
+}
+
+TEST(CsvImport, ReadsNoFileThatIsTooLarge) {
+    std::string text = "Ann,1\n";
+    text.resize(kMaxCsvBytes, '\n');
+    EXPECT_EQ(planOf(text), "+ Ann: 1\n");
+    text += '\n';
+    const ImportPlan plan = planImport(text, Directory());
+    EXPECT_TRUE(plan.tooLarge);
+    EXPECT_EQ(textOf(plan), "");
+}
+
+TEST(CsvImport, ShowsTheBeginningOfSomeRefusedLines) {
+    std::string text = "\xFF"
+                       "Ann\x01,1\n\xC3\xA4" +
+                       std::string(200, 'x') + ",1\n";
+    for (int i = 0; i < 1000; ++i) {
+        text += "x\n";
+    }
+    const ImportPlan plan = planImport(text, Directory());
+    EXPECT_EQ(plan.refusedCount, 1002u);
+    ASSERT_EQ(plan.refused.size(), ImportPlan::kMaxRefusedRows);
+    EXPECT_EQ(plan.refused[0].text, "?Ann?,1");
+    EXPECT_EQ(plan.refused[1].text, "\xC3\xA4" + std::string(58, 'x'));
+    EXPECT_EQ(plan.refused[99].line, 100u);
+}
+
+TEST(CsvExport, IsReadBackExactly) {
+    Directory directory;
+    for (const char* name : {"Ann", "Doe, Jane", "J \"JD\" D", "\"", "=1+1", "+Plus", "-Minus",
+                             "@At", "'=x", "''=x", "'n Sync", "'", "\xE7\x8E\x8B\xE8\x8A\xB3"}) {
+        directory.put({name, "+49 (30) 23125-000"});
+    }
+    Directory again;
+    const ImportPlan plan = planImport(contactsCsv(directory), again);
+    EXPECT_EQ(plan.refusedCount, 0u);
+    ASSERT_EQ(textOf(applyImport(plan, again)), "");
+    EXPECT_EQ(contactsCsv(again), contactsCsv(directory));
+    for (const Contact& contact : directory.contacts()) {
+        EXPECT_NE(again.find(contact.name), nullptr) << contact.name;
+    }
+}
+
+TEST(CsvExport, HasNoNamesThatAreFormulasAndNumbersAsTheyAre) {
+    Directory directory;
+    directory.put({"=HYPERLINK(\"x\")", "+49 1"});
+    directory.put({"Ann", "1"});
+    EXPECT_EQ(contactsCsv(directory), "name,number\r\n"
+                                      "\"'=HYPERLINK(\"\"x\"\")\",+49 1\r\n"
+                                      "Ann,1\r\n");
+}
+
+TEST(FactoryContacts, AreAThousandThatCanBeImported) {
+    const ImportPlan plan = planImport(textOfFile(FACTORY_CONTACTS), Directory());
+    EXPECT_EQ(plan.added.size(), 1000u);
+    EXPECT_EQ(plan.refusedCount, 0u);
+    std::set<std::string> numbers;
+    for (const Contact& contact : plan.added) {
+        numbers.insert(contact.number);
+    }
+    EXPECT_EQ(numbers.size(), 1000u);
+}

@@ -1,0 +1,429 @@
+#include "error_texts.h"
+#include "failing_calls.h"
+#include "model/configuration.h"
+#include "model/device.h"
+
+#include "temporary_folder.h"
+
+#include <kit/testing/recorded_log.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <ctime>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace phone;
+using namespace kit::testing;
+
+namespace {
+
+class DeviceTest : public ::testing::Test {
+protected:
+    DeviceTest() {
+        writeTextFile(files.factoryContacts, "name,number\nAnn,1001\nBen,1002\n");
+        recorded_log::clear();
+    }
+    ~DeviceTest() override { failing_calls::fail(failing_calls::Call::none); }
+
+    bool logged(const std::string& call, const std::string& part) const {
+        const auto records = recorded_log::records();
+        return std::any_of(records.begin(), records.end(), [&](const LogRecord& record) {
+            return record.call == call && record.text.find(part) != std::string::npos;
+        });
+    }
+
+    TemporaryFolder folder;
+    const Device::Files files{folder.file("phone.xml"), folder.file("factory.csv")};
+};
+
+Device::Edit setMicGain(int gain) {
+    return [gain](State& state) {
+        state.settings.audio.micGain = gain;
+        return Errors();
+    };
+}
+
+int micGain(const Device& device) {
+    return device.state()->settings.audio.micGain;
+}
+
+} // namespace
+
+TEST_F(DeviceTest, DoesNotTakeAStateThatItCannotReadForNone) {
+    writeTextFile(folder.file("file"), "");
+    EXPECT_THROW(Device({folder.file("file") + "/phone.xml", files.factoryContacts}),
+                 std::runtime_error);
+}
+
+TEST_F(DeviceTest, StartsAsItLeftTheFactory) {
+    const Device device(files);
+    const auto state = device.state();
+    EXPECT_EQ(state->settings.accounts[0].userName, "1001");
+    EXPECT_EQ(state->directory.contacts().size(), 2u);
+    EXPECT_TRUE(state->settings.web.factoryPassword);
+    EXPECT_TRUE(device.authenticate("admin", "admin"));
+    EXPECT_TRUE(recorded_log::records().empty());
+}
+
+TEST_F(DeviceTest, StartsWithoutContactsWhenTheFactoryHasNone) {
+    const Device device({files.state, folder.file("missing.csv")});
+    EXPECT_TRUE(device.state()->directory.contacts().empty());
+    EXPECT_TRUE(logged("warn", "missing.csv"));
+}
+
+TEST_F(DeviceTest, KeepsWhatWasChanged) {
+    {
+        Device device(files);
+        ASSERT_TRUE(device
+                        .change([](State& state) {
+                            state.settings.accounts[1].secret = "  ";
+                            state.settings.accounts[2].secret = "<&>\"'";
+                            state.settings.network.vlan = 7;
+                            state.settings.web.remoteAddresses = {"192.0.2.1", "::1"};
+                            state.directory.remove("Ann");
+                            state.directory.put({"\xE7\x8E\x8B \"<&>\"", "+1 202 555-0100"});
+                            return keepLocalCopy(state);
+                        })
+                        .done());
+    }
+    const Device device(files);
+    const auto state = device.state();
+    EXPECT_EQ(state->settings.accounts[0].secret, "");
+    EXPECT_EQ(state->settings.accounts[1].secret, "  ");
+    EXPECT_EQ(state->settings.accounts[2].secret, "<&>\"'");
+    EXPECT_EQ(state->settings.network.vlan, 7);
+    EXPECT_EQ(state->settings.web.remoteAddresses.size(), 2u);
+    EXPECT_EQ(state->directory.find("Ann"), nullptr);
+    EXPECT_NE(state->directory.find("\xE7\x8E\x8B \"<&>\""), nullptr);
+    EXPECT_EQ(state->localCopy, configurationText(state->settings));
+    EXPECT_TRUE(device.authenticate("admin", "admin"));
+}
+
+TEST_F(DeviceTest, KeepsTheLargestStateThereCanBe) {
+    {
+        Device device(files);
+        ASSERT_TRUE(device
+                        .change([](State& state) {
+                            state.directory = Directory();
+                            for (std::size_t i = 0; i < Directory::kMaxContacts; ++i) {
+                                std::string name = std::to_string(i);
+                                name.resize(64, '&');
+                                state.directory.put({name, std::string(31, '#') + "1"});
+                            }
+                            return Errors();
+                        })
+                        .done());
+    }
+    EXPECT_EQ(Device(files).state()->directory.contacts().size(), Directory::kMaxContacts);
+}
+
+TEST_F(DeviceTest, KeepsItsFileForItsOwner) {
+    const Device device(files);
+    struct stat status {};
+    ASSERT_EQ(stat(files.state.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777u, 0600u);
+}
+
+TEST_F(DeviceTest, ChangesNothingWhenTheEditFindsErrors) {
+    Device device(files);
+    const std::string saved = textOfFile(files.state);
+    const auto before = device.state();
+    const Outcome outcome = device.change([](State& state) -> Errors {
+        state.settings.audio.micGain = 5;
+        return {{"micGain", ErrorCode::tooLarge, 4}};
+    });
+    EXPECT_FALSE(outcome.done());
+    EXPECT_EQ(textOf(outcome.errors), "micGain: tooLarge 4");
+    EXPECT_EQ(device.state(), before);
+    EXPECT_EQ(textOfFile(files.state), saved);
+}
+
+TEST_F(DeviceTest, ChangesNothingWhenTheEditThrows) {
+    Device device(files);
+    EXPECT_THROW(device.change([](State& state) -> Errors {
+        state.settings.audio.micGain = 5;
+        throw std::bad_alloc();
+    }),
+                 std::bad_alloc);
+    EXPECT_EQ(micGain(device), 0);
+    EXPECT_TRUE(device.change(setMicGain(3)).done());
+}
+
+TEST_F(DeviceTest, ChangesNothingWhenItCannotSave) {
+    Device device(files);
+    const std::string saved = textOfFile(files.state);
+    for (auto call :
+         {failing_calls::Call::write, failing_calls::Call::fsync, failing_calls::Call::rename}) {
+        recorded_log::clear();
+        failing_calls::fail(call);
+        const Outcome outcome = device.change(setMicGain(3));
+        failing_calls::fail(failing_calls::Call::none);
+        EXPECT_TRUE(outcome.saveFailed);
+        EXPECT_FALSE(outcome.done());
+        EXPECT_EQ(micGain(device), 0);
+        EXPECT_EQ(textOfFile(files.state), saved);
+        EXPECT_EQ(folder.names().size(), 2u) << "something was left behind";
+        EXPECT_TRUE(logged("error", "Cannot save"));
+    }
+    EXPECT_TRUE(device.change(setMicGain(3)).done());
+}
+
+TEST_F(DeviceTest, SavesInAsManyWritesAsItTakes) {
+    Device device(files);
+    for (auto call : {failing_calls::Call::shortWrite, failing_calls::Call::interruptedWrite}) {
+        failing_calls::fail(call);
+        EXPECT_TRUE(device.change(setMicGain(micGain(device) + 1)).done());
+        failing_calls::fail(failing_calls::Call::none);
+    }
+    EXPECT_EQ(micGain(Device(files)), 2);
+}
+
+TEST_F(DeviceTest, WorksWithoutAFolderButChangesNothing) {
+    Device device({folder.file("missing/phone.xml"), files.factoryContacts});
+    EXPECT_TRUE(device.authenticate("admin", "admin"));
+    EXPECT_TRUE(device.change(setMicGain(3)).saveFailed);
+    EXPECT_EQ(micGain(device), 0);
+}
+
+TEST_F(DeviceTest, StartsAfreshWhenItsFileIsDamagedAndKeepsThatFile) {
+    std::string good;
+    {
+        Device device(files);
+        device.change(setMicGain(3));
+        good = textOfFile(files.state);
+    }
+    const auto without = [&good](const std::string& part, const std::string& other) {
+        std::string text = good;
+        return text.replace(text.find(part), part.size(), other);
+    };
+    const std::string damages[] = {
+        "",
+        "garbage",
+        good.substr(0, good.size() / 2),
+        good.substr(0, good.size() - 4),
+        std::string(good.size(), '\0'),
+        std::string(3 * 1024 * 1024, ' ') + good,
+        without("<micGain>3<", "<micGain>33<"),
+        without("<state>", "<stat>"),
+        without("<passwordHash>$y$", "<passwordHash>$x$"),
+        without("<secret></secret>", ""),
+        without("<name>Ann<", "<name>Ben<"),
+        without("<number>1001<", "<number>x<"),
+        without("<configuration>", "<configuration><camera/>"),
+    };
+    for (const std::string& damage : damages) {
+        SCOPED_TRACE(damage.substr(0, 60));
+        recorded_log::clear();
+        writeTextFile(files.state, damage);
+        const Device device(files);
+        EXPECT_EQ(micGain(device), 0);
+        EXPECT_TRUE(device.authenticate("admin", "admin"));
+        EXPECT_TRUE(textOfFile(files.state + ".damaged") == damage);
+        EXPECT_TRUE(logged("error", "damaged"));
+    }
+}
+
+TEST_F(DeviceTest, ClearsAwayAnInterruptedSave) {
+    { Device(files).change(setMicGain(3)); }
+    writeTextFile(files.state + ".new", "half a fi");
+    const Device device(files);
+    EXPECT_EQ(micGain(device), 3);
+    EXPECT_EQ(folder.names().size(), 2u);
+}
+
+TEST_F(DeviceTest, IsWholeWheneverItIsKilled) {
+    { const Device device(files); }
+    int moved = 0;
+    unsigned random = 4711;
+    for (int round = 0; round < 60; ++round) {
+        const pid_t child = fork();
+        if (child == 0) {
+            // In every state that it writes the two values go together.
+            Device device(files);
+            for (int i = 0;; ++i) {
+                device.change([i](State& state) {
+                    state.settings.network.vlan = i % 1000 + 1;
+                    state.settings.network.hostname = "phone-" + std::to_string(i % 1000 + 1);
+                    return Errors();
+                });
+            }
+        }
+        random = random * 1103515245u + 12345u;
+        usleep(3000 + random / 65536 % 20000);
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+
+        recorded_log::clear();
+        const Device device(files);
+        const Network network = device.state()->settings.network;
+        EXPECT_FALSE(logged("error", ""));
+        EXPECT_EQ(folder.names().size(), 2u);
+        EXPECT_EQ(device.state()->directory.contacts().size(), 2u);
+        if (network.vlan != 0) {
+            EXPECT_EQ(network.hostname, "phone-" + std::to_string(network.vlan));
+            ++moved;
+        }
+    }
+    EXPECT_GT(moved, 30) << "the children were killed before they did anything";
+}
+
+TEST_F(DeviceTest, KnowsItsUserByNameAndPasswordAlone) {
+    const Device device(files);
+    const char* const attempts[][2] = {{"", ""},           {"admin", ""},       {"", "admin"},
+                                       {"admin", "Admin"}, {"Admin", "admin"},  {"adminn", "admin"},
+                                       {"admi", "admin"},  {"admin", "adminn"}, {"x", "y"}};
+    for (const auto& attempt : attempts) {
+        EXPECT_FALSE(device.authenticate(attempt[0], attempt[1]))
+            << attempt[0] << " / " << attempt[1];
+    }
+}
+
+TEST_F(DeviceTest, TakesAsLongForAnUnknownUser) {
+    const Device device(files);
+    const auto cost = [&device](const char* name) {
+        const std::clock_t begin = std::clock();
+        for (int i = 0; i < 5; ++i) {
+            device.authenticate(name, "wrong");
+        }
+        return static_cast<double>(std::clock() - begin);
+    };
+    const double known = cost("admin");
+    const double unknown = cost("nobody");
+    EXPECT_GT(unknown, known / 3);
+    EXPECT_LT(unknown, known * 3);
+}
+
+TEST_F(DeviceTest, TellsWhatIsWrongWithANewPassword) {
+    Device device(files);
+    std::string emojis;
+    for (int i = 0; i < 128; ++i) {
+        emojis += "\xF0\x9F\x98\x80";
+    }
+    const std::string good = "longer than eight";
+    const struct {
+        std::string oldPassword;
+        std::string newPassword;
+        std::string repeat;
+        const char* errors;
+    } cases[] = {
+        {"wrong", good, good, "oldPassword: wrongPassword"},
+        {"", good, good, "oldPassword: wrongPassword"},
+        {"admin", "", "", "newPassword: required"},
+        {"admin", "1234567", "1234567", "newPassword: tooShort 8"},
+        {"admin", std::string(129, 'x'), "", "newPassword: tooLong 128"},
+        {"admin", emojis, emojis, "newPassword: tooLong 127"},
+        {"admin", good + "\n", good + "\n", "newPassword: badCharacters"},
+        {"admin", good + "\xFF", good + "\xFF", "newPassword: notUtf8"},
+        {"admin", good, good + "x", "repeat: mismatch"},
+        {"admin", good, "", "repeat: mismatch"},
+        {good, good, good, "oldPassword: wrongPassword, newPassword: same"},
+        {"wrong", "short", "x", "oldPassword: wrongPassword, newPassword: tooShort 8"},
+    };
+    for (const auto& test : cases) {
+        EXPECT_EQ(
+            textOf(device.changePassword(test.oldPassword, test.newPassword, test.repeat).errors),
+            test.errors);
+    }
+    EXPECT_TRUE(device.authenticate("admin", "admin"));
+    EXPECT_TRUE(device.state()->settings.web.factoryPassword);
+}
+
+TEST_F(DeviceTest, ChangesThePassword) {
+    const std::string longest(128, 'x');
+    {
+        Device device(files);
+        ASSERT_TRUE(device.changePassword("admin", longest, longest).done());
+    }
+    const Device device(files);
+    EXPECT_FALSE(device.authenticate("admin", "admin"));
+    EXPECT_TRUE(device.authenticate("admin", longest));
+    EXPECT_FALSE(device.state()->settings.web.factoryPassword);
+}
+
+TEST_F(DeviceTest, LetsOneOfThoseWhoChangeThePasswordAtOnceDoIt) {
+    Device device(files);
+    std::atomic<int> done{0};
+    std::vector<std::thread> threads;
+    threads.reserve(8);
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&device, &done, i] {
+            const std::string password = "new password " + std::to_string(i);
+            const Outcome outcome = device.changePassword("admin", password, password);
+            done += outcome.done();
+            EXPECT_EQ(textOf(outcome.errors), outcome.done() ? "" : "oldPassword: wrongPassword");
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(done, 1);
+}
+
+TEST_F(DeviceTest, GoesBackToTheFactoryState) {
+    Device device(files);
+    device.changePassword("admin", "new password", "new password");
+    device.change([](State& state) {
+        state.settings.audio.micGain = 3;
+        state.settings.accounts[0].secret = "sesame";
+        state.directory.remove("Ann");
+        return keepLocalCopy(state);
+    });
+    ASSERT_TRUE(device.factoryReset().done());
+    EXPECT_EQ(micGain(device), 0);
+    EXPECT_NE(device.state()->directory.find("Ann"), nullptr);
+    EXPECT_TRUE(device.authenticate("admin", "admin"));
+    EXPECT_EQ(device.state()->localCopy, "");
+    EXPECT_EQ(textOfFile(files.state).find("sesame"), std::string::npos);
+}
+
+TEST_F(DeviceTest, GivesEachReaderOneStateWhateverOthersChange) {
+    Device device(files);
+    std::atomic<bool> stop{false};
+    std::atomic<int> torn{0};
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            while (!stop) {
+                const auto state = device.state();
+                const auto& audio = state->settings.audio;
+                torn += audio.micGain != 0 &&
+                        state->directory.find("Gain " + std::to_string(audio.micGain)) == nullptr;
+            }
+        });
+    }
+    std::vector<std::thread> writers;
+    writers.reserve(2);
+    std::atomic<int> sum{0};
+    for (int i = 0; i < 2; ++i) {
+        writers.emplace_back([&] {
+            for (int n = 0; n < 50; ++n) {
+                const Outcome outcome = device.change([](State& state) {
+                    const int old = state.settings.audio.micGain;
+                    state.settings.audio.micGain = old % 6 + 1;
+                    state.directory.remove("Gain " + std::to_string(old));
+                    state.settings.network.vlan += 1;
+                    return state.directory.add({"Gain " + std::to_string(old % 6 + 1), "1"});
+                });
+                sum += outcome.done();
+            }
+        });
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    stop = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(torn, 0);
+    EXPECT_EQ(sum, 100);
+    EXPECT_EQ(device.state()->settings.network.vlan, 100) << "a change was lost";
+}

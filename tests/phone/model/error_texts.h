@@ -1,0 +1,19 @@
+// What is wrong with a form, in one line that a test can compare.
+#ifndef ERROR_TEXTS_H
+#define ERROR_TEXTS_H
+
+#include "model/field_error.h"
+
+#include <string>
+
+// "port: tooLarge 65535, server: required"; empty when all is well.
+inline std::string textOf(const phone::Errors& errors) {
+    std::string text;
+    for (const phone::FieldError& error : errors) {
+        text += (text.empty() ? "" : ", ") + error.field + ": " + phone::nameOf(error.code);
+        text += error.limit ? " " + std::to_string(*error.limit) : "";
+    }
+    return text;
+}
+
+#endif

@@ -1,0 +1,63 @@
+#include "failing_calls.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <sys/types.h>
+
+using failing_calls::Call;
+
+namespace {
+
+std::atomic<Call> g_failing{Call::none};
+bool g_interrupted = false;
+
+} // namespace
+
+void failing_calls::fail(Call call) {
+    g_failing = call;
+}
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the names are the linker's.
+extern "C" {
+
+ssize_t __real_write(int file, const void* data, std::size_t count);
+int __real_fsync(int file);
+int __real_rename(const char* from, const char* to);
+
+ssize_t __wrap_write(int file, const void* data, std::size_t count) {
+    const Call failing = file > 2 ? g_failing.load() : Call::none;
+    if (failing == Call::write) {
+        errno = ENOSPC;
+        return -1;
+    }
+    if (failing == Call::interruptedWrite) {
+        g_interrupted = !g_interrupted;
+        if (g_interrupted) {
+            errno = EINTR;
+            return -1;
+        }
+    }
+    return __real_write(file, data,
+                        failing == Call::shortWrite ? std::min<std::size_t>(count, 1) : count);
+}
+
+int __wrap_fsync(int file) {
+    if (g_failing == Call::fsync) {
+        errno = EIO;
+        return -1;
+    }
+    return __real_fsync(file);
+}
+
+int __wrap_rename(const char* from, const char* to) {
+    if (g_failing == Call::rename) {
+        errno = EROFS;
+        return -1;
+    }
+    return __real_rename(from, to);
+}
+
+} // extern "C"
+// NOLINTEND(bugprone-reserved-identifier)

@@ -1,0 +1,64 @@
+#include "model/password.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace phone;
+
+namespace {
+
+// The most memory that this process has used so far, in KiB.
+long peakMemory() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+} // namespace
+
+TEST(Password, IsKnownByItsHashAndNoOtherIs) {
+    const std::string hash = hashPassword("correct horse");
+    EXPECT_TRUE(isPasswordHash(hash));
+    EXPECT_EQ(hash.find("correct"), std::string::npos);
+    EXPECT_TRUE(verifyPassword("correct horse", hash));
+    for (const char* other : {"", "correct hors", "correct horse ", "Correct horse"}) {
+        EXPECT_FALSE(verifyPassword(other, hash)) << other;
+    }
+    EXPECT_FALSE(verifyPassword(std::string_view("correct horse\0x", 15), hash));
+}
+
+TEST(Password, HasAnotherHashEachTime) {
+    EXPECT_NE(hashPassword("same"), hashPassword("same"));
+}
+
+TEST(Password, IsBoundedBeforeItIsHashed) {
+    const std::string longest(kMaxPasswordBytes, 'x');
+    const std::string hash = hashPassword(longest);
+    EXPECT_TRUE(verifyPassword(longest, hash));
+    EXPECT_EQ(hashPassword(longest + "x"), "");
+    EXPECT_FALSE(verifyPassword(longest + "x", hash));
+}
+
+TEST(Password, IsNotKnownByWhatIsNoHash) {
+    for (const char* text : {"", "*", "*0", "*1", "admin", "$y$", "$y$x", "$y$j8T$:"}) {
+        EXPECT_FALSE(verifyPassword("admin", text)) << text;
+    }
+    EXPECT_FALSE(isPasswordHash("$y$"));
+    EXPECT_FALSE(isPasswordHash("$1$abc"));
+    EXPECT_FALSE(isPasswordHash("$y$a:b"));
+    EXPECT_FALSE(isPasswordHash("$y$" + std::string(1000, 'x')));
+}
+
+TEST(Password, TakesNoMoreMemoryThanASmallDeviceCanSpare) {
+    const pid_t child = fork();
+    if (child == 0) {
+        const long before = peakMemory();
+        const bool good = !hashPassword("correct horse").empty();
+        _exit(good && peakMemory() - before < 6 * 1024 ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
