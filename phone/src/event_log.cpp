@@ -1,14 +1,24 @@
 #include "event_log.h"
 
-#include "short_text.h"
+#include "kit/text.h"
 
 namespace phone {
 
-void EventLog::add(std::string_view name, std::string_view value, std::string_view remoteAddress,
-                   std::time_t time) {
-    LoggedEvent event{shortText(name, kMaxText), shortText(value, kMaxText),
-                      shortText(remoteAddress, kMaxText), time};
-    std::lock_guard<std::mutex> lock(m_lock);
+std::string localTimeText(std::time_t time) {
+    std::tm parts{};
+    char text[32] = "";
+    if (localtime_r(&time, &parts) != nullptr) {
+        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
+    }
+    return text;
+}
+
+void EventLog::add(LoggedEvent event) {
+    for (std::string* text : {&event.name, &event.value, &event.remoteAddress}) {
+        text->resize(kit::shortened(*text, kMaxText).size());
+    }
+    std::lock_guard<std::mutex> guard(m_lock);
+    ++m_count;
     if (m_events.size() == kMaxEvents) {
         m_events.pop_front();
     }
@@ -16,8 +26,13 @@ void EventLog::add(std::string_view name, std::string_view value, std::string_vi
 }
 
 std::vector<LoggedEvent> EventLog::recent() const {
-    std::lock_guard<std::mutex> lock(m_lock);
+    std::lock_guard<std::mutex> guard(m_lock);
     return {m_events.rbegin(), m_events.rend()};
+}
+
+std::uint64_t EventLog::count() const {
+    std::lock_guard<std::mutex> guard(m_lock);
+    return m_count;
 }
 
 } // namespace phone

@@ -3,6 +3,7 @@
 #define EVENT_LOG_H
 
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <deque>
 #include <mutex>
@@ -17,7 +18,11 @@ struct LoggedEvent {
     std::string value;
     std::string remoteAddress;
     std::time_t time;
+    bool followed; // whether the phone did what it says
 };
+
+// As "2026-11-21 13:05:00", in the phone's time zone.
+std::string localTimeText(std::time_t time);
 
 // Any thread, at any time.
 class EventLog {
@@ -28,15 +33,18 @@ public:
     // character.
     static constexpr std::size_t kMaxText = 64;
 
-    void add(std::string_view name, std::string_view value, std::string_view remoteAddress,
-             std::time_t time);
+    void add(LoggedEvent event);
 
     // The newest first.
     std::vector<LoggedEvent> recent() const;
 
+    // All there ever were.
+    std::uint64_t count() const;
+
 private:
     mutable std::mutex m_lock;
     std::deque<LoggedEvent> m_events; // the oldest first; guarded by m_lock
+    std::uint64_t m_count = 0;        // guarded by m_lock
 };
 
 } // namespace phone

@@ -1,96 +1,110 @@
 #include "page.h"
 
-#include "HttpRequest.h"
-#include "HttpResponse.h"
-#include "places.h"
-#include "secrets.h"
-#include "web_debug.h"
-
-#include <cstring>
-#include <new>
+#include "language.h"
 
 namespace phone {
 namespace {
 
-const char* const kPageIds[] = {"status", "session", "settings-upgrade", "contacts-preview"};
+constexpr const char* kPageIds[] = {"status",         "phone",           "accounts",
+                                    "network",        "audio",           "contacts",
+                                    "security",       "settings-config", "settings-upgrade",
+                                    "settings-autop", "contacts-preview"};
 
 } // namespace
 
-const char* const kHtml = "text/html; charset=utf-8";
 const char* const kSignInForm = "/servlet?p=login&q=loginForm";
 
-bool isPageId(const char* id) {
+bool isPageId(std::string_view id) {
     for (const char* known : kPageIds) {
-        if (id != nullptr && std::strcmp(id, known) == 0) {
+        if (id == known) {
             return true;
         }
     }
     return false;
 }
 
-bool isPost(HttpRequest& request) {
-    const char* method = request.getMethod();
-    return method != nullptr && std::strcmp(method, "POST") == 0;
+void LocalPage::show(kit::Request& request, kit::Response& response, const char* name,
+                     kit::Variables variables) {
+    response.show(languageOf(request) + "/" + name, std::move(variables));
 }
 
-std::string parameter(HttpRequest& request, const char* name) {
-    const char* value = request.getParameter(name);
-    return value != nullptr ? value : "";
+void SignedInPage::answer(kit::Request& request, kit::Response& response) {
+    if (const auto signIn = m_phone.signIns.find(request)) {
+        answer(request, response, *signIn);
+    } else {
+        response.seeOther(kSignInForm);
+    }
 }
 
-void setPageHeaders(HttpResponse& response, const char* contentType) {
-    response.setHeader("Content-Type", contentType);
-    response.setHeader("Cache-Control", "no-store");
-    response.setHeader("X-Content-Type-Options", "nosniff");
-    // The address of a page may hold its token.
-    response.setHeader("Referrer-Policy", "no-referrer");
-    response.setHeader("Content-Security-Policy",
-                       "default-src 'self'; base-uri 'none'; form-action 'self'; "
-                       "frame-ancestors 'none'; object-src 'none'");
-}
-
-void showTemplate(HttpResponse& response, const char* name, PageVariables variables) {
-    setPageHeaders(response, kHtml);
-    const std::string path = templatePath(name);
-    response.setTemplate(path.c_str(), variables.release());
-}
-
-void seeOther(HttpResponse& response, const std::string& location) {
-    response.setHeader("Cache-Control", "no-store");
-    response.setStatus(303);
-    response.sendRedirect(location.c_str());
-}
-
-PageVariables frameOf(const SignIn& signIn) {
-    PageVariables variables;
-    variables.add("user", signIn.user->name).add("token", signIn.token);
+kit::Variables SignedInPage::frame(kit::Request& request, const kit::SignIn& signIn) const {
+    const auto state = m_phone.device.state();
+    kit::Variables variables;
+    variables.set("user", signIn.user)
+        .set("token", signIn.token)
+        .set("page", request.page())
+        .set("sessionIdle", state->settings.web.idleSeconds)
+        .set("factoryPassword", state->settings.web.factoryPassword);
     return variables;
 }
 
-bool mayChange(HttpRequest& request, HttpResponse& response, const SignIn& signIn) {
-    if (isPost(request) && equalSecrets(parameter(request, "token"), signIn.token)) {
+bool SignedInPage::mayChange(kit::Request& request, kit::Response& response,
+                             const kit::SignIn& signIn) {
+    // Receiving an upload takes its time: who signed out meanwhile, or was signed out, may not.
+    const bool stillSignedIn = m_phone.signIns.find(request).get() == &signIn;
+    if (stillSignedIn && kit::SignIns::mayChange(request, signIn)) {
         return true;
     }
-    response.setStatus(403);
-    showTemplate(response, "refused.html", frameOf(signIn));
+    response.status(403);
+    show(request, response, "refused.html", frame(request, signIn));
     return false;
 }
 
-void Page::service(HttpRequest* request, HttpResponse* response) {
-    try {
-        answer(*request, *response);
-    } catch (const std::bad_alloc&) {
-        WebDebug::getInstance()->error("No memory for a page");
+void SignedInPage::showMessage(kit::Request& request, kit::Response& response,
+                               const kit::SignIn& signIn, int status, const char* code) {
+    response.status(status);
+    show(request, response, "message.html", frame(request, signIn).set("code", code));
+}
+
+void addForm(kit::Variables& variables, const Values& values, const Errors& errors) {
+    for (const auto& [field, value] : values) {
+        variables.set(field.c_str(), value);
+    }
+    for (const FieldError& error : errors) {
+        const FieldError* const row[] = {&error};
+        variables.rows((error.field + "Error").c_str(), row, [](const FieldError* wrong) {
+            kit::Variables texts;
+            texts.set("code", nameOf(wrong->code));
+            if (wrong->limit) {
+                texts.set("limit", *wrong->limit);
+            }
+            return texts;
+        });
+    }
+    if (!errors.empty()) {
+        variables.set("errorCount", errors.size());
     }
 }
 
-void SignedInPage::answer(HttpRequest& request, HttpResponse& response) {
-    const std::optional<SignIn> signIn = m_phone.signInOf(request);
-    if (signIn) {
-        answer(request, response, *signIn);
-    } else {
-        seeOther(response, kSignInForm);
+void addResult(kit::Request& request, kit::Variables& variables,
+               std::initializer_list<std::string_view> known) {
+    if (const auto result = request.choice("result", known)) {
+        variables.set("result", *result);
     }
+}
+
+void addFailure(kit::Response& response, kit::Variables& variables, const Outcome& outcome) {
+    response.status(outcome.saveFailed ? 500 : 422);
+    variables.set("notSaved", outcome.saveFailed);
+}
+
+Values valuesSent(kit::Request& request, const std::vector<const char*>& fields) {
+    Values values;
+    for (const char* field : fields) {
+        if (const auto value = request.parameter(field)) {
+            values[field] = *value;
+        }
+    }
+    return values;
 }
 
 } // namespace phone

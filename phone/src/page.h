@@ -2,74 +2,68 @@
 #ifndef PAGE_H
 #define PAGE_H
 
-#include "HttpServlet.h"
-#include "page_variables.h"
+#include "kit/plugin.h"
 #include "phone.h"
 
 #include <string>
-
-class HttpRequest;
-class HttpResponse;
+#include <string_view>
 
 namespace phone {
 
-// Whether `id`, which may be null, names a page that somebody signed in can go to.
-bool isPageId(const char* id);
+// The sign-in form.
+extern const char* const kSignInForm;
 
-// Whether the request may change something: POST, not GET, which links and prefetching use.
-bool isPost(HttpRequest& request);
+// Whether `id` names a page that somebody signed in can go to.
+bool isPageId(std::string_view id);
 
-// The value of the parameter, empty when it is absent.
-std::string parameter(HttpRequest& request, const char* name);
-
-// Sets the headers of every answer: its type, and what a browser must not do with it.
-void setPageHeaders(HttpResponse& response, const char* contentType);
-
-// Answers with the template `name`.
-void showTemplate(HttpResponse& response, const char* name, PageVariables variables);
-
-// Sends the browser on to `location` with GET, whatever the method of this request was.
-void seeOther(HttpResponse& response, const std::string& location);
-
-extern const char* const kHtml;       // the content type of pages
-extern const char* const kSignInForm; // the location of the sign-in form
-
-// The variables that the frame around every page of somebody signed in needs.
-PageVariables frameOf(const SignIn& signIn);
-
-// Whether the request may do what it asks for: a POST with the token of the sign-in. If not, it
-// has been answered with a refusal.
-bool mayChange(HttpRequest& request, HttpResponse& response, const SignIn& signIn);
-
-// A servlet that no failure to get memory leaves: such an answer stays as it is, and the log says
-// so. Pages are freed without their destructor: they hold nothing that destroy() does not release.
-class Page : public HttpServlet {
-public:
-    void init() override {}
-    void service(HttpRequest* request, HttpResponse* response) final;
-    void destroy() override {}
-
+// A page in the language of the request.
+class LocalPage : public kit::Page {
 protected:
     // `phone` must outlive the page.
-    explicit Page(Phone& phone) : m_phone(phone) {}
-    ~Page() = default;
+    explicit LocalPage(Phone& phone) : m_phone(phone) {}
 
-    virtual void answer(HttpRequest& request, HttpResponse& response) = 0;
+    static void show(kit::Request& request, kit::Response& response, const char* name,
+                     kit::Variables variables);
 
     Phone& m_phone;
 };
 
 // A page for those who are signed in; others are sent to the sign-in form.
-class SignedInPage : public Page {
+class SignedInPage : public LocalPage {
 protected:
-    using Page::Page;
-    ~SignedInPage() = default;
+    using LocalPage::LocalPage;
 
-    virtual void answer(HttpRequest& request, HttpResponse& response, const SignIn& signIn) = 0;
+    virtual void answer(kit::Request& request, kit::Response& response,
+                        const kit::SignIn& signIn) = 0;
+
+    // The variables that the frame around every page needs.
+    kit::Variables frame(kit::Request& request, const kit::SignIn& signIn) const;
+
+    // Whether the request may do what it asks for. If not, it has been answered with a refusal.
+    bool mayChange(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
+
+    // Answers with a page that says no more than what went wrong; `code` is one of those in
+    // message.html.
+    void showMessage(kit::Request& request, kit::Response& response, const kit::SignIn& signIn,
+                     int status, const char* code);
 
 private:
-    void answer(HttpRequest& request, HttpResponse& response) final;
+    void answer(kit::Request& request, kit::Response& response) final;
 };
+
+// Makes the variables with which a form shows what was entered and what is wrong with it.
+void addForm(kit::Variables& variables, const Values& values, const Errors& errors);
+
+// Sets "result" to what the address says came of the request before, if it is one of `known`.
+void addResult(kit::Request& request, kit::Variables& variables,
+               std::initializer_list<std::string_view> known);
+
+// Tells by status and variable that a change was refused or could not be saved; `outcome` is not
+// done.
+void addFailure(kit::Response& response, kit::Variables& variables, const Outcome& outcome);
+
+// The values of these fields as the form sent them.
+Values valuesSent(kit::Request& request, const std::vector<const char*>& fields);
 
 } // namespace phone
 

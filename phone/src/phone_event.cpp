@@ -1,36 +1,40 @@
 #include "phone_event.h"
 
-#include "HttpRequest.h"
-
-#include <cstring>
+#include <algorithm>
 
 namespace phone {
 namespace {
 
 // Tried in this order; the first whose text the query begins with decides.
-const char* const kEventNames[] = {"key",    "number", "phonecfg", "redirectcall", "forward",
-                                   "Server", "push",   "download", "command",      "csta"};
+constexpr const char* kEventNames[] = {"key",    "number", "phonecfg", "redirectcall", "forward",
+                                       "Server", "push",   "download", "command",      "csta"};
 
-const std::size_t kQueryOffset = std::strlen("/servlet?");
-
-const char* queryOf(HttpRequest& request) {
-    const char* uri = request.getRequestURI();
-    return uri != nullptr && std::strlen(uri) > kQueryOffset ? uri + kQueryOffset : "";
-}
+constexpr std::string_view kBeforeQuery = "/servlet?";
 
 } // namespace
 
-std::optional<PhoneEvent> eventOf(HttpRequest& request) {
-    const char* query = queryOf(request);
+std::string_view queryOf(kit::Request& request) {
+    const char* uri = request.raw().getRequestURI();
+    const std::string_view text = uri ? uri : "";
+    return text.substr(std::min(text.size(), kBeforeQuery.size()));
+}
+
+bool leavesStatusAlone(kit::Request& request) {
+    return queryOf(request).find("p=notice") != std::string_view::npos;
+}
+
+std::optional<PhoneEvent> eventOf(kit::Request& request) {
+    const std::string_view query = queryOf(request);
     for (const char* name : kEventNames) {
-        if (std::strncmp(query, name, std::strlen(name)) != 0) {
+        const std::string_view wanted = name;
+        if (query.substr(0, wanted.size()) != wanted) {
             continue;
         }
-        if (std::strcmp(name, "csta") == 0) {
-            return PhoneEvent{name, ""};
+        if (wanted == "csta") {
+            return PhoneEvent{wanted, ""};
         }
-        const char* value = request.getParameter(name);
-        return value != nullptr ? std::optional<PhoneEvent>({name, value}) : std::nullopt;
+        const auto value = request.parameter(name);
+        return value ? std::optional<PhoneEvent>({wanted, *value}) : std::nullopt;
     }
     return std::nullopt;
 }

@@ -1,78 +1,54 @@
 // What the library exports: the creation functions that servlet.xml names.
 
 #include "listeners/event_listener.h"
+#include "listeners/language_listener.h"
+#include "listeners/notice_listener.h"
 #include "listeners/sign_in_listener.h"
+#include "pages/accounts_page.h"
+#include "pages/configuration_page.h"
+#include "pages/contacts_page.h"
 #include "pages/contacts_preview_page.h"
+#include "pages/language_page.h"
 #include "pages/login_page.h"
 #include "pages/notice_page.h"
-#include "pages/session_page.h"
+#include "pages/phone_page.h"
+#include "pages/provisioning_page.h"
+#include "pages/security_page.h"
+#include "pages/settings_page.h"
+#include "pages/status_data_page.h"
 #include "pages/status_page.h"
 #include "pages/upgrade_page.h"
-#include "phone.h"
-#include "places.h"
 
-#include <memory>
-#include <new>
-#include <vector>
+using namespace phone;
 
-namespace phone {
 namespace {
 
 Phone& thePhone() {
-    static Phone phone;
+    static Phone phone(deviceFiles());
     return phone;
 }
 
-template <typename Servlet, typename... Rest>
-HttpServlet* newServlet(Rest... rest) {
-    try {
-        return new Servlet(thePhone(), rest...);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-
-template <typename Listener>
-HttpListener* newListener() {
-    try {
-        // The container never frees a listener; the library does as it is closed.
-        static std::vector<std::unique_ptr<Listener>> listeners;
-        listeners.push_back(std::make_unique<Listener>(thePhone()));
-        return listeners.back().get();
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-
 } // namespace
-} // namespace phone
 
-extern "C" {
+KIT_LISTENER(createLanguageListener, LanguageListener)
+KIT_LISTENER(createNoticeListener, NoticeListener(thePhone()))
+KIT_LISTENER(createEventListener, EventListener(thePhone()))
+KIT_LISTENER(createSignInListener, SignInListener(thePhone()))
 
-HttpListener* createEventListener() {
-    return phone::newListener<phone::EventListener>();
-}
-HttpListener* createSignInListener() {
-    return phone::newListener<phone::SignInListener>();
-}
-
-HttpServlet* createLoginPage() {
-    return phone::newServlet<phone::LoginPage>();
-}
-HttpServlet* createStatusPage() {
-    return phone::newServlet<phone::StatusPage>();
-}
-HttpServlet* createSessionPage() {
-    return phone::newServlet<phone::SessionPage>();
-}
-HttpServlet* createNoticePage() {
-    return phone::newServlet<phone::NoticePage>();
-}
-HttpServlet* createContactsPreviewPage() {
-    return phone::newServlet<phone::ContactsPreviewPage>();
-}
-HttpServlet* createUpgradePage() {
-    return phone::newServlet<phone::UpgradePage>(phone::firmwareImagePath());
-}
-
-} // extern "C"
+KIT_SERVLET(createLoginPage, LoginPage(thePhone()))
+KIT_SERVLET(createLanguagePage, LanguagePage)
+KIT_SERVLET(createNoticePage, NoticePage(thePhone()))
+KIT_SERVLET(createStatusPage, StatusPage(thePhone()))
+KIT_SERVLET(createStatusDataPage, StatusDataPage(thePhone()))
+KIT_SERVLET(createPhonePage, PhonePage(thePhone()))
+KIT_SERVLET(createAccountsPage, AccountsPage(thePhone()))
+KIT_SERVLET(createNetworkPage,
+            SettingsPage<Network>(thePhone(), "network", &Settings::network, kNetworkFields))
+KIT_SERVLET(createAudioPage,
+            SettingsPage<Audio>(thePhone(), "audio", &Settings::audio, kAudioFields))
+KIT_SERVLET(createSecurityPage, SecurityPage(thePhone()))
+KIT_SERVLET(createContactsPage, ContactsPage(thePhone()))
+KIT_SERVLET(createContactsPreviewPage, ContactsPreviewPage(thePhone()))
+KIT_SERVLET(createConfigurationPage, ConfigurationPage(thePhone()))
+KIT_SERVLET(createUpgradePage, UpgradePage(thePhone()))
+KIT_SERVLET(createProvisioningPage, ProvisioningPage(thePhone()))

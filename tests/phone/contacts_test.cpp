@@ -1,73 +1,207 @@
-#include "contacts.h"
+// The directory.
+#include "phone_test.h"
 
-#include <gtest/gtest.h>
-
-using phone::Contact;
-using phone::readContacts;
+using kit::testing::file;
 
 namespace {
 
-struct Line {
-    const char* text;
-    const char* name;
-    const char* number;
+class ContactsTest : public SignedInTest {
+protected:
+    // What the list says, from the number of contacts to the end of the table.
+    std::string list(const std::string& query = "contacts") {
+        const std::string text = me.page(query).text();
+        const auto from = text.find("Search by name or number Search ");
+        return text.substr(from + 32, text.find(" New contact") - from - 32);
+    }
+
+    void importMany(int count) {
+        std::string csv;
+        for (int i = 101; i < 101 + count; ++i) {
+            csv += "Name " + std::to_string(i) + "," + std::to_string(i) + "\n";
+        }
+        me.upload("contacts-preview&q=preview", file("contacts", "many.csv", csv));
+        me.submit("contacts-preview&q=apply");
+    }
 };
 
 } // namespace
 
-TEST(Contacts, AreReadFromCommaSeparatedLines) {
-    const Line lines[] = {
-        {"Ann,1001", "Ann", "1001"},
-        {" Ann , 1001 ", "Ann", "1001"},
-        {"Ann", "Ann", ""},
-        {"Ann,", "Ann", ""},
-        {",1001", "", "1001"},
-        {"Ann,1001,Office,x", "Ann", "1001"},
-        {"\"Doe, Jane\",1001", "Doe, Jane", "1001"},
-        {"\"Jane \"\"JD\"\" Doe\",1001", "Jane \"JD\" Doe", "1001"},
-        {" \"Ann\" , \"1001\" ", "Ann", "1001"},
-        {"\"Ann,1001", "Ann,1001", ""},
-        {"\"", "", ""},
-        {"\"\"", "", ""},
-        {"\"\"\"", "\"", ""},
-        {"A\"nn,1001", "A\"nn", "1001"},
-        {"\xC3\x84nne,1001", "\xC3\x84nne", "1001"},
+TEST_F(ContactsTest, AreListed) {
+    EXPECT_EQ(me.page("contacts").title(), "Contacts");
+    EXPECT_EQ(list(), "Contacts: 3 Name Number Anna 100 Remove Bj\xC3\xB6rn 200 Remove "
+                      "Carol 300 Remove");
+}
+
+TEST_F(ContactsTest, AreFoundByNameAndNumberForAsLongAsTheSessionLasts) {
+    const Answer answer = me.submit("contacts&q=search", {{"search", "ROL"}});
+    EXPECT_EQ(answer.location(), "/servlet?p=contacts");
+    EXPECT_EQ(list(), "Found: 1. Show all Name Number Carol 300 Remove");
+    EXPECT_EQ(me.page("contacts").field("search"), "ROL");
+    me.page("status");
+    EXPECT_EQ(me.page("contacts").field("search"), "ROL") << "kept on other pages";
+    Visitor other(*container, "192.0.2.8");
+    other.signIn();
+    EXPECT_EQ(other.page("contacts").field("search"), "") << "nobody else's search";
+    me.submit("contacts&q=search", {{"search", "00"}});
+    EXPECT_EQ(list().substr(0, 9), "Found: 3.");
+    me.submit("contacts&q=search", {{"search", "zzz"}});
+    EXPECT_EQ(list(), "Found: 0. Show all No contact fits the search.");
+    EXPECT_EQ(me.page("contacts&q=all").location(), "/servlet?p=contacts");
+    EXPECT_EQ(list().substr(0, 11), "Contacts: 3");
+}
+
+TEST_F(ContactsTest, AreSearchedForTextsThatNoAddressCouldHold) {
+    const std::string search = "<script>alert(\"1\")</script>";
+    EXPECT_EQ(me.submit("contacts&q=search", {{"search", search}}).status, 303);
+    const Answer page = me.page("contacts");
+    EXPECT_EQ(page.field("search"), search);
+    EXPECT_EQ(page.body.find("alert(\"1\")"), std::string::npos);
+    me.submit("contacts&q=search", {{"search", std::string(127, 'x') + "\xC3\xA9y"}});
+    EXPECT_EQ(me.page("contacts").field("search"), std::string(127, 'x')) << "a long one is cut";
+}
+
+TEST_F(ContactsTest, AreShownInPages) {
+    importMany(42);
+    EXPECT_EQ(me.page("contacts").done(), "");
+    Answer page = me.page("contacts");
+    EXPECT_NE(page.text().find("Contacts: 45"), std::string::npos);
+    EXPECT_NE(page.text().find("Page 1 of 3 Next"), std::string::npos) << page.text();
+    EXPECT_TRUE(page.leadsTo("/servlet?p=contacts&page=2"));
+    page = me.page("contacts&page=2");
+    EXPECT_NE(page.text().find("Previous Page 2 of 3 Next"), std::string::npos) << page.text();
+    EXPECT_TRUE(page.leadsTo("/servlet?p=contacts&page=1"));
+    EXPECT_TRUE(page.leadsTo("/servlet?p=contacts&page=3"));
+    page = me.page("contacts&page=3");
+    EXPECT_NE(page.text().find("Name 142 142 Remove Previous Page 3 of 3 New"), std::string::npos)
+        << page.text();
+}
+
+TEST_F(ContactsTest, AreShownFromTheNearestPageThatThereIs) {
+    importMany(42);
+    const std::pair<const char*, const char*> cases[] = {
+        {"0", "Page 1 of 3"},
+        {"-5", "Page 1 of 3"},
+        {"", "Page 1 of 3"},
+        {"x", "Page 1 of 3"},
+        {"4", "Page 3 of 3"},
+        {"9223372036854775807", "Page 3 of 3"},
+        {"-9223372036854775808", "Page 1 of 3"},
+        {"99999999999999999999", "Page 1 of 3"},
     };
-    for (const Line& line : lines) {
-        SCOPED_TRACE(line.text);
-        const std::vector<Contact> contacts = readContacts(line.text);
-        ASSERT_EQ(contacts.size(), 1u);
-        EXPECT_EQ(contacts[0].name, line.name);
-        EXPECT_EQ(contacts[0].number, line.number);
+    for (const auto& [number, expected] : cases) {
+        const Answer page = me.page(std::string("contacts&page=") + number);
+        EXPECT_EQ(page.status, 200) << number;
+        EXPECT_NE(page.text().find(expected), std::string::npos) << number;
     }
 }
 
-TEST(Contacts, StandOneALineWhateverTheLineEnds) {
-    const std::vector<Contact> contacts = readContacts("Ann,1\r\nBen,2\nCem,3\rDan,4");
-    ASSERT_EQ(contacts.size(), 4u);
-    EXPECT_EQ(contacts[0].number, "1");
-    EXPECT_EQ(contacts[3].name, "Dan");
+TEST_F(ContactsTest, HaveOnePageWithoutPagingWhenTheyFit) {
+    importMany(17);
+    const Answer page = me.page("contacts");
+    EXPECT_NE(page.text().find("Contacts: 20"), std::string::npos);
+    EXPECT_EQ(page.text().find("Page 1"), std::string::npos);
+    EXPECT_FALSE(page.leadsTo("/servlet?p=contacts&page=2"));
 }
 
-TEST(Contacts, DoNotComeFromEmptyLines) {
-    EXPECT_TRUE(readContacts("").empty());
-    EXPECT_TRUE(readContacts("\r\n\n  \t \n").empty());
+TEST_F(ContactsTest, AreAdded) {
+    const Answer answer =
+        me.submit("contacts&q=add", {{"name", " Dora "}, {"number", "+49 (30) 55-5"}});
+    EXPECT_EQ(answer.status, 303);
+    EXPECT_EQ(me.send(get(answer.location())).done(), "The contact was added.");
+    EXPECT_NE(list().find("Dora +49 (30) 55-5 Remove"), std::string::npos);
+    ASSERT_NE(saved()->directory.find("Dora"), nullptr);
+    EXPECT_EQ(saved()->directory.find("Dora")->number, "+49 (30) 55-5");
 }
 
-TEST(Contacts, AreNoMoreThanTheLimit) {
-    std::string text;
-    for (std::size_t i = 0; i < phone::kMaxContacts + 5; ++i) {
-        text += "Ann," + std::to_string(i) + "\n";
+TEST_F(ContactsTest, AreNotAddedWhenSomethingIsWrong) {
+    const struct {
+        std::string name;
+        std::string number;
+        const char* field;
+        const char* message;
+    } cases[] = {
+        {"", "1", "name", "Please fill in this field."},
+        {std::string(65, 'x'), "1", "name", "Use at most 64 characters."},
+        {"Anna", "999", "name", "This entry exists already."},
+        {"Dora\x01", "1", "name", "This holds a character that is not allowed here."},
+        {"Dora", "", "number", "Please fill in this field."},
+        {"Dora", "+-", "number", "This holds a character that is not allowed here."},
+        {"Dora", "12a", "number", "This holds a character that is not allowed here."},
+        {"Dora", std::string(33, '1'), "number", "Use at most 32 characters."},
+    };
+    const std::string before = savedText();
+    for (const auto& wrong : cases) {
+        const Answer answer =
+            me.submit("contacts&q=add", {{"name", wrong.name}, {"number", wrong.number}});
+        EXPECT_EQ(answer.status, 422) << wrong.message;
+        EXPECT_EQ(answer.error(wrong.field), wrong.message);
+        EXPECT_EQ(answer.field("name"), wrong.name);
+        EXPECT_EQ(answer.field("number"), wrong.number);
+        EXPECT_NE(answer.text().find("Anna 100 Remove"), std::string::npos) << "with the list";
     }
-    const std::vector<Contact> contacts = readContacts(text);
-    ASSERT_EQ(contacts.size(), phone::kMaxContacts);
-    EXPECT_EQ(contacts.back().number, std::to_string(phone::kMaxContacts - 1));
+    EXPECT_EQ(savedText(), before);
 }
 
-TEST(Contacts, HaveFieldsOfALimitedLength) {
-    const std::string longText(phone::kMaxContactField + 1, 'x');
-    const std::vector<Contact> contacts = readContacts("\"" + longText + "\"," + longText);
-    ASSERT_EQ(contacts.size(), 1u);
-    EXPECT_EQ(contacts[0].name, std::string(phone::kMaxContactField, 'x'));
-    EXPECT_EQ(contacts[0].number, std::string(phone::kMaxContactField, 'x'));
+TEST_F(ContactsTest, AreRemoved) {
+    const Answer answer = me.submit("contacts&q=remove", {{"name", "Bj\xC3\xB6rn"}});
+    EXPECT_EQ(me.send(get(answer.location())).done(), "The contact was removed.");
+    EXPECT_EQ(list(), "Contacts: 2 Name Number Anna 100 Remove Carol 300 Remove");
+    EXPECT_EQ(saved()->directory.contacts().size(), 2U);
+}
+
+TEST_F(ContactsTest, AreSaidToBeGoneWhenSomebodyElseRemovedThem) {
+    me.submit("contacts&q=remove", {{"name", "Anna"}});
+    for (const Fields& fields : {Fields{{"name", "Anna"}}, Fields()}) {
+        const Answer answer = me.submit("contacts&q=remove", fields);
+        const Answer page = me.send(get(answer.location()));
+        EXPECT_EQ(page.alert(), "This contact does not exist any more.");
+        EXPECT_EQ(page.done(), "");
+    }
+    EXPECT_EQ(saved()->directory.contacts().size(), 2U);
+}
+
+TEST_F(ContactsTest, MayHaveNamesThatLookLikeMarkup) {
+    const std::string name = "</td><script>\"x\"'&amp;=1+2";
+    me.submit("contacts&q=add", {{"name", name}, {"number", "400"}});
+    const Answer page = me.page("contacts");
+    EXPECT_NE(page.text().find(name + " 400 Remove"), std::string::npos) << page.text();
+    EXPECT_EQ(page.body.find("</td><script>"), std::string::npos);
+    EXPECT_EQ(me.submit("contacts&q=remove", {{"name", name}}).location(),
+              "/servlet?p=contacts&result=removed");
+    EXPECT_EQ(saved()->directory.find(name), nullptr);
+}
+
+TEST_F(ContactsTest, SayWhenNoneIsLeft) {
+    for (const char* name : {"Anna", "Bj\xC3\xB6rn", "Carol"}) {
+        me.submit("contacts&q=remove", {{"name", name}});
+    }
+    EXPECT_EQ(list(), "Contacts: 0 The list is empty. Add a contact or import a list.");
+}
+
+TEST_F(ContactsTest, AreExported) {
+    me.submit("contacts&q=add", {{"name", "=1+2, \"x\""}, {"number", "+1"}});
+    const Answer answer = me.page("contacts&q=export");
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_EQ(answer.header("Content-Type"), "text/csv; charset=utf-8");
+    EXPECT_EQ(answer.header("Content-Disposition"), "attachment; filename=contacts.csv");
+    EXPECT_EQ(answer.body, "name,number\r\n\"'=1+2, \"\"x\"\"\",+1\r\nAnna,100\r\n"
+                           "Bj\xC3\xB6rn,200\r\nCarol,300\r\n");
+}
+
+TEST_F(ContactsTest, StayWhenTheyCannotBeSaved) {
+    breakTheDisk();
+    for (const char* action : {"contacts&q=add", "contacts&q=remove"}) {
+        const Answer answer =
+            me.submit(action, {{"name", action[11] == 'a' ? "Dora" : "Anna"}, {"number", "400"}});
+        EXPECT_EQ(answer.status, 500) << action;
+        EXPECT_EQ(answer.alert(),
+                  "The change could not be saved. What was there before still holds.");
+    }
+    EXPECT_EQ(list().substr(0, 20), "Contacts: 3 Name Num");
+}
+
+TEST_F(ContactsTest, TakeResultsFromTheAddressThatTheyKnowOnly) {
+    const Answer page = me.page("contacts&result=nonsense");
+    EXPECT_EQ(page.done(), "");
+    EXPECT_EQ(page.alert(), "");
 }

@@ -1,31 +1,47 @@
 #include "listeners/event_listener.h"
 
-#include "HttpRequest.h"
-#include "HttpResponse.h"
-#include "page.h"
-#include "phone_event.h"
-#include "web_debug.h"
-
+#include <algorithm>
 #include <ctime>
-#include <new>
 
 namespace phone {
 
-bool EventListener::onRequest(HttpRequest* request, HttpResponse* response) {
-    const std::optional<PhoneEvent> event = eventOf(*request);
+bool EventListener::admit(kit::Request& request, kit::Response& response) {
+    const auto event = eventOf(request);
     if (!event) {
         return true;
     }
-    try {
-        const char* sender = request->getRemoteAddr();
-        m_phone.events.add(event->name, event->value, sender != nullptr ? sender : "",
-                           std::time(nullptr));
-        setPageHeaders(*response, "text/plain; charset=utf-8");
-        response->print("OK\n");
-    } catch (const std::bad_alloc&) {
-        WebDebug::getInstance()->error("No memory to record an event");
+    const std::string_view sender = request.remoteAddress();
+    const bool allowed = mayCome(sender);
+    const bool followed = allowed && follow(*event);
+    m_phone.events.add({std::string(event->name), std::string(event->value), std::string(sender),
+                        std::time(nullptr), followed});
+    if (!allowed) {
+        response.status(403).text("This address may not send events.\n");
+    } else if (!followed) {
+        response.status(400).text("The phone does not know this, or cannot do it now.\n");
+    } else {
+        response.text("OK\n");
     }
     return true;
+}
+
+bool EventListener::mayCome(std::string_view address) const {
+    const auto state = m_phone.device.state();
+    const auto& friends = state->settings.web.remoteAddresses;
+    return std::find(friends.begin(), friends.end(), address) != friends.end();
+}
+
+bool EventListener::follow(const PhoneEvent& event) {
+    if (event.name == "key") {
+        return m_phone.desk.press(event.value);
+    }
+    if (event.name == "number") {
+        return m_phone.desk.dial(event.value);
+    }
+    if (event.name == "command") {
+        return m_phone.desk.command(event.value);
+    }
+    return false;
 }
 
 } // namespace phone

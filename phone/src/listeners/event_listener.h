@@ -1,22 +1,27 @@
 #ifndef EVENT_LISTENER_H
 #define EVENT_LISTENER_H
 
-#include "HttpListener.h"
 #include "phone.h"
+#include "phone_event.h"
+
+#include "kit/plugin.h"
 
 namespace phone {
 
-// Records the events that reach the phone and answers them with a short text. It only records:
-// whose events the phone acts upon is for those to decide who act.
-class EventListener final : public HttpListener {
+// Does what events say (key=, number=, command=), if they come from an address that may send them,
+// answers them with a line of text, and records all. An event brings no password and no token:
+// the address is all that there is to tell friends by, so only those in the settings are followed.
+class EventListener final : public kit::Listener {
 public:
     // `phone` must outlive the listener.
     explicit EventListener(Phone& phone) : m_phone(phone) {}
 
-    void init() override {}
-    bool onRequest(HttpRequest* request, HttpResponse* response) override;
+    bool admit(kit::Request& request, kit::Response& response) override;
 
 private:
+    bool mayCome(std::string_view address) const;
+    bool follow(const PhoneEvent& event);
+
     Phone& m_phone;
 };
 

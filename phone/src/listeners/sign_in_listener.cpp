@@ -1,38 +1,32 @@
 #include "listeners/sign_in_listener.h"
 
-#include "HttpRequest.h"
-#include "HttpResponse.h"
 #include "page.h"
 #include "phone_event.h"
-#include "web_debug.h"
-
-#include <new>
+#include "visit.h"
 
 namespace phone {
+namespace {
 
-bool SignInListener::onRequest(HttpRequest* request, HttpResponse* response) {
-    try {
-        if (mayPass(*request)) {
-            return true;
-        }
-        const std::string page = parameter(*request, "p");
-        std::string location = kSignInForm;
-        if (isPageId(page.c_str())) {
-            location += "&jumpto=" + page;
-        }
-        response->sendRedirect(location.c_str());
-    } catch (const std::bad_alloc&) {
-        WebDebug::getInstance()->error("No memory to tell who is signed in");
-    }
-    return false;
+bool isForAll(kit::Request& request) {
+    const std::string_view page = request.page();
+    return page == "login" || page == "language" || page == "notice" || eventOf(request);
 }
 
-bool SignInListener::mayPass(HttpRequest& request) const {
-    if (eventOf(request)) {
+} // namespace
+
+bool SignInListener::admit(kit::Request& request, kit::Response& response) {
+    const auto signIn = m_phone.signIns.find(request);
+    visitor = leavesStatusAlone(request) ? nullptr : signIn.get();
+    if (signIn || isForAll(request)) {
         return true;
     }
-    const std::string page = parameter(request, "p");
-    return page == "login" || page == "notice" || m_phone.signInOf(request);
+    const std::string page(request.page());
+    if (page == "status-data") {
+        response.status(403).text("Not signed in.\n");
+    } else {
+        response.seeOther(kSignInForm + (isPageId(page) ? "&jumpto=" + page : ""));
+    }
+    return false;
 }
 
 } // namespace phone

@@ -1,38 +1,155 @@
 #include "pages/contacts_preview_page.h"
 
-#include "HttpRequest.h"
+#include "visit.h"
+
+#include <vector>
 
 namespace phone {
+namespace {
 
-void ContactsPreviewPage::destroy() {
-    hold({});
+kit::Variables addedRow(const Contact& contact) {
+    return kit::Variables().set("name", contact.name).set("number", contact.number);
 }
 
-void ContactsPreviewPage::answer(HttpRequest& request, HttpResponse& response,
-                                 const SignIn& signIn) {
-    if (parameter(request, "q") == "preview") {
+kit::Variables changedRow(const ImportPlan::Change& change) {
+    return kit::Variables()
+        .set("name", change.name)
+        .set("before", change.oldNumber)
+        .set("number", change.number);
+}
+
+// The name of the code for the text that the row shows: of a line as a whole, badCharacters means
+// that its columns cannot be told apart.
+const char* reasonOf(const FieldError& error) {
+    const bool isLine = error.field == "line" && error.code == ErrorCode::badCharacters;
+    return isLine ? "badLine" : nameOf(error.code);
+}
+
+kit::Variables refusedRow(const ImportPlan::Refused& refused) {
+    kit::Variables row;
+    row.set("line", refused.line)
+        .set("text", refused.text)
+        .set("field", refused.error.field)
+        .set("code", reasonOf(refused.error));
+    if (refused.error.limit) {
+        row.set("limit", *refused.error.limit);
+    }
+    return row;
+}
+
+void addPlan(kit::Variables& variables, const ImportPlan& plan) {
+    variables.set("preview", true)
+        .set("addedCount", plan.added.size())
+        .set("changedCount", plan.changed.size())
+        .set("unchangedCount", plan.unchanged)
+        .set("refusedCount", plan.refusedCount)
+        .set("canApply", !plan.added.empty() || !plan.changed.empty())
+        .rows("added", plan.added, addedRow)
+        .rows("changed", plan.changed, changedRow)
+        .rows("refused", plan.refused, refusedRow);
+}
+
+// Why there are no bytes: too large is what is announced so and did not come. Who hung up meanwhile
+// does not ask.
+const char* whatIsMissing(kit::Request& request) {
+    const bool tooLarge = !request.parameter("contacts") &&
+                          request.raw().getContentLength() > static_cast<int>(kMaxCsvBytes);
+    return tooLarge ? "tooLarge" : "empty";
+}
+
+// The file's bytes; none when there is none, or it is empty, too large, or did not arrive.
+std::string fileReceived(kit::Request& request) {
+    std::vector<char> buffer(kMaxCsvBytes);
+    const int size = request.raw().receiveUploadData(buffer.data(), buffer.size());
+    return {buffer.data(), static_cast<std::size_t>(size)};
+}
+
+} // namespace
+
+void ContactsPreviewPage::drop() {
+    m_previews.eraseIf([](const Preview& preview) { return preview.owner == visitor; });
+}
+
+std::shared_ptr<ContactsPreviewPage::Preview>
+ContactsPreviewPage::heldFor(kit::Request& request) const {
+    HttpSession* session = request.session();
+    return session ? m_previews.find(*session) : nullptr;
+}
+
+void ContactsPreviewPage::forget(kit::Request& request) {
+    if (HttpSession* session = request.session()) {
+        m_previews.erase(*session);
+    }
+}
+
+void ContactsPreviewPage::answer(kit::Request& request, kit::Response& response,
+                                 const kit::SignIn& signIn) {
+    if (request.isPost() && request.parameter("q") == "preview") {
+        preview(request, response, signIn);
+    } else if (request.isPost()) {
+        import(request, response, signIn);
+    } else {
+        kit::Variables variables = frame(request, signIn);
+        if (const auto held = heldFor(request)) {
+            addPlan(variables, *held->plan);
+        }
+        show(request, response, "contacts-preview.html", std::move(variables));
+    }
+}
+
+void ContactsPreviewPage::preview(kit::Request& request, kit::Response& response,
+                                  const kit::SignIn& signIn) {
+    std::shared_ptr<const ImportPlan> plan;
+    const char* fault = "busy";
+    if (const std::unique_lock<std::mutex> receiving(m_phone.receiving, std::try_to_lock);
+        receiving) {
+        const std::string file = fileReceived(request);
+        // The token may be a field of the upload, so it is looked at when that has been received.
         if (!mayChange(request, response, signIn)) {
             return;
         }
-        hold(readContacts(parameter(request, "contacts")));
+        forget(request);
+        fault = whatIsMissing(request);
+        if (!file.empty()) {
+            plan =
+                std::make_shared<ImportPlan>(planImport(file, m_phone.device.state()->directory));
+        }
     }
-    PageVariables variables = frameOf(signIn);
-    variables.addLoop("contacts", rows());
-    showTemplate(response, "contacts.html", std::move(variables));
+    HttpSession* session = request.session();
+    if (plan && session) {
+        m_previews.put(*session, std::make_shared<Preview>(Preview{&signIn, plan}));
+        response.seeOther("/servlet?p=contacts-preview");
+        return;
+    }
+    response.status(422);
+    show(request, response, "contacts-preview.html",
+         std::move(frame(request, signIn).set("result", fault)));
 }
 
-void ContactsPreviewPage::hold(std::vector<Contact> contacts) {
-    std::lock_guard<std::mutex> lock(m_lock);
-    m_contacts.swap(contacts);
-}
-
-std::vector<PageVariables> ContactsPreviewPage::rows() const {
-    std::lock_guard<std::mutex> lock(m_lock);
-    std::vector<PageVariables> rows;
-    for (const Contact& contact : m_contacts) {
-        rows.emplace_back().add("name", contact.name).add("number", contact.number);
+void ContactsPreviewPage::import(kit::Request& request, kit::Response& response,
+                                 const kit::SignIn& signIn) {
+    if (!mayChange(request, response, signIn)) {
+        return;
     }
-    return rows;
+    kit::Variables variables = frame(request, signIn);
+    const auto held = heldFor(request);
+    if (!held) {
+        response.status(409);
+        variables.set("result", "gone");
+        show(request, response, "contacts-preview.html", std::move(variables));
+        return;
+    }
+    const Outcome outcome = m_phone.device.change(
+        [&](State& state) { return applyImport(*held->plan, state.directory); });
+    if (outcome.done()) {
+        forget(request);
+        response.seeOther("/servlet?p=contacts&result=imported");
+        return;
+    }
+    addFailure(response, variables, outcome);
+    variables.set("result", outcome.saveFailed ? "notSaved" : "tooMany");
+    addPlan(variables, *held->plan);
+    show(request, response, "contacts-preview.html", std::move(variables));
 }
 
 } // namespace phone

@@ -1,29 +1,36 @@
 #ifndef CONTACTS_PREVIEW_PAGE_H
 #define CONTACTS_PREVIEW_PAGE_H
 
-#include "contacts.h"
+#include "model/contacts_csv.h"
 #include "page.h"
 
-#include <mutex>
+#include <memory>
 
 namespace phone {
 
-// Shows how the lines of the field "contacts" (POST, q=preview) would be read. They are held until
-// any other page is asked for.
+// Import of contacts: a file is uploaded (POST, q=preview, field "contacts"), what it would do is
+// shown and held, and then done (POST, q=apply). What is held is dropped as soon as whoever
+// uploaded it goes to another page: the container says so on every request for one.
 class ContactsPreviewPage final : public SignedInPage {
 public:
     explicit ContactsPreviewPage(Phone& phone) : SignedInPage(phone) {}
 
-    // Drops the preview. Any thread, while others are in service().
-    void destroy() override;
+    void drop() override;
 
 private:
-    void answer(HttpRequest& request, HttpResponse& response, const SignIn& signIn) override;
-    void hold(std::vector<Contact> contacts);
-    std::vector<PageVariables> rows() const;
+    struct Preview {
+        const kit::SignIn* owner; // to be compared, not used
+        std::shared_ptr<const ImportPlan> plan;
+    };
 
-    mutable std::mutex m_lock;
-    std::vector<Contact> m_contacts; // guarded by m_lock
+    void answer(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) override;
+    // Null, and nothing, when the session has nothing or has gone.
+    std::shared_ptr<Preview> heldFor(kit::Request& request) const;
+    void forget(kit::Request& request);
+    void preview(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
+    void import(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
+
+    kit::SessionData<Preview> m_previews{"contactsPreview"};
 };
 
 } // namespace phone

@@ -1,99 +1,99 @@
 #include "pages/login_page.h"
 
-#include "HttpRequest.h"
-#include "HttpResponse.h"
 #include "HttpSession.h"
-#include "session_attributes.h"
 #include "web_debug.h"
 
 namespace phone {
 namespace {
 
-void showForm(HttpRequest& request, HttpResponse& response, const char* message) {
-    const std::string jumpto = parameter(request, "jumpto");
-    PageVariables variables;
-    variables.add("message", message);
-    if (isPageId(jumpto.c_str())) {
-        variables.add("jumpto", jumpto);
+std::string_view pageToGoTo(kit::Request& request) {
+    const std::string_view page = request.parameter("jumpto").value_or("");
+    return isPageId(page) ? page : "";
+}
+
+std::string landingPage(kit::Request& request) {
+    const std::string_view page = pageToGoTo(request);
+    return "/servlet?p=" + std::string(page.empty() ? "status" : page);
+}
+
+std::string clientOf(kit::Request& request) {
+    const std::string_view address = request.remoteAddress();
+    return std::string(address.empty() ? "an unknown address" : address);
+}
+
+kit::Variables form(kit::Request& request) {
+    kit::Variables variables;
+    variables.set("page", "login");
+    if (!pageToGoTo(request).empty()) {
+        variables.set("jumpto", pageToGoTo(request));
     }
-    showTemplate(response, "login.html", std::move(variables));
+    return variables;
 }
 
-std::string landingPage(HttpRequest& request) {
-    const std::string jumpto = parameter(request, "jumpto");
-    return "/servlet?p=" + (isPageId(jumpto.c_str()) ? jumpto : "status");
-}
-
-const char* clientOf(HttpRequest& request) {
-    const char* address = request.getRemoteAddr();
-    return address != nullptr ? address : "an unknown address";
-}
-
-void keep(HttpSession& session, const char* name, const void* value) {
-    session.setAttribute(name, const_cast<void*>(value));
+// The form again, with one of the texts that login.html has.
+kit::Variables formWith(kit::Request& request, const char* message) {
+    kit::Variables variables = form(request);
+    variables.set("message", message).set("userName", request.parameter("user").value_or(""));
+    return variables;
 }
 
 } // namespace
 
-void LoginPage::answer(HttpRequest& request, HttpResponse& response) {
-    const std::string action = parameter(request, "q");
-    if (action == "login" && isPost(request)) {
+void LoginPage::answer(kit::Request& request, kit::Response& response) {
+    const std::string_view action = request.parameter("q").value_or("");
+    if (action == "login" && request.isPost()) {
         signIn(request, response);
     } else if (action == "logout") {
         signOut(request, response);
+    } else if (m_phone.signIns.find(request)) {
+        response.seeOther(landingPage(request));
     } else {
-        showForm(request, response, "");
+        show(request, response, "login.html", form(request));
     }
 }
 
-void LoginPage::signIn(HttpRequest& request, HttpResponse& response) {
-    const WebUser* user =
-        m_phone.device.authenticate(parameter(request, "user"), parameter(request, "password"));
-    if (user == nullptr) {
-        WebDebug::getInstance()->warn("Wrong user name or password from %s", clientOf(request));
-        response.setStatus(403);
-        showForm(request, response, "Wrong user name or password.");
-    } else if (!startSession(request, *user)) {
-        response.setStatus(503);
-        showForm(request, response, "Signing in is not possible at the moment.");
+void LoginPage::signIn(kit::Request& request, kit::Response& response) {
+    const std::string user(request.parameter("user").value_or(""));
+    const std::string hash = m_phone.device.state()->settings.web.passwordHash;
+    if (const long wait = m_phone.signIns.secondsToWait(request)) {
+        response.status(429);
+        response.header("Retry-After", std::to_string(wait));
+        show(request, response, "login.html", formWith(request, "wait").set("seconds", wait));
+    } else if (!m_phone.device.authenticate(user, request.parameter("password").value_or(""))) {
+        WebDebug::getInstance()->warn("Wrong user name or password from %s",
+                                      clientOf(request).c_str());
+        response.status(403);
+        show(request, response, "login.html", formWith(request, "wrong"));
     } else {
-        seeOther(response, landingPage(request));
+        start(request, response, user);
+        // Whoever changes the password signs everybody out, but not those who come in just then.
+        if (m_phone.device.state()->settings.web.passwordHash != hash) {
+            m_phone.signIns.end(request);
+        }
     }
 }
 
-bool LoginPage::startSession(HttpRequest& request, const WebUser& user) {
-    // Whoever knows the id of a session from before must not come to share the one that is signed
-    // in.
-    if (HttpSession* former = request.getSession(false)) {
-        m_phone.signIns.end(former->getId());
-        former->invalidate();
-    }
-    HttpSession* session = request.getSession(true);
-    if (session == nullptr || !m_phone.signIns.start(session->getId(), user)) {
-        return false;
-    }
-    keep(*session, kUserAttribute, &user);
-    keep(*session, kRoleAttribute, user.role);
-    keep(*session, kLanguageAttribute, user.language);
-    WebDebug::getInstance()->info("Signed in: %s from %s", user.name, clientOf(request));
-    return true;
-}
-
-void LoginPage::signOut(HttpRequest& request, HttpResponse& response) {
-    const std::optional<SignIn> current = m_phone.signInOf(request);
-    if (current && !mayChange(request, response, *current)) {
+void LoginPage::start(kit::Request& request, kit::Response& response, const std::string& user) {
+    if (!m_phone.signIns.start(request, response, user)) {
+        response.status(503);
+        show(request, response, "login.html", formWith(request, "unavailable"));
         return;
     }
-    if (HttpSession* session = request.getSession(false)) {
-        m_phone.signIns.end(session->getId());
-        for (const char* name : {kUserAttribute, kRoleAttribute, kLanguageAttribute}) {
-            session->removeAttribute(name);
-        }
-        // Invalidated now, it would count as being served for ever, and the container would never
-        // free it; so it expires as soon as this request is over.
-        session->setMaxInactiveInterval(1);
+    if (HttpSession* session = request.session()) {
+        session->setMaxInactiveInterval(m_phone.device.state()->settings.web.idleSeconds);
     }
-    seeOther(response, kSignInForm);
+    WebDebug::getInstance()->info("Signed in: %s from %s", user.c_str(), clientOf(request).c_str());
+    response.seeOther(landingPage(request));
+}
+
+void LoginPage::signOut(kit::Request& request, kit::Response& response) {
+    const auto current = m_phone.signIns.find(request);
+    if (current && !kit::SignIns::mayChange(request, *current)) {
+        response.status(403).text("This did not come from a form of the phone's pages.\n");
+        return;
+    }
+    m_phone.signIns.end(request);
+    response.seeOther(kSignInForm);
 }
 
 } // namespace phone

@@ -7,15 +7,15 @@ namespace phone {
 
 // Signing in and out. q=login signs in with the fields "user" and "password", q=logout signs out,
 // anything else shows the form. "jumpto" names the page to go on to, the status page by default.
-class LoginPage final : public Page {
+class LoginPage final : public LocalPage {
 public:
-    explicit LoginPage(Phone& phone) : Page(phone) {}
+    explicit LoginPage(Phone& phone) : LocalPage(phone) {}
 
 private:
-    void answer(HttpRequest& request, HttpResponse& response) override;
-    void signIn(HttpRequest& request, HttpResponse& response);
-    void signOut(HttpRequest& request, HttpResponse& response);
-    bool startSession(HttpRequest& request, const WebUser& user);
+    void answer(kit::Request& request, kit::Response& response) override;
+    void signIn(kit::Request& request, kit::Response& response);
+    void signOut(kit::Request& request, kit::Response& response);
+    void start(kit::Request& request, kit::Response& response, const std::string& user);
 };
 
 } // namespace phone

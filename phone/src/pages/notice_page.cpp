@@ -1,12 +1,9 @@
 #include "pages/notice_page.h"
 
-#include "HttpResponse.h"
-
 namespace phone {
 
-void NoticePage::answer(HttpRequest&, HttpResponse& response) {
-    setPageHeaders(response, kHtml);
-    response.print("autoprovision");
+void NoticePage::answer(kit::Request&, kit::Response& response) {
+    response.html(wordOf(m_phone.maintenance.progress().task));
 }
 
 } // namespace phone

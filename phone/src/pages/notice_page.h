@@ -5,14 +5,17 @@
 
 namespace phone {
 
-// The maintenance word while the phone is being provisioned. The container answers with all the
-// other words itself.
-class NoticePage final : public Page {
+// The maintenance word while the phone is being provisioned; at all other times the container
+// answers by itself.
+class NoticePage final : public kit::Page {
 public:
-    explicit NoticePage(Phone& phone) : Page(phone) {}
+    // `phone` must outlive the page.
+    explicit NoticePage(Phone& phone) : m_phone(phone) {}
 
 private:
-    void answer(HttpRequest& request, HttpResponse& response) override;
+    void answer(kit::Request& request, kit::Response& response) override;
+
+    Phone& m_phone;
 };
 
 } // namespace phone

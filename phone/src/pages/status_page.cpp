@@ -1,6 +1,8 @@
 #include "pages/status_page.h"
 
-#include "HttpResponse.h"
+#include "model/firmware_image.h"
+#include "model/meters.h"
+#include "registration.h"
 
 #include <cstdio>
 #include <ctime>
@@ -8,60 +10,52 @@
 namespace phone {
 namespace {
 
-std::string localTime(std::time_t time) {
-    std::tm parts{};
-    char text[32] = "";
-    if (localtime_r(&time, &parts) != nullptr) {
-        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
-    }
-    return text;
+void addAccounts(kit::Variables& variables, const Settings& settings) {
+    std::size_t index = 0;
+    variables.rows("accounts", settings.accounts, [&](const Account& account) {
+        return kit::Variables()
+            .set("index", index++)
+            .set("label", account.label)
+            .set("state", registrationOf(account));
+    });
 }
 
-std::vector<PageVariables> lineRows(const DeviceState& device) {
-    std::vector<PageVariables> rows;
-    for (const PhoneLine& line : device.lines()) {
-        rows.emplace_back().add("label", line.label).add("number", line.number);
-    }
-    return rows;
+kit::Variables interfaceRow(const NetworkInterface& interface) {
+    return kit::Variables()
+        .set("name", interface.name)
+        .set("address", interface.address)
+        .set("hardware", interface.hardwareAddress);
 }
 
-std::vector<PageVariables> interfaceRows(const DeviceState& device) {
-    std::vector<PageVariables> rows;
-    for (const NetworkInterface& interface : device.networkInterfaces()) {
-        rows.emplace_back()
-            .add("name", interface.name)
-            .add("address", interface.address)
-            .add("hardware", interface.hardwareAddress);
-    }
-    return rows;
-}
-
-std::vector<PageVariables> eventRows(const EventLog& events) {
-    std::vector<PageVariables> rows;
-    for (const LoggedEvent& event : events.recent()) {
-        rows.emplace_back()
-            .add("time", localTime(event.time))
-            .add("name", event.name)
-            .add("value", event.value)
-            .add("from", event.remoteAddress);
-    }
-    return rows;
+kit::Variables eventRow(const LoggedEvent& event) {
+    return kit::Variables()
+        .set("time", localTimeText(event.time))
+        .set("name", event.name)
+        .set("value", event.value)
+        .set("from", event.remoteAddress);
 }
 
 } // namespace
 
-void StatusPage::answer(HttpRequest&, HttpResponse& response, const SignIn& signIn) {
+void StatusPage::answer(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) {
     char model[32];
-    std::snprintf(model, sizeof model, "%s", m_phone.device.model());
-    response.setDevtype(model);
+    std::snprintf(model, sizeof model, "%s", kPhoneModel);
+    response.raw().setDevtype(model);
 
-    PageVariables variables = frameOf(signIn);
-    variables.add("firmware", m_phone.device.firmware())
-        .add("uptime", m_phone.device.upTime())
-        .addLoop("lines", lineRows(m_phone.device))
-        .addLoop("interfaces", interfaceRows(m_phone.device))
-        .addLoop("events", eventRows(m_phone.events));
-    showTemplate(response, "status.html", std::move(variables));
+    const Memory now = memory();
+    const Traffic moved = traffic();
+    kit::Variables variables = frame(request, signIn);
+    addAccounts(variables, m_phone.device.state()->settings);
+    variables.set("firmware", m_phone.firmware.version())
+        .set("uptime", upTimeText(m_phone.maintenance.upTime()))
+        .set("memoryTotal", now.total / 1024)
+        .set("memoryAvailable", now.available / 1024)
+        .set("trafficReceived", moved.received)
+        .set("trafficSent", moved.sent)
+        .set("eventCount", m_phone.events.count())
+        .rows("interfaces", networkInterfaces(), interfaceRow)
+        .rows("events", m_phone.events.recent(), eventRow);
+    show(request, response, "status.html", std::move(variables));
 }
 
 } // namespace phone

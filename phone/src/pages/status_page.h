@@ -11,7 +11,7 @@ public:
     explicit StatusPage(Phone& phone) : SignedInPage(phone) {}
 
 private:
-    void answer(HttpRequest& request, HttpResponse& response, const SignIn& signIn) override;
+    void answer(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) override;
 };
 
 } // namespace phone

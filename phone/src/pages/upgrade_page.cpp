@@ -1,70 +1,105 @@
 #include "pages/upgrade_page.h"
 
-#include "HttpRequest.h"
-#include "short_text.h"
+#include "kit/text.h"
 
 #include <cstdio>
-#include <sys/stat.h>
 
 namespace phone {
 namespace {
 
-const char* const kImageField = "firmware";
+constexpr const char* kImageField = "firmware";
 
 // What is shown of the client's name for its file.
-constexpr std::size_t kShownNameLength = 128;
+constexpr std::size_t kShownNameBytes = 128;
 
-// 0 when there is no such file, too.
-long sizeOf(const std::string& path) {
-    struct stat status {};
-    return stat(path.c_str(), &status) == 0 ? static_cast<long>(status.st_size) : 0;
+// As long as a small phone takes to come back.
+constexpr std::chrono::seconds kRestartTime{8};
+
+// 0 when the task has begun; else the status that tells why not, and nothing has changed.
+int begin(Phone& phone, Task task) {
+    if (phone.maintenance.progress().task != Task::none) {
+        return 409;
+    }
+    if (task == Task::factoryReset && !phone.device.factoryReset().done()) {
+        return 500;
+    }
+    // A reset that is done is done, whatever somebody has begun meanwhile.
+    const bool began = phone.maintenance.start(task, kRestartTime);
+    return began || task == Task::factoryReset ? 0 : 409;
 }
 
 } // namespace
 
-void UpgradePage::answer(HttpRequest& request, HttpResponse& response, const SignIn& signIn) {
-    const std::string action = parameter(request, "q");
-    const bool changes = action == "upload" || action == "reboot" || action == "reset";
-    if (changes && !mayChange(request, response, signIn)) {
-        return;
-    }
-    PageVariables variables = frameOf(signIn);
-    if (action == "upload") {
-        upload(request, variables);
-    } else if (changes) {
-        variables.add("asked", action);
-        showTemplate(response, "restart.html", std::move(variables));
-        return;
-    }
-    showTemplate(response, "upgrade.html", std::move(variables));
-}
-
-void UpgradePage::upload(HttpRequest& request, PageVariables& variables) {
-    const long size = receiveImage(request);
-    if (size > 0) {
-        variables.add("uploaded", shortText(parameter(request, kImageField), kShownNameLength))
-            .add("size", std::to_string(size));
+void UpgradePage::answer(kit::Request& request, kit::Response& response,
+                         const kit::SignIn& signIn) {
+    const std::string_view action = request.parameter("q").value_or("");
+    if (action == "upload" && request.isPost()) {
+        upload(request, response, signIn);
+    } else if (action == "reboot") {
+        restart(request, response, signIn, Task::restart);
+    } else if (action == "reset") {
+        restart(request, response, signIn, Task::factoryReset);
+    } else if (action == "download") {
+        response.download("firmware-" + m_phone.firmware.version() + ".img",
+                          "application/octet-stream", imageOf(m_phone.firmware));
     } else {
-        variables.add("failed", "yes");
+        kit::Variables variables = frame(request, signIn);
+        show(request, response, "settings-upgrade.html",
+             std::move(variables.set("firmware", m_phone.firmware.version())));
     }
 }
 
-long UpgradePage::receiveImage(HttpRequest& request) {
-    const std::unique_lock<std::mutex> receiving(m_receiving, std::try_to_lock);
-    if (!receiving) {
-        return 0;
+void UpgradePage::upload(kit::Request& request, kit::Response& response,
+                         const kit::SignIn& signIn) {
+    kit::Variables variables = frame(request, signIn);
+    ImageCheck check{ImageFault::unreadable, ""};
+    if (const std::unique_lock<std::mutex> receiving(m_phone.receiving, std::try_to_lock);
+        receiving) {
+        std::remove(m_receivedPath.c_str()); // what a loss of power may have left
+        request.raw().receiveUploadFile(m_receivedPath.c_str());
+        // The token may be a field of the upload, so it is looked at when that has been received.
+        if (!mayChange(request, response, signIn)) {
+            std::remove(m_receivedPath.c_str());
+            return;
+        }
+        check = m_phone.firmware.install(m_receivedPath);
+        const bool none =
+            check.fault == ImageFault::tooShort && request.parameter(kImageField) == "";
+        variables.set("result", none ? "empty" : nameOf(check.fault));
+    } else {
+        variables.set("result", "busy");
     }
-    std::remove(m_receivedPath.c_str()); // what a loss of power may have left
-    request.receiveUploadFile(m_receivedPath.c_str());
-    const long size = sizeOf(m_receivedPath);
-    // An empty file is what a browser sends when none was chosen. Without its field, the file came
-    // under another name; the field alone may have come with the address or as a text.
-    const bool isImage = size > 0 && request.getParameter(kImageField) != nullptr;
-    if (isImage && std::rename(m_receivedPath.c_str(), m_imagePath.c_str()) == 0) {
-        return size;
+    const std::string_view name = request.parameter(kImageField).value_or("");
+    variables.set("uploaded", kit::shortened(name, kShownNameBytes))
+        .set("newVersion", check.version)
+        .set("firmware", m_phone.firmware.version());
+    response.status(check.fault == ImageFault::none ? 200 : 422);
+    show(request, response, "settings-upgrade.html", std::move(variables));
+}
+
+void UpgradePage::restart(kit::Request& request, kit::Response& response, const kit::SignIn& signIn,
+                          Task task) {
+    if (!mayChange(request, response, signIn)) {
+        return;
     }
-    std::remove(m_receivedPath.c_str());
-    return 0;
+    if (task == Task::factoryReset && !request.isChecked("confirm")) {
+        kit::Variables variables = frame(request, signIn);
+        variables.set("result", "notConfirmed").set("firmware", m_phone.firmware.version());
+        response.status(422);
+        show(request, response, "settings-upgrade.html", std::move(variables));
+        return;
+    }
+    if (const int failure = begin(m_phone, task)) {
+        showMessage(request, response, signIn, failure, failure == 409 ? "busy" : "failed");
+        return;
+    }
+    m_phone.statusWord.began(task);
+    m_phone.firmware.start();
+    if (task == Task::factoryReset) {
+        m_phone.signIns.endOthers(request); // they signed in with a password that is no more
+    }
+    show(request, response, "restart.html",
+         std::move(frame(request, signIn).set("asked", wordOf(task))));
 }
 
 } // namespace phone

@@ -1,0 +1,100 @@
+#include "pages/configuration_page.h"
+
+#include "model/configuration.h"
+
+#include <vector>
+
+namespace phone {
+namespace {
+
+kit::Variables errorRow(const FieldError& error) {
+    kit::Variables row;
+    row.set("field", error.field).set("code", nameOf(error.code));
+    if (error.limit) {
+        row.set("limit", *error.limit);
+    }
+    return row;
+}
+
+// What is wrong as a whole is told in a sentence, and what is wrong in the file in a table.
+void addErrors(kit::Variables& variables, const Errors& errors) {
+    const bool ofAll = errors.size() == 1 && errors[0].field == "config";
+    if (ofAll && errors[0].code == ErrorCode::required) {
+        variables.set("result", "noCopy");
+    } else if (ofAll && errors[0].code == ErrorCode::tooLarge) {
+        variables.set("result", "tooLarge");
+    } else {
+        variables.rows("errors", errors, errorRow);
+    }
+}
+
+} // namespace
+
+void ConfigurationPage::answer(kit::Request& request, kit::Response& response,
+                               const kit::SignIn& signIn) {
+    const std::string_view action = request.parameter("q").value_or("");
+    if (action == "export") {
+        response.download("configuration.xml", "application/xml",
+                          configurationText(m_phone.device.state()->settings));
+    } else if (action == "import" && request.isPost()) {
+        import(request, response, signIn);
+    } else if (action == "localconfig" && request.parameter("type") == "import") {
+        change(request, response, signIn, restoreLocalCopy, "takenBack");
+    } else if (action == "localconfig" && request.parameter("type") == "remove") {
+        change(request, response, signIn, removeLocalCopy, "removed");
+    } else {
+        kit::Variables variables = frame(request, signIn);
+        addResult(request, variables, {"imported", "takenBack", "removed"});
+        showPage(request, response, std::move(variables));
+    }
+}
+
+void ConfigurationPage::import(kit::Request& request, kit::Response& response,
+                               const kit::SignIn& signIn) {
+    const std::unique_lock<std::mutex> receiving(m_phone.receiving, std::try_to_lock);
+    if (!receiving) {
+        response.status(409);
+        kit::Variables variables = frame(request, signIn);
+        variables.set("result", "busy");
+        showPage(request, response, std::move(variables));
+        return;
+    }
+    std::vector<char> buffer(kMaxConfigurationBytes);
+    const int size = request.raw().receiveUploadData(buffer.data(), buffer.size());
+    const std::string_view text(buffer.data(), static_cast<std::size_t>(size));
+    const bool tooLarge = !request.parameter("config") &&
+                          request.raw().getContentLength() > static_cast<int>(buffer.size());
+    const auto edit = [&](State& state) {
+        if (tooLarge) {
+            return Errors{{"config", ErrorCode::tooLarge, kMaxConfigurationBytes}};
+        }
+        keepLocalCopy(state);
+        return readConfiguration(text, state.settings);
+    };
+    change(request, response, signIn, edit, "imported");
+}
+
+void ConfigurationPage::change(kit::Request& request, kit::Response& response,
+                               const kit::SignIn& signIn, const Device::Edit& edit,
+                               const std::string& result) {
+    if (!mayChange(request, response, signIn)) {
+        return;
+    }
+    const Outcome outcome = m_phone.device.change(edit);
+    if (outcome.done()) {
+        response.seeOther("/servlet?p=settings-config&result=" + result);
+        return;
+    }
+    kit::Variables variables = frame(request, signIn);
+    addFailure(response, variables, outcome);
+    addErrors(variables, outcome.errors);
+    showPage(request, response, std::move(variables));
+}
+
+void ConfigurationPage::showPage(kit::Request& request, kit::Response& response,
+                                 kit::Variables variables) const {
+    variables.set("localCopy", !m_phone.device.state()->localCopy.empty());
+    show(request, response, "settings-config.html", std::move(variables));
+}
+
+} // namespace phone

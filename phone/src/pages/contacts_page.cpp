@@ -1,0 +1,115 @@
+#include "pages/contacts_page.h"
+
+#include "model/contacts_csv.h"
+
+#include <climits>
+
+namespace phone {
+namespace {
+
+// Nobody looks for more; the rest of a longer text is left out.
+constexpr std::size_t kMaxSearchBytes = 128;
+
+const std::vector<const char*> kContactFields{"name", "number"};
+
+kit::Variables contactRow(const Contact& contact) {
+    return kit::Variables().set("name", contact.name).set("number", contact.number);
+}
+
+void addPaging(kit::Variables& variables, const Directory::Page& page) {
+    variables.set("contactCount", page.total).set("pageNumber", page.page);
+    if (page.pages > 1) {
+        variables.set("pages", page.pages);
+    }
+    if (page.page > 1) {
+        variables.set("previous", page.page - 1);
+    }
+    if (page.page < page.pages) {
+        variables.set("next", page.page + 1);
+    }
+}
+
+} // namespace
+
+void ContactsPage::SearchText::set(std::string_view text) {
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_text = kit::shortened(text, kMaxSearchBytes);
+}
+
+std::string ContactsPage::SearchText::get() const {
+    std::lock_guard<std::mutex> guard(m_lock);
+    return m_text;
+}
+
+void ContactsPage::answer(kit::Request& request, kit::Response& response,
+                          const kit::SignIn& signIn) {
+    if (request.parameter("q") == "export") {
+        response.download("contacts.csv", "text/csv; charset=utf-8",
+                          contactsCsv(m_phone.device.state()->directory));
+    } else if (request.parameter("q") == "all") {
+        if (HttpSession* session = request.session()) {
+            m_searches.erase(*session);
+        }
+        response.seeOther("/servlet?p=contacts");
+    } else if (!request.isPost()) {
+        kit::Variables variables = frame(request, signIn);
+        addResult(request, variables, {"added", "removed", "imported", "gone"});
+        showList(request, response, std::move(variables));
+    } else if (mayChange(request, response, signIn)) {
+        change(request, response, signIn);
+    }
+}
+
+void ContactsPage::change(kit::Request& request, kit::Response& response,
+                          const kit::SignIn& signIn) {
+    const std::string_view action = request.parameter("q").value_or("");
+    if (action == "search") {
+        if (HttpSession* session = request.session()) {
+            m_searches.of(*session)->set(request.parameter("search").value_or(""));
+        }
+        response.seeOther("/servlet?p=contacts");
+    } else if (action == "remove") {
+        bool found = false;
+        const Outcome outcome = m_phone.device.change([&](State& state) {
+            found = state.directory.remove(request.parameter("name").value_or(""));
+            return Errors();
+        });
+        finish(request, response, signIn, outcome, found ? "removed" : "gone", {});
+    } else {
+        add(request, response, signIn);
+    }
+}
+
+void ContactsPage::add(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) {
+    const Values values = valuesSent(request, kContactFields);
+    const Outcome outcome = m_phone.device.change([&](State& state) {
+        return state.directory.add({valueOf(values, "name"), valueOf(values, "number")});
+    });
+    finish(request, response, signIn, outcome, "added", values);
+}
+
+void ContactsPage::finish(kit::Request& request, kit::Response& response, const kit::SignIn& signIn,
+                          const Outcome& outcome, const std::string& result, const Values& values) {
+    if (outcome.done()) {
+        response.seeOther("/servlet?p=contacts&result=" + result);
+        return;
+    }
+    kit::Variables variables = frame(request, signIn);
+    addFailure(response, variables, outcome);
+    addForm(variables, values, outcome.errors);
+    showList(request, response, std::move(variables));
+}
+
+void ContactsPage::showList(kit::Request& request, kit::Response& response,
+                            kit::Variables variables) const {
+    HttpSession* session = request.session();
+    const auto search = session ? m_searches.find(*session) : nullptr;
+    const std::string text = search ? search->get() : "";
+    const long wanted = request.number<long>("page", LONG_MIN, LONG_MAX).valueOr(1);
+    const auto page = m_phone.device.state()->directory.search(text, wanted);
+    variables.set("search", text).rows("contacts", page.rows, contactRow);
+    addPaging(variables, page);
+    show(request, response, "contacts.html", std::move(variables));
+}
+
+} // namespace phone

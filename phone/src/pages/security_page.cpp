@@ -1,0 +1,109 @@
+#include "pages/security_page.h"
+
+#include "HttpSession.h"
+#include "web_debug.h"
+
+#include <algorithm>
+
+namespace phone {
+namespace {
+
+kit::Variables signInRow(const std::shared_ptr<const kit::SignIn>& signIn) {
+    return kit::Variables()
+        .set("user", signIn->user)
+        .set("since", localTimeText(signIn->since))
+        .set("from", signIn->address);
+}
+
+} // namespace
+
+void SecurityPage::answer(kit::Request& request, kit::Response& response,
+                          const kit::SignIn& signIn) {
+    if (!request.isPost()) {
+        kit::Variables variables = frame(request, signIn);
+        variables.set("saved", request.isChecked("saved"));
+        showForms(request, response, std::move(variables),
+                  valuesOf(m_phone.device.state()->settings.web), {});
+    } else if (!mayChange(request, response, signIn)) {
+        return;
+    } else if (request.parameter("q") == "password") {
+        changePassword(request, response, signIn);
+    } else {
+        changeAccess(request, response, signIn);
+    }
+}
+
+void SecurityPage::changePassword(kit::Request& request, kit::Response& response,
+                                  const kit::SignIn& signIn) {
+    const auto entered = [&](const char* field) {
+        return std::string(request.parameter(field).value_or(""));
+    };
+    if (const long wait = m_phone.signIns.secondsToWait(request)) {
+        response.status(429);
+        response.header("Retry-After", std::to_string(wait));
+        kit::Variables variables = frame(request, signIn);
+        variables.set("seconds", wait);
+        showForms(request, response, std::move(variables),
+                  valuesOf(m_phone.device.state()->settings.web), {});
+        return;
+    }
+    const Outcome outcome = m_phone.device.changePassword(
+        entered("oldPassword"), entered("newPassword"), entered("repeat"));
+    const bool known =
+        std::none_of(outcome.errors.begin(), outcome.errors.end(), [](const FieldError& error) {
+            return error.code == ErrorCode::wrongPassword;
+        });
+    if (known) {
+        m_phone.signIns.attemptSucceeded(request);
+    }
+    if (outcome.done()) {
+        // Whoever knew the old one must not stay.
+        m_phone.signIns.endOthers(request);
+        WebDebug::getInstance()->info("The password of %s was changed", signIn.user.c_str());
+    }
+    finish(request, response, signIn, outcome, valuesOf(m_phone.device.state()->settings.web));
+}
+
+void SecurityPage::changeAccess(kit::Request& request, kit::Response& response,
+                                const kit::SignIn& signIn) {
+    const Values values = valuesSent(request, kWebAccessFields);
+    const Outcome outcome =
+        m_phone.device.change([&](State& state) { return readValues(values, state.settings.web); });
+    if (outcome.done()) {
+        if (HttpSession* session = request.session()) {
+            session->setMaxInactiveInterval(m_phone.device.state()->settings.web.idleSeconds);
+        }
+    }
+    finish(request, response, signIn, outcome, values);
+}
+
+void SecurityPage::finish(kit::Request& request, kit::Response& response, const kit::SignIn& signIn,
+                          const Outcome& outcome, const Values& values) {
+    if (outcome.done()) {
+        response.seeOther("/servlet?p=security&saved=1");
+        return;
+    }
+    kit::Variables variables = frame(request, signIn);
+    addFailure(response, variables, outcome);
+    showForms(request, response, std::move(variables), values, outcome.errors);
+}
+
+void SecurityPage::showForms(kit::Request& request, kit::Response& response,
+                             kit::Variables variables, const Values& values,
+                             const Errors& errors) const {
+    addSignIns(request, variables);
+    addForm(variables, values, errors);
+    show(request, response, "security.html", std::move(variables));
+}
+
+void SecurityPage::addSignIns(kit::Request& request, kit::Variables& variables) const {
+    const auto own = m_phone.signIns.find(request);
+    auto others = m_phone.signIns.all();
+    others.erase(std::remove(others.begin(), others.end(), own), others.end());
+    if (own) {
+        variables.set("since", localTimeText(own->since)).set("from", own->address);
+    }
+    variables.rows("others", others, signInRow);
+}
+
+} // namespace phone

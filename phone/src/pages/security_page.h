@@ -1,0 +1,27 @@
+#ifndef SECURITY_PAGE_H
+#define SECURITY_PAGE_H
+
+#include "page.h"
+
+namespace phone {
+
+// The password (POST, q=password), who may send events and when sessions end (POST, q=access), and
+// what there is to know about one's own session.
+class SecurityPage final : public SignedInPage {
+public:
+    explicit SecurityPage(Phone& phone) : SignedInPage(phone) {}
+
+private:
+    void answer(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) override;
+    void changePassword(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
+    void changeAccess(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
+    void finish(kit::Request& request, kit::Response& response, const kit::SignIn& signIn,
+                const Outcome& outcome, const Values& values);
+    void showForms(kit::Request& request, kit::Response& response, kit::Variables variables,
+                   const Values& values, const Errors& errors) const;
+    void addSignIns(kit::Request& request, kit::Variables& variables) const;
+};
+
+} // namespace phone
+
+#endif

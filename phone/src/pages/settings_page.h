@@ -1,0 +1,57 @@
+#ifndef SETTINGS_PAGE_H
+#define SETTINGS_PAGE_H
+
+#include "page.h"
+
+namespace phone {
+
+// A form for one group of the settings. GET shows it; POST saves it, or shows it again with a
+// message beside every field that is wrong.
+template <typename Group>
+class SettingsPage : public SignedInPage {
+public:
+    // `name` is the page's id, and with ".html" behind it the template's name.
+    SettingsPage(Phone& phone, std::string name, Group Settings::*group,
+                 const std::vector<const char*>& fields)
+        : SignedInPage(phone), m_name(std::move(name)), m_group(group), m_fields(fields) {}
+
+private:
+    void answer(kit::Request& request, kit::Response& response,
+                const kit::SignIn& signIn) override {
+        if (!request.isPost()) {
+            kit::Variables variables = frame(request, signIn);
+            variables.set("saved", request.isChecked("saved"));
+            showForm(request, response, std::move(variables),
+                     valuesOf(m_phone.device.state()->settings.*m_group), {});
+        } else if (mayChange(request, response, signIn)) {
+            save(request, response, signIn);
+        }
+    }
+
+    void save(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) {
+        const Values values = valuesSent(request, m_fields);
+        const Outcome outcome = m_phone.device.change(
+            [&](State& state) { return readValues(values, state.settings.*m_group); });
+        if (outcome.done()) {
+            response.seeOther("/servlet?p=" + m_name + "&saved=1");
+            return;
+        }
+        kit::Variables variables = frame(request, signIn);
+        addFailure(response, variables, outcome);
+        showForm(request, response, std::move(variables), values, outcome.errors);
+    }
+
+    void showForm(kit::Request& request, kit::Response& response, kit::Variables variables,
+                  const Values& values, const Errors& errors) const {
+        addForm(variables, values, errors);
+        show(request, response, (m_name + ".html").c_str(), std::move(variables));
+    }
+
+    const std::string m_name;
+    Group Settings::*const m_group;
+    const std::vector<const char*>& m_fields;
+};
+
+} // namespace phone
+
+#endif

@@ -1,0 +1,19 @@
+#ifndef STATUS_DATA_PAGE_H
+#define STATUS_DATA_PAGE_H
+
+#include "page.h"
+
+namespace phone {
+
+// What changes on the pages while somebody looks at them, as JSON for their script.
+class StatusDataPage final : public SignedInPage {
+public:
+    explicit StatusDataPage(Phone& phone) : SignedInPage(phone) {}
+
+private:
+    void answer(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) override;
+};
+
+} // namespace phone
+
+#endif

@@ -1,0 +1,183 @@
+// Whatever changes something wants a POST with the token of one's own sign-in.
+#include "json_reader.h"
+#include "phone_test.h"
+
+#include "model/configuration.h"
+
+#include <algorithm>
+#include <vector>
+
+using kit::testing::file;
+using kit::testing::Part;
+
+namespace {
+
+constexpr const char* kNothingDone = "This request did not come from a form of your present "
+                                     "session, so nothing was changed.";
+
+// A request that changes something when it may.
+struct Change {
+    const char* query;
+    Fields fields;
+    std::optional<Part> upload{};
+
+    Request with(Fields token) const {
+        const Request request = post(std::string("/servlet?p=") + query);
+        if (upload) {
+            std::vector<Part> parts;
+            for (const auto& [name, value] : token) {
+                parts.push_back(kit::testing::field(name, value));
+            }
+            parts.push_back(*upload);
+            return request.multipart(parts);
+        }
+        token.insert(token.end(), fields.begin(), fields.end());
+        return request.form(token);
+    }
+};
+
+std::string configuration(int ringVolume) {
+    phone::Settings settings = phone::factorySettings();
+    settings.audio.ringVolume = ringVolume;
+    return phone::configurationText(settings);
+}
+
+std::vector<Change> allChanges(const std::string& image) {
+    return {
+        {"phone&q=key", {{"key", "5"}}},
+        {"phone", {{"number", "123"}}},
+        {"phone", {{"command", "message_on"}}},
+        {"accounts&q=save&acc=2",
+         {{"label", "New"}, {"port", "5061"}, {"transport", "tls"}, {"expiry", "60"}}},
+        {"network&q=save", {{"mode", "dhcp"}, {"hostname", "hall"}}},
+        {"audio&q=save",
+         {{"ringtone", "bell"},
+          {"ringVolume", "1"},
+          {"speakerVolume", "1"},
+          {"handsetVolume", "1"},
+          {"micGain", "1"},
+          {"codec", "opus"}}},
+        {"security&q=access", {{"idleSeconds", "60"}, {"remoteAddresses", "192.0.2.1"}}},
+        {"security&q=password",
+         {{"oldPassword", kPassword}, {"newPassword", "12345678"}, {"repeat", "12345678"}}},
+        {"contacts&q=add", {{"name", "Emil"}, {"number", "500"}}},
+        {"contacts&q=remove", {{"name", "Anna"}}},
+        {"contacts&q=search", {{"search", "Carol"}}},
+        {"contacts-preview&q=preview", {}, file("contacts", "d.csv", "Emil,500\r\n")},
+        {"contacts-preview&q=apply", {}},
+        {"settings-config&q=import", {}, file("config", "c.xml", configuration(9))},
+        {"settings-config&q=localconfig&type=import", {}},
+        {"settings-config&q=localconfig&type=remove", {}},
+        {"settings-upgrade&q=upload", {}, file("firmware", "a.img", image)},
+        {"settings-autop&now=true", {}},
+        {"settings-upgrade&q=reboot", {}},
+        {"settings-upgrade&q=reset", {{"confirm", "1"}}},
+    };
+}
+
+class ChangesTest : public SignedInTest {
+protected:
+    ChangesTest() : m_other(*container, "192.0.2.8") {
+        m_other.signIn();
+        // So that there is something to take back, and something to import.
+        me.upload("settings-config&q=import", file("config", "c.xml", configuration(3)));
+        m_image = me.page("settings-upgrade&q=download").body;
+        preview();
+    }
+
+    // All that a change can change. Asks as a page's script does, which drops nothing.
+    std::string everything() {
+        const auto data = readJson(me.page("status-data&quiet=p=notice").body);
+        std::string all = savedText() + me.page("contacts-preview").text() +
+                          me.page("contacts&quiet=p=notice").text();
+        for (const char* value :
+             {"desk.line1", "desk.line2", "desk.state", "desk.lamps.message", "busy.word"}) {
+            all += "\n" + data.at(value);
+        }
+        std::vector<std::string> files;
+        for (const auto& entry : std::filesystem::directory_iterator(folder.file("phone"))) {
+            files.push_back(entry.path().filename());
+        }
+        std::sort(files.begin(), files.end());
+        for (const std::string& name : files) {
+            all += "\n" + name;
+        }
+        return all;
+    }
+
+    void preview() {
+        me.upload("contacts-preview&q=preview", file("contacts", "c.csv", "Dora,400\r\n"));
+    }
+
+    Visitor m_other;
+    std::string m_image;
+};
+
+TEST_F(ChangesTest, AreRefusedWithoutTheTokenOfOnesOwnSession) {
+    const std::string before = everything();
+    const Fields tokens[] = {{},
+                             {{"token", ""}},
+                             {{"token", "0123456789abcdef0123456789abcdef"}},
+                             {{"token", me.token() + "0"}},
+                             {{"token", me.token().substr(1)}},
+                             {{"token", m_other.token()}}};
+    for (const Change& change : allChanges(m_image)) {
+        for (const Fields& token : tokens) {
+            const Answer answer = me.send(change.with(token));
+            EXPECT_EQ(answer.status, 403) << change.query;
+            EXPECT_EQ(answer.alert(), kNothingDone) << change.query;
+            EXPECT_EQ(notice(), "idle") << change.query;
+        }
+    }
+    preview(); // which going to other pages has dropped
+    EXPECT_EQ(everything(), before);
+}
+
+TEST_F(ChangesTest, AreNotMadeByAnAddress) {
+    const std::string before = everything();
+    for (const Change& change : allChanges(m_image)) {
+        std::string query = change.query;
+        for (const auto& [name, value] : change.fields) {
+            query += "&" + name + "=" + value;
+        }
+        const Answer answer = me.page(query + "&token=" + me.token());
+        EXPECT_TRUE(answer.status == 200 || answer.status == 403) << query;
+        EXPECT_EQ(notice(), "idle") << query;
+    }
+    preview(); // which going to other pages has dropped
+    EXPECT_EQ(everything(), before);
+}
+
+TEST_F(ChangesTest, AreNotMadeByStrangers) {
+    const std::string before = everything();
+    for (const Change& change : allChanges(m_image)) {
+        for (const Fields& token : {Fields(), Fields{{"token", me.token()}}}) {
+            Visitor stranger(*container, "192.0.2.66");
+            const Answer answer = stranger.send(change.with(token));
+            EXPECT_EQ(answer.status, 303) << change.query;
+            EXPECT_EQ(answer.location().rfind(kSignInForm, 0), 0U) << answer.location();
+            EXPECT_EQ(notice(), "idle") << change.query;
+        }
+    }
+    EXPECT_EQ(everything(), before) << "and what I had in preview is still there";
+}
+
+TEST_F(ChangesTest, AreMadeWithTheToken) {
+    for (const Change& change : allChanges(m_image)) {
+        preview();
+        const std::string before = everything();
+        const Answer answer = me.send(change.with({{"token", me.token()}}));
+        EXPECT_TRUE(answer.status == 200 || answer.status == 303)
+            << change.query << ": " << answer.status;
+        EXPECT_NE(everything(), before) << change.query;
+        kit::testing::test_clock::advanceSeconds(10); // what takes time is over
+    }
+}
+
+TEST_F(ChangesTest, TakeTheTokenFromTheAddressOfAPostToo) {
+    EXPECT_EQ(me.submitWithoutToken("contacts&q=remove&token=" + me.token(), {{"name", "Anna"}})
+                  .location(),
+              "/servlet?p=contacts&result=removed");
+}
+
+} // namespace

@@ -1,0 +1,215 @@
+// Importing contacts: what a list would do is shown, and then done.
+#include "phone_test.h"
+
+using kit::testing::file;
+
+namespace {
+
+constexpr const char* kGone = "There is no preview any more. Choose the file once more.";
+
+class PreviewTest : public SignedInTest {
+protected:
+    Answer upload(const std::string& csv, const std::string& name = "list.csv") {
+        return me.upload("contacts-preview&q=preview", file("contacts", name, csv));
+    }
+
+    bool isHeld() { return isHeld(me); }
+    static bool isHeld(Visitor& visitor) {
+        return visitor.page("contacts-preview").text().find("What the import would do") !=
+               std::string::npos;
+    }
+
+    std::string counts() {
+        const std::string text = me.page("contacts-preview").text();
+        const auto from = text.find("What the import would do ");
+        return from == text.npos
+                   ? ""
+                   : text.substr(from + 25, text.find(" Nothing is changed yet") - from - 25);
+    }
+};
+
+} // namespace
+
+TEST_F(PreviewTest, AsksForAFile) {
+    const Answer page = me.page("contacts-preview");
+    EXPECT_EQ(page.status, 200);
+    EXPECT_EQ(page.title(), "Import contacts");
+    EXPECT_EQ(counts(), "");
+    EXPECT_FALSE(page.leadsTo("/servlet?p=contacts-preview&q=apply"));
+}
+
+TEST_F(PreviewTest, ShowsWhatTheImportWouldDoAndDoesIt) {
+    const Answer answer = upload("\xEF\xBB\xBFname,number\r\n"
+                                 "Anna,101\r\n"
+                                 "Carol,300\r\n"
+                                 "\"D\xC3\xB6ra, <b>\",400\r\n"
+                                 "Emil,abc\r\n"
+                                 "\xff,1\r\n"
+                                 "Anna,102\r\n");
+    EXPECT_EQ(answer.status, 303);
+    EXPECT_EQ(answer.location(), "/servlet?p=contacts-preview");
+    const std::string before = savedText();
+    EXPECT_EQ(counts(), "New 1 Changed 1 Unchanged 1 Refused 3");
+    const Answer page = me.page("contacts-preview");
+    for (const char* row :
+         {"5 Emil,abc Number: This holds a character that is not allowed here.",
+          "6 ?,1 The text is not encoded in UTF-8.", "7 Anna,102 Name: This entry exists already.",
+          "Changed Name Now Then Anna 100 101", "New Name Number D\xC3\xB6ra, <b> 400"}) {
+        EXPECT_NE(page.text().find(row), std::string::npos) << row << " in " << page.text();
+    }
+    EXPECT_EQ(page.body.find("<b>"), std::string::npos);
+    EXPECT_EQ(savedText(), before) << "nothing is done yet";
+
+    const Answer done = me.submit("contacts-preview&q=apply");
+    EXPECT_EQ(done.status, 303);
+    EXPECT_EQ(me.submit("contacts-preview&q=apply").status, 409) << "it is done once";
+    EXPECT_EQ(me.send(get(done.location())).done(), "The contacts were imported.");
+    EXPECT_EQ(saved()->directory.find("Anna")->number, "101");
+    EXPECT_EQ(saved()->directory.find("Bj\xC3\xB6rn")->number, "200");
+    EXPECT_NE(saved()->directory.find("D\xC3\xB6ra, <b>"), nullptr);
+    EXPECT_EQ(saved()->directory.contacts().size(), 4U);
+}
+
+TEST_F(PreviewTest, HasNothingToImportWhenNothingWouldChange) {
+    upload("Anna,100\n,\n");
+    EXPECT_EQ(counts().substr(0, 27), "New 0 Changed 0 Unchanged 1");
+    const Answer page = me.page("contacts-preview");
+    EXPECT_NE(page.text().find("There is nothing to import."), std::string::npos);
+    EXPECT_FALSE(page.leadsTo("/servlet?p=contacts-preview&q=apply"));
+}
+
+TEST_F(PreviewTest, SaysWhyALineOfAnotherKindOfFileIsRefused) {
+    upload("%PDF-1.7\n\"never closed,1\n");
+    EXPECT_EQ(counts(), "New 0 Changed 0 Unchanged 0 Refused 2");
+    const std::string text = me.page("contacts-preview").text();
+    EXPECT_NE(text.find("1 %PDF-1.7 Number: Please fill in this field."), std::string::npos)
+        << text;
+    EXPECT_NE(text.find("2 \"never closed,1 The line does not have two columns, or a quotation "
+                        "mark is missing."),
+              std::string::npos)
+        << text;
+}
+
+TEST_F(PreviewTest, IsDroppedWhenOneGoesToAnotherPage) {
+    for (const char* other : {"status", "contacts", "network", "contacts&q=export"}) {
+        upload("Dora,400\n");
+        EXPECT_TRUE(isHeld());
+        me.page(other);
+        EXPECT_FALSE(isHeld()) << other;
+        const Answer answer = me.submit("contacts-preview&q=apply");
+        EXPECT_EQ(answer.status, 409) << other;
+        EXPECT_EQ(answer.alert(), kGone) << other;
+    }
+    EXPECT_EQ(saved()->directory.find("Dora"), nullptr);
+}
+
+TEST_F(PreviewTest, IsKeptWhileItsPageIsLookedAt) {
+    upload("Dora,400\n");
+    me.page("contacts-preview");
+    me.page("notice");
+    EXPECT_EQ(me.page("status-data&quiet=p=notice").status, 200) << "as the page's script asks";
+    EXPECT_TRUE(isHeld());
+}
+
+TEST_F(PreviewTest, IsNotDroppedByWhatOthersDo) {
+    upload("Dora,400\n");
+    Visitor other(*container, "192.0.2.8");
+    other.signIn();
+    other.page("status");
+    other.page("contacts");
+    Visitor stranger(*container, "192.0.2.66");
+    stranger.page("status");
+    stranger.page("login&q=loginForm");
+    event("key=1", "192.0.2.66");
+    EXPECT_TRUE(isHeld());
+    other.submit("login&q=logout");
+    EXPECT_TRUE(isHeld());
+}
+
+TEST_F(PreviewTest, IsNotDroppedBySomebodyWhoUsesTheSameThreadNext) {
+    upload("Dora,400\n");
+    me.page("contacts-preview");
+    Visitor(*container, "192.0.2.66").send(get("/servlet?p=language&to=de"));
+    EXPECT_TRUE(isHeld());
+}
+
+TEST_F(PreviewTest, BelongsToTheSessionThatUploadedTheFile) {
+    Visitor other(*container, "192.0.2.8");
+    other.signIn();
+    upload("Dora,400\n");
+    EXPECT_FALSE(isHeld(other));
+    EXPECT_EQ(other.submit("contacts-preview&q=apply").status, 409);
+    other.upload("contacts-preview&q=preview", file("contacts", "b.csv", "Emil,500\n"));
+    EXPECT_NE(me.page("contacts-preview").text().find("Dora 400"), std::string::npos);
+    EXPECT_NE(other.page("contacts-preview").text().find("Emil 500"), std::string::npos);
+}
+
+TEST_F(PreviewTest, IsReplacedByTheNextFile) {
+    upload("Dora,400\n");
+    upload("Emil,500\n");
+    const std::string text = me.page("contacts-preview").text();
+    EXPECT_EQ(text.find("Dora"), std::string::npos);
+    EXPECT_NE(text.find("Emil 500"), std::string::npos);
+}
+
+TEST_F(PreviewTest, RefusesAFileThatIsTooLarge) {
+    const Answer answer = upload("Dora,400\n" + std::string(1024 * 1024, '\n'));
+    EXPECT_EQ(answer.status, 422);
+    EXPECT_EQ(answer.alert(), "The file is too large: at most 1 MiB is possible.");
+    EXPECT_FALSE(isHeld());
+}
+
+TEST_F(PreviewTest, TakesAFileOfTheLargestSize) {
+    const std::string line = "Dora,400\n";
+    EXPECT_EQ(upload(line + std::string(1024 * 1024 - line.size(), '\n')).status, 303);
+    EXPECT_EQ(counts(), "New 1 Changed 0 Unchanged 0 Refused 0");
+}
+
+TEST_F(PreviewTest, RefusesAnEmptyFileAndNoFile) {
+    EXPECT_EQ(upload("").alert(), "No file was chosen, or it is empty.");
+    EXPECT_EQ(upload("", "").alert(), "No file was chosen, or it is empty.");
+    EXPECT_EQ(upload("").status, 422);
+    EXPECT_FALSE(isHeld());
+}
+
+TEST_F(PreviewTest, TakesNothingFromAnUploadThatWasCutOff) {
+    upload("Dora,400\n");
+    const Request whole = me.uploading("contacts-preview&q=preview",
+                                       file("contacts", "list.csv", "Emil,500\nFred,600\n"));
+    const std::size_t length = std::stoul(*whole.valueOf("CONTENT_LENGTH"));
+    for (std::size_t cut = 0; cut < length - 2; cut += 7) {
+        const Answer answer = me.send(whole.cutOffAfter(cut));
+        EXPECT_TRUE(answer.status == 422 || answer.status == 403) << cut;
+        EXPECT_EQ(me.page("contacts-preview").text().find("Emil"), std::string::npos) << cut;
+    }
+}
+
+TEST_F(PreviewTest, SaysWhenThereIsNoRoom) {
+    std::string csv;
+    for (int i = 0; i < 2000; ++i) {
+        csv += "Name " + std::to_string(i) + "," + std::to_string(i) + "\n";
+    }
+    upload(csv);
+    EXPECT_EQ(counts(), "New 1997 Changed 0 Unchanged 0 Refused 3");
+    EXPECT_NE(me.page("contacts-preview").text().find("Name: At most 2000 entries are possible."),
+              std::string::npos);
+    Visitor other(*container, "192.0.2.8");
+    other.signIn();
+    other.submit("contacts&q=add", {{"name", "Dora"}, {"number", "400"}});
+    const Answer answer = me.submit("contacts-preview&q=apply");
+    EXPECT_EQ(answer.status, 422);
+    EXPECT_EQ(answer.alert(), "With this list there would be more than 2,000 contacts.");
+    EXPECT_EQ(saved()->directory.contacts().size(), 4U);
+}
+
+TEST_F(PreviewTest, IsStillThereWhenItCouldNotBeSaved) {
+    upload("Dora,400\n");
+    breakTheDisk();
+    const Answer answer = me.submit("contacts-preview&q=apply");
+    EXPECT_EQ(answer.status, 500);
+    EXPECT_EQ(answer.alert(), "The change could not be saved. What was there before still holds.");
+    repairTheDisk();
+    EXPECT_EQ(saved()->directory.find("Dora"), nullptr);
+    EXPECT_EQ(me.submit("contacts-preview&q=apply").status, 303);
+    EXPECT_NE(saved()->directory.find("Dora"), nullptr);
+}

@@ -1,0 +1,247 @@
+// The small parts that the pages are made of, where no page shows all that they do.
+#include "event_log.h"
+#include "firmware.h"
+#include "json.h"
+#include "json_reader.h"
+#include "model/temporary_folder.h"
+#include "page_reader.h"
+#include "registration.h"
+#include "status_word.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <thread>
+
+using namespace phone;
+
+namespace {
+
+std::string readBack(const std::string& text) {
+    return readJson("[" + jsonString(text) + "]").at("[0]");
+}
+
+std::string image(const std::string& version) {
+    std::string bytes;
+    writeImage(version, "payload", [&](std::string_view piece) {
+        bytes += piece;
+        return true;
+    });
+    return bytes;
+}
+
+LoggedEvent eventOfText(const std::string& text) {
+    return {"key", text, "192.0.2.1", 0, true};
+}
+
+} // namespace
+
+TEST(JsonString, GivesBackEveryCharacter) {
+    for (int code = 0; code < 0x80; ++code) {
+        const std::string text(1, static_cast<char>(code));
+        EXPECT_EQ(readBack(text), text) << code;
+    }
+    const std::string others = "\xC2\x80\xC3\xA9\xE2\x80\xA8\xF0\x9F\x93\x9E\xF4\x8F\xBF\xBF";
+    EXPECT_EQ(readBack(others), others);
+}
+
+TEST(JsonString, PutsAMarkInThePlaceOfWhatIsNoUtf8) {
+    EXPECT_EQ(readBack("a\xff"
+                       "b"),
+              "a\xEF\xBF\xBD"
+              "b");
+    EXPECT_EQ(readBack("\xC3"), "\xEF\xBF\xBD");
+    EXPECT_EQ(readBack("\xC0\xAF"), "\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+TEST(JsonString, IsHarmlessInAPage) {
+    EXPECT_EQ(jsonString("</script><!--&'\""),
+              "\"\\u003c/script\\u003e\\u003c!--\\u0026\\u0027\\u0022\"");
+}
+
+TEST(JsonObjects, HoldWhatWasAddedInItsOrder) {
+    EXPECT_EQ(JsonObject().text(), "{}");
+    EXPECT_EQ(JsonObject()
+                  .add("text", "x")
+                  .add("large", UINT64_MAX)
+                  .add("yes", true)
+                  .add("no", false)
+                  .addJson("inner", "[1]")
+                  .text(),
+              "{\"text\":\"x\",\"large\":18446744073709551615,\"yes\":true,\"no\":false,"
+              "\"inner\":[1]}");
+}
+
+TEST(JsonArrays, HoldOneElementForEach) {
+    const auto quoted = [](const std::string& text) { return jsonString(text); };
+    EXPECT_EQ(jsonArray(std::vector<std::string>{}, quoted), "[]");
+    EXPECT_EQ(jsonArray(std::vector<std::string>{"a", "b"}, quoted), "[\"a\",\"b\"]");
+}
+
+TEST(EventLogs, KeepTheNewestAndCountAll) {
+    EventLog log;
+    EXPECT_TRUE(log.recent().empty());
+    EXPECT_EQ(log.count(), 0U);
+    for (std::size_t i = 1; i <= EventLog::kMaxEvents + 1; ++i) {
+        log.add(eventOfText(std::to_string(i)));
+    }
+    EXPECT_EQ(log.count(), EventLog::kMaxEvents + 1);
+    ASSERT_EQ(log.recent().size(), EventLog::kMaxEvents);
+    EXPECT_EQ(log.recent().front().value, std::to_string(EventLog::kMaxEvents + 1));
+    EXPECT_EQ(log.recent().back().value, "2");
+}
+
+TEST(EventLogs, CutLongTextsBetweenCharacters) {
+    EventLog log;
+    log.add({std::string(1000, 'n'), std::string(63, 'v') + "\xC3\xA9", std::string(65, 'a'), 0,
+             false});
+    const LoggedEvent event = log.recent().front();
+    EXPECT_EQ(event.name.size(), EventLog::kMaxText);
+    EXPECT_EQ(event.value, std::string(63, 'v'));
+    EXPECT_EQ(event.remoteAddress.size(), EventLog::kMaxText);
+    log.add(eventOfText(std::string(64, 'v')));
+    EXPECT_EQ(log.recent().front().value.size(), 64U) << "what fits is whole";
+}
+
+TEST(EventLogs, TakeEventsOfManyThreads) {
+    EventLog log;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int j = 0; j < 250; ++j) {
+                log.add(eventOfText("x"));
+                log.recent();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(log.count(), 1000U);
+    EXPECT_EQ(log.recent().size(), EventLog::kMaxEvents);
+}
+
+TEST(LocalTimes, AreWrittenInTheZoneOfThePhone) {
+    setenv("TZ", "CET-1CEST", 1);
+    tzset();
+    EXPECT_EQ(localTimeText(1795266300), "2026-11-21 14:05:00");
+    unsetenv("TZ");
+    tzset();
+}
+
+TEST(Registrations, FollowFromTheAccount) {
+    const struct {
+        bool enabled;
+        const char* server;
+        const char* state;
+    } cases[] = {
+        {false, "sip.example.com", "off"},
+        {false, "sip.invalid", "off"},
+        {true, "sip.example.com", "registered"},
+        {true, "sip.invalid", "failed"},
+        {true, ".invalid", "failed"},
+        {true, "invalid", "registered"},
+        {true, "sip.invalid.example", "registered"},
+        {true, "", "registered"},
+    };
+    for (const auto& each : cases) {
+        Account account;
+        account.enabled = each.enabled;
+        account.server = each.server;
+        EXPECT_STREQ(registrationOf(account), each.state) << each.server;
+    }
+}
+
+TEST(StatusWords, AreRightForWhatBecameOfTheLastRequest) {
+    StatusWord word;
+    word.pageAsked(true);
+    word.began(Task::restart);
+    EXPECT_TRUE(word.isRight(Task::restart));
+    EXPECT_FALSE(word.isRight(Task::provisioning));
+    EXPECT_FALSE(word.isRight(Task::none)) << "when that is over";
+    word.pageAsked(true);
+    for (Task task : {Task::none, Task::restart, Task::factoryReset, Task::provisioning}) {
+        EXPECT_FALSE(word.isRight(task)) << "it tells what was asked for, not what was done";
+    }
+    word.pageAsked(false);
+    EXPECT_TRUE(word.isRight(Task::none));
+    EXPECT_FALSE(word.isRight(Task::restart)) << "which goes on while somebody looks at a page";
+}
+
+TEST(Firmwares, RunWhatIsInstalledFromTheNextStartOn) {
+    TemporaryFolder folder;
+    Firmware firmware(folder.file("firmware.img"));
+    const std::string own = firmware.version();
+    EXPECT_FALSE(own.empty());
+    writeTextFile(folder.file("received"), image("9.8.7"));
+    const ImageCheck check = firmware.install(folder.file("received"));
+    EXPECT_EQ(check.fault, ImageFault::none);
+    EXPECT_EQ(check.version, "9.8.7");
+    EXPECT_EQ(firmware.version(), own);
+    EXPECT_EQ(folder.names(), std::vector<std::string>{"firmware.img"});
+    firmware.start();
+    EXPECT_EQ(firmware.version(), "9.8.7");
+    EXPECT_EQ(Firmware(folder.file("firmware.img")).version(), "9.8.7");
+}
+
+TEST(Firmwares, StayAsTheyAreWhenAnImageIsNoGood) {
+    TemporaryFolder folder;
+    Firmware firmware(folder.file("firmware.img"));
+    const std::string own = firmware.version();
+    writeTextFile(folder.file("received"), "nonsense");
+    EXPECT_NE(firmware.install(folder.file("received")).fault, ImageFault::none);
+    EXPECT_TRUE(folder.names().empty()) << "and what was received is gone";
+    EXPECT_EQ(firmware.install(folder.file("missing")).fault, ImageFault::unreadable);
+    firmware.start();
+    EXPECT_EQ(firmware.version(), own);
+}
+
+TEST(Firmwares, SayWhenAnImageCannotBePutInItsPlace) {
+    TemporaryFolder folder;
+    Firmware firmware(folder.file("missing/firmware.img"));
+    writeTextFile(folder.file("received"), image("9.8.7"));
+    EXPECT_EQ(firmware.install(folder.file("received")).fault, ImageFault::unreadable);
+    EXPECT_TRUE(folder.names().empty());
+}
+
+TEST(Firmwares, RunTheOwnVersionWhenTheInstalledImageIsDamaged) {
+    TemporaryFolder folder;
+    const std::string own = Firmware(folder.file("missing.img")).version();
+    writeTextFile(folder.file("firmware.img"), image("9.8.7") + "x");
+    EXPECT_EQ(Firmware(folder.file("firmware.img")).version(), own);
+}
+
+TEST(PageReaders, ReadWhatThereIsToSee) {
+    const PageReader page(
+        "<!DOCTYPE html><html lang=\"en\"><head><title>t</title></head><body>"
+        "<template><p>later</p></template><p hidden>no</p><svg><text>1</text></svg>"
+        "<h1>A &lt;b&gt; &amp;lt;</h1><p class=\"bad\" role=\"alert\">Oh  <b>no</b>"
+        "\n</p><input name=\"a\" value=\"1 > 0\" aria-invalid=\"true\">"
+        "<p id=\"a-error\">Wrong.</p><input name=\"b\" type=\"checkbox\" checked>"
+        "<select name=\"c\"><option value=\"1\">x</option><option value=\"2\" "
+        "selected>y</option></select><textarea name=\"d\">\none\ntwo</textarea>"
+        "<a href=\"/x?a=1&amp;b=2\">go</a></body></html>");
+    EXPECT_EQ(page.text(), "A <b> &lt; Oh no Wrong. x y one two go");
+    EXPECT_EQ(page.title(), "A <b> &lt;");
+    EXPECT_EQ(page.language(), "en");
+    EXPECT_EQ(page.alert(), "Oh no");
+    EXPECT_EQ(page.done(), "");
+    EXPECT_EQ(page.field("a"), "1 > 0");
+    EXPECT_EQ(page.error("a"), "Wrong.");
+    EXPECT_TRUE(page.isMarked("a"));
+    EXPECT_FALSE(page.isMarked("b"));
+    EXPECT_EQ(page.field("b"), "1");
+    EXPECT_EQ(page.field("c"), "2");
+    EXPECT_EQ(page.field("d"), "one\ntwo");
+    EXPECT_FALSE(page.field("e"));
+    EXPECT_TRUE(page.leadsTo("/x?a=1&b=2"));
+}
+
+TEST(JsonReaders, AreStrict) {
+    for (const char* text : {"", "{", "{\"a\":}", "{\"a\":1,}", "[1 2]", "\"\n\"", "\"\xff\"", "01",
+                             "1.", "-", "nul", "{} x", "\"\\x\"", "{a:1}", "'a'"}) {
+        EXPECT_THROW(readJson(text), std::runtime_error) << text;
+    }
+    EXPECT_EQ(readJson(" {\"a\": [{\"b\" : -15}, null]} ").at("a[0].b"), "-15");
+}

@@ -1,0 +1,53 @@
+#include "phone_test.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+using namespace kit::testing;
+
+Answer Visitor::send(const Request& request) {
+    return Answer(m_browser.send(request.variable("DOCUMENT_ROOT", DEVICE_WWW)));
+}
+
+Answer Visitor::signIn(const std::string& password, const std::string& user) {
+    Answer answer = submitWithoutToken("login&q=login", {{"user", user}, {"password", password}});
+    if (answer.status == 303) {
+        m_token = page("status").field("token").value_or("");
+    }
+    return answer;
+}
+
+Answer Visitor::submit(const std::string& query, Fields fields) {
+    fields.emplace_back("token", m_token);
+    return submitWithoutToken(query, fields);
+}
+
+Request Visitor::uploading(const std::string& query, const Part& file) const {
+    return post("/servlet?p=" + query).multipart({field("token", m_token), file});
+}
+
+PhoneTest::PhoneTest() {
+    std::filesystem::create_directory(folder.file("phone"));
+    writeTextFile(folder.file("phone/factory.csv"),
+                  "name,number\r\nAnna,100\r\nBj\xC3\xB6rn,200\r\nCarol,300\r\n");
+    setenv("PHONE_TEST_FOLDER", folder.file("phone").c_str(), 1);
+    restart();
+}
+
+void PhoneTest::restart() {
+    container.reset();
+    container = std::make_unique<Container>(PHONE_TEST_CONFIG);
+    recorded_log::clear();
+}
+
+void PhoneTest::breakTheDisk() {
+    std::filesystem::rename(folder.file("phone"), folder.file("away"));
+}
+
+void PhoneTest::repairTheDisk() {
+    std::filesystem::rename(folder.file("away"), folder.file("phone"));
+}
+
+std::shared_ptr<const phone::State> PhoneTest::saved() const {
+    return phone::Device({folder.file("phone/state.xml"), ""}).state();
+}

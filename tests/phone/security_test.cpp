@@ -1,0 +1,155 @@
+// The password, and who may do what.
+#include "phone_test.h"
+
+#include "kit/attempt_limit.h"
+
+using kit::testing::test_clock::advanceSeconds;
+
+namespace {
+
+constexpr const char* kNew = "correct horse";
+
+Fields change(const std::string& former, const std::string& fresh, const std::string& repeat) {
+    return {{"oldPassword", former}, {"newPassword", fresh}, {"repeat", repeat}};
+}
+
+class SecurityTest : public SignedInTest {
+protected:
+    SecurityTest() : other(*container, "192.0.2.8") { other.signIn(); }
+
+    Visitor other;
+};
+
+} // namespace
+
+TEST_F(SecurityTest, ShowsWhoIsSignedIn) {
+    const Answer page = me.page("security");
+    EXPECT_EQ(page.title(), "Security");
+    EXPECT_NE(page.text().find("From 192.0.2.7 Ends After 600 s without use"), std::string::npos)
+        << page.text();
+    const auto others = page.text().find("Also signed in");
+    ASSERT_NE(others, std::string::npos);
+    EXPECT_NE(page.text().find("192.0.2.8", others), std::string::npos);
+    EXPECT_EQ(page.text().find("192.0.2.7", others), std::string::npos);
+    other.submit("login&q=logout");
+    EXPECT_NE(me.page("security").text().find("Also signed in Nobody else."), std::string::npos);
+}
+
+TEST_F(SecurityTest, ChangesThePasswordAndSignsOthersOut) {
+    EXPECT_NE(me.page("status").text().find("The factory password is still in use."),
+              std::string::npos);
+    const Answer answer = me.submit("security&q=password", change(kPassword, kNew, kNew));
+    EXPECT_EQ(answer.status, 303);
+    EXPECT_EQ(answer.location(), "/servlet?p=security&saved=1");
+    EXPECT_EQ(me.send(get(answer.location())).done(), "Saved.") << "I am still signed in";
+    EXPECT_EQ(me.page("status").text().find("The factory password"), std::string::npos);
+    EXPECT_EQ(other.page("status").status, 303);
+    EXPECT_EQ(other.signIn(kPassword).status, 403);
+    EXPECT_EQ(other.signIn(kNew).status, 303);
+    restart();
+    EXPECT_EQ(Visitor(*container).signIn(kPassword).status, 403);
+    EXPECT_EQ(Visitor(*container).signIn(kNew).status, 303);
+}
+
+TEST_F(SecurityTest, RefusesPasswordsThatAreNoGood) {
+    const struct {
+        Fields fields;
+        const char* field;
+        const char* message;
+    } cases[] = {
+        {change("wrong", kNew, kNew), "oldPassword", "This is not the present password."},
+        {change("", kNew, kNew), "oldPassword", "This is not the present password."},
+        {change(kPassword, "", ""), "newPassword", "Please fill in this field."},
+        {change(kPassword, "seven77", "seven77"), "newPassword", "Use at least 8 characters."},
+        {change(kPassword, std::string(129, 'x'), std::string(129, 'x')), "newPassword",
+         "Use at most 128 characters."},
+        {change(kPassword, kNew, "other horse"), "repeat", "The two passwords differ."},
+        {change(kPassword, kNew, ""), "repeat", "The two passwords differ."},
+    };
+    const std::string before = savedText();
+    for (const auto& wrong : cases) {
+        const Answer answer = me.submit("security&q=password", wrong.fields);
+        EXPECT_EQ(answer.status, 422) << wrong.message;
+        EXPECT_EQ(answer.error(wrong.field), wrong.message);
+        EXPECT_EQ(answer.body.find("horse"), std::string::npos) << "no password comes back";
+        EXPECT_EQ(answer.field("idleSeconds"), "600") << "the other form is as it was";
+    }
+    EXPECT_EQ(savedText(), before);
+    EXPECT_EQ(other.page("status").status, 200) << "and nobody was signed out";
+}
+
+TEST_F(SecurityTest, MakesThoseWaitWhoGuessThePresentPassword) {
+    for (int i = 0; i < kit::AttemptLimit::kFreeAttempts; ++i) {
+        EXPECT_EQ(me.submit("security&q=password", change("wrong", kNew, kNew)).status, 422);
+    }
+    const Answer refused = me.submit("security&q=password", change(kPassword, kNew, kNew));
+    EXPECT_EQ(refused.status, 429);
+    EXPECT_EQ(refused.alert(), "Too many attempts. Try again in 2 seconds.");
+    EXPECT_EQ(refused.header("Retry-After"), "2");
+    advanceSeconds(2);
+    EXPECT_EQ(me.submit("security&q=password", change(kPassword, kNew, "other")).status, 422);
+    EXPECT_EQ(me.submit("security&q=password", change(kPassword, kNew, kNew)).status, 303)
+        << "the right one gives the attempts back";
+}
+
+TEST_F(SecurityTest, ChangesNoPasswordThatCannotBeSaved) {
+    breakTheDisk();
+    const Answer answer = me.submit("security&q=password", change(kPassword, kNew, kNew));
+    EXPECT_EQ(answer.status, 500);
+    EXPECT_EQ(answer.alert(), "The change could not be saved. What was there before still holds.");
+    EXPECT_EQ(other.page("status").status, 200);
+    EXPECT_EQ(other.signIn(kPassword).status, 303);
+}
+
+TEST_F(SecurityTest, GivesTheNewIdleTimeToOnesOwnSessionAtOnce) {
+    const Answer answer =
+        me.submit("security&q=access", {{"idleSeconds", "10"}, {"remoteAddresses", "127.0.0.1"}});
+    EXPECT_EQ(answer.location(), "/servlet?p=security&saved=1");
+    EXPECT_EQ(me.page("security").field("idleSeconds"), "10");
+    EXPECT_NE(me.page("status").body.find("data-idle-seconds=\"10\""), std::string::npos);
+    advanceSeconds(11);
+    EXPECT_EQ(me.page("status").status, 303);
+}
+
+TEST_F(SecurityTest, LetsTheAddressesOfTheListSendEvents) {
+    EXPECT_EQ(event("key=1", "192.0.2.50").status, 403);
+    me.submit("security&q=access",
+              {{"idleSeconds", "600"}, {"remoteAddresses", "192.0.2.50\r\n\r\n 2001:DB8::1 \r\n"}});
+    EXPECT_EQ(me.page("security").field("remoteAddresses"), "192.0.2.50\n2001:db8::1");
+    EXPECT_EQ(event("key=1", "192.0.2.50").status, 200);
+    EXPECT_EQ(event("key=1", "2001:db8::1").status, 200);
+    EXPECT_EQ(event("key=1", "127.0.0.1").status, 403) << "which is not in the list any more";
+    me.submit("security&q=access", {{"idleSeconds", "600"}, {"remoteAddresses", ""}});
+    EXPECT_EQ(event("key=1", "192.0.2.50").status, 403);
+    EXPECT_EQ(event("key=1", "").status, 403) << "nor does somebody without an address";
+}
+
+TEST_F(SecurityTest, SaysWhatIsWrongWithTheAccess) {
+    std::string many;
+    for (int i = 1; i <= 17; ++i) {
+        many += "192.0.2." + std::to_string(i) + "\n";
+    }
+    const struct {
+        const char* field;
+        std::string idle;
+        std::string addresses;
+        const char* message;
+    } cases[] = {
+        {"idleSeconds", "9", "", "The smallest value is 10."},
+        {"idleSeconds", "3601", "", "The largest value is 3600."},
+        {"idleSeconds", "", "", "Please fill in this field."},
+        {"remoteAddresses", "60", "<b>here", "Enter an IP address such as 192.168.1.20."},
+        {"remoteAddresses", "60", "192.0.2.1\n192.0.2.1", "This entry exists already."},
+        {"remoteAddresses", "60", many, "At most 16 entries are possible."},
+    };
+    const std::string before = savedText();
+    for (const auto& wrong : cases) {
+        const Answer answer =
+            me.submit("security&q=access",
+                      {{"idleSeconds", wrong.idle}, {"remoteAddresses", wrong.addresses}});
+        EXPECT_EQ(answer.status, 422) << wrong.message;
+        EXPECT_EQ(answer.error(wrong.field), wrong.message);
+        EXPECT_EQ(answer.field("remoteAddresses"), wrong.addresses) << "as it was entered";
+    }
+    EXPECT_EQ(savedText(), before);
+}

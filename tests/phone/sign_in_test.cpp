@@ -1,0 +1,225 @@
+// Signing in and out.
+#include "phone_test.h"
+
+using kit::testing::test_clock::advanceSeconds;
+
+namespace {
+
+TEST_F(PhoneTest, AsksEverybodyToSignIn) {
+    const Answer form = Visitor(*container).page("login&q=loginForm");
+    EXPECT_EQ(form.status, 200);
+    EXPECT_EQ(form.title(), "Sign in");
+    EXPECT_EQ(form.field("user"), "");
+    EXPECT_EQ(form.field("password"), "");
+    EXPECT_EQ(form.alert(), "");
+    EXPECT_TRUE(form.leadsTo("/servlet?p=login&q=login"));
+}
+
+TEST_F(PhoneTest, BringsWhoeverSignsInToTheStatusPage) {
+    Visitor ann(*container);
+    const Answer answer = ann.signIn();
+    EXPECT_EQ(answer.status, 303);
+    EXPECT_EQ(answer.location(), "/servlet?p=status");
+    EXPECT_EQ(ann.page("status").title(), "Status");
+}
+
+TEST_F(PhoneTest, SendsStrangersToTheSignInFormAndOnToThePageTheyAskedFor) {
+    for (const char* id :
+         {"status", "phone", "accounts", "network", "audio", "security", "contacts",
+          "contacts-preview", "settings-config", "settings-upgrade", "settings-autop"}) {
+        Visitor ann(*container);
+        const Answer refused = ann.page(id);
+        EXPECT_EQ(refused.status, 303) << id;
+        EXPECT_EQ(refused.location(), std::string(kSignInForm) + "&jumpto=" + id);
+        EXPECT_EQ(refused.body, "") << id;
+        const Answer form = ann.send(get(refused.location()));
+        EXPECT_EQ(form.field("jumpto"), id);
+        const Answer answer = ann.submitWithoutToken(
+            "login&q=login",
+            {{"user", "admin"}, {"password", kPassword}, {"jumpto", *form.field("jumpto")}});
+        EXPECT_EQ(answer.location(), std::string("/servlet?p=") + id);
+        EXPECT_EQ(ann.page(id).status, 200) << id;
+    }
+}
+
+TEST_F(PhoneTest, GoesOnToPagesOfThePhoneOnly) {
+    for (const char* target : {"nonsense", "login", "status-data", "language", "STATUS", ""}) {
+        Visitor ann(*container);
+        const std::string jump = std::string("&jumpto=") + target;
+        EXPECT_FALSE(ann.page("login&q=loginForm" + jump).field("jumpto")) << target;
+        const Answer answer = ann.submitWithoutToken("login&q=login" + jump,
+                                                     {{"user", "admin"}, {"password", kPassword}});
+        EXPECT_EQ(answer.location(), "/servlet?p=status") << target;
+    }
+    Visitor ann(*container);
+    const Answer outside = ann.submitWithoutToken(
+        "login&q=login",
+        {{"user", "admin"}, {"password", kPassword}, {"jumpto", "//example.com/"}});
+    EXPECT_EQ(outside.status, 404);
+    EXPECT_EQ(ann.page("status").status, 303);
+}
+
+TEST_F(PhoneTest, RefusesAWrongNameOrPasswordWithoutSayingWhich) {
+    const Fields attempts[] = {{{"user", "admin"}, {"password", "wrong"}},
+                               {{"user", "nobody"}, {"password", kPassword}},
+                               {{"user", "admin"}},
+                               {{"password", kPassword}},
+                               {}};
+    int number = 1;
+    for (const Fields& attempt : attempts) {
+        Visitor ann(*container, "192.0.2." + std::to_string(number++));
+        const Answer answer = ann.submitWithoutToken("login&q=login", attempt);
+        EXPECT_EQ(answer.status, 403);
+        EXPECT_EQ(answer.alert(), "Wrong user name or password.");
+        EXPECT_EQ(answer.field("password"), "");
+        EXPECT_FALSE(answer.cookie("JSESSIONID"));
+        EXPECT_EQ(ann.page("status").status, 303);
+    }
+}
+
+TEST_F(PhoneTest, KeepsTheNameThatWasEnteredButNotThePassword) {
+    Visitor ann(*container);
+    const Answer answer = ann.signIn("\"><b>secret", "<i>\"ann");
+    EXPECT_EQ(answer.field("user"), "<i>\"ann");
+    EXPECT_EQ(answer.body.find("<i>"), std::string::npos);
+    EXPECT_EQ(answer.body.find("secret"), std::string::npos);
+}
+
+TEST_F(PhoneTest, DoesNotLogWhatWasEnteredForAPassword) {
+    Visitor(*container).signIn("open sesame");
+    bool told = false;
+    for (const auto& record : kit::testing::recorded_log::records()) {
+        EXPECT_EQ(record.text.find("sesame"), std::string::npos) << record;
+        told = told || record.text.find("from 192.0.2.7") != std::string::npos;
+    }
+    EXPECT_TRUE(told);
+}
+
+TEST_F(PhoneTest, SignsNobodyInByAnAddress) {
+    Visitor ann(*container);
+    const Answer answer = ann.page("login&q=login&user=admin&password=admin");
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_EQ(answer.title(), "Sign in");
+    EXPECT_EQ(ann.page("status").status, 303);
+}
+
+TEST_F(PhoneTest, MakesWhoeverGuessesWait) {
+    Visitor guesser(*container);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(guesser.signIn("guess").status, 403);
+    }
+    const Answer slower = guesser.signIn(kPassword);
+    EXPECT_EQ(slower.status, 429);
+    EXPECT_EQ(slower.header("Retry-After"), "2");
+    EXPECT_EQ(slower.alert(), "Too many attempts. Try again in 2 seconds.");
+    EXPECT_EQ(guesser.page("status").status, 303);
+    EXPECT_EQ(Visitor(*container, "192.0.2.8").signIn().status, 303) << "another address is free";
+
+    advanceSeconds(2);
+    EXPECT_EQ(guesser.signIn("guess").status, 403);
+    EXPECT_EQ(guesser.signIn(kPassword).header("Retry-After"), "4") << "twice as long";
+    advanceSeconds(4);
+    EXPECT_EQ(guesser.signIn(kPassword).status, 303);
+    EXPECT_EQ(Visitor(*container).signIn("guess").status, 403) << "and free attempts again";
+}
+
+TEST_F(PhoneTest, GivesASessionCookieThatScriptsAndOtherSitesDoNotGet) {
+    const auto cookie = Visitor(*container).signIn().cookie("JSESSIONID");
+    ASSERT_TRUE(cookie);
+    EXPECT_TRUE(cookie->attribute("HttpOnly"));
+    EXPECT_EQ(cookie->attribute("SameSite"), "Lax");
+    EXPECT_EQ(cookie->attribute("Path"), "/");
+    EXPECT_FALSE(cookie->attribute("Max-Age")) << "it ends with the browser";
+}
+
+TEST_F(PhoneTest, DoesNotAskAgainWhoIsSignedIn) {
+    Visitor ann(*container);
+    ann.signIn();
+    EXPECT_EQ(ann.page("login&q=loginForm").location(), "/servlet?p=status");
+    EXPECT_EQ(ann.page("login&q=loginForm&jumpto=audio").location(), "/servlet?p=audio");
+}
+
+TEST_F(PhoneTest, GivesANewSessionAndTokenWithEverySignIn) {
+    Visitor ann(*container);
+    ann.signIn();
+    const std::string formerToken = ann.token();
+    const std::string formerCookie = *ann.cookie("JSESSIONID");
+    ann.signIn();
+    EXPECT_NE(ann.cookie("JSESSIONID"), formerCookie);
+    EXPECT_NE(ann.token(), formerToken);
+    const Answer old =
+        Visitor(*container).send(get("/servlet?p=status").cookie("JSESSIONID", formerCookie));
+    EXPECT_EQ(old.status, 303) << "the former session is over";
+}
+
+TEST_F(PhoneTest, KnowsASessionFromItsAddressOnly) {
+    Visitor ann(*container);
+    ann.signIn();
+    const Answer elsewhere =
+        Visitor(*container, "192.0.2.99")
+            .send(get("/servlet?p=status").cookie("JSESSIONID", *ann.cookie("JSESSIONID")));
+    EXPECT_EQ(elsewhere.status, 303);
+}
+
+TEST_F(PhoneTest, EndsASessionThatNobodyUses) {
+    Visitor ann(*container);
+    ann.signIn();
+    advanceSeconds(599);
+    EXPECT_EQ(ann.page("status").status, 200) << "which starts the time anew";
+    advanceSeconds(599);
+    EXPECT_EQ(ann.page("status").status, 200);
+    advanceSeconds(601);
+    EXPECT_EQ(ann.page("status").status, 303);
+}
+
+TEST_F(PhoneTest, TakesTheIdleTimeFromTheSettingsAtSignIn) {
+    Visitor ann(*container);
+    ann.signIn();
+    ann.submit("security&q=access", {{"idleSeconds", "20"}, {"remoteAddresses", ""}});
+    Visitor bob(*container, "192.0.2.8");
+    bob.signIn();
+    advanceSeconds(21);
+    EXPECT_EQ(bob.page("status").status, 303);
+}
+
+TEST_F(SignedInTest, SignsOutWithTheToken) {
+    EXPECT_EQ(me.submit("login&q=logout").location(), kSignInForm);
+    EXPECT_EQ(me.page("status").status, 303);
+}
+
+TEST_F(SignedInTest, IsSignedOutByNobodyElse) {
+    EXPECT_EQ(me.submitWithoutToken("login&q=logout").status, 403);
+    EXPECT_EQ(me.page("login&q=logout").status, 403);
+    EXPECT_EQ(me.page("login&q=logout&token=" + me.token()).status, 403);
+    EXPECT_EQ(me.page("status").status, 200);
+}
+
+TEST_F(PhoneTest, TakesASignOutOfSomebodyWhoIsNotSignedInForDone) {
+    EXPECT_EQ(Visitor(*container).submitWithoutToken("login&q=logout").location(), kSignInForm);
+}
+
+TEST_F(PhoneTest, SignsOutTheOneSessionOnly) {
+    Visitor ann(*container);
+    Visitor bob(*container, "192.0.2.8");
+    ann.signIn();
+    bob.signIn();
+    ann.submit("login&q=logout");
+    EXPECT_EQ(bob.page("status").status, 200);
+}
+
+TEST_F(PhoneTest, KeepsPagesFromCachesFramesAndForeignScripts) {
+    Visitor ann(*container);
+    ann.signIn();
+    for (const char* id : {"login&q=loginForm&x", "status", "status-data", "contacts&q=export"}) {
+        const Answer answer = ann.page(id);
+        EXPECT_EQ(answer.header("Cache-Control"), "no-store") << id;
+        if (answer.status == 200) {
+            EXPECT_EQ(answer.header("X-Content-Type-Options"), "nosniff") << id;
+            EXPECT_NE(answer.header("Content-Security-Policy")->find("frame-ancestors 'none'"),
+                      std::string::npos)
+                << id;
+        }
+    }
+}
+
+} // namespace

@@ -1,0 +1,256 @@
+// Firmware, restart, and the return to factory settings.
+#include "phone_test.h"
+
+#include "model/firmware_image.h"
+
+#include <thread>
+
+using kit::testing::file;
+using kit::testing::test_clock::advanceSeconds;
+
+namespace {
+
+std::string image(const std::string& version, const std::string& payload = "payload") {
+    std::string bytes;
+    phone::writeImage(version, payload, [&](std::string_view piece) {
+        bytes += piece;
+        return true;
+    });
+    return bytes;
+}
+
+class UpgradeTest : public SignedInTest {
+protected:
+    Answer upload(const std::string& bytes, const std::string& name = "new.img") {
+        return me.upload("settings-upgrade&q=upload", file("firmware", name, bytes));
+    }
+    std::string version() {
+        const std::string text = me.page("settings-upgrade").text();
+        const auto from = text.find("Present firmware Firmware ") + 26;
+        return text.substr(from, text.find(' ', from) - from);
+    }
+    bool isInstalled() const {
+        return phone::checkImage(folder.file("phone/firmware.img")).fault ==
+               phone::ImageFault::none;
+    }
+    // Nothing of an upload that failed is left, whole or in part.
+    void expectNothingLeft() {
+        for (const auto& entry : std::filesystem::directory_iterator(folder.file("phone"))) {
+            const std::string name = entry.path().filename();
+            EXPECT_TRUE(name == "state.xml" || name == "factory.csv") << name;
+        }
+    }
+};
+
+} // namespace
+
+TEST_F(UpgradeTest, TakesAnImageThatRunsFromTheNextRestartOn) {
+    const std::string before = version();
+    const Answer answer = upload(image("9.8.7"), "C:\\images\\<b>new.img");
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_EQ(answer.done(), "<b>new.img: The image was received: version 9.8.7. It runs from the "
+                             "next restart on.");
+    EXPECT_EQ(answer.body.find("<b>"), std::string::npos);
+    EXPECT_EQ(version(), before);
+    EXPECT_NE(before, "9.8.7");
+    me.submit("settings-upgrade&q=reboot");
+    advanceSeconds(8);
+    EXPECT_EQ(version(), "9.8.7");
+    EXPECT_NE(me.page("status").text().find("Firmware 9.8.7"), std::string::npos);
+    restart();
+    Visitor again(*container);
+    again.signIn();
+    EXPECT_NE(again.page("status").text().find("Firmware 9.8.7"), std::string::npos);
+}
+
+TEST_F(UpgradeTest, RefusesAnImageThatIsNoGood) {
+    const std::string good = image("9.8.7");
+    std::string otherModel = good;
+    otherModel[8] = 'X';
+    std::string damaged = good;
+    damaged[46] ^= 1;
+    const struct {
+        const char* what;
+        std::string bytes;
+        const char* message;
+    } cases[] = {
+        {"other model", otherModel, "This image is for another model. The present firmware stays."},
+        {"damaged", damaged, "The image is damaged. The present firmware stays."},
+        {"longer", good + "x", "The image is damaged. The present firmware stays."},
+        {"short", good.substr(0, good.size() - 1),
+         "The image did not arrive completely. The present firmware stays."},
+        {"header only", good.substr(0, 44),
+         "The image did not arrive completely. The present firmware stays."},
+        {"something else", std::string(200, 'x'),
+         "This is not a firmware image for this phone. The present firmware stays."},
+        {"empty", "", "The image did not arrive completely. The present firmware stays."},
+    };
+    for (const auto& wrong : cases) {
+        const Answer answer = upload(wrong.bytes);
+        EXPECT_EQ(answer.status, 422) << wrong.what;
+        EXPECT_EQ(answer.alert(), wrong.message) << wrong.what;
+        EXPECT_EQ(answer.done(), "") << wrong.what;
+        expectNothingLeft();
+    }
+}
+
+TEST_F(UpgradeTest, KeepsTheImageThatThereIsWhenTheNextIsNoGood) {
+    upload(image("9.8.7"));
+    upload("nonsense");
+    EXPECT_TRUE(isInstalled());
+    EXPECT_EQ(phone::checkImage(folder.file("phone/firmware.img")).version, "9.8.7");
+}
+
+TEST_F(UpgradeTest, FailsWhenNoFileWasChosen) {
+    const Answer answer = upload("", "");
+    EXPECT_EQ(answer.status, 422);
+    EXPECT_EQ(answer.alert(), "The upload failed. The present firmware stays.");
+    expectNothingLeft();
+}
+
+TEST_F(UpgradeTest, TakesAnImageWhoseFileHasNoName) {
+    const Answer answer = upload(image("9.8.7"), "");
+    EXPECT_TRUE(isInstalled());
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_EQ(answer.done(), "The image was received: version 9.8.7. It runs from the next restart "
+                             "on.");
+    EXPECT_EQ(answer.alert(), "");
+}
+
+TEST_F(UpgradeTest, TakesNothingFromAnUploadThatWasCutOff) {
+    const Request whole =
+        me.uploading("settings-upgrade&q=upload", file("firmware", "new.img", image("9.8.7")));
+    const std::size_t length = std::stoul(*whole.valueOf("CONTENT_LENGTH"));
+    for (std::size_t cut = 0; cut < length - 2; cut += 11) {
+        const Answer answer = me.send(whole.cutOffAfter(cut));
+        EXPECT_TRUE(answer.status == 422 || answer.status == 403) << cut << " " << answer.status;
+        EXPECT_EQ(answer.done(), "") << cut;
+    }
+    EXPECT_EQ(me.submit("settings-upgrade&q=upload", {{"firmware", "new.img"}}).alert(),
+              "The upload failed. The present firmware stays.");
+    expectNothingLeft();
+}
+
+TEST_F(UpgradeTest, SaysWhenAnImageCannotBeKept) {
+    breakTheDisk();
+    const Answer answer = upload(image("9.8.7"));
+    EXPECT_EQ(answer.status, 422);
+    EXPECT_EQ(answer.alert(), "The upload failed. The present firmware stays.");
+}
+
+TEST_F(UpgradeTest, GivesAnImageThatItTakesBack) {
+    const Answer answer = me.page("settings-upgrade&q=download");
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_EQ(answer.header("Content-Type"), "application/octet-stream");
+    EXPECT_EQ(answer.header("Content-Disposition"),
+              "attachment; filename=firmware-" + version() + ".img");
+    const Answer taken = upload(answer.body);
+    EXPECT_EQ(taken.status, 200);
+    EXPECT_NE(taken.done().find("version " + version() + "."), std::string::npos) << taken.done();
+}
+
+TEST_F(UpgradeTest, TakesOneUploadAtATime) {
+    const std::string large = image("9.8.7", std::string(4 * 1024 * 1024, 'x'));
+    const Request slow =
+        me.uploading("settings-upgrade&q=upload", file("firmware", "slow.img", large)).inPieces(1);
+    Visitor other(*container, "192.0.2.8");
+    other.signIn();
+    int firstStatus = 0;
+    std::thread first([&] { firstStatus = me.send(slow).status; });
+    // The first has begun when what it receives stands in the folder.
+    const auto files = [&] {
+        return std::distance(std::filesystem::directory_iterator(folder.file("phone")),
+                             std::filesystem::directory_iterator());
+    };
+    while (files() < 3) {
+        std::this_thread::yield();
+    }
+    const Answer second =
+        other.upload("settings-upgrade&q=upload", file("firmware", "second.img", image("5.5.5")));
+    first.join();
+    EXPECT_EQ(second.status, 422);
+    EXPECT_EQ(second.alert(), "The phone is busy with another transfer. Try again in a moment.");
+    EXPECT_EQ(firstStatus, 200);
+    EXPECT_EQ(phone::checkImage(folder.file("phone/firmware.img")).version, "9.8.7");
+    EXPECT_EQ(
+        other.upload("settings-upgrade&q=upload", file("firmware", "b.img", image("5.5.5"))).status,
+        200);
+}
+
+TEST_F(UpgradeTest, RestartsForAWhile) {
+    advanceSeconds(100);
+    const Answer answer = me.submit("settings-upgrade&q=reboot");
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_EQ(answer.title(), "Please wait");
+    EXPECT_NE(answer.text().find("The phone was asked to restart."), std::string::npos);
+    EXPECT_EQ(notice(), "reboot");
+    advanceSeconds(7);
+    EXPECT_EQ(notice(), "reboot");
+    advanceSeconds(1);
+    EXPECT_EQ(notice(), "idle") << "over by itself";
+    EXPECT_NE(me.page("status").text().find("Running for 0 d 00:00:00"), std::string::npos);
+}
+
+TEST_F(UpgradeTest, DoesOneThingAtATime) {
+    me.submit("settings-upgrade&q=reboot");
+    for (const char* query : {"settings-upgrade&q=reboot", "settings-autop&now=true"}) {
+        const Answer answer = me.submit(query);
+        EXPECT_EQ(answer.status, 409) << query;
+        EXPECT_NE(answer.text().find("The phone is busy"), std::string::npos) << query;
+        EXPECT_EQ(notice(), "reboot") << query;
+    }
+    advanceSeconds(8);
+    EXPECT_EQ(notice(), "idle");
+}
+
+TEST_F(UpgradeTest, ResetsOnlyWhenThatIsConfirmed) {
+    me.submit("contacts&q=add", {{"name", "Dora"}, {"number", "400"}});
+    const Answer answer = me.submit("settings-upgrade&q=reset");
+    EXPECT_EQ(answer.status, 422);
+    EXPECT_EQ(answer.alert(), "The reset was not confirmed. Nothing was changed.");
+    EXPECT_EQ(notice(), "idle");
+    EXPECT_NE(saved()->directory.find("Dora"), nullptr);
+}
+
+TEST_F(UpgradeTest, ReturnsToFactorySettingsAndSignsOthersOut) {
+    me.submit("contacts&q=add", {{"name", "Dora"}, {"number", "400"}});
+    me.submit("network", {{"mode", "dhcp"}, {"hostname", "hall"}});
+    me.submit("security&q=password",
+              {{"oldPassword", kPassword}, {"newPassword", "12345678"}, {"repeat", "12345678"}});
+    Visitor other(*container, "192.0.2.8");
+    other.signIn("12345678");
+    const Answer answer = me.submit("settings-upgrade&q=reset", {{"confirm", "1"}});
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_NE(answer.text().find("The phone was asked to return to its factory settings."),
+              std::string::npos);
+    EXPECT_EQ(notice(), "reset");
+    advanceSeconds(8);
+    EXPECT_EQ(notice(), "idle");
+    EXPECT_EQ(other.page("status").status, 303);
+    EXPECT_EQ(me.page("network").field("hostname"), "desk-phone");
+    EXPECT_EQ(saved()->directory.find("Dora"), nullptr);
+    EXPECT_EQ(saved()->directory.contacts().size(), 3U);
+    EXPECT_EQ(other.signIn("12345678").status, 403);
+    EXPECT_EQ(other.signIn(kPassword).status, 303);
+}
+
+TEST_F(UpgradeTest, ResetsNothingThatCannotBeSaved) {
+    me.submit("contacts&q=add", {{"name", "Dora"}, {"number", "400"}});
+    breakTheDisk();
+    const Answer answer = me.submit("settings-upgrade&q=reset", {{"confirm", "1"}});
+    EXPECT_EQ(answer.status, 500);
+    EXPECT_EQ(answer.title(), "This did not work");
+    EXPECT_EQ(answer.alert(), "The phone could not do what was asked. Nothing was changed.");
+    EXPECT_EQ(notice(), "idle");
+    EXPECT_NE(me.page("contacts").text().find("Dora"), std::string::npos);
+}
+
+TEST_F(UpgradeTest, ResetsNothingWhileThePhoneIsBusy) {
+    me.submit("contacts&q=add", {{"name", "Dora"}, {"number", "400"}});
+    me.submit("settings-autop&now=true");
+    const Answer answer = me.submit("settings-upgrade&q=reset", {{"confirm", "1"}});
+    EXPECT_EQ(answer.status, 409);
+    EXPECT_EQ(answer.title(), "The phone is busy");
+    EXPECT_EQ(notice(), "autoprovision");
+    EXPECT_NE(saved()->directory.find("Dora"), nullptr) << "what was refused is not done";
+}
