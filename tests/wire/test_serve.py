@@ -1,9 +1,12 @@
-"""scripts/serve, with the phone's own pages."""
+"""scripts/serve, with the phone's own pages and with a plug-in project."""
 
+import os
 import pathlib
+import shutil
 import signal
 import socket
 import subprocess
+import time
 
 import pytest
 
@@ -11,6 +14,9 @@ from conftest import SOURCE
 from service import Front, accepts_connections, free_port, wait_until
 
 BUILDING = 600  # seconds for a first build
+BUILD = SOURCE / "build/browser"  # the browser tests', so that the library is built once
+TEMPLATE = "www/WEB-INFO/templates/hello.html"  # of examples/hello
+USAGE = "usage: scripts/serve [--port N] [--build DIR] [--plugin DIR]\n"
 
 
 def parent_and_command(pid):
@@ -42,37 +48,74 @@ def descendants(pid):
 
 
 @pytest.fixture
-def serve(start):
+def serve(start, folder):
     def serve(*arguments):
         # Ctrl-C is to reach it even where the tests run in the background, which ignores it.
         return start.start(SOURCE / "scripts/serve", *arguments, log="serve.log",
-                           stdin=subprocess.DEVNULL,
+                           stdin=subprocess.DEVNULL, env=dict(os.environ, TMPDIR=str(folder)),
                            preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
     return serve
 
 
-@pytest.fixture
-def served(serve, folder):
+class Served:
     """A running scripts/serve and a way to ask it."""
-    port = free_port()
-    process = serve("--port", str(port))
 
-    def ready():
-        assert process.poll() is None, (folder / "serve.log").read_text()
-        return accepts_connections(socket.AF_INET, ("127.0.0.1", port))
-    wait_until(ready, "serving", BUILDING)
-    yield process, Front("lighttpd", port)
-    if process.poll() is None:
-        process.terminate()
-        process.wait()
+    def __init__(self, process, port, log):
+        self.process = process
+        self.front = Front("lighttpd", port)
+        self.log_file = log
+        wait_until(self.answers, "serving", BUILDING)
+
+    def answers(self):
+        assert self.process.poll() is None, self.log
+        return accepts_connections(socket.AF_INET, ("127.0.0.1", self.front.port))
+
+    @property
+    def log(self):
+        return self.log_file.read_text()
+
+    def end(self):
+        if self.process.poll() is None:
+            self.process.terminate()
+            self.process.wait()
+
+
+@pytest.fixture
+def serve_until_the_end(serve, folder):
+    served = []
+
+    def serve_until_the_end(*arguments):
+        port = free_port()
+        process = serve("--port", port, *arguments)
+        served.append(Served(process, port, folder / "serve.log"))
+        return served[-1]
+    yield serve_until_the_end
+    for one in served:
+        one.end()
+
+
+def daemon_of(process):
+    """lighttpd accepts connections a moment before it has started the daemon."""
+    def hosts():
+        return [pid for pid, command in descendants(process.pid).items() if "fcgi_host" in command]
+    wait_until(lambda: len(hosts()) == 1, "one daemon")
+    return hosts()[0]
+
+
+def assert_ends_without_a_trace(served, number, folder):
+    started = descendants(served.process.pid)
+    served.process.send_signal(number)
+    assert served.process.wait(30) == 0, served.log
+    wait_until(lambda: not any(parent_and_command(pid) for pid in started), "all having ended")
+    assert not list(folder.glob("serve.*/")), "temporary files"
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
-def test_it_serves_the_sign_in_page_until_it_is_told_to_end(served, folder, number):
-    process, front = served
-    log = (folder / "serve.log").read_text()
-    assert f"http://127.0.0.1:{front.port}/" in log
-    assert "Sign in as admin with the password admin." in log
+def test_it_serves_the_sign_in_page_until_it_is_told_to_end(serve_until_the_end, folder, number):
+    served = serve_until_the_end("--build", BUILD)
+    front = served.front
+    assert f"http://127.0.0.1:{front.port}/" in served.log
+    assert "Sign in as admin with the password admin." in served.log
 
     page = front.curl("/", "--location")
     assert b"200 OK" in page.raw
@@ -80,13 +123,10 @@ def test_it_serves_the_sign_in_page_until_it_is_told_to_end(served, folder, numb
     assert front.curl("/cgi-bin/Velmoranix.acx?Id=1").status == 302
     assert front.curl("/WEB-INFO/servlet/servlet.xml").status == 403
 
-    started = descendants(process.pid)
-    hosts = [command for command in started.values() if "fcgi_host" in command]
-    assert len(hosts) == 1, started
-
-    process.send_signal(number)
-    assert process.wait(30) == 0
-    wait_until(lambda: not any(parent_and_command(pid) for pid in started), "all having ended")
+    daemon = daemon_of(served.process)
+    assert (BUILD / "fcgi_host.pid").read_text() == f"{daemon}\n"
+    assert_ends_without_a_trace(served, number, folder)
+    assert not (BUILD / "fcgi_host.pid").exists()
 
 
 def test_a_second_start_says_that_the_port_is_taken(serve, folder):
@@ -99,8 +139,108 @@ def test_a_second_start_says_that_the_port_is_taken(serve, folder):
         f"serve: port {port} is taken; end what listens there or choose another with --port\n")
 
 
-@pytest.mark.parametrize("arguments", [["--port"], ["--port", "x"], ["--port=0"],
-                                       ["--port=65536"], ["8080"], ["--port", "80", "81"]])
+@pytest.mark.parametrize("arguments", [
+    ["--port"], ["--port", "x"], ["--port=0"], ["--port=65536"], ["8080"], ["--port", "80", "81"],
+    ["--build"], ["--build="], ["--plugin"], ["--plugin", ""], ["--plugin=a", "--port"],
+    ["--root"]])
 def test_wrong_usage_is_told(serve, folder, arguments):
     assert serve(*arguments).wait(30) == 64
-    assert (folder / "serve.log").read_text() == "usage: scripts/serve [--port N]\n"
+    assert (folder / "serve.log").read_text() == USAGE
+
+
+def test_a_folder_that_is_no_project_is_told(serve, folder):
+    assert serve("--plugin", folder / "state").wait(30) == 66
+    assert (folder / "serve.log").read_text() == (
+        f"serve: {folder}/state holds no CMakeLists.txt\n")
+
+
+@pytest.fixture
+def project(folder):
+    """A plug-in project that may be changed."""
+    return pathlib.Path(shutil.copytree(SOURCE / "examples/hello", folder / "a project"))
+
+
+def replace(path, old, new):
+    text = path.read_text()
+    assert old in text
+    path.write_text(text.replace(old, new))
+
+
+@pytest.fixture
+def hello(serve_until_the_end, project):
+    return serve_until_the_end("--build", BUILD, "--plugin", project)
+
+
+def test_a_plug_in_is_served_in_the_place_of_the_phones_pages(hello):
+    assert f"http://127.0.0.1:{hello.front.port}/servlet?p=hello\n" in hello.log
+    page = hello.front.curl("/servlet?p=hello", "--data", "name=%26you&times=1")
+    assert page.status == 200
+    assert "<h1>Hello, &amp;you!</h1>" in page.text
+    assert hello.front.curl("/hello.css").header("Content-Type").startswith("text/css")
+    assert "<form" not in hello.front.curl("/servlet?p=login").text
+    assert hello.front.curl("/WEB-INFO/templates/hello.html").status == 403
+
+
+def test_a_changed_template_and_a_new_file_are_served_by_the_same_daemon(hello, project):
+    daemon = daemon_of(hello.process)
+    # In this order: a file that comes after the look that found a change, and goes before the next
+    # one, is served without having been seen.
+    (project / "www/new.css").write_text("p { color: red }\n")
+    replace(project / TEMPLATE, "Hello,", "Welcome,")
+    wait_until(lambda: "Welcome, stranger!" in hello.front.curl("/servlet?p=hello").text,
+               "the new template")
+    wait_until(lambda: hello.front.curl("/new.css").status == 200, "the new file")
+    assert daemon_of(hello.process) == daemon
+
+    (project / "www/new.css").unlink()
+    wait_until(lambda: hello.front.curl("/new.css").status == 404, "the file being gone")
+
+
+def test_a_changed_source_is_served_by_a_new_daemon_and_no_visitor_notices(hello, project):
+    daemon = daemon_of(hello.process)
+    replace(project / "hello.cpp", "kMostTimes = 5", "kMostTimes = 9")
+
+    def replaced():
+        page = hello.front.curl("/servlet?p=hello")
+        assert page.status == 200
+        return "1 to 9" in page.text
+    wait_until(replaced, "the new source")
+    assert daemon_of(hello.process) != daemon
+
+
+def test_a_project_that_does_not_build_leaves_what_is_served(hello, project):
+    daemon = daemon_of(hello.process)
+    replace(project / "hello.cpp", "createHelloPage, HelloPage", "createHelloPage, GoodbyePage")
+    replace(project / TEMPLATE, "Hello,", "Goodbye,")
+    wait_until(lambda: "what was served before still is" in hello.log, "the failure")
+    assert "GoodbyePage" in hello.log
+    assert "Hello, stranger!" in hello.front.curl("/servlet?p=hello").text
+    assert daemon_of(hello.process) == daemon
+
+    replace(project / "hello.cpp", "GoodbyePage", "HelloPage")
+    wait_until(lambda: "Goodbye, stranger!" in hello.front.curl("/servlet?p=hello").text,
+               "the repaired source")
+
+
+def test_what_an_editor_or_a_build_leaves_in_the_project_does_not_count(hello, project):
+    own_build = project / "out"
+    own_build.mkdir()
+    for path in (project / ".hello.cpp.swp", project / "hello.cpp~", own_build / "CMakeCache.txt"):
+        path.write_text("x")
+    time.sleep(2.5)  # it looks once a second
+    assert "serving again" not in hello.log
+    assert "failed" not in hello.log
+
+
+def test_a_project_that_installs_no_configuration_is_told(serve, project, folder):
+    (project / "www/WEB-INFO/servlet/servlet.xml").unlink()
+    assert serve("--port", free_port(), "--build", BUILD, "--plugin",
+                 project).wait(BUILDING) == 1
+    assert ("serve: the project installs no /phone/www/WEB-INFO/servlet/servlet.xml; "
+            "see examples/hello/CMakeLists.txt\n") in (folder / "serve.log").read_text()
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+def test_a_plug_in_leaves_nothing_behind_either(hello, folder, number):
+    hello.front.curl("/servlet?p=hello")
+    assert_ends_without_a_trace(hello, number, folder)

@@ -1,18 +1,10 @@
-#include <HttpRequest.h>
-#include <HttpResponse.h>
-#include <HttpServlet.h>
+#include <kit/plugin.h>
 
-class HelloPage : public HttpServlet {
-public:
-    void init() override {}
-    void service(HttpRequest* request, HttpResponse* response) override {
-        const char* name = request->getParameter("name");
-        response->setHeader("Content-Type", "text/plain; charset=utf-8");
-        response->print("Hello, %s!\n", name != nullptr ? name : "stranger");
+class HelloPage final : public kit::Page {
+    void answer(kit::Request& request, kit::Response& response) override {
+        const std::string name(request.parameter("name").value_or("stranger"));
+        response.text("Hello, " + name + "!\n");
     }
-    void destroy() override {}
 };
 
-extern "C" HttpServlet* createHelloPage() {
-    return new HelloPage;
-}
+KIT_SERVLET(createHelloPage, HelloPage)
