@@ -1,0 +1,130 @@
+// The pictures in docs/images. One that is to be added is a line in the list.
+import { fileURLToPath } from 'node:url';
+import { errorOf, field, file, kAdmin, send, signInTo, told } from '../support/phone.js';
+import { expect, startWithNewPhone, test } from '../support/test.js';
+
+startWithNewPhone();
+
+const kImages = fileURLToPath(new URL('../../../docs/images/', import.meta.url));
+const kDesk = { width: 1152, height: 760 };
+const kHand = { width: 390, height: 760 };
+const kOwner = { ...kAdmin, password: 'correct horse' };
+
+// What differs from one machine or moment to the next is made up: figures that would come from the
+// phone, and what the elements of a selector show.
+const kSteadyTexts = {
+    'tr:has(.code) td:nth-child(1)': 'eth0',
+    'tr:has(.code) td:nth-child(2)': '192.0.2.10',
+    'tr:has(.code) td:nth-child(3)': '02:00:00:00:00:10',
+};
+
+const kKiB = 1024;
+const wave = (i, length) => 1 + Math.sin(i / length);
+
+let shown = 0; // figures
+
+function figures(i) {
+    const state = ['registered', 'registered', 'off', 'off', 'off', 'off'];
+    return {
+        uptime: { text: `3 d 04:12:${String(i % 60).padStart(2, '0')}`, seconds: 274320 + i },
+        memory: { total: 256 * kKiB, available: Math.round((140 - 12 * wave(i, 9)) * kKiB) },
+        traffic: { received: Math.round(90_000 * (i + 3 * wave(i, 4))),
+            sent: Math.round(40_000 * (i + 4 * wave(i, 6))) },
+        events: { count: Math.floor(i / 9), recent: [
+            { time: '2026-03-02 09:41:07', name: 'command', value: 'ring', from: '127.0.0.1' },
+            { time: '2026-03-02 09:40:12', name: 'number', value: '123', from: '127.0.0.1' },
+        ] },
+        accounts: state.map((each, account) => ({ label: `Line ${account + 1}`, state: each })),
+        desk: { line1: 'Line 1', line2: 'Ready', state: 'idle', lamps: {} },
+        busy: { word: 'idle', percent: 100 },
+    };
+}
+
+// Two minutes of what the page shows, in a moment; until what it began with is off the charts.
+async function letTimePass(page) {
+    await page.clock.pauseAt('2026-03-02T09:00:30');
+    await expect(page.locator('[data-value=uptime]')).toHaveText(figures(shown - 1).uptime.text);
+    shown = 10;
+    for (let i = 1; i < 64; ++i) {
+        const next = shown;
+        await page.clock.runFor(2000);
+        await expect(page.locator('[data-value=uptime]')).toHaveText(figures(next).uptime.text);
+    }
+}
+
+const kStatus = {
+    p: 'status',
+    async before(page) {
+        shown = 0;
+        await page.clock.install({ time: '2026-03-02T09:00:00' });
+        await page.route(/p=status-data/, (route) => route.fulfill({ json: figures(shown++) }));
+    },
+    after: letTimePass,
+};
+
+const kRinging = {
+    p: 'phone',
+    async before(page) {
+        await page.request.get('/servlet?command=hangup');
+        await page.request.get('/servlet?command=ring');
+    },
+};
+
+const kErrors = {
+    p: 'accounts',
+    async after(page) {
+        await send(page, { label: '', userName: '10 01', port: '70000' });
+        await expect(errorOf(page, 'port')).not.toBeEmpty();
+    },
+};
+
+const kUpload = {
+    p: 'settings-upgrade',
+    async after(page) {
+        await page.route(/q=upload/, () => {}); // never answered
+        await field(page, 'firmware').setInputFiles(file('firmware-2.1.0.img', 'image'));
+        await page.getByRole('button', { name: 'Upload' }).click();
+        await page.locator('#main form progress').evaluate((bar) => { bar.value = 60; });
+        await page.locator('#main form [role=status]').evaluate(
+            (status) => { status.textContent = '60 % sent'; });
+    },
+};
+
+test('the password is changed, or each page would ask for that', async ({ page }) => {
+    await signInTo(page, 'security');
+    await send(page, { oldPassword: kAdmin.password, newPassword: kOwner.password,
+        repeat: kOwner.password });
+    await expect(told(page)).toHaveText('Saved.');
+});
+
+for (const { name, p, before, after, viewport = kDesk, colorScheme = 'light', language = 'en' } of [
+    { name: 'sign-in' },
+    { name: 'status', ...kStatus },
+    { name: 'status-dark', ...kStatus, colorScheme: 'dark' },
+    { name: 'status-mobile', ...kStatus, viewport: kHand },
+    { name: 'phone', ...kRinging },
+    { name: 'contacts', p: 'contacts' },
+    { name: 'form-errors', ...kErrors },
+    { name: 'upgrade', ...kUpload },
+    { name: 'network-de', p: 'network', language: 'de' },
+    { name: 'phone-zh', ...kRinging, language: 'zh', colorScheme: 'dark' },
+]) {
+    test(name, async ({ visit }) => {
+        const page = await visit({ language, viewport, colorScheme });
+        await before?.(page);
+        if (p) {
+            await signInTo(page, p, kOwner);
+        } else {
+            await page.goto('/');
+        }
+        await after?.(page);
+        for (const [selector, text] of Object.entries(kSteadyTexts)) {
+            await page.locator(selector).evaluateAll((elements, shown) => elements.forEach(
+                (element) => { element.textContent = shown; }), text);
+        }
+        // Nothing is to look otherwise because the pointer was left there.
+        await page.mouse.move(0, 0);
+        await page.evaluate(() => window.scrollTo(0, 0));
+        await page.screenshot({ path: `${kImages}${name}.png`, caret: 'hide' });
+    });
+}

@@ -1,0 +1,251 @@
+// Each answer to a mistake and each result of a form, in every language and without script.
+import { kLanguages, textsIn } from '../support/languages.js';
+import { errorOf, expectSignedOut, field, file, fill, fillSignIn, formOf, image, kAdmin, open,
+    signIn, told } from '../support/phone.js';
+import { expect, startWithNewPhone, test as base } from '../support/test.js';
+
+const test = base.extend({
+    javaScriptEnabled: false,
+
+    // axe-core is a script: a reader who runs scripts, but none of the phone's, gets the same answer.
+    // What it looks after is the same in every language; it is slow, so it does so in the first.
+    check: async ({ visit, check, watches, language }, use) => {
+        if (language !== kLanguages[0]) {
+            await use((page) => check(page, { schemes: [] }));
+            return;
+        }
+        const reader = await visit({ javaScriptEnabled: true });
+        await reader.route('**/app.js*', (route) => route.fulfill({ body: '' }));
+        await use(async (page) => {
+            const body = await watches.get(page.context()).documentOf(page).body();
+            await reader.route(page.url(), (route) => route.fulfill({
+                contentType: 'text/html; charset=utf-8', body }), { times: 1 });
+            await reader.goto(page.url());
+            await check(reader);
+        });
+    },
+});
+
+// Sends what the browser alone would hold off, too; only the phone checks it.
+async function send(page, values) {
+    const form = formOf(page, Object.keys(values)[0]);
+    await form.evaluate((element) => { element.noValidate = true; });
+    for (const [name, value] of Object.entries(values)) {
+        await (value.buffer ? field(page, name).setInputFiles(value) : fill(page, { [name]: value }));
+    }
+    await form.locator('button:not([type=button])').first().click();
+}
+
+const action = (page, query) => page.locator(`#main form[action$="${query}"] button`).first();
+
+for (const language of kLanguages) {
+    test.describe(`in ${language}`, () => {
+        test.use({ language });
+        startWithNewPhone();
+
+        const texts = textsIn(language);
+        const text = (key, values = {}) => Object.entries(values).reduce(
+            (filled, [name, value]) => filled.replace(`{${name}}`, value), texts[key]);
+        const errors = (count) => text('form.errors', { errorCount: count });
+
+        // The page that came says this, in its language, and has no fault.
+        async function expectAnswer(page, check, says) {
+            await expect(told(page)).toHaveText(says);
+            await check(page);
+        }
+
+        async function expectErrors(page, wanted) {
+            for (const [name, [error, limit]] of Object.entries(wanted)) {
+                await expect(errorOf(page, name), name).toHaveText(text(`error.${error}`, { limit }));
+            }
+            await expect(page.locator('#main .error:not(:empty)')).toHaveCount(
+                Object.keys(wanted).length);
+        }
+
+        test('the forms of settings answer', async ({ page, check, expectStatus }) => {
+            await signIn(page);
+            const refused = [
+                ['accounts', { label: '', userName: 'a b', server: 'no_such host', port: '0',
+                    expiry: '86401' },
+                { label: ['required'], userName: ['badCharacters'], server: ['badHost'],
+                    port: ['tooSmall', 1], expiry: ['tooLarge', 86400] }],
+                ['network', { mode: 'static', address: '224.0.0.1', netmask: '255.0.255.0',
+                    gateway: '', dns1: 'x', hostname: '-desk', vlan: '4095' },
+                { address: ['reserved'], netmask: ['badMask'], gateway: ['required'],
+                    dns1: ['badAddress'], hostname: ['badHost'], vlan: ['tooLarge', 4094] }],
+                ['security', { oldPassword: 'not it', newPassword: 'short', repeat: 'short' },
+                    { oldPassword: ['wrongPassword'], newPassword: ['tooShort', 8] }],
+                ['security', { oldPassword: 'not it', newPassword: 'long enough', repeat: 'other' },
+                    { oldPassword: ['wrongPassword'], repeat: ['mismatch'] }],
+                ['security', { idleSeconds: '9', remoteAddresses: '127.0.0.1\n127.0.0.1' },
+                    { idleSeconds: ['tooSmall', 10], remoteAddresses: ['duplicate'] }],
+            ];
+            for (const [p, values, wanted] of refused) {
+                await test.step(`${p}: ${Object.keys(values)[0]}`, async () => {
+                    await open(page, p);
+                    expectStatus(422);
+                    await send(page, values);
+                    await expectErrors(page, wanted);
+                    await expectAnswer(page, check, errors(Object.keys(wanted).length));
+                });
+            }
+            await test.step('audio, as it is', async () => {
+                await open(page, 'audio');
+                await send(page, { ringtone: 'classic' });
+                await expectAnswer(page, check, text('form.saved'));
+            });
+        });
+
+        test('the contacts answer', async ({ page, check, expectStatus }) => {
+            await signIn(page);
+            await open(page, 'contacts');
+            const remove = page.locator('form[action$="q=remove"] button').first();
+            const [other, name] = [await page.context().newPage(), 'Aaron Aaronson'];
+            await send(page, { name, number: '1' });
+            await expectAnswer(page, check, text('contacts.added'));
+            await open(other, 'contacts');
+            expectStatus(422);
+            await send(page, { name, number: '1' });
+            await expectErrors(page, { name: ['duplicate'] });
+            await expectAnswer(page, check, text('form.oneError'));
+            await expect(remove).toHaveAttribute('value', name);
+            await remove.click();
+            await expectAnswer(page, check, text('contacts.removed'));
+            await action(other, 'q=remove').click();
+            await expectAnswer(other, check, text('contacts.gone'));
+        });
+
+        test('the import of contacts answers', async ({ page, check, expectStatus }) => {
+            await signIn(page);
+            const preview = async (content) => {
+                await open(page, 'contacts-preview');
+                await send(page, { contacts: file('list.csv', content) });
+            };
+            await preview('Aaron Aaronson,1\nBenjamin Brooks,222\nNobody,none\n,333\n"open,4\n');
+            await expect(page.locator('#main h2')).toHaveText(
+                ['what', 'refused', 'changed', 'new'].map((key) => text(`preview.${key}`)));
+            await expect(page.locator('#main table').first().locator('td:last-child')).toHaveText([
+                `${text('contacts.number')}: ${text('error.badCharacters')}`,
+                `${text('contacts.name')}: ${text('error.required')}`, text('error.badLine')]);
+            await check(page);
+
+            const elsewhere = await page.context().newPage();
+            await open(elsewhere, 'audio');
+            expectStatus(409);
+            await action(page, 'q=apply').click();
+            await expectAnswer(page, check, text('preview.gone'));
+
+            expectStatus(422);
+            await preview('');
+            await expectAnswer(page, check, text('upload.empty'));
+        });
+
+        test('the import of a configuration answers', async ({ page, check, expectStatus }) => {
+            await signIn(page);
+            await open(page, 'settings-config');
+            expectStatus(422);
+            await send(page, { config: file('wrong.xml', `<configuration><account><port>0</port>
+                <expiry>soon</expiry></account><network><colour/></network></configuration>`) });
+            await expect(page.locator('#main tbody tr')).toHaveText([
+                `account[1]/port${text('error.tooSmall', { limit: 1 })}`,
+                `account[1]/expiry${text('error.notANumber')}`,
+                `network/colour${text('error.unknownElement')}`]);
+            await expectAnswer(page, check, text('config.errors'));
+
+            await send(page, { config: file('right.xml', '<configuration/>') });
+            await expectAnswer(page, check, text('config.imported'));
+            await action(page, 'type=import').click();
+            await expectAnswer(page, check, text('config.takenBack'));
+            const other = await page.context().newPage();
+            await open(other, 'settings-config');
+            await action(other, 'type=remove').click();
+            await expectAnswer(other, check, text('config.removed'));
+            expectStatus(422);
+            await action(page, 'type=import').click();
+            await expectAnswer(page, check, text('config.noCopy'));
+        });
+
+        test('the upload of firmware answers', async ({ page, check, expectStatus }) => {
+            await signIn(page);
+            await open(page, 'settings-upgrade');
+            const damaged = image();
+            damaged[50] ^= 1;
+            for (const [content, says] of [
+                [Buffer.alloc(100, 'x'), 'upgrade.notImage'],
+                [damaged, 'upgrade.damaged'],
+                [image({ model: 'Wall phone' }), 'upgrade.otherModel'],
+                [image().subarray(0, -1), 'upgrade.incomplete'],
+                ['', 'upgrade.incomplete'],
+            ]) {
+                await test.step(says, async () => {
+                    expectStatus(422);
+                    await send(page, { firmware: file('new.img', content) });
+                    await expectAnswer(page, check, text(says));
+                });
+            }
+            await send(page, { firmware: file('new.img', image({ version: '9.8.7' })) });
+            await expectAnswer(page, check,
+                `new.img: ${text('upgrade.received', { newVersion: '9.8.7' })}`);
+
+            await page.getByText(text('upgrade.resetOpen')).click();
+            expectStatus(422);
+            await send(page, { confirm: false });
+            await expectAnswer(page, check, text('upgrade.notConfirmed'));
+        });
+
+        test('a key that there is not is refused', async ({ page, check, expectStatus }) => {
+            await signIn(page);
+            await open(page, 'phone');
+            const key = action(page, 'q=key');
+            await key.evaluate((button) => { button.value = 'NOSUCHKEY'; });
+            expectStatus(422);
+            await key.click();
+            await expect(page.locator('h1')).toHaveText(text('phone.title'));
+            await check(page);
+        });
+
+        test('the phone that restarts is busy', async ({ page, check, expectStatus }) => {
+            await signIn(page);
+            const [other, third] = [await page.context().newPage(), await page.context().newPage()];
+            await open(other, 'settings-autop');
+            await open(third, 'settings-upgrade');
+            await open(page, 'settings-upgrade');
+            await action(page, 'q=reboot').click();
+            await expect(page.locator('h1')).toHaveText(text('restart.title'));
+            await expect(page.locator('#main p').first()).toHaveText(text('restart.reboot'));
+            await check(page);
+
+            expectStatus(409);
+            await action(other, 'now=true').click();
+            await expectAnswer(other, check, `${text('message.busy')}. ${text('message.busyHint')}`);
+            expectStatus(409);
+            await action(third, 'q=reboot').click();
+            await expect(third.locator('h1')).toHaveText(text('message.busy'));
+            await expect(third.locator('#main [role=alert]')).toHaveText(text('message.busyHint'));
+            await check(third);
+        });
+
+        // The last, since whoever guessed has to wait.
+        test('the sign-in form answers', async ({ page, check, expectStatus }) => {
+            const wrong = { ...kAdmin, password: 'wrong' };
+            const alert = page.getByRole('alert');
+            await page.goto('/');
+            expectStatus(403);
+            await fillSignIn(page, wrong);
+            await expect(alert).toHaveText(text('login.wrong'));
+            await expectSignedOut(page);
+            await check(page);
+
+            const guess = () => page.request.post('/servlet?p=login&q=login', { form: wrong });
+            while ((await guess()).status() !== 429) {
+                // Guesses on; each wait is twice as long as the one before.
+            }
+            expectStatus(429);
+            await fillSignIn(page);
+            await expect.poll(async () => (await alert.innerText()).replace(/\d+/, '{seconds}'))
+                .toBe(text('login.wait'));
+            await expectSignedOut(page);
+            await check(page);
+        });
+    });
+}

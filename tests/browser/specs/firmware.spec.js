@@ -1,0 +1,246 @@
+// New firmware, restarts, and the return to the factory's settings.
+import { once } from 'node:events';
+import { connect, createServer } from 'node:net';
+import { download, expectAt, expectSignedIn, expectSignedOut, expectValues, field, file, fillSignIn,
+    image, kPages, open, send, signIn, signInTo, told, wordOf } from '../support/phone.js';
+import { expect, startWithNewPhone, test } from '../support/test.js';
+
+startWithNewPhone();
+
+const kBothSchemes = { schemes: ['light', 'dark'] };
+const kMiB = 1024 * 1024;
+
+const largeImage = () => image({ payload: Buffer.alloc(4 * kMiB, 'firmware ') });
+
+const version = (page) => page.locator('#main dd').first();
+const bar = (page) => page.locator('form[data-upload] progress');
+const progressOf = (page) => bar(page).evaluate((element) => element.value);
+const uploadStatus = (page) => page.locator('form[data-upload] [role=status]');
+const banner = (page) => page.locator('#notice');
+
+async function upload(page, content) {
+    await field(page, 'firmware').setInputFiles(file('phone.img', content));
+    await page.getByRole('button', { name: 'Upload' }).click();
+}
+
+// What leaves this page leaves it so slowly that there is time to look at it.
+async function slowDown(page, bytesPerSecond) {
+    const debugged = await page.context().newCDPSession(page);
+    await debugged.send('Network.enable');
+    await debugged.send('Network.emulateNetworkConditions', {
+        offline: false, latency: 0, downloadThroughput: -1, uploadThroughput: bytesPerSecond });
+}
+
+// A line to the phone that breaks as soon as it has carried so many bytes from the browser at once.
+async function lineThatBreaks(bytes) {
+    const line = createServer((browser) => {
+        const phone = connect(Number(process.env.PHONE_PORT), '127.0.0.1');
+        let carried = 0;
+        browser.on('data', (piece) => {
+            carried += piece.length;
+            if (carried > bytes) {
+                browser.resetAndDestroy();
+                phone.destroy();
+            }
+        });
+        for (const end of [browser, phone]) {
+            end.on('error', () => {});
+        }
+        browser.pipe(phone).pipe(browser);
+    }).listen(0, '127.0.0.1');
+    await once(line, 'listening');
+    return { address: `http://127.0.0.1:${line.address().port}`, close: () => line.close() };
+}
+
+async function waitUntilIdle(request) {
+    await expect.poll(() => wordOf(request), { timeout: 20_000 }).toBe('idle');
+}
+
+const factoryVersion = async (page) => {
+    const { name } = await download(page, page.getByRole('link', { name: 'Download' }));
+    return name.match(/^firmware-(.*)\.img$/)[1];
+};
+
+test.describe('an upload', () => {
+    test('shows how far it is', async ({ page }) => {
+        await signInTo(page, 'settings-upgrade');
+        await slowDown(page, 2 * kMiB);
+        await upload(page, largeImage());
+        await expect(bar(page)).toBeVisible();
+        const first = await progressOf(page);
+        await expect.poll(() => progressOf(page)).toBeGreaterThan(first);
+        await expect(uploadStatus(page)).toHaveText(/^\d0 % sent$/);
+        await expect(page.getByRole('button', { name: 'Upload' })).toBeHidden();
+        await expect(told(page)).toContainText('The image was received: version 9.8.7.');
+        await expect(page.locator('#main')).toBeFocused();
+        await expect(bar(page)).toBeHidden();
+    });
+
+    test('is cancelled, and may begin anew', async ({ page, expectFailure }) => {
+        await signInTo(page, 'settings-upgrade');
+        await slowDown(page, kMiB / 4);
+        await upload(page, largeImage());
+        expectFailure();
+        await page.getByRole('button', { name: 'Cancel' }).click();
+        await expect(uploadStatus(page)).toHaveText(
+            'The upload was cancelled. Nothing was changed.');
+        await expect(bar(page)).toBeHidden();
+        await slowDown(page, -1);
+        await upload(page, image());
+        await expect(told(page)).toContainText('The image was received');
+    });
+
+    test('that is cut off leaves the firmware as it is', async ({ page, expectFailure }) => {
+        const line = await lineThatBreaks(kMiB);
+        await page.goto(`${line.address}/`);
+        await fillSignIn(page);
+        await page.goto(`${line.address}/servlet?p=settings-upgrade`);
+        const before = await version(page).innerText();
+        expectFailure();
+        await upload(page, largeImage());
+        await expect(uploadStatus(page)).toHaveText(
+            'The file could not be received. Nothing was changed.');
+        await expect(bar(page)).toBeHidden();
+        await line.close();
+
+        await open(page, 'settings-upgrade');
+        await expect(version(page)).toHaveText(before);
+        await upload(page, image());
+        await expect(told(page)).toContainText('The image was received');
+    });
+
+    test('of an image that is no good is refused', async ({ page, expectStatus }) => {
+        const damaged = image();
+        damaged[50] ^= 1;
+        await signInTo(page, 'settings-upgrade');
+        const before = await version(page).innerText();
+        for (const [content, says] of [
+            [damaged, 'The image is damaged. The present firmware stays.'],
+            [image().subarray(0, -1),
+                'The image did not arrive completely. The present firmware stays.'],
+            [image({ model: 'Wall phone' }),
+                'This image is for another model. The present firmware stays.'],
+            [Buffer.alloc(100, 'x'),
+                'This is not a firmware image for this phone. The present firmware stays.'],
+        ]) {
+            expectStatus(422);
+            await upload(page, content);
+            await expect(told(page)).toHaveText(says);
+            await expect(version(page)).toHaveText(before);
+        }
+    });
+
+    test('without a file is not sent', async ({ page }) => {
+        await signInTo(page, 'settings-upgrade');
+        await page.getByRole('button', { name: 'Upload' }).click();
+        await expect(page.locator('#firmware-error')).toHaveText('Please fill in this field.');
+    });
+});
+
+test('new firmware runs from the next restart on, which each open page tells',
+    async ({ visit, request, check }) => {
+        const [own, other] = [await visit(), await visit({ language: 'de' })];
+        await signInTo(other, 'audio');
+        await signInTo(own, 'settings-upgrade');
+        const before = await factoryVersion(own);
+        await upload(own, image({ version: '9.8.7' }));
+        await expect(told(own)).toContainText('version 9.8.7. It runs from the next restart on.');
+        await expect(version(own)).toHaveText(before);
+
+        await own.getByRole('button', { name: 'Restart the phone' }).click();
+        await expect(own.locator('h1')).toHaveText('Please wait');
+        await expect(banner(own)).toHaveText('The phone is restarting.');
+        await expect(banner(other)).toHaveText('Das Telefon startet neu.', { timeout: 10_000 });
+        await check(own, kBothSchemes);
+        await check(other, kBothSchemes);
+
+        await expect(banner(other)).toBeEmpty({ timeout: 20_000 });
+        // Which goes on by itself.
+        await expectAt(own, 'status');
+        await expect(banner(own)).toBeEmpty();
+        await expect(own.locator('dd').nth(1)).toHaveText('9.8.7');
+        expect(await wordOf(request)).toBe('idle');
+    });
+
+test('a restart is told on every page, and to whoever is not signed in',
+    async ({ page, visit, request }) => {
+        const outside = await visit();
+        await outside.goto('/');
+        await signInTo(page, 'settings-upgrade');
+        const pages = [];
+        for (const p of Object.keys(kPages)) {
+            pages.push(await page.context().newPage());
+            await open(pages.at(-1), p);
+        }
+        await page.getByRole('button', { name: 'Restart the phone' }).click();
+        await Promise.all([...pages, outside].map((each) =>
+            expect(banner(each), each.url()).toHaveText(
+                'The phone is restarting.', { timeout: 10_000 })));
+        await waitUntilIdle(request);
+    });
+
+test('while it restarts, the phone does not restart again',
+    async ({ page, request, expectStatus }) => {
+    await signInTo(page, 'settings-upgrade');
+    await page.getByRole('button', { name: 'Restart the phone' }).click();
+    await expect(page.locator('h1')).toHaveText('Please wait');
+    await open(page, 'settings-upgrade');
+    expectStatus(409);
+    await page.getByRole('button', { name: 'Restart the phone' }).click();
+    await expect(page.locator('h1')).toHaveText('The phone is busy');
+    await waitUntilIdle(request);
+});
+
+test('the factory settings come back only when that is confirmed',
+    async ({ visit, request, check }) => {
+        const [page, other] = [await visit(), await visit()];
+        await signInTo(other, 'contacts');
+        await signInTo(page, 'network');
+        await send(page, { hostname: 'lost-soon' });
+        await expect(told(page)).toHaveText('Saved.');
+
+        await open(page, 'settings-upgrade');
+        await page.getByText('Reset the phone …').click();
+        await page.getByRole('button', { name: 'Reset now' }).click();
+        await expect(page.locator('#confirm-error')).toHaveText('Please fill in this field.');
+        await check(page, kBothSchemes);
+        expect(await wordOf(request)).toBe('idle');
+
+        await page.getByLabel('Yes, erase all settings and contacts.').check();
+        await page.getByRole('button', { name: 'Reset now' }).click();
+        await expect(page.locator('h1')).toHaveText('Please wait');
+        await expect(banner(page)).toHaveText('The phone is returning to its factory settings.');
+        await check(page, kBothSchemes);
+        await open(other, 'audio');
+        await expectSignedOut(other);
+
+        await expect(banner(page)).toBeEmpty({ timeout: 20_000 });
+        await expectAt(page, 'status');
+        await open(page, 'network');
+        await expectValues(page, { hostname: 'desk-phone' });
+        await signIn(other);
+        await expectSignedIn(other);
+    });
+
+test.describe('provisioning', () => {
+    test('shows how far it is, here and on other pages, and ends by itself', async ({ visit, check }) => {
+        const [page, other] = [await visit(), await visit({ language: 'zh' })];
+        await signInTo(other, 'contacts');
+        await signInTo(page, 'settings-autop');
+        await expect(page.getByText('Never')).toBeVisible();
+        await page.getByRole('button', { name: 'Start now' }).click();
+        const progress = page.locator('#main progress');
+        await expect(progress).toBeVisible();
+        await expect(banner(page)).toHaveText('The phone is being provisioned.');
+        await expect(banner(other)).not.toBeEmpty({ timeout: 10_000 });
+        await check(page, kBothSchemes);
+        await expect.poll(() => progress.evaluate((element) => element.value), { timeout: 10_000 })
+            .toBeGreaterThan(20);
+
+        await expect(progress).toBeHidden({ timeout: 15_000 });
+        await expect(page.getByRole('button', { name: 'Start now' })).toBeVisible();
+        await expect(page.getByText(/^0 d 00:00:\d\d ago$/)).toBeVisible();
+        await expect(banner(page)).toBeEmpty({ timeout: 10_000 });
+        await expect(banner(other)).toBeEmpty({ timeout: 10_000 });
+    });
+});

@@ -1,0 +1,194 @@
+// A text that means something to HTML, URLs, CSV and templates comes back as the text that it is.
+import { expectValues, field, file, fill, formOf, get, image, open, signInTo, told }
+    from '../support/phone.js';
+import { expect, startWithNewPhone, test } from '../support/test.js';
+
+startWithNewPhone();
+
+const kHostile = 'zq\'"<>&%';
+
+// Sends a form as it is filled in, whatever the page's script thinks of it.
+const sendUnchecked = (form) => form.evaluate((element) => element.submit());
+
+// No element may come of the text: it would have been told by the validator or stand here.
+async function expectText(page, check) {
+    await expect(page.locator('zq, [zq]')).toHaveCount(0);
+    await expect(page.locator('script')).toHaveCount(1);
+    await check(page);
+}
+
+// All that take text; in a field for numbers a browser lets nobody enter any.
+const kFields = {
+    accounts: ['label', 'displayName', 'userName', 'secret', 'server'],
+    network: ['address', 'netmask', 'gateway', 'dns1', 'dns2', 'hostname'],
+    security: ['remoteAddresses'],
+    contacts: ['name', 'number'],
+};
+
+for (const [p, names] of Object.entries(kFields)) {
+    test(`in each field of the page ${p}`, async ({ page, check, expectStatus }) => {
+        await signInTo(page, p);
+        const form = formOf(page, names[0]);
+        const all = form.locator('input:not([type]), input[type=password], textarea');
+        expect(await all.evaluateAll((inputs) => inputs.map(({ name }) => name))).toEqual(names);
+        if (p === 'network') {
+            await page.getByLabel('Static').check();
+        }
+        await fill(page, Object.fromEntries(names.map((name) => [name, kHostile])));
+        expectStatus(422);
+        await sendUnchecked(form);
+        await expect(told(page)).toHaveText(/attention/);
+        for (const name of names) {
+            // A password is not sent back.
+            await expectValues(page, { [name]: name === 'secret' ? '' : kHostile });
+        }
+        await expectText(page, check);
+    });
+}
+
+const all = (names) => Object.fromEntries(names.map((name) => [name, kHostile]));
+
+for (const [query, names, shown] of [
+    ['accounts&q=save&acc=0', ['port', 'transport', 'expiry', 'enabled'], ['port', 'expiry']],
+    ['network&q=save', ['mode', 'vlan'], ['vlan']],
+    ['audio&q=save', ['ringtone', 'ringVolume', 'speakerVolume', 'handsetVolume', 'micGain', 'codec',
+        'echo'], ['ringVolume', 'speakerVolume', 'handsetVolume', 'micGain']],
+    ['security&q=access', ['idleSeconds'], ['idleSeconds']],
+    ['security&q=password', ['oldPassword', 'newPassword', 'repeat'], []],
+    ['phone&q=key', ['key'], []],
+    ['phone&q=key', ['number'], []],
+    ['phone&q=key', ['command'], []],
+]) {
+    test(`forged: ${names} of ${query}`, async ({ page }) => {
+        await signInTo(page, query.split('&')[0]);
+        const token = await page.locator('[name=token]').first().inputValue();
+        const answer = await page.request.post(
+            `/servlet?p=${query}`, { form: { token, ...all(names) } });
+        expect(answer.status()).toBe(422);
+        const html = await answer.text();
+        expect(html).not.toContain(kHostile);
+        // A field for numbers would not tell a text that it was given.
+        const { values, elements } = await page.evaluate((text) => {
+            const made = new DOMParser().parseFromString(text, 'text/html');
+            return {
+                values: Object.fromEntries([...made.querySelectorAll('#main input')].map(
+                    (input) => [input.name, input.getAttribute('value')])),
+                elements: [made.querySelectorAll('zq, [zq]').length,
+                    made.querySelectorAll('script').length],
+            };
+        }, html.replaceAll(/ type="(number|range)"/g, ''));
+        expect(values).toMatchObject(all(shown));
+        expect(elements).toEqual([0, 1]);
+    });
+}
+
+test('forged: where to go after a sign-in', async ({ page }) => {
+    const answer = await page.request.post('/servlet?p=login&q=login', {
+        form: { user: 'admin', password: 'admin', jumpto: kHostile }, maxRedirects: 0 });
+    expect(answer.headers().location ?? '').not.toContain('zq');
+    expect(await answer.text()).not.toContain('zq');
+});
+
+test('forged: the language and the page to come back to', async ({ page }) => {
+    const hostile = encodeURIComponent('zq\'"&%');
+    const answer = await page.request.get(
+        `/servlet?p=language&to=${hostile}&back=${hostile}`, { maxRedirects: 0 });
+    expect(answer.status()).toBe(303);
+    expect(JSON.stringify(answer.headersArray())).not.toContain('zq');
+});
+
+test('as the name of an account, wherever it is shown', async ({ page, check }) => {
+    await signInTo(page, 'accounts');
+    await fill(page, { label: kHostile, displayName: kHostile });
+    await page.getByRole('button', { name: 'Save' }).click();
+    await expect(told(page)).toHaveText('Saved.');
+    await expectValues(page, { label: kHostile, displayName: kHostile });
+    await expect(page.locator('.tabs a').first()).toContainText(kHostile);
+    await expectText(page, check);
+    await open(page, 'status');
+    await expect(page.getByRole('link', { name: kHostile })).toBeVisible();
+    await expectText(page, check);
+});
+
+test('as a contact, which can be removed again', async ({ page, check }) => {
+    await signInTo(page, 'contacts');
+    await fill(page, { name: kHostile, number: '1' });
+    await page.getByRole('button', { name: 'Add' }).click();
+    await expect(told(page)).toHaveText('The contact was added.');
+    await fill(page, { search: kHostile });
+    await page.getByRole('button', { name: 'Search' }).click();
+    await expect(page.getByRole('cell', { name: kHostile, exact: true })).toBeVisible();
+    await expectText(page, check);
+    await page.getByRole('button', { name: `Remove: ${kHostile}` }).click();
+    await expect(told(page)).toHaveText('The contact was removed.');
+});
+
+test('in a list of contacts', async ({ page, check }) => {
+    await signInTo(page, 'contacts-preview');
+    const quoted = `"${kHostile.replace('"', '""')}"`;
+    await field(page, 'contacts').setInputFiles(
+        file(`${kHostile}.csv`, `${quoted},1\nWrong,${quoted}\n`, 'text/csv'));
+    await page.getByRole('button', { name: 'Show a preview' }).click();
+    await expect(page.getByRole('cell', { name: kHostile, exact: true })).toBeVisible();
+    await expectText(page, check);
+});
+
+test('as user name of a sign-in', async ({ page, check, expectStatus }) => {
+    await page.goto('/');
+    expectStatus(403);
+    await page.locator('[name=user]').fill(kHostile);
+    await page.locator('[name=password]').fill(kHostile);
+    await page.locator('form button').click();
+    await expect(page.getByRole('alert')).toBeVisible();
+    await expect(page.locator('[name=user]')).toHaveValue(kHostile);
+    await expectText(page, check);
+});
+
+test('as the name of a firmware image', async ({ page, check }) => {
+    await signInTo(page, 'settings-upgrade');
+    await field(page, 'firmware').setInputFiles(file(`${kHostile}.img`, image()));
+    await page.getByRole('button', { name: 'Upload' }).click();
+    await expect(told(page)).toContainText(`${kHostile}.img: The image was received`);
+    await expectText(page, check);
+});
+
+test('as an element of a configuration', async ({ page, check, expectStatus }) => {
+    await signInTo(page, 'settings-config');
+    const escaped = kHostile.replaceAll('&', '&amp;').replaceAll('<', '&lt;');
+    await field(page, 'config').setInputFiles(file(`${kHostile}.xml`,
+        `<configuration><account><label>${escaped}</label><zq/></account></configuration>`));
+    expectStatus(422);
+    await page.getByRole('button', { name: 'Import' }).click();
+    await expect(page.getByRole('cell', { name: 'account[1]/zq' })).toBeVisible();
+    await expectText(page, check);
+});
+
+test('as a remote event', async ({ page, request, check }) => {
+    const hostile = 'zq\'"&%';
+    const events = ['key', 'number', 'command'];
+    for (const event of events) {
+        const answer = await get(request, `/servlet?${event}=${encodeURIComponent(hostile)}`);
+        expect([event, answer.status()]).toEqual([event, 400]);
+    }
+    await signInTo(page, 'status');
+    await expect(page.getByRole('cell', { name: hostile })).toHaveCount(events.length);
+    await expectText(page, check);
+});
+
+test('as the values of a configuration, wherever they are shown', async ({ page, check }) => {
+    await signInTo(page, 'settings-config');
+    const escaped = kHostile.replaceAll('&', '&amp;').replaceAll('<', '&lt;');
+    await field(page, 'config').setInputFiles(file('hostile.xml', `<configuration><account>
+        <label>${escaped}</label><displayName>${escaped}</displayName></account></configuration>`));
+    await page.getByRole('button', { name: 'Import' }).click();
+    await expect(told(page)).toHaveText('The configuration was imported.');
+    await open(page, 'accounts');
+    await expectValues(page, { label: kHostile, displayName: kHostile });
+    await expectText(page, check);
+    await open(page, 'status');
+    await expect(page.getByRole('link', { name: kHostile })).toBeVisible();
+    await expectText(page, check);
+    await open(page, 'phone');
+    await page.getByRole('button', { name: 'L1' }).click();
+    await expectText(page, check);
+});

@@ -1,0 +1,17 @@
+// That a spec file which asks for a new phone gets one.
+import { access, writeFile } from 'node:fs/promises';
+import { expectSignedOut, renewPhone, signIn } from '../support/phone.js';
+import { expect, startWithNewPhone, test } from '../support/test.js';
+
+startWithNewPhone();
+
+test('a new phone knows nothing of before and answers at once', async ({ page, request }) => {
+    const kept = `${process.env.BUILD}/device/phone/data/kept`;
+    await signIn(page);
+    await writeFile(kept, 'something');
+
+    await renewPhone(request);
+    await expect(access(kept)).rejects.toThrow('ENOENT');
+    await page.goto('/servlet?p=status');
+    await expectSignedOut(page);
+});

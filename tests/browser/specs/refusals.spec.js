@@ -1,0 +1,156 @@
+// What other web sites and made-up addresses cannot do.
+import { File } from 'node:buffer';
+import { once } from 'node:events';
+import { createServer } from 'node:http';
+import { expectSignedIn, get, open, signIn, wordOf } from '../support/phone.js';
+import { expect, startWithNewPhone, test } from '../support/test.js';
+
+startWithNewPhone();
+
+// Requests that change something, as a page of another site would send them: without the token.
+const kChanges = [
+    ['login&q=logout', {}],
+    ['accounts&q=save&acc=0', { label: 'Gone' }],
+    ['network&q=save', { mode: 'dhcp', hostname: 'gone' }],
+    ['audio&q=save', { ringtone: 'bell', ringVolume: 1, speakerVolume: 1, handsetVolume: 1,
+        micGain: 1, codec: 'pcma' }],
+    ['security&q=password', { oldPassword: 'admin', newPassword: 'very secret',
+        repeat: 'very secret' }],
+    ['security&q=access', { idleSeconds: 3600, remoteAddresses: '192.0.2.1' }],
+    ['contacts&q=search', { search: 'a' }],
+    ['contacts&q=add', { name: 'Nobody', number: '1' }],
+    ['contacts&q=remove', { name: 'Alice Anderson' }],
+    ['contacts-preview&q=preview', { contacts: new File(['Nobody,1\n'], 'a.csv') }],
+    ['contacts-preview&q=apply', {}],
+    ['settings-config&q=import', { config: new File(['<configuration/>'], 'a.xml') }],
+    ['settings-config&q=localconfig&type=import', {}],
+    ['settings-config&q=localconfig&type=remove', {}],
+    ['settings-upgrade&q=upload', { firmware: new File(['DPFWIMG1'], 'a.img') }],
+    ['settings-upgrade&q=reboot', {}],
+    ['settings-upgrade&q=reset', { confirm: 1 }],
+    ['settings-autop&now=true', {}],
+    ['phone&q=key', { key: '5' }],
+];
+
+const hasFile = (fields) => Object.values(fields).some((value) => value instanceof File);
+
+const elsewhere = test.extend({
+    // The port of a web site with a page that the test writes.
+    evilPort: async ({}, use) => {
+        const server = createServer((request, response) => {
+            response.setHeader('Content-Type', 'text/html; charset=utf-8');
+            response.end('<!DOCTYPE html><link rel="icon" href="data:,"><title>Win!</title>');
+        }).listen(0);
+        await once(server, 'listening');
+        await use(server.address().port);
+        server.closeAllConnections();
+        await new Promise((closed) => server.close(closed));
+    },
+});
+
+// All that the phone keeps and does, as far as its pages tell.
+async function stateOf(page, request) {
+    const text = async (query) => (await get(page.request, `/servlet?p=${query}`)).text();
+    const { desk } = JSON.parse(await text('status-data&quiet=p=notice'));
+    return [await text('settings-config&q=export'), await text('contacts&q=export'), desk,
+        await wordOf(request), (await text('contacts')).replace(/value="[0-9a-f]{32,}"/g, '')];
+}
+
+async function postForm(page, action, fields) {
+    await page.setContent(`<form method="post" action="${action}"><button>Win</button></form>`);
+    await page.locator('form').evaluate((form, given) => {
+        for (const [name, value] of Object.entries(given)) {
+            const input = document.createElement('input');
+            form.append(Object.assign(input, { type: 'hidden', name, value }));
+        }
+    }, fields);
+    await page.getByRole('button').click();
+    await page.waitForURL(/\/servlet/);
+}
+
+async function postFile(page, action, fields) {
+    const [[name, file]] = Object.entries(fields);
+    const content = await file.text();
+    await page.evaluate(async ({ to, name, content, fileName }) => {
+        const body = new FormData();
+        body.append(name, new File([content], fileName));
+        await fetch(to, { method: 'POST', mode: 'no-cors', credentials: 'include', body });
+    }, { to: action, name, content, fileName: file.name });
+}
+
+// The first is the same site to a browser, which sends the cookie along; the other is not.
+for (const [host, isSameSite] of [['127.0.0.1', true], ['localhost', false]]) {
+    elsewhere(`no form of another web site, on ${host}, changes anything`,
+        async ({ page, request, baseURL, evilPort, expectStatus }) => {
+            await signIn(page);
+            const before = await stateOf(page, request);
+            for (const [query, fields] of kChanges) {
+                await test.step(query, async () => {
+                    await page.goto(`http://${host}:${evilPort}/`);
+                    if (isSameSite) {
+                        expectStatus(403);
+                    }
+                    const post = hasFile(fields) ? postFile : postForm;
+                    await post(page, `${baseURL}/servlet?p=${query}`, fields);
+                    expect(await stateOf(page, request)).toEqual(before);
+                });
+            }
+            await open(page, 'status');
+            await expectSignedIn(page);
+        });
+
+    elsewhere(`no link of another web site, on ${host}, changes anything`,
+        async ({ page, request, baseURL, evilPort, expectStatus }) => {
+            await signIn(page);
+            const before = await stateOf(page, request);
+            for (const [query, fields] of kChanges.filter(([, fields]) => !hasFile(fields))) {
+                await test.step(query, async () => {
+                    await page.goto(`http://${host}:${evilPort}/`);
+                    const given = new URLSearchParams(fields);
+                    // Some show the page, others say that they want a form; both are fine.
+                    if (/logout|localconfig|reboot|reset|now=/.test(query)) {
+                        expectStatus(403);
+                    }
+                    await page.setContent('<a>Win</a>');
+                    await page.locator('a').evaluate((link, href) => { link.href = href; },
+                        `${baseURL}/servlet?p=${query}&${given}`);
+                    await page.locator('a').click();
+                    await page.waitForURL(/\/servlet/);
+                    expect(await stateOf(page, request)).toEqual(before);
+                });
+            }
+            await open(page, 'status');
+            await expectSignedIn(page);
+        });
+}
+
+test('a form that was open while its user signed in again says so',
+    async ({ page, expectStatus, check }) => {
+    await signIn(page);
+    await open(page, 'audio');
+    const other = await page.context().newPage();
+    await open(other, 'status');
+    await other.locator('form[action*="q=logout"] button').first().click();
+    await signIn(other);
+    expectStatus(403);
+    await page.getByRole('button', { name: 'Save' }).click();
+    await expect(page.locator('h1')).toHaveText('Not done');
+    await check(page, { schemes: ['light', 'dark'] });
+    await page.getByRole('link', { name: 'Open the page' }).click();
+    await expect(page.locator('h1')).toHaveText('Audio');
+});
+
+test('asking for a page that the phone does not have does no harm', async ({ page }) => {
+    await signIn(page);
+    const answer = await get(page.request, '/servlet?p=nowhere');
+    expect(await answer.text()).toContain('404 - Not Found');
+
+    await open(page, 'status');
+    await expectSignedIn(page);
+});
+
+test('an address with a script in it is refused', async ({ page, expectStatus }) => {
+        expectStatus(404);
+        await page.goto('/servlet?p=%3Cscript%3E');
+        expect(await page.locator('script').count()).toBe(0);
+    });

@@ -1,0 +1,168 @@
+import { kLanguages } from '../support/languages.js';
+import { errorOf, expectAt, expectSignedIn, expectSignedOut, field, fillSignIn, kAdmin, open, send,
+    signIn, signInTo, signOut, told, trySignIn } from '../support/phone.js';
+import { expect, startWithNewPhone, test } from '../support/test.js';
+
+startWithNewPhone();
+
+const kBothSchemes = { schemes: ['light', 'dark'] };
+const kWrong = { ...kAdmin, password: 'wrong' };
+
+for (const language of kLanguages) {
+    test.describe(`in ${language}`, () => {
+        test.use({ language });
+
+        test('the user signs in and out', async ({ page, check }) => {
+            await page.goto('/');
+            await check(page, kBothSchemes);
+            await signIn(page);
+            await check(page);
+            await signOut(page);
+            await check(page);
+        });
+
+        test('a wrong password is told', async ({ page, check, expectStatus }) => {
+            expectStatus(403);
+            await trySignIn(page, kWrong);
+            await expect(page.getByRole('alert')).toBeVisible();
+            await expectSignedOut(page);
+            await expect(page.locator('[name=user]')).toHaveValue('admin');
+            await expect(page.locator('[name=password]')).toHaveValue('');
+            await check(page, kBothSchemes);
+        });
+    });
+}
+
+test('nothing is sent as long as a field is empty', async ({ page }) => {
+    await page.goto('/');
+    await page.locator('[name=user]').fill('admin');
+    await page.locator('form button').click();
+    await expect(errorOf(page, 'password')).toHaveText('Please fill in this field.');
+    await expect(page.locator('[name=password]')).toBeFocused();
+});
+
+test('whoever guesses has to wait, and then may sign in', async ({ page, expectStatus }) => {
+    const guess = () => page.request.post('/servlet?p=login&q=login', { form: kWrong });
+    await page.goto('/');
+    await page.locator('[name=user]').fill('admin');
+    await page.locator('[name=password]').fill('admin');
+    while ((await guess()).status() !== 429) {
+        // Guesses on; each wait is twice as long as the one before.
+    }
+    expectStatus(429);
+    await page.locator('form button').click();
+    await expect(page.getByRole('alert')).toHaveText(/^Too many attempts. Try again in \d+ seconds.$/);
+    await expectSignedOut(page);
+
+    const [seconds] = (await page.getByRole('alert').innerText()).match(/\d+/);
+    await page.waitForTimeout(1000 * Number(seconds));
+    await signIn(page);
+});
+
+test('a page asks whoever is not signed in to do so, and then shows itself', async ({ page }) => {
+    await open(page, 'network');
+    await expectSignedOut(page);
+    await signInTo(page, 'audio');
+});
+
+test('going back after signing out shows nothing of what was there', async ({ page }) => {
+    await signInTo(page, 'contacts');
+    await open(page, 'settings-upgrade');
+    await signOut(page);
+    for (let i = 0; i < 2; ++i) {
+        await page.goBack();
+        await expectSignedOut(page);
+        await expect(page.getByText('Alice Anderson')).toHaveCount(0);
+    }
+});
+
+test('two visitors have sessions of their own', async ({ visit }) => {
+    const [one, other] = [await visit(), await visit()];
+    await signIn(one);
+    await open(other, 'status');
+    await expectSignedOut(other);
+
+    await signIn(other);
+    await open(other, 'security');
+    await expect(other.locator('section:last-of-type tbody tr')).not.toHaveCount(0);
+    await signOut(one);
+    await other.reload();
+    await expectSignedIn(other);
+});
+
+test.describe('without use', () => {
+    // The pages ask in the background as long as somebody is there: ten seconds; then the session
+    // has ten seconds left.
+    const kIdleSeconds = 10;
+
+    test('a session ends, though pages are open, and the next click asks to sign in',
+        async ({ visit, expectStatus }) => {
+            test.setTimeout(90_000);
+            const [quiet, live] = [await visit(), await visit()];
+            await signInTo(quiet, 'security');
+            await send(quiet, { idleSeconds: String(kIdleSeconds) });
+            await expect(told(quiet)).toHaveText('Saved.');
+            await signInTo(live, 'status');
+
+            await expect(live.locator('[data-paused]')).toBeVisible({ timeout: 20_000 });
+            await live.waitForTimeout(1000 * (kIdleSeconds + 1));
+            await expectSignedIn(quiet); // as it was shown
+            await quiet.locator('.side').getByRole('link', { name: 'Audio' }).click();
+            await expectSignedOut(quiet);
+            await fillSignIn(quiet);
+            await expectAt(quiet, 'audio');
+
+            // This one asks as soon as somebody is there again.
+            expectStatus(403, live);
+            await live.mouse.move(100, 100);
+            await expectSignedOut(live);
+            await fillSignIn(live);
+            await expectAt(live, 'status');
+        });
+});
+
+test.describe('the password', () => {
+    const kNew = 'correct horse battery';
+    const change = (page, oldPassword, newPassword, repeat = newPassword) =>
+        send(page, { oldPassword, newPassword, repeat });
+
+    test('is not changed by who does not know it', async ({ page, expectStatus, check }) => {
+        await signInTo(page, 'security');
+        expectStatus(422);
+        await change(page, 'not it', kNew);
+        await expect(errorOf(page, 'oldPassword')).toHaveText('This is not the present password.');
+        await expect(field(page, 'oldPassword')).toBeFocused();
+        await expect(field(page, 'newPassword')).toHaveValue('');
+        await check(page, kBothSchemes);
+    });
+
+    test('is checked before it is sent', async ({ page }) => {
+        await signInTo(page, 'security');
+        await change(page, 'admin', 'short');
+        await expect(errorOf(page, 'newPassword')).toHaveText('Use at least 8 characters.');
+        await change(page, 'admin', kNew, 'something else');
+        await expect(errorOf(page, 'repeat')).toHaveText('The two passwords differ.');
+        await expect(told(page)).toHaveCount(0);
+    });
+
+    test('is changed: the old one is refused, and whoever knew it is signed out',
+        async ({ visit, expectStatus }) => {
+            const [own, other] = [await visit(), await visit()];
+            await signInTo(other, 'network');
+            await signInTo(own, 'security');
+            await expect(own.getByText('The factory password is still in use.')).toBeVisible();
+
+            await change(own, 'admin', kNew);
+            await expect(told(own)).toHaveText('Saved.');
+            await expect(own.getByText('The factory password is still in use.')).toBeHidden();
+            await open(own, 'status');
+            await expectSignedIn(own);
+
+            await open(other, 'audio');
+            await expectSignedOut(other);
+            expectStatus(403, other);
+            await trySignIn(other);
+            await expect(other.getByRole('alert')).toHaveText('Wrong user name or password.');
+            await signIn(other, { ...kAdmin, password: kNew });
+        });
+});

@@ -1,0 +1,132 @@
+// That the other specs would fail: each fault of a page is noticed.
+import { faultsOf } from '../support/check.js';
+import { expect, test } from '../support/test.js';
+import { Watch } from '../support/watch.js';
+
+const kHead = '<meta charset="utf-8"><title>A page</title>';
+const kGood = `<!DOCTYPE html>
+<html lang="en"><head>${kHead}</head><body><main><h1>A page</h1></main></body></html>`;
+
+const withBody = (body) => kGood.replace('<h1>A page</h1>', `<h1>A page</h1>${body}`);
+
+// A page served at an address that does not exist otherwise, and what is noticed of it.
+const observed = test.extend({
+    observe: async ({ browser, baseURL }, use) => {
+        const context = await browser.newContext({ baseURL });
+        await use(async (html, headers = {}) => {
+            const watch = new Watch(context, 'en');
+            await context.route('**/made-up', (route) => route.fulfill({
+                contentType: 'text/html; charset=utf-8', headers, body: html }));
+            const page = await context.newPage();
+            await page.goto('/made-up');
+            return { page, watch };
+        });
+        await context.close();
+    },
+});
+
+observed('a page without fault is left in peace', async ({ observe }) => {
+    const { page, watch } = await observe(kGood);
+    expect(watch.takeProblems()).toEqual([]);
+    const faults = await faultsOf(
+        page, watch.documentOf(page), { language: 'en', schemes: ['light', 'dark'] });
+    expect(faults).toEqual([]);
+});
+
+for (const [what, body, problem] of [
+    ['an error on the console', '<script>console.error("so bad")</script>', /^console error: so bad/],
+    ['a warning', '<script>console.warn("beware")</script>', /^console warning: beware/],
+    ['an exception', '<script>throw new Error("ouch")</script>', /^uncaught: .*ouch/],
+    ['a rejected promise', '<script>Promise.reject(new Error("ouch"))</script>', /^uncaught: .*ouch/],
+    ['a missing picture', '<img src="/none.png" alt="">', /^status 404: GET .*\/none.png/],
+    ['a server that is away', '<img src="http://127.0.0.1:1/" alt="">', /^failed: GET http:\/\/127/],
+]) {
+    observed(`${what} is noticed`, async ({ observe }) => {
+        const { watch } = await observe(withBody(body));
+        expect(watch.takeProblems()).toContainEqual(expect.stringMatching(problem));
+        expect(watch.takeProblems()).toEqual([]);
+    });
+}
+
+observed('what the content security policy holds off is noticed', async ({ observe }) => {
+    const { watch } = await observe(withBody('<script>var a</script>'),
+        { 'Content-Security-Policy': "default-src 'self'" });
+    expect(watch.takeProblems()).toEqual([expect.stringMatching(/Content Security Policy/)]);
+});
+
+observed('an announced failure is none, once; not getting it is one', async ({ observe }) => {
+    const { page, watch } = await observe(kGood);
+    watch.expectStatus(404);
+    await page.goto('/none');
+    expect(watch.takeProblems()).toEqual([]);
+    await page.goto('/none');
+    expect(watch.takeProblems()).toEqual([expect.stringMatching(/^status 404: GET/)]);
+    watch.expectStatus(403);
+    expect(watch.takeProblems()).toEqual(['no answer with status 403']);
+});
+
+observed('an announced lack of an answer is none, once; getting one is one', async ({ observe }) => {
+    const { page, watch } = await observe(kGood);
+    const ask = () => page.evaluate(() => fetch('http://127.0.0.1:1/').catch(() => {}));
+    watch.expectFailure();
+    await ask();
+    expect(watch.takeProblems()).toEqual([]);
+    await ask();
+    expect(watch.takeProblems()).toEqual([expect.stringMatching(/^failed: GET/)]);
+    watch.expectFailure();
+    expect(watch.takeProblems()).toEqual(['no request without an answer']);
+});
+
+async function giveUp(page) {
+    const failed = page.waitForEvent('requestfailed');
+    await page.evaluate(() => {
+        const abort = new AbortController();
+        fetch('/endless', { signal: abort.signal }).catch(() => {});
+        setTimeout(() => abort.abort(), 100);
+    });
+    await failed;
+}
+
+observed('a request that a page gives up while it stays is noticed, unless announced',
+    async ({ observe }) => {
+        const { page, watch } = await observe(kGood);
+        await page.context().route('**/endless', () => {});
+        await giveUp(page);
+        expect(watch.takeProblems()).toEqual([
+            expect.stringMatching(/^failed: GET .*\/endless: net::ERR_ABORTED$/)]);
+        watch.expectFailure();
+        await giveUp(page);
+        expect(watch.takeProblems()).toEqual([]);
+    });
+
+observed('a request that is given up because the page is left is none', async ({ observe }) => {
+    const { page, watch } = await observe(kGood);
+    await page.context().route('**/endless', () => {});
+    const begun = page.waitForRequest('**/endless');
+    await page.evaluate(() => { fetch('/endless'); });
+    await begun;
+    const failed = page.waitForEvent('requestfailed');
+    await page.goto('/made-up');
+    await failed;
+    expect(watch.takeProblems()).toEqual([]);
+});
+
+for (const [what, html, fault] of [
+    ['a picture without a text', withBody('<img src="data:,">'), /^light: axe image-alt/],
+    ['a text that cannot be told from the page in the dark',
+        kGood.replace('</head>', `<style>:root { color-scheme: light dark }
+            body { background: Canvas }
+            @media (prefers-color-scheme: dark) { h1 { color: #222 } }</style></head>`),
+        /^dark: axe color-contrast/],
+    ['an element that is not closed', withBody('<div>'), /^html .*close-order/],
+    ['an id twice', withBody('<p id="a">1</p><p id="a">2</p>'), /^html .*no-dup-id/],
+    ['a page that does not say what it is', kGood.replace('<!DOCTYPE html>', ''), /^html .*doctype/],
+    ['a page in another language', kGood.replace('"en"', '"de"'), /^lang is de, not en$/],
+]) {
+    observed(`${what} is noticed`, async ({ observe }) => {
+        const { page, watch } = await observe(html);
+        const faults = await faultsOf(
+            page, watch.documentOf(page), { language: 'en', schemes: ['light', 'dark'] });
+        expect(faults).toContainEqual(expect.stringMatching(fault));
+    });
+}

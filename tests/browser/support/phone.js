@@ -1,0 +1,165 @@
+// The phone as its user works it; what the journeys share.
+import { readFile, rm, readdir } from 'node:fs/promises';
+import { gzipSync } from 'node:zlib';
+import { expect } from '@playwright/test';
+
+export const kAdmin = { user: 'admin', password: 'admin' };
+
+// What each page of the navigation is called in the texts.
+export const kPages = {
+    status: 'status.title',
+    phone: 'phone.title',
+    accounts: 'accounts.title',
+    network: 'network.title',
+    audio: 'audio.title',
+    contacts: 'contacts.title',
+    'settings-config': 'config.title',
+    'settings-upgrade': 'upgrade.title',
+    'settings-autop': 'autop.title',
+    security: 'security.title',
+};
+
+// ---- Going about
+
+export const open = (page, p, more = '') => page.goto(`/servlet?p=${p}${more}`);
+
+const signInForm = (page) => page.locator('form[action$="q=login"]');
+// One beside the navigation and one in the menu of narrow windows.
+const signOutButtons = (page) => page.locator('form[action*="q=logout"] button');
+
+export async function fillSignIn(page, { user, password } = kAdmin) {
+    await signInForm(page).locator('[name=user]').fill(user);
+    await signInForm(page).locator('[name=password]').fill(password);
+    await signInForm(page).locator('button').click();
+}
+
+export async function trySignIn(page, credentials = kAdmin) {
+    await page.goto('/');
+    await fillSignIn(page, credentials);
+}
+
+export async function signIn(page, credentials) {
+    await trySignIn(page, credentials);
+    await expectSignedIn(page);
+}
+
+// Asks for a page, and signs in when told to.
+export async function signInTo(page, p, credentials = kAdmin) {
+    await open(page, p);
+    await fillSignIn(page, credentials);
+    await expectAt(page, p);
+}
+
+export async function signOut(page) {
+    await signOutButtons(page).locator('visible=true').click();
+    await expectSignedOut(page);
+}
+
+export async function expectSignedIn(page) {
+    await expect(signOutButtons(page)).not.toHaveCount(0);
+}
+
+export async function expectSignedOut(page) {
+    await expect(signInForm(page)).toBeVisible();
+    await expect(signOutButtons(page)).toHaveCount(0);
+}
+
+export async function expectAt(page, p) {
+    await expect(page).toHaveURL(new RegExp(`[?]p=${p}(&|$)`));
+    await expectSignedIn(page);
+}
+
+// ---- Forms
+
+// Buttons have names, too.
+const fieldSelector = (name) => `[name="${name}"]:not(button)`;
+
+export const field = (page, name) => page.locator(`#main ${fieldSelector(name)}`);
+export const formOf = (page, name) => page.locator(`#main form:has(${fieldSelector(name)})`);
+export const errorOf = (page, name) => page.locator(`#${name}-error`);
+// What the page says of the last change.
+export const told = (page) => page.locator('#main > [role=alert], #main > [role=status]');
+
+async function set(page, name, value) {
+    const input = field(page, name).first();
+    if (typeof value === 'boolean') {
+        await input.setChecked(value);
+    } else if (await input.evaluate((element) => element.type === 'radio')) {
+        await page.locator(`#main [name="${name}"][value="${value}"]`).check();
+    } else if (await input.evaluate((element) => element.matches('select'))) {
+        await input.selectOption(value);
+    } else {
+        await input.fill(value);
+    }
+}
+
+export async function fill(page, values) {
+    for (const [name, value] of Object.entries(values)) {
+        await set(page, name, value);
+    }
+}
+
+// Fills in these fields of a form and sends it.
+export async function send(page, values) {
+    await fill(page, values);
+    await formOf(page, Object.keys(values)[0]).locator('button:not([type=button])').click();
+}
+
+export async function expectValues(page, values) {
+    for (const [name, value] of Object.entries(values)) {
+        if (typeof value === 'boolean') {
+            await expect(field(page, name)).toBeChecked({ checked: value });
+        } else if (await field(page, name).count() > 1) {
+            await expect(page.locator(`#main [name="${name}"]:checked`)).toHaveValue(value);
+        } else {
+            await expect(field(page, name)).toHaveValue(value);
+        }
+    }
+}
+
+// ---- Files
+
+export const file = (name, content, mimeType = 'application/octet-stream') =>
+    ({ name, mimeType, buffer: Buffer.from(content) });
+
+// A firmware image that the phone takes; see phone/src/model/firmware_image.h.
+export function image({ version = '9.8.7', model = 'Desk phone', payload = Buffer.from('new') } = {}) {
+    const length = Buffer.alloc(4);
+    length.writeUInt32LE(payload.length);
+    const text = (content) => Buffer.concat([Buffer.from(content), Buffer.alloc(16)], 16);
+    const start = Buffer.concat(
+        [Buffer.from('DPFWIMG1'), text(model), text(version), length, payload]);
+    // The same checksum stands at the end of a gzip file, before the length.
+    return Buffer.concat([start, gzipSync(start, { level: 1 }).subarray(-8, -4)]);
+}
+
+// The bytes of what a link or button downloads, and the name that it proposes.
+export async function download(page, link) {
+    const [got] = await Promise.all([page.waitForEvent('download'), link.click()]);
+    return { name: got.suggestedFilename(), content: await readFile(await got.path()) };
+}
+
+// ---- The device
+
+// Without the browser. Once more if the web server closed an idle connection just when it was to be
+// used again.
+export const get = (request, address) => request.get(address, { maxRetries: 1 });
+
+export const wordOf = async (request) => (await (await get(request, '/servlet?p=notice')).text()).trim();
+
+// Cut off, so that it cannot write what it knows; the web server starts it again.
+export async function killPhone(request) {
+    process.kill(Number(await readFile(`${process.env.BUILD}/fcgi_host.pid`, 'utf-8')), 'SIGKILL');
+    await expect(async () => {
+        expect((await request.get('/')).status()).toBe(200);
+    }).toPass({ timeout: 10_000 });
+}
+
+// As it comes from the factory: nothing of what it kept is left, and nobody is signed in.
+export async function renewPhone(request) {
+    const data = `${process.env.BUILD}/device/phone/data`;
+    for (const name of await readdir(data)) {
+        await rm(`${data}/${name}`, { recursive: true });
+    }
+    await killPhone(request);
+}

@@ -1,0 +1,68 @@
+// The `test` of all specs: every page that it gives is watched, and what goes wrong in one fails
+// the test at its end.
+//   page, visit({language, ...})  a page; one of another visitor, with cookies of their own
+//   expectStatus(403)             announces an answer that would be a failure
+//   expectFailure()               announces a request that gets no answer at all
+//   check(page, {schemes})        see check.js
+//   language                      an option: test.use({ language: 'de' })
+import { expect, test as base } from '@playwright/test';
+import { faultsOf } from './check.js';
+import { renewPhone } from './phone.js';
+import { Watch } from './watch.js';
+
+export { expect };
+
+export const test = base.extend({
+    language: ['en', { option: true }],
+    locale: async ({ language }, use) => use(language),
+
+    watches: async ({}, use) => {
+        const watches = new Map();
+        await use(watches);
+        const problems = [...watches.values()].flatMap((watch) => watch.takeProblems());
+        expect(problems, 'what went wrong in the pages').toEqual([]);
+    },
+
+    context: async ({ context, language, watches }, use) => {
+        watches.set(context, new Watch(context, language));
+        await use(context);
+    },
+
+    visit: async ({ browser, contextOptions, language, watches }, use) => {
+        const contexts = [];
+        await use(async (options = {}) => {
+            const { language: spoken = language, ...rest } = options;
+            const context = await browser.newContext({ ...contextOptions, locale: spoken, ...rest });
+            contexts.push(context);
+            watches.set(context, new Watch(context, spoken));
+            return context.newPage();
+        });
+        await Promise.all(contexts.map((context) => context.close()));
+    },
+
+    expectStatus: async ({ context, watches }, use) => {
+        await use((status, page) => watches.get(page?.context() ?? context).expectStatus(status));
+    },
+
+    expectFailure: async ({ context, watches }, use) => {
+        await use(() => watches.get(context).expectFailure());
+    },
+
+    check: async ({ watches }, use) => {
+        await use(async (page, { schemes = ['light'] } = {}) => {
+            const watch = watches.get(page.context());
+            const faults = await faultsOf(
+                page, watch.documentOf(page), { language: watch.language, schemes });
+            expect(faults, `what is wrong with ${page.url()}`).toEqual([]);
+        });
+    },
+});
+
+// For a spec file that changes what the phone keeps.
+export function startWithNewPhone() {
+    test.beforeAll(async ({ playwright, baseURL }) => {
+        const request = await playwright.request.newContext({ baseURL });
+        await renewPhone(request);
+        await request.dispose();
+    });
+}
