@@ -1,0 +1,147 @@
+"""README.md and docs/: what they show is what is built, and what they say can be done."""
+
+import os
+import pathlib
+import re
+import shutil
+import socket
+import subprocess
+import time
+import urllib.error
+import urllib.request
+
+import pytest
+
+SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
+GUIDE = SOURCE / "docs/plugin-guide.md"
+DOCUMENTS = [SOURCE / "README.md", SOURCE / "CHANGELOG.md", *sorted((SOURCE / "docs").glob("*.md"))]
+
+# A fenced block, and the comment before it that names the file that it is from, if there is one.
+BLOCK = re.compile(r"(?:<!-- (?P<source>[^ ]+) -->\n)?^```(?P<language>.*)\n(?P<text>(?:.*\n)*?)```$",
+                   re.MULTILINE)
+QUOTED = {"cpp", "cmake", "xml", "html"}
+SERVING = 900  # seconds for a first build
+
+
+def blocks(text):
+    return [(match["source"], match["language"], match["text"]) for match in BLOCK.finditer(text)]
+
+
+def section(document, title):
+    """From a heading to the next one that is no deeper."""
+    text = document.read_text()
+    begin = re.search(f"^(#+) {re.escape(title)}$", text, re.MULTILINE)
+    assert begin, title
+    end = re.search(f"^#{{1,{len(begin[1])}}} ", text[begin.end():], re.MULTILINE)
+    return text[begin.end():][:end.start() if end else None]
+
+
+@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
+def test_every_piece_of_code_stands_in_the_file_that_it_names(document):
+    for source, language, text in blocks(document.read_text()):
+        if language in QUOTED:
+            assert source, f"names no file:\n{text}"
+            assert "\n" + text in "\n" + (SOURCE / source).read_text(), source
+        else:
+            assert not source, f"a block of {language or 'plain text'} cannot be from {source}"
+
+
+@pytest.mark.parametrize("name", ["README.md", "docs/plugin-guide.md"])
+def test_there_is_code_to_look_at(name):
+    assert QUOTED & {language for _, language, _ in blocks((SOURCE / name).read_text())}
+
+
+@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
+def test_every_link_leads_somewhere(document):
+    text = document.read_text()
+    for target in re.findall(r"\]\(([^)]+)\)", text):
+        path, _, heading = target.partition("#")
+        assert not re.match("[a-z]+:", target), f"{target} cannot be looked up here"
+        linked = document.parent / path if path else document
+        assert linked.exists(), target
+        if heading:
+            titles = re.findall(r"^#+ (.*)$", linked.read_text(), re.MULTILINE)
+            anchors = [re.sub("[^a-z0-9 -]", "", title.lower()).replace(" ", "-")
+                       for title in titles]
+            assert heading in anchors, target
+
+
+@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
+def test_every_file_that_is_named_by_its_path_is_there(document):
+    folders = "|".join(path.name for path in SOURCE.iterdir()
+                       if path.is_dir() and path.name != "build")
+    for path in re.findall(rf"`((?:{folders})/[A-Za-z0-9_./-]*)`", document.read_text()):
+        assert (SOURCE / path).exists(), path
+
+
+@pytest.fixture(scope="module")
+def sources(tmp_path_factory):
+    """This project as somebody has got it."""
+    return pathlib.Path(shutil.copytree(
+        SOURCE, tmp_path_factory.mktemp("somewhere") / "fcgiServer",
+        ignore=shutil.ignore_patterns("build", ".git", "node_modules", "__pycache__")))
+
+
+def page(address):
+    """What is served there; nothing while nobody serves."""
+    try:
+        with urllib.request.urlopen(address, timeout=10) as answer:
+            return answer.read().decode()
+    except (urllib.error.URLError, ConnectionError):
+        return ""
+
+
+def wait_for_page(serving, log, address, text):
+    end = time.monotonic() + SERVING
+    while text not in page(address):
+        assert serving.poll() is None and time.monotonic() < end, log.read_text()
+        time.sleep(1)
+
+
+def free_port():
+    with socket.socket() as taken:
+        taken.bind(("127.0.0.1", 0))
+        return taken.getsockname()[1]
+
+
+def run_shell(command, folder, sources):
+    subprocess.run(["bash", "-ec", command], cwd=folder, check=True,
+                   env=dict(os.environ, FCGISERVER=str(sources)))
+
+
+def write_files(folder, part):
+    """The files of the guide, under their own names in the project that they make."""
+    for source, language, text in blocks(part):
+        if language in QUOTED:
+            path = folder / pathlib.Path(source).relative_to("tests/package/first")
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_text(text)
+
+
+def test_the_guide_leads_from_an_empty_folder_to_a_page(sources, tmp_path):
+    part = section(GUIDE, "From an empty folder to a page")
+    start, = [text for _, language, text in blocks(part) if language == "sh"]
+    address = re.search("http://[^ >)`]+", part)[0]
+    write_files(tmp_path, part)
+    port = free_port()
+    log = tmp_path.parent / "serve.log"
+    # Another port than the guide's, which may be taken.
+    command = f"exec {start.strip()} --port {port}"
+    with log.open("w") as output:
+        serving = subprocess.Popen(["bash", "-ec", command], cwd=tmp_path, stdout=output,
+                                   stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL,
+                                   env=dict(os.environ, FCGISERVER=str(sources)))
+    try:
+        here = address.replace(":8080", f":{port}")
+        wait_for_page(serving, log, here, f"<h1>This is {socket.gethostname()}.</h1>")
+        template = tmp_path / "www/WEB-INFO/templates/first.html"
+        template.write_text(template.read_text().replace("This is", "Here is"))
+        wait_for_page(serving, log, here, f"<h1>Here is {socket.gethostname()}.</h1>")
+    finally:
+        serving.terminate()
+        serving.wait(60)
+
+    hello = shutil.copytree(SOURCE / "examples/hello", tmp_path / "hello")
+    commands, = [text for _, language, text in blocks(section(GUIDE, "Tests"))
+                 if language == "sh"]
+    run_shell(commands, hello, sources)
