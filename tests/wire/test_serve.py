@@ -183,8 +183,6 @@ def test_a_plug_in_is_served_in_the_place_of_the_phones_pages(hello):
 
 def test_a_changed_template_and_a_new_file_are_served_by_the_same_daemon(hello, project):
     daemon = daemon_of(hello.process)
-    # In this order: a file that comes after the look that found a change, and goes before the next
-    # one, is served without having been seen.
     (project / "www/new.css").write_text("p { color: red }\n")
     replace(project / TEMPLATE, "Hello,", "Welcome,")
     wait_until(lambda: "Welcome, stranger!" in hello.front.curl("/servlet?p=hello").text,

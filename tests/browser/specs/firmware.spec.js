@@ -31,14 +31,17 @@ async function slowDown(page, bytesPerSecond) {
         offline: false, latency: 0, downloadThroughput: -1, uploadThroughput: bytesPerSecond });
 }
 
-// A line to the phone that breaks as soon as it has carried so many bytes from the browser at once.
+// A line to the phone that breaks as soon as an upload has carried so many bytes, and again when the
+// browser tries the same upload once more on another connection.
 async function lineThatBreaks(bytes) {
+    let hasBroken = false;
     const line = createServer((browser) => {
         const phone = connect(Number(process.env.PHONE_PORT), '127.0.0.1');
         let carried = 0;
         browser.on('data', (piece) => {
             carried += piece.length;
-            if (carried > bytes) {
+            if (carried > bytes || (hasBroken && piece.includes('q=upload'))) {
+                hasBroken = true;
                 browser.resetAndDestroy();
                 phone.destroy();
             }
@@ -94,6 +97,7 @@ test.describe('an upload', () => {
         const line = await lineThatBreaks(kMiB);
         await page.goto(`${line.address}/`);
         await fillSignIn(page);
+        await expectSignedIn(page);
         await page.goto(`${line.address}/servlet?p=settings-upgrade`);
         const before = await version(page).innerText();
         expectFailure();
