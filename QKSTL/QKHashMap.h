@@ -5,10 +5,12 @@
 
 #include "QKSTL/MemoryBlock.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <new>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -53,10 +55,13 @@ struct INT_HASH;
 // Bytes from the first zero byte on take no part in the hash, though they do in the comparison.
 template <>
 struct INT_HASH<std::string> {
-    std::uint32_t operator()(const std::string& key) const {
+    std::uint32_t operator()(std::string_view key) const {
         std::uint32_t hash = 0;
-        for (const char* byte = key.c_str(); *byte != '\0'; ++byte)
-            hash = hash * 131 + static_cast<unsigned char>(*byte);
+        for (const char byte : key) {
+            if (byte == '\0')
+                break;
+            hash = hash * 131 + static_cast<unsigned char>(byte);
+        }
         return hash & 0x7FFFFFFF;
     }
 };
@@ -111,9 +116,10 @@ public:
     // entry goes.
     VALUE& operator[](KEY key) {
         assertValid();
-        TAssoc* pAssoc = getAssoc(key);
+        const std::uint32_t nBucket = bucketOf(key);
+        TAssoc* pAssoc = findInBucket(nBucket, key);
         if (pAssoc == nullptr)
-            pAssoc = insertAtHead(std::move(key));
+            pAssoc = insertAtHead(nBucket, std::move(key));
         return pAssoc->value;
     }
 
@@ -121,9 +127,10 @@ public:
     // m_bMultiValue it stays, and the new entry comes right behind it.
     void put(KEY key, VALUE value) {
         assertValid();
-        TAssoc* pAssoc = getAssoc(key);
+        const std::uint32_t nBucket = bucketOf(key);
+        TAssoc* pAssoc = findInBucket(nBucket, key);
         if (pAssoc == nullptr)
-            pAssoc = insertAtHead(std::move(key));
+            pAssoc = insertAtHead(nBucket, std::move(key));
         else if (m_bMultiValue)
             pAssoc = insertBehind(pAssoc, std::move(key));
         pAssoc->value = std::move(value);
@@ -133,13 +140,12 @@ public:
     void insert(KEY key, VALUE value) { put(std::move(key), std::move(value)); }
 
     // The first entry of `key`, or null.
-    TAssoc* getAssoc(const KEY& key) const {
-        if (m_pHashTable == nullptr)
-            return nullptr;
-        TAssoc* pAssoc = m_pHashTable[bucketOf(key)];
-        while (pAssoc != nullptr && !container_compare(&pAssoc->key, &key))
-            pAssoc = pAssoc->pNext;
-        return pAssoc;
+    TAssoc* getAssoc(const KEY& key) const { return find(key); }
+
+    // The same for a key that need not be copied into a KEY first.
+    template <class VIEW, class = std::enable_if_t<std::is_same_v<VIEW, std::string_view>>>
+    TAssoc* getAssoc(VIEW key) const {
+        return find(key);
     }
 
     // Removes an entry of this map and gives back the one that an iteration visits next, or null.
@@ -162,16 +168,18 @@ public:
     TAssoc* nextAssoc(const TAssoc* pAssoc) const {
         if (m_nCount < 1 || m_nHashTableSize == 0)
             return nullptr;
-        return pAssoc->pNext != nullptr ? pAssoc->pNext : firstInBucketsFrom(pAssoc->nBucket + 1);
+        return followingOf(pAssoc);
     }
 
     // Removes every entry and releases all memory. The sizes stay as they were set.
     void clear() {
         assertValid();
         if (m_pHashTable != nullptr) {
-            for (std::uint32_t nBucket = 0; nBucket < m_nHashTableSize; ++nBucket)
-                for (TAssoc* p = m_pHashTable[nBucket]; p != nullptr; p = p->pNext)
-                    destructElements(p);
+            for (TAssoc* pAssoc = firstInBucketsFrom(0); pAssoc != nullptr;) {
+                TAssoc* pFollowing = followingOf(pAssoc);
+                destructElements(pAssoc);
+                pAssoc = pFollowing;
+            }
             delete[] m_pHashTable;
         }
         m_pFreeList = nullptr;
@@ -210,19 +218,40 @@ public:
     }
 
 private:
-    std::uint32_t bucketOf(const KEY& key) const { return FUN()(key) % m_nHashTableSize; }
-
-    TAssoc* firstInBucketsFrom(std::uint32_t nBucket) const {
-        for (; nBucket < m_nHashTableSize; ++nBucket)
-            if (m_pHashTable[nBucket] != nullptr)
-                return m_pHashTable[nBucket];
-        return nullptr;
+    template <class LIKE_KEY>
+    std::uint32_t bucketOf(const LIKE_KEY& key) const {
+        return FUN()(key) % m_nHashTableSize;
     }
 
-    TAssoc* insertAtHead(KEY&& key) {
+    template <class LIKE_KEY>
+    TAssoc* find(const LIKE_KEY& key) const {
+        return m_pHashTable != nullptr ? findInBucket(bucketOf(key), key) : nullptr;
+    }
+
+    template <class LIKE_KEY>
+    TAssoc* findInBucket(std::uint32_t nBucket, const LIKE_KEY& key) const {
+        if (m_pHashTable == nullptr)
+            return nullptr;
+        TAssoc* pAssoc = m_pHashTable[nBucket];
+        while (pAssoc != nullptr && !container_compare(&pAssoc->key, &key))
+            pAssoc = pAssoc->pNext;
+        return pAssoc;
+    }
+
+    TAssoc* firstInBucketsFrom(std::uint32_t nBucket) const {
+        TAssoc** ppEnd = m_pHashTable + m_nHashTableSize;
+        TAssoc** ppHead = std::find_if(m_pHashTable + nBucket, ppEnd,
+                                       [](const TAssoc* pHead) { return pHead != nullptr; });
+        return ppHead != ppEnd ? *ppHead : nullptr;
+    }
+
+    TAssoc* followingOf(const TAssoc* pAssoc) const {
+        return pAssoc->pNext != nullptr ? pAssoc->pNext : firstInBucketsFrom(pAssoc->nBucket + 1);
+    }
+
+    TAssoc* insertAtHead(std::uint32_t nBucket, KEY&& key) {
         if (m_pHashTable == nullptr)
             init(m_nHashTableSize, true);
-        const std::uint32_t nBucket = bucketOf(key);
         TAssoc* pAssoc = newAssoc();
         pAssoc->nBucket = nBucket;
         pAssoc->key = std::move(key);

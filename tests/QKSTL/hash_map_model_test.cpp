@@ -10,6 +10,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -124,6 +125,7 @@ TEST_F(HashMapOverRandomOperations, HoldsWhatAStandardMapHolds) {
                 ASSERT_EQ(model.count(node->key), 1u) << "step " << step;
                 ASSERT_EQ(node->value, model[node->key]) << "step " << step;
                 ASSERT_EQ(map.getAssoc(node->key), node) << "step " << step;
+                ASSERT_EQ(map.getAssoc(std::string_view(node->key)), node) << "step " << step;
             }
             ASSERT_FALSE(HasFailure()) << "step " << step;
         }

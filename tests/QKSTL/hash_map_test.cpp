@@ -4,6 +4,7 @@
 #include "counted_memory.h"
 
 #include <gtest/gtest.h>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -50,6 +51,19 @@ TEST(HashMap, BeginsWithItsDefaultsAndAllocatesNothing) {
     expectUnallocated(map);
     map.assertValid();
     EXPECT_EQ(counted_memory::made(), made);
+}
+
+TEST(HashMap, FindsAnEntryByAViewWithoutCopyingIt) {
+    Map map;
+    map.put("a key of more than fifteen bytes", "1");
+    const std::string longer = "a key of more than fifteen bytes and more";
+    const long made = counted_memory::made();
+    const Node* found = map.getAssoc(std::string_view(longer).substr(0, 32));
+    const Node* absent = map.getAssoc(std::string_view(longer));
+    EXPECT_EQ(counted_memory::made(), made);
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(found->value, "1");
+    EXPECT_EQ(absent, nullptr);
 }
 
 TEST(HashMap, FindsNothingWhileItIsEmpty) {
