@@ -2,12 +2,12 @@
 
 #include "header_value.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
 namespace {
 
-using cgi::percentDecode;
 using cgi::Plus;
 
 // -1 for what is no hexadecimal digit, whatever the locale.
@@ -38,6 +38,14 @@ std::string_view takePair(std::string_view& rest, char separator) {
     return pair;
 }
 
+std::size_t countPairs(std::string_view text, char separator) {
+    std::size_t count = 1;
+    for (std::size_t at = text.find(separator); at != std::string_view::npos;
+         at = text.find(separator, at + 1))
+        ++count;
+    return count;
+}
+
 struct Pair {
     std::string_view name;
     std::string_view value;
@@ -56,14 +64,65 @@ std::string_view withoutQuotes(std::string_view text) {
     return text;
 }
 
+// Where a decoded text ends, and whether it holds a zero byte.
+struct Decoded {
+    char* end;
+    bool holdsZero;
+};
+
+// Escapes, pluses and zero bytes lie below most bytes.
+bool isPlain(char byte) {
+    return byte > '+';
+}
+
+// Writes `text`, decoded, to `to`.
+Decoded writeDecoded(std::string_view text, Plus plus, char* to) {
+    bool holdsZero = false;
+    for (;;) {
+        const auto plainEnd = std::find_if_not(text.begin(), text.end(), isPlain);
+        to = std::copy(text.begin(), plainEnd, to);
+        text.remove_prefix(plainEnd - text.begin());
+        if (text.empty())
+            return {to, holdsZero};
+        const int escaped = escapedByte(text);
+        if (escaped >= 0)
+            *to = static_cast<char>(escaped);
+        else
+            *to = text.front() == '+' && plus == Plus::IsBlank ? ' ' : text.front();
+        text.remove_prefix(escaped >= 0 ? 3 : 1);
+        holdsZero = holdsZero || *to == '\0';
+        ++to;
+    }
+}
+
+void addDecoded(CGI_varlist& list, const Pair& pair, Plus plus) {
+    char* const name = list.nextName();
+    const Decoded decodedName = writeDecoded(pair.name, plus, name);
+    char* const text = decodedName.end + 1;
+    const Decoded decodedText = writeDecoded(pair.value, plus, text);
+    if (decodedName.end != name && !decodedName.holdsZero && !decodedText.holdsZero)
+        list.add(decodedName.end - name, decodedText.end - text);
+}
+
+// The pairs of `text`, at most `room` of them, as `splitPair` finds them between separators.
+template <class SplitPair>
+CGI_varlist::Owner pairsOf(std::string_view text, char separator, Plus plus, std::size_t room,
+                           SplitPair splitPair) {
+    if (text.empty() || room == 0)
+        return nullptr;
+    const std::size_t most = std::min(countPairs(text, separator), room);
+    // A pair without "=" needs one byte more than it has.
+    auto list = CGI_varlist::make(most, text.size() + 1 + most);
+    while (!text.empty() && !list->isFull())
+        addDecoded(*list, splitPair(takePair(text, separator)), plus);
+    return list;
+}
+
 // RFC 6265, section 4.2.1. Blanks and quotes are dropped before decoding: those that a client has
 // escaped are the value's own.
-void addCookies(CGI_varlist& list, std::string_view rest) {
-    while (!rest.empty() && !list.isFull()) {
-        const Pair pair = splitPair(cgi::withoutBlanksAround(takePair(rest, ';')));
-        list.add(percentDecode(pair.name, Plus::IsItself),
-                 percentDecode(withoutQuotes(pair.value), Plus::IsItself));
-    }
+Pair splitCookie(std::string_view text) {
+    const Pair pair = splitPair(cgi::withoutBlanksAround(text));
+    return {pair.name, withoutQuotes(pair.value)};
 }
 
 bool isUnreserved(char character) {
@@ -95,40 +154,28 @@ char* appendEscape(char* end, char character) {
 } // namespace
 
 std::string cgi::percentDecode(std::string_view text, Plus plus) {
-    std::string decoded;
-    decoded.reserve(text.size());
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const int byte = escapedByte(text.substr(at));
-        if (byte >= 0) {
-            decoded += static_cast<char>(byte);
-            at += 2;
-        } else if (text[at] == '+' && plus == Plus::IsBlank) {
-            decoded += ' ';
-        } else {
-            decoded += text[at];
-        }
-    }
+    std::string decoded(text.size(), '\0');
+    decoded.resize(writeDecoded(text, plus, decoded.data()).end - decoded.data());
     return decoded;
 }
 
-void cgi::addFields(CGI_varlist& list, std::string_view text) {
+CGI_varlist::Owner cgi::fieldsOf(std::string_view text, std::size_t room) {
     // Only "&" separates: the URL Standard, unlike older customs, takes ";" for a plain character.
-    while (!text.empty() && !list.isFull()) {
-        const Pair pair = splitPair(takePair(text, '&'));
-        list.add(percentDecode(pair.name, Plus::IsBlank), percentDecode(pair.value, Plus::IsBlank));
-    }
+    return pairsOf(text, '&', Plus::IsBlank, room, splitPair);
 }
 
 CGI_varlist* CGI_get_cookie(CGI_varlist* list, const char* cookie) {
     if (cookie == nullptr)
         return list;
-    return cgi::addTo(list, [cookie](CGI_varlist& added) { addCookies(added, cookie); });
+    return cgi::addTo(list, [cookie](std::size_t room) {
+        return pairsOf(cookie, ';', Plus::IsItself, room, splitCookie);
+    });
 }
 
 CGI_varlist* CGI_decode_query(CGI_varlist* list, const char* query) {
     if (query == nullptr)
         return list;
-    return cgi::addTo(list, [query](CGI_varlist& added) { cgi::addFields(added, query); });
+    return cgi::addTo(list, [query](std::size_t room) { return cgi::fieldsOf(query, room); });
 }
 
 char* CGI_encode_url(const char* text, const char* keep) {

@@ -38,10 +38,10 @@ CGI_varlist* CGI_get_post(CGI_varlist* list, const char* content_type, int conte
     if (in == nullptr || !isFormType(content_type) || content_length < 0 ||
         static_cast<std::size_t>(content_length) > cgi::kMaxFormBytes)
         return list;
-    return cgi::addTo(list, [content_length, in](CGI_varlist& added) {
+    return cgi::addTo(list, [content_length, in](std::size_t room) {
         std::string body;
-        if (readBody(body, static_cast<std::size_t>(content_length), in))
-            cgi::addFields(added, body);
+        const bool complete = readBody(body, static_cast<std::size_t>(content_length), in);
+        return complete ? cgi::fieldsOf(body, room) : nullptr;
     });
 }
 

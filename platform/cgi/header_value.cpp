@@ -4,7 +4,9 @@
 
 namespace {
 
-constexpr const char* kBlanks = " \t";
+bool isBlank(char character) {
+    return character == ' ' || character == '\t';
+}
 
 char lower(char character) {
     return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
@@ -12,7 +14,8 @@ char lower(char character) {
 }
 
 void skipBlanks(std::string_view& rest) {
-    rest.remove_prefix(std::min(rest.find_first_not_of(kBlanks), rest.size()));
+    while (!rest.empty() && isBlank(rest.front()))
+        rest.remove_prefix(1);
 }
 
 // Takes a quoted text off the front of `rest`; false when its end is missing.
@@ -80,10 +83,11 @@ bool cgi::equalsIgnoringCase(std::string_view left, std::string_view right) {
 }
 
 std::string_view cgi::withoutBlanksAround(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos)
-        return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+    while (!text.empty() && isBlank(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back()))
+        text.remove_suffix(1);
+    return text;
 }
 
 std::string_view cgi::headerType(std::string_view header) {

@@ -4,7 +4,6 @@
 #include "header_value.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace {
@@ -137,11 +136,13 @@ std::size_t cgi::MultipartParser::pushData(const char* data, std::size_t size) {
     return 1;
 }
 
+// A carriage return that no line feed follows is found in any image, and ends nothing.
 std::size_t cgi::MultipartParser::pushPlainData(const char* data, std::size_t size) {
-    const void* candidate = std::memchr(data, m_delimiter.front(), size);
-    const std::size_t length =
-        candidate != nullptr ? static_cast<std::size_t>(static_cast<const char*>(candidate) - data)
-                             : size;
+    const std::string_view rest(data, size);
+    std::size_t length = rest.find(m_delimiter[0]);
+    while (length < size - 1 && rest[length + 1] != m_delimiter[1])
+        length = rest.find(m_delimiter[0], length + 1);
+    length = std::min(length, size);
     deliver(data, length);
     return length;
 }

@@ -48,18 +48,20 @@ private:
     bool m_kept = false;
 };
 
-// Sorts the parts of one upload. Text fields are added as they arrive, so those before a failure
-// stay in the list. The first file part goes to the target, later ones nowhere.
+// Sorts the parts of one upload. Text fields are kept as they arrive, so those before a failure
+// stay. The first file part goes to the target, later ones nowhere.
 class UploadReceiver final : public cgi::PartSink {
 public:
-    // Both must outlive the receiver.
-    UploadReceiver(CGI_varlist& list, cgi::UploadTarget& target) : m_list(list), m_target(target) {}
+    // Takes at most `room` fields. The target must outlive the receiver.
+    UploadReceiver(std::size_t room, cgi::UploadTarget& target) : m_room(room), m_target(target) {}
 
     bool beginPart(Part part) override;
     bool partData(const char* data, std::size_t size) override;
     bool endPart() override;
     // The closing boundary has arrived: keeps the file and adds its field, both or neither.
     bool finish();
+    // What was received, or null.
+    CGI_varlist::Owner takeFields() { return std::move(m_fields); }
 
 private:
     enum class Kind {
@@ -72,15 +74,18 @@ private:
     bool addText(const char* data, std::size_t size);
     bool countText(std::size_t size);
     bool beginFile();
+    bool isFull() const { return (m_fields != nullptr ? m_fields->size() : 0) == m_room; }
+    void keepField(CGI_varlist::Owner field);
 
-    CGI_varlist& m_list;
+    CGI_varlist::Owner m_fields;
+    const std::size_t m_room;
     cgi::UploadTarget& m_target;
     Kind m_kind = Kind::PassedOver;
     std::string m_name;
     std::string m_fileName;
     std::string m_text;
-    std::size_t m_textBytes = 0;     // of all names and text fields
-    CGI_varlist::Values m_fileField; // empty until a file has begun
+    std::size_t m_textBytes = 0;    // of all names and text fields
+    CGI_varlist::Owner m_fileField; // null until a file has begun
 };
 
 // Names are escaped: browsers do so with quotes and line ends (HTML Standard, "Multipart form
@@ -92,7 +97,7 @@ bool UploadReceiver::beginPart(Part part) {
         m_kind = Kind::Text;
         return countText(m_name.size());
     }
-    if (!m_fileField.empty()) {
+    if (m_fileField != nullptr) {
         m_kind = Kind::PassedOver;
         return true;
     }
@@ -108,7 +113,7 @@ bool UploadReceiver::beginFile() {
     m_kind = Kind::File;
     if (!CGI_varlist::canHold(m_name, m_fileName))
         return false;
-    m_fileField.push_back({m_name, m_fileName});
+    m_fileField = CGI_varlist::make(m_name, m_fileName);
     return m_target.begin();
 }
 
@@ -135,26 +140,31 @@ bool UploadReceiver::countText(std::size_t size) {
 }
 
 bool UploadReceiver::endPart() {
-    if (m_kind == Kind::Text)
-        m_list.add(std::move(m_name), std::move(m_text));
+    if (m_kind == Kind::Text && !isFull() && CGI_varlist::canHold(m_name, m_text))
+        keepField(CGI_varlist::make(m_name, m_text));
     return true;
 }
 
+void UploadReceiver::keepField(CGI_varlist::Owner field) {
+    if (m_fields != nullptr)
+        m_fields->take(std::move(field));
+    else
+        m_fields = std::move(field);
+}
+
 bool UploadReceiver::finish() {
-    if (m_fileField.empty())
+    if (m_fileField == nullptr)
         return true;
-    if (m_list.isFull() || !m_target.keep())
+    if (isFull() || !m_target.keep())
         return false;
-    m_list.take(m_fileField);
+    keepField(std::move(m_fileField));
     return true;
 }
 
 // Reads up to the closing boundary or the first thing that is wrong; what comes after stays in the
 // stream or is lost.
-void receive(CGI_varlist& list, const std::string& boundary, cgi::UploadTarget& target,
-             FCGX_Stream* in) {
+void read(FCGX_Stream* in, const std::string& boundary, UploadReceiver& receiver) {
     using Progress = cgi::MultipartParser::Progress;
-    UploadReceiver receiver(list, target);
     cgi::MultipartParser parser(boundary, receiver);
     Progress progress = Progress::WantsMore;
     char piece[cgi::kReadBytes];
@@ -168,12 +178,16 @@ void receive(CGI_varlist& list, const std::string& boundary, cgi::UploadTarget& 
         receiver.finish();
 }
 
-// Leaves a body of any other type in the stream.
-void receive(CGI_varlist& list, const char* contentType, cgi::UploadTarget& target,
-             FCGX_Stream* in) {
+// The fields of an upload, at most `room` of them; null when there is none. Leaves a body of any
+// other type in the stream.
+CGI_varlist::Owner receive(const char* contentType, cgi::UploadTarget& target, std::size_t room,
+                           FCGX_Stream* in) {
     const std::optional<std::string> boundary = cgi::multipartBoundary(contentType);
-    if (boundary.has_value())
-        receive(list, *boundary, target, in);
+    if (!boundary.has_value())
+        return nullptr;
+    UploadReceiver receiver(room, target);
+    read(in, *boundary, receiver);
+    return receiver.takeFields();
 }
 
 } // namespace
@@ -182,9 +196,9 @@ CGI_varlist* CGI_fileupload(CGI_varlist* list, const char* content_type, const c
                             FCGX_Stream* in) {
     if (path == nullptr || in == nullptr)
         return list;
-    return cgi::addTo(list, [=](CGI_varlist& added) {
+    return cgi::addTo(list, [=](std::size_t room) {
         cgi::UploadFile file(path);
-        receive(added, content_type, file, in);
+        return receive(content_type, file, room, in);
     });
 }
 
@@ -194,10 +208,11 @@ CGI_varlist* CGI_fileupload_data(CGI_varlist* list, const char* content_type, ch
         *received = 0;
     if (buffer == nullptr || in == nullptr)
         return list;
-    return cgi::addTo(list, [=](CGI_varlist& added) {
+    return cgi::addTo(list, [=](std::size_t room) {
         BufferTarget target(buffer, std::min<unsigned long>(size, INT_MAX));
-        receive(added, content_type, target, in);
+        CGI_varlist::Owner fields = receive(content_type, target, room, in);
         if (received != nullptr)
             *received = static_cast<int>(target.received());
+        return fields;
     });
 }

@@ -1,28 +1,47 @@
 #include "varlist.h"
 
-#include <algorithm>
+#include <cstring>
 
-bool CGI_varlist::canHold(const std::string& name, const std::string& text) {
-    return !name.empty() && name.find('\0') == std::string::npos &&
-           text.find('\0') == std::string::npos;
+CGI_varlist::Owner CGI_varlist::make(std::size_t places, std::size_t bytes) {
+    static_assert(alignof(Value) <= alignof(CGI_varlist), "values follow the list");
+    void* memory = ::operator new(sizeof(CGI_varlist) + places * sizeof(Value) + bytes);
+    return Owner(new (memory) CGI_varlist(places));
 }
 
-void CGI_varlist::add(std::string name, std::string text) {
-    if (isFull() || !canHold(name, text))
-        return;
-    m_values.push_back({std::move(name), std::move(text)});
-    --m_room;
+CGI_varlist::Owner CGI_varlist::make(std::string_view name, std::string_view text) {
+    Owner list = make(1, name.size() + 1 + text.size() + 1);
+    name.copy(list->nextName(), name.size());
+    text.copy(list->nextName() + name.size() + 1, text.size());
+    list->add(name.size(), text.size());
+    return list;
 }
 
-void CGI_varlist::take(Values& values) noexcept {
-    m_room -= values.size();
-    m_values.splice(m_values.end(), values);
+void CGI_varlist::Free::operator()(CGI_varlist* list) const {
+    while (list != nullptr) {
+        CGI_varlist* const taken = list->m_next;
+        list->~CGI_varlist();
+        ::operator delete(list);
+        list = taken;
+    }
+}
+
+bool CGI_varlist::canHold(std::string_view name, std::string_view text) {
+    return !name.empty() && name.find('\0') == std::string_view::npos &&
+           text.find('\0') == std::string_view::npos;
+}
+
+void CGI_varlist::take(Owner other) noexcept {
+    m_total += other->m_total;
+    m_last->m_next = other.get();
+    m_last = other.release()->m_last;
 }
 
 char* CGI_varlist::first(const char* name) {
-    const auto found = std::find_if(m_values.begin(), m_values.end(),
-                                    [name](const Value& value) { return value.name == name; });
-    return found != m_values.end() ? found->text.data() : nullptr;
+    for (CGI_varlist* list = this; list != nullptr; list = list->m_next)
+        for (const Value& value : *list)
+            if (std::strcmp(value.name, name) == 0)
+                return value.text;
+    return nullptr;
 }
 
 char** CGI_varlist::all(const char* name) {
@@ -35,15 +54,16 @@ char** CGI_varlist::all(const char* name) {
     for (Array& array : m_arrays)
         if (array.texts.size() == texts.size() && array.name == name)
             return array.texts.data();
-    m_arrays.push_back({name, std::move(texts)});
-    return m_arrays.back().texts.data();
+    m_arrays.push_front({name, std::move(texts)});
+    return m_arrays.front().texts.data();
 }
 
 std::vector<char*> CGI_varlist::textsOf(const char* name) {
     std::vector<char*> texts;
-    for (Value& value : m_values)
-        if (value.name == name)
-            texts.push_back(value.text.data());
+    for (CGI_varlist* list = this; list != nullptr; list = list->m_next)
+        for (const Value& value : *list)
+            if (std::strcmp(value.name, name) == 0)
+                texts.push_back(value.text);
     return texts;
 }
 
@@ -62,5 +82,5 @@ char** CGI_lookup_all(CGI_varlist* list, const char* name) {
 }
 
 void CGI_free_varlist(CGI_varlist* list) {
-    delete list;
+    CGI_varlist::Free()(list);
 }

@@ -3,6 +3,7 @@
 #include <fcgiapp.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <string>
 
@@ -18,6 +19,23 @@ struct Replacement {
     unsigned char replaced = 1;
 };
 
+using Bytes = std::array<bool, 256>;
+
+constexpr Bytes bytesThat(bool (*predicate)(unsigned char)) {
+    Bytes bytes{};
+    for (unsigned i = 0; i < bytes.size(); ++i)
+        bytes[i] = predicate(static_cast<unsigned char>(i));
+    return bytes;
+}
+
+constexpr bool isOneOf(std::string_view bytes, unsigned char byte) {
+    return bytes.find(static_cast<char>(byte)) != std::string_view::npos;
+}
+
+constexpr bool isSpecialInHtml(unsigned char byte) {
+    return isOneOf("&<>\"'", byte);
+}
+
 Replacement escapeHtml(std::string_view rest) {
     switch (rest.front()) {
     case '&':
@@ -28,30 +46,34 @@ Replacement escapeHtml(std::string_view rest) {
         return {"&gt;", 4};
     case '"':
         return {"&quot;", 6};
-    case '\'':
-        return {"&#39;", 5};
     default:
-        return {"", 0};
+        return {"&#39;", 5};
     }
 }
 
 // RFC 3986, section 2.3: all but the unreserved characters.
+constexpr bool isSpecialInUrl(unsigned char byte) {
+    return !((byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
+             (byte >= '0' && byte <= '9') || isOneOf("-._~", byte));
+}
+
 Replacement escapeUrl(std::string_view rest) {
     const auto byte = static_cast<unsigned char>(rest.front());
-    if ((byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
-        (byte >= '0' && byte <= '9') || byte == '-' || byte == '.' || byte == '_' || byte == '~')
-        return {"", 0};
     return {{'%', kHexDigits[byte >> 4], kHexDigits[byte & 15]}, 3};
 }
 
 // Nothing that ends a string of any kind, begins an escape or a substitution in one, or that an
 // HTML parser sees before the script does. U+2028 and U+2029 end a line in older scripts.
+constexpr unsigned char kFirstOfLineSeparators = 0xe2;
+constexpr bool isSpecialInJs(unsigned char byte) {
+    return byte < 0x20 || isOneOf("\\'\"`$<>&/\x7f", byte) || byte == kFirstOfLineSeparators;
+}
+
 Replacement escapeJs(std::string_view rest) {
-    constexpr std::string_view kSpecial = "\\'\"`$<>&/\x7f";
     constexpr std::string_view kLineSeparator = "\xe2\x80\xa8";
     constexpr std::string_view kParagraphSeparator = "\xe2\x80\xa9";
     const auto byte = static_cast<unsigned char>(rest.front());
-    if (byte < 0x20 || kSpecial.find(rest.front()) != std::string_view::npos)
+    if (byte != kFirstOfLineSeparators)
         return {{'\\', 'u', '0', '0', kHexDigits[byte >> 4], kHexDigits[byte & 15]}, 6};
     if (rest.substr(0, 3) == kLineSeparator)
         return {"\\u2028", 6, 3};
@@ -61,6 +83,16 @@ Replacement escapeJs(std::string_view rest) {
 }
 
 } // namespace
+
+// How a built-in format escapes: most bytes stay as they are, and are told by one look.
+struct Renderer::Escape {
+    Bytes special;
+    Replacement (*replacementOf)(std::string_view rest); // which begins with a special byte
+};
+
+constexpr Renderer::Escape Renderer::kHtml = {bytesThat(isSpecialInHtml), escapeHtml};
+constexpr Renderer::Escape Renderer::kUrl = {bytesThat(isSpecialInUrl), escapeUrl};
+constexpr Renderer::Escape Renderer::kJs = {bytesThat(isSpecialInJs), escapeJs};
 
 Renderer::Renderer(const Page& page, const TMPL_fmtlist* formats, const TMPL_varlist* variables)
     : m_page(page) {
@@ -97,7 +129,7 @@ void Renderer::render(FCGX_Stream& out) {
         if (m_place.instruction < instructions.size()) {
             run(instructions[m_place.instruction++]);
         } else if (m_returns.empty()) {
-            return;
+            return writeCollected();
         } else {
             m_place = m_returns.back();
             m_returns.pop_back();
@@ -134,14 +166,17 @@ void Renderer::writeVariable(const Instruction& instruction) {
         text = *value;
     switch (instruction.format) {
     case Format::Html:
-        return writeEscaped(text, escapeHtml);
+        return writeEscaped(text, kHtml);
     case Format::Raw:
         return write(text);
     case Format::Url:
-        return writeEscaped(text, escapeUrl);
+        return writeEscaped(text, kUrl);
     case Format::Js:
-        return writeEscaped(text, escapeJs);
+        return writeEscaped(text, kJs);
     case Format::Custom:
+        writeCollected();
+        if (m_broken)
+            return;
         return m_formats[m_place.file][instruction.number](text.empty() ? "" : text.data(), m_out);
     }
 }
@@ -195,18 +230,39 @@ const TMPL_loop* Renderer::loop(const Name& name) const {
 }
 
 void Renderer::write(std::string_view text) {
-    while (!text.empty() && !m_broken) {
-        const std::string_view piece = text.substr(0, INT_MAX);
-        m_broken = FCGX_PutStr(piece.data(), static_cast<int>(piece.size()), m_out) < 0;
-        text.remove_prefix(piece.size());
-    }
+    if (text.size() > sizeof m_collected - m_collectedSize)
+        return writeThrough(text);
+    text.copy(m_collected + m_collectedSize, text.size());
+    m_collectedSize += text.size();
 }
 
-template <class Escape>
-void Renderer::writeEscaped(std::string_view text, Escape escape) {
+void Renderer::writeThrough(std::string_view text) {
+    writeCollected();
+    if (text.size() <= sizeof m_collected)
+        return write(text);
+    for (; text.size() > INT_MAX; text.remove_prefix(INT_MAX))
+        put(text.substr(0, INT_MAX));
+    put(text);
+}
+
+void Renderer::writeCollected() {
+    put({m_collected, m_collectedSize});
+    m_collectedSize = 0;
+}
+
+void Renderer::put(std::string_view text) {
+    if (!text.empty() && !m_broken)
+        m_broken = FCGX_PutStr(text.data(), static_cast<int>(text.size()), m_out) < 0;
+}
+
+void Renderer::writeEscaped(std::string_view text, const Escape& escape) {
     std::size_t unwritten = 0;
     for (std::size_t at = 0; at < text.size();) {
-        const Replacement replacement = escape(text.substr(at));
+        if (!escape.special[static_cast<unsigned char>(text[at])]) {
+            ++at;
+            continue;
+        }
+        const Replacement replacement = escape.replacementOf(text.substr(at));
         if (replacement.size != 0) {
             write(text.substr(unwritten, at - unwritten));
             write({replacement.text, replacement.size});

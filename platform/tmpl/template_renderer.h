@@ -21,6 +21,11 @@ public:
     void render(FCGX_Stream& out);
 
 private:
+    struct Escape;
+    static const Escape kHtml;
+    static const Escape kUrl;
+    static const Escape kJs;
+
     struct Place {
         std::size_t file;
         std::size_t instruction;
@@ -37,12 +42,18 @@ private:
     const std::string* variable(const Name& name) const;
     const TMPL_loop* loop(const Name& name) const;
     void write(std::string_view text);
-    template <class Escape>
-    void writeEscaped(std::string_view text, Escape escape);
+    void writeThrough(std::string_view text);
+    void writeCollected();
+    // What the stream takes at once: at most INT_MAX bytes.
+    void put(std::string_view text);
+    void writeEscaped(std::string_view text, const Escape& escape);
 
     const Page& m_page;
     FCGX_Stream* m_out = nullptr;
     bool m_broken = false;
+    // Most pieces of a page are a few bytes, each of which would be a call of the FastCGI kit.
+    char m_collected[512];
+    std::size_t m_collectedSize = 0;
     // For each file of the page the functions of its custom formats.
     std::vector<std::vector<TMPL_format>> m_formats;
     Place m_place{0, 0};

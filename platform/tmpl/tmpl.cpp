@@ -37,6 +37,17 @@ std::shared_ptr<const tmpl::ParsedTemplate> mainTemplate(const char* name, const
     return cache().get(start.file, start);
 }
 
+// How many names with a value come, up to the first null.
+std::size_t countPairs(va_list arguments) {
+    std::size_t count = 0;
+    va_list counted;
+    va_copy(counted, arguments);
+    while (va_arg(counted, const char*) != nullptr && va_arg(counted, const char*) != nullptr)
+        ++count;
+    va_end(counted);
+    return count;
+}
+
 // Writes one line whatever the texts hold, in one piece and without taking memory.
 void report(FILE* err, const char* file, unsigned line, const char* reason) {
     if (err == nullptr)
@@ -59,6 +70,7 @@ TMPL_varlist* TMPL_add_var(TMPL_varlist* list, ...) {
     try {
         if (list == nullptr)
             list = new TMPL_varlist;
+        list->makeRoom(countPairs(arguments));
         while (const char* name = va_arg(arguments, const char*)) {
             const char* value = va_arg(arguments, const char*);
             if (value == nullptr)

@@ -1,5 +1,6 @@
 #include "tmpl_values.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -50,6 +51,12 @@ void TMPL_loop::add(TMPL_varlist* row) {
     else
         firstRow = row;
     lastRow = row;
+}
+
+void TMPL_varlist::makeRoom(std::size_t count) {
+    const std::size_t wanted = m_variables.size() + count;
+    if (wanted > m_variables.capacity())
+        m_variables.reserve(std::max(wanted, 2 * m_variables.capacity()));
 }
 
 void TMPL_varlist::addVariable(const char* name, const char* value) {

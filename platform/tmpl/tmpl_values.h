@@ -17,6 +17,7 @@
 
 #include "tmpl.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -58,6 +59,9 @@ public:
     TMPL_varlist() = default;
     TMPL_varlist(const TMPL_varlist&) = delete;
     TMPL_varlist& operator=(const TMPL_varlist&) = delete;
+
+    // For so many variables that come next; std::bad_alloc.
+    void makeRoom(std::size_t count);
 
     // Both copy the texts and replace what has the same name. std::bad_alloc leaves the list as it
     // was.
