@@ -1,23 +1,89 @@
 #include "fcgi_server.h"
 
 #include "app_log.h"
+#include "environment.h"
 #include "servlet_controller.h"
 
+#include <poll.h>
 #include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr int kListenSocket = 0;
 constexpr int kServed = 200;
+constexpr std::chrono::seconds kLongestRest{2};
 
 // The kit's accept is not to be entered twice at once, whatever servers the process has.
 pthread_mutex_t acceptLock = PTHREAD_MUTEX_INITIALIZER;
 
-int acceptRequest(FCGX_Request* request) {
-    pthread_mutex_lock(&acceptLock);
+// Whoever has the lock is reading a request, which takes some microseconds, or waits for one,
+// perhaps for ever. To sleep and be woken takes longer than the former. So a thread tries for a
+// while before it sleeps: for longer where that was to the point, for shorter where it was not.
+class AcceptTurn {
+public:
+    void take() {
+        for (int tries = 0; tries < m_patience; ++tries) {
+            if (pthread_mutex_trylock(&acceptLock) == 0) {
+                m_patience = std::min(m_patience * 2, kMostTries);
+                return;
+            }
+        }
+        m_patience = std::max(m_patience / 2, 1);
+        pthread_mutex_lock(&acceptLock);
+    }
+
+private:
+    static constexpr int kMostTries = 8192;
+    int m_patience = 1;
+};
+
+int acceptRequest(FCGX_Request* request, AcceptTurn& turn) {
+    turn.take();
     const int result = FCGX_Accept_r(request);
     pthread_mutex_unlock(&acceptLock);
     return result;
+}
+
+// A chunked body is announced without a length.
+bool announcesBody(const FCGX_Request& request) {
+    const char* length = variableOf(request.envp, "CONTENT_LENGTH");
+    const bool empty = length == nullptr || *length == '\0' || std::strcmp(length, "0") == 0;
+    return !empty || variableOf(request.envp, "HTTP_TRANSFER_ENCODING") != nullptr;
+}
+
+bool isSentOnAfterTheAnswer(const FCGX_Request& request) {
+    return request.ipcFd > kListenSocket && !request.keepConnection &&
+           FCGX_HasSeenEOF(request.in) == 0 && announcesBody(request);
+}
+
+// A front server that is still sending a body may give up the answer when its connection is closed
+// on it. So the answer goes out whole, with the end of what is sent, for which some front servers
+// wait; then the connection is kept until the front server, which has the answer, closes it. The
+// body is not read before the answer: a client that sends slowly, or never to the end, would hold
+// up both the answer and this thread. Against a front server that does not close there is a limit,
+// as long as the kit's own wait where nobody sets that.
+void answerBeforeTheBodyEnds(FCGX_Request& request) {
+    FCGX_FClose(request.err);
+    FCGX_FClose(request.out);
+    shutdown(request.ipcFd, SHUT_WR);
+    const auto deadline = Clock::now() + kLongestRest;
+    pollfd connection{request.ipcFd, POLLIN, 0};
+    char rest[4096];
+    for (;;) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0 || poll(&connection, 1, static_cast<int>(left.count())) <= 0 ||
+            read(request.ipcFd, rest, sizeof rest) <= 0)
+            return;
+    }
 }
 
 } // namespace
@@ -45,13 +111,16 @@ FCGIServer::~FCGIServer() {
 int FCGIServer::run() {
     FCGX_Request request;
     FCGX_InitRequest(&request, kListenSocket, 0);
-    int accepted = acceptRequest(&request);
+    AcceptTurn turn;
+    int accepted = acceptRequest(&request, turn);
     while (accepted >= 0) {
         const int status = controller->doService(&request);
         if (status != kServed)
             onError(&request, status);
+        if (isSentOnAfterTheAnswer(request))
+            answerBeforeTheBodyEnds(request);
         FCGX_Finish_r(&request);
-        accepted = acceptRequest(&request);
+        accepted = acceptRequest(&request, turn);
     }
     app_log(65, 4, "FCGIServer::run() accept request failed. err= %d\n", accepted);
     return -1;

@@ -2,6 +2,7 @@
 
 #include "HttpResponse.h"
 #include "app_log.h"
+#include "environment.h"
 #include "http_session.h"
 #include "session_factory.h"
 
@@ -61,7 +62,7 @@ void HttpRequestImpl::keepSessionId(const char* id) {
 }
 
 char* HttpRequestImpl::variable(const char* name) {
-    return FCGX_GetParam(name, request->envp);
+    return variableOf(request->envp, name);
 }
 
 long HttpRequestImpl::numericVariable(const char* name) {
@@ -186,12 +187,12 @@ const char* HttpRequestImpl::getSessionId() {
 HttpSession* HttpRequestImpl::getSession(bool create) {
     const char* id = getSessionId();
     const char* address = getRemoteAddr();
-    std::string remoteAddr = address != nullptr ? address : "";
     if (id != nullptr)
         if (HttpSession* session = sessionFactory->getSession(this))
             return session;
     if (!create)
         return nullptr;
+    std::string remoteAddr = address != nullptr ? address : "";
     HttpSession* session = sessionFactory->createSession(remoteAddr);
     response->addCookie(kSessionCookie, session->getId().c_str());
     keepSessionId(session->getId().c_str());

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 namespace {
 
@@ -18,6 +19,37 @@ constexpr int kLocaleSize = 128;
 
 // The device's template library ends its argument list with a null pointer.
 const char* const kEndOfVariables = nullptr;
+
+// Collects the pieces of a header block: the kit's formatted output costs more than the rest of a
+// small answer.
+class HeaderBlock {
+public:
+    explicit HeaderBlock(FCGX_Stream* out) : m_out(out) {}
+    ~HeaderBlock() { flush(); }
+    HeaderBlock(const HeaderBlock&) = delete;
+    HeaderBlock& operator=(const HeaderBlock&) = delete;
+
+    void append(std::string_view piece) {
+        if (piece.size() > sizeof m_text - m_used)
+            flush();
+        if (piece.size() > sizeof m_text) {
+            FCGX_PutStr(piece.data(), static_cast<int>(piece.size()), m_out);
+            return;
+        }
+        std::memcpy(m_text + m_used, piece.data(), piece.size());
+        m_used += piece.size();
+    }
+
+private:
+    void flush() {
+        FCGX_PutStr(m_text, static_cast<int>(m_used), m_out);
+        m_used = 0;
+    }
+
+    FCGX_Stream* m_out;
+    std::size_t m_used = 0;
+    char m_text[512];
+};
 
 // Copies as much of `text` as `size` bytes hold with a terminator.
 void copyBounded(char* target, std::size_t size, const char* text) {
@@ -55,7 +87,7 @@ void HttpResponseImpl::addHeader(const char* name, const char* value) {
         app_log(65, 4, "HttpResponseImpl::addHeader End\n");
         return;
     }
-    if (auto* entry = headers->getAssoc(name))
+    if (auto* entry = headers->getAssoc(std::string_view(name)))
         entry->value += value;
     else
         headers->insert(name, value);
@@ -64,12 +96,12 @@ void HttpResponseImpl::addHeader(const char* name, const char* value) {
 void HttpResponseImpl::removeHeader(const char* name) {
     if (name == nullptr)
         return;
-    if (auto* entry = headers->getAssoc(name))
+    if (auto* entry = headers->getAssoc(std::string_view(name)))
         headers->removeAssoc(entry);
 }
 
 bool HttpResponseImpl::containsHeader(const char* name) {
-    return name != nullptr && headers->getAssoc(name) != nullptr;
+    return name != nullptr && headers->getAssoc(std::string_view(name)) != nullptr;
 }
 
 void HttpResponseImpl::setContextType(const char* type) {
@@ -107,9 +139,14 @@ void HttpResponseImpl::commitHeader() {
     if (headerCommitted)
         return;
     headerCommitted = true;
-    for (auto* entry = headers->firstAssoc(); entry != nullptr; entry = headers->nextAssoc(entry))
-        webPrintf("%s: %s \r\n", entry->key.c_str(), entry->value.c_str());
-    webPrintf("\r\n");
+    HeaderBlock block(request->out);
+    for (auto* entry = headers->firstAssoc(); entry != nullptr; entry = headers->nextAssoc(entry)) {
+        block.append(entry->key);
+        block.append(": ");
+        block.append(entry->value);
+        block.append(" \r\n");
+    }
+    block.append("\r\n");
 }
 
 int HttpResponseImpl::webPrintf(const char* format, ...) {

@@ -34,17 +34,16 @@ HttpServlet* ServletContainer::addServlet(const std::string& id) {
 }
 
 HttpServlet* ServletContainer::getServlet(const char* id) {
-    const std::string key(id);
     std::lock_guard<std::mutex> lock(creationLock);
-    auto* entry = servlets->getAssoc(key);
-    return entry != nullptr ? entry->value : createServlet(key);
+    auto* entry = servlets->getAssoc(std::string_view(id));
+    return entry != nullptr ? entry->value : createServlet(id);
 }
 
 // Runs under the creation lock.
-HttpServlet* ServletContainer::createServlet(const std::string& id) {
+HttpServlet* ServletContainer::createServlet(std::string_view id) {
     if (id.empty() || loader == nullptr) {
-        app_log(65, 4, "ServletContainer::addServlet End1. id=%s m_loader=%p\n", id.c_str(),
-                static_cast<void*>(loader));
+        app_log(65, 4, "ServletContainer::addServlet End1. id=%s m_loader=%p\n",
+                std::string(id).c_str(), static_cast<void*>(loader));
         return nullptr;
     }
     if (loader->libraryHandle == nullptr) {
@@ -67,7 +66,7 @@ HttpServlet* ServletContainer::createServlet(const std::string& id) {
         return nullptr;
     }
     servlet->init();
-    servlets->put(id, servlet);
+    servlets->put(std::string(id), servlet);
     return servlet;
 }
 

@@ -6,6 +6,7 @@
 
 #include <mutex>
 #include <string>
+#include <string_view>
 
 class HttpRequest;
 class HttpResponse;
@@ -46,7 +47,7 @@ public:
     void destory();
 
 private:
-    HttpServlet* createServlet(const std::string& id);
+    HttpServlet* createServlet(std::string_view id);
 
     using ServletTable = QKHashMap<std::string, HttpServlet*, INT_HASH<std::string>>;
 

@@ -8,11 +8,10 @@
 #include "servlet_container.h"
 #include "session_factory.h"
 
-#include <cctype>
 #include <cstddef>
 #include <cstring>
 #include <memory>
-#include <string>
+#include <strings.h>
 
 #ifndef DEVICE_ROOT
 #define DEVICE_ROOT ""
@@ -52,7 +51,11 @@ const char* const kStatusWords[] = {"idle",          "reboot",  "reset",
                                     "autoprovision", "upgrade", "configration"};
 
 bool startsWith(const char* text, const char* prefix) {
-    return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
+    while (*prefix != '\0' && *text == *prefix) {
+        ++text;
+        ++prefix;
+    }
+    return *prefix == '\0';
 }
 
 bool contains(const char* text, const char* part) {
@@ -60,6 +63,22 @@ bool contains(const char* text, const char* part) {
 }
 bool equal(const char* text, const char* other) {
     return std::strcmp(text, other) == 0;
+}
+
+// Whether it begins with "<" or ">", plain or escaped, or with "script", in any case.
+bool isMarkup(const char* text) {
+    switch (*text) {
+    case '<':
+    case '>':
+        return true;
+    case '%':
+        return strncasecmp(text, "%3c", 3) == 0 || strncasecmp(text, "%3e", 3) == 0;
+    case 's':
+    case 'S':
+        return strncasecmp(text, "script", 6) == 0;
+    default:
+        return false;
+    }
 }
 
 const char* queryOf(const char* uri) {
@@ -235,11 +254,8 @@ int ServletController::dispatch(Exchange& exchange, const char* query) {
 int ServletController::CheckUrlIllegalChar(const char* url) {
     if (url == nullptr)
         return 0;
-    std::string lowered(url);
-    for (char& character : lowered)
-        character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
-    for (const char* markup : {"%3e", "%3c", "<", ">", "script"}) {
-        if (contains(lowered.c_str(), markup)) {
+    for (const char* rest = url; *rest != '\0'; ++rest) {
+        if (isMarkup(rest)) {
             app_log(65, 3, "url = %s, include illegal char\n", url);
             return 1;
         }

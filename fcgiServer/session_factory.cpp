@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <pthread.h>
+#include <string_view>
 
 namespace {
 
@@ -53,7 +54,7 @@ HttpSessionImpl* SessionFactory::findSession(HttpRequest* request) {
     const char* address = request->getRemoteAddr();
     if (id == nullptr || address == nullptr)
         return nullptr;
-    auto* entry = m_sessions->getAssoc(id);
+    auto* entry = m_sessions->getAssoc(std::string_view(id));
     if (entry == nullptr || entry->value == nullptr)
         return nullptr;
     HttpSessionImpl* session = entry->value;

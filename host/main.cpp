@@ -8,6 +8,7 @@
 #include "session_factory.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sysexits.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -57,6 +59,20 @@ void arrangeSignals() {
     sigset_t blocked = stopSignals();
     sigaddset(&blocked, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+}
+
+// At the end of each request the FastCGI kit waits for the web server to close the connection, so
+// that the web server, should it be sending still, does not lose the answer. That is most of a
+// request's time, and for nothing: FCGIServer waits where a body has not been read. The kit reads
+// the variable once, when the server is made.
+void leaveTheWaitToTheServer() {
+    constexpr int kUnlessSet = 0;
+    setenv("LIBFCGI_OS_CLOSE_POLL_TIMEOUT", "0", kUnlessSet);
+}
+
+// Else each request loop allocates from a heap of its own, with its own room to spare.
+void shareOneHeap() {
+    mallopt(M_ARENA_MAX, 1);
 }
 
 // The stop signal that arrives within `time`, else 0.
@@ -125,10 +141,12 @@ std::optional<AcceptGate> openGate(const Options& options, int& status) {
 
 int serve(const Options& options) {
     arrangeSignals();
+    shareOneHeap();
     int status = EX_OK;
     auto gate = openGate(options, status);
     if (!gate)
         return status;
+    leaveTheWaitToTheServer();
     const auto server = std::make_unique<FCGIServer>();
     {
         RequestLoops loops([&server] { server->run(); }, options.threads);

@@ -7,6 +7,7 @@
 #include "HttpSession.h"
 #include "tmpl.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -128,6 +129,24 @@ public:
     }
 };
 
+// Reads the first bytes of the body, as many as most=N says, and tells how many there were.
+class BodyPage : public Page {
+public:
+    void service(HttpRequest* request, HttpResponse* response) override {
+        const int most = number(request, "most", 0);
+        int read = 0;
+        char piece[4096];
+        int count = 1;
+        while (read < most && count > 0) {
+            const int wanted = std::min(most - read, static_cast<int>(sizeof piece));
+            count = request->receiveBlockData(piece, static_cast<unsigned long>(wanted));
+            read += count;
+        }
+        beginText(response);
+        response->print("read %d", read);
+    }
+};
+
 class TemplatePage : public Page {
 public:
     void service(HttpRequest* request, HttpResponse* response) override {
@@ -213,6 +232,9 @@ HttpServlet* createCountPage() {
 }
 HttpServlet* createUploadPage() {
     return new UploadPage;
+}
+HttpServlet* createBodyPage() {
+    return new BodyPage;
 }
 HttpServlet* createTemplatePage() {
     return new TemplatePage;

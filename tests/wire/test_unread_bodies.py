@@ -1,0 +1,266 @@
+"""The end of a request: no answer is lost with a body that nobody reads, or not to its end, and no
+thread waits longer than that takes."""
+
+import contextlib
+import http.client
+import select
+import socket
+import struct
+import threading
+import time
+
+import pytest
+
+from service import PATIENCE, free_port
+
+MIB = 1 << 20
+HEAD = (b"--edge\r\nContent-Disposition: form-data; name=\"image\"; filename=\"image.bin\"\r\n"
+        b"Content-Type: application/octet-stream\r\n\r\n")
+TAIL = b"\r\n--edge--\r\n"
+MULTIPART = "multipart/form-data; boundary=edge"
+WAIT = "LIBFCGI_OS_CLOSE_POLL_TIMEOUT"
+NOT_FOUND = "<h1>404 - Not Found</h1>"
+
+# What is asked, and what is to be answered to a body of `size` bytes.
+CASES = {
+    "read": (f"/servlet?p=body&most={100 * MIB}", lambda size: (200, f"read {size}")),
+    "unread": ("/servlet?p=body", lambda size: (200, "read 0")),
+    "read in part": ("/servlet?p=body&most=4096", lambda size: (200, "read 4096")),
+    "refused by a listener": ("/servlet?p=forbidden", lambda size: (200, "refused")),
+    "refused with a status": ("/servlet?p=status&code=403", lambda size: (403, "with a status")),
+    "refused by the screening": ("/servlet?p=body&y=%3Cb", lambda size: (404, NOT_FOUND)),
+    "refused without a page": ("/servlet?q=1", lambda size: (404, NOT_FOUND)),
+}
+
+
+def multipart(size):
+    """An upload, of `size` bytes in all."""
+    return HEAD + b"x" * (size - len(HEAD) - len(TAIL)) + TAIL
+
+
+def send(connection, body, pause):
+    """In sixteen pieces with a pause after each. A web server need not listen to the end: it may
+    have closed after its answer."""
+    piece = len(body) // 16
+    with contextlib.suppress(BrokenPipeError, ConnectionResetError):
+        for begin in range(0, len(body), piece):
+            connection.sendall(memoryview(body)[begin:begin + piece])
+            time.sleep(pause)
+
+
+def head(target, content_type, length):
+    return (f"POST {target} HTTP/1.1\r\nHost: phone\r\nContent-Type: {content_type}\r\n"
+            f"{length}\r\n\r\n").encode()
+
+
+def answer_on(connection):
+    answer = http.client.HTTPResponse(connection, method="POST")
+    answer.begin()
+    return answer.status, answer.read().decode()
+
+
+def post(front, target, body, content_type, pause=0.0):
+    """Sends as a browser does, which listens meanwhile; status and text of the answer."""
+    with front.connect() as connection:
+        connection.sendall(head(target, content_type, f"Content-Length: {len(body)}"))
+        sender = threading.Thread(target=send, args=(connection, body, pause))
+        sender.start()
+        try:
+            return answer_on(connection)
+        except (OSError, http.client.HTTPException) as loss:
+            return repr(loss)
+        finally:
+            with contextlib.suppress(OSError):
+                connection.shutdown(socket.SHUT_RDWR)
+            sender.join()
+
+
+@pytest.fixture(params=CASES)
+def case(request):
+    return CASES[request.param]
+
+
+@pytest.mark.parametrize("size, pause, times", [
+    (MIB, 0, 20), (MIB, 0.02, 3), (64 * MIB, 0, 3)], ids=["1 MiB", "1 MiB slowly", "64 MiB"])
+def test_no_answer_to_an_upload_is_lost(web, case, size, pause, times):
+    target, expected = case
+    body = multipart(size)
+    answers = [post(web, target, body, MULTIPART, pause) for _ in range(times)]
+    assert answers == [expected(size)] * times
+
+
+def test_no_answer_to_an_upload_that_is_received_is_lost(web):
+    answers = [post(web, "/servlet?p=upload", multipart(size), MULTIPART)
+               for size in [MIB] * 20 + [64 * MIB] * 3]
+    assert answers == [(200, "complete image.bin, note -")] * 23
+
+
+# A form of more than 1 MiB is passed on by the web servers, but not read by the container.
+@pytest.mark.parametrize("content_type, size", [
+    ("application/octet-stream", MIB), ("application/x-www-form-urlencoded", MIB + 50000)])
+def test_no_answer_to_another_body_is_lost(web, case, content_type, size):
+    target, expected = case
+    body = b"x=" + b"y" * (size - 2)
+    answers = [post(web, target, body, content_type) for _ in range(20)]
+    assert answers == [expected(size)] * 20
+
+
+def test_no_answer_to_a_chunked_body_is_lost(web):
+    chunk = b"10000\r\n" + b"x" * 0x10000 + b"\r\n"
+    for _ in range(20):
+        with web.connect() as connection:
+            connection.sendall(head("/servlet?p=body", MULTIPART, "Transfer-Encoding: chunked"))
+            with contextlib.suppress(BrokenPipeError, ConnectionResetError):
+                connection.sendall(16 * chunk + b"0\r\n\r\n")
+            status, text = answer_on(connection)
+            if web.kind == "lighttpd":
+                assert status == 411
+            else:
+                assert (status, text) == (200, "read 0")
+
+
+def test_an_answer_waits_for_no_body_and_the_only_thread_neither(start, front):
+    start.host("--listen", start.socket_path, "--threads", "1")
+    for _ in range(3):
+        with front.connect() as connection:
+            begin = time.monotonic()
+            connection.sendall(head("/servlet?p=body", MULTIPART, f"Content-Length: {8 * MIB}")
+                               + b"x" * MIB)
+            assert answer_on(connection) == (200, "read 0")
+            assert front.curl("/servlet?p=facts").status == 200
+            assert time.monotonic() - begin < 1
+
+
+BEGIN_REQUEST, END_REQUEST, PARAMS, STDIN, STDOUT = 1, 3, 4, 5, 6
+
+
+def record(kind, content=b""):
+    return struct.pack("!BBHHBx", 1, kind, 1, len(content), 0) + content
+
+
+def variables(**values):
+    """Names and values of more than 127 bytes are not needed here."""
+    return b"".join(bytes([len(name), len(value)]) + name.encode() + value.encode()
+                    for name, value in values.items())
+
+
+def request(uri, length, content_type=MULTIPART, keep=False):
+    """A request as a web server sends it, up to where its body begins."""
+    return (record(BEGIN_REQUEST, struct.pack("!HB5x", 1, keep))
+            + record(PARAMS, variables(REQUEST_METHOD="POST" if length else "GET", REQUEST_URI=uri,
+                                       QUERY_STRING=uri.partition("?")[2], REMOTE_ADDR="127.0.0.1",
+                                       CONTENT_TYPE=content_type, CONTENT_LENGTH=str(length)))
+            + record(PARAMS))
+
+
+def records_until_end(connection):
+    """What has been sent to standard output when the request has been ended."""
+    stream = connection.makefile("rb")
+    output = b""
+    while True:
+        header = stream.read(8)
+        assert len(header) == 8, f"the connection ended after {output}"
+        _, kind, _, length, padding = struct.unpack("!BBHHBx", header)
+        content = stream.read(length + padding)[:length]
+        if kind == STDOUT:
+            output += content
+        if kind == END_REQUEST:
+            return output
+
+
+@pytest.fixture
+def connect(start):
+    """Connections to a daemon with one thread; a port, since there a reset takes the answer with
+    it."""
+    def connect():
+        return socket.create_connection(("127.0.0.1", port), PATIENCE)
+    port = free_port()
+    start.host(f"--listen=127.0.0.1:{port}", "--threads", "1")
+    connect().close()
+    return connect
+
+
+ANSWER = b"Content-Type: text/plain \r\n\r\nread 0"
+
+
+@pytest.mark.parametrize("size", [MIB, 64 * MIB], ids=["1 MiB", "64 MiB"])
+def test_a_peer_that_sends_on_after_the_answer_finds_it(connect, size):
+    piece = record(STDIN, b"x" * 0x8000)
+    for _ in range(5):
+        with connect() as connection:
+            connection.sendall(request("/servlet?p=body", size))
+            time.sleep(0.05)  # the answer has been given
+            for _ in range(size // 0x8000):
+                connection.sendall(piece)
+            connection.sendall(record(STDIN))
+            assert records_until_end(connection) == ANSWER
+
+
+def test_a_peer_that_never_stops_sending_holds_the_thread_for_two_seconds(connect):
+    def send_on():
+        with contextlib.suppress(BrokenPipeError, ConnectionResetError):
+            while True:
+                connection.sendall(record(STDIN, b"x"))
+                time.sleep(0.01)
+
+    with connect() as connection, connect() as next_one:
+        begin = time.monotonic()
+        connection.sendall(request("/servlet?p=body", 64 * MIB))
+        sender = threading.Thread(target=send_on)
+        sender.start()
+        assert records_until_end(connection) == ANSWER
+        assert time.monotonic() - begin < 1
+        next_one.sendall(request("/servlet?p=body", 0) + record(STDIN))
+        assert records_until_end(next_one) == ANSWER
+        assert 1.5 < time.monotonic() - begin < 5
+        sender.join()
+
+
+def time_until_closed(connection):
+    begin = time.monotonic()
+    closed = select.poll()
+    closed.register(connection, 0)  # tells when the other side is closed both ways
+    assert closed.poll(PATIENCE * 1000)
+    return time.monotonic() - begin
+
+
+@pytest.fixture
+def connect_locally(start):
+    def connect_locally():
+        connection = socket.socket(socket.AF_UNIX)
+        start.sockets.append(connection)
+        connection.connect(start.socket_path)
+        return connection
+    return connect_locally
+
+
+@pytest.mark.parametrize("setting, least, most", [(None, 0, 0.4), ("500", 0.4, 1.5)],
+                         ids=["unset", "500 ms"])
+def test_the_wait_for_a_peer_to_close_is_none_unless_the_environment_sets_one(
+        start, connect_locally, setting, least, most):
+    start.environment.pop(WAIT, None)
+    if setting:
+        start.environment[WAIT] = setting
+    start.host("--listen", start.socket_path)
+    connection = connect_locally()
+    connection.sendall(request("/servlet?p=body", 0) + record(STDIN))
+    assert records_until_end(connection) == ANSWER
+    assert least <= time_until_closed(connection) < most
+
+
+def test_a_form_that_has_been_read_is_not_waited_for(start, connect_locally):
+    start.host("--listen", start.socket_path)
+    connection = connect_locally()
+    connection.sendall(request("/servlet?p=body", 3, "application/x-www-form-urlencoded")
+                       + record(STDIN, b"x=y") + record(STDIN))
+    assert records_until_end(connection) == ANSWER
+    assert time_until_closed(connection) < 0.4
+
+
+def test_a_connection_that_is_to_be_kept_is(start, connect_locally):
+    start.host("--listen", start.socket_path, "--threads", "1")
+    connection = connect_locally()
+    for _ in range(3):
+        connection.sendall(request("/servlet?p=body", 3, keep=True)
+                           + record(STDIN, b"abc") + record(STDIN))
+        assert records_until_end(connection) == ANSWER
