@@ -1,0 +1,28 @@
+// What the pieces of a request cost: run it with --help for what can be chosen.
+#include "pieces.h"
+#include "template_pages.h"
+
+#include <cstdlib>
+
+int main(int argc, char** argv) {
+    // Records of the daily kind would be most of what some operations do.
+    setenv("APP_LOG_LEVEL", "3", 0);
+
+    pieces::addMap();
+    pieces::addRequest();
+    pieces::addHeaders();
+    pieces::addSession();
+    pieces::addMemory();
+    pieces::addScreening();
+    pieces::addTemplate();
+    pieces::addDecode();
+    pieces::addUpload();
+
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    pieces::checkThatPagesAreEqual();
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

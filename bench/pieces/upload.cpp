@@ -1,0 +1,117 @@
+// An upload of 64 MiB into a file, beside the least that storing the same bytes can be: read a
+// piece, write it, sync, rename. The counter "most bytes" is the memory in use at once.
+#include "pieces.h"
+
+#include "body.h"
+#include "cgi.h"
+#include "temporary_folder.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <random>
+
+namespace {
+
+using namespace pieces;
+
+constexpr long kMebibytes = 64;
+constexpr std::size_t kPieceBytes = 16 * 1024;
+const char* const kType = "multipart/form-data; boundary=----kBoundary7MA4YWxkTrZu0gW";
+
+// Bytes of every kind, as a compressed firmware image has them.
+std::string content() {
+    std::mt19937_64 random(1);
+    std::string bytes(kMebibytes * 1024 * 1024, '\0');
+    for (char& byte : bytes)
+        byte = static_cast<char>(random());
+    return bytes;
+}
+
+std::string uploadOf(const std::string& bytes) {
+    return "------kBoundary7MA4YWxkTrZu0gW\r\n"
+           "Content-Disposition: form-data; name=\"firmware\"; filename=\"image.rom\"\r\n"
+           "Content-Type: application/octet-stream\r\n\r\n" +
+           bytes + "\r\n------kBoundary7MA4YWxkTrZu0gW--\r\n";
+}
+
+bool sync(const std::string& path, int flags) {
+    const int file = open(path.c_str(), flags | O_CLOEXEC);
+    const bool synced = file >= 0 && fsync(file) == 0;
+    return file >= 0 && close(file) == 0 && synced;
+}
+
+bool copyAll(FCGX_Stream* in, int file) {
+    char piece[kPieceBytes];
+    for (;;) {
+        const int count = FCGX_GetStr(piece, sizeof piece, in);
+        if (count <= 0)
+            return true;
+        if (write(file, piece, static_cast<std::size_t>(count)) != count)
+            return false;
+    }
+}
+
+class Upload {
+public:
+    bool receive() {
+        CGI_varlist* list = CGI_fileupload(nullptr, kType, m_target.c_str(), m_upload.stream());
+        const bool complete = CGI_lookup(list, "firmware") != nullptr;
+        CGI_free_varlist(list);
+        return complete;
+    }
+
+    bool copy() {
+        const std::string temporary = m_folder.path("copied");
+        const int file = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+        const bool copied = file >= 0 && copyAll(m_plain.stream(), file) && fsync(file) == 0;
+        return file >= 0 && close(file) == 0 && copied &&
+               rename(temporary.c_str(), m_target.c_str()) == 0 &&
+               sync(m_folder.path("."), O_RDONLY | O_DIRECTORY);
+    }
+
+private:
+    const std::string m_content = content();
+    const std::string m_body = uploadOf(m_content);
+    const TemporaryFolder m_folder;
+    const std::string m_target = m_folder.path("image");
+    Body m_plain{m_content};
+    Body m_upload{m_body};
+};
+
+Upload& upload() {
+    static Upload instance;
+    return instance;
+}
+
+void storeAgainAndAgain(benchmark::State& state, Upload& made, bool (Upload::*store)()) {
+    const AllocationCounter counter(state);
+    for (auto each : state) {
+        static_cast<void>(each);
+        if (!(made.*store)())
+            state.SkipWithError("nothing was stored");
+    }
+}
+
+void addOne(const char* subject, bool (Upload::*store)()) {
+    const auto run = [store](benchmark::State& state) {
+        Upload& made = upload();
+        const PeakMemory peak;
+        storeAgainAndAgain(state, made, store);
+        state.counters["most bytes"] = static_cast<double>(peak.bytes());
+        state.SetBytesProcessed(state.iterations() * kMebibytes * 1024 * 1024);
+    };
+    benchmark::RegisterBenchmark(nameOf("upload/MiB to a file", kMebibytes, subject).c_str(), run)
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
+}
+
+} // namespace
+
+void pieces::addUpload() {
+    addOne("ours", &Upload::receive);
+    addOne("copy", &Upload::copy);
+}

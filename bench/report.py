@@ -1,0 +1,281 @@
+#!/usr/bin/env python3
+"""Makes a report of measurements: a table on standard output, report.json, and with --docs the
+page benchmarks.md with its picture.
+
+    bench/report.py --build build/bench --pieces PIECES.json [--whole WHOLE.json] [--docs docs]
+
+PIECES.json is what the program `pieces` writes with --benchmark_out and several repetitions.
+WHOLE.json holds what was measured through web servers:
+
+    {"rows":   [{"group", "measure", "subject", "value", "unit", "samples"}, ...],
+     "aims":   [{"measure", "figure", "aim", "better": "higher" or "lower"}, ...],
+     "curves": [{"title", "x", "y", "subject", "points": [[x, y], ...]}, ...]}
+"""
+import argparse
+import datetime
+import json
+import os
+import pathlib
+import platform
+import statistics
+import subprocess
+
+import chart
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+
+# What is looked at by how it grows: operation, what its size counts.
+GROWING = [("map/look up", "entries"), ("map/insert", "entries"), ("session/create", "sessions"),
+           ("session/look up", "sessions"), ("session/sweep", "sessions"),
+           ("template/render", "rows"), ("template/fill and render", "rows"),
+           ("request/construct", "parameters"), ("decode/query", "pairs")]
+
+# Operation, size, the other subject, the aim for its time divided by ours.
+AIMS = [("decode/query", 10, "in place", 0.5), ("decode/cookie", 5, "in place", 0.5),
+        ("template/fill and render", 50, "ctemplate", 1.0),
+        ("template/render", 50, "ctemplate", 1.0),
+        ("upload/MiB to a file", 64, "copy", 0.8)]
+UPLOAD_MEMORY = ("upload/MiB to a file", 64, "ours")
+UPLOAD_MEMORY_AIM = 256 * 1024
+# The session and its share of the table.
+SESSION_MEMORY = ("session/create", 10_000, "ours")
+SESSION_MEMORY_AIM = 512
+
+
+def spread(samples):
+    """The middle half of the samples, from its lower to its upper end, by their median."""
+    if len(samples) < 2:
+        return None
+    lower, middle, upper = statistics.quantiles(samples, n=4, method="inclusive")
+    return (upper - lower) / middle if middle else None
+
+
+def is_met(aim):
+    if aim["better"] == "higher":
+        return aim["figure"] >= aim["aim"]
+    return aim["figure"] <= aim["aim"]
+
+
+def read_pieces(benchmarks):
+    """By (operation, size, subject): the samples in nanoseconds, and the counters."""
+    to_nanoseconds = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+    pieces = {}
+    for run in benchmarks:
+        if run["run_type"] != "iteration":
+            continue
+        if run.get("error_occurred"):
+            raise ValueError(f"{run['name']}: {run['error_message']}")
+        # What waits for a disk is measured by the clock, the rest by what the processor did.
+        name, of_clock, _ = run["run_name"].partition("/real_time")
+        *operation, size, subject = name.split("/")
+        time = run["real_time" if of_clock else "cpu_time"]
+        piece = pieces.setdefault(("/".join(operation), int(size), subject), {"samples": []})
+        piece["samples"].append(time * to_nanoseconds[run["time_unit"]])
+        for counter in ("allocations", "bytes", "most bytes"):
+            if counter in run:
+                piece[counter] = run[counter]
+    return dict(sorted(pieces.items()))
+
+
+def time_of(piece):
+    return statistics.median(piece["samples"])
+
+
+def ratios_of(pieces):
+    """For each subject beside ours: its time divided by ours, so that more is better."""
+    ratios = []
+    for (operation, size, subject), piece in pieces.items():
+        ours = pieces.get((operation, size, "ours"))
+        if subject != "ours" and ours is not None:
+            ratios.append({"operation": operation, "size": size, "subject": subject,
+                           "ratio": time_of(piece) / time_of(ours)})
+    return ratios
+
+
+def aims_of(pieces, ratios):
+    aims = []
+    for operation, size, subject, aim in AIMS:
+        for ratio in ratios:
+            if (ratio["operation"], ratio["size"], ratio["subject"]) == (operation, size, subject):
+                aims.append({"measure": f"{operation} of {size}, speed, ours : {subject}",
+                             "figure": ratio["ratio"], "aim": aim, "better": "higher"})
+    upload = pieces.get(UPLOAD_MEMORY)
+    if upload is not None:
+        aims.append({"measure": "upload of 64 MiB, most bytes in use at once",
+                     "figure": upload["most bytes"], "aim": UPLOAD_MEMORY_AIM, "better": "lower"})
+    session = pieces.get(SESSION_MEMORY)
+    if session is not None:
+        aims.append({"measure": "memory of a session without attributes, bytes",
+                     "figure": session["bytes"], "aim": SESSION_MEMORY_AIM, "better": "lower"})
+    return aims
+
+
+def curves_of(pieces):
+    curves = {}
+    for operation, counted in GROWING:
+        for (other, size, subject), piece in pieces.items():
+            if other == operation:
+                curve = curves.setdefault((operation, subject), {
+                    "title": operation, "x": counted, "y": "ns", "subject": subject,
+                    "points": []})
+                curve["points"].append([size, time_of(piece)])
+    for curve in curves.values():
+        curve["points"].sort()
+    return list(curves.values())
+
+
+def output_of(*command):
+    return subprocess.run(command, cwd=ROOT, check=True, capture_output=True,
+                          text=True).stdout.strip()
+
+
+def cache_of(build):
+    """The entries of CMake's cache."""
+    entries = {}
+    for line in (build / "CMakeCache.txt").read_text().splitlines():
+        key, equals, value = line.partition("=")
+        if equals and ":" in key and not key.startswith(("#", "//")):
+            entries[key.partition(":")[0]] = value
+    return entries
+
+
+def processor():
+    for line in pathlib.Path("/proc/cpuinfo").read_text().splitlines():
+        if line.startswith("model name"):
+            return line.partition(":")[2].strip()
+    return platform.machine()
+
+
+def conditions_of(build, context):
+    cache = cache_of(build)
+    kind = cache["CMAKE_BUILD_TYPE"]
+    flags = f"{cache['CMAKE_CXX_FLAGS']} {cache['CMAKE_CXX_FLAGS_' + kind.upper()]}"
+    changed = output_of("git", "status", "--porcelain", "--untracked-files=no", "--", ".",
+                        ":!docs/benchmarks.*")
+    return {"processor": processor(), "cores": os.cpu_count(),
+            "system": f"{platform.system()} {platform.release()}, {platform.machine()}",
+            "load at the beginning": ", ".join(f"{load:.1f}" for load in context["load_avg"]),
+            "compiler": output_of(cache["CMAKE_CXX_COMPILER"], "--version").splitlines()[0],
+            "flags": f"{kind}: {flags.strip()}",
+            "commit": output_of("git", "rev-parse", "--short", "HEAD") +
+                      (", with changes" if changed else ""),
+            "date": datetime.datetime.fromisoformat(context["date"]).date().isoformat()}
+
+
+def noise_of(pieces, rows):
+    spreads = [spread(piece["samples"]) for piece in pieces.values()]
+    spreads += [spread(row["samples"]) for row in rows]
+    known = [one for one in spreads if one is not None]
+    if not known:
+        return None
+    return {"median": statistics.median(known), "largest": max(known)}
+
+
+def make_report(pieces, whole, conditions):
+    ratios = ratios_of(pieces)
+    aims = whole["aims"] + aims_of(pieces, ratios)
+    return {"conditions": conditions, "noise": noise_of(pieces, whole["rows"]),
+            "aims": [{**aim, "met": is_met(aim)} for aim in aims], "rows": whole["rows"],
+            "pieces": [{"operation": operation, "size": size, "subject": subject,
+                        "ns": time_of(piece), "spread": spread(piece["samples"]),
+                        **{name: value for name, value in piece.items() if name != "samples"}}
+                       for (operation, size, subject), piece in pieces.items()],
+            "ratios": ratios, "curves": whole["curves"] + curves_of(pieces)}
+
+
+def number(value):
+    """Three digits that count, and thousands set apart."""
+    if value == int(value) or abs(value) >= 100:
+        return f"{value:,.0f}"
+    return f"{value:.{2 if abs(value) >= 1 else 3}f}"
+
+
+def percent(value):
+    return "" if value is None else f"{100 * value:.0f} %"
+
+
+def table(head, rows):
+    lines = ["| " + " | ".join(head) + " |", "|" + "---|" * len(head)]
+    return lines + ["| " + " | ".join(row) + " |" for row in rows]
+
+
+def aims_table(report):
+    return table(["measure", "figure", "aim", ""],
+                 [[aim["measure"], number(aim["figure"]),
+                   f"{'at least' if aim['better'] == 'higher' else 'at most'} "
+                   f"{number(aim['aim'])}", "met" if aim["met"] else "**missed**"]
+                  for aim in report["aims"]])
+
+
+def whole_table(report):
+    return table(["where", "measure", "subject", "value", "spread"],
+                 [[row["group"], row["measure"], row["subject"],
+                   f"{number(row['value'])} {row['unit']}", percent(spread(row["samples"]))]
+                  for row in report["rows"]])
+
+
+def pieces_table(report):
+    ratios = {(one["operation"], one["size"], one["subject"]): one["ratio"]
+              for one in report["ratios"]}
+    rows = []
+    for one in report["pieces"]:
+        ratio = ratios.get((one["operation"], one["size"], one["subject"]))
+        rows.append([one["operation"], number(one["size"]), one["subject"], number(one["ns"]),
+                     percent(one["spread"]), number(round(one["allocations"], 1)),
+                     number(round(one["bytes"], 1)), "" if ratio is None else number(ratio)])
+    return table(["operation", "size", "subject", "ns", "spread", "allocations", "bytes",
+                  "its time : ours"], rows)
+
+
+def document(report):
+    noise = report["noise"]
+    lines = ["# Benchmarks", "",
+             "`bench/report.py` writes this page from what was measured.", "",
+             "![Each figure by its aim, and how times grow](benchmarks.svg)", "",
+             "## Aims", ""] + aims_table(report)
+    lines += ["", "## Conditions", ""] + table(
+        ["", ""], [[name, str(value)] for name, value in report["conditions"].items()])
+    if noise is not None:
+        lines += ["", "Each figure is the median of several repetitions in mixed order. The spread "
+                  "is the width of the middle half of the repetitions, divided by the median: "
+                  f"{percent(noise['median'])} for the median figure, "
+                  f"{percent(noise['largest'])} for the worst. A difference smaller than the "
+                  "spread says nothing."]
+    if report["rows"]:
+        lines += ["", "## Whole requests", ""] + whole_table(report)
+    lines += ["", "## Pieces of a request", "",
+              "The time of one operation, and what it takes of memory. The size is the count of "
+              "entries, parameters, rows, or bytes that the operation handles; the times of the "
+              "map's operations are those of one entry. Uploads are timed by the clock, the rest "
+              "by the processor's time.", ""] + pieces_table(report)
+    return "\n".join(lines) + "\n"
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--build", type=pathlib.Path, required=True,
+                        help="the build folder; report.json goes there")
+    parser.add_argument("--pieces", type=pathlib.Path, required=True)
+    parser.add_argument("--whole", type=pathlib.Path)
+    parser.add_argument("--docs", type=pathlib.Path,
+                        help="write benchmarks.md and benchmarks.svg into this folder")
+    arguments = parser.parse_args()
+
+    measured = json.loads(arguments.pieces.read_text())
+    whole = {"rows": [], "aims": [], "curves": []}
+    if arguments.whole is not None:
+        whole.update(json.loads(arguments.whole.read_text()))
+    report = make_report(read_pieces(measured["benchmarks"]), whole,
+                         conditions_of(arguments.build, measured["context"]))
+
+    (arguments.build / "report.json").write_text(json.dumps(report, indent=1) + "\n")
+    if arguments.docs is not None:
+        (arguments.docs / "benchmarks.md").write_text(document(report))
+        (arguments.docs / "benchmarks.svg").write_text(chart.draw(report["aims"],
+                                                                  report["curves"]))
+    print("\n".join(whole_table(report) + [""] if report["rows"] else []))
+    print("\n".join(pieces_table(report) + [""] + aims_table(report)))
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,89 @@
+// The least that a FastCGI program can do: what the container is measured against.
+//   bare_loop [LOOPS]
+// Serves the listening socket at file descriptor 0 by LOOPS threads, 1 by default, until SIGTERM:
+// a page of 1 KiB; for a POST the body is read first, and with FILE in the environment copied to
+// that file, whatever is in it. LIBFCGI_OS_CLOSE_POLL_TIMEOUT is left to the caller.
+#include <fcgiapp.h>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr int kListenSocket = 0;
+constexpr std::size_t kPageBytes = 1024;
+
+std::mutex acceptLock;
+
+void stop(int) {
+    shutdown(kListenSocket, SHUT_RD);
+}
+
+int acceptRequest(FCGX_Request& request) {
+    const std::lock_guard<std::mutex> lock(acceptLock);
+    return FCGX_Accept_r(&request);
+}
+
+// Through a file beside it, and to the disk, as a careful program stores an upload.
+void copyBody(FCGX_Stream* in, const char* path) {
+    const std::string temporary = std::string(path) + ".new";
+    const int file = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    char block[16384];
+    for (int count = 0; (count = FCGX_GetStr(block, sizeof block, in)) > 0;)
+        if (file < 0 || write(file, block, static_cast<std::size_t>(count)) != count)
+            std::abort();
+    if (fsync(file) != 0 || close(file) != 0 || rename(temporary.c_str(), path) != 0)
+        std::abort();
+}
+
+void readBody(FCGX_Stream* in) {
+    char block[4096];
+    while (FCGX_GetStr(block, sizeof block, in) > 0) {
+    }
+}
+
+void serve(FCGX_Request& request, const std::string& page) {
+    if (FCGX_GetParam("QUERY_STRING", request.envp) == nullptr)
+        return;
+    const char* method = FCGX_GetParam("REQUEST_METHOD", request.envp);
+    if (method != nullptr && std::strcmp(method, "POST") == 0) {
+        if (const char* path = std::getenv("FILE"))
+            copyBody(request.in, path);
+        else
+            readBody(request.in);
+    }
+    FCGX_FPrintF(request.out, "Content-Type: text/html\r\nCache-Control: no-store\r\n\r\n");
+    FCGX_PutStr(page.data(), static_cast<int>(page.size()), request.out);
+}
+
+void run() {
+    const std::string page(kPageBytes, 'x');
+    FCGX_Request request;
+    FCGX_InitRequest(&request, kListenSocket, 0);
+    while (acceptRequest(request) >= 0) {
+        serve(request, page);
+        FCGX_Finish_r(&request);
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGTERM, stop);
+    FCGX_Init();
+    std::vector<std::thread> others;
+    for (int count = argc > 1 ? std::atoi(argv[1]) : 1; count > 1; --count)
+        others.emplace_back(run);
+    run();
+    for (std::thread& other : others)
+        other.join();
+}

@@ -1,0 +1,81 @@
+// What a request costs in allocations: more than these is noticed here, and has to be wanted.
+#include "counted_memory.h"
+#include "http_session.h"
+#include "servlet_controller.h"
+#include "session_factory.h"
+#include <kit/testing/request.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace {
+
+using kit::testing::get;
+using kit::testing::MemoryRequest;
+using kit::testing::post;
+using kit::testing::Request;
+
+constexpr char kClient[] = "10.0.0.5";
+constexpr std::size_t kMostBytes = 64 * 1024;
+
+// The container with the plug-in that is measured: two listeners that let everything through, and
+// a client with a session.
+class Allocations : public testing::Test {
+protected:
+    Allocations() {
+        setenv("TEMPLATE", TEMPLATE, 1);
+        m_controller.init();
+        std::string address = kClient;
+        m_id = m_controller.getSessionFactory()->createSession(address)->getId();
+    }
+    ~Allocations() override { m_controller.destroy(); }
+
+    // Of the second of two equal requests: the first one makes what is made once.
+    long of(const Request& asked) {
+        serve(asked);
+        return serve(asked);
+    }
+
+private:
+    long serve(const Request& asked) {
+        MemoryRequest request = asked.from(kClient).cookie("JSESSIONID", m_id).inMemory();
+        // Room for the whole answer, which then is no allocation of the stream's.
+        FCGX_Stream* out = request.get()->out;
+        std::vector<unsigned char> answer(kMostBytes);
+        out->wrNext = answer.data();
+        out->stop = answer.data() + answer.size();
+        const long before = counted_memory::made();
+        EXPECT_EQ(m_controller.doService(request.get()), 200);
+        const long made = counted_memory::made() - before;
+        const std::string text(answer.data(), out->wrNext);
+        EXPECT_NE(text.find("Cache-Control: no-store"), std::string::npos);
+        EXPECT_EQ(text.find("Status:"), std::string::npos) << "not the page";
+        return made;
+    }
+
+    ServletController m_controller{SERVLET_XML};
+    std::string m_id;
+};
+
+TEST_F(Allocations, OfAPageWithASessionAndThreeHeaders) {
+    // The request, the response and its map of headers; the map's buckets and its block of nodes;
+    // a name and a value of more than 15 bytes; the cookies and the query; the variable "local".
+    EXPECT_LE(of(get("/servlet?p=page&x=1")), 11);
+}
+
+TEST_F(Allocations, OfAFormOfTenFields) {
+    kit::testing::Fields fields;
+    for (int i = 0; i < 10; ++i)
+        fields.emplace_back("field" + std::to_string(i), "value " + std::to_string(i) + "!");
+    EXPECT_LE(of(post("/servlet?p=form").form(fields)), 13);
+}
+
+TEST_F(Allocations, OfATemplateOfTwentyVariablesAndFiftyRows) {
+    // Most are the page's own, for the texts of its rows.
+    EXPECT_LE(of(get("/servlet?p=template")), 163);
+}
+
+} // namespace
