@@ -80,6 +80,23 @@ def test_a_plug_in_exports_its_creation_functions_only_and_goes_when_it_is_close
                                                environment(prefix))
 
 
+OFFERED = {
+    "libdevice.so": r"CGI_\w+$|TMPL_\w+$|app_log$|WebDebug::",
+    "libfcgiServer.so": r"session_mutex$|ReplaceStr\(|(vtable for |typeinfo for |typeinfo name for )?"
+                        r"(FCGIServer|ServletController|PluginLoader|(Listener|Servlet)Container|"
+                        r"SessionFactory|Http(Request|Response|Session)(Impl)?)\b",
+}
+
+
+@pytest.mark.parametrize("library", OFFERED)
+def test_a_library_offers_its_interface_only(prefix, library):
+    symbols = run("nm", "--dynamic", "--demangle", "--defined-only", "--format=posix",
+                  prefix / "lib" / library).splitlines()
+    assert symbols
+    assert [symbol for symbol in symbols
+            if not re.match(OFFERED[library], re.sub(r" [A-Za-z] [0-9a-f ]*$", "", symbol))] == []
+
+
 def test_pkg_config_tells_all_that_a_plug_in_needs(prefix, tmp_path):
     env = environment(prefix)
     flags = run("pkg-config", "--cflags", "--libs", "fcgiServer-kit", env=env).split()

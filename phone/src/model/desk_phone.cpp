@@ -41,14 +41,6 @@ Lamp lampOf(Call call) {
     return Lamp::on;
 }
 
-bool isSame(const PhoneView& left, const PhoneView& right) {
-    return left.display == right.display && left.call == right.call && left.line == right.line &&
-           left.lineLamps == right.lineLamps && left.messageLamp == right.messageLamp &&
-           left.speaker == right.speaker && left.mute == right.mute &&
-           left.headset == right.headset && left.offHook == right.offHook &&
-           left.doNotDisturb == right.doNotDisturb && left.volume == right.volume;
-}
-
 std::string headline(Call call) {
     switch (call) {
     case Call::idle:
@@ -102,11 +94,6 @@ DeskPhone::DeskPhone() {
 PhoneView DeskPhone::view() const {
     const std::lock_guard<std::mutex> lock(m_lock);
     return m_view;
-}
-
-std::uint64_t DeskPhone::changes() const {
-    const std::lock_guard<std::mutex> lock(m_lock);
-    return m_view.changes;
 }
 
 bool DeskPhone::press(std::string_view key) {
@@ -288,25 +275,18 @@ void DeskPhone::end() {
     m_view.mute = false;
 }
 
-// Brings what follows from the state up to date, and counts when anything has changed.
+// Brings what follows from the state up to date.
 void DeskPhone::show() {
-    PhoneView view = m_view;
-    view.offHook = view.call != Call::idle && view.call != Call::ringing;
-    view.lineLamps.fill(Lamp::off);
-    view.lineLamps[static_cast<std::size_t>(view.line) - 1] = lampOf(view.call);
-    const std::string line = "Line " + std::to_string(view.line);
+    m_view.lineLamps.fill(Lamp::off);
+    m_view.lineLamps[static_cast<std::size_t>(m_view.line) - 1] = lampOf(m_view.call);
+    const std::string line = "Line " + std::to_string(m_view.line);
     if (m_menu) {
-        view.display = {"Menu", "Settings: in the browser"};
-    } else if (view.call == Call::idle) {
-        view.display = {line, view.doNotDisturb ? "Do not disturb" : headline(view.call)};
+        m_view.display = {"Menu", "Settings: in the browser"};
+    } else if (m_view.call == Call::idle) {
+        m_view.display = {line, m_view.doNotDisturb ? "Do not disturb" : headline(m_view.call)};
     } else {
-        view.display = {line + ": " + headline(view.call), m_digits};
+        m_view.display = {line + ": " + headline(m_view.call), m_digits};
     }
-    if (!isSame(view, m_shown)) {
-        ++view.changes;
-    }
-    m_view = view;
-    m_shown = std::move(view);
 }
 
 } // namespace phone

@@ -30,10 +30,8 @@ struct PhoneView {
     bool speaker = false;
     bool mute = false;
     bool headset = false;
-    bool offHook = false; // dialing, or in a call
     bool doNotDisturb = false;
     int volume = 5;
-    std::uint64_t changes = 0; // grows with every change of anything above
     std::string key;           // the one that was pressed last; empty before the first
     std::uint64_t presses = 0; // how many keys were pressed, those too that did nothing
 };
@@ -58,8 +56,6 @@ public:
     DeskPhone();
 
     PhoneView view() const;
-    // The change counter alone, for those who only want to know whether to look.
-    std::uint64_t changes() const;
 
     // One of OK CANCEL UP DOWN LEFT RIGHT 0 to 9 STAR POUND SPEAKER MUTE HEADSET VOLUME_UP
     // VOLUME_DOWN L1 to L6 HOLD MENU. False for any other name; a key that does nothing at the
@@ -91,7 +87,6 @@ private:
 
     mutable std::mutex m_lock; // guards all below
     PhoneView m_view;
-    PhoneView m_shown;    // as it was when changes were counted last
     std::string m_digits; // what was dialed, or who is calling
     bool m_menu = false;  // whether the display shows the menu
 };

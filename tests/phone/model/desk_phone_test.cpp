@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 using namespace phone;
@@ -22,6 +23,16 @@ void play(DeskPhone& phone, const std::string& script) {
     }
 }
 
+// All that there is to see, but not which key was pressed last.
+using Seen = std::tuple<std::array<std::string, 2>, Call, int, std::array<Lamp, PhoneView::kLines>,
+                        Lamp, bool, bool, bool, bool, int>;
+
+Seen seen(const DeskPhone& phone) {
+    const PhoneView view = phone.view();
+    return {view.display, view.call, view.line,    view.lineLamps,    view.messageLamp,
+            view.speaker, view.mute, view.headset, view.doNotDisturb, view.volume};
+}
+
 PhoneView after(const std::string& script) {
     DeskPhone phone;
     play(phone, script);
@@ -35,7 +46,6 @@ TEST(DeskPhone, IsReadyAtFirst) {
     EXPECT_EQ(view.display[0], "Line 1");
     EXPECT_EQ(view.display[1], "Ready");
     EXPECT_EQ(view.call, Call::idle);
-    EXPECT_FALSE(view.offHook);
     for (Lamp lamp : view.lineLamps) {
         EXPECT_EQ(lamp, Lamp::off);
     }
@@ -97,7 +107,6 @@ TEST(DeskPhone, GoesFromCallToCall) {
         const PhoneView view = after(test.script);
         EXPECT_STREQ(nameOf(view.call), nameOf(test.call));
         EXPECT_EQ(view.display[1], test.display);
-        EXPECT_EQ(view.offHook, test.call != Call::idle && test.call != Call::ringing);
     }
 }
 
@@ -164,7 +173,7 @@ TEST(DeskPhone, DialsNumbers) {
     for (const char* bad : {"", "abc", "*#", "1\n2", "123456789012345678901234567890123"}) {
         EXPECT_FALSE(phone.dial(bad)) << bad;
     }
-    EXPECT_EQ(phone.changes(), DeskPhone().changes());
+    EXPECT_EQ(seen(phone), seen(DeskPhone()));
     EXPECT_TRUE(phone.dial("+49 30 23125 000"));
     EXPECT_EQ(phone.view().call, Call::talking);
     EXPECT_EQ(phone.view().display[1], "+49 30 23125 000");
@@ -182,26 +191,25 @@ TEST(DeskPhone, CollectsABoundedNumberOfDigits) {
 
 TEST(DeskPhone, RefusesWhatItDoesNotKnow) {
     DeskPhone phone;
-    const std::uint64_t before = phone.changes();
     for (const char* key : {"", "ok", "L0", "L7", "L", "L1x", "10", "A", "STARS", "OK "}) {
         EXPECT_FALSE(phone.press(key)) << key;
     }
     for (const char* command : {"", "RING", "explode", "answer", "hangup", "hold"}) {
         EXPECT_FALSE(phone.command(command)) << command;
     }
+    EXPECT_EQ(seen(phone), seen(DeskPhone()));
     phone.command("ring");
+    const Seen ringing = seen(phone);
     EXPECT_FALSE(phone.command("ring")) << "busy";
-    EXPECT_EQ(phone.changes(), before + 1);
+    EXPECT_EQ(seen(phone), ringing);
 }
 
-TEST(DeskPhone, CountsChangesAndNothingElse) {
+TEST(DeskPhone, StaysAsItIsWithKeysThatDoNothing) {
     DeskPhone phone;
-    const std::uint64_t before = phone.changes();
     play(phone, "OK CANCEL HOLD MUTE");
-    EXPECT_EQ(phone.changes(), before);
-    play(phone, "5 5 VOLUME_UP");
-    EXPECT_EQ(phone.changes(), before + 3);
-    EXPECT_EQ(phone.view().changes, phone.changes());
+    EXPECT_EQ(seen(phone), seen(DeskPhone()));
+    play(phone, "5 VOLUME_UP");
+    EXPECT_NE(seen(phone), seen(DeskPhone()));
 }
 
 TEST(DeskPhone, RemembersTheKeyThatWasPressedLast) {
