@@ -111,6 +111,16 @@ observed('a request that is given up because the page is left is none', async ({
     expect(watch.takeProblems()).toEqual([]);
 });
 
+observed('a request that a page makes while it is left is none', async ({ observe }) => {
+    const { page, watch } = await observe(
+        kGood.replace('</body>', '<script>onpagehide = () => fetch("/endless");</script></body>'));
+    await page.context().route('**/endless', () => {});
+    const failed = page.waitForEvent('requestfailed');
+    await page.goto('/made-up');
+    await failed;
+    expect(watch.takeProblems()).toEqual([]);
+});
+
 for (const [what, html, fault] of [
     ['a picture without a text', withBody('<img src="data:,">'), /^light: axe image-alt/],
     ['a text that cannot be told from the page in the dark',

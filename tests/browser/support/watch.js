@@ -24,6 +24,8 @@ export class Watch {
         this.documents = new WeakMap();
         this.askers = new WeakMap(); // the document that each request is for
         this.departures = new WeakMap(); // the request by which a page is about to be left
+        this.arrivals = new WeakMap(); // the answer that it is about to be made from
+        context.on('page', (page) => page.on('framenavigated', (frame) => this.#onArrival(frame)));
         context.on('console', (message) => this.#onConsole(message));
         context.on('weberror', (error) => this.#note(`uncaught: ${error.error()}`));
         context.on('request', (request) => this.#onRequest(request));
@@ -77,6 +79,20 @@ export class Watch {
         }
     }
 
+    // Between the answer and this, the page that is left may still ask for something.
+    #onArrival(frame) {
+        const page = frame.page();
+        if (frame === page.mainFrame() && this.arrivals.has(page)) {
+            this.documents.set(page, this.arrivals.get(page));
+            this.#endDeparture(page);
+        }
+    }
+
+    #endDeparture(page) {
+        this.departures.delete(page);
+        this.arrivals.delete(page);
+    }
+
     // A page that is left gives up what it was asking for, and a script may not want to go where it
     // is sent.
     #isGivenUp(request) {
@@ -88,7 +104,7 @@ export class Watch {
     #onFailure(request) {
         const reason = request.failure().errorText;
         if (isForPage(request)) {
-            this.departures.delete(pageOf(request));
+            this.#endDeparture(pageOf(request));
         }
         // A frame that goes elsewhere, or whose upload was answered before it was read to its end.
         const isNavigation = request.isNavigationRequest();
@@ -106,8 +122,7 @@ export class Watch {
     #onResponse(response) {
         const request = response.request();
         if (isForPage(request)) {
-            this.departures.delete(pageOf(request));
-            this.documents.set(pageOf(request), response);
+            this.arrivals.set(pageOf(request), response);
         }
         if (response.status() < 400) {
             return;
