@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -59,31 +60,41 @@ bool announcesBody(const FCGX_Request& request) {
     return !empty || variableOf(request.envp, "HTTP_TRANSFER_ENCODING") != nullptr;
 }
 
-bool isSentOnAfterTheAnswer(const FCGX_Request& request) {
-    return request.ipcFd > kListenSocket && !request.keepConnection &&
-           FCGX_HasSeenEOF(request.in) == 0 && announcesBody(request);
-}
-
-// A front server that is still sending a body may give up the answer when its connection is closed
-// on it. So the answer goes out whole, with the end of what is sent, for which some front servers
-// wait; then the connection is kept until the front server, which has the answer, closes it. The
-// body is not read before the answer: a client that sends slowly, or never to the end, would hold
-// up both the answer and this thread. Against a front server that does not close there is a limit,
-// as long as the kit's own wait where nobody sets that.
-void answerBeforeTheBodyEnds(FCGX_Request& request) {
-    FCGX_FClose(request.err);
-    FCGX_FClose(request.out);
-    shutdown(request.ipcFd, SHUT_WR);
+// Until the front server, which has the answer, closes the connection. Against one that does not
+// there is a limit, as long as the kit's own wait where nobody sets that.
+void waitUntilClosed(int connection) {
+    // What is sent ends here; some front servers wait for that before they close.
+    shutdown(connection, SHUT_WR);
     const auto deadline = Clock::now() + kLongestRest;
-    pollfd connection{request.ipcFd, POLLIN, 0};
+    pollfd polled{connection, POLLIN, 0};
     char rest[4096];
     for (;;) {
         const auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        if (left.count() <= 0 || poll(&connection, 1, static_cast<int>(left.count())) <= 0 ||
-            read(request.ipcFd, rest, sizeof rest) <= 0)
+        if (left.count() <= 0 || poll(&polled, 1, static_cast<int>(left.count())) <= 0 ||
+            read(connection, rest, sizeof rest) <= 0)
             return;
     }
+}
+
+// A front server that is still sending the body may give up the answer when its connection is
+// closed on it. So the answer goes out whole before the end of the body is waited for: a client
+// that sends slowly, or never to the end, would hold up both the answer and this thread.
+//
+// The end of a body that is none comes with the rest of the request, or at once behind it: the kit
+// has it, or waits for it.
+void answerBeforeTheBodyEnds(FCGX_Request& request) {
+    FCGX_FClose(request.err);
+    FCGX_FClose(request.out);
+    if (announcesBody(request) || FCGX_GetChar(request.in) != EOF)
+        waitUntilClosed(request.ipcFd);
+}
+
+void finish(FCGX_Request& request) {
+    const bool isConnected = request.ipcFd > kListenSocket && !request.keepConnection;
+    if (isConnected && FCGX_HasSeenEOF(request.in) == 0)
+        answerBeforeTheBodyEnds(request);
+    FCGX_Finish_r(&request);
 }
 
 } // namespace
@@ -117,9 +128,7 @@ int FCGIServer::run() {
         const int status = controller->doService(&request);
         if (status != kServed)
             onError(&request, status);
-        if (isSentOnAfterTheAnswer(request))
-            answerBeforeTheBodyEnds(request);
-        FCGX_Finish_r(&request);
+        finish(request);
         accepted = acceptRequest(&request, turn);
     }
     app_log(65, 4, "FCGIServer::run() accept request failed. err= %d\n", accepted);

@@ -264,3 +264,37 @@ def test_a_connection_that_is_to_be_kept_is(start, connect_locally):
         connection.sendall(request("/servlet?p=body", 3, keep=True)
                            + record(STDIN, b"abc") + record(STDIN))
         assert records_until_end(connection) == ANSWER
+
+
+def test_a_peer_that_ends_an_empty_body_by_itself_finds_the_connection_open(
+        start, connect_locally):
+    """As some web servers and cgi-fcgi(1) do; those that cannot send the end give the answer up."""
+    start.host("--listen", start.socket_path)
+    connection = connect_locally()
+    connection.sendall(request("/servlet?p=body", 0))
+    assert records_until_end(connection) == ANSWER
+    time.sleep(0.2)
+    connection.sendall(record(STDIN))
+    assert time_until_closed(connection) < 0.4
+
+
+def test_a_peer_that_goes_without_ending_an_empty_body_is_not_waited_for(start, connect_locally):
+    start.host("--listen", start.socket_path, "--threads", "1")
+    first = connect_locally()
+    first.sendall(request("/servlet?p=body", 0))
+    assert records_until_end(first) == ANSWER
+    first.close()
+    connection = connect_locally()
+    connection.sendall(request("/servlet?p=body", 0) + record(STDIN))
+    assert records_until_end(connection) == ANSWER
+
+
+def test_a_body_that_was_not_announced_is_not_cut_off(start, connect_locally):
+    start.host("--listen", start.socket_path)
+    connection = connect_locally()
+    connection.sendall(request("/servlet?p=body", 0))
+    assert records_until_end(connection) == ANSWER
+    for _ in range(20):
+        connection.sendall(record(STDIN, b"x" * 1000))
+        time.sleep(0.01)
+    connection.sendall(record(STDIN))
