@@ -84,14 +84,17 @@ bool removeStaleFile(const SocketAddress& address, std::string& error) {
     return false;
 }
 
-// The file appears with mode 0660, whatever the umask is: the web server reaches it by its group.
-int bindUnix(int fd, const SocketAddress& address) {
-    const mode_t before = umask(0117);
+// The file appears with its mode, whatever the umask is, so that nobody slips in before a change of
+// it.
+int bindUnix(int fd, const SocketAddress& address, const SocketAccess& access) {
+    const mode_t before = umask(~access.mode & 0777);
     const int result = bind(fd, address.get(), address.length);
     const int failure = errno;
     umask(before);
     errno = failure;
-    return result;
+    if (result != 0 || !access.owner)
+        return result;
+    return lchown(address.text.c_str(), access.owner->uid, access.owner->gid);
 }
 
 int bindInet(int fd, const SocketAddress& address) {
@@ -123,7 +126,8 @@ bool isListening(int fd) {
     return getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) == 0 && listening != 0;
 }
 
-std::optional<OwnSocket> OwnSocket::open(const SocketAddress& address, std::string& error) {
+std::optional<OwnSocket> OwnSocket::open(const SocketAddress& address, const SocketAccess& access,
+                                         std::string& error) {
     Descriptor listener(socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!listener) {
         error = systemError("cannot open a socket");
@@ -133,7 +137,7 @@ std::optional<OwnSocket> OwnSocket::open(const SocketAddress& address, std::stri
     if (isUnix && !removeStaleFile(address, error))
         return std::nullopt;
     const int bound =
-        isUnix ? bindUnix(listener.get(), address) : bindInet(listener.get(), address);
+        isUnix ? bindUnix(listener.get(), address, access) : bindInet(listener.get(), address);
     if (bound != 0 || listen(listener.get(), SOMAXCONN) != 0) {
         error = systemError("cannot listen on " + address.text);
         return std::nullopt;

@@ -2,6 +2,7 @@
 #ifndef LISTEN_SOCKET_H
 #define LISTEN_SOCKET_H
 
+#include "account.h"
 #include "descriptor.h"
 
 #include <sys/socket.h>
@@ -30,12 +31,21 @@ std::optional<SocketAddress> parseSocketAddress(const std::string& text, std::st
 // Whether `fd` is a listening stream socket.
 bool isListening(int fd);
 
+// Who may connect to a Unix socket.
+struct SocketAccess {
+    mode_t mode = 0660;
+    // Whom the file belongs to; nothing for who opens it.
+    std::optional<Account> owner;
+};
+
 // A socket that this process opened and nobody else accepts from.
 class OwnSocket {
 public:
     // Opens it, listening. A socket file that nobody listens on any more is replaced; any other
-    // file is not touched. Nothing on failure; `error` then says why.
-    static std::optional<OwnSocket> open(const SocketAddress& address, std::string& error);
+    // file is not touched. `access` is for a Unix socket. Nothing on failure; `error` then says
+    // why.
+    static std::optional<OwnSocket> open(const SocketAddress& address, const SocketAccess& access,
+                                         std::string& error);
 
     int get() const { return m_socket.get(); }
     // Removes the socket file, if there is one and it is still this socket's, so that no further

@@ -1,5 +1,6 @@
 // fcgi_host: the daemon around one FCGIServer.
 #include "accept_gate.h"
+#include "account.h"
 #include "fcgi_server.h"
 #include "listen_socket.h"
 #include "options.h"
@@ -101,20 +102,25 @@ void serveUntilStopped(FCGIServer& server, std::chrono::seconds interval) {
     }
 }
 
-void finishRequests(AcceptGate& gate, RequestLoops& loops) {
+void finishRequests(AcceptGate& gate, RequestLoops& loops, std::chrono::seconds drain) {
     // The loops each log that accepting failed; this says why.
     std::fputs("fcgi_host: stopping; finishing the requests under way\n", stderr);
+    const auto deadline = Clock::now() + drain;
     loops.stop();
     gate.close();
     do {
         gate.wake(loops);
         if (const int signal = waitForStop(Clock::duration::zero()))
             std::_Exit(fail(kSignalStatus + signal, "ended at once by a second signal"));
+        if (Clock::now() > deadline)
+            std::_Exit(fail(EX_TEMPFAIL, "ended with requests under way after " +
+                                             std::to_string(drain.count()) + " s"));
     } while (!loops.waitForEnd(kWakeInterval));
 }
 
 // The listening socket, at file descriptor 0, or the exit status.
-std::optional<AcceptGate> openGate(const Options& options, int& status) {
+std::optional<AcceptGate> openGate(const Options& options, const std::optional<Account>& account,
+                                   int& status) {
     std::string error;
     std::optional<OwnSocket> own;
     if (!options.listen.empty()) {
@@ -123,7 +129,7 @@ std::optional<AcceptGate> openGate(const Options& options, int& status) {
             status = fail(EX_USAGE, error);
             return std::nullopt;
         }
-        own = OwnSocket::open(*address, error);
+        own = OwnSocket::open(*address, {options.socketMode, account}, error);
         if (!own) {
             status = fail(EX_UNAVAILABLE, error);
             return std::nullopt;
@@ -142,10 +148,18 @@ std::optional<AcceptGate> openGate(const Options& options, int& status) {
 int serve(const Options& options) {
     arrangeSignals();
     shareOneHeap();
+    std::string error;
+    std::optional<Account> account;
+    if (!options.user.empty() && !(account = findAccount(options.user, error)))
+        return fail(EX_NOUSER, error);
     int status = EX_OK;
-    auto gate = openGate(options, status);
+    auto gate = openGate(options, account, status);
     if (!gate)
         return status;
+    if (account && !become(*account, error)) {
+        gate->close();
+        return fail(EX_OSERR, error);
+    }
     leaveTheWaitToTheServer();
     const auto server = std::make_unique<FCGIServer>();
     {
@@ -153,7 +167,7 @@ int serve(const Options& options) {
         if (loops.count() < options.threads)
             fail(EX_OSERR, "only " + std::to_string(loops.count()) + " threads could be started");
         serveUntilStopped(*server, std::chrono::seconds(options.timerSeconds));
-        finishRequests(*gate, loops);
+        finishRequests(*gate, loops, std::chrono::seconds(options.drainSeconds));
     }
     // A plug-in that does not come to an end is ended by a second signal, too.
     const sigset_t signals = stopSignals();

@@ -12,10 +12,15 @@ const char kHelpText[] =
     "The listening socket is the one that the web server hands over as file descriptor 0, the\n"
     "first one of a systemd socket unit, or the one that --listen opens.\n"
     "\n"
-    "  -l, --listen=PATH          listen on a Unix socket, which gets mode 0660\n"
+    "  -l, --listen=PATH          listen on a Unix socket\n"
     "  -l, --listen=ADDRESS:PORT  listen on 127.0.0.1:9000, [::1]:9000 or the like\n"
+    "  -m, --socket-mode=MODE     mode of that socket's file, in octal (0660)\n"
+    "  -u, --user=NAME[:GROUP]    run as this user, with the user's groups, once the socket is\n"
+    "                             open; a Unix socket of --listen then belongs to them\n"
     "  -n, --threads=N            serve up to N requests at once, 1 to 64 (2)\n"
     "  -t, --timer=SECONDS        expire idle sessions this often, 1 to 3600 (10)\n"
+    "  -d, --drain=SECONDS        after a signal to stop, wait this long for the requests under\n"
+    "                             way, 0 to 3600 (5)\n"
     "  -h, --help                 show this text and exit\n"
     "  -V, --version              show the version and exit\n"
     "\n"
@@ -25,8 +30,10 @@ const char kHelpText[] =
     "Exit status:\n"
     "    0  stopped by a signal\n"
     "   64  wrong usage, or no listening socket was handed over\n"
+    "   67  there is no such user or group\n"
     "   69  the address to listen on is in use or not to be had\n"
     "   71  the system refused something else\n"
+    "   75  stopped by a signal, with requests under way that took too long\n"
     "  129, 130, 143  ended at once by a second SIGHUP, SIGINT, SIGTERM\n"
     "  255  the plug-in library could not be opened\n";
 
@@ -34,36 +41,69 @@ namespace {
 
 // One kit request with its buffers takes some 20 KiB and each thread a stack.
 constexpr int kMostThreads = 64;
-constexpr int kMostTimerSeconds = 3600;
+constexpr int kMostSeconds = 3600;
 
 const option kLongOptions[] = {
-    {"listen", required_argument, nullptr, 'l'}, {"threads", required_argument, nullptr, 'n'},
-    {"timer", required_argument, nullptr, 't'},  {"help", no_argument, nullptr, 'h'},
-    {"version", no_argument, nullptr, 'V'},      {nullptr, 0, nullptr, 0},
+    {"listen", required_argument, nullptr, 'l'},
+    {"socket-mode", required_argument, nullptr, 'm'},
+    {"user", required_argument, nullptr, 'u'},
+    {"threads", required_argument, nullptr, 'n'},
+    {"timer", required_argument, nullptr, 't'},
+    {"drain", required_argument, nullptr, 'd'},
+    {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, 'V'},
+    {nullptr, 0, nullptr, 0},
 };
 
-bool readNumber(const char* name, const char* text, int most, int& number, std::string& error) {
+struct Range {
+    int least;
+    int most;
+};
+
+bool readNumber(const char* name, const char* text, Range range, int& number, std::string& error) {
     const char* end = text + std::strlen(text);
     const auto [rest, failure] = std::from_chars(text, end, number);
-    if (failure == std::errc() && rest == end && number >= 1 && number <= most)
+    if (failure == std::errc() && rest == end && number >= range.least && number <= range.most)
         return true;
-    error = std::string("--") + name + " takes a number from 1 to " + std::to_string(most) +
-            ", not '" + text + "'";
+    error = std::string("--") + name + " takes a number from " + std::to_string(range.least) +
+            " to " + std::to_string(range.most) + ", not '" + text + "'";
     return false;
+}
+
+// Of read and write for user, group and others.
+bool readMode(const char* text, mode_t& mode, std::string& error) {
+    constexpr int kOctal = 8;
+    const char* end = text + std::strlen(text);
+    const auto [rest, failure] = std::from_chars(text, end, mode, kOctal);
+    if (failure == std::errc() && rest == end && (mode & ~0666U) == 0)
+        return true;
+    error = std::string("--socket-mode takes an octal mode such as 0660, not '") + text + "'";
+    return false;
+}
+
+bool readText(const char* name, const char* kind, const char* text, std::string& result,
+              std::string& error) {
+    result = text;
+    if (result.empty())
+        error = std::string("--") + name + " takes " + kind + ", not nothing";
+    return !result.empty();
 }
 
 bool takeOption(int letter, const char* value, const char* word, Options& options,
                 std::string& error) {
     switch (letter) {
     case 'l':
-        options.listen = value;
-        if (options.listen.empty())
-            error = "--listen takes a path or ADDRESS:PORT, not nothing";
-        return !options.listen.empty();
+        return readText("listen", "a path or ADDRESS:PORT", value, options.listen, error);
+    case 'm':
+        return readMode(value, options.socketMode, error);
+    case 'u':
+        return readText("user", "NAME or NAME:GROUP", value, options.user, error);
     case 'n':
-        return readNumber("threads", value, kMostThreads, options.threads, error);
+        return readNumber("threads", value, {1, kMostThreads}, options.threads, error);
     case 't':
-        return readNumber("timer", value, kMostTimerSeconds, options.timerSeconds, error);
+        return readNumber("timer", value, {1, kMostSeconds}, options.timerSeconds, error);
+    case 'd':
+        return readNumber("drain", value, {0, kMostSeconds}, options.drainSeconds, error);
     case 'h':
         options.action = Options::Action::Help;
         return true;
@@ -88,7 +128,7 @@ std::optional<Options> parseOptions(int argc, char* const argv[], std::string& e
     while (options.action == Options::Action::Serve) {
         // The word an error is about; getopt moves on only behind its last letter.
         const int current = optind == 0 ? 1 : optind;
-        const int letter = getopt_long(argc, argv, "+:l:n:t:hV", kLongOptions, nullptr);
+        const int letter = getopt_long(argc, argv, "+:l:m:u:n:t:d:hV", kLongOptions, nullptr);
         if (letter == -1)
             break;
         const char* word = current < argc ? argv[current] : "";

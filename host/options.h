@@ -2,6 +2,8 @@
 #ifndef OPTIONS_H
 #define OPTIONS_H
 
+#include <sys/stat.h>
+
 #include <optional>
 #include <string>
 
@@ -13,8 +15,14 @@ struct Options {
     int threads = 2;
     // Between two runs of the timer.
     int timerSeconds = 10;
+    // After a stop signal, for the requests under way.
+    int drainSeconds = 5;
     // Where to listen; empty for the socket that is handed over as file descriptor 0.
     std::string listen;
+    // Of the file of a Unix socket that is opened here.
+    mode_t socketMode = 0660;
+    // Who to run as, NAME or NAME:GROUP; empty to stay who started it.
+    std::string user;
 };
 
 // Nothing for a command line that makes no sense; `error` then says in one line what is wrong

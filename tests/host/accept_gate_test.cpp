@@ -100,7 +100,7 @@ protected:
     // A listening socket, opened by this program.
     OwnSocket openSocket() {
         std::string error;
-        auto own = OwnSocket::open(address(), error);
+        auto own = OwnSocket::open(address(), {}, error);
         EXPECT_TRUE(own) << error;
         return std::move(own).value();
     }
@@ -172,7 +172,7 @@ TEST_F(AcceptGates, EndLoopsThatWaitOnAllAddressesOfAPort) {
     std::string error;
     std::optional<OwnSocket> supervisor;
     for (int port = 20000; !supervisor && port < 60000; port += 97)
-        supervisor = OwnSocket::open(parse("0.0.0.0:" + std::to_string(port)), error);
+        supervisor = OwnSocket::open(parse("0.0.0.0:" + std::to_string(port)), {}, error);
     ASSERT_TRUE(supervisor) << error;
     AcceptGate shared = sharedGate(*supervisor);
     Service service(shared, 2);

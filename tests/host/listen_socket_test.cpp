@@ -19,8 +19,9 @@ SocketAddress addressOf(const std::string& text) {
     return address.value_or(SocketAddress());
 }
 
-std::optional<OwnSocket> openAt(const std::string& text, std::string& error) {
-    return OwnSocket::open(addressOf(text), error);
+std::optional<OwnSocket> openAt(const std::string& text, std::string& error,
+                                const SocketAccess& access = {}) {
+    return OwnSocket::open(addressOf(text), access, error);
 }
 
 // 0, or the number of the error.
@@ -103,6 +104,21 @@ TEST(OwnSocket, ListensOnAPathThatOwnerAndGroupMayUseWhateverTheUmask) {
         EXPECT_EQ(modeOf(path), 0660u);
         EXPECT_EQ(connectTo(addressOf(path)), 0);
     }
+}
+
+TEST(OwnSocket, GetsTheModeAndTheOwnerThatItIsGiven) {
+    const TemporaryFolder folder;
+    const std::string path = folder.file("socket");
+    SocketAccess access;
+    access.mode = 0606;
+    access.owner = Account{"me", getuid(), getuid() == 0 ? gid_t{1} : getgid()};
+    std::string error;
+    ASSERT_TRUE(openAt(path, error, access)) << error;
+    struct stat file {};
+    ASSERT_EQ(lstat(path.c_str(), &file), 0);
+    EXPECT_EQ(file.st_mode & 07777, 0606u);
+    EXPECT_EQ(file.st_uid, access.owner->uid);
+    EXPECT_EQ(file.st_gid, access.owner->gid);
 }
 
 TEST(OwnSocket, ReplacesASocketFileThatNobodyListensOn) {

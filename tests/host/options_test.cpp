@@ -28,23 +28,36 @@ TEST(Options, AreTwoThreadsTenSecondsAndTheSocketHandedOverUnlessGiven) {
     EXPECT_EQ(options->action, Options::Action::Serve);
     EXPECT_EQ(options->threads, 2);
     EXPECT_EQ(options->timerSeconds, 10);
+    EXPECT_EQ(options->drainSeconds, 5);
     EXPECT_EQ(options->listen, "");
+    EXPECT_EQ(options->socketMode, mode_t{0660});
+    EXPECT_EQ(options->user, "");
 }
 
 TEST(Options, AreReadInTheirLongForms) {
-    const auto options = parse({"--threads=4", "--timer", "30", "--listen", "/run/x"}).options;
+    const auto options = parse({"--threads=4", "--timer", "30", "--listen", "/run/x", "--drain=0",
+                                "--socket-mode", "0600", "--user=phone:www"})
+                             .options;
     ASSERT_TRUE(options);
     EXPECT_EQ(options->threads, 4);
     EXPECT_EQ(options->timerSeconds, 30);
+    EXPECT_EQ(options->drainSeconds, 0);
     EXPECT_EQ(options->listen, "/run/x");
+    EXPECT_EQ(options->socketMode, mode_t{0600});
+    EXPECT_EQ(options->user, "phone:www");
 }
 
 TEST(Options, AreReadInTheirShortForms) {
-    const auto options = parse({"-n", "64", "-t1", "-l", "127.0.0.1:9000"}).options;
+    const auto options =
+        parse({"-n", "64", "-t1", "-l", "127.0.0.1:9000", "-d", "3600", "-m666", "-u", "phone"})
+            .options;
     ASSERT_TRUE(options);
     EXPECT_EQ(options->threads, 64);
     EXPECT_EQ(options->timerSeconds, 1);
+    EXPECT_EQ(options->drainSeconds, 3600);
     EXPECT_EQ(options->listen, "127.0.0.1:9000");
+    EXPECT_EQ(options->socketMode, mode_t{0666});
+    EXPECT_EQ(options->user, "phone");
 }
 
 TEST(Options, AskForHelpOrTheVersionWhateverComesLater) {
@@ -69,6 +82,14 @@ TEST(Options, SayWhatIsWrongWithThem) {
         {{"--threads=99999999999"}, "--threads takes a number from 1 to 64, not '99999999999'"},
         {{"--timer=3601"}, "--timer takes a number from 1 to 3600, not '3601'"},
         {{"-t", "1.5"}, "--timer takes a number from 1 to 3600, not '1.5'"},
+        {{"--drain=-1"}, "--drain takes a number from 0 to 3600, not '-1'"},
+        {{"--drain=3601"}, "--drain takes a number from 0 to 3600, not '3601'"},
+        {{"--socket-mode=0770"}, "--socket-mode takes an octal mode such as 0660, not '0770'"},
+        {{"--socket-mode=-1"}, "--socket-mode takes an octal mode such as 0660, not '-1'"},
+        {{"--socket-mode=0o660"}, "--socket-mode takes an octal mode such as 0660, not '0o660'"},
+        {{"--socket-mode="}, "--socket-mode takes an octal mode such as 0660, not ''"},
+        {{"--socket-mode=680"}, "--socket-mode takes an octal mode such as 0660, not '680'"},
+        {{"--user="}, "--user takes NAME or NAME:GROUP, not nothing"},
         {{"--listen="}, "--listen takes a path or ADDRESS:PORT, not nothing"},
         {{"--listen"}, "option '--listen' needs a value"},
         {{"-n"}, "option '-n' needs a value"},
@@ -87,7 +108,8 @@ TEST(Options, SayWhatIsWrongWithThem) {
 
 TEST(Options, AreAllNamedInTheHelp) {
     const std::string help = kHelpText;
-    for (const char* name : {"--listen", "--threads", "--timer", "--help", "--version"})
+    for (const char* name : {"--listen", "--socket-mode", "--user", "--threads", "--timer",
+                             "--drain", "--help", "--version"})
         EXPECT_NE(help.find(name), std::string::npos) << name;
     EXPECT_EQ(help.back(), '\n');
 }

@@ -1,8 +1,11 @@
 """fcgi_host as a user of the command line meets it."""
 
+import grp
 import os
+import pathlib
 import re
 import socket
+import stat
 import subprocess
 
 import pytest
@@ -94,6 +97,44 @@ def test_a_socket_left_behind_by_a_killed_daemon_is_replaced(start):
     assert os.path.exists(start.socket_path)
     start.host("--listen", start.socket_path)
     assert start.cgi_fcgi("/servlet?p=facts").startswith(b"Content-Type")
+
+
+def ids_of(host, field):
+    status = pathlib.Path(f"/proc/{host.process.pid}/status").read_text()
+    return [int(word) for word in re.search(rf"^{field}:(.*)$", status, re.M).group(1).split()]
+
+
+@pytest.mark.parametrize("options, mode", [([], 0o660), (["--socket-mode=0600"], 0o600)])
+def test_the_socket_has_the_mode_that_was_asked_for(start, options, mode):
+    start.host(f"--listen={start.socket_path}", *options)
+    assert stat.S_IMODE(os.stat(start.socket_path).st_mode) == mode
+
+
+@pytest.mark.parametrize("user", ["no-such-user", "root:no-such-group"])
+def test_a_user_that_does_not_exist_is_told(run, start, user):
+    result = run("--user", user, "--listen", start.socket_path)
+    assert result.returncode == 67
+    kind, name = ("group" if ":" in user else "user"), user.split(":")[-1]
+    assert result.stderr == f"fcgi_host: there is no {kind} '{name}'\n"
+    assert not os.path.exists(start.socket_path)
+
+
+def test_it_runs_as_the_user_it_is_told_with_that_users_groups(run, start):
+    # Not as another user than root: whose the build folder is, nobody knows here.
+    if os.geteuid() != 0:
+        result = run("--user=root", "--listen", start.socket_path)
+        assert (result.returncode, os.path.exists(start.socket_path)) == (71, False)
+        assert result.stderr == "fcgi_host: cannot become the user root: Operation not permitted\n"
+        return
+    daemon = grp.getgrnam("daemon").gr_gid
+    host = start.host(f"--listen={start.socket_path}", "--user=root:daemon",
+                      extra_groups=[daemon + 1])
+    assert ids_of(host, "Uid") == [0] * 4
+    assert ids_of(host, "Gid") == [daemon] * 4
+    assert set(ids_of(host, "Groups")) == set(os.getgrouplist("root", daemon))
+    assert os.stat(start.socket_path).st_gid == daemon
+    assert start.cgi_fcgi("/servlet?p=facts").startswith(b"Content-Type")
+    assert host.stop() == 0
 
 
 @pytest.mark.parametrize("address", ["127.0.0.1:{}", "0.0.0.0:{}"])

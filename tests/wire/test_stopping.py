@@ -177,6 +177,54 @@ def test_a_stop_signal_during_the_start_is_obeyed(start):
         assert host.wait() in (0, -signal.SIGTERM)
 
 
+def test_an_idle_daemon_takes_no_time_to_stop(start, build):
+    taken = []
+    for _ in range(5):
+        host = start.host("--listen", start.socket_path, "--threads", "4")
+        start.cgi_fcgi("/servlet?p=slow")
+        begin = time.monotonic()
+        assert host.stop() == 0
+        taken.append(time.monotonic() - begin)
+    # The quickest, whatever else the machine does; a sanitizer looks for leaks at the end.
+    assert min(taken) < (2 if build.sanitized else 0.25), taken
+
+
+@pytest.mark.parametrize("seconds, least, most", [(0, 0, 2), (1, 1, 3)])
+def test_a_request_that_takes_too_long_does_not_keep_the_daemon(start, seconds, least, most):
+    host = start.host("--listen", start.socket_path, "--drain", str(seconds))
+    with in_background(lambda: start.cgi_fcgi("/servlet?p=slow&ms=20000")):
+        slow_request_under_way(host)
+        begin = time.monotonic()
+        host.signal(signal.SIGTERM)
+        assert host.wait() == 75
+        assert least <= time.monotonic() - begin < most
+    assert (f"fcgi_host: ended with requests under way after {seconds} s\n"
+            in host.log.read_text())
+
+
+def test_five_seconds_are_enough_for_a_request_unless_told_otherwise(start):
+    host = start.host("--listen", start.socket_path)
+    with in_background(lambda: start.cgi_fcgi("/servlet?p=slow&ms=20000"),
+                       lambda: start.cgi_fcgi("/servlet?p=slow&ms=3500")) as answers:
+        wait_until(lambda: len(host.lines("begun")) == 2, "the requests reaching their page")
+        begin = time.monotonic()
+        assert host.signal(signal.SIGTERM) or host.wait() == 75
+        assert 5 <= time.monotonic() - begin < 7
+    assert sorted(answer[-9:] for answer in answers)[1] == b"begin end"
+
+
+@pytest.mark.parametrize("number", [signal.SIGPIPE, signal.SIGUSR1])
+def test_a_signal_that_stops_other_fastcgi_programs_does_not_stop_it(start, number):
+    host = start.host("--listen", start.socket_path, "--threads", "1")
+    with in_background(lambda: start.cgi_fcgi("/servlet?p=slow&ms=500")) as answers:
+        slow_request_under_way(host)
+        host.signal(number)
+    host.signal(number)
+    answers.append(start.cgi_fcgi("/servlet?p=slow"))
+    assert [answer[-9:] for answer in answers] == [b"begin end"] * 2
+    assert host.stop() == 0
+
+
 @pytest.mark.parametrize("number, status", [(signal.SIGTERM, 143), (signal.SIGINT, 130)])
 def test_a_second_signal_ends_the_daemon_at_once(start, number, status):
     host = start.host("--listen", start.socket_path)
