@@ -20,8 +20,8 @@ class SessionFactory;
 
 namespace kit::testing {
 
-//   Threads  serve() may run on any threads at once, as the container calls plug-ins; all else
-//            runs on one thread, while nothing is served.
+//   Threads  serve() and sweep() may run on any threads at once, as the container calls plug-ins
+//            and the host its timer; all else runs on one thread, while nothing is served.
 //   Failure  serve() passes on what the plug-in throws, and throws as Response does.
 class Runner {
 public:
