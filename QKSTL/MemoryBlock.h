@@ -33,7 +33,8 @@ public:
         if (__builtin_mul_overflow(std::size_t{nMax}, std::size_t{cbElement}, &bytes) ||
             __builtin_add_overflow(bytes, sizeof(TMemPlex), &bytes))
             throw std::bad_alloc();
-        auto* block = new (new char[bytes]) TMemPlex;
+        char* memory = new char[bytes];
+        auto* block = new (memory) TMemPlex;
         block->pNext = head;
         head = block;
         return block;
