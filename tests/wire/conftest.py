@@ -1,9 +1,10 @@
 import pathlib
-import shutil
-import tempfile
 
 import pytest
 
+import bad_front_server
+import bad_records
+import facts
 import service
 
 SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
@@ -21,12 +22,8 @@ def build(request):
 
 @pytest.fixture
 def folder():
-    """A folder with a short path: that of a Unix socket has at most 107 bytes."""
-    path = pathlib.Path(tempfile.mkdtemp(prefix="wire."))
-    for name in ("uploads", "www/WEB-INFO", "state"):
-        (path / name).mkdir(parents=True)
-    yield path
-    shutil.rmtree(path)
+    with service.temporary_folder() as path:
+        yield path
 
 
 @pytest.fixture
@@ -35,6 +32,28 @@ def start(build, folder):
     starter = service.Starter(build, folder)
     yield starter
     starter.end()
+
+
+@pytest.fixture(scope="module")
+def start_once(build):
+    """Starts programs that end with the tests of a file."""
+    with service.temporary_folder() as path:
+        starter = service.Starter(build, path)
+        yield starter
+        starter.end()
+
+
+@pytest.fixture(scope="module")
+def daemon_host(start_once):
+    return start_once.host("--listen", start_once.socket_path)
+
+
+@pytest.fixture(scope="module")
+def daemon(daemon_host, start_once):
+    """A daemon that is asked without a web server."""
+    program = bad_front_server.Program(start_once.socket_path, bad_records.Request(facts.PAGE))
+    assert program.learn()
+    return program
 
 
 @pytest.fixture(params=["lighttpd", "nginx"])

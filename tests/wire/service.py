@@ -4,11 +4,15 @@ import contextlib
 import os
 import pathlib
 import re
+import shutil
 import signal
 import socket
 import subprocess
+import tempfile
 import time
 
+# A record of the log. The characters left out are the control characters of Unicode.
+RECORD = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ [a-z]+ \[[^]]+\]: [^\x00-\x1f\x7f-\x9f]*")
 PATIENCE = 30  # seconds for what normally takes much less than one
 
 
@@ -21,6 +25,16 @@ class Build:
         # The same over a plug-in library of the tests' own.
         self.wire_host = folder / "tests/wire/fcgi_host_wire"
         self.sanitized = "-fsanitize=" in (folder / "CMakeCache.txt").read_text()
+
+
+@contextlib.contextmanager
+def temporary_folder():
+    """A folder with a short path: that of a Unix socket has at most 107 bytes."""
+    path = pathlib.Path(tempfile.mkdtemp(prefix="wire."))
+    for name in ("uploads", "www/WEB-INFO", "state"):
+        (path / name).mkdir(parents=True)
+    yield path
+    shutil.rmtree(path)
 
 
 def wait_until(condition, what, patience=PATIENCE):
@@ -74,6 +88,18 @@ class Host:
         """A figure of /proc/PID/status, in bytes."""
         status = pathlib.Path(f"/proc/{self.process.pid}/status").read_text()
         return int(re.search(rf"^{field}:\s+(\d+) kB$", status, re.M).group(1)) * 1024
+
+    def descriptors(self):
+        return len(os.listdir(f"/proc/{self.process.pid}/fd"))
+
+    def log_lines(self):
+        """The log, where nothing but records is: a line each, without a control character."""
+        text = self.log.read_bytes().decode()
+        lines = text.split("\n")
+        assert lines.pop() == ""
+        for line in lines:
+            assert RECORD.fullmatch(line), repr(line)
+        return lines
 
     def lines(self, name):
         """What the plug-in recorded under this name."""

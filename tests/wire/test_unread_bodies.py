@@ -5,12 +5,12 @@ import contextlib
 import http.client
 import select
 import socket
-import struct
 import threading
 import time
 
 import pytest
 
+import fastcgi
 from service import PATIENCE, free_port
 
 MIB = 1 << 20
@@ -131,41 +131,23 @@ def test_an_answer_waits_for_no_body_and_the_only_thread_neither(start, front):
             assert time.monotonic() - begin < 1
 
 
-BEGIN_REQUEST, END_REQUEST, PARAMS, STDIN, STDOUT = 1, 3, 4, 5, 6
-
-
-def record(kind, content=b""):
-    return struct.pack("!BBHHBx", 1, kind, 1, len(content), 0) + content
-
-
-def variables(**values):
-    """Names and values of more than 127 bytes are not needed here."""
-    return b"".join(bytes([len(name), len(value)]) + name.encode() + value.encode()
-                    for name, value in values.items())
-
-
 def request(uri, length, content_type=MULTIPART, keep=False):
     """A request as a web server sends it, up to where its body begins."""
-    return (record(BEGIN_REQUEST, struct.pack("!HB5x", 1, keep))
-            + record(PARAMS, variables(REQUEST_METHOD="POST" if length else "GET", REQUEST_URI=uri,
-                                       QUERY_STRING=uri.partition("?")[2], REMOTE_ADDR="127.0.0.1",
-                                       CONTENT_TYPE=content_type, CONTENT_LENGTH=str(length)))
-            + record(PARAMS))
+    variables = fastcgi.variables(dict(
+        REQUEST_METHOD="POST" if length else "GET", REQUEST_URI=uri,
+        QUERY_STRING=uri.partition("?")[2], REMOTE_ADDR="127.0.0.1", CONTENT_TYPE=content_type,
+        CONTENT_LENGTH=str(length)))
+    return fastcgi.begin(keep=keep) + b"".join(fastcgi.stream(fastcgi.PARAMS, variables))
 
 
-def records_until_end(connection):
-    """What has been sent to standard output when the request has been ended."""
-    stream = connection.makefile("rb")
-    output = b""
-    while True:
-        header = stream.read(8)
-        assert len(header) == 8, f"the connection ended after {output}"
-        _, kind, _, length, padding = struct.unpack("!BBHHBx", header)
-        content = stream.read(length + padding)[:length]
-        if kind == STDOUT:
-            output += content
-        if kind == END_REQUEST:
-            return output
+def stdin(content=b""):
+    return fastcgi.record(fastcgi.STDIN, content)
+
+
+def answer_until_end(connection):
+    reply = fastcgi.reply(connection, until_end=True)
+    assert str(reply) == "answer, complete"
+    return reply.output
 
 
 @pytest.fixture
@@ -185,22 +167,22 @@ ANSWER = b"Content-Type: text/plain \r\n\r\nread 0"
 
 @pytest.mark.parametrize("size", [MIB, 64 * MIB], ids=["1 MiB", "64 MiB"])
 def test_a_peer_that_sends_on_after_the_answer_finds_it(connect, size):
-    piece = record(STDIN, b"x" * 0x8000)
+    piece = stdin(b"x" * 0x8000)
     for _ in range(5):
         with connect() as connection:
             connection.sendall(request("/servlet?p=body", size))
             time.sleep(0.05)  # the answer has been given
             for _ in range(size // 0x8000):
                 connection.sendall(piece)
-            connection.sendall(record(STDIN))
-            assert records_until_end(connection) == ANSWER
+            connection.sendall(stdin())
+            assert answer_until_end(connection) == ANSWER
 
 
 def test_a_peer_that_never_stops_sending_holds_the_thread_for_two_seconds(connect):
     def send_on():
         with contextlib.suppress(BrokenPipeError, ConnectionResetError):
             while True:
-                connection.sendall(record(STDIN, b"x"))
+                connection.sendall(stdin(b"x"))
                 time.sleep(0.01)
 
     with connect() as connection, connect() as next_one:
@@ -208,10 +190,10 @@ def test_a_peer_that_never_stops_sending_holds_the_thread_for_two_seconds(connec
         connection.sendall(request("/servlet?p=body", 64 * MIB))
         sender = threading.Thread(target=send_on)
         sender.start()
-        assert records_until_end(connection) == ANSWER
+        assert answer_until_end(connection) == ANSWER
         assert time.monotonic() - begin < 1
-        next_one.sendall(request("/servlet?p=body", 0) + record(STDIN))
-        assert records_until_end(next_one) == ANSWER
+        next_one.sendall(request("/servlet?p=body", 0) + stdin())
+        assert answer_until_end(next_one) == ANSWER
         assert 1.5 < time.monotonic() - begin < 5
         sender.join()
 
@@ -243,8 +225,8 @@ def test_the_wait_for_a_peer_to_close_is_none_unless_the_environment_sets_one(
         start.environment[WAIT] = setting
     start.host("--listen", start.socket_path)
     connection = connect_locally()
-    connection.sendall(request("/servlet?p=body", 0) + record(STDIN))
-    assert records_until_end(connection) == ANSWER
+    connection.sendall(request("/servlet?p=body", 0) + stdin())
+    assert answer_until_end(connection) == ANSWER
     assert least <= time_until_closed(connection) < most
 
 
@@ -252,8 +234,8 @@ def test_a_form_that_has_been_read_is_not_waited_for(start, connect_locally):
     start.host("--listen", start.socket_path)
     connection = connect_locally()
     connection.sendall(request("/servlet?p=body", 3, "application/x-www-form-urlencoded")
-                       + record(STDIN, b"x=y") + record(STDIN))
-    assert records_until_end(connection) == ANSWER
+                       + stdin(b"x=y") + stdin())
+    assert answer_until_end(connection) == ANSWER
     assert time_until_closed(connection) < 0.4
 
 
@@ -262,8 +244,8 @@ def test_a_connection_that_is_to_be_kept_is(start, connect_locally):
     connection = connect_locally()
     for _ in range(3):
         connection.sendall(request("/servlet?p=body", 3, keep=True)
-                           + record(STDIN, b"abc") + record(STDIN))
-        assert records_until_end(connection) == ANSWER
+                           + stdin(b"abc") + stdin())
+        assert answer_until_end(connection) == ANSWER
 
 
 def test_a_peer_that_ends_an_empty_body_by_itself_finds_the_connection_open(
@@ -272,9 +254,9 @@ def test_a_peer_that_ends_an_empty_body_by_itself_finds_the_connection_open(
     start.host("--listen", start.socket_path)
     connection = connect_locally()
     connection.sendall(request("/servlet?p=body", 0))
-    assert records_until_end(connection) == ANSWER
+    assert answer_until_end(connection) == ANSWER
     time.sleep(0.2)
-    connection.sendall(record(STDIN))
+    connection.sendall(stdin())
     assert time_until_closed(connection) < 0.4
 
 
@@ -282,19 +264,19 @@ def test_a_peer_that_goes_without_ending_an_empty_body_is_not_waited_for(start, 
     start.host("--listen", start.socket_path, "--threads", "1")
     first = connect_locally()
     first.sendall(request("/servlet?p=body", 0))
-    assert records_until_end(first) == ANSWER
+    assert answer_until_end(first) == ANSWER
     first.close()
     connection = connect_locally()
-    connection.sendall(request("/servlet?p=body", 0) + record(STDIN))
-    assert records_until_end(connection) == ANSWER
+    connection.sendall(request("/servlet?p=body", 0) + stdin())
+    assert answer_until_end(connection) == ANSWER
 
 
 def test_a_body_that_was_not_announced_is_not_cut_off(start, connect_locally):
     start.host("--listen", start.socket_path)
     connection = connect_locally()
     connection.sendall(request("/servlet?p=body", 0))
-    assert records_until_end(connection) == ANSWER
+    assert answer_until_end(connection) == ANSWER
     for _ in range(20):
-        connection.sendall(record(STDIN, b"x" * 1000))
+        connection.sendall(stdin(b"x" * 1000))
         time.sleep(0.01)
-    connection.sendall(record(STDIN))
+    connection.sendall(stdin())

@@ -1,0 +1,132 @@
+"""FastCGI as a front server speaks it, record by record."""
+
+import socket
+import struct
+
+(BEGIN_REQUEST, ABORT_REQUEST, END_REQUEST, PARAMS, STDIN, STDOUT, STDERR, DATA,
+ GET_VALUES, GET_VALUES_RESULT, UNKNOWN_TYPE) = range(1, 12)
+RESPONDER, AUTHORIZER, FILTER = 1, 2, 3
+LARGEST_CONTENT = 65535
+
+END_WORDS = {0: "complete", 1: "cannot multiplex", 2: "overloaded", 3: "unknown role"}
+
+
+def as_bytes(text):
+    return text if isinstance(text, bytes) else text.encode()
+
+
+def record(kind, content=b"", number=1, padding=b"", version=1):
+    return struct.pack("!BBHHBx", version, kind, number, len(content),
+                       len(padding)) + content + padding
+
+
+def begin(role=RESPONDER, keep=False, number=1):
+    return record(BEGIN_REQUEST, struct.pack("!HB5x", role, keep), number)
+
+
+def size(length):
+    return bytes([length]) if length < 128 else struct.pack("!I", length | 1 << 31)
+
+
+def pair(name, value):
+    name, value = as_bytes(name), as_bytes(value)
+    return size(len(name)) + size(len(value)) + name + value
+
+
+def variables(values):
+    """Names and values, of a dictionary or in pairs, where a name may come twice."""
+    items = values.items() if isinstance(values, dict) else values
+    return b"".join(pair(name, value) for name, value in items)
+
+
+def pairs(content):
+    """Names and values of less than 128 bytes each."""
+    while content:
+        value_at = 2 + content[0]
+        end = value_at + content[1]
+        yield content[2:value_at].decode(), content[value_at:end].decode()
+        content = content[end:]
+
+
+def stream(kind, content, piece=LARGEST_CONTENT, number=1, padding=b""):
+    """Records of a stream with the empty one that ends it."""
+    pieces = [content[at:at + piece] for at in range(0, len(content), piece)]
+    return [record(kind, each, number, padding) for each in pieces + [b""]]
+
+
+def connect(address):
+    """To PATH or HOST:PORT."""
+    host, colon, port = address.rpartition(":")
+    if colon and port.isdigit():
+        return socket.create_connection((host.strip("[]"), int(port)), 10)
+    connection = socket.socket(socket.AF_UNIX)
+    connection.settimeout(10)
+    connection.connect(address)
+    return connection
+
+
+class Record:
+    def __init__(self, header, content):
+        _, self.kind, self.number, _, _ = struct.unpack("!BBHHBx", header)
+        self.content = content
+
+
+def records(connection):
+    """What the program sends, until it closes the connection."""
+    with connection.makefile("rb") as incoming:
+        while header := read(incoming, 8):
+            length, padding = struct.unpack("!4xHBx", header)
+            yield Record(header, read(incoming, length + padding)[:length])
+
+
+def read(incoming, count):
+    """`count` bytes, or none where the program closes, or drops, the connection before them."""
+    try:
+        data = incoming.read(count) if count else b""
+    except ConnectionResetError:
+        return b""
+    assert len(data) in (0, count), f"the connection ended within a record: {data}"
+    return data
+
+
+class Reply:
+    """Everything that came over a connection: what was said, and the words for it in order."""
+
+    def __init__(self):
+        self.output = b""
+        self.words = []
+        self.numbers = set()
+
+    def add(self, received):
+        self.numbers.add(received.number)
+        word = self._word(received)
+        if word and self.words[-1:] != [word]:
+            self.words.append(word)
+
+    def _word(self, received):
+        if received.kind == STDOUT:
+            self.output += received.content
+            return "answer" if received.content else None
+        if received.kind == STDERR:
+            return "errors" if received.content else None
+        if received.kind == END_REQUEST:
+            return END_WORDS.get(received.content[4], "an unknown end")
+        if received.kind == UNKNOWN_TYPE:
+            return f"unknown type {received.content[0]}"
+        if received.kind == GET_VALUES_RESULT:
+            limits = " ".join(f"{name}={value}" for name, value in pairs(received.content))
+            return "values " + (limits or "none")
+        return f"type {received.kind}"
+
+    def __str__(self):
+        return ", ".join(self.words) or "closed"
+
+
+def reply(connection, until_end=False):
+    """What comes until the connection is closed, or until the request has been ended."""
+    result = Reply()
+    for received in records(connection):
+        result.add(received)
+        if until_end and received.kind == END_REQUEST:
+            break
+    return result
