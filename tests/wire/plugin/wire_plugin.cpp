@@ -60,6 +60,17 @@ public:
         fact(response, "protocol", request->getProtocal());
         fact(response, "type", request->getContextType());
         fact(response, "length", std::to_string(request->getContentLength()).c_str());
+        fact(response, "cookie", request->getCookie());
+        fact(response, "host", request->getRemoteHost());
+        fact(response, "name", request->getServerName());
+        fact(response, "referrer", request->getRefferer());
+        fact(response, "agent", request->getUserAgent());
+        fact(response, "context", request->getContextPath());
+        fact(response, "accept", request->getAccept());
+        fact(response, "languages", request->getAcceptLanguage());
+        fact(response, "encodings", request->getAcceptEncoding());
+        fact(response, "charsets", request->getAcceptCharset());
+        fact(response, "session", request->getSessionId());
         fact(response, "port", std::to_string(request->getServerPort()).c_str());
         char locale[32];
         fact(response, "locale", request->getLocale(locale, sizeof locale));
