@@ -104,7 +104,9 @@ class Host:
     def lines(self, name):
         """What the plug-in recorded under this name."""
         path = self.folder / name
-        return path.read_text().splitlines() if path.exists() else []
+        if not path.exists():
+            return []
+        return path.read_text(errors="backslashreplace").splitlines()
 
 
 class Answer:

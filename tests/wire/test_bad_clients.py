@@ -1,0 +1,107 @@
+"""Clients of lighttpd and nginx that speak HTTP badly: each gets the expected answer, and the next
+one the usual."""
+
+import socket
+import time
+
+import pytest
+
+import raw_http
+from bad_bodies import CHUNKS, LENGTHS, PIPELINES
+from bad_headers import HEADERS
+from bad_request_lines import ADDRESSES, LINES
+from conftest import SOURCE
+from service import wait_until
+
+PAUSE = 0.0005
+
+
+@pytest.fixture(scope="module", params=["lighttpd", "nginx"])
+def front(request, daemon_host, start_once):
+    return start_once.front(request.param, SOURCE / "config")
+
+
+@pytest.fixture(autouse=True)
+def answered_and_logged(front, daemon_host):
+    yield
+    assert raw_http.ask(front, raw_http.get()) == "200 x=y"
+    assert daemon_host.log_lines()
+
+
+def as_parameter(group, name, data, lighttpd, nginx=None):
+    return pytest.param(data, {"lighttpd": lighttpd, "nginx": nginx or lighttpd},
+                        id=f"{group}: {name}")
+
+
+GROUPS = {"line": LINES, "address": ADDRESSES, "header": HEADERS, "length": LENGTHS,
+          "chunks": CHUNKS, "several": PIPELINES}
+
+
+@pytest.mark.parametrize("data, expected", [
+    as_parameter(group, *row) for group, rows in GROUPS.items() for row in rows])
+def test_http_as_no_browser_sends_it(front, data, expected):
+    assert raw_http.ask(front, data, expected[front.kind]) == expected[front.kind]
+
+
+UPLOAD_BODY = (b"--edge\r\nContent-Disposition: form-data; name=\"image\"; filename=\"i\"\r\n\r\n"
+               b"0123456789\r\n--edge--\r\n")
+UPLOAD = raw_http.raw(
+    "POST /servlet?p=upload HTTP/1.1", "Host: phone", "Connection: close",
+    "Content-Type: multipart/form-data; boundary=edge", f"Content-Length: {len(UPLOAD_BODY)}",
+    body=UPLOAD_BODY)
+UPLOAD_HEAD = UPLOAD[:-len(UPLOAD_BODY)]
+GET, POST = raw_http.get(), raw_http.post("Content-Length: 3")
+CHUNKED = raw_http.chunked(b"1\r\nx\r\n2\r\n=y\r\n0\r\n\r\n")
+
+
+def send_and_close(front, data):
+    with front.connect() as connection:
+        connection.sendall(data)
+
+
+@pytest.mark.parametrize("data, size", [
+    pytest.param(data, size, id=f"{name} after {size} bytes")
+    for name, data in (("page", GET), ("form", POST), ("chunks", CHUNKED))
+    for size in range(len(data))])
+def test_nothing_is_asked_of_the_daemon_by_a_client_that_leaves(front, daemon_host, data, size):
+    before = daemon_host.lines("requests")
+    send_and_close(front, data[:size])
+    assert raw_http.ask(front, raw_http.get("/servlet?p=facts&next=1")) == "200"
+    assert daemon_host.lines("requests")[len(before):] == ["/servlet?p=facts&next=1"]
+
+
+@pytest.mark.parametrize("size", range(0, len(UPLOAD_BODY) - 2, 2))
+def test_an_upload_is_not_kept_when_its_client_leaves(front, daemon_host, size):
+    uploads = daemon_host.folder / "uploads"
+    (uploads / "image").unlink(missing_ok=True)
+    send_and_close(front, UPLOAD_HEAD + UPLOAD_BODY[:size])
+    assert raw_http.ask(front, raw_http.get()) == "200 x=y"
+    assert not (uploads / "image").exists()
+    wait_until(lambda: not list(uploads.iterdir()), "the upload being dropped")
+
+
+@pytest.mark.parametrize("data, expected", [
+    (GET, "200 x=y"), (POST, "200 x=y"), (UPLOAD, "200"), (CHUNKED, "200 x=y")],
+    ids=["page", "form", "upload", "chunks"])
+def test_a_client_that_sends_byte_by_byte_is_answered(front, data, expected):
+    with front.connect() as connection:
+        connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        for byte in data:
+            connection.sendall(bytes([byte]))
+            time.sleep(PAUSE)
+        assert raw_http.words(raw_http.received(connection)) == expected
+
+
+def test_a_client_that_reads_slowly_gets_all_of_it(front):
+    with front.connect() as connection:
+        connection.sendall(raw_http.raw("GET /servlet?p=big&lines=20000 HTTP/1.0"))
+        received = b""
+        while piece := connection.recv(0x10000):
+            received += piece
+            time.sleep(20 * PAUSE)
+    assert received.count(b"b" * 99 + b"\n") == 20000
+
+
+def test_a_client_that_does_not_read_gets_nothing_and_harms_nobody(front):
+    for _ in range(5):
+        send_and_close(front, raw_http.get("/servlet?p=big&lines=20000"))
