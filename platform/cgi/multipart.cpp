@@ -15,12 +15,17 @@ bool endsWith(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
-// Joins header lines that are folded (RFC 5322, section 2.2.3).
+// Joins header lines that are folded: the line end goes, the blank behind it stays (RFC 5322,
+// section 2.2.3).
 void unfold(std::string& headers) {
-    for (const char* fold : {"\r\n ", "\r\n\t"})
-        for (std::size_t at = headers.find(fold); at != std::string::npos;
-             at = headers.find(fold, at + 2))
-            headers[at] = headers[at + 1] = ' ';
+    std::size_t size = 0;
+    for (std::size_t at = 0; at < headers.size(); ++at) {
+        const char behind = headers.compare(at, 2, kLineEnd) == 0 ? headers[at + 2] : '\0';
+        if (behind == ' ' || behind == '\t')
+            at += kLineEnd.size();
+        headers[size++] = headers[at];
+    }
+    headers.resize(size);
 }
 
 // RFC 7578, section 4.2: a name must be given, and "filename*" must not be used. Where it stands

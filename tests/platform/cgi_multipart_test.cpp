@@ -297,6 +297,8 @@ TEST(PartHeaders, NameFieldsAndFiles) {
          file("a", "x", "x")},
         {"Content-Disposition: form-data; name=\"\xc3\xa4\"", text("\xc3\xa4", "x")},
         {"Content-Disposition: form-data;\r\n name=a;\r\n\tfilename=x", file("a", "x", "x")},
+        // Of a fold the line end goes, and no more (RFC 5322, section 2.2.3).
+        {"Content-Disposition: form-data; name=\"a\r\n b\r\n\tc\"", text("a b\tc", "x")},
         {"X-Other:\r\nContent-Disposition: form-data; name=a\r\nContent-Type: x/y", text("a", "x")},
         {"Content-Transfer-Encoding: base64\r\nContent-Disposition: form-data; name=a",
          text("a", "x")},
