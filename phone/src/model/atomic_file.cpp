@@ -70,14 +70,16 @@ void syncFolder(const std::string& folder) {
 } // namespace
 
 bool replaceFile(const std::string& path, std::string_view text) {
+    // Everything that takes memory comes before the rename, after which nothing may fail.
     const std::string replacement = replacementOf(path);
-    clearReplacement(path);
+    const std::string folder = folderOf(path);
+    unlink(replacement.c_str());
     if (!writeFile(replacement, text) || std::rename(replacement.c_str(), path.c_str()) != 0) {
         WebDebug::getInstance()->error("Cannot save %s: %s", path.c_str(), std::strerror(errno));
-        clearReplacement(path);
+        unlink(replacement.c_str());
         return false;
     }
-    syncFolder(folderOf(path));
+    syncFolder(folder);
     return true;
 }
 
@@ -97,8 +99,11 @@ std::optional<std::string> readFile(const std::string& path, std::size_t maxByte
         if (count > 0) {
             text.append(piece, static_cast<std::size_t>(count));
         } else if (errno != EINTR) {
-            break;
+            return std::nullopt;
         }
+    }
+    if (file.number() >= 0) {
+        errno = EFBIG;
     }
     return std::nullopt;
 }

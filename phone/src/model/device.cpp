@@ -12,7 +12,6 @@
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
-#include <unistd.h>
 #include <utility>
 
 namespace phone {
@@ -58,14 +57,14 @@ Device::Device(Files files) : m_files(std::move(files)) {
 }
 
 std::shared_ptr<const State> Device::load() const {
-    if (access(m_files.state.c_str(), R_OK) != 0) {
-        if (errno == ENOENT) {
-            return nullptr;
-        }
+    const std::optional<std::string> text = readFile(m_files.state, kMaxStateBytes);
+    if (!text && errno == ENOENT) {
+        return nullptr;
+    }
+    if (!text && errno != EFBIG) {
         // It is there, and good perhaps: the factory password must not take its place.
         throw std::runtime_error("Cannot read " + m_files.state + ": " + std::strerror(errno));
     }
-    const std::optional<std::string> text = readFile(m_files.state, kMaxStateBytes);
     std::optional<State> state = text ? readState(*text) : std::nullopt;
     if (!state) {
         setAside(m_files.state);

@@ -39,8 +39,9 @@ public:
 
     // Loads the state. Where there is none, and where it is damaged (the damaged file is kept with
     // ".damaged" behind its name), the phone starts as it left the factory. A file that is there
-    // and may not be read is no reason for that: std::runtime_error. One that cannot be written is
-    // no failure here: the changes will fail. A save that was interrupted is cleared away.
+    // and cannot be read is no reason for that, which is a std::runtime_error, nor is a lack of
+    // memory, a std::bad_alloc. One that cannot be written is no failure here: the changes will
+    // fail. A save that was interrupted is cleared away.
     explicit Device(Files files);
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <set>
 
 namespace phone {
@@ -142,8 +143,13 @@ Errors parseXml(std::string_view text, pugi::xml_document& document) {
     // that there is one is all that is looked for.
     const unsigned options =
         pugi::parse_default | pugi::parse_ws_pcdata_single | pugi::parse_doctype;
-    const bool whole = text.find('\0') == std::string_view::npos &&
-                       document.load_buffer(text.data(), text.size(), options, pugi::encoding_utf8);
+    pugi::xml_parse_result whole; // no, to begin with
+    if (text.find('\0') == std::string_view::npos) {
+        whole = document.load_buffer(text.data(), text.size(), options, pugi::encoding_utf8);
+    }
+    if (whole.status == pugi::status_out_of_memory) {
+        throw std::bad_alloc();
+    }
     for (const pugi::xml_node& node : document.children()) {
         if (node.type() == pugi::node_doctype) {
             return failure(ErrorCode::notXml);

@@ -10,7 +10,7 @@
 
 namespace phone {
 
-// Parses `text`. An error of the field "config", or none.
+// Parses `text`. An error of the field "config", or none; std::bad_alloc where it may be good.
 Errors parseXml(std::string_view text, pugi::xml_document& document);
 
 // The text of an element.

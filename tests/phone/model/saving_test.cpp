@@ -1,0 +1,208 @@
+// The phone's state on a disk that refuses something, and in a process that is killed, wherever
+// that happens.
+#include "counted_memory.h"
+#include "disk_calls.h"
+#include "model/atomic_file.h"
+#include "model/device.h"
+
+#include "temporary_folder.h"
+
+#include <kit/testing/recorded_log.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+#include <new>
+#include <pugixml.hpp>
+#include <stdexcept>
+
+using namespace phone;
+using disk_calls::Calls;
+using kit::testing::recorded_log::records;
+
+namespace {
+
+constexpr int kOldGain = 2;
+constexpr int kNewGain = 5;
+
+class Saving : public ::testing::Test {
+protected:
+    Saving() {
+        writeTextFile(files.factoryContacts, "name,number\nAnn,1001\n");
+        Device device(files);
+        EXPECT_TRUE(setGain(device, kOldGain).done());
+        old = textOfFile(files.state);
+    }
+
+    void putOldState() { writeTextFile(files.state, old); }
+
+    static Outcome setGain(Device& device, int gain) {
+        return device.change([gain](State& state) {
+            state.settings.audio.micGain = gain;
+            return Errors();
+        });
+    }
+    static int gainOf(const Device& device) { return device.state()->settings.audio.micGain; }
+    int savedGain() const { return gainOf(Device(files)); }
+
+    Calls callsOfAChange() {
+        Device device(files);
+        Calls calls = disk_calls::of([&] { EXPECT_TRUE(setGain(device, kNewGain).done()); });
+        putOldState();
+        return calls;
+    }
+
+    // Before it the old state is saved, afterwards the new one.
+    static int placeOfRename(const Calls& calls) {
+        return static_cast<int>(std::find(calls.begin(), calls.end(), "rename") - calls.begin()) +
+               1;
+    }
+
+    void expectOldState() const {
+        EXPECT_TRUE(textOfFile(files.state) == old);
+        expectNothingLeftBehind();
+    }
+    void expectNothingLeftBehind() const {
+        EXPECT_EQ(folder.names().size(), 2u) << "more than the state and the factory's contacts";
+    }
+
+    TemporaryFolder folder;
+    const Device::Files files{folder.file("phone.xml"), folder.file("factory.csv")};
+    std::string old;
+};
+
+} // namespace
+
+TEST_F(Saving, AsksTheSystemForThis) {
+    const Calls calls = callsOfAChange();
+    EXPECT_EQ(calls, (Calls{"unlink", "open", "write", "fsync", "close", "rename", "open", "fsync",
+                            "close"}));
+}
+
+TEST_F(Saving, RefusedAnythingChangesNothingOrAll) {
+    const Calls all = callsOfAChange();
+    for (const int error : {ENOSPC, EIO, EDQUOT, EROFS, EMFILE, ENOMEM}) {
+        for (int number = 1; number <= static_cast<int>(all.size()); ++number) {
+            const std::string call = all[static_cast<std::size_t>(number) - 1];
+            SCOPED_TRACE(call + ", call " + std::to_string(number) + ", error " +
+                         std::to_string(error));
+            Device device(files);
+            Outcome outcome;
+            disk_calls::withFailure(number, error, [&] { outcome = setGain(device, kNewGain); });
+            // Once the data have been synced, closing a file tells nothing that counts.
+            const bool done = number > placeOfRename(all) || call == "close" || call == "unlink";
+            EXPECT_EQ(outcome.done(), done);
+            EXPECT_EQ(gainOf(device), done ? kNewGain : kOldGain);
+            EXPECT_EQ(textOfFile(files.state) == old, !done);
+            expectNothingLeftBehind();
+            EXPECT_EQ(savedGain(), gainOf(device));
+            EXPECT_TRUE(setGain(device, kNewGain + 1).done()) << "the next change";
+            putOldState();
+        }
+    }
+}
+
+TEST_F(Saving, KilledAnywhereKeepsTheOldStateOrTheNewOne) {
+    const Calls all = callsOfAChange();
+    for (int number = 1; number <= static_cast<int>(all.size()); ++number) {
+        SCOPED_TRACE(all[static_cast<std::size_t>(number) - 1] + ", call " +
+                     std::to_string(number));
+        Device device(files);
+        ASSERT_TRUE(disk_calls::killedAt(number, [&] { setGain(device, kNewGain); }));
+        kit::testing::recorded_log::clear();
+        EXPECT_EQ(savedGain(), number > placeOfRename(all) ? kNewGain : kOldGain);
+        EXPECT_TRUE(records().empty());
+        expectNothingLeftBehind();
+        putOldState();
+    }
+}
+
+// The first start saves the factory's state.
+TEST_F(Saving, KilledAnywhereAtTheFirstStartComesUpAtTheNext) {
+    const auto start = [this] { const Device device(files); };
+    std::filesystem::remove(files.state);
+    const Calls all = disk_calls::of(start);
+    for (int number = 1; number <= static_cast<int>(all.size()); ++number) {
+        SCOPED_TRACE(all[static_cast<std::size_t>(number) - 1] + ", call " +
+                     std::to_string(number));
+        std::filesystem::remove(files.state);
+        ASSERT_TRUE(disk_calls::killedAt(number, start));
+        const Device device(files);
+        EXPECT_TRUE(device.authenticate("admin", "admin"));
+        EXPECT_EQ(device.state()->directory.contacts().size(), 1u);
+        expectNothingLeftBehind();
+    }
+}
+
+// It is there, and good perhaps: the factory's password must not take its place.
+TEST_F(Saving, LeavesAStateAloneThatCannotBeReadAtAStart) {
+    for (const int error : {EIO, EMFILE, ENFILE, ENOMEM, EACCES}) {
+        const int opened = 2; // after the removal of what a killed process may have left
+        const auto start = [this] { EXPECT_THROW(Device{files}, std::runtime_error); };
+        EXPECT_EQ(disk_calls::withFailure(opened, error, start), (Calls{"unlink", "open"}));
+        expectOldState();
+    }
+    EXPECT_EQ(savedGain(), kOldGain);
+
+    std::filesystem::remove(files.state);
+    std::filesystem::create_directory(files.state); // it opens, but it cannot be read
+    EXPECT_THROW(Device{files}, std::runtime_error);
+    expectNothingLeftBehind();
+}
+
+TEST_F(Saving, WithoutMemoryAtAStartLeavesTheStateAlone) {
+    int failures = 0;
+    for (bool started = false; !started; ++failures) {
+        counted_memory::failAfter(failures);
+        try {
+            const Device device(files);
+            started = true;
+            EXPECT_EQ(gainOf(device), kOldGain);
+        } catch (const std::bad_alloc&) {
+        }
+        counted_memory::cancelFailure();
+        expectOldState();
+    }
+    EXPECT_GT(failures, 10);
+}
+
+TEST_F(Saving, WithoutMemoryForTheParserAtAStartLeavesTheStateAlone) {
+    static int left = 0;
+    const auto allocate = [](std::size_t size) { return left-- > 0 ? std::malloc(size) : nullptr; };
+    const auto allocateBefore = pugi::get_memory_allocation_function();
+    const auto releaseBefore = pugi::get_memory_deallocation_function();
+    int failures = 0;
+    for (bool started = false; !started; ++failures) {
+        left = failures;
+        pugi::set_memory_management_functions(allocate, std::free);
+        try {
+            const Device device(files);
+            started = true;
+            EXPECT_EQ(gainOf(device), kOldGain);
+        } catch (const std::bad_alloc&) {
+        }
+        pugi::set_memory_management_functions(allocateBefore, releaseBefore);
+        expectOldState();
+    }
+    EXPECT_GT(failures, 1);
+}
+
+// What the phone goes by is what it has saved.
+TEST_F(Saving, WithoutMemoryChangesNothingOrAll) {
+    int failures = 0;
+    for (bool changed = false; !changed; ++failures) {
+        Device device(files);
+        counted_memory::failAfter(failures);
+        try {
+            changed = setGain(device, kNewGain).done();
+        } catch (const std::bad_alloc&) {
+        }
+        counted_memory::cancelFailure();
+        EXPECT_EQ(gainOf(device), changed ? kNewGain : kOldGain) << failures;
+        expectNothingLeftBehind();
+        EXPECT_EQ(savedGain(), gainOf(device)) << failures;
+    }
+    EXPECT_GT(failures, 10);
+}
