@@ -132,6 +132,7 @@ TEST_F(Saving, KilledAnywhereAtTheFirstStartComesUpAtTheNext) {
         const Device device(files);
         EXPECT_TRUE(device.authenticate("admin", "admin"));
         EXPECT_EQ(device.state()->directory.contacts().size(), 1u);
+        EXPECT_NE(textOfFile(files.state), "");
         expectNothingLeftBehind();
     }
 }
