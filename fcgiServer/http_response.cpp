@@ -191,8 +191,9 @@ char* HttpResponseImpl::encodeURL(const char* url) {
 }
 
 void HttpResponseImpl::setTemplate(const char* name, TMPL_varlist* vars) {
-    templateName = name;
+    // First, so that the list has its owner even where there is no memory for the name.
     mainVarList = TMPL_add_var(vars, "devtype", devtype, kEndOfVariables);
+    templateName = name;
 }
 
 TMPL_varlist* HttpResponseImpl::getMainVarList() {
