@@ -194,8 +194,9 @@ HttpSession* HttpRequestImpl::getSession(bool create) {
         return nullptr;
     std::string remoteAddr = address != nullptr ? address : "";
     HttpSession* session = sessionFactory->createSession(remoteAddr);
-    response->addCookie(kSessionCookie, session->getId().c_str());
+    // First, so that the end of the request finds a session whose cookie there is no memory for.
     keepSessionId(session->getId().c_str());
+    response->addCookie(kSessionCookie, session->getId().c_str());
     return session;
 }
 

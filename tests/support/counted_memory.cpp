@@ -58,8 +58,8 @@ std::size_t counted_memory::newestSize() {
 void counted_memory::failAfter(long count) {
     successesLeft = count;
 }
-void counted_memory::cancelFailure() {
-    successesLeft = kNever;
+bool counted_memory::cancelFailure() {
+    return successesLeft.exchange(kNever) != kNever;
 }
 
 void* operator new(std::size_t size) {

@@ -13,9 +13,9 @@ long made();
 std::size_t newestSize();
 
 // The allocation after the next `count` ones fails, and then no more. At most one order is kept;
-// cancelFailure() forgets it. Any thread's allocations count.
+// cancelFailure() forgets it and tells whether there was one left. Any thread's allocations count.
 void failAfter(long count);
-void cancelFailure();
+bool cancelFailure();
 
 } // namespace counted_memory
 
