@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <dlfcn.h>
+#include <memory>
 #include <new>
 
 namespace {
@@ -14,6 +15,15 @@ namespace {
 const char kContactsPreview[] = "contacts-preview";
 
 using CreateFunction = HttpServlet* (*)();
+
+// Ends a servlet that has been initialised. Compiled plug-ins have no destructor in their virtual
+// table.
+struct EndServlet {
+    void operator()(HttpServlet* servlet) const {
+        servlet->destroy();
+        ::operator delete(servlet);
+    }
+};
 
 } // namespace
 
@@ -66,8 +76,9 @@ HttpServlet* ServletContainer::createServlet(std::string_view id) {
         return nullptr;
     }
     servlet->init();
+    std::unique_ptr<HttpServlet, EndServlet> initialised(servlet); // until the table has it
     servlets->put(std::string(id), servlet);
-    return servlet;
+    return initialised.release();
 }
 
 int ServletContainer::onRequest(HttpRequest* request, HttpResponse* response) {
@@ -90,9 +101,7 @@ void ServletContainer::destory() {
          entry = servlets->nextAssoc(entry)) {
         if (entry->value == nullptr)
             continue;
-        entry->value->destroy();
-        // Compiled plug-ins have no destructor in their virtual table.
-        ::operator delete(entry->value);
+        EndServlet()(entry->value);
     }
     servlets->clear();
 }

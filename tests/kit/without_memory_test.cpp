@@ -1,0 +1,154 @@
+// A service whose plug-in is made with the kit, while an allocation of a request fails: each of
+// them in turn, from the first request of a service on.
+#include "failing_allocations.h"
+#include "servlet_controller.h"
+#include "session_factory.h"
+#include "web_debug.h"
+
+#include <kit/testing/recorded_log.h>
+#include <kit/testing/request.h>
+#include <kit/testing/response.h>
+#include <kit/testing/test_clock.h>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace kit::testing;
+
+constexpr long kLongerThanASession = 1000; // seconds
+constexpr std::size_t kMostBytes = 64 * 1024;
+const std::string kName = "somebody with a long name";
+const std::string kGreeting = "Hello, " + kName + " for time 1!\n";
+
+// A FastCGI request with room for the whole answer, which then takes no memory.
+class Asked {
+public:
+    explicit Asked(const Request& request) : m_fastCgi(request.inMemory()), m_answer(kMostBytes) {
+        FCGX_Stream* out = m_fastCgi.get()->out;
+        out->wrNext = m_answer.data();
+        out->stop = m_answer.data() + m_answer.size();
+    }
+
+    int of(ServletController& service) {
+        m_status = service.doService(m_fastCgi.get());
+        return m_status;
+    }
+    // What was answered; as the error pages have no status of their own, theirs without a body.
+    Response answer() {
+        const std::string text(m_answer.data(), m_fastCgi.get()->out->wrNext);
+        return m_status == 200 ? Response(text)
+                               : Response("Status: " + std::to_string(m_status) + "\r\n\r\n");
+    }
+
+private:
+    MemoryRequest m_fastCgi;
+    std::vector<unsigned char> m_answer;
+    int m_status = 0;
+};
+
+class Service : public testing::Test {
+protected:
+    Service() {
+        WebDebug::getInstance()->info("The recorded log keeps the room that it once had.");
+        recorded_log::clear();
+    }
+
+    void start() {
+        m_service = std::make_unique<ServletController>(KIT_VISITS_CONFIG);
+        m_service->init();
+    }
+    void stop() {
+        m_service->destroy();
+        m_service.reset();
+        recorded_log::clear();
+    }
+
+    void ask(const Request& request) { m_asked = std::make_unique<Asked>(at(request)); }
+    Response answerTo(const Request& request) {
+        Asked asked(at(request));
+        asked.of(*m_service);
+        return asked.answer();
+    }
+
+    // All sessions end when their time has come, and what the page keeps for them goes.
+    void expectThatSessionsEnd() {
+        test_clock::advanceSeconds(kLongerThanASession);
+        m_service->getSessionFactory()->onTimer();
+        EXPECT_EQ(m_service->getSessionFactory()->sessionNum(), 0);
+        EXPECT_EQ(answerTo(get("/servlet?p=visits&q=look")).body, "0");
+    }
+
+    std::unique_ptr<ServletController> m_service;
+    std::unique_ptr<Asked> m_asked;
+
+private:
+    static Request at(const Request& request) {
+        return request.variable("DOCUMENT_ROOT", KIT_TEST_DOCUMENT_ROOT);
+    }
+};
+
+const Request kVisit = post("/servlet?p=visits").form({{"name", kName}});
+
+} // namespace
+
+TEST_F(Service, AnswersOrRefusesARequestWithoutMemoryAndAnswersTheNextOne) {
+    std::array<int, 600> answers{}; // by status
+    failEachAllocation(
+        [this] {
+            start();
+            ask(kVisit);
+        },
+        [this] { m_asked->of(*m_service); },
+        [&](bool refused) {
+            if (!refused) {
+                const Response answer = m_asked->answer();
+                ++answers.at(static_cast<std::size_t>(answer.status));
+                // Without memory a field is not there, a variable is not set, a page not shown.
+                const std::set<std::string> bodies = {
+                    kGreeting, "Hello, you for time 1!\n", "Hello, !\n", "",
+                    "The page failed; the device's log says why.\n"};
+                EXPECT_EQ(bodies.count(answer.body), 1u) << answer.body;
+            }
+            m_asked.reset();
+            EXPECT_EQ(answerTo(kVisit).body, kGreeting);
+            expectThatSessionsEnd();
+            stop();
+        });
+    for (const std::size_t status : {200, 404, 500})
+        EXPECT_GT(answers[status], 0) << status;
+}
+
+// A client whom the service knows.
+TEST_F(Service, KeepsASessionThroughARequestWithoutMemory) {
+    start();
+    answerTo(kVisit); // from now on there is a page
+    std::string id;
+    failEachAllocation(
+        [&] {
+            expectThatSessionsEnd();
+            const Response answer = answerTo(kVisit);
+            id = answer.cookie("JSESSIONID")->value;
+            recorded_log::clear();
+            ask(kVisit.cookie("JSESSIONID", id));
+        },
+        [this] { m_asked->of(*m_service); },
+        [&](bool refused) {
+            m_asked.reset();
+            const Response next = answerTo(kVisit.cookie("JSESSIONID", id));
+            EXPECT_FALSE(next.cookie("JSESSIONID")) << "another session";
+            const std::string greeting = "Hello, " + kName + " for time ";
+            EXPECT_TRUE(next.body == greeting + "2!\n" || next.body == greeting + "3!\n")
+                << next.body;
+            EXPECT_TRUE(!refused || next.body == greeting + "2!\n");
+            expectThatSessionsEnd();
+            recorded_log::clear();
+        });
+    stop();
+}
