@@ -19,7 +19,9 @@ using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 // Every place at which to cut a text; of a long one its ends and some in between.
 inline std::vector<std::size_t> cutsIn(std::size_t size) {
-    const std::size_t all = size > 100000 ? 1 : size > 3000 ? 25 : 200;
+    if (size > 100000)
+        return {size / 2};
+    const std::size_t all = size > 3000 ? 15 : 200;
     const std::size_t step = size > 2 * all ? size / all : 1;
     std::vector<std::size_t> cuts;
     for (std::size_t at = 0; at < size;
