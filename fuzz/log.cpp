@@ -1,0 +1,87 @@
+// Records of the log, whatever clients sent: one line each, which reads back as what was written.
+#include "fuzz.h"
+#include "log_record.h"
+#include "log_settings.h"
+
+#include <algorithm>
+#include <climits>
+
+namespace {
+
+using fuzz::require;
+
+__attribute__((format(printf, 1, 2))) device_log::EscapedText formatted(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const auto text = device_log::formatText(format, arguments);
+    va_end(arguments);
+    return text;
+}
+
+std::string unescaped(std::string_view text) {
+    std::string result;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (text[at] != '\\') {
+            result += text[at];
+            continue;
+        }
+        const std::string known = "nrt\\";
+        require(++at < text.size(), "an escape is whole");
+        const char kind = text[at];
+        if (kind == 'x') {
+            result +=
+                static_cast<char>(std::stoi(std::string(text.substr(at + 1, 2)), nullptr, 16));
+            at += 2;
+        } else {
+            require(known.find(kind) != std::string::npos, "an escape is a known one");
+            result += "\n\r\t\\"[known.find(kind)];
+        }
+    }
+    return result;
+}
+
+bool endsWith(std::string_view text, std::string_view end) {
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+void requireReadsBack(std::string_view escaped, const std::string& text, std::size_t most) {
+    const bool isCut = escaped.size() > most || (unescaped(escaped) != text);
+    if (isCut)
+        require(endsWith(escaped, "..."), "what is cut says so");
+    const std::string begin = unescaped(escaped.substr(0, escaped.size() - (isCut ? 3 : 0)));
+    require(text.compare(0, begin.size(), begin) == 0, "a record reads back as it was");
+    require(!isCut || escaped.size() - 3 + 8 > most, "nothing is cut that has room");
+}
+
+void requireOneLine(std::string_view line) {
+    require(line.size() < 4096, "a record is written in one piece");
+    require(line.find('\n') == line.size() - 1, "a record is one line");
+    require(std::none_of(line.begin(), line.end() - 1,
+                         [](unsigned char byte) { return byte < 0x20 || byte == 0x7f; }),
+            "a record has no control characters");
+}
+
+} // namespace
+
+// One line with the user's name, then the text.
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    fuzz::Input input(data, size);
+    const std::string name = fuzz::upToZero(input.line());
+    const std::string text = fuzz::stretched(fuzz::upToZero(input.rest()));
+
+    const device_log::EscapedText escaped = formatted("%s\n", fuzz::terminated(text).get());
+    requireReadsBack(escaped.view(), text, device_log::kMaxText);
+    const device_log::UserName user = device_log::escapeUser(fuzz::terminated(name).get());
+    requireReadsBack(user.view(), name, device_log::kMaxUser);
+    require(user.view().find_first_of(" :") == std::string_view::npos, "a name ends where it ends");
+
+    const int level = static_cast<int>(name.size()) - 2;
+    const device_log::Record record(static_cast<std::time_t>(text.size()), level, "65", user,
+                                    escaped);
+    requireOneLine(record.line());
+    require(endsWith(record.line(), std::string(record.message()) + "\n"), "the message is in it");
+    const auto settings = device_log::LogSettings::parse(name.c_str(), text.c_str());
+    require(settings.toStderr || settings.toSyslog, "records go somewhere");
+    require(settings.threshold >= 0 && settings.threshold <= 7, "the threshold is a level");
+    return 0;
+}

@@ -1,0 +1,120 @@
+#include "pairs.h"
+
+#include "fuzz.h"
+#include "varlist.h"
+
+#include <algorithm>
+
+namespace {
+
+using fuzz::Pairs;
+using fuzz::require;
+
+const std::string kHexDigits = "0123456789abcdefABCDEF";
+
+std::vector<std::string> split(const std::string& text, char separator) {
+    std::vector<std::string> pieces(1);
+    for (const char byte : text) {
+        if (byte == separator)
+            pieces.emplace_back();
+        else
+            pieces.back() += byte;
+    }
+    return pieces;
+}
+
+std::string decoded(const std::string& text) {
+    std::string result;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const std::string digits = text.substr(at + 1, 2);
+        if (text[at] == '%' && digits.size() == 2 &&
+            digits.find_first_not_of(kHexDigits) == std::string::npos) {
+            result += static_cast<char>(std::stoi(digits, nullptr, 16));
+            at += 2;
+        } else {
+            result += text[at];
+        }
+    }
+    return result;
+}
+
+std::string withBlanks(std::string text) {
+    std::replace(text.begin(), text.end(), '+', ' ');
+    return text;
+}
+
+std::string trimmed(const std::string& text) {
+    const std::size_t begin = text.find_first_not_of(" \t");
+    if (begin == std::string::npos)
+        return "";
+    return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
+}
+
+std::string unquoted(const std::string& text) {
+    const bool quoted = text.size() >= 2 && text.front() == '"' && text.back() == '"';
+    return quoted ? text.substr(1, text.size() - 2) : text;
+}
+
+std::string nameOf(const std::string& pair) {
+    return pair.substr(0, pair.find('='));
+}
+std::string valueOf(const std::string& pair) {
+    const std::size_t equals = pair.find('=');
+    return equals == std::string::npos ? "" : pair.substr(equals + 1);
+}
+
+void addDecoded(Pairs& pairs, const std::string& name, const std::string& value) {
+    const bool holdsZero = (name + value).find('\0') != std::string::npos;
+    if (!name.empty() && !holdsZero && pairs.size() < 1000)
+        pairs.emplace_back(name, value);
+}
+
+// The values of `name` one behind the other.
+std::string joined(char** values) {
+    std::string text;
+    for (; values != nullptr && *values != nullptr; ++values)
+        text += std::string(*values) + "\n";
+    return text;
+}
+std::string joined(const Pairs& pairs, const std::string& name) {
+    std::string text;
+    for (const auto& [itsName, value] : pairs)
+        if (itsName == name)
+            text += value + "\n";
+    return text;
+}
+
+void requireValues(CGI_varlist* list, const Pairs& expected, const std::string& name) {
+    require(joined(CGI_lookup_all(list, name.c_str())) == joined(expected, name),
+            "all values are found, in their order");
+    const auto first = std::find_if(expected.begin(), expected.end(),
+                                    [&](const auto& pair) { return pair.first == name; });
+    require(CGI_lookup(list, name.c_str()) == first->second, "the first value is found");
+}
+
+} // namespace
+
+Pairs fuzz::pairsOfQuery(const std::string& text) {
+    Pairs pairs;
+    for (const std::string& pair : split(text, '&'))
+        addDecoded(pairs, decoded(withBlanks(nameOf(pair))), decoded(withBlanks(valueOf(pair))));
+    return pairs;
+}
+
+Pairs fuzz::pairsOfCookie(const std::string& text) {
+    Pairs pairs;
+    for (const std::string& piece : split(text, ';')) {
+        const std::string pair = trimmed(piece);
+        addDecoded(pairs, decoded(nameOf(pair)), decoded(unquoted(valueOf(pair))));
+    }
+    return pairs;
+}
+
+// Looks for the first names and the last ones: a search takes as long as the list.
+void fuzz::requireSame(CGI_varlist* list, const Pairs& expected) {
+    constexpr std::size_t kLookedFor = 8;
+    require((list != nullptr ? list->size() : 0) == expected.size(), "there are as many values");
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        if (i < kLookedFor || i + kLookedFor >= expected.size())
+            requireValues(list, expected, expected[i].first);
+}

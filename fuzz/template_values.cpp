@@ -1,0 +1,122 @@
+// A fixed template with whatever clients sent in its variables, beside escaping byte by byte.
+#include "fuzz.h"
+#include "tmpl.h"
+
+#include <kit/testing/memory_stream.h>
+
+#include <vector>
+
+namespace {
+
+using fuzz::require;
+using kit::testing::MemoryOutput;
+
+constexpr const char* const kEnd = nullptr;
+constexpr const char* kTemplate = R"(<TMPL_VAR name="x">
+<TMPL_VAR name="x" fmt="raw">
+<TMPL_VAR name="x" fmt="url">
+<TMPL_VAR name="x" fmt="js">
+<TMPL_VAR name="x" default="nothing" fmt="html">
+<TMPL_IF name="x" value="yes">yes<TMPL_ELSIF name="x">set<TMPL_ELSE>empty</TMPL_IF>
+<TMPL_LOOP name="rows">[<TMPL_VAR name="x">]</TMPL_LOOP>
+)";
+
+std::string html(const std::string& text) {
+    std::string result;
+    for (const char byte : text) {
+        if (byte == '&')
+            result += "&amp;";
+        else if (byte == '<')
+            result += "&lt;";
+        else if (byte == '>')
+            result += "&gt;";
+        else if (byte == '"')
+            result += "&quot;";
+        else if (byte == '\'')
+            result += "&#39;";
+        else
+            result += byte;
+    }
+    return result;
+}
+
+std::string hex(const char* format, char byte) {
+    char text[8];
+    std::snprintf(text, sizeof text, format,
+                  static_cast<unsigned>(static_cast<unsigned char>(byte)));
+    return text;
+}
+
+bool isIn(char byte, const std::string& bytes) {
+    return bytes.find(byte) != std::string::npos;
+}
+
+std::string url(const std::string& text) {
+    std::string result;
+    for (const char byte : text) {
+        const bool isLetter = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
+        result +=
+            isLetter || isIn(byte, "0123456789-._~") ? std::string(1, byte) : hex("%%%02X", byte);
+    }
+    return result;
+}
+
+std::string js(const std::string& text) {
+    std::string result;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const char byte = text[at];
+        const std::string three = text.substr(at, 3);
+        if (three == "\xe2\x80\xa8" || three == "\xe2\x80\xa9") {
+            result += three.back() == '\xa8' ? "\\u2028" : "\\u2029";
+            at += 2;
+        } else if ((byte >= 0 && byte < ' ') || isIn(byte, "\\'\"`$<>&/\x7f")) {
+            result += hex("\\u00%02X", byte);
+        } else {
+            result += byte;
+        }
+    }
+    return result;
+}
+
+std::string expectedPage(const std::string& value, const std::vector<std::string>& rows) {
+    const char* const branch = value == "yes" ? "yes" : value.empty() ? "empty" : "set";
+    std::string page = html(value) + "\n" + value + "\n" + url(value) + "\n" + js(value) + "\n" +
+                       html(value.empty() ? "nothing" : value) + "\n" + branch + "\n";
+    for (const std::string& row : rows)
+        page += "[" + html(row.empty() ? value : row) + "]";
+    return page + "\n";
+}
+
+TMPL_varlist* variables(const std::string& name, const std::string& value,
+                        const std::vector<std::string>& rows) {
+    TMPL_varlist* list = TMPL_add_var(nullptr, fuzz::terminated(name).get(), "first",
+                                      fuzz::terminated(name).get(), "second", kEnd);
+    list = TMPL_add_var(list, "x", fuzz::terminated(value).get(), kEnd);
+    TMPL_loop* loop = nullptr;
+    for (const std::string& row : rows)
+        loop = TMPL_add_row(
+            loop,
+            row.empty() ? nullptr : TMPL_add_var(nullptr, "x", fuzz::terminated(row).get(), kEnd));
+    return TMPL_add_loop(list, "rows", loop);
+}
+
+} // namespace
+
+// One line with the name of a variable, the value of another, then the rows; a zero byte between
+// them. A row that is empty has no variable, so the outer one is found.
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    fuzz::Input input(data, size);
+    const std::string name = fuzz::upToZero(input.line());
+    const std::string value = input.upTo(std::string_view("\0", 1));
+    std::vector<std::string> rows;
+    while (!input.isEmpty())
+        rows.push_back(input.upTo(std::string_view("\0", 1)));
+
+    TMPL_varlist* list = variables(name, value, rows);
+    MemoryOutput out;
+    require(TMPL_web_write("page", kTemplate, nullptr, list, out.stream(), nullptr) == 0,
+            "the page is rendered");
+    require(out.text() == expectedPage(value, rows), "the page is as expected");
+    TMPL_free_varlist(list);
+    return 0;
+}
