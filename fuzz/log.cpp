@@ -3,9 +3,6 @@
 #include "log_record.h"
 #include "log_settings.h"
 
-#include <algorithm>
-#include <climits>
-
 namespace {
 
 using fuzz::require;
@@ -29,8 +26,10 @@ std::string unescaped(std::string_view text) {
         require(++at < text.size(), "an escape is whole");
         const char kind = text[at];
         if (kind == 'x') {
-            result +=
-                static_cast<char>(std::stoi(std::string(text.substr(at + 1, 2)), nullptr, 16));
+            const int byte = std::stoi(std::string(text.substr(at + 1, 2)), nullptr, 16);
+            require(byte != '\n' && byte != '\r' && byte != '\t' && byte != '\\',
+                    "a text has one form");
+            result += static_cast<char>(byte);
             at += 2;
         } else {
             require(known.find(kind) != std::string::npos, "an escape is a known one");
@@ -53,12 +52,36 @@ void requireReadsBack(std::string_view escaped, const std::string& text, std::si
     require(!isCut || escaped.size() - 3 + 8 > most, "nothing is cut that has room");
 }
 
+// The number of the character at the beginning of `text`, which is taken off (RFC 3629, section 3).
+unsigned takeCharacter(std::string_view& text) {
+    constexpr unsigned kLeast[] = {0, 0x80, 0x800, 0x10000};
+    const auto first = static_cast<unsigned char>(text.front());
+    const std::size_t tail = first < 0x80 ? 0 : first < 0xe0 ? 1 : first < 0xf0 ? 2 : 3;
+    require(tail < text.size() && (first < 0x80 || (first >= 0xc0 && first < 0xf8)),
+            "a character begins with its first byte");
+    unsigned number = tail == 0 ? first : first & (0x3fu >> tail);
+    for (std::size_t at = 1; at <= tail; ++at) {
+        require((text[at] & 0xc0) == 0x80, "a character is whole");
+        number = number * 64 + (text[at] & 0x3f);
+    }
+    require(number >= kLeast[tail], "a character is as short as can be");
+    text.remove_prefix(tail + 1);
+    return number;
+}
+
+bool isControl(unsigned number) {
+    return number < 0x20 || (number >= 0x7f && number < 0xa0);
+}
+
 void requireOneLine(std::string_view line) {
     require(line.size() < 4096, "a record is written in one piece");
-    require(line.find('\n') == line.size() - 1, "a record is one line");
-    require(std::none_of(line.begin(), line.end() - 1,
-                         [](unsigned char byte) { return byte < 0x20 || byte == 0x7f; }),
-            "a record has no control characters");
+    require(endsWith(line, "\n"), "a record is a line");
+    line.remove_suffix(1);
+    while (!line.empty()) {
+        const unsigned number = takeCharacter(line);
+        const bool isNone = number > 0x10ffff || (number >= 0xd800 && number < 0xe000);
+        require(!isNone && !isControl(number), "a record is made of plain characters");
+    }
 }
 
 } // namespace

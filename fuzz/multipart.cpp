@@ -1,6 +1,7 @@
 // Multipart bodies in whatever pieces they arrive, beside a parser that has the whole body.
 #include "multipart.h"
 #include "fuzz.h"
+#include "parts.h"
 
 #include <vector>
 
@@ -9,50 +10,18 @@ namespace {
 using fuzz::require;
 using Progress = cgi::MultipartParser::Progress;
 
-struct ReceivedPart {
-    std::string name;
-    std::string fileName = "(none)";
-    std::string data;
-    bool isWhole = false;
-
-    bool operator==(const ReceivedPart& other) const {
-        return name == other.name && fileName == other.fileName && data == other.data &&
-               isWhole == other.isWhole;
-    }
-};
+using fuzz::ReceivedPart;
 
 struct Body {
     std::vector<ReceivedPart> parts;
     Progress progress = Progress::WantsMore;
 };
 
-class Collector final : public cgi::PartSink {
-public:
-    explicit Collector(std::vector<ReceivedPart>& parts) : m_parts(parts) {}
-
-    bool beginPart(cgi::Part part) override {
-        m_parts.push_back({part.name, part.fileName.value_or("(none)"), "", false});
-        return true;
-    }
-    bool partData(const char* data, std::size_t size) override {
-        require(!m_parts.empty() && !m_parts.back().isWhole, "data belong to a part");
-        m_parts.back().data.append(data, size);
-        return true;
-    }
-    bool endPart() override {
-        require(!m_parts.empty() && !m_parts.back().isWhole, "a part ends once");
-        return m_parts.back().isWhole = true;
-    }
-
-private:
-    std::vector<ReceivedPart>& m_parts;
-};
-
 // `pieceSize` is asked for the size of each piece.
 template <class PieceSize>
 Body parse(const std::string& boundary, const std::string& text, PieceSize pieceSize) {
     Body body;
-    Collector sink(body.parts);
+    fuzz::PartCollector sink(body.parts);
     cgi::MultipartParser parser(boundary, sink);
     for (std::size_t at = 0; at < text.size();) {
         const std::string piece = text.substr(at, pieceSize());

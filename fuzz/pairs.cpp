@@ -23,21 +23,6 @@ std::vector<std::string> split(const std::string& text, char separator) {
     return pieces;
 }
 
-std::string decoded(const std::string& text) {
-    std::string result;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const std::string digits = text.substr(at + 1, 2);
-        if (text[at] == '%' && digits.size() == 2 &&
-            digits.find_first_not_of(kHexDigits) == std::string::npos) {
-            result += static_cast<char>(std::stoi(digits, nullptr, 16));
-            at += 2;
-        } else {
-            result += text[at];
-        }
-    }
-    return result;
-}
-
 std::string withBlanks(std::string text) {
     std::replace(text.begin(), text.end(), '+', ' ');
     return text;
@@ -61,12 +46,6 @@ std::string nameOf(const std::string& pair) {
 std::string valueOf(const std::string& pair) {
     const std::size_t equals = pair.find('=');
     return equals == std::string::npos ? "" : pair.substr(equals + 1);
-}
-
-void addDecoded(Pairs& pairs, const std::string& name, const std::string& value) {
-    const bool holdsZero = (name + value).find('\0') != std::string::npos;
-    if (!name.empty() && !holdsZero && pairs.size() < 1000)
-        pairs.emplace_back(name, value);
 }
 
 // The values of `name` one behind the other.
@@ -94,10 +73,31 @@ void requireValues(CGI_varlist* list, const Pairs& expected, const std::string& 
 
 } // namespace
 
+std::string fuzz::decoded(const std::string& text) {
+    std::string result;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const std::string digits = text.substr(at + 1, 2);
+        if (text[at] == '%' && digits.size() == 2 &&
+            digits.find_first_not_of(kHexDigits) == std::string::npos) {
+            result += static_cast<char>(std::stoi(digits, nullptr, 16));
+            at += 2;
+        } else {
+            result += text[at];
+        }
+    }
+    return result;
+}
+
+void fuzz::add(Pairs& pairs, const std::string& name, const std::string& value) {
+    const bool holdsZero = (name + value).find('\0') != std::string::npos;
+    if (!name.empty() && !holdsZero && pairs.size() < 1000)
+        pairs.emplace_back(name, value);
+}
+
 Pairs fuzz::pairsOfQuery(const std::string& text) {
     Pairs pairs;
     for (const std::string& pair : split(text, '&'))
-        addDecoded(pairs, decoded(withBlanks(nameOf(pair))), decoded(withBlanks(valueOf(pair))));
+        add(pairs, decoded(withBlanks(nameOf(pair))), decoded(withBlanks(valueOf(pair))));
     return pairs;
 }
 
@@ -105,7 +105,7 @@ Pairs fuzz::pairsOfCookie(const std::string& text) {
     Pairs pairs;
     for (const std::string& piece : split(text, ';')) {
         const std::string pair = trimmed(piece);
-        addDecoded(pairs, decoded(nameOf(pair)), decoded(unquoted(valueOf(pair))));
+        add(pairs, decoded(nameOf(pair)), decoded(unquoted(valueOf(pair))));
     }
     return pairs;
 }

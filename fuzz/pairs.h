@@ -13,8 +13,14 @@ namespace fuzz {
 
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
+// Without its escapes; a bad one stands for itself.
+std::string decoded(const std::string& text);
+
 Pairs pairsOfQuery(const std::string& text);
 Pairs pairsOfCookie(const std::string& text);
+
+// Adds what a list may hold, as long as it has room.
+void add(Pairs& pairs, const std::string& name, const std::string& value);
 
 // Requires that the list holds these and no others.
 void requireSame(CGI_varlist* list, const Pairs& expected);

@@ -1,9 +1,12 @@
 // Uploads into memory and into a file, and what they leave in the stream.
 #include "fuzz.h"
+#include "pairs.h"
+#include "parts.h"
 #include "varlist.h"
 
 #include <kit/testing/memory_stream.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -68,11 +71,74 @@ Received receiveInFile(const char* contentType, const std::string& body, std::si
     return received;
 }
 
-void requireSame(const Received& one, const Received& other) {
-    const std::size_t count = one.fields != nullptr ? one.fields->size() : 0;
-    const std::size_t otherCount = other.fields != nullptr ? other.fields->size() : 0;
-    require(count == otherCount, "there are as many fields");
-    require(one.data == other.data, "the data are the same");
+// What the parts of a body come to.
+class Expected {
+public:
+    Expected(const std::string& contentType, const std::string& body, std::size_t room)
+        : m_room(room) {
+        const auto boundary = cgi::multipartBoundary(contentType.c_str());
+        if (!boundary.has_value())
+            return;
+        std::vector<fuzz::ReceivedPart> parts;
+        fuzz::PartCollector sink(parts);
+        cgi::MultipartParser parser(*boundary, sink);
+        const auto progress = parser.push(body.data(), body.size());
+        const bool taken = std::all_of(parts.begin(), parts.end(),
+                                       [this](const auto& part) { return take(part); });
+        if (taken && progress == cgi::MultipartParser::Progress::Complete)
+            finish();
+    }
+
+    const fuzz::Pairs& fields() const { return m_fields; }
+    const std::string& data() const { return m_data; }
+
+private:
+    // False for what ends the upload.
+    bool take(const fuzz::ReceivedPart& part) {
+        const std::string name = fuzz::decoded(part.name);
+        if (!part.fileName.has_value())
+            return takeText(name, part);
+        const bool isChosen = !part.fileName->empty() || !part.data.empty();
+        if (!isChosen || m_hasFile)
+            return true;
+        m_hasFile = true;
+        std::string path = fuzz::decoded(*part.fileName);
+        path.erase(0, path.find_last_of("/\\") + 1);
+        m_fileField = {name, path == "." || path == ".." ? "" : path};
+        m_file = part.data;
+        const bool hasZero = (name + path).find('\0') != std::string::npos;
+        return !name.empty() && !hasZero && m_file.size() <= m_room;
+    }
+
+    bool takeText(const std::string& name, const fuzz::ReceivedPart& part) {
+        m_textBytes += name.size() + part.data.size();
+        if (part.data.size() > 64 * 1024 || m_textBytes > 1024 * 1024)
+            return false;
+        if (part.isWhole)
+            fuzz::add(m_fields, name, part.data);
+        return true;
+    }
+
+    void finish() {
+        const std::size_t count = m_fields.size();
+        if (m_hasFile)
+            fuzz::add(m_fields, m_fileField.first, m_fileField.second);
+        if (m_fields.size() > count)
+            m_data = m_file;
+    }
+
+    const std::size_t m_room;
+    std::size_t m_textBytes = 0;
+    fuzz::Pairs m_fields;
+    bool m_hasFile = false;
+    fuzz::Pairs::value_type m_fileField;
+    std::string m_file;
+    std::string m_data;
+};
+
+void requireSame(const Received& received, const Expected& expected) {
+    fuzz::requireSame(received.fields.get(), expected.fields());
+    require(received.data == expected.data(), "the data are those of the file");
 }
 
 } // namespace
@@ -87,9 +153,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string body = fuzz::stretched(input.rest());
     if (room == 0)
         requireSame(receiveInFile(contentType.get(), body, pieceSize),
-                    receiveInMemory(contentType.get(), body, body.size() + 1, body.size()));
+                    Expected(contentType.get(), body, body.size()));
     else
         requireSame(receiveInMemory(contentType.get(), body, pieceSize, room * 8),
-                    receiveInMemory(contentType.get(), body, body.size() + 1, room * 8));
+                    Expected(contentType.get(), body, room * 8));
     return 0;
 }
