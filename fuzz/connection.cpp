@@ -22,7 +22,7 @@ using fuzz::require;
 constexpr int kListenSocket = 0;
 constexpr std::size_t kRecordHeader = 8;
 
-// The socket of a device, but that nobody waits there for a connection.
+// A device's service, but that it does not wait for a connection: where there is none it ends.
 class Service {
 public:
     Service() {

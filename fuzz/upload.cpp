@@ -20,6 +20,7 @@ using kit::testing::MemoryInput;
 struct Received {
     CGI_varlist::Owner fields;
     std::string data;
+    bool isThere = false; // the file, if it is one
 };
 
 Received receiveInMemory(const char* contentType, const std::string& body, std::size_t pieceSize,
@@ -42,19 +43,20 @@ Received receiveInMemory(const char* contentType, const std::string& body, std::
     return received;
 }
 
-// A folder in memory, as long as the process lives.
+// A folder as long as the process lives, in memory where the system has that.
 class Folder {
 public:
-    Folder() { require(mkdtemp(m_path) != nullptr, "there is a folder for uploads"); }
+    Folder() { require(mkdtemp(m_path.data()) != nullptr, "there is a folder for uploads"); }
     ~Folder() { std::filesystem::remove_all(m_path); }
     Folder(const Folder&) = delete;
     Folder& operator=(const Folder&) = delete;
 
-    std::string file() const { return std::string(m_path) + "/upload"; }
+    std::string file() const { return m_path + "/upload"; }
     bool isEmpty() const { return std::filesystem::is_empty(m_path); }
 
 private:
-    char m_path[32] = "/dev/shm/fuzz-upload-XXXXXX";
+    std::string m_path =
+        std::string(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp") + "/fuzz-upload-XXXXXX";
 };
 
 Received receiveInFile(const char* contentType, const std::string& body, std::size_t pieceSize) {
@@ -63,6 +65,7 @@ Received receiveInFile(const char* contentType, const std::string& body, std::si
     Received received;
     received.fields.reset(
         CGI_fileupload(nullptr, contentType, folder.file().c_str(), stream.stream()));
+    received.isThere = access(folder.file().c_str(), F_OK) == 0;
     std::ostringstream text;
     text << std::ifstream(folder.file()).rdbuf();
     received.data = text.str();
@@ -90,7 +93,8 @@ public:
     }
 
     const fuzz::Pairs& fields() const { return m_fields; }
-    const std::string& data() const { return m_data; }
+    bool isThere() const { return m_isThere; }
+    const std::string& data() const { return m_file; }
 
 private:
     // False for what ends the upload.
@@ -123,8 +127,7 @@ private:
         const std::size_t count = m_fields.size();
         if (m_hasFile)
             fuzz::add(m_fields, m_fileField.first, m_fileField.second);
-        if (m_fields.size() > count)
-            m_data = m_file;
+        m_isThere = m_fields.size() > count;
     }
 
     const std::size_t m_room;
@@ -133,12 +136,13 @@ private:
     bool m_hasFile = false;
     fuzz::Pairs::value_type m_fileField;
     std::string m_file;
-    std::string m_data;
+    bool m_isThere = false;
 };
 
 void requireSame(const Received& received, const Expected& expected) {
     fuzz::requireSame(received.fields.get(), expected.fields());
-    require(received.data == expected.data(), "the data are those of the file");
+    const std::string data = expected.isThere() ? expected.data() : "";
+    require(received.data == data, "the data are those of the file");
 }
 
 } // namespace
@@ -151,11 +155,13 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::size_t pieceSize = input.byte() * 16 + 1;
     const std::size_t room = input.byte();
     const std::string body = fuzz::stretched(input.rest());
-    if (room == 0)
-        requireSame(receiveInFile(contentType.get(), body, pieceSize),
-                    Expected(contentType.get(), body, body.size()));
-    else
-        requireSame(receiveInMemory(contentType.get(), body, pieceSize, room * 8),
-                    Expected(contentType.get(), body, room * 8));
+    const bool isFile = room == 0;
+    const Expected expected(contentType.get(), body, isFile ? body.size() : room * 8);
+    const Received received = isFile
+                                  ? receiveInFile(contentType.get(), body, pieceSize)
+                                  : receiveInMemory(contentType.get(), body, pieceSize, room * 8);
+    requireSame(received, expected);
+    require(!isFile || received.isThere == expected.isThere(),
+            "there is a file when the upload is complete");
     return 0;
 }
