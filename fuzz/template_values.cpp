@@ -1,4 +1,5 @@
 // A fixed template with whatever clients sent in its variables, beside escaping byte by byte.
+#include "escapes.h"
 #include "fuzz.h"
 #include "tmpl.h"
 
@@ -8,7 +9,10 @@
 
 namespace {
 
+using fuzz::html;
+using fuzz::js;
 using fuzz::require;
+using fuzz::url;
 using kit::testing::MemoryOutput;
 
 constexpr const char* const kEnd = nullptr;
@@ -20,63 +24,6 @@ constexpr const char* kTemplate = R"(<TMPL_VAR name="x">
 <TMPL_IF name="x" value="yes">yes<TMPL_ELSIF name="x">set<TMPL_ELSE>empty</TMPL_IF>
 <TMPL_LOOP name="rows">[<TMPL_VAR name="x">]</TMPL_LOOP>
 )";
-
-std::string html(const std::string& text) {
-    std::string result;
-    for (const char byte : text) {
-        if (byte == '&')
-            result += "&amp;";
-        else if (byte == '<')
-            result += "&lt;";
-        else if (byte == '>')
-            result += "&gt;";
-        else if (byte == '"')
-            result += "&quot;";
-        else if (byte == '\'')
-            result += "&#39;";
-        else
-            result += byte;
-    }
-    return result;
-}
-
-std::string hex(const char* format, char byte) {
-    char text[8];
-    std::snprintf(text, sizeof text, format,
-                  static_cast<unsigned>(static_cast<unsigned char>(byte)));
-    return text;
-}
-
-bool isIn(char byte, const std::string& bytes) {
-    return bytes.find(byte) != std::string::npos;
-}
-
-std::string url(const std::string& text) {
-    std::string result;
-    for (const char byte : text) {
-        const bool isLetter = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
-        result +=
-            isLetter || isIn(byte, "0123456789-._~") ? std::string(1, byte) : hex("%%%02X", byte);
-    }
-    return result;
-}
-
-std::string js(const std::string& text) {
-    std::string result;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const char byte = text[at];
-        const std::string three = text.substr(at, 3);
-        if (three == "\xe2\x80\xa8" || three == "\xe2\x80\xa9") {
-            result += three.back() == '\xa8' ? "\\u2028" : "\\u2029";
-            at += 2;
-        } else if ((byte >= 0 && byte < ' ') || isIn(byte, "\\'\"`$<>&/\x7f")) {
-            result += hex("\\u00%02X", byte);
-        } else {
-            result += byte;
-        }
-    }
-    return result;
-}
 
 std::string expectedPage(const std::string& value, const std::vector<std::string>& rows) {
     const char* const branch = value == "yes" ? "yes" : value.empty() ? "empty" : "set";
