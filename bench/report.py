@@ -230,7 +230,7 @@ def pieces_table(report):
 def document(report):
     noise = report["noise"]
     lines = ["# Benchmarks", "",
-             "`bench/report.py` writes this page from what was measured.", "",
+             "`scripts/bench` measures and writes this page.", "",
              "![Each figure by its aim, and how times grow](benchmarks.svg)", "",
              "## Aims", ""] + aims_table(report)
     lines += ["", "## Conditions", ""] + table(
