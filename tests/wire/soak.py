@@ -220,7 +220,7 @@ def kill_again_and_again(start, front, kills):
     good = [answers.ask("GET", "/servlet?p=facts&ms=0") for _ in range(100)]
     return [
         ("kills", kills),
-        ("requests under way or in line then", tally["asked"]),
+        ("requests meanwhile", tally["asked"]),
         ("answers lost with a killed daemon", tally["answers lost"]),
         ("of 100 requests afterwards, answered", sum(one is not None and one[0] == 200
                                                      for one in good)),
