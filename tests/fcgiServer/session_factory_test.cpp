@@ -826,7 +826,10 @@ TEST_F(SessionFactoryLocks, LetASweepDeleteWhileOthersServe) {
                 EXPECT_TRUE(session->setAttribute("user", &value));
                 EXPECT_EQ(session->getAttribute("user"), &value);
                 m_factory.onRequestFinished(&request);
-                session->setMaxInactiveInterval(0); // from now on a sweep may delete it
+                // From here on a sweep may delete it, which takes the mutex before.
+                pthread_mutex_lock(&session_mutex);
+                session->setMaxInactiveInterval(0);
+                pthread_mutex_unlock(&session_mutex);
             }
             --serving;
         });
