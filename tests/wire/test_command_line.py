@@ -10,7 +10,7 @@ import subprocess
 
 import pytest
 
-from service import free_port
+from service import free_port, wait_until
 
 
 @pytest.fixture
@@ -107,6 +107,7 @@ def ids_of(host, field):
 @pytest.mark.parametrize("options, mode", [([], 0o660), (["--socket-mode=0600"], 0o600)])
 def test_the_socket_has_the_mode_that_was_asked_for(start, options, mode):
     start.host(f"--listen={start.socket_path}", *options)
+    wait_until(lambda: os.path.exists(start.socket_path), "listening")
     assert stat.S_IMODE(os.stat(start.socket_path).st_mode) == mode
 
 
@@ -129,8 +130,8 @@ def test_it_runs_as_the_user_it_is_told_with_that_users_groups(run, start):
     daemon = grp.getgrnam("daemon").gr_gid
     host = start.host(f"--listen={start.socket_path}", "--user=root:daemon",
                       extra_groups=[daemon + 1])
+    wait_until(lambda: ids_of(host, "Gid") == [daemon] * 4, "the change of groups")
     assert ids_of(host, "Uid") == [0] * 4
-    assert ids_of(host, "Gid") == [daemon] * 4
     assert set(ids_of(host, "Groups")) == set(os.getgrouplist("root", daemon))
     assert os.stat(start.socket_path).st_gid == daemon
     assert start.cgi_fcgi("/servlet?p=facts").startswith(b"Content-Type")
