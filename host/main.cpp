@@ -29,6 +29,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kSignalStatus = 128; // plus the signal's number, as shells count
 constexpr auto kWakeInterval = std::chrono::milliseconds(50);
+constexpr auto kTimeToEnd = std::chrono::milliseconds(250); // of loops that serve nothing
 
 int fail(int status, const std::string& message) {
     std::fprintf(stderr, "fcgi_host: %s\n", message.c_str());
@@ -105,17 +106,18 @@ void serveUntilStopped(FCGIServer& server, std::chrono::seconds interval) {
 void finishRequests(AcceptGate& gate, RequestLoops& loops, std::chrono::seconds drain) {
     // The loops each log that accepting failed; this says why.
     std::fputs("fcgi_host: stopping; finishing the requests under way\n", stderr);
-    const auto deadline = Clock::now() + drain;
+    const auto deadline = Clock::now() + std::max<Clock::duration>(drain, kTimeToEnd);
     loops.stop();
     gate.close();
-    do {
-        gate.wake(loops);
+    gate.wake(loops);
+    while (!loops.waitForEnd(kWakeInterval)) {
         if (const int signal = waitForStop(Clock::duration::zero()))
             std::_Exit(fail(kSignalStatus + signal, "ended at once by a second signal"));
         if (Clock::now() > deadline)
             std::_Exit(fail(EX_TEMPFAIL, "ended with requests under way after " +
                                              std::to_string(drain.count()) + " s"));
-    } while (!loops.waitForEnd(kWakeInterval));
+        gate.wake(loops);
+    }
 }
 
 // The listening socket, at file descriptor 0, or the exit status.

@@ -189,6 +189,14 @@ def test_an_idle_daemon_takes_no_time_to_stop(start, build):
     assert min(taken) < (2 if build.sanitized else 0.25), taken
 
 
+@pytest.mark.parametrize("threads", ["1", "4"])
+def test_an_idle_daemon_has_nothing_to_give_up(start, threads):
+    host = start.host("--listen", start.socket_path, "--drain", "0", "--threads", threads)
+    start.cgi_fcgi("/servlet?p=slow")
+    assert host.stop() == 0
+    assert "requests under way after" not in host.log.read_text()
+
+
 @pytest.mark.parametrize("seconds, least, most", [(0, 0, 2), (1, 1, 3)])
 def test_a_request_that_takes_too_long_does_not_keep_the_daemon(start, seconds, least, most):
     host = start.host("--listen", start.socket_path, "--drain", str(seconds))
