@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 namespace {
 
@@ -66,12 +67,13 @@ void waitUntilClosed(int connection) {
     // What is sent ends here; some front servers wait for that before they close.
     shutdown(connection, SHUT_WR);
     const auto deadline = Clock::now() + kLongestRest;
-    pollfd polled{connection, POLLIN, 0};
+    pollfd polled[] = {{connection, POLLIN, 0}};
     char rest[4096];
     for (;;) {
         const auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        if (left.count() <= 0 || poll(&polled, 1, static_cast<int>(left.count())) <= 0 ||
+        if (left.count() <= 0 ||
+            poll(polled, std::size(polled), static_cast<int>(left.count())) <= 0 ||
             read(connection, rest, sizeof rest) <= 0)
             return;
     }

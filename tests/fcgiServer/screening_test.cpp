@@ -78,6 +78,8 @@ TEST_F(UrlScreening, RefusesMarkupAndScriptWhereverItStandsAndLogsTheUrlAsItCame
         "/servlet?p=x&q=%3Cb%3E",
         "/servlet?p=SCRIPTS",
         "/servlet?q=%3e",
+        "/servlet?q=%3eb",
+        "/servlet?q=%3cb",
         "/servlet?q=%3E",
         "/servlet?q=%3c",
         "/servlet?q=%3C",

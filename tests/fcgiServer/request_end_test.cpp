@@ -1,0 +1,254 @@
+// The end of a request on a connection of its own, served by the FastCGI kit: who closes it, and
+// when. The front servers' side of it is in tests/wire/test_unread_bodies.py.
+#include "fcgi_server.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <future>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace {
+
+using namespace std::chrono_literals;
+using Variables = std::map<std::string, std::string>;
+
+constexpr int kListenSocket = 0;
+constexpr auto kSoon = 1500ms; // less than the longest that the server waits
+constexpr auto kAWhile = 300ms;
+
+// Records of FastCGI 1.0, all of request 1.
+enum RecordType : char { BEGIN = 1, END = 3, PARAMS = 4, STDIN = 5, STDOUT = 6 };
+
+std::string record(RecordType type, const std::string& content) {
+    const char header[] = {
+        1, type, 0, 1, static_cast<char>(content.size() >> 8), static_cast<char>(content.size()),
+        0, 0};
+    return std::string(header, sizeof header) + content;
+}
+
+std::string begin(const Variables& variables, bool keepConnection = false) {
+    std::string params;
+    for (const auto& [name, value] : variables)
+        params += static_cast<char>(name.size()) + (static_cast<char>(value.size()) + name) + value;
+    const char responder[] = {0, 1, static_cast<char>(keepConnection), 0, 0, 0, 0, 0};
+    return record(BEGIN, std::string(responder, sizeof responder)) + record(PARAMS, params) +
+           record(PARAMS, "");
+}
+
+Variables with(Variables more) {
+    more.insert({{"REQUEST_METHOD", "POST"},
+                 {"REQUEST_URI", "/servlet?q=1"},
+                 {"QUERY_STRING", "q=1"},
+                 {"REMOTE_ADDR", "10.0.0.5"},
+                 {"CONTENT_TYPE", "application/octet-stream"}});
+    return more;
+}
+
+// A front server's end of a connection.
+class Connection {
+public:
+    explicit Connection(const sockaddr_un& address, socklen_t size)
+        : m_socket(socket(AF_UNIX, SOCK_STREAM, 0)) {
+        EXPECT_EQ(connect(m_socket, reinterpret_cast<const sockaddr*>(&address), size), 0);
+    }
+    ~Connection() { close(); }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    bool send(const std::string& bytes) {
+        return ::send(m_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(bytes.size());
+    }
+    void close() {
+        if (m_socket >= 0)
+            ::close(m_socket);
+        m_socket = -1;
+    }
+
+    // What the page wrote, up to the record that ends the request. Empty where that does not come.
+    std::string answer() {
+        std::string page;
+        for (;;) {
+            const std::string header = receive(8);
+            if (header.empty())
+                return {};
+            const auto byte = [&](std::size_t at) {
+                return static_cast<unsigned char>(header[at]);
+            };
+            const std::string content = receive(byte(4) * 256u + byte(5));
+            receive(byte(6));
+            if (header[1] == STDOUT)
+                page += content;
+            if (header[1] == END)
+                return page;
+        }
+    }
+
+    // Whether the other side sends no more but listens, does neither, or both.
+    bool isHalfClosed() const { return (stateAfter(kSoon) & (POLLRDHUP | POLLHUP)) == POLLRDHUP; }
+    bool isClosed() const { return (stateAfter(kSoon) & POLLHUP) != 0; }
+    bool isOpen() const { return stateAfter(kAWhile) == 0; }
+
+private:
+    std::string receive(std::size_t size) const {
+        std::string bytes(size, '\0');
+        pollfd polled{m_socket, POLLIN, 0};
+        std::size_t have = 0;
+        while (have < size) {
+            if (poll(&polled, 1, 10000) <= 0)
+                return {};
+            const ssize_t more = read(m_socket, &bytes[have], size - have);
+            if (more <= 0)
+                return {};
+            have += static_cast<std::size_t>(more);
+        }
+        return bytes;
+    }
+    // As soon as something of the kind is true.
+    short stateAfter(std::chrono::milliseconds time) const {
+        pollfd polled{m_socket, POLLRDHUP, 0};
+        poll(&polled, 1, static_cast<int>(time.count()));
+        return polled.revents;
+    }
+
+    int m_socket;
+};
+
+// The server on a socket where accepting fails at once when nobody has connected, so that a run
+// ends with the last request.
+class RequestEnd : public testing::Test {
+protected:
+    RequestEnd() {
+        // As the host sets it: the kit itself does not wait.
+        setenv("LIBFCGI_OS_CLOSE_POLL_TIMEOUT", "0", 1);
+        const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+        // Without a name the system finds one that is free, and no file is made.
+        auto* address = reinterpret_cast<sockaddr*>(&m_address);
+        EXPECT_EQ(bind(listening, address, sizeof m_address.sun_family), 0);
+        EXPECT_EQ(listen(listening, 8), 0);
+        m_kept = fcntl(kListenSocket, F_DUPFD_CLOEXEC, 3);
+        EXPECT_EQ(dup2(listening, kListenSocket), kListenSocket);
+        close(listening);
+        getsockname(kListenSocket, address, &m_size);
+        m_server = std::make_unique<FCGIServer>(SERVLET_XML);
+        front = std::make_unique<Connection>(m_address, m_size);
+    }
+    ~RequestEnd() override {
+        front->close();
+        if (run.valid())
+            run.wait();
+        m_server.reset();
+        if (m_kept >= 0) {
+            dup2(m_kept, kListenSocket);
+            close(m_kept);
+        } else {
+            close(kListenSocket);
+        }
+    }
+
+    // Serves what is on the socket, on a thread of its own.
+    void serve() {
+        run = std::async(std::launch::async, [this] { m_server->run(); });
+    }
+    bool runEndsWithin(std::chrono::milliseconds time) {
+        return run.wait_for(time) == std::future_status::ready;
+    }
+
+    std::unique_ptr<Connection> front;
+    std::future<void> run;
+
+private:
+    sockaddr_un m_address{AF_UNIX, {}};
+    socklen_t m_size = sizeof m_address;
+    int m_kept = -1;
+    std::unique_ptr<FCGIServer> m_server;
+};
+
+const std::string kAnswer =
+    "Status: 404 \r\nContentType: text/html \r\n\r\n<h1>404 - Not Found</h1>";
+
+class AnnouncedBody : public RequestEnd, public testing::WithParamInterface<Variables> {};
+
+TEST_P(AnnouncedBody, IsLeftUnreadUntilTheFrontServerCloses) {
+    ASSERT_TRUE(front->send(begin(with(GetParam()))));
+    serve();
+    EXPECT_EQ(front->answer(), kAnswer);
+    EXPECT_TRUE(front->isHalfClosed());
+    EXPECT_TRUE(front->send(record(STDIN, "hello")));
+    EXPECT_TRUE(front->send(record(STDIN, "")));
+    EXPECT_TRUE(front->isHalfClosed());
+    front->close();
+    EXPECT_TRUE(runEndsWithin(kSoon));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    ByItsVariables, AnnouncedBody,
+    testing::Values(Variables{{"CONTENT_LENGTH", "5"}}, Variables{{"CONTENT_LENGTH", "00"}},
+                    Variables{{"HTTP_TRANSFER_ENCODING", "chunked"}},
+                    Variables{{"CONTENT_LENGTH", "0"}, {"HTTP_TRANSFER_ENCODING", "chunked"}}));
+
+class NoBody : public RequestEnd, public testing::WithParamInterface<Variables> {};
+
+TEST_P(NoBody, IsOverWithItsEnd) {
+    ASSERT_TRUE(front->send(begin(with(GetParam()))));
+    serve();
+    EXPECT_EQ(front->answer(), kAnswer);
+    EXPECT_TRUE(front->isOpen());
+    EXPECT_TRUE(front->send(record(STDIN, "")));
+    EXPECT_TRUE(front->isClosed());
+    EXPECT_TRUE(runEndsWithin(kSoon));
+}
+
+TEST_P(NoBody, IsLeftUnreadWhereThereIsOneAllTheSame) {
+    ASSERT_TRUE(front->send(begin(with(GetParam())) + record(STDIN, "hello")));
+    serve();
+    EXPECT_EQ(front->answer(), kAnswer);
+    EXPECT_TRUE(front->isHalfClosed());
+    front->close();
+    EXPECT_TRUE(runEndsWithin(kSoon));
+}
+
+INSTANTIATE_TEST_SUITE_P(ByItsVariables, NoBody,
+                         testing::Values(Variables{}, Variables{{"CONTENT_LENGTH", ""}},
+                                         Variables{{"CONTENT_LENGTH", "0"}}));
+
+TEST_F(RequestEnd, WaitsNoLongerThanTwoSecondsForTheFrontServerToClose) {
+    ASSERT_TRUE(front->send(begin(with({{"CONTENT_LENGTH", "5"}}))));
+    serve();
+    EXPECT_EQ(front->answer(), kAnswer);
+    EXPECT_FALSE(runEndsWithin(1700ms));
+    EXPECT_TRUE(runEndsWithin(3s));
+    EXPECT_TRUE(front->isClosed());
+}
+
+TEST_F(RequestEnd, WaitsNoLongerForAFrontServerThatSendsOnAndOn) {
+    ASSERT_TRUE(front->send(begin(with({{"CONTENT_LENGTH", "5"}}))));
+    serve();
+    EXPECT_EQ(front->answer(), kAnswer);
+    const auto start = std::chrono::steady_clock::now();
+    while (front->send(record(STDIN, "hello")))
+        ASSERT_LT(std::chrono::steady_clock::now() - start, 4s);
+    EXPECT_GT(std::chrono::steady_clock::now() - start, 1s);
+    EXPECT_TRUE(runEndsWithin(kSoon));
+}
+
+TEST_F(RequestEnd, LeavesAConnectionOpenThatIsToBeKept) {
+    const Variables request = with({{"CONTENT_LENGTH", "5"}});
+    ASSERT_TRUE(front->send(begin(request, true)));
+    serve();
+    EXPECT_EQ(front->answer(), kAnswer);
+    EXPECT_TRUE(front->isOpen());
+    ASSERT_TRUE(front->send(begin(request, true)));
+    EXPECT_EQ(front->answer(), kAnswer);
+}
+
+} // namespace
