@@ -282,6 +282,11 @@ TEST_F(Uploads, IntoMemoryBecomeParametersAndAreCounted) {
     EXPECT_EQ(newCalls(), (Calls{"CGI_free_varlist(list 3)", "CGI_free_varlist(null)"}));
 }
 
+TEST_F(Uploads, CountNothingWhereTheDeviceReportsNoCount) {
+    answers().received = std::nullopt;
+    EXPECT_EQ(m_upload->receiveUploadData(m_buffer, 8), 0);
+}
+
 TEST_F(Uploads, OfRawBlocksLeaveTheParametersAlone) {
     for (int size : {8, 0, -1}) {
         answers().blockSize = size;

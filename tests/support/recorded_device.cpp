@@ -161,7 +161,8 @@ CGI_varlist* CGI_fileupload(CGI_varlist* list, const char* content_type, const c
 
 CGI_varlist* CGI_fileupload_data(CGI_varlist* list, const char* content_type, char* buffer,
                                  unsigned long size, FCGX_Stream* in, int* received) {
-    *received = state.answers.received;
+    if (state.answers.received)
+        *received = *state.answers.received;
     return keepAddition(
         "CGI_fileupload_data",
         {nameOf(list), quoted(content_type), nameOf(buffer), std::to_string(size), nameOf(in)},

@@ -3,6 +3,7 @@
 #ifndef RECORDED_DEVICE_H
 #define RECORDED_DEVICE_H
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,12 +13,12 @@ namespace recorded_device {
 using Values = std::vector<std::pair<std::string, std::string>>;
 
 struct Answers {
-    Values cookies;      // what CGI_get_cookie adds to its list
-    Values formFields;   // CGI_get_post
-    Values queryFields;  // CGI_decode_query
-    Values uploadFields; // CGI_fileupload and CGI_fileupload_data
-    int received = 0;    // the count that CGI_fileupload_data reports
-    int blockSize = 0;   // the result of CGI_readblock
+    Values cookies;                  // what CGI_get_cookie adds to its list
+    Values formFields;               // CGI_get_post
+    Values queryFields;              // CGI_decode_query
+    Values uploadFields;             // CGI_fileupload and CGI_fileupload_data
+    std::optional<int> received = 0; // the count that CGI_fileupload_data reports, or leaves alone
+    int blockSize = 0;               // the result of CGI_readblock
     char* encodedUrl = nullptr;
     std::string page;     // what TMPL_web_write writes
     int renderResult = 0; // what TMPL_web_write gives back
