@@ -36,7 +36,8 @@ def run(*command):
     """A changed program may ask for all the memory there is."""
     limit = 8 * GIB
     return subprocess.run([str(word) for word in command], check=False, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, stdin=subprocess.DEVNULL,
+                          stderr=subprocess.STDOUT, text=True, errors="replace",
+                          stdin=subprocess.DEVNULL,
                           preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
 
 

@@ -94,9 +94,9 @@ public:
     }
 
     // Whether the other side sends no more but listens, does neither, or both.
-    bool isHalfClosed() const { return (stateAfter(kSoon) & (POLLRDHUP | POLLHUP)) == POLLRDHUP; }
-    bool isClosed() const { return (stateAfter(kSoon) & POLLHUP) != 0; }
-    bool isOpen() const { return stateAfter(kAWhile) == 0; }
+    bool isHalfClosed() const { return becomes(POLLRDHUP, kSoon) && !becomes(POLLHUP, kAWhile); }
+    bool isClosed() const { return becomes(POLLHUP, kSoon); }
+    bool isOpen() const { return !becomes(POLLRDHUP, kAWhile); }
 
 private:
     std::string receive(std::size_t size) const {
@@ -113,11 +113,9 @@ private:
         }
         return bytes;
     }
-    // As soon as something of the kind is true.
-    short stateAfter(std::chrono::milliseconds time) const {
-        pollfd polled{m_socket, POLLRDHUP, 0};
-        poll(&polled, 1, static_cast<int>(time.count()));
-        return polled.revents;
+    bool becomes(short state, std::chrono::milliseconds within) const {
+        pollfd polled{m_socket, state, 0};
+        return poll(&polled, 1, static_cast<int>(within.count())) > 0;
     }
 
     int m_socket;
