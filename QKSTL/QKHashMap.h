@@ -73,7 +73,7 @@ struct INT_HASH<std::string> {
 //             is left; all of it goes back as soon as the last entry goes, whoever removes it.
 //   Failure   misuse fails an assertion that stays active in every build; the allocator's
 //             exception leaves the entries as they were.
-//   Threads   one at a time.
+//   Threads   one at a time; m_nCount alone may be read by others meanwhile, as an atomic word.
 // The members are public and in this order for those who were compiled against them; users read
 // m_nCount and leave the others alone.
 template <class KEY, class VALUE, class FUN>
@@ -184,7 +184,7 @@ public:
         }
         m_pFreeList = nullptr;
         m_pHashTable = nullptr;
-        m_nCount = 0;
+        setCount(0);
         TMemPlex::release(m_pBlocks);
     }
 
@@ -196,7 +196,7 @@ public:
         QK_HASH_MAP_ASSERT(m_pFreeList != __null);
         TAssoc* pAssoc = m_pFreeList;
         m_pFreeList = pAssoc->pNext;
-        ++m_nCount;
+        setCount(m_nCount + 1);
         QK_HASH_MAP_ASSERT(m_nCount > 0);
         container_construct(&pAssoc->key, 1);
         container_construct(&pAssoc->value, 1);
@@ -206,7 +206,7 @@ public:
         destructElements(pAssoc);
         pAssoc->pNext = m_pFreeList;
         m_pFreeList = pAssoc;
-        --m_nCount;
+        setCount(m_nCount - 1);
         QK_HASH_MAP_ASSERT(m_nCount >= 0);
         if (m_nCount == 0)
             clear();
@@ -218,6 +218,8 @@ public:
     }
 
 private:
+    void setCount(std::int32_t nCount) { __atomic_store_n(&m_nCount, nCount, __ATOMIC_RELAXED); }
+
     template <class LIKE_KEY>
     std::uint32_t bucketOf(const LIKE_KEY& key) const {
         return FUN()(key) % m_nHashTableSize;

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -99,7 +100,37 @@ void finish(FCGX_Request& request) {
     FCGX_Finish_r(&request);
 }
 
+std::atomic<unsigned long> acceptedRequests{0};
+std::atomic<int> busyThreads{0};
+std::atomic<int> numberedThreads{0};
+thread_local CurrentRequest currentOfThread{0, 0};
+
+// Its life is that of a request, from accepting to the end of its connection.
+class Serving {
+public:
+    Serving() {
+        if (currentOfThread.thread == 0)
+            currentOfThread.thread = ++numberedThreads;
+        currentOfThread.number = ++acceptedRequests;
+        ++busyThreads;
+    }
+    ~Serving() {
+        --busyThreads;
+        currentOfThread.number = 0;
+    }
+    Serving(const Serving&) = delete;
+    Serving& operator=(const Serving&) = delete;
+};
+
 } // namespace
+
+CurrentRequest currentRequest() {
+    return currentOfThread;
+}
+
+LoopActivity loopActivity() {
+    return {acceptedRequests, busyThreads};
+}
 
 FCGIServer::FCGIServer() {
     FCGX_Init();
@@ -127,10 +158,13 @@ int FCGIServer::run() {
     AcceptTurn turn;
     int accepted = acceptRequest(&request, turn);
     while (accepted >= 0) {
-        const int status = controller->doService(&request);
-        if (status != kServed)
-            onError(&request, status);
-        finish(request);
+        {
+            const Serving serving;
+            const int status = controller->doService(&request);
+            if (status != kServed)
+                onError(&request, status);
+            finish(request);
+        }
         accepted = acceptRequest(&request, turn);
     }
     app_log(65, 4, "FCGIServer::run() accept request failed. err= %d\n", accepted);

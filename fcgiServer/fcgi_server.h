@@ -43,4 +43,23 @@ private:
     ServletController* controller;
 };
 
+// What the threads in FCGIServer::run() do, whatever servers the process has: for a host that tells
+// about it. Any thread may ask, at any time; nobody waits for anybody.
+
+// The request that a thread serves.
+struct CurrentRequest {
+    int thread;           // from 1, in the order in which the threads served their first requests
+    unsigned long number; // from 1, in the order in which requests were accepted; 0: it serves none
+};
+
+// Of the calling thread.
+CurrentRequest currentRequest();
+
+struct LoopActivity {
+    unsigned long requests; // that were accepted since the process began, those under way included
+    int busy;               // threads that serve one right now
+};
+
+LoopActivity loopActivity();
+
 #endif

@@ -33,7 +33,7 @@ int SessionFactory::init() {
 }
 
 int SessionFactory::sessionNum() {
-    return m_sessions->m_nCount;
+    return __atomic_load_n(&m_sessions->m_nCount, __ATOMIC_RELAXED);
 }
 
 bool SessionFactory::existSession(std::string& id) {

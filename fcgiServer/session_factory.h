@@ -26,7 +26,8 @@ public:
     // Does nothing; gives 0.
     int init();
 
-    // The number of sessions in the table, expired ones that await the sweep included. No lock.
+    // The number of sessions in the table, expired ones that await the sweep included. No lock:
+    // it may be asked for at any time.
     int sessionNum();
 
     // Whether the id is in the table. Looks it up without the lock: only for a host that knows

@@ -1,16 +1,19 @@
 // fcgi_host: the daemon around one FCGIServer.
 #include "accept_gate.h"
 #include "account.h"
+#include "app_log.h"
 #include "fcgi_server.h"
 #include "listen_socket.h"
 #include "options.h"
 #include "request_loops.h"
 #include "servlet_controller.h"
 #include "session_factory.h"
+#include "status.h"
 
 #include <fcntl.h>
 #include <malloc.h>
 #include <sysexits.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,6 +30,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+const Clock::time_point kBegin = Clock::now();
+
+constexpr int kStatusSignal = SIGUSR2;
 constexpr int kSignalStatus = 128; // plus the signal's number, as shells count
 constexpr auto kWakeInterval = std::chrono::milliseconds(50);
 constexpr auto kTimeToEnd = std::chrono::milliseconds(250); // of loops that serve nothing
@@ -54,11 +60,18 @@ sigset_t stopSignals() {
     return signals;
 }
 
+// All that waitForSignal() takes: none of them interrupts a thread that serves.
+sigset_t obeyedSignals() {
+    sigset_t signals = stopSignals();
+    sigaddset(&signals, kStatusSignal);
+    return signals;
+}
+
 // Before any thread is started and before the FastCGI kit looks: it installs handlers that end
 // the process's accepting or drop requests under way where it finds the default ones.
 void arrangeSignals() {
     std::signal(SIGPIPE, SIG_IGN);
-    sigset_t blocked = stopSignals();
+    sigset_t blocked = obeyedSignals();
     sigaddset(&blocked, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
 }
@@ -77,15 +90,44 @@ void shareOneHeap() {
     mallopt(M_ARENA_MAX, 1);
 }
 
-// The stop signal that arrives within `time`, else 0.
-int waitForStop(Clock::duration time) {
+// The signal that arrives within `time`, else 0.
+int waitForSignal(Clock::duration time) {
     using namespace std::chrono;
     const auto left = std::max(time, Clock::duration::zero());
     const auto whole = duration_cast<seconds>(left);
     const timespec limit{static_cast<time_t>(whole.count()),
                          static_cast<long>(duration_cast<nanoseconds>(left - whole).count())};
-    const sigset_t signals = stopSignals();
+    const sigset_t signals = obeyedSignals();
     return std::max(sigtimedwait(&signals, nullptr, &limit), 0);
+}
+
+bool isToStop(int signal) {
+    const sigset_t signals = stopSignals();
+    return sigismember(&signals, signal) == 1;
+}
+
+// Into the log, where whoever sent the signal looks for it.
+void answer(const std::string& text) {
+    constexpr int kModule = 65;
+    app_log(kModule, LOG_NOTICE, "fcgi_host: %s\n", text.c_str());
+}
+
+void tellStatus(FCGIServer& server, const RequestLoops& loops) {
+    Status status;
+    status.uptime = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - kBegin);
+    const LoopActivity activity = loopActivity();
+    status.requests = activity.requests;
+    status.busyLoops = activity.busy;
+    status.loops = loops.count();
+    status.sessions = server.getController()->getSessionFactory()->sessionNum();
+    status.memory = processMemory();
+    answer(statusLine(status));
+}
+
+// A signal that is not to stop, or 0.
+void obey(int signal, FCGIServer& server, const RequestLoops& loops) {
+    if (signal == kStatusSignal)
+        tellStatus(server, loops);
 }
 
 void runTimer(FCGIServer& server) {
@@ -93,9 +135,14 @@ void runTimer(FCGIServer& server) {
         server.getController()->getSessionFactory()->onTimer();
 }
 
-void serveUntilStopped(FCGIServer& server, std::chrono::seconds interval) {
+void serveUntilStopped(FCGIServer& server, const RequestLoops& loops,
+                       std::chrono::seconds interval) {
     auto deadline = Clock::now() + interval;
-    while (waitForStop(deadline - Clock::now()) == 0) {
+    for (;;) {
+        const int signal = waitForSignal(deadline - Clock::now());
+        if (isToStop(signal))
+            return;
+        obey(signal, server, loops);
         if (Clock::now() < deadline)
             continue;
         runTimer(server);
@@ -103,7 +150,8 @@ void serveUntilStopped(FCGIServer& server, std::chrono::seconds interval) {
     }
 }
 
-void finishRequests(AcceptGate& gate, RequestLoops& loops, std::chrono::seconds drain) {
+void finishRequests(AcceptGate& gate, FCGIServer& server, RequestLoops& loops,
+                    std::chrono::seconds drain) {
     // The loops each log that accepting failed; this says why.
     std::fputs("fcgi_host: stopping; finishing the requests under way\n", stderr);
     const auto deadline = Clock::now() + std::max<Clock::duration>(drain, kTimeToEnd);
@@ -111,8 +159,11 @@ void finishRequests(AcceptGate& gate, RequestLoops& loops, std::chrono::seconds 
     gate.close();
     gate.wake(loops);
     while (!loops.waitForEnd(kWakeInterval)) {
-        if (const int signal = waitForStop(Clock::duration::zero()))
-            std::_Exit(fail(kSignalStatus + signal, "ended at once by a second signal"));
+        while (const int signal = waitForSignal(Clock::duration::zero())) {
+            if (isToStop(signal))
+                std::_Exit(fail(kSignalStatus + signal, "ended at once by a second signal"));
+            obey(signal, server, loops);
+        }
         if (Clock::now() > deadline)
             std::_Exit(fail(EX_TEMPFAIL, "ended with requests under way after " +
                                              std::to_string(drain.count()) + " s"));
@@ -168,8 +219,8 @@ int serve(const Options& options) {
         RequestLoops loops([&server] { server->run(); }, options.threads);
         if (loops.count() < options.threads)
             fail(EX_OSERR, "only " + std::to_string(loops.count()) + " threads could be started");
-        serveUntilStopped(*server, std::chrono::seconds(options.timerSeconds));
-        finishRequests(*gate, loops, std::chrono::seconds(options.drainSeconds));
+        serveUntilStopped(*server, loops, std::chrono::seconds(options.timerSeconds));
+        finishRequests(*gate, *server, loops, std::chrono::seconds(options.drainSeconds));
     }
     // A plug-in that does not come to an end is ended by a second signal, too.
     const sigset_t signals = stopSignals();

@@ -25,7 +25,7 @@ const char kHelpText[] =
     "  -V, --version              show the version and exit\n"
     "\n"
     "SIGTERM, SIGINT or SIGHUP stops it: it accepts no further request, finishes those under way\n"
-    "and exits. A second one ends it at once.\n"
+    "and exits. A second one ends it at once. SIGUSR2 makes it log a line of its status.\n"
     "\n"
     "Exit status:\n"
     "    0  stopped by a signal\n"

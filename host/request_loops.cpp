@@ -5,17 +5,13 @@
 
 namespace {
 
-constexpr int kInterruptSignal = SIGUSR2;
+// Whoever else sends it before it is needed does no harm: unless it is handled, it is ignored.
+constexpr int kInterruptSignal = SIGURG;
 constexpr auto kPauseAfterFailure = std::chrono::seconds(1);
 
 } // namespace
 
 RequestLoops::RequestLoops(std::function<void()> serve, int count) : m_serve(std::move(serve)) {
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    action.sa_flags = SA_RESTART; // the FastCGI kit takes an interrupted read for a failure
-    sigaction(kInterruptSignal, &action, nullptr);
-
     m_threads.reserve(static_cast<std::size_t>(count));
     start(count);
 }
@@ -60,6 +56,10 @@ bool RequestLoops::waitForEnd(std::chrono::milliseconds limit) {
 }
 
 void RequestLoops::interrupt() const {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    action.sa_flags = SA_RESTART; // the FastCGI kit takes an interrupted read for a failure
+    sigaction(kInterruptSignal, &action, nullptr);
     for (const std::thread& thread : m_threads)
         pthread_kill(const_cast<std::thread&>(thread).native_handle(), kInterruptSignal);
 }

@@ -176,6 +176,8 @@ const Operation kOperations[] = {
     {"ListenerContainer::~ListenerContainer()", "_ZN17ListenerContainerD0Ev"},
     {"ListenerContainer::~ListenerContainer()", "_ZN17ListenerContainerD1Ev"},
     {"ReplaceStr(char*, char const*, char const*)", "_Z10ReplaceStrPcPKcS1_"},
+    {"currentRequest()", "_Z14currentRequestv"},
+    {"loopActivity()", "_Z12loopActivityv"},
 };
 
 const char* const kRequest[] = {

@@ -58,8 +58,14 @@ public:
     }
     void finish(FCGX_Request* request) {
         app_log(kKitModule, 6, "finish");
-        std::lock_guard<std::mutex> lock(m_lock);
-        finished.push_back(request);
+        meet(meetBefore);
+        {
+            std::lock_guard<std::mutex> lock(m_lock);
+            finished.push_back(request);
+            current.push_back(currentRequest());
+            mostBusy = std::max(mostBusy, loopActivity().busy);
+        }
+        meet(meetAfter);
     }
 
     int acceptedResult = 0;
@@ -67,6 +73,10 @@ public:
     std::atomic<int> mostAccepting{0};
     std::vector<FCGX_Request*> initialised; // guarded by m_lock, as is the next
     std::vector<FCGX_Request*> finished;
+    std::vector<CurrentRequest> current; // as the server told when each was finished
+    int mostBusy = 0;
+    Rendezvous* meetBefore = nullptr; // where requests wait for each other
+    Rendezvous* meetAfter = nullptr;
 
     void initialise(FCGX_Request* request, int socket, int flags) {
         app_log(kKitModule, 6, "init request %d %d", socket, flags);
@@ -80,6 +90,12 @@ private:
         MemoryRequest* request;
         int result;
     };
+
+    static void meet(Rendezvous* place) {
+        if (place != nullptr) {
+            EXPECT_TRUE(place->arrive());
+        }
+    }
 
     Step next() {
         std::lock_guard<std::mutex> lock(m_lock);
@@ -283,6 +299,37 @@ TEST_F(Server, CanRunAgainAfterAcceptingFailed) {
     MemoryRequest& request = front.willSend("/servlet?p=status");
     EXPECT_EQ(server->run(), -1);
     EXPECT_EQ(request.out().text(), "\r\n<page without text>");
+}
+
+TEST_F(Server, NumbersTheRequestsOfAThreadWhileItServesThem) {
+    const unsigned long before = loopActivity().requests;
+    front.willSend("/servlet?p=status");
+    front.willSend("/servlet?q=1");
+    server->run();
+    ASSERT_EQ(front.current.size(), 2u);
+    EXPECT_EQ(front.current[0].number, before + 1);
+    EXPECT_EQ(front.current[1].number, before + 2);
+    EXPECT_GE(front.current[0].thread, 1);
+    EXPECT_EQ(front.current[1].thread, front.current[0].thread);
+    EXPECT_EQ(loopActivity().requests, before + 2);
+    EXPECT_EQ(front.mostBusy, 1);
+    EXPECT_EQ(currentRequest().number, 0u);
+    EXPECT_EQ(loopActivity().busy, 0);
+}
+
+TEST_F(Server, TellsTheRequestsOfItsThreadsApart) {
+    Rendezvous before(2);
+    Rendezvous after(2);
+    front.meetBefore = &before;
+    front.meetAfter = &after;
+    front.willSend("/servlet?p=status");
+    front.willSend("/servlet?p=status");
+    runOnThreads(2);
+    ASSERT_EQ(front.current.size(), 2u);
+    EXPECT_NE(front.current[0].number, front.current[1].number);
+    EXPECT_NE(front.current[0].thread, front.current[1].thread);
+    EXPECT_EQ(front.mostBusy, 2);
+    EXPECT_EQ(loopActivity().busy, 0);
 }
 
 TEST_F(Server, WritesItsErrorPagesByteForByte) {

@@ -1,0 +1,40 @@
+#include "status.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <cstring>
+
+namespace {
+
+TEST(Status, IsOneLineWithAKeyForEachFigure) {
+    Status status;
+    status.uptime = std::chrono::hours(25);
+    status.requests = 1041;
+    status.busyLoops = 1;
+    status.loops = 4;
+    status.sessions = 3;
+    status.memory = {1832, 6120};
+    EXPECT_EQ(statusLine(status), "status uptime_s=90000 requests=1041 busy=1 loops=4 sessions=3 "
+                                  "private_kib=1832 resident_kib=6120");
+}
+
+TEST(ProcessMemory, CountsWhatIsWrittenToAsItsOwn) {
+    constexpr std::size_t kSize = 8 * 1024 * 1024;
+    constexpr long kSizeKib = kSize / 1024;
+    void* memory = mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    const ProcessMemory before = processMemory();
+    EXPECT_GT(before.privateKib, 0);
+    EXPECT_GT(before.residentKib, before.privateKib);
+    std::memset(memory, 1, kSize);
+    const ProcessMemory after = processMemory();
+    munmap(memory, kSize);
+    const ProcessMemory atTheEnd = processMemory();
+    EXPECT_GE(after.privateKib, before.privateKib + kSizeKib);
+    EXPECT_LT(after.privateKib, before.privateKib + 2 * kSizeKib);
+    EXPECT_GE(after.residentKib, before.residentKib + kSizeKib);
+    EXPECT_LE(atTheEnd.privateKib, after.privateKib - kSizeKib);
+}
+
+} // namespace

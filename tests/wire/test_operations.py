@@ -1,0 +1,161 @@
+"""What somebody finds out about a daemon while it runs: by signals and from its log."""
+
+import os
+import re
+import signal
+import time
+
+import pytest
+
+from service import in_background, wait_until
+from test_stopping import Load, slow_request_under_way
+
+STATUS = re.compile(r"fcgi_host: status( [a-z_]+=\d+)+$")
+KEYS = ["uptime_s", "requests", "busy", "loops", "sessions", "private_kib", "resident_kib"]
+
+
+def status_lines(host):
+    return [line for line in host.log.read_text().splitlines() if "fcgi_host: status" in line]
+
+
+def status(host):
+    """The figures of the next status line."""
+    before = len(status_lines(host))
+    host.signal(signal.SIGUSR2)
+    wait_until(lambda: len(status_lines(host)) > before, "the status line")
+    line = status_lines(host)[-1]
+    assert STATUS.search(line), line
+    return {key: int(value) for key, value in re.findall(r"(\w+)=(\d+)", line)}
+
+
+def wait_for_status(host, **expected):
+    """Until the figures are these: an answer is there somewhat earlier than its request's end."""
+    wait_until(lambda: expected.items() <= status(host).items(), str(expected))
+
+
+def test_the_status_is_one_line_of_the_log(start):
+    host = start.host("--listen", start.socket_path, "--threads", "3")
+    figures = status(host)
+    assert list(figures) == KEYS
+    assert figures["loops"] == 3
+    assert figures["uptime_s"] < 30
+    assert " notice [65]: fcgi_host: status " in status_lines(host)[0]
+    assert len(status_lines(host)) == 1
+
+
+def test_the_status_counts_seconds(start):
+    host = start.host("--listen", start.socket_path)
+    begin = time.monotonic()
+    first = status(host)["uptime_s"]
+    time.sleep(2)
+    later = status(host)["uptime_s"]
+    assert 1 <= later - first <= time.monotonic() - begin + 1
+
+
+def test_the_status_counts_requests(start):
+    host = start.host("--listen", start.socket_path)
+    assert status(host)["requests"] == 0
+    for uri in ("/servlet?p=facts", "/servlet?p=unknown", "/servlet?q=1", "/servlet?key=1"):
+        start.cgi_fcgi(uri)
+    assert status(host)["requests"] == 4
+
+
+def test_the_status_counts_the_loops_that_serve(start):
+    host = start.host("--listen", start.socket_path, "--threads", "4")
+    wait_for_status(host, busy=0)
+    ask = lambda: start.cgi_fcgi("/servlet?p=slow&ms=2000")
+    with in_background(ask, ask, ask):
+        wait_until(lambda: len(host.lines("begun")) == 3, "the requests reaching their page")
+        figures = status(host)
+        assert (figures["busy"], figures["requests"]) == (3, 3)
+    wait_for_status(host, busy=0, requests=3)
+
+
+def test_the_status_counts_sessions_until_they_have_expired(start):
+    host = start.host("--listen", start.socket_path, "--timer", "1")
+    assert status(host)["sessions"] == 0
+    for _ in range(5):
+        start.cgi_fcgi("/servlet?p=count&interval=2")
+    start.cgi_fcgi("/servlet?p=count&create=0")
+    assert status(host)["sessions"] == 5
+    wait_for_status(host, sessions=0)
+
+
+def test_the_status_tells_what_memory_the_daemon_takes(start):
+    host = start.host("--listen", start.socket_path)
+    start.cgi_fcgi("/servlet?p=facts")
+    figures = status(host)
+    resident = host.memory("VmRSS") // 1024
+    assert 0 < figures["private_kib"] < figures["resident_kib"]
+    # The kernel counts this one less exactly.
+    assert abs(figures["resident_kib"] - resident) < 0.25 * resident
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="takes root")
+def test_a_daemon_that_has_dropped_its_rights_tells_all_the_same(start):
+    os.chmod(start.folder, 0o755)
+    os.chmod(start.state, 0o777)
+    host = start.host("--listen", start.socket_path, "--user", "nobody")
+    assert status(host)["private_kib"] > 0
+
+
+def test_twenty_signals_in_a_row_do_no_harm(start):
+    host = start.host("--listen", start.socket_path, "--threads", "1")
+    with in_background(lambda: start.cgi_fcgi("/servlet?p=slow&ms=500")) as answers:
+        slow_request_under_way(host)
+        for _ in range(20):
+            host.signal(signal.SIGUSR2)
+    wait_until(lambda: status_lines(host), "a status line")
+    assert [answer[-9:] for answer in answers] == [b"begin end"]
+    assert 1 <= len(status_lines(host)) <= 20
+    assert status(host)["requests"] == 1
+    assert host.stop() == 0
+
+
+def test_no_request_is_lost_while_the_status_is_asked_for(start, front):
+    host = start.host("--listen", start.socket_path, "--threads", "4")
+    load = Load(front, 6)
+    try:
+        for _ in range(60):
+            host.signal(signal.SIGUSR2)
+            time.sleep(0.02)
+        wait_until(lambda: load.answered >= 40, "requests answered")
+    finally:
+        load.end()
+    assert load.lost == []
+    wait_for_status(host, busy=0, requests=load.answered)
+    assert host.stop() == 0
+
+
+def test_a_daemon_that_is_stopping_tells_what_it_waits_for(start):
+    host = start.host("--listen", start.socket_path)
+    with in_background(lambda: start.cgi_fcgi("/servlet?p=slow&ms=2000")) as answers:
+        slow_request_under_way(host)
+        host.signal(signal.SIGTERM)
+        wait_until(lambda: "fcgi_host: stopping" in host.log.read_text(), "stopping")
+        assert status(host)["busy"] == 1
+        assert host.process.poll() is None
+    assert [answer[-9:] for answer in answers] == [b"begin end"]
+    assert host.wait() == 0
+
+
+def test_the_timer_runs_however_often_the_status_is_asked_for(start):
+    host = start.host("--listen", start.socket_path, "--timer", "1")
+    start.cgi_fcgi("/servlet?p=count&interval=1")
+    end = time.monotonic() + 4
+    while time.monotonic() < end:
+        host.signal(signal.SIGUSR2)
+        time.sleep(0.01)
+    assert status(host)["sessions"] == 0
+
+
+@pytest.mark.parametrize("number", [signal.SIGURG, signal.SIGWINCH, signal.SIGCHLD, signal.SIGCONT])
+def test_signals_that_mean_nothing_to_it_are_ignored(start, number):
+    host = start.host("--listen", start.socket_path, "--threads", "1")
+    with in_background(lambda: start.cgi_fcgi("/servlet?p=slow&ms=300")) as answers:
+        slow_request_under_way(host)
+        host.signal(number)
+    host.signal(number)
+    answers.append(start.cgi_fcgi("/servlet?p=slow"))
+    assert [answer[-9:] for answer in answers] == [b"begin end"] * 2
+    assert host.stop() == 0
