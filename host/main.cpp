@@ -4,6 +4,7 @@
 #include "app_log.h"
 #include "fcgi_server.h"
 #include "listen_socket.h"
+#include "log_control.h"
 #include "options.h"
 #include "request_loops.h"
 #include "servlet_controller.h"
@@ -32,6 +33,9 @@ using Clock = std::chrono::steady_clock;
 
 const Clock::time_point kBegin = Clock::now();
 
+// Not constants: the C library keeps some of the realtime signals for itself.
+const int kMoreLogSignal = SIGRTMIN + 1;
+const int kLessLogSignal = SIGRTMIN + 2;
 constexpr int kStatusSignal = SIGUSR2;
 constexpr int kSignalStatus = 128; // plus the signal's number, as shells count
 constexpr auto kWakeInterval = std::chrono::milliseconds(50);
@@ -63,7 +67,8 @@ sigset_t stopSignals() {
 // All that waitForSignal() takes: none of them interrupts a thread that serves.
 sigset_t obeyedSignals() {
     sigset_t signals = stopSignals();
-    sigaddset(&signals, kStatusSignal);
+    for (const int signal : {kStatusSignal, kMoreLogSignal, kLessLogSignal})
+        sigaddset(&signals, signal);
     return signals;
 }
 
@@ -106,10 +111,25 @@ bool isToStop(int signal) {
     return sigismember(&signals, signal) == 1;
 }
 
-// Into the log, where whoever sent the signal looks for it.
+// Into the log, where whoever sent the signal looks for it, whatever the threshold is.
 void answer(const std::string& text) {
     constexpr int kModule = 65;
-    app_log(kModule, LOG_NOTICE, "fcgi_host: %s\n", text.c_str());
+    int level = LOG_NOTICE;
+    if (app_log_threshold != nullptr)
+        level = std::min(level, app_log_threshold());
+    app_log(kModule, level, "fcgi_host: %s\n", text.c_str());
+}
+
+// By one level, but so that no signal hides errors.
+void changeThreshold(int step) {
+    if (app_log_threshold == nullptr || app_log_set_threshold == nullptr) {
+        answer("this device's log has no threshold to change");
+        return;
+    }
+    const int before = app_log_threshold();
+    const int after = std::clamp(before + step, std::min(before, LOG_ERR), LOG_DEBUG);
+    app_log_set_threshold(after);
+    answer("threshold level=" + std::to_string(after) + " before=" + std::to_string(before));
 }
 
 void tellStatus(FCGIServer& server, const RequestLoops& loops) {
@@ -128,6 +148,10 @@ void tellStatus(FCGIServer& server, const RequestLoops& loops) {
 void obey(int signal, FCGIServer& server, const RequestLoops& loops) {
     if (signal == kStatusSignal)
         tellStatus(server, loops);
+    else if (signal == kMoreLogSignal)
+        changeThreshold(+1);
+    else if (signal == kLessLogSignal)
+        changeThreshold(-1);
 }
 
 void runTimer(FCGIServer& server) {

@@ -13,7 +13,8 @@ extern "C" {
 //   Output   one line and one write a record, whatever threads log at once. Control characters
 //            inside the record are escaped, so that no client can forge a line.
 //   Set by   the environment, read at the first record: APP_LOG ("syslog", "stderr", or both,
-//            the default) and APP_LOG_LEVEL (the threshold, 0 to 7, default 6).
+//            the default) and APP_LOG_LEVEL (the threshold, 0 to 7, default 6; what is no level
+//            is told in a record of its own). A host may change the threshold: log_control.h.
 //   Threads  any, at any time. errno is kept.
 void app_log(int module, int level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 

@@ -1,5 +1,6 @@
 #include "app_log.h"
 
+#include "log_control.h"
 #include "log_writer.h"
 
 #include <cstdarg>
@@ -12,4 +13,12 @@ void app_log(int module, int level, const char* format, ...) {
     va_start(arguments, format);
     device_log::writeRecord(number, level, format, arguments);
     va_end(arguments);
+}
+
+int app_log_threshold() {
+    return device_log::threshold();
+}
+
+void app_log_set_threshold(int level) {
+    device_log::setThreshold(level);
 }

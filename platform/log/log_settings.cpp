@@ -12,6 +12,8 @@ LogSettings LogSettings::parse(const char* outputs, const char* threshold) {
     const std::string_view level = threshold != nullptr ? threshold : "";
     if (level.size() == 1 && level.front() >= '0' && level.front() <= '7')
         settings.threshold = level.front() - '0';
+    else
+        settings.thresholdRefused = !level.empty();
     return settings;
 }
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
@@ -23,24 +24,51 @@ UserName user() {
     return currentUser;
 }
 
-LogSettings readSettings() {
-    const auto settings = LogSettings::parse(std::getenv("APP_LOG"), std::getenv("APP_LOG_LEVEL"));
-    if (settings.toSyslog)
-        ::openlog("fcgiServer", LOG_PID, LOG_DAEMON);
-    return settings;
-}
-
-const LogSettings& settings() {
-    static const LogSettings instance = readSettings();
-    return instance;
-}
-
 void writeToStderr(std::string_view line) {
     ssize_t written;
     do {
         written = ::write(STDERR_FILENO, line.data(), line.size());
     } while (written < 0 && errno == EINTR);
     // There is nobody to tell about a record that is lost.
+}
+
+void put(const LogSettings& where, int severity, std::string_view module, const EscapedText& text) {
+    const Record record(std::time(nullptr), severity, module, user(), text);
+    if (where.toStderr)
+        writeToStderr(record.line());
+    if (where.toSyslog)
+        ::syslog(severity, "%.*s", static_cast<int>(record.message().size()),
+                 record.message().data());
+}
+
+__attribute__((format(printf, 1, 2))) EscapedText textOf(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const EscapedText text = formatText(format, arguments);
+    va_end(arguments);
+    return text;
+}
+
+LogSettings readSettings() {
+    const char* level = std::getenv("APP_LOG_LEVEL");
+    const auto settings = LogSettings::parse(std::getenv("APP_LOG"), level);
+    if (settings.toSyslog)
+        ::openlog("fcgiServer", LOG_PID, LOG_DAEMON);
+    if (settings.thresholdRefused)
+        put(settings, LOG_WARNING, "log",
+            textOf("APP_LOG_LEVEL=%s is none of the levels 0 to 7; the threshold is %d", level,
+                   settings.threshold));
+    return settings;
+}
+
+struct Log {
+    const LogSettings settings = readSettings();
+    std::atomic<int> threshold{settings.threshold};
+};
+
+Log& log() {
+    static Log instance;
+    return instance;
 }
 
 } // namespace
@@ -50,18 +78,19 @@ void writeRecord(std::string_view module, int level, const char* format, va_list
         return;
     const int callersError = errno;
     const int severity = std::clamp(level, LOG_EMERG, LOG_DEBUG);
-    const LogSettings& where = settings();
-    if (severity <= where.threshold) {
+    if (severity <= log().threshold) {
         errno = callersError;
-        const EscapedText text = formatText(format, arguments);
-        const Record record(std::time(nullptr), severity, module, user(), text);
-        if (where.toStderr)
-            writeToStderr(record.line());
-        if (where.toSyslog)
-            ::syslog(severity, "%.*s", static_cast<int>(record.message().size()),
-                     record.message().data());
+        put(log().settings, severity, module, formatText(format, arguments));
     }
     errno = callersError;
+}
+
+int threshold() {
+    return log().threshold;
+}
+
+void setThreshold(int level) {
+    log().threshold = std::clamp(level, LOG_EMERG, LOG_DEBUG);
 }
 
 void setUser(const char* user) {

@@ -13,6 +13,11 @@ namespace device_log {
 void writeRecord(std::string_view module, int level, const char* format, va_list arguments)
     __attribute__((format(printf, 3, 0)));
 
+// Up to which level records are written. Any thread, at any time.
+int threshold();
+// Clamped to 0 to 7.
+void setThreshold(int level);
+
 // The user whom all later records of the process name; null or an empty name: none. Copied.
 void setUser(const char* user);
 

@@ -159,10 +159,16 @@ TEST(LogSettings, ChooseTheOutputs) {
 }
 
 TEST(LogSettings, ChooseTheThreshold) {
-    const std::pair<const char*, int> table[] = {{"0", 0},  {"3", 3},  {"7", 7},    {nullptr, 6},
-                                                 {"", 6},   {"8", 6},  {"-1", 6},   {"10", 6},
-                                                 {" 3", 6}, {"3 ", 6}, {"debug", 6}};
-    for (const auto& [level, threshold] : table)
-        EXPECT_EQ(LogSettings::parse(nullptr, level).threshold, threshold)
-            << (level ? level : "null");
+    struct {
+        const char* level;
+        int threshold;
+        bool refused;
+    } const table[] = {{"0", 0, false}, {"3", 3, false}, {"7", 7, false},   {nullptr, 6, false},
+                       {"", 6, false},  {"8", 6, true},  {"-1", 6, true},   {"10", 6, true},
+                       {" 3", 6, true}, {"3 ", 6, true}, {"debug", 6, true}};
+    for (const auto& [level, threshold, refused] : table) {
+        const auto settings = LogSettings::parse(nullptr, level);
+        EXPECT_EQ(settings.threshold, threshold) << (level ? level : "null");
+        EXPECT_EQ(settings.thresholdRefused, refused) << (level ? level : "null");
+    }
 }

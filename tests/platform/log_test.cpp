@@ -1,4 +1,5 @@
 #include "app_log.h"
+#include "log_control.h"
 #include "web_debug.h"
 
 #include <gtest/gtest.h>
@@ -145,8 +146,58 @@ TEST(Log, DropsRecordsAboveTheThreshold) {
                      "TIME error [1]: 3\n"}));
     environment["APP_LOG_LEVEL"] = "7";
     EXPECT_EQ(inProcess(environment, work).toStderr.size(), 8u);
-    environment["APP_LOG_LEVEL"] = "nonsense";
-    EXPECT_EQ(inProcess(environment, work).toStderr.size(), 7u);
+}
+
+TEST(Log, SaysWhenTheThresholdIsNoLevel) {
+    const Written written =
+        inProcess({{"APP_LOG_LEVEL", "de\nbug"}}, [] { app_log(65, 4, "%s", "text"); });
+    const std::string line =
+        "[log]: APP_LOG_LEVEL=de\\nbug is none of the levels 0 to 7; the threshold is 6";
+    EXPECT_EQ(written.toStderr,
+              (Lines{"TIME warning " + line + "\n", "TIME warning [65]: text\n"}));
+    ASSERT_EQ(written.toSyslog.size(), 3u);
+    EXPECT_EQ(written.toSyslog[1], "4 " + line);
+}
+
+TEST(Log, HasAThresholdThatCanBeChanged) {
+    Environment environment = kToStderr;
+    environment["APP_LOG_LEVEL"] = "4";
+    EXPECT_EQ(inProcess(environment,
+                        [] {
+                            app_log(65, 4, "begins at %d", app_log_threshold());
+                            app_log(65, 7, "dropped");
+                            app_log_set_threshold(7);
+                            app_log(65, 7, "debug at %d", app_log_threshold());
+                            app_log_set_threshold(3);
+                            app_log(65, 4, "dropped");
+                            app_log(65, 3, "error at %d", app_log_threshold());
+                        })
+                  .toStderr,
+              (Lines{"TIME warning [65]: begins at 4\n", "TIME debug [65]: debug at 7\n",
+                     "TIME error [65]: error at 3\n"}));
+}
+
+TEST(Log, KeepsAThresholdThatIsSetBeforeTheFirstRecord) {
+    EXPECT_EQ(inProcess(kToStderr,
+                        [] {
+                            app_log_set_threshold(4);
+                            app_log(65, 6, "dropped");
+                            app_log(65, 4, "text");
+                        })
+                  .toStderr,
+              Lines{"TIME warning [65]: text\n"});
+}
+
+TEST(Log, TakesAThresholdOutOfRangeAsTheNearest) {
+    EXPECT_EQ(inProcess(kToStderr,
+                        [] {
+                            app_log_set_threshold(99);
+                            app_log(65, 0, "%d", app_log_threshold());
+                            app_log_set_threshold(-1);
+                            app_log(65, 0, "%d", app_log_threshold());
+                        })
+                  .toStderr,
+              (Lines{"TIME emergency [65]: 7\n", "TIME emergency [65]: 0\n"}));
 }
 
 TEST(Log, TakesALevelOutOfRangeAsTheNearest) {

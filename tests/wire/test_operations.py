@@ -149,6 +149,97 @@ def test_the_timer_runs_however_often_the_status_is_asked_for(start):
     assert status(host)["sessions"] == 0
 
 
+MORE, LESS = signal.SIGRTMIN + 1, signal.SIGRTMIN + 2
+PROBES = {3: "/servlet?p=facts&x=<", 4: "/servlet?p=unknown"}  # each logs a line at that level
+
+
+def threshold_lines(host):
+    return re.findall(r"fcgi_host: threshold level=(\d) before=(\d)$", host.log.read_text(), re.M)
+
+
+def change_threshold(host, number):
+    """The threshold after this signal and before it."""
+    count = len(threshold_lines(host))
+    host.signal(number)
+    wait_until(lambda: len(threshold_lines(host)) > count, "the new threshold")
+    return tuple(map(int, threshold_lines(host)[-1]))
+
+
+def levels_logged(start, host):
+    """Of the levels that requests are logged at, those that are logged now."""
+    logged = set()
+    for level, uri in PROBES.items():
+        before = len(host.log_lines())
+        start.cgi_fcgi(uri)
+        if len(host.log_lines()) > before:
+            logged.add(level)
+    return logged
+
+
+def test_the_log_threshold_is_raised_and_lowered_while_it_runs(start):
+    host = start.host("--listen", start.socket_path)
+    assert levels_logged(start, host) == {3, 4}
+    assert [change_threshold(host, LESS) for _ in range(2)] == [(5, 6), (4, 5)]
+    assert levels_logged(start, host) == {3, 4}
+    assert change_threshold(host, LESS) == (3, 4)
+    assert levels_logged(start, host) == {3}
+    assert change_threshold(host, MORE) == (4, 3)
+    assert levels_logged(start, host) == {3, 4}
+    assert host.stop() == 0
+
+
+def test_no_signal_keeps_errors_out_of_the_log(start):
+    host = start.host("--listen", start.socket_path)
+    for _ in range(20):
+        host.signal(LESS)
+    # One line for each: signals of this kind are queued.
+    wait_until(lambda: len(threshold_lines(host)) == 20, "twenty lines")
+    assert threshold_lines(host)[-1] == ("3", "3")
+    assert 3 in levels_logged(start, host)
+    for _ in range(20):
+        host.signal(MORE)
+    wait_until(lambda: len(threshold_lines(host)) == 40, "forty lines")
+    assert threshold_lines(host)[-1] == ("7", "7")
+
+
+def test_a_threshold_below_errors_stays_until_it_is_raised(start):
+    start.environment["APP_LOG_LEVEL"] = "1"
+    host = start.host("--listen", start.socket_path)
+    assert change_threshold(host, LESS) == (1, 1)
+    assert levels_logged(start, host) == set()
+    assert [change_threshold(host, MORE) for _ in range(2)] == [(2, 1), (3, 2)]
+    assert levels_logged(start, host) == {3}
+
+
+def test_the_status_is_told_whatever_the_threshold_is(start):
+    start.environment["APP_LOG_LEVEL"] = "2"
+    host = start.host("--listen", start.socket_path)
+    assert status(host)["requests"] == 0
+
+
+def test_a_threshold_that_is_no_level_is_told_and_the_default_holds(start):
+    start.environment["APP_LOG_LEVEL"] = "loud"
+    host = start.host("--listen", start.socket_path)
+    line = "warning [log]: APP_LOG_LEVEL=loud is none of the levels 0 to 7; the threshold is 6"
+    assert host.log_lines()[0].endswith(line)
+    assert change_threshold(host, LESS) == (5, 6)
+
+
+def test_no_request_is_lost_while_the_threshold_changes(start, front):
+    host = start.host("--listen", start.socket_path, "--threads", "4")
+    load = Load(front, 6)
+    try:
+        for number in range(60):
+            host.signal((MORE, LESS)[number % 2])
+            time.sleep(0.02)
+        wait_until(lambda: load.answered >= 40, "requests answered")
+    finally:
+        load.end()
+    assert load.lost == []
+    wait_until(lambda: len(threshold_lines(host)) == 60, "a line for each signal")
+    assert host.stop() == 0
+
+
 @pytest.mark.parametrize("number", [signal.SIGURG, signal.SIGWINCH, signal.SIGCHLD, signal.SIGCONT])
 def test_signals_that_mean_nothing_to_it_are_ignored(start, number):
     host = start.host("--listen", start.socket_path, "--threads", "1")
