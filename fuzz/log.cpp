@@ -99,8 +99,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     require(user.view().find_first_of(" :") == std::string_view::npos, "a name ends where it ends");
 
     const int level = static_cast<int>(name.size()) - 2;
-    const device_log::Record record(static_cast<std::time_t>(text.size()), level, "65", user,
-                                    escaped);
+    const device_log::Record record(static_cast<std::time_t>(text.size()), level, "65",
+                                    {level, name.size()}, user, escaped);
     requireOneLine(record.line());
     require(endsWith(record.line(), std::string(record.message()) + "\n"), "the message is in it");
     const auto settings = device_log::LogSettings::parse(name.c_str(), text.c_str());

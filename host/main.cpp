@@ -90,6 +90,15 @@ void leaveTheWaitToTheServer() {
     setenv("LIBFCGI_OS_CLOSE_POLL_TIMEOUT", "0", kUnlessSet);
 }
 
+// So that lines of requests that are served at once can be told apart.
+void markLogLines() {
+    if (app_log_mark_requests != nullptr)
+        app_log_mark_requests([] {
+            const CurrentRequest current = currentRequest();
+            return app_log_request{current.thread, current.number};
+        });
+}
+
 // Else each request loop allocates from a heap of its own, with its own room to spare.
 void shareOneHeap() {
     mallopt(M_ARENA_MAX, 1);
@@ -238,6 +247,7 @@ int serve(const Options& options) {
         return fail(EX_OSERR, error);
     }
     leaveTheWaitToTheServer();
+    markLogLines();
     const auto server = std::make_unique<FCGIServer>();
     {
         RequestLoops loops([&server] { server->run(); }, options.threads);

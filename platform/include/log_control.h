@@ -14,6 +14,17 @@ int app_log_threshold(void) __attribute__((weak));
 // thread, at any time.
 void app_log_set_threshold(int level) __attribute__((weak));
 
+// The request that a thread serves.
+typedef struct {
+    int thread;
+    unsigned long number; // 0: none
+} app_log_request;
+
+// From the next record on, `current` is asked which request the thread serves that writes it, and
+// the record says so. It must not write a record itself. Null, as at first: no record says so. Any
+// thread, at any time.
+void app_log_mark_requests(app_log_request (*current)(void)) __attribute__((weak));
+
 #ifdef __cplusplus
 }
 #endif

@@ -22,3 +22,7 @@ int app_log_threshold() {
 void app_log_set_threshold(int level) {
     device_log::setThreshold(level);
 }
+
+void app_log_mark_requests(app_log_request (*current)()) {
+    device_log::markRequests(current);
+}

@@ -118,8 +118,8 @@ UserName escapeUser(const char* user) {
     return escaped;
 }
 
-Record::Record(std::time_t time, int level, std::string_view module, const UserName& user,
-               const EscapedText& text) {
+Record::Record(std::time_t time, int level, std::string_view module, const app_log_request& request,
+               const UserName& user, const EscapedText& text) {
     std::tm parts{};
     ::gmtime_r(&time, &parts);
     char timeText[32] = "";
@@ -131,6 +131,11 @@ Record::Record(std::time_t time, int level, std::string_view module, const UserN
     m_line.append("[");
     m_line.append(module);
     m_line.append("]");
+    if (request.number != 0) {
+        char mark[64];
+        std::snprintf(mark, sizeof mark, " thread=%d request=%lu", request.thread, request.number);
+        m_line.append(mark);
+    }
     if (!user.empty()) {
         m_line.append(" user=");
         m_line.append(user.view());

@@ -1,10 +1,11 @@
 // One record of the log as a line of text:
 //
-//     2026-11-21T03:00:00Z warning [65] user=admin: session expired
+//     2026-11-21T03:00:00Z warning [65] thread=2 request=1041 user=admin: session expired
 //
 // The time is UTC and the number is the module; records of the web interface have "web" in its
-// place. "user=…" is there while somebody is signed in. The system log gets the part from "[" on:
-// it adds time and level itself.
+// place, those of the log itself "log". Thread and request are there while the thread serves a
+// request, where the host has arranged for it; "user=…" is there while somebody is signed in. The
+// system log gets the part from "[" on: it adds time and level itself.
 //
 // Escaping: a line feed is \n, a carriage return \r, a tab \t, the backslash \\; every other
 // control character (U+0000 to U+001F, U+007F to U+009F) and every byte that is not part of
@@ -12,6 +13,8 @@
 // back is unambiguous.
 #ifndef LOG_RECORD_H
 #define LOG_RECORD_H
+
+#include "log_control.h"
 
 #include <cstdarg>
 #include <cstddef>
@@ -59,9 +62,9 @@ UserName escapeUser(const char* user);
 
 class Record {
 public:
-    // `module` is "65" or "web"; an empty user is none.
-    Record(std::time_t time, int level, std::string_view module, const UserName& user,
-           const EscapedText& text);
+    // `module` is "65" or "web"; a request with the number 0 and an empty user are none.
+    Record(std::time_t time, int level, std::string_view module, const app_log_request& request,
+           const UserName& user, const EscapedText& text);
 
     // Ends in a line feed.
     std::string_view line() const { return m_line.view(); }

@@ -24,6 +24,14 @@ UserName user() {
     return currentUser;
 }
 
+using CurrentRequest = app_log_request (*)();
+std::atomic<CurrentRequest> currentRequest{nullptr};
+
+app_log_request request() {
+    const CurrentRequest current = currentRequest;
+    return current != nullptr ? current() : app_log_request{};
+}
+
 void writeToStderr(std::string_view line) {
     ssize_t written;
     do {
@@ -33,7 +41,7 @@ void writeToStderr(std::string_view line) {
 }
 
 void put(const LogSettings& where, int severity, std::string_view module, const EscapedText& text) {
-    const Record record(std::time(nullptr), severity, module, user(), text);
+    const Record record(std::time(nullptr), severity, module, request(), user(), text);
     if (where.toStderr)
         writeToStderr(record.line());
     if (where.toSyslog)
@@ -91,6 +99,10 @@ int threshold() {
 
 void setThreshold(int level) {
     log().threshold = std::clamp(level, LOG_EMERG, LOG_DEBUG);
+}
+
+void markRequests(app_log_request (*current)()) {
+    currentRequest = current;
 }
 
 void setUser(const char* user) {

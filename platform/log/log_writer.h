@@ -2,6 +2,8 @@
 #ifndef LOG_WRITER_H
 #define LOG_WRITER_H
 
+#include "log_control.h"
+
 #include <cstdarg>
 #include <string_view>
 
@@ -17,6 +19,9 @@ void writeRecord(std::string_view module, int level, const char* format, va_list
 int threshold();
 // Clamped to 0 to 7.
 void setThreshold(int level);
+
+// Who tells which request a thread serves; null: nobody.
+void markRequests(app_log_request (*current)());
 
 // The user whom all later records of the process name; null or an empty name: none. Copied.
 void setUser(const char* user);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdarg>
+#include <limits>
 #include <string>
 
 namespace {
@@ -22,11 +23,14 @@ std::string escaped(const std::string& value) {
     return text("%s", value.c_str());
 }
 
-std::string line(int level, std::string_view module, const char* user, const char* message) {
+constexpr app_log_request kNoRequest{0, 0};
+
+std::string line(int level, std::string_view module, const char* user, const char* message,
+                 app_log_request request = kNoRequest) {
     EscapedText body;
     body.append(message);
     constexpr std::time_t kTime = 1795230000; // 2026-11-21, 03:00:00 UTC
-    return std::string(Record(kTime, level, module, escapeUser(user), body).line());
+    return std::string(Record(kTime, level, module, request, escapeUser(user), body).line());
 }
 
 } // namespace
@@ -36,6 +40,14 @@ TEST(LogLine, HasTimeLevelModuleUserAndText) {
     EXPECT_EQ(line(6, "web", "admin", "text"),
               "2026-11-21T03:00:00Z information [web] user=admin: text\n");
     EXPECT_EQ(line(3, "65", "", ""), "2026-11-21T03:00:00Z error [65]: \n");
+}
+
+TEST(LogLine, NamesTheRequestAndItsThread) {
+    EXPECT_EQ(line(4, "65", nullptr, "text", {2, 1041}),
+              "2026-11-21T03:00:00Z warning [65] thread=2 request=1041: text\n");
+    EXPECT_EQ(line(4, "web", "admin", "text", {1, 1}),
+              "2026-11-21T03:00:00Z warning [web] thread=1 request=1 user=admin: text\n");
+    EXPECT_EQ(line(4, "65", nullptr, "text", {2, 0}), "2026-11-21T03:00:00Z warning [65]: text\n");
 }
 
 TEST(LogLine, NamesEveryLevel) {
@@ -49,14 +61,17 @@ TEST(LogLine, NamesEveryLevel) {
 TEST(LogLine, GivesTheSystemLogWhatItDoesNotAddItself) {
     EscapedText body;
     body.append("text");
-    EXPECT_EQ(Record(0, 4, "65", escapeUser("admin"), body).message(), "[65] user=admin: text");
+    EXPECT_EQ(Record(0, 4, "65", {3, 7}, escapeUser("admin"), body).message(),
+              "[65] thread=3 request=7 user=admin: text");
 }
 
 TEST(LogLine, IsOnePieceForAPipeEvenAtItsLongest) {
     const std::string user(1000, '\n');
     EscapedText body;
     body.append(text("%05000d", 0));
-    const Record record(0, 0, "-2147483648", escapeUser(user.c_str()), body);
+    const app_log_request request{std::numeric_limits<int>::max(),
+                                  std::numeric_limits<unsigned long>::max()};
+    const Record record(0, 0, "-2147483648", request, escapeUser(user.c_str()), body);
     EXPECT_LT(record.line().size(), 4096u);
     EXPECT_EQ(record.line().back(), '\n');
     EXPECT_EQ(record.message().substr(record.message().size() - 5), "00...");

@@ -309,6 +309,38 @@ TEST(Log, WritesEachRecordWholeFromSeveralThreads) {
     EXPECT_EQ(written.toStderr.size(), std::size_t{kThreads * kRecords});
 }
 
+TEST(Log, MarksTheRecordsOfEachRequestOnBothOutputs) {
+    static thread_local app_log_request served{0, 0};
+    const Written written = inProcess({}, [] {
+        app_log(65, 4, "before");
+        app_log_mark_requests([] { return served; });
+        app_log(65, 4, "outside");
+        served = {1, 12};
+        app_log(65, 4, "inside");
+        std::thread([] {
+            WebDebug::getInstance()->warn("outside, elsewhere");
+            served = {2, 13};
+            WebDebug::getInstance()->warn("inside, elsewhere");
+        }).join();
+        app_log(65, 4, "still inside");
+        app_log_mark_requests(nullptr);
+        app_log(65, 4, "no more");
+    });
+    const Lines messages = {"[65]: before",
+                            "[65]: outside",
+                            "[65] thread=1 request=12: inside",
+                            "[web]: outside, elsewhere",
+                            "[web] thread=2 request=13: inside, elsewhere",
+                            "[65] thread=1 request=12: still inside",
+                            "[65]: no more"};
+    ASSERT_EQ(written.toStderr.size(), messages.size());
+    ASSERT_EQ(written.toSyslog.size(), messages.size() + 1);
+    for (std::size_t i = 0; i < messages.size(); ++i) {
+        EXPECT_EQ(written.toStderr[i], "TIME warning " + messages[i] + "\n");
+        EXPECT_EQ(written.toSyslog[i + 1], "4 " + messages[i]);
+    }
+}
+
 TEST(WebLog, IsOneObjectOfTheProcess) {
     ASSERT_NE(WebDebug::getInstance(), nullptr);
     EXPECT_EQ(WebDebug::getInstance(), WebDebug::getInstance());

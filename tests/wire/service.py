@@ -12,7 +12,8 @@ import tempfile
 import time
 
 # A record of the log. The characters left out are the control characters of Unicode.
-RECORD = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ [a-z]+ \[[^]]+\]: [^\x00-\x1f\x7f-\x9f]*")
+RECORD = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ [a-z]+ \[[^]]+\]"
+                    r"( thread=\d+ request=\d+)?: [^\x00-\x1f\x7f-\x9f]*")
 PATIENCE = 30  # seconds for what normally takes much less than one
 
 

@@ -240,6 +240,61 @@ def test_no_request_is_lost_while_the_threshold_changes(start, front):
     assert host.stop() == 0
 
 
+# Thread, request and message of each line of the page that logs.
+MARKED = re.compile(r" information \[70\] (thread=\d+) (request=\d+): talking (\w+) (\w+)$", re.M)
+
+
+def test_log_lines_of_requests_at_once_can_be_told_apart(start):
+    host = start.host("--listen", start.socket_path, "--threads", "2")
+    ask = lambda name: lambda: start.cgi_fcgi(f"/servlet?p=talking&ms=1000&x={name}")
+    with in_background(ask("a"), ask("b")):
+        pass
+    lines = {(word, name): (thread, number)
+             for thread, number, word, name in MARKED.findall(host.log.read_text())}
+    assert len(lines) == 4
+    for name in "ab":
+        assert lines["begins", name] == lines["ends", name]
+    (thread, number), (other_thread, other_number) = lines["ends", "a"], lines["ends", "b"]
+    assert {number, other_number} == {"request=1", "request=2"}
+    assert {thread, other_thread} == {"thread=1", "thread=2"}
+
+
+def test_requests_are_counted_in_the_log_as_in_the_status(start):
+    host = start.host("--listen", start.socket_path, "--threads", "1")
+    for name in "abc":
+        start.cgi_fcgi("/servlet?p=facts")
+        start.cgi_fcgi(f"/servlet?p=talking&x={name}")
+    marks = [(thread, number) for thread, number, word, _ in MARKED.findall(host.log.read_text())
+             if word == "ends"]
+    assert marks == [("thread=1", f"request={number}") for number in (2, 4, 6)]
+    assert status(host)["requests"] == 6
+
+
+def test_log_lines_outside_a_request_have_no_mark(start):
+    host = start.host("--listen", start.socket_path)
+    start.cgi_fcgi("/servlet?p=talking")
+    status(host)
+    assert host.stop() == 0
+    lines = host.log.read_text().splitlines()
+    marked = [line for line in lines if "request=" in line]
+    assert len(marked) == 2 and all("talking" in line for line in marked)
+    assert any("PluginLoader" in line for line in lines)
+    assert any("accept request failed" in line for line in lines)
+
+
+def test_a_log_of_the_device_s_own_need_not_be_steered(start, build):
+    """All but the marks and the threshold is there."""
+    start.environment["LD_LIBRARY_PATH"] = str(build.folder / "tests/wire/plain")
+    host = start.host("--listen", start.socket_path)
+    assert b"said" in start.cgi_fcgi("/servlet?p=talking&x=a")
+    assert " information [70]: talking ends a" in host.log.read_text()
+    assert status(host)["requests"] == 1
+    host.signal(MORE)
+    wait_until(lambda: "fcgi_host: this device's log has no threshold" in host.log.read_text(),
+               "the answer")
+    assert host.stop() == 0
+
+
 @pytest.mark.parametrize("number", [signal.SIGURG, signal.SIGWINCH, signal.SIGCHLD, signal.SIGCONT])
 def test_signals_that_mean_nothing_to_it_are_ignored(start, number):
     host = start.host("--listen", start.socket_path, "--threads", "1")

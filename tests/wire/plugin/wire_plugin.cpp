@@ -5,6 +5,7 @@
 #include "HttpResponse.h"
 #include "HttpServlet.h"
 #include "HttpSession.h"
+#include "app_log.h"
 #include "tmpl.h"
 
 #include <algorithm>
@@ -15,6 +16,7 @@
 #include <fstream>
 #include <mutex>
 #include <string>
+#include <syslog.h>
 #include <unistd.h>
 
 namespace {
@@ -96,6 +98,22 @@ public:
     }
     // Of all pages only this one tells that the service was torn down in order.
     void destroy() override { record("destroyed", "slow"); }
+};
+
+// Two lines of the log, with the value of x in them, and some time between them.
+class TalkingPage : public Page {
+public:
+    void service(HttpRequest* request, HttpResponse* response) override {
+        const char* x = request->getParameter("x");
+        app_log(kModule, LOG_INFO, "talking begins %s", x ? x : "");
+        usleep(static_cast<useconds_t>(number(request, "ms", 0)) * 1000);
+        app_log(kModule, LOG_INFO, "talking ends %s", x ? x : "");
+        beginText(response);
+        response->print("%s", "said");
+    }
+
+private:
+    static constexpr int kModule = 70;
 };
 
 class BigPage : public Page {
@@ -234,6 +252,9 @@ HttpServlet* createFactsPage() {
 }
 HttpServlet* createSlowPage() {
     return new SlowPage;
+}
+HttpServlet* createTalkingPage() {
+    return new TalkingPage;
 }
 HttpServlet* createBigPage() {
     return new BigPage;
