@@ -12,8 +12,11 @@ import urllib.request
 
 import pytest
 
+import log_lines
+
 SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
 GUIDE = SOURCE / "docs/plugin-guide.md"
+OPERATIONS = SOURCE / "docs/operations.md"
 DOCUMENTS = [SOURCE / "README.md", SOURCE / "CHANGELOG.md", *sorted((SOURCE / "docs").glob("*.md"))]
 
 # A fenced block, and the comment before it that names the file that it is from, if there is one.
@@ -72,6 +75,51 @@ def test_every_file_that_is_named_by_its_path_is_there(document):
                        if path.is_dir() and path.name != "build")
     for path in re.findall(rf"`((?:{folders})/[A-Za-z0-9_./-]*)`", document.read_text()):
         assert (SOURCE / path).exists(), path
+
+
+def rows(text):
+    """The cells of each row of the tables, without the rows of their heads."""
+    cells = [[cell.strip() for cell in line.strip("|").split("|")]
+             for line in text.splitlines() if line.startswith("|")]
+    return [row for row, head in zip(cells, [*cells[1:], [""]])
+            if "---" not in row[0] and "---" not in head[0]]
+
+
+def written_sources():
+    return [path for folder in ("fcgiServer", "platform", "host", "kit/include", "phone/src")
+            for path in sorted((SOURCE / folder).rglob("*")) if path.suffix in (".cpp", ".h")]
+
+
+def test_the_tables_of_log_lines_have_every_line_that_a_source_writes_and_no_other():
+    told = [(line.strip("`"), level)
+            for line, level, *_ in rows(section(OPERATIONS, "What each line means"))]
+    assert len(told) == len(set(told)), "a line is there twice"
+    assert set(told) == {line for path in written_sources() for line in log_lines.lines_of(path)}
+
+
+def test_there_is_no_other_way_to_the_log_than_those_that_the_tables_are_made_of():
+    elsewhere = {str(path.relative_to(SOURCE)) for path in written_sources()
+                 if log_lines.writes_in_another_way(path)}
+    assert elsewhere == {"host/main.cpp", "platform/log/log_writer.cpp", "platform/tmpl/tmpl.cpp"}
+
+
+def test_the_table_of_signals_has_those_that_the_daemon_knows():
+    known = {signal.replace(" ", "") for path in (SOURCE / "host").glob("*.cpp")
+             for signal in re.findall(r"\bSIG(?:RTMIN ?\+ ?\d|[A-Z0-9]+)\b", path.read_text())}
+    told = [row[0].split(", ") for row in rows(section(OPERATIONS, "Signals"))]
+    assert {signal for signals in told for signal in signals} == known
+
+
+def test_the_exit_statuses_are_those_of_the_daemon_s_help():
+    help_text = (SOURCE / "host/options.cpp").read_text()
+    shown = re.findall(r'^    "\s+(\d+(?:, \d+)*)  ', help_text, re.MULTILINE)
+    assert [row[0] for row in rows(section(OPERATIONS, "Exit statuses"))] == shown
+
+
+def test_the_status_line_is_explained_key_by_key():
+    line = (SOURCE / "host/status.cpp").read_text().partition('return "status')[2]
+    keys = re.findall("([a-z_]+)=", line)
+    assert [row[0].strip("`") for row in rows(section(OPERATIONS, "The status line"))] == keys
 
 
 @pytest.fixture(scope="module")
