@@ -69,6 +69,7 @@ def test_the_status_counts_the_loops_that_serve(start):
         figures = status(host)
         assert (figures["busy"], figures["requests"]) == (3, 3)
     wait_for_status(host, busy=0, requests=3)
+    assert host.stop() == 0
 
 
 def test_the_status_counts_sessions_until_they_have_expired(start):
@@ -79,6 +80,19 @@ def test_the_status_counts_sessions_until_they_have_expired(start):
     start.cgi_fcgi("/servlet?p=count&create=0")
     assert status(host)["sessions"] == 5
     wait_for_status(host, sessions=0)
+    assert host.stop() == 0
+
+
+def test_sessions_may_come_and_go_while_they_are_counted(start):
+    host = start.host("--listen", start.socket_path, "--threads", "4", "--timer", "1")
+    ask = lambda: [start.cgi_fcgi("/servlet?p=count&interval=2") for _ in range(60)]
+    with in_background(ask, ask) as answers:
+        while len(answers) < 2:
+            host.signal(signal.SIGUSR2)
+            time.sleep(0.005)
+    assert all(answer.endswith(b"count 1") for answer in sum(answers, []))
+    wait_for_status(host, sessions=0, requests=120)
+    assert host.stop() == 0
 
 
 def test_the_status_tells_what_memory_the_daemon_takes(start):
@@ -141,8 +155,8 @@ def test_a_daemon_that_is_stopping_tells_what_it_waits_for(start):
 
 def test_the_timer_runs_however_often_the_status_is_asked_for(start):
     host = start.host("--listen", start.socket_path, "--timer", "1")
-    start.cgi_fcgi("/servlet?p=count&interval=1")
-    end = time.monotonic() + 4
+    start.cgi_fcgi("/servlet?p=count&interval=2")
+    end = time.monotonic() + 5
     while time.monotonic() < end:
         host.signal(signal.SIGUSR2)
         time.sleep(0.01)
@@ -220,9 +234,9 @@ def test_the_status_is_told_whatever_the_threshold_is(start):
 def test_a_threshold_that_is_no_level_is_told_and_the_default_holds(start):
     start.environment["APP_LOG_LEVEL"] = "loud"
     host = start.host("--listen", start.socket_path)
+    assert change_threshold(host, LESS) == (5, 6)
     line = "warning [log]: APP_LOG_LEVEL=loud is none of the levels 0 to 7; the threshold is 6"
     assert host.log_lines()[0].endswith(line)
-    assert change_threshold(host, LESS) == (5, 6)
 
 
 def test_no_request_is_lost_while_the_threshold_changes(start, front):
@@ -257,6 +271,7 @@ def test_log_lines_of_requests_at_once_can_be_told_apart(start):
     (thread, number), (other_thread, other_number) = lines["ends", "a"], lines["ends", "b"]
     assert {number, other_number} == {"request=1", "request=2"}
     assert {thread, other_thread} == {"thread=1", "thread=2"}
+    assert host.stop() == 0
 
 
 def test_requests_are_counted_in_the_log_as_in_the_status(start):
