@@ -23,6 +23,7 @@ typedef struct {
 // From the next record on, `current` is asked which request the thread serves that writes it, and
 // the record says so. It must not write a record itself. Null, as at first: no record says so. Any
 // thread, at any time.
+// NOLINTNEXTLINE(modernize-redundant-void-arg): C reads it, too
 void app_log_mark_requests(app_log_request (*current)(void)) __attribute__((weak));
 
 #ifdef __cplusplus
