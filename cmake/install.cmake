@@ -12,7 +12,7 @@ install(TARGETS fcgi_host RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir}
     FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY fcgiServer/ DESTINATION ${header_dir}
-    FILES_MATCHING PATTERN "*.h" PATTERN "include" EXCLUDE)
+    FILES_MATCHING PATTERN "*.h" PATTERN "include" EXCLUDE PATTERN "request_rules.h" EXCLUDE)
 install(DIRECTORY QKSTL kit/include/kit DESTINATION ${header_dir} FILES_MATCHING PATTERN "*.h")
 
 # The test kit's sources are compiled into each test program.

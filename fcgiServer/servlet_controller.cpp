@@ -5,6 +5,7 @@
 #include "http_response.h"
 #include "listener_container.h"
 #include "plugin_loader.h"
+#include "request_rules.h"
 #include "servlet_container.h"
 #include "session_factory.h"
 
@@ -45,8 +46,9 @@ const char* const kEvents[] = {"key",    "number", "phonecfg", "redirectcall", "
                                "Server", "push",   "download", "command",      "csta"};
 const char kEventWithoutValue[] = "csta";
 
+using rules::DeviceStatus;
+
 // Indexed by the device status.
-enum DeviceStatus { IDLE, REBOOT, RESET, AUTOPROVISION, UPGRADE, CONFIGURATION };
 const char* const kStatusWords[] = {"idle",          "reboot",  "reset",
                                     "autoprovision", "upgrade", "configration"};
 
@@ -81,20 +83,28 @@ bool isMarkup(const char* text) {
     }
 }
 
-const char* queryOf(const char* uri) {
-    return uri != nullptr && std::strlen(uri) >= kQueryOffset ? uri + kQueryOffset : "";
-}
+} // namespace
 
-// The value of the event that the query is, or null when it is none.
-const char* eventValue(HttpRequest* request, const char* query) {
-    for (const char* event : kEvents)
-        if (startsWith(query, event))
-            return equal(event, kEventWithoutValue) ? event : request->getParameter(event);
+const char* rules::refusedPart(ServletController& controller, const char* uri,
+                               HttpRequest& request) {
+    const char* jumpto = request.getParameter("jumpto");
+    const char* account = request.getParameter("acc");
+    const char* page = request.getParameter("p");
+    const char* model = request.getParameter("model");
+    if (controller.CheckUrlIllegalChar(uri) != 0)
+        return "URL";
+    if (controller.CheckParaIllegalChar(jumpto, false) != 0)
+        return "jumpto";
+    if (controller.CheckParaIllegalChar(page, false) != 0)
+        return "p";
+    if (controller.CheckParaIllegalChar(account, true) != 0)
+        return "acc";
+    if (controller.CheckParaIllegalChar(model, true) != 0)
+        return "model";
     return nullptr;
 }
 
-// Where a URL of the older interface leads today, or null for any other.
-const char* successorOf(const char* uri) {
+const char* rules::successorOf(const char* uri) {
     if (uri == nullptr)
         return nullptr;
     for (const char* page : kLegacyPages)
@@ -107,7 +117,41 @@ const char* successorOf(const char* uri) {
     return nullptr;
 }
 
-} // namespace
+const char* rules::queryOf(const char* uri) {
+    return uri != nullptr && std::strlen(uri) >= kQueryOffset ? uri + kQueryOffset : "";
+}
+
+rules::Event rules::eventOf(HttpRequest& request, const char* query) {
+    for (const char* event : kEvents)
+        if (startsWith(query, event))
+            return {event, equal(event, kEventWithoutValue) ? event : request.getParameter(event)};
+    return {nullptr, nullptr};
+}
+
+std::optional<DeviceStatus> rules::statusAskedBy(const char* query) {
+    if (contains(query, "reboot=true") || contains(query, "q=reboot"))
+        return REBOOT;
+    if (contains(query, "p=settings-upgrade&q=reset"))
+        return RESET;
+    if (contains(query, "now=true"))
+        return AUTOPROVISION;
+    if (equal(query, "p=settings-config&q=import") ||
+        equal(query, "p=settings-config&q=localconfig&type=import") ||
+        equal(query, "p=settings-config&q=localconfig&type=remove"))
+        return CONFIGURATION;
+    if (contains(query, "p=notice"))
+        return std::nullopt;
+    return IDLE;
+}
+
+const char* rules::wordOf(std::int32_t status) {
+    const bool known = status >= IDLE && status <= CONFIGURATION;
+    return known ? kStatusWords[status] : "unkown";
+}
+
+bool rules::isAnsweredByTheWord(const char* page, std::int32_t status) {
+    return equal(page, "notice") && status != AUTOPROVISION;
+}
 
 // The request and response objects of one FastCGI request. The request object is deleted first.
 struct ServletController::Exchange {
@@ -189,7 +233,7 @@ void ServletController::init() {
     servletContainer->init(pluginLoader);
     listenerContainer->init(pluginLoader);
     sessionFactory->init();
-    status = IDLE;
+    status = rules::IDLE;
 }
 
 int ServletController::destroy() {
@@ -211,21 +255,15 @@ int ServletController::doService(FCGX_Request* frequest) {
     const char* uri = static_cast<HttpRequest&>(*exchange.request).getRequestURI();
     if (isRefused(uri, exchange.request.get()))
         return 404;
-    if (const char* successor = successorOf(uri)) {
+    if (const char* successor = rules::successorOf(uri)) {
         exchange.response->sendRedirect(successor);
         return exchange.finish(200);
     }
-    return dispatch(exchange, queryOf(uri));
+    return dispatch(exchange, rules::queryOf(uri));
 }
 
 bool ServletController::isRefused(const char* uri, HttpRequest* request) {
-    const char* jumpto = request->getParameter("jumpto");
-    const char* account = request->getParameter("acc");
-    const char* page = request->getParameter("p");
-    const char* model = request->getParameter("model");
-    return CheckUrlIllegalChar(uri) != 0 || CheckParaIllegalChar(jumpto, false) != 0 ||
-           CheckParaIllegalChar(page, false) != 0 || CheckParaIllegalChar(account, true) != 0 ||
-           CheckParaIllegalChar(model, true) != 0;
+    return rules::refusedPart(*this, uri, *request) != nullptr;
 }
 
 int ServletController::dispatch(Exchange& exchange, const char* query) {
@@ -233,7 +271,7 @@ int ServletController::dispatch(Exchange& exchange, const char* query) {
     HttpResponse* response = exchange.response.get();
     const char* page = request->getParameter("p");
     setStatus(query);
-    const char* event = eventValue(request, query);
+    const char* event = rules::eventOf(*request, query).value;
     if (page == nullptr && event == nullptr) {
         exchange.drop();
         app_log(65, 4, "ServletContext::doService() End. p parameter not found!\n");
@@ -241,7 +279,7 @@ int ServletController::dispatch(Exchange& exchange, const char* query) {
     }
     if (listenerContainer->onRequest(request, response) == 0 || event != nullptr)
         return exchange.finish(200);
-    if (equal(page, "notice") && status != AUTOPROVISION) {
+    if (rules::isAnsweredByTheWord(page, status)) {
         char word[kStatusWordSize] = {};
         getStatus(word);
         response->setContextType("text/html");
@@ -281,18 +319,8 @@ int ServletController::CheckParaIllegalChar(const char* value, bool numeric) {
 void ServletController::setStatus(const char* text) {
     if (text == nullptr)
         app_log(65, 4, "ServletController::setStatus para error\n");
-    else if (contains(text, "reboot=true") || contains(text, "q=reboot"))
-        status = REBOOT;
-    else if (contains(text, "p=settings-upgrade&q=reset"))
-        status = RESET;
-    else if (contains(text, "now=true"))
-        status = AUTOPROVISION;
-    else if (equal(text, "p=settings-config&q=import") ||
-             equal(text, "p=settings-config&q=localconfig&type=import") ||
-             equal(text, "p=settings-config&q=localconfig&type=remove"))
-        status = CONFIGURATION;
-    else if (!contains(text, "p=notice"))
-        status = IDLE;
+    else if (const auto asked = rules::statusAskedBy(text))
+        status = *asked;
 }
 
 void ServletController::getStatus(char* out) {
@@ -300,9 +328,7 @@ void ServletController::getStatus(char* out) {
         app_log(65, 4, "ServletController::setStatus para error\n"); // so named in device logs
         return;
     }
-    const std::int32_t code = status;
-    const bool known = code >= IDLE && code <= CONFIGURATION;
-    std::strcpy(out, known ? kStatusWords[code] : "unkown");
+    std::strcpy(out, rules::wordOf(status));
 }
 
 SessionFactory* ServletController::getSessionFactory() {
