@@ -62,6 +62,7 @@ void TMPL_free_fmtlist(TMPL_fmtlist* list);
 // Renders the file `name`, or `text` when that is not null (`name` then only names it in
 // messages, and its folder is where includes are found).
 //   formats, vars   only read; null: none.
+//   out             null: nowhere; the template is checked all the same.
 //   Result          0, or 1 when a file cannot be read, 2 when a template is wrong; each failure
 //                   with one line "file:line: what is wrong" on `err` (null: nowhere) and nothing
 //                   on `out`: the whole template, its includes too, is read and checked before

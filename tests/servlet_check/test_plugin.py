@@ -1,0 +1,294 @@
+"""What is found in the plug-in library."""
+
+import os
+import subprocess
+import sys
+
+import pytest
+
+import elf
+from device import LIBRARY
+from elf import Elf
+
+ENDS = ': the container logs "Cannot load library error=...", and the process ends with status 255'
+NO_SYMBOL = 'each request for it ends with 404, and the container logs "Cannot load symbol create."'
+SERVLET = '<servlet id="a" createfunction="create"/>'
+
+
+def compile_library(path, source, *flags):
+    path.parent.mkdir(parents=True, exist_ok=True)
+    subprocess.run(["g++", "-shared", "-fPIC", "-nostdlib", "-xc++", "-", "-o", path, *flags],
+                   input=source, text=True, check=True)
+
+
+def opens(path, libraries):
+    """Whether the dynamic linker of this machine opens it as the container does."""
+    return subprocess.run([sys.executable, "-c", "import ctypes, os, sys; "
+                           "ctypes.CDLL(sys.argv[1], mode=os.RTLD_LAZY)", path],
+                          env=dict(os.environ, LD_LIBRARY_PATH=str(libraries)),
+                          stderr=subprocess.DEVNULL).returncode == 0
+
+
+@pytest.mark.parametrize("options", [
+    {"machine": elf.ARM, "bits": 32}, {"machine": elf.AARCH64, "bits": 64},
+    {"machine": elf.MIPS, "bits": 32, "big_endian": True}, {"machine": elf.X86_64, "bits": 64}],
+    ids=["ARM", "AArch64", "MIPS", "x86-64"])
+def test_a_plug_in_for_any_processor(phone, options):
+    phone.put_whole("create", "createListener", **options)
+    phone.configure(SERVLET, '<listener createfunction="createListener"/>')
+    assert phone.findings() == []
+    phone.put_whole("createListener", **options)
+    assert phone.findings() == [(2, f'servlet "a": "{LIBRARY}" has no "create": {NO_SYMBOL}')]
+
+
+def test_a_plug_in_for_another_processor_than_the_container(phone):
+    phone.put_whole("create", machine=elf.ARM)
+    phone.put(LIBRARY, Elf(elf.X86_64, 64).exports("create").bytes())
+    phone.configure(SERVLET)
+    assert phone.findings() == [
+        (1, f'the library "{LIBRARY}" is for x86-64 (64 bit, little-endian), "libfcgiServer.so" for '
+            f'ARM (32 bit, little-endian){ENDS}')]
+
+
+@pytest.mark.parametrize("plugin, said", [
+    (Elf(elf.ARM, 32, big_endian=True), "ARM (32 bit, big-endian)"),
+    (Elf(elf.ARM, 32, flags=elf.SOFT_FLOATS), "ARM (32 bit, little-endian, soft floats)"),
+    (Elf(elf.AARCH64, 64), "AArch64 (64 bit, little-endian)")])
+def test_every_difference_between_processors_counts(phone, plugin, said):
+    phone.put_whole("create", flags=elf.HARD_FLOATS)
+    phone.put(LIBRARY, plugin.exports("create").bytes())
+    phone.configure(SERVLET)
+    (line, message), = phone.findings()
+    assert line == 1 and f"is for {said}," in message
+
+
+def test_the_host_program_tells_the_processor_too(phone):
+    phone.put_whole("create", machine=elf.ARM)
+    phone.path("/usr/lib/libfcgiServer.so").unlink()
+    phone.put("/usr/sbin/fcgi_host", Elf(elf.MIPS, kind=elf.PROGRAM).bytes())
+    phone.configure(SERVLET)
+    (_, message), = phone.findings()
+    assert 'is for ARM (32 bit, little-endian), "fcgi_host" for MIPS' in message
+
+
+def test_another_host_may_be_named(phone, tmp_path):
+    phone.put_whole("create", machine=elf.ARM)
+    phone.path("/usr/lib/libfcgiServer.so").unlink()
+    phone.configure(SERVLET)
+    (line, message), = phone.findings()
+    assert line == 1 and message.startswith("note: neither fcgi_host nor libfcgiServer.so is below")
+    host = tmp_path / "our_host"
+    host.write_bytes(Elf(elf.MIPS, kind=elf.PROGRAM).bytes())
+    (_, message), = phone.findings("--provides", host)
+    assert '"our_host" for MIPS' in message
+
+
+def test_a_library_that_is_not_there(phone):
+    phone.configure()
+    assert phone.findings() == [
+        (1, f'the library "{LIBRARY}" is not below "{phone.root}"{ENDS}')]
+
+
+def test_a_library_by_its_bare_name(phone):
+    phone.put_whole()
+    phone.put("/usr/lib/arm-linux-gnueabihf/libpages.so", Elf().exports("create").bytes())
+    phone.configure(SERVLET, path="libpages.so")
+    assert phone.findings() == []
+
+
+def test_a_path_that_goes_by_the_working_folder(phone):
+    phone.configure(SERVLET, path="lib/libpages.so")
+    assert phone.findings() == [
+        (1, 'the path "lib/libpages.so" goes by the folder that the daemon runs in: it could not be '
+            'looked at')]
+
+
+def test_links_lead_where_they_lead_on_the_device(phone):
+    phone.put_whole()
+    phone.path(LIBRARY).unlink()
+    phone.put("/opt/pages-2.so", Elf().exports("create").bytes())
+    phone.path("/opt/pages.so").symlink_to("pages-2.so")
+    phone.path(LIBRARY).symlink_to("/opt/../../opt/pages.so")
+    phone.configure(SERVLET)
+    assert phone.findings() == []
+
+
+def test_links_in_a_circle(phone):
+    phone.put_whole()
+    phone.path(LIBRARY).unlink()
+    phone.path(LIBRARY).symlink_to("other.so")
+    (phone.path(LIBRARY).parent / "other.so").symlink_to(LIBRARY)
+    phone.configure(SERVLET)
+    assert phone.findings() == [
+        (1, f'the library "{LIBRARY}" is not below "{phone.root}"{ENDS}')]
+
+
+def test_a_program_in_the_place_of_a_library(phone):
+    phone.put_whole()
+    phone.put(LIBRARY, Elf(kind=elf.PROGRAM).exports("create").bytes())
+    phone.configure(SERVLET)
+    assert phone.findings() == [(1, f'the library "{LIBRARY}" is a program{ENDS}')]
+
+
+def test_a_creation_function_that_is_not_extern_c(phone):
+    phone.put_whole(machine=elf.X86_64, bits=64)
+    phone.configure(SERVLET)
+    compile_library(phone.path(LIBRARY), "void* create() { return nullptr; }")
+    assert phone.findings() == [
+        (2, f'servlet "a": "{LIBRARY}" exports "create" as C++, "_Z6createv", and not as extern '
+            f'"C": {NO_SYMBOL}')]
+
+
+def test_a_creation_function_that_is_hidden(phone):
+    phone.put_whole(machine=elf.X86_64, bits=64)
+    phone.configure(SERVLET)
+    compile_library(phone.path(LIBRARY), 'extern "C" void* create() { return nullptr; }',
+                    "-fvisibility=hidden")
+    assert phone.findings() == [
+        (2, f'servlet "a": "{LIBRARY}" has "create" and does not export it: {NO_SYMBOL}')]
+
+
+def test_a_creation_function_that_is_none(phone):
+    phone.put_whole()
+    phone.put(LIBRARY, Elf().exports("create", kind=elf.OBJECT).bytes())
+    phone.configure(SERVLET)
+    (line, message), = phone.findings()
+    assert line == 2 and message.startswith(f'servlet "a": "create" in "{LIBRARY}" is no function')
+
+
+def test_a_creation_function_in_a_library_that_the_plug_in_needs(phone):
+    phone.put_whole()
+    phone.put(LIBRARY, Elf().needs("libmore.so").bytes())
+    phone.put("/usr/lib/libmore.so", Elf().exports("create").bytes())
+    phone.configure(SERVLET)
+    assert phone.findings() == []
+
+
+class TestUndefinedSymbols:
+    def test_may_come_from_the_container_and_from_any_library(self, phone):
+        phone.put("/usr/lib/libfcgiServer.so",
+                  Elf().exports("session_mutex").needs("libdevice.so").bytes())
+        phone.put("/lib/libdevice.so", Elf().exports("app_log").bytes())
+        phone.put("/usr/lib/libmore.so", Elf().exports("more").bytes())
+        phone.put(LIBRARY, Elf().exports("create").wants("session_mutex", "app_log", "more")
+                  .needs("libmore.so").bytes())
+        phone.configure(SERVLET)
+        assert phone.findings() == []
+
+    def test_that_nobody_provides(self, phone):
+        phone.put_whole()
+        phone.put(LIBRARY, Elf().exports("create").wants("_Z4helpi", "plain").bytes())
+        phone.configure(SERVLET)
+        assert phone.findings() == [
+            (1, f'"libpages.so" needs "{name}", which nobody provides: the process ends when it is '
+                'called first') for name in ["help(int)", "plain"]]
+
+    def test_that_are_weak_may_be_missing(self, phone):
+        phone.put_whole()
+        phone.put(LIBRARY, Elf().exports("create").wants("x", binding=elf.WEAK).bytes())
+        phone.configure(SERVLET)
+        assert phone.findings() == []
+
+    def test_of_a_library_that_only_the_plug_in_needs(self, phone):
+        phone.put_whole()
+        phone.put(LIBRARY, Elf().exports("create").needs("libmore.so").bytes())
+        phone.put("/usr/lib/libmore.so", Elf().wants("x").bytes())
+        phone.configure(SERVLET)
+        (_, message), = phone.findings()
+        assert message.startswith('"libmore.so" needs "x", which nobody provides')
+
+    SOURCE = 'extern "C" { int there(); extern int data; void* create() { there(); return %s; } }'
+
+    @pytest.mark.parametrize("what, flags, symbol, opened", [
+        ("nullptr", [], "there", True), ("nullptr", ["-Wl,-z,now"], "there", False),
+        ("&data", ["-Wl,-z,lazy"], "data", False)], ids=["called", "called, -z now", "data"])
+    def test_end_the_process_when_the_dynamic_linker_says_so(self, phone, what, flags, symbol,
+                                                            opened):
+        phone.put_whole(machine=elf.X86_64, bits=64)
+        phone.configure(SERVLET)
+        compile_library(phone.path(LIBRARY), self.SOURCE % what, *flags or ["-Wl,-z,lazy"])
+        effect = ": the process ends when it is called first" if opened else ENDS
+        assert (1, f'"libpages.so" needs "{symbol}", which nobody provides{effect}') \
+            in phone.findings()
+        assert opens(phone.path(LIBRARY), phone.root) == opened
+
+
+class TestLibraries:
+    @pytest.fixture
+    def pages(self, phone):
+        phone.put_whole()
+        phone.put(LIBRARY, Elf().exports("create").wants("x").needs("libmore.so").bytes())
+        phone.configure(SERVLET)
+        return phone
+
+    def left(self, phone, names, count=1):
+        return (1, f'note: not below "{phone.root}", so not looked at: {names}; {count} symbols '
+                   'that the plug-in needs may be theirs')
+
+    def test_that_are_missing(self, pages):
+        assert pages.findings() == [
+            (1, f'the library "libmore.so", which "libpages.so" needs, is not below "{pages.root}": '
+                'the dynamic linker opens nothing without it'), self.left(pages, "libmore.so")]
+
+    def test_that_the_root_does_not_hold(self, pages):
+        assert pages.findings("--partial") == [self.left(pages, "libmore.so")]
+
+    def test_that_are_named(self, pages, tmp_path):
+        library = tmp_path / "libmore.so"
+        library.write_bytes(Elf().exports("x").bytes())
+        assert pages.findings("--provides", library) == []
+        library.write_bytes(Elf().named("libother.so").bytes())
+        library.rename(tmp_path / "other")
+        assert pages.findings("--provides", tmp_path / "other", "--partial") == [
+            self.left(pages, "libmore.so")]
+
+    def test_for_another_processor_are_passed_over(self, pages):
+        pages.put("/lib/libmore.so", Elf(elf.X86_64, 64).exports("x").bytes())
+        assert pages.findings("--partial") == [self.left(pages, "libmore.so")]
+        pages.put("/usr/lib/libmore.so", Elf().exports("x").bytes())
+        assert pages.findings() == []
+
+    def test_that_need_each_other(self, pages):
+        pages.put("/lib/libmore.so", Elf().needs("libmore2.so", "libpages.so").bytes())
+        pages.put("/lib/libmore2.so", Elf().exports("x").needs("libmore.so").bytes())
+        assert pages.findings() == []
+
+    def test_are_looked_for_where_the_plug_in_says(self, phone):
+        phone.put_whole(machine=elf.X86_64, bits=64)
+        phone.configure(SERVLET)
+        folder = phone.path(LIBRARY).parent / "more"
+        compile_library(folder / "libmore.so", "int more() { return 0; }")
+        compile_library(phone.path(LIBRARY), 'int more(); extern "C" int create() { return more(); }',
+                        f"-L{folder}", "-lmore", "-Wl,-rpath,$ORIGIN/more")
+        assert phone.findings() == []
+        assert opens(phone.path(LIBRARY), phone.root)
+
+    def test_that_are_older_than_those_it_was_linked_with(self, phone, tmp_path):
+        phone.put_whole(machine=elf.X86_64, bits=64)
+        phone.configure(SERVLET)
+        for version, folder in (("2", tmp_path), ("1", phone.path("/usr/lib"))):
+            (tmp_path / "map").write_text(f"MORE_{version} {{ more; }};")
+            compile_library(folder / "libmore.so", 'extern "C" int more() { return 0; }',
+                            "-Wl,-soname,libmore.so", f"-Wl,--version-script={tmp_path}/map")
+        compile_library(phone.path(LIBRARY),
+                        'extern "C" { int more(); int create() { return more(); } }',
+                        f"-L{tmp_path}", "-lmore")
+        assert phone.findings() == [
+            (1, '"libpages.so" needs the version "MORE_2" of "libmore.so", which that does not have'
+                + ENDS)]
+        assert not opens(phone.path(LIBRARY), phone.path("/usr/lib"))
+        assert opens(phone.path(LIBRARY), tmp_path)
+
+    def test_that_are_missing_take_only_the_symbols_that_may_be_theirs(self, phone, tmp_path):
+        """A symbol with a version is its library's; one without is of a library without."""
+        phone.put_whole(machine=elf.X86_64, bits=64)
+        phone.configure(SERVLET)
+        (tmp_path / "map").write_text("MORE_2 { more; };")
+        compile_library(tmp_path / "libmore.so", 'extern "C" int more() { return 0; }',
+                        "-Wl,-soname,libmore.so", f"-Wl,--version-script={tmp_path}/map")
+        compile_library(phone.path(LIBRARY), 'extern "C" { int more(); int nobodys(); '
+                        'int create() { return more() + nobodys(); } }', f"-L{tmp_path}", "-lmore",
+                        "-Wl,-z,lazy")
+        assert phone.findings("--partial") == [
+            (1, '"libpages.so" needs "nobodys", which nobody provides: the process ends when it is '
+                'called first'), self.left(phone, "libmore.so")]

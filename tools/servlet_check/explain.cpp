@@ -1,0 +1,191 @@
+#include "explain.h"
+
+#include "container_log.h"
+#include "http_request.h"
+#include "http_response.h"
+#include "request_rules.h"
+#include "servlet_controller.h"
+
+#include <fcgiapp.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace {
+
+// As front servers hand it over: without scheme, host and fragment.
+std::string requestUriOf(const std::string& url) {
+    std::string uri = url.substr(0, url.find('#'));
+    const std::size_t scheme = uri.find("://");
+    if (uri.empty() || uri.front() == '/' || scheme == std::string::npos)
+        return uri;
+    const std::size_t path = uri.find_first_of("/?", scheme + 3);
+    if (path == std::string::npos)
+        return "/";
+    return (uri[path] == '?' ? "/" : "") + uri.substr(path);
+}
+
+// A GET of the container's own kind, decoded by it.
+class Get {
+public:
+    explicit Get(const std::string& uri)
+        : m_uri("REQUEST_URI=" + uri),
+          m_query("QUERY_STRING=" +
+                  (uri.find('?') != std::string::npos ? uri.substr(uri.find('?') + 1) : "")),
+          m_environment{m_method.data(), m_uri.data(), m_query.data(), nullptr},
+          m_fastCgi(withEnvironment(m_environment.data())), m_response(&m_fastCgi),
+          m_request(&m_fastCgi, nullptr, &m_response) {}
+
+    HttpRequest& request() { return m_request; }
+
+private:
+    static FCGX_Request withEnvironment(char** environment) {
+        FCGX_Request result{};
+        result.envp = environment;
+        return result;
+    }
+
+    std::string m_method = "REQUEST_METHOD=GET";
+    std::string m_uri;
+    std::string m_query;
+    std::array<char*, 4> m_environment;
+    FCGX_Request m_fastCgi;
+    HttpResponseImpl m_response;
+    HttpRequestImpl m_request; // decodes when it is made
+};
+
+class Explanation {
+public:
+    Explanation(const std::string& uri, const Configuration& configuration)
+        : m_uri(uri), m_configuration(configuration), m_get(uri) {}
+
+    std::string tell() {
+        m_text = printable(m_uri) + '\n';
+        if (isRefused() || isRedirected())
+            return m_text;
+        const char* query = rules::queryOf(m_uri.c_str());
+        const auto asked = rules::statusAskedBy(query);
+        line("status",
+             asked ? "the device status becomes \"" + std::string(rules::wordOf(*asked)) + '"'
+                   : "the device status stays as it is");
+        const rules::Event event = rules::eventOf(m_get.request(), query);
+        const char* page = m_get.request().getParameter("p");
+        tellEvent(event);
+        if (event.value == nullptr && page == nullptr) {
+            line("result", "404: there is neither \"p\" nor an event; the container logs "
+                           "\"ServletContext::doService() End. p parameter not found!\"");
+            return m_text;
+        }
+        tellListeners();
+        if (event.value != nullptr)
+            line("result", "what the listeners answer; an event reaches no servlet");
+        else
+            tellPage(page, asked);
+        return m_text;
+    }
+
+private:
+    void line(const std::string& what, const std::string& text) {
+        constexpr std::size_t kColumn = 11;
+        m_text += "  " + what + std::string(kColumn - what.size(), ' ') + printable(text) + '\n';
+    }
+
+    std::string place(unsigned line) const {
+        return " (" + m_configuration.file + ':' + std::to_string(line) + ')';
+    }
+
+    bool isRefused() {
+        HttpRequest& request = m_get.request();
+        takeLastRecord();
+        const char* part = rules::refusedPart(m_rules, m_uri.c_str(), request);
+        const std::string logged = takeLastRecord();
+        if (part == nullptr) {
+            line("screening", "passes");
+            return false;
+        }
+        const char* value = request.getParameter(part);
+        const std::string what = logged.empty() ? "the parameter " + quoted(part) + " is " +
+                                                      quoted(value != nullptr ? value : "") +
+                                                      ", nothing is logged"
+                                                : "the container logs " + quoted(logged);
+        line("screening",
+             "refuses the " + std::string(logged.empty() ? "request" : part) + ": " + what);
+        line("result", "404");
+        return true;
+    }
+
+    bool isRedirected() {
+        const char* successor = rules::successorOf(m_uri.c_str());
+        if (successor == nullptr)
+            return false;
+        line("result", "an address of the older interface: redirect to " + quoted(successor));
+        return true;
+    }
+
+    void tellEvent(const rules::Event& event) {
+        if (event.name == nullptr)
+            return;
+        if (event.value == nullptr)
+            line("event", "none: the query begins with \"" + std::string(event.name) +
+                              "\", but there is no such parameter");
+        else
+            line("event", '"' + std::string(event.name) + "\" for the listeners");
+    }
+
+    void tellListeners() {
+        if (m_configuration.listeners.empty())
+            line("listeners", "none");
+        for (const ListenerElement& listener : m_configuration.listeners)
+            line("listener", listener.createFunction + place(listener.line));
+        if (!m_configuration.listeners.empty())
+            line("", "each may end the request with its own answer, as where nobody is signed in");
+    }
+
+    void tellPage(const std::string& page, const std::optional<rules::DeviceStatus>& asked) {
+        std::string words; // with which the container answers itself
+        std::string others;
+        for (std::int32_t status = rules::IDLE; status <= rules::CONFIGURATION; ++status) {
+            if (asked && *asked != status)
+                continue;
+            std::string& list = rules::isAnsweredByTheWord(page.c_str(), status) ? words : others;
+            list += (list.empty() ? "\"" : ", \"") + std::string(rules::wordOf(status)) + '"';
+        }
+        if (!words.empty())
+            line("result", "while the status is " + words +
+                               ": the container answers with that word, text/html");
+        if (words.empty())
+            tellServlet("", page);
+        else if (!others.empty())
+            tellServlet("while the status is " + others + ": ", page);
+    }
+
+    void tellServlet(const std::string& when, const std::string& page) {
+        const ServletElement* servlet = page.empty() ? nullptr : m_configuration.servlet(page);
+        if (servlet == nullptr) {
+            line("result", when + "404: there is no servlet " + quoted(page) +
+                               "; the container logs \"ServletContainer::onRequest End.404\"");
+            return;
+        }
+        const ServletElement* preview = m_configuration.servlet("contacts-preview");
+        if (preview != nullptr && preview != servlet)
+            line("before", when +
+                               "servlet \"contacts-preview\" is told to destroy() what it "
+                               "holds" +
+                               place(preview->line));
+        line("result", when + "servlet " + quoted(page) + ", " + servlet->createFunction +
+                           place(servlet->line));
+    }
+
+    const std::string& m_uri;
+    const Configuration& m_configuration;
+    Get m_get;
+    ServletController m_rules{"/dev/null"}; // has no plug-ins, but the rules
+    std::string m_text;
+};
+
+} // namespace
+
+std::string explain(const std::string& url, const Configuration& configuration) {
+    return Explanation(requestUriOf(url), configuration).tell();
+}
