@@ -1,4 +1,4 @@
-# What is installed: the libraries, the host program, the headers (one folder, so that they find
+# What is installed: the libraries, the host program, servlet_check, the headers (one folder, so that they find
 # each other by their bare names), the kit, the test kit, and the CMake and pkg-config packages.
 include(CMakePackageConfigHelpers)
 
@@ -9,6 +9,10 @@ install(TARGETS QKSTL platform_headers device fcgiServer kit EXPORT fcgiServerTa
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     INCLUDES DESTINATION ${header_dir})
 install(TARGETS fcgi_host RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+if(TARGET servlet_check)
+    install(TARGETS servlet_check RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    install(FILES man/servlet_check.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()
 install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir}
     FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY fcgiServer/ DESTINATION ${header_dir}

@@ -128,6 +128,9 @@ def test_the_example_is_installed_where_a_device_has_it(prefix, tmp_path):
     assert (image / library.lstrip("/")).exists()
     assert (web_info / "templates/hello.html").exists()
     assert (image / "phone/www/hello.css").exists()
+    checked = run(prefix / "bin/servlet_check", "--root", image, "--partial",
+                  "--provides", prefix / "lib/libdevice.so")
+    assert [line for line in checked.splitlines() if ": note: " not in line] == []
 
 
 def test_a_project_tests_its_plug_in_with_the_installed_test_kit(consumer, prefix):
@@ -147,7 +150,7 @@ def test_the_installed_library_reads_the_fixed_path_and_no_other(prefix):
 
 
 @pytest.mark.parametrize("name", ["prefix/lib/libfcgiServer.so", "prefix/lib/libdevice.so",
-                                  "prefix/sbin/fcgi_host",
+                                  "prefix/sbin/fcgi_host", "prefix/bin/servlet_check",
                                   "image/phone/www/WEB-INFO/lib/libphone.so"])
 def test_nothing_that_is_installed_knows_where_it_was_built(prefix, name):
     contents = (prefix.parent / name).read_bytes()

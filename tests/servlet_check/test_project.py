@@ -1,6 +1,9 @@
 """The plug-ins of this project."""
 
 import pathlib
+import re
+import shlex
+import shutil
 import subprocess
 
 import pytest
@@ -37,18 +40,52 @@ def test_all_of_the_phones_plug_in_has_been_looked_at(program, build, phones, tm
         assert status == 1 and f'"{function}2"' in out
 
 
-def test_the_example_is_clean(program, build, tmp_path):
+@pytest.fixture
+def image(build, tmp_path):
+    """examples/hello/ as its own build installs it, in a folder `image`."""
     example = SOURCE / "examples/hello"
-    library = tmp_path / "phone/www/WEB-INFO/lib/libhello.so"
-    library.parent.mkdir(parents=True)
+    shutil.copytree(example / "www", tmp_path / "image/phone/www")
+    library = tmp_path / "image/phone/www/WEB-INFO/lib/libhello.so"
+    library.parent.mkdir()
     includes = [f"-I{SOURCE / folder}" for folder in
                 ("kit/include", "fcgiServer/include", "platform/include")]
     subprocess.run(["g++", "-std=c++17", "-O0", "-fPIC", "-shared", "-fvisibility=hidden",
                     "-fno-gnu-unique", *includes, example / "hello.cpp", "-o", library,
                     build / "platform/libdevice.so"], check=True)
-    web_info = example / "www/WEB-INFO"
-    status, out, err = run(program, "--root", tmp_path, "--partial", "--provides",
-                           build / "platform/libdevice.so", "--provides", build / "host/fcgi_host",
-                           "--templates", web_info / "templates", web_info / "servlet/servlet.xml")
-    assert (status, err) == (0, "")
-    assert all(": note: not below" in line for line in out.splitlines())
+    return tmp_path / "image"
+
+
+def change(path, text, other):
+    assert text in path.read_text()
+    path.write_text(path.read_text().replace(text, other))
+
+
+def without_notes(text):
+    return [line for line in text.splitlines() if ": note: " not in line]
+
+
+def test_the_example_is_clean(program, build, image):
+    status, out, err = run(program, "--root", image, "--partial", "--provides",
+                           build / "platform/libdevice.so", "--provides", build / "host/fcgi_host")
+    assert (status, err, without_notes(out)) == (0, "", [])
+
+
+def test_the_guide_shows_what_is_printed(program, build, image):
+    """Each command of the guide's section, and what it prints, but for notes."""
+    guide = (SOURCE / "docs/plugin-guide.md").read_text()
+    section = guide.split("\n## Before it is on the device\n")[1].split("\n## ")[0]
+    shown = re.findall(r"```text\n\$ servlet_check (.*)\n((?:.*\n)*?)```", section)
+    (image.parent / "libdevice.so").symlink_to(build / "platform/libdevice.so")
+
+    def assert_shown(arguments, printed):
+        ran = subprocess.run([program, *shlex.split(arguments)], cwd=image.parent,
+                             capture_output=True, text=True)
+        assert without_notes(ran.stdout) == printed.splitlines()
+
+    findings, explanation = shown
+    assert_shown(*explanation)
+    web_info = image / "phone/www/WEB-INFO"
+    change(web_info / "servlet/servlet.xml", "<listener", "<listner")
+    change(web_info / "servlet/servlet.xml", "createHelloPage", "createHeloPage")
+    change(web_info / "templates/hello.html", "</TMPL_LOOP>", "")
+    assert_shown(*findings)
