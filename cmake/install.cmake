@@ -1,45 +1,54 @@
-# What is installed: the libraries, the host program, servlet_check, the headers (one folder, so that they find
-# each other by their bare names), the kit, the test kit, and the CMake and pkg-config packages.
+# What is installed: the libraries, the host program, servlet_check, the headers (one folder, so that
+# they find each other by their bare names), the kit, the test kit, and the CMake and pkg-config packages.
+#
+#   dev      what somebody else's projects are built with
+#   phone    the phone's pages; only when asked for by name
+#   runtime  the rest
 include(CMakePackageConfigHelpers)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME runtime)
 
 set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/fcgiServer)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/fcgiServer)
 
-install(TARGETS QKSTL platform_headers device fcgiServer kit EXPORT fcgiServerTargets
+install(TARGETS QKSTL platform_headers device fcgiServer fcgiServer-static kit
+    EXPORT fcgiServerTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
     INCLUDES DESTINATION ${header_dir})
 install(TARGETS fcgi_host RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 if(TARGET servlet_check)
     install(TARGETS servlet_check RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES man/servlet_check.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()
-install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir}
+install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir} COMPONENT dev
     FILES_MATCHING PATTERN "*.h")
-install(DIRECTORY fcgiServer/ DESTINATION ${header_dir}
+install(DIRECTORY fcgiServer/ DESTINATION ${header_dir} COMPONENT dev
     FILES_MATCHING PATTERN "*.h" PATTERN "include" EXCLUDE PATTERN "request_rules.h" EXCLUDE)
-install(DIRECTORY QKSTL kit/include/kit DESTINATION ${header_dir} FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY QKSTL kit/include/kit DESTINATION ${header_dir} COMPONENT dev
+    FILES_MATCHING PATTERN "*.h")
 
 # The test kit's sources are compiled into each test program.
 install(TARGETS testkit testkit_without_container testkit_streams testkit_log testkit_clock
     EXPORT fcgiServerTargets
     INCLUDES DESTINATION ${header_dir})
-install(DIRECTORY kit/testing/include/ DESTINATION ${header_dir} FILES_MATCHING PATTERN "*.h")
-install(DIRECTORY kit/testing/ DESTINATION ${CMAKE_INSTALL_DATADIR}/fcgiServer/testkit
+install(DIRECTORY kit/testing/include/ DESTINATION ${header_dir} COMPONENT dev
+    FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY kit/testing/ DESTINATION ${CMAKE_INSTALL_DATADIR}/fcgiServer/testkit COMPONENT dev
     FILES_MATCHING PATTERN "*.cpp" PATTERN "*.h" PATTERN "include" EXCLUDE)
 
-install(EXPORT fcgiServerTargets NAMESPACE fcgiServer:: DESTINATION ${package_dir})
+install(EXPORT fcgiServerTargets NAMESPACE fcgiServer:: DESTINATION ${package_dir} COMPONENT dev)
 configure_package_config_file(cmake/fcgiServerConfig.cmake.in fcgiServerConfig.cmake
     INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(fcgiServerConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES
     ${CMAKE_CURRENT_BINARY_DIR}/fcgiServerConfig.cmake
     ${CMAKE_CURRENT_BINARY_DIR}/fcgiServerConfigVersion.cmake
-    DESTINATION ${package_dir})
+    DESTINATION ${package_dir} COMPONENT dev)
 
-foreach(name fcgiServer fcgiServer-kit)
+foreach(name fcgiServer fcgiServer-static fcgiServer-kit)
     configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
-        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 endforeach()
 
 # The phone's pages where the library looks for them; only when asked for by name, since that is at

@@ -50,6 +50,27 @@ def test_a_project_finds_the_cmake_package_and_builds_a_host(consumer, prefix):
     assert printed.endswith("0 sessions\n")
 
 
+def answer_of(host, config, uri, prefix):
+    """What the plug-in says, and what the host itself does."""
+    return run(host, config, uri, env=environment(prefix)).splitlines()[-2:]
+
+
+def test_a_plug_in_uses_the_container_in_a_host_that_exports_it(consumer, prefix):
+    plugin, host = answer_of(consumer / "static_host", consumer / "mutex.xml", "/servlet?p=mutex",
+                             prefix)
+    assert plugin == host
+    assert "libfcgiServer" not in run("readelf", "--dynamic", consumer / "static_host")
+
+
+def test_a_host_that_exports_nothing_opens_plug_ins_that_need_the_kit_only(consumer, prefix):
+    greeting, _ = answer_of(consumer / "closed_host", consumer / "servlet.xml", "/servlet?p=hello",
+                            prefix)
+    assert greeting == "Hello, stranger!"
+    with pytest.raises(subprocess.CalledProcessError) as failure:
+        answer_of(consumer / "closed_host", consumer / "mutex.xml", "/servlet?p=mutex", prefix)
+    assert "undefined symbol: session_mutex" in failure.value.stdout
+
+
 # Opens a library, closes it, and looks whether the process still has it. What the container has
 # from its start is there before: the C++ library never goes, and would keep a library that brings
 # it along.
@@ -138,8 +159,9 @@ def test_a_project_tests_its_plug_in_with_the_installed_test_kit(consumer, prefi
     assert printed == "0 failures\n"
 
 
-def test_pkg_config_tells_all_that_a_host_needs(prefix, tmp_path):
-    flags = run("pkg-config", "--cflags", "--libs", "fcgiServer", env=environment(prefix)).split()
+@pytest.mark.parametrize("package", ["fcgiServer", "fcgiServer-static"])
+def test_pkg_config_tells_all_that_a_host_needs(prefix, tmp_path, package):
+    flags = run("pkg-config", "--cflags", "--libs", package, env=environment(prefix)).split()
     run("g++", "-std=c++17", HERE / "consumer/own_host.cpp", "-o", tmp_path / "own_host", *flags)
     assert run(tmp_path / "own_host", env=environment(prefix)).endswith("0 sessions\n")
 

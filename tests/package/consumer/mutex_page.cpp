@@ -1,0 +1,16 @@
+// A plug-in that uses something of the container's own, and finds it in whoever opens the plug-in.
+#include <kit/plugin.h>
+
+#include <http_session.h>
+
+#include <sstream>
+
+class MutexPage final : public kit::Page {
+    void answer(kit::Request&, kit::Response& response) override {
+        std::ostringstream text;
+        text << &session_mutex << '\n';
+        response.text(text.str());
+    }
+};
+
+KIT_SERVLET(createMutexPage, MutexPage)
