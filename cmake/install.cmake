@@ -16,9 +16,13 @@ install(TARGETS QKSTL platform_headers device fcgiServer fcgiServer-static kit
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
     INCLUDES DESTINATION ${header_dir})
 install(TARGETS fcgi_host RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+foreach(section 5 8)
+    file(GLOB pages CONFIGURE_DEPENDS man/*.${section})
+    install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+endforeach()
 if(TARGET servlet_check)
-    install(TARGETS servlet_check RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-    install(FILES man/servlet_check.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+    install(TARGETS servlet_check RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT dev)
+    install(FILES man/servlet_check.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dev)
 endif()
 install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir} COMPONENT dev
     FILES_MATCHING PATTERN "*.h")
