@@ -229,6 +229,7 @@ class Starter:
         # The tests start the daemon themselves.
         text, removed = re.subn(r'^ *"(bin-path|max-procs)" .*\n', "", text, flags=re.M)
         assert removed == 2
+        text = text.replace('include "', f'include "{config}/')
         path = self.folder / "lighttpd.conf"
         path.write_text(text)
         return (["lighttpd", "-D", "-f", path],
