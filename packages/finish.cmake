@@ -1,5 +1,8 @@
 # Gives the installed files the form that Debian wants, before cpack makes packages of them.
 
+# dpkg-shlibdeps looks for the libraries of this processor, not of the one that it runs on.
+set(ENV{DEB_HOST_ARCH} ${CPACK_DEBIAN_PACKAGE_ARCHITECTURE})
+
 # No names or times of the build in the compressed files.
 file(GLOB texts
     ${CPACK_TEMPORARY_DIRECTORY}/*/usr/share/man/*/*

@@ -1,0 +1,313 @@
+"""The Debian packages: made, checked, and put into a fresh Debian, which serves the phone's pages."""
+
+import contextlib
+import os
+import pathlib
+import re
+import shutil
+import socket
+import subprocess
+import sys
+import time
+
+import pytest
+
+HERE = pathlib.Path(__file__).resolve().parent
+SOURCE = HERE.parent.parent
+PACKAGES = SOURCE / "build/packages"
+ROOTS = SOURCE / "build/debian"  # what is made there once is kept for the next run
+NAMES = ["fcgiserver", "fcgiserver-dev", "fcgiserver-phone"]
+UNITS = "usr/lib/systemd/system"
+SOCKET = "/run/fcgi_host.sock"
+FRONT = "/run/front.conf"
+PATIENCE = 60  # seconds for what normally takes one
+
+AS_ROOT = [] if os.geteuid() == 0 else ["sudo"]
+needs_root = pytest.mark.skipif(bool(AS_ROOT and not shutil.which("sudo")),
+                                reason="neither root nor sudo: no Debian can be made")
+
+
+def run(*command, **options):
+    done = subprocess.run([str(part) for part in command], text=True, stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **options)
+    assert done.returncode == 0, f"{command}:\n{done.stdout}"
+    return done.stdout
+
+
+def debs(folder, release):
+    """The packages of one release of this version, in the order of NAMES."""
+    found = [list(folder.glob(f"{name}_*-{release}_*.deb")) for name in NAMES]
+    assert [len(paths) for paths in found] == [1] * len(NAMES), found
+    return [path for path, in found]
+
+
+@pytest.fixture(scope="module")
+def packages():
+    for old in PACKAGES.glob("*.deb"):
+        old.unlink()
+    run(SOURCE / "scripts/packages")
+    return debs(PACKAGES, 1)
+
+
+@pytest.fixture(scope="module")
+def newer_packages(packages, tmp_path_factory):
+    folder = tmp_path_factory.mktemp("newer")
+    run("cpack", "--config", PACKAGES / "release/CPackConfig.cmake", "-B", folder,
+        "-D", "CPACK_DEBIAN_PACKAGE_RELEASE=2")
+    return debs(folder, 2)
+
+
+class Debian:
+    """The file tree of one."""
+
+    def __init__(self, folder):
+        self.folder = folder
+
+    def run(self, *command):
+        return run(*AS_ROOT, "chroot", self.folder, "env", "-i", "LC_ALL=C", "HOME=/root",
+                   "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "DEBIAN_FRONTEND=noninteractive", *command)
+
+    def install(self, packages, *options):
+        run(*AS_ROOT, "cp", *packages, self.folder / "tmp")
+        inside = [f"/tmp/{path.name}" for path in packages]
+        self.run("apt-get", "-y", "-q", "--no-install-recommends", *options, "install", *inside)
+        self.run("rm", *inside)
+
+    def append(self, path, text):
+        """To a file, which is made where there is none."""
+        subprocess.run([*AS_ROOT, "tee", "--append", self.folder / path], text=True, input=text,
+                       check=True, stdout=subprocess.DEVNULL)
+
+    def files(self):
+        """What there is, by path: owner, mode and, but for folders, size and time."""
+        listing = run(*AS_ROOT, "find", self.folder, "-xdev", "-mindepth", "1",
+                      "(", "-type", "d", "-printf", r"%P\t%M %U %G\n", ")",
+                      "-o", "-printf", r"%P\t%M %U %G %s %T@ %l\n")
+        return dict(line.split("\t") for line in listing.splitlines())
+
+
+def release_and_mirror():
+    """What this machine is, and where it has it from."""
+    system = dict(line.split("=", 1) for line in
+                  pathlib.Path("/etc/os-release").read_text().splitlines() if "=" in line)
+    release = system["VERSION_CODENAME"]
+    sources = run("apt-get", "indextargets", "--format", "$(RELEASE) $(COMPONENT) $(REPO_URI)",
+                  "Identifier: Packages").splitlines()
+    return release, next(source.split()[2] for source in sources
+                         if source.startswith(f"{release} main "))
+
+
+@pytest.fixture(scope="module")
+def base(packages):
+    """A small Debian with lighttpd, and with the archives of what the packages depend on."""
+    release, mirror = release_and_mirror()
+    folder = ROOTS / release
+    if not folder.exists():
+        unfinished = ROOTS / "unfinished"
+        run(*AS_ROOT, "rm", "-rf", unfinished)
+        unfinished.parent.mkdir(parents=True, exist_ok=True)
+        run(*AS_ROOT, "debootstrap", "--variant=minbase",
+            *["--include=ca-certificates"] * mirror.startswith("https"),
+            release, unfinished, mirror)
+        debian = Debian(unfinished)
+        # Nothing is started when it is installed.
+        debian.append("usr/sbin/policy-rc.d", "#!/bin/sh\nexit 101\n")
+        debian.run("chmod", "755", "/usr/sbin/policy-rc.d")
+        debian.run("apt-get", "-y", "-q", "--no-install-recommends", "install", "lighttpd")
+        debian.install(packages, "--download-only")
+        run(*AS_ROOT, "mv", unfinished, folder)
+    return Debian(folder)
+
+
+@pytest.fixture(scope="module")
+def device(base, packages):
+    """A Debian of this run's own with the packages, whose pages lighttpd is told to serve."""
+    folder = ROOTS / "device"
+    run(*AS_ROOT, "rm", "-rf", folder)
+    run(*AS_ROOT, "cp", "-a", "--reflink=auto", base.folder, folder)
+    debian = Debian(folder)
+    debian.install(packages)
+    debian.run("lighty-enable-mod", "fcgiserver-phone")
+    yield debian
+    run(*AS_ROOT, "rm", "-rf", folder)
+
+
+@contextlib.contextmanager
+def running(log, *command):
+    """A program that is ended at the end."""
+    with log.open("w") as output:
+        process = subprocess.Popen([*AS_ROOT, *map(str, command)], stdout=output,
+                                   stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
+    try:
+        yield process
+    finally:
+        subprocess.run([*AS_ROOT, "kill", str(process.pid)], check=False)
+        process.wait(PATIENCE)
+
+
+def wait_until(condition, process, log):
+    deadline = time.monotonic() + PATIENCE
+    while not condition():
+        assert process.poll() is None and time.monotonic() < deadline, log.read_text()
+        time.sleep(0.05)
+
+
+def free_port():
+    with socket.socket() as taken:
+        taken.bind(("127.0.0.1", 0))
+        return taken.getsockname()[1]
+
+
+def is_listening(port):
+    with socket.socket() as probe:
+        return probe.connect_ex(("127.0.0.1", port)) == 0
+
+
+class Phone:
+    """The pages, as a browser gets them."""
+
+    def __init__(self, port, folder):
+        self.address = f"http://127.0.0.1:{port}"
+        self.cookies = folder / "cookies"
+
+    def get(self, path, *options):
+        """The status and the body."""
+        printed = run("curl", "--silent", "--show-error", "--max-time", PATIENCE, "--location",
+                      "--cookie", self.cookies, "--cookie-jar", self.cookies,
+                      "--write-out", r"\n%{http_code}", *options, self.address + path)
+        body, _, status = printed.rpartition("\n")
+        return int(status), body
+
+    def sign_in(self):
+        return self.get("/servlet?p=login&q=login", "--data", "user=admin&password=admin")
+
+
+@contextlib.contextmanager
+def serving(device, folder):
+    """The daemon, started as its unit says, behind Debian's lighttpd. Its system calls go to the
+    file "calls" in `folder`."""
+    port = free_port()
+    device.run("rm", "-f", SOCKET, FRONT)
+    device.append(FRONT.lstrip("/"),
+                  f'include "/etc/lighttpd/lighttpd.conf"\nserver.port := {port}\n')
+    daemon_log, front_log = folder / "daemon.log", folder / "lighttpd.log"
+    with contextlib.ExitStack() as started:
+        daemon = started.enter_context(running(
+            daemon_log, "strace", "-D", "-f", "-qq", "-o", folder / "calls",
+            sys.executable, "-I", HERE / "supervise.py", device.folder))
+        wait_until((device.folder / SOCKET.lstrip("/")).exists, daemon, daemon_log)
+        front = started.enter_context(running(
+            front_log, "chroot", device.folder, "lighttpd", "-D", "-f", FRONT))
+        wait_until(lambda: is_listening(port), front, front_log)
+        yield Phone(port, folder)
+    assert daemon.returncode == 0, daemon_log.read_text()
+    device.run("rm", "-f", FRONT, SOCKET, "/run/lighttpd.pid")
+
+
+def test_lintian_finds_nothing(packages):
+    assert run("lintian", "--allow-root", "--fail-on", "error,warning", *packages) == ""
+
+
+def test_systemd_understands_the_units_and_leaves_little_to_the_daemon(packages, tmp_path):
+    run("dpkg-deb", "-x", packages[0], tmp_path)
+    units = tmp_path / UNITS
+    for target in pathlib.Path("/", UNITS).glob("*.target"):
+        shutil.copy(target, units)
+    assert run("systemd-analyze", "verify", "--man=no", "--root", tmp_path,
+               *[f"/{UNITS}/{name}" for name in ("fcgi_host.service", "fcgi_host.socket")]) == ""
+    # In tenths of what it prints, from 0 to 10.
+    run("systemd-analyze", "security", "--offline=true", "--threshold=10",
+        units / "fcgi_host.service")
+
+
+def test_a_project_is_built_with_what_the_development_package_brings(packages, tmp_path):
+    for package in packages[:2]:
+        run("dpkg-deb", "-x", package, tmp_path / "root")
+    usr = tmp_path / "root/usr"
+    run("cmake", "-S", HERE / "consumer", "-B", tmp_path / "build", "-G", "Ninja",
+        f"-DCMAKE_PREFIX_PATH={usr}")
+    run("cmake", "--build", tmp_path / "build", "--target", "pages", "own_host")
+    libraries, = usr.glob("lib/*/libfcgiServer.so")
+    printed = run(tmp_path / "build/own_host",
+                  env=dict(os.environ, LD_LIBRARY_PATH=str(libraries.parent)))
+    assert printed.endswith("0 sessions\n")
+
+
+def allowed_calls(service):
+    """The names that the unit's filters leave."""
+    def names(filters):
+        for name in filters:
+            if name.startswith("@"):
+                lines = run("systemd-analyze", "syscall-filter", name).splitlines()[1:]
+                yield from names([line.strip() for line in lines if line.strip()[:1] != "#"])
+            else:
+                yield name
+    allowed = set()
+    for filters in re.findall("^SystemCallFilter=(.*)$", service, re.MULTILINE):
+        if filters.startswith("~"):
+            allowed -= set(names(filters[1:].split()))
+        else:
+            allowed |= set(names(filters.split()))
+    return allowed
+
+
+@needs_root
+def test_the_pages_are_served_by_a_daemon_that_does_what_its_unit_allows(device, tmp_path):
+    with serving(device, tmp_path) as phone:
+        status, page = phone.get("/")
+        assert status == 200 and "<title>Sign in" in page
+        assert phone.get("/style.css")[0] == 200
+        assert phone.get("/WEB-INFO/servlet/servlet.xml")[0] == 403
+        status, page = phone.sign_in()
+        assert status == 200 and "<h1>Status</h1>" in page
+    assert run(*AS_ROOT, "find", device.folder / "phone/data", "-printf", "%P %M\n").splitlines() \
+        == [" drwxr-x---", "state.xml -rw-------"]
+
+    # From the daemon's own first one on.
+    calls = run(*AS_ROOT, "cat", tmp_path / "calls").partition("execve(\"/usr/sbin/fcgi_host\"")[2]
+    made = set(re.findall(r"^\d+ +(?:<\.\.\. )?([a-z0-9_]+)\(", calls, re.MULTILINE))
+    service = (device.folder / UNITS / "fcgi_host.service").read_text()
+    assert {"accept", "mmap", "openat", "rename"} <= made
+    assert made - allowed_calls(service) == set()
+    # MemoryDenyWriteExecute, RestrictAddressFamilies
+    assert not re.search("PROT_WRITE.PROT_EXEC", calls)
+    families = set(re.findall(r"\bsocket\((AF_[A-Z]+)", calls))
+    assert families and families <= set(re.search("^RestrictAddressFamilies=(.*)$", service, re.M)[1].split())
+
+
+@needs_root
+def test_an_upgrade_leaves_what_an_administrator_has_edited(device, newer_packages, tmp_path):
+    edited = ["etc/fcgiserver/servlet.xml", "etc/lighttpd/conf-available/50-fcgiserver-phone.conf"]
+    comments = {"xml": "<!-- edited -->\n", "conf": "# edited\n"}
+    for path in edited:
+        device.append(path, comments[path.rpartition(".")[2]])
+    device.install(newer_packages)
+    versions = device.run("dpkg-query", "-W", "-f", "${Version}\n", *NAMES).split()
+    assert versions == ["1.0.0-2"] * len(NAMES)
+    for path in edited:
+        assert "edited" in (device.folder / path).read_text(), path
+    with serving(device, tmp_path) as phone:
+        assert phone.sign_in()[0] == 200
+
+
+# What the package system and the linker write for themselves, and those the system's accounts.
+NOT_THE_PACKAGES = re.compile(
+    r"var/lib/dpkg/(status|available|diversions|statoverride|lock|triggers/|info/)|"
+    r"var/lib/apt/(extended_states|lists/)|var/cache/(apt|ldconfig|debconf)/|"
+    r"var/log/(apt/|dpkg\.log|alternatives\.log|lighttpd)|"
+    r"etc/ld\.so\.cache|run/adduser|"
+    r"etc/(passwd|group|shadow|gshadow|subuid|subgid)-?$")
+
+
+@needs_root
+def test_nothing_is_left_after_a_purge_but_the_daemons_user(base, device):
+    device.run("apt-get", "-y", "-q", "--autoremove", "purge", *NAMES)
+    before, after = base.files(), device.files()
+    changed = {path for path in before.keys() | after.keys()
+               if before.get(path) != after.get(path) and not NOT_THE_PACKAGES.match(path)}
+    assert changed == set()
+
+    def accounts(debian):
+        return set((debian.folder / "etc/passwd").read_text().splitlines())
+    added, = accounts(device) - accounts(base)
+    assert added.startswith("_fcgihost:") and added.endswith(":/nonexistent:/usr/sbin/nologin")
