@@ -1,7 +1,19 @@
 # Gives the installed files the form that Debian wants, before cpack makes packages of them.
 
-# dpkg-shlibdeps looks for the libraries of this processor, not of the one that it runs on.
-set(ENV{DEB_HOST_ARCH} ${CPACK_DEBIAN_PACKAGE_ARCHITECTURE})
+# The package system does not know the libraries of another processor. dpkg-shlibdeps is to look for
+# that one's, and to take them for parts of the packages that they are in for this machine's.
+execute_process(COMMAND dpkg --print-architecture
+    OUTPUT_VARIABLE machine OUTPUT_STRIP_TRAILING_WHITESPACE)
+if(NOT machine STREQUAL CPACK_DEBIAN_PACKAGE_ARCHITECTURE)
+    set(ENV{DEB_HOST_ARCH} ${CPACK_DEBIAN_PACKAGE_ARCHITECTURE})
+    file(GLOB known /var/lib/dpkg/info/*:${machine}.shlibs)
+    foreach(component runtime phone)
+        file(MAKE_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY}/${component}/debian)
+        execute_process(COMMAND cat ${known}
+            OUTPUT_FILE ${CPACK_TEMPORARY_DIRECTORY}/${component}/debian/shlibs.local
+            COMMAND_ERROR_IS_FATAL ANY)
+    endforeach()
+endif()
 
 # No names or times of the build in the compressed files.
 file(GLOB texts
