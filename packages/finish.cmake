@@ -9,7 +9,11 @@ if(NOT machine STREQUAL CPACK_DEBIAN_PACKAGE_ARCHITECTURE)
     file(GLOB known /var/lib/dpkg/info/*:${machine}.shlibs)
     foreach(component runtime phone)
         file(MAKE_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY}/${component}/debian)
-        execute_process(COMMAND cat ${known}
+        # The loader, which is libc6's, has another name for each processor.
+        execute_process(
+            COMMAND sed
+                "/^ld-linux-/{p; s/^[^ ]* [^ ]*/ld-linux-armhf 3/p; s/^[^ ]* [^ ]*/ld-linux-aarch64 1/}"
+                ${known}
             OUTPUT_FILE ${CPACK_TEMPORARY_DIRECTORY}/${component}/debian/shlibs.local
             COMMAND_ERROR_IS_FATAL ANY)
     endforeach()
