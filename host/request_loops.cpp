@@ -20,16 +20,32 @@ void RequestLoops::start(int count) {
     const std::lock_guard lock(m_mutex);
     try {
         for (; m_running < count; ++m_running)
-            m_threads.emplace_back([this] { loop(); });
+            startOne();
     } catch (const std::system_error&) {
         if (m_running == 0)
             throw;
     }
 }
 
+void RequestLoops::startOne() {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, kStackBytes);
+    const auto run = [](void* loops) -> void* {
+        static_cast<RequestLoops*>(loops)->loop();
+        return nullptr;
+    };
+    pthread_t thread{};
+    const int failure = pthread_create(&thread, &attributes, run, this);
+    pthread_attr_destroy(&attributes);
+    if (failure != 0)
+        throw std::system_error(failure, std::generic_category());
+    m_threads.push_back(thread);
+}
+
 RequestLoops::~RequestLoops() {
-    for (std::thread& thread : m_threads)
-        thread.join();
+    for (const pthread_t thread : m_threads)
+        pthread_join(thread, nullptr);
 }
 
 void RequestLoops::loop() {
@@ -60,6 +76,6 @@ void RequestLoops::interrupt() const {
     action.sa_handler = [](int) {};
     action.sa_flags = SA_RESTART; // the FastCGI kit takes an interrupted read for a failure
     sigaction(kInterruptSignal, &action, nullptr);
-    for (const std::thread& thread : m_threads)
-        pthread_kill(const_cast<std::thread&>(thread).native_handle(), kInterruptSignal);
+    for (const pthread_t thread : m_threads)
+        pthread_kill(thread, kInterruptSignal);
 }

@@ -2,15 +2,23 @@
 #ifndef REQUEST_LOOPS_H
 #define REQUEST_LOOPS_H
 
+#include <pthread.h>
+
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <functional>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 class RequestLoops {
 public:
+    // The stack of each loop, which is address space until it is used. Unless told, the system sets
+    // 8 MiB aside for each, which is much on a 32-bit device that counts what it promises.
+    // docs/footprint.md shows what requests have used at most; the rest is for the buffers of
+    // pages.
+    static constexpr std::size_t kStackBytes = 256 * 1024;
+
     // `serve` accepts and serves requests until accepting fails; it runs on every thread. A
     // failure that comes while the loops should go on (the process has no descriptor left, say)
     // is survived: after a second the thread calls it again.
@@ -34,10 +42,11 @@ public:
 
 private:
     void start(int count);
+    void startOne();
     void loop();
 
     std::function<void()> m_serve;
-    std::vector<std::thread> m_threads;
+    std::vector<pthread_t> m_threads;
 
     std::mutex m_mutex; // guards what follows
     std::condition_variable m_changed;

@@ -1,10 +1,12 @@
 #include "request_loops.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <future>
+#include <thread>
 
 namespace {
 
@@ -29,6 +31,23 @@ TEST(RequestLoops, ServeOnAsManyThreadsAsAskedFor) {
     EXPECT_FALSE(loops.waitForEnd(0ms)) << "they still serve";
     end.set_value();
     EXPECT_TRUE(loops.waitForEnd(10s));
+}
+
+std::size_t ownStackBytes() {
+    pthread_attr_t attributes;
+    pthread_getattr_np(pthread_self(), &attributes);
+    std::size_t bytes = 0;
+    pthread_attr_getstacksize(&attributes, &bytes);
+    pthread_attr_destroy(&attributes);
+    return bytes;
+}
+
+TEST(RequestLoops, HaveStacksOfTheSizeThatIsPromised) {
+    std::atomic<std::size_t> bytes{0};
+    RequestLoops loops([&] { bytes = ownStackBytes(); }, 1);
+    loops.stop();
+    ASSERT_TRUE(loops.waitForEnd(10s));
+    EXPECT_EQ(bytes, RequestLoops::kStackBytes);
 }
 
 TEST(RequestLoops, AcceptAgainASecondAfterAFailure) {
