@@ -19,6 +19,15 @@ int secondsNow() {
     return static_cast<int>(times(nullptr) / kTicksPerSecond);
 }
 
+// Since the clock showed `stamp`, less the offset that stamps have. A clock_t of 32 bits starts
+// again from below after 248 days; what looks like half a round back then was a little forward.
+int secondsSince(int stamp) {
+    constexpr int kRound = 42949673; // 2^32 ticks
+    const int passed = (TIME_OFFSET - stamp) + secondsNow();
+    const bool hasStartedAgain = sizeof(clock_t) == 4 && passed < -kRound / 2;
+    return hasStartedAgain ? passed + kRound : passed;
+}
+
 unsigned int addressBits(const void* address) {
     return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(address));
 }
@@ -120,7 +129,7 @@ int HttpSessionImpl::getMaxInactiveInterval() {
 bool HttpSessionImpl::isValidate() {
     if (!load(m_bValid))
         return false;
-    return load(m_maxInactiveInterval) > (TIME_OFFSET - load(m_lastAccessedTime)) + secondsNow();
+    return load(m_maxInactiveInterval) > secondsSince(load(m_lastAccessedTime));
 }
 
 void HttpSessionImpl::update() {

@@ -237,6 +237,20 @@ TEST_F(SessionTimes, KeepASessionValidWhenTheClockGoesBack) {
     EXPECT_TRUE(m_session->isValidate());
 }
 
+#if LONG_MAX == INT_MAX
+TEST_F(SessionTimes, GoOnWhereAClockOf32BitsStartsAgain) {
+    test_clock::setTicks(LONG_MAX - 50 * 100);
+    m_session->update();
+    test_clock::advanceSeconds(178);
+    ASSERT_LT(test_clock::seconds(), 0);
+    EXPECT_TRUE(m_session->isValidate());
+    test_clock::advanceSeconds(3); // a round has not a whole number of seconds
+    EXPECT_FALSE(m_session->isValidate());
+    m_session->update();
+    EXPECT_TRUE(m_session->isValidate());
+}
+#endif
+
 TEST_F(SessionTimes, DoNotReviveAnInvalidatedSession) {
     m_session->invalidate();
     EXPECT_FALSE(m_session->isValidate());

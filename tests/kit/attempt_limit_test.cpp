@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <climits>
 #include <string>
 #include <thread>
 #include <vector>
@@ -36,6 +37,20 @@ TEST(AttemptLimit, DoublesTheWaitUpToALimit) {
     }
     EXPECT_EQ(expected, AttemptLimit::kLongestWait);
 }
+
+#if LONG_MAX == INT_MAX
+TEST(AttemptLimit, DoesNotWaitLongerWhereAClockOf32BitsStartsAgain) {
+    kit::testing::test_clock::setTicks(LONG_MAX - 100);
+    AttemptLimit limit;
+    for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
+        limit.begin("192.0.2.1");
+    }
+    advanceSeconds(AttemptLimit::kFirstWait + 1);
+    ASSERT_LT(kit::testing::test_clock::seconds(), 0);
+    EXPECT_EQ(limit.begin("192.0.2.1"), 0);
+    kit::testing::test_clock::setTicks(100000);
+}
+#endif
 
 TEST(AttemptLimit, ForgetsAfterASuccess) {
     AttemptLimit limit;
