@@ -54,7 +54,7 @@ std::string fuzz::js(const std::string& text) {
         if (three == "\xe2\x80\xa8" || three == "\xe2\x80\xa9") {
             result += three.back() == '\xa8' ? "\\u2028" : "\\u2029";
             at += 2;
-        } else if ((byte >= 0 && byte < ' ') || isIn(byte, "\\'\"`$<>&/\x7f")) {
+        } else if (static_cast<unsigned char>(byte) < ' ' || isIn(byte, "\\'\"`$<>&/\x7f")) {
             result += hex("\\u00%02X", byte);
         } else {
             result += byte;

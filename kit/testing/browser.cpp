@@ -18,13 +18,16 @@ std::optional<bool> isAgeOver(const std::string& maxAge) {
 }
 
 // Dates in the two forms in which servers write them; any other is none.
-bool isPast(const std::string& date) {
+bool isPast(const std::string& text) {
     for (const char* form : {"%a, %d %b %Y %H:%M:%S", "%a, %d-%b-%Y %H:%M:%S"}) {
         std::tm time{};
-        std::istringstream text(date);
-        text.imbue(std::locale::classic());
-        if (text >> std::get_time(&time, form))
-            return ::timegm(&time) <= std::time(nullptr);
+        std::istringstream stream(text);
+        stream.imbue(std::locale::classic());
+        if (!(stream >> std::get_time(&time, form)))
+            continue;
+        const std::time_t date = ::timegm(&time);
+        const bool isTooFar = date == -1 && time.tm_year > 70; // for a time_t of 32 bits
+        return !isTooFar && date <= std::time(nullptr);
     }
     return false;
 }

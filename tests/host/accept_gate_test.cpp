@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <mutex>
+#include <thread>
 
 namespace {
 
