@@ -52,9 +52,10 @@ bool container_compare(const TYPE* pElement1, const ARG_TYPE* pElement2) {
 template <class KEY>
 struct INT_HASH;
 
-// Bytes from the first zero byte on take no part in the hash, though they do in the comparison.
+// The hash of a text.
 template <>
 struct INT_HASH<std::string> {
+    // Bytes from the first zero byte on take no part in the hash, though they do in the comparison.
     std::uint32_t operator()(std::string_view key) const {
         std::uint32_t hash = 0;
         for (const char byte : key) {
@@ -79,11 +80,12 @@ struct INT_HASH<std::string> {
 template <class KEY, class VALUE, class FUN>
 class QKHashMap {
 public:
+    // A node: one entry, or a free one.
     struct TAssoc {
         TAssoc* pNext;         // next in its bucket, or next free node
         std::uint32_t nBucket; // its bucket, by which an iteration finds the following one
-        KEY key;
-        VALUE value;
+        KEY key;               // of a free node: none
+        VALUE value;           // as the key
     };
 
     bool m_bMultiValue = false;
@@ -212,6 +214,7 @@ public:
             clear();
     }
 
+    // Asserts what is always so between two operations.
     void assertValid() const {
         QK_HASH_MAP_ASSERT(m_nHashTableSize > 0);
         QK_HASH_MAP_ASSERT(m_nCount == 0 || m_pHashTable != __null);

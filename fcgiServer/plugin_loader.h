@@ -20,6 +20,7 @@
 //   Threads   one, at start-up and shut-down; in between its members are only read.
 class PluginLoader {
 public:
+    // Creation functions by servlet id, and those of listeners in document order.
     using ServletConfig = QKHashMap<std::string, std::string, INT_HASH<std::string>>;
     using ListenerConfig = std::list<std::string>;
 

@@ -40,12 +40,13 @@ public:
     virtual int getContentLength() = 0;
     // SERVER_PROTOCOL
     virtual char* getProtocal() = 0;
-    // REFFERER, USER_AGENT, CONTEXT_PATH: null unless the front server is told to send variables
-    // of exactly these names.
+    // REFFERER, USER_AGENT: null unless the front server is told to send variables of exactly
+    // these names.
     virtual char* getRefferer() = 0;
     virtual char* getUserAgent() = 0;
     // REQUEST_METHOD
     virtual char* getMethod() = 0;
+    // CONTEXT_PATH, as getRefferer().
     virtual char* getContextPath() = 0;
     // SCRIPT_NAME
     virtual char* getServletPath() = 0;

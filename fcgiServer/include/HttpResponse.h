@@ -20,6 +20,7 @@ public:
     // Appends to the header's value, without any separator, or sets it. A null argument is logged
     // and does nothing.
     virtual void addHeader(const char* name, const char* value) = 0;
+    // Whether the header is set; false for null.
     virtual bool containsHeader(const char* name) = 0;
 
     // `url` escaped for use in a URL, with "/", "=", "?" and "&" left as they are. The caller
@@ -53,6 +54,7 @@ public:
     // TMPL_add_var gives back to setTemplate() again.
     virtual TMPL_varlist* getMainVarList() = 0;
 
+    // Whether the headers have been written, so that none can be set any more.
     virtual bool isHeaderCommited() = 0;
 
     // The device type that the template's "devtype" shows, at most 31 characters; call it before

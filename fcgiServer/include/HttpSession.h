@@ -26,6 +26,7 @@ public:
 
     // Forgets `name`; a null, empty or unknown name does nothing.
     virtual void removeAttribute(const char* name) = 0;
+    // Whether anything is stored under `name`.
     virtual bool existAttribute(const char* name) = 0;
 
     // Ends the session: all attributes are forgotten, and later ones are not stored. The client's

@@ -20,6 +20,7 @@ extern "C" {
 struct FCGX_Stream; // the FastCGI kit's stream, from <fcgiapp.h>
 typedef struct FCGX_Stream FCGX_Stream;
 
+// A list of names and values, whose inside is the library's own.
 typedef struct CGI_varlist CGI_varlist;
 
 // Adds the cookies of one Cookie header (RFC 6265, section 5.4). Pairs end at ";"; blanks around
@@ -43,6 +44,7 @@ char* CGI_lookup(CGI_varlist* list, const char* name);
 // texts belong to the list and live as long as it does.
 char** CGI_lookup_all(CGI_varlist* list, const char* name);
 
+// Frees the list, and with it every text that it has given. Null does nothing.
 void CGI_free_varlist(CGI_varlist* list);
 
 // `text` with every byte but letters, digits, "-", "_", ".", "~" and the characters of `keep`

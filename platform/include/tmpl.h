@@ -28,6 +28,8 @@ extern "C" {
 struct FCGX_Stream; // the FastCGI kit's stream, from <fcgiapp.h>
 typedef struct FCGX_Stream FCGX_Stream;
 
+// Variables and loops by name, the rows of one loop, and formats by name; what is inside of them
+// is the library's own.
 typedef struct TMPL_varlist TMPL_varlist;
 typedef struct TMPL_loop TMPL_loop;
 typedef struct TMPL_fmtlist TMPL_fmtlist;
@@ -57,6 +59,7 @@ TMPL_fmtlist* TMPL_add_format(TMPL_fmtlist* list, const char* name, TMPL_format 
 
 // Frees the list, its loops and their rows. Null does nothing.
 void TMPL_free_varlist(TMPL_varlist* list);
+// Frees the list. Null does nothing.
 void TMPL_free_fmtlist(TMPL_fmtlist* list);
 
 // Renders the file `name`, or `text` when that is not null (`name` then only names it in

@@ -19,9 +19,9 @@ namespace kit {
 // the others to itself (RFC 4291, section 2.5.4). Any thread, at any time.
 class AttemptLimit {
 public:
-    static constexpr int kFreeAttempts = 3;
-    static constexpr long kFirstWait = 2; // seconds
-    static constexpr long kLongestWait = 300;
+    static constexpr int kFreeAttempts = 3;   // the last of them brings the first wait
+    static constexpr long kFirstWait = 2;     // seconds
+    static constexpr long kLongestWait = 300; // seconds
     // When there are more, the one whose wait ends first is forgotten.
     static constexpr std::size_t kMaxAddresses = 256;
 
@@ -47,6 +47,7 @@ public:
         m_clients.erase(clientOf(address));
     }
 
+    // The addresses that are remembered.
     std::size_t size() const {
         std::lock_guard<std::mutex> guard(m_lock);
         return m_clients.size();

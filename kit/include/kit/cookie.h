@@ -10,15 +10,16 @@ namespace kit {
 
 // RFC 6265, section 4.1, and SameSite as browsers know it.
 struct Cookie {
+    // Of the requests that other sites cause, none brings the cookie, or those of links alone.
     enum class SameSite { strict, lax };
 
-    std::string name;
-    std::string value;
-    std::string path = "/";
-    std::optional<long> maxAge{}; // seconds; 0 deletes it; without, it ends with the browser
-    bool httpOnly = true;         // no script sees it
-    bool secure = false;          // sent over HTTPS only
-    SameSite sameSite = SameSite::lax;
+    std::string name;                  // a token, as the name of a header is
+    std::string value;                 // no blank, quote, comma, semicolon or backslash
+    std::string path = "/";            // the addresses below it get the cookie
+    std::optional<long> maxAge{};      // seconds; 0 deletes it; without, it ends with the browser
+    bool httpOnly = true;              // no script sees it
+    bool secure = false;               // sent over HTTPS only
+    SameSite sameSite = SameSite::lax; // what of other sites' requests brings it
 };
 
 namespace internal {

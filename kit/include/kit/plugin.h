@@ -177,6 +177,7 @@ inline HttpListener* newListener(std::unique_ptr<Listener> listener) {
             [] { return kit::newServlet(std::unique_ptr<kit::Page>(new __VA_ARGS__)); });          \
     }
 
+// The same for a listener.
 #define KIT_LISTENER(function, ...)                                                                \
     extern "C" __attribute__((visibility("default"))) HttpListener* function() {                   \
         return kit::internal::orNull(                                                              \

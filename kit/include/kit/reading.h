@@ -13,6 +13,7 @@
 
 namespace kit {
 
+// What was wrong with a text.
 enum class Problem {
     none,
     missing,       // absent, or empty where that is no value
@@ -54,13 +55,17 @@ inline const char* describe(Problem problem) {
 template <typename T>
 class Reading {
 public:
+    // A reading that went well, and one that did not; functions return either as it is.
     Reading(T value) : m_value(std::move(value)) {}
     Reading(Problem problem) : m_problem(problem) {}
 
+    // Whether there is a value.
     explicit operator bool() const { return m_value.has_value(); }
     // Only where there is one.
     const T& operator*() const { return *m_value; }
+    // The value, or `fallback` where there is none.
     T valueOr(T fallback) const { return m_value.value_or(std::move(fallback)); }
+    // Problem::none where there is one.
     Problem problem() const { return m_problem; }
 
 private:

@@ -18,6 +18,7 @@ namespace kit {
 // Wraps the container's request for one call. All texts live until the request is served.
 class Request {
 public:
+    // `raw` must outlive it.
     explicit Request(HttpRequest& raw) : m_raw(raw) {}
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
@@ -30,6 +31,7 @@ public:
     std::optional<std::string_view> parameter(const char* name) {
         return view(m_raw.getParameter(name));
     }
+    // All its values; none when it is absent.
     std::vector<std::string_view> parameters(const char* name) {
         std::vector<std::string_view> values;
         for (char** value = m_raw.getParameterValues(name); value && *value; ++value) {

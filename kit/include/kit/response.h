@@ -19,6 +19,7 @@ namespace kit {
 //   Errors   an operation that refuses what it is given logs it, gives false, and changes nothing.
 class Response {
 public:
+    // Both must outlive it; `request` is the one that is answered.
     Response(HttpResponse& raw, Request& request) : m_raw(raw), m_request(request) {}
     Response(const Response&) = delete;
     Response& operator=(const Response&) = delete;

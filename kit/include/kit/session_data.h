@@ -60,14 +60,17 @@ public:
     }
 
 protected:
+    // What a table holds for one session; the table of a type knows which.
     using Data = std::shared_ptr<void>;
 
+    // One session's.
     struct Entry {
-        Data data;
+        Data data;         // null: none yet
         long interval = 0; // seconds
         long deadline = 0; // the session's end is not after this second of the clock
     };
 
+    // `attribute` is the name under which sessions point to what they have here.
     explicit SessionTable(std::string attribute) : m_attribute(std::move(attribute)) {
         std::lock_guard<std::mutex> guard(registry().lock);
         registry().tables.push_back(this);
@@ -79,6 +82,7 @@ protected:
         tables.erase(std::remove(tables.begin(), tables.end(), this), tables.end());
     }
 
+    // What the session has, or null.
     Data find(HttpSession& session) const {
         std::lock_guard<std::mutex> guard(m_lock);
         const auto found = m_entries.find(session.getId());
@@ -99,6 +103,7 @@ protected:
         return entry.data;
     }
 
+    // The session has nothing from now on.
     void eraseSession(HttpSession& session) {
         Entry erased;
         std::lock_guard<std::mutex> guard(m_lock);
@@ -110,6 +115,7 @@ protected:
         session.removeAttribute(m_attribute.c_str());
     }
 
+    // Every session's, in no order.
     std::vector<Data> everyData() const {
         std::vector<Data> all;
         std::lock_guard<std::mutex> guard(m_lock);
@@ -215,6 +221,7 @@ public:
         return std::static_pointer_cast<T>(findOrPut(session, std::move(data)));
     }
 
+    // Takes the session's T away.
     void erase(HttpSession& session) { eraseSession(session); }
 
     // Every session's, in no order.

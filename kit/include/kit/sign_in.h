@@ -19,10 +19,10 @@ namespace kit {
 // One sign-in; it does not change. The token stands in every form of its pages, and a request that
 // changes something must bring it, so that another site's page cannot make a browser send one.
 struct SignIn {
-    std::string user;
-    std::string token;
-    std::string address;
-    std::time_t since;
+    std::string user;    // as start() was told
+    std::string token;   // of randomToken()
+    std::string address; // the client's, at that time
+    std::time_t since;   // when that was
 };
 
 // The sign-ins, one for each session at most. What a password is, the plug-in knows:
@@ -32,7 +32,8 @@ struct SignIn {
 //     else if (!signIns.start(request, response, user))     { … tell that it cannot be … }
 //     else response.seeOther("/servlet?p=status");
 //
-//   Lifetime  as long as the plug-in library.   Threads  any, at any time.
+//   Lifetime  as long as the plug-in library.
+//   Threads   any, at any time.
 class SignIns {
 public:
     // `attribute` is the name under which sessions show their SignIn.

@@ -38,6 +38,7 @@ inline std::size_t utf8Length(std::string_view text) {
     return overlong || surrogate || beyondUnicode ? 0 : length;
 }
 
+// Whether all of `text` is well-formed UTF-8, as an empty one is.
 inline bool isUtf8(std::string_view text) {
     while (!text.empty()) {
         const std::size_t length = utf8Length(text);

@@ -13,10 +13,12 @@ namespace kit::testing {
 // A body as the kit delivers it: `body` in pieces of at most `pieceSize` bytes.
 class MemoryInput {
 public:
+    // In pieces of one byte at least.
     explicit MemoryInput(std::string body, std::size_t pieceSize = 8192);
     MemoryInput(const MemoryInput&) = delete;
     MemoryInput& operator=(const MemoryInput&) = delete;
 
+    // Lives as long as this object.
     FCGX_Stream* stream() { return &m_stream; }
     // What nobody has read yet.
     std::string unread() const;
@@ -37,6 +39,7 @@ public:
     MemoryOutput(const MemoryOutput&) = delete;
     MemoryOutput& operator=(const MemoryOutput&) = delete;
 
+    // Lives as long as this object.
     FCGX_Stream* stream() { return &m_stream; }
     // Everything written so far, flushed or not.
     std::string text() const;
@@ -56,11 +59,13 @@ private:
 // One FastCGI request made by hand. Variables are given as "NAME=value".
 class MemoryRequest {
 public:
+    // The environment, the body, and how it arrives; see MemoryInput.
     explicit MemoryRequest(std::vector<std::string> environment, std::string body = "",
                            std::size_t pieceSize = 8192);
     MemoryRequest(const MemoryRequest&) = delete;
     MemoryRequest& operator=(const MemoryRequest&) = delete;
 
+    // The request, its body and its answer; all live as long as this object.
     FCGX_Request* get() { return &m_request; }
     MemoryInput& in() { return m_in; }
     MemoryOutput& out() { return m_out; }

@@ -25,10 +25,11 @@ using Fields = std::vector<std::pair<std::string, std::string>>;
 
 // One part of a multipart form.
 struct Part {
-    std::string name;
-    std::string content;
+    std::string name;                    // the field's
+    std::string content;                 // not encoded
     std::optional<std::string> fileName; // none: a text field
 };
+// A text field, and a file.
 Part field(std::string name, std::string text);
 Part file(std::string name, std::string fileName, std::string content);
 
@@ -80,6 +81,7 @@ private:
     std::size_t m_delivered = std::string::npos;
 };
 
+// A request of that method for `uri`.
 Request get(const std::string& uri);
 Request post(const std::string& uri);
 

@@ -10,16 +10,19 @@ namespace kit::testing {
 
 // A name and its value. Header and attribute names are looked up in any case.
 struct NamedValue {
+    // Without blanks around them.
     std::string name;
     std::string value;
 };
 
 // A cookie as it was set, read as browsers do (RFC 6265, section 5.2).
 struct Cookie {
+    // Without blanks around them.
     std::string name;
     std::string value;
     std::vector<NamedValue> attributes; // "Max-Age=0" and "HttpOnly", the latter without a value
 
+    // The value of the first attribute of this name.
     std::optional<std::string> attribute(const std::string& name) const;
 };
 
@@ -32,7 +35,7 @@ struct Response {
 
     int status;                      // of the header Status; else 302 with a Location, or 200
     std::vector<NamedValue> headers; // as they were written, in their order
-    std::string body;
+    std::string body;                // all that follows the empty line
     bool passed = true; // false when the listener of a ListenerRunner ended the request
 
     // The first header of this name.

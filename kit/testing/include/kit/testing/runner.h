@@ -30,6 +30,7 @@ public:
     Runner(const Runner&) = delete;
     Runner& operator=(const Runner&) = delete;
 
+    // What a client would get for the request.
     virtual Response serve(const Request& request) = 0;
 
     // What the host's timer does: ends the sessions that have been idle for too long.
@@ -38,6 +39,7 @@ public:
     int sessionCount();
 
 protected:
+    // Where the sessions are.
     virtual SessionFactory& sessions() = 0;
 };
 
@@ -68,6 +70,7 @@ private:
 // servlet behind it added nothing.
 class ListenerRunner : public Runner {
 public:
+    // Calls init().
     explicit ListenerRunner(HttpListener& listener);
     ~ListenerRunner() override;
 

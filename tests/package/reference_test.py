@@ -1,0 +1,94 @@
+"""scripts/reference: what the headers promise can be read there, and nothing is without a promise."""
+
+import html
+import pathlib
+import re
+import shutil
+import subprocess
+
+import pytest
+
+SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
+
+
+@pytest.fixture(scope="module")
+def sources(tmp_path_factory):
+    """This project as somebody has got it."""
+    return pathlib.Path(shutil.copytree(
+        SOURCE, tmp_path_factory.mktemp("somewhere") / "fcgiServer",
+        ignore=shutil.ignore_patterns("build", ".git", "node_modules", "__pycache__")))
+
+
+def make_reference(folder):
+    return subprocess.run([folder / "scripts/reference"], text=True, check=False,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+
+
+@pytest.fixture(scope="module")
+def reference(sources):
+    made = make_reference(sources)
+    assert (made.returncode, made.stdout) == (0, "")
+    return sources / "build/reference/html"
+
+
+def squeezed(text):
+    return "".join(text.split())
+
+
+def text_of(page):
+    """What a reader sees of it, without the blanks."""
+    return squeezed(html.unescape(re.sub(r"(?s)<script.*?</script>|<[^>]*>", "", page.read_text())))
+
+
+# The page, what is declared there, and what is said of it.
+@pytest.mark.parametrize("page, declaration, promise", [
+    # A comment of its own, with a term; the comment of a run; one before a template.
+    ("cgi_8h", "char * CGI_encode_url(", "The caller frees the result with free(3);"),
+    ("cgi_8h", "Detailed Description", "Null any pointer may be null; nothing harmful is done"),
+    ("tmpl_8h", "int TMPL_web_write(", "Result 0, or 1 when a file cannot be read, 2 when"),
+    ("tmpl_8h", "Detailed Description", '<TMPL_VAR name="x" default="y"> y when x is absent'),
+    ("classWebDebug", "void WebDebug::warn(", "One record each, at the syslog level of its name"),
+    ("classHttpSession", "int HttpSession::getLastAccessedTime(", "Seconds of the system's tick"),
+    ("classHttpSessionImpl", "bool HttpSessionImpl::setAttribute(", "replacing what was there."),
+    ("classFCGIServer", "int FCGIServer::run(", "Accepts and serves requests until accepting fails"),
+    ("classQKHashMap", "FUN >::put(", "An entry that is already there gets"),
+    ("classkit_1_1Page", "kit::Page::answer(", "Both objects live until it returns."),
+    ("plugin_8h", "#define KIT_SERVLET(", "Exports a creation function under exactly the name"),
+    # Behind a member.
+    ("structkit_1_1Cookie", "bool kit::Cookie::secure", "sent over HTTPS only"),
+    # A class that is told about at the top of its file, with the example that is there.
+    ("classkit_1_1SessionData", "Class Template Reference", "Data of a plug-in's own for each"),
+    ("classkit_1_1SessionData", "Detailed Description", 'kit::SessionData<Cart> carts("cart");'),
+    ("index", "To write a host", "FCGIServer"),
+])
+def test_the_contract_of_a_declaration_is_shown_with_it(reference, page, declaration, promise):
+    text = text_of(reference / f"{page}.html")
+    _, found, behind = text.rpartition(squeezed(declaration))
+    assert found
+    assert squeezed(promise) in behind[:1000]
+
+
+@pytest.mark.parametrize("page", ["classkit_1_1Request", "classServletContainer"])
+def test_what_is_private_is_not_shown(reference, page):
+    text = text_of(reference / f"{page}.html")
+    assert "m_raw" not in text and "createServlet" not in text
+
+
+@pytest.mark.parametrize("header, where, declaration, name", [
+    ("platform/include/cgi.h", "// Adds the fields of a query",
+     "int CGI_forgotten(void);", "CGI_forgotten"),
+    ("fcgiServer/include/HttpSession.h", "protected:", "    virtual void forget() = 0;", "forget"),
+    ("kit/include/kit/secrets.h", "// 32 hexadecimal digits",
+     "class Forgotten {\npublic:\n    // Told.\n    void tell();\n};", "Forgotten"),
+])
+def test_something_without_a_contract_is_a_mistake(sources, header, where, declaration, name):
+    path = sources / header
+    before = path.read_text()
+    assert before.count(where) == 1
+    path.write_text(before.replace(where, f"\n{declaration}\n\n{where}"))
+    try:
+        made = make_reference(sources)
+    finally:
+        path.write_text(before)
+    assert made.returncode != 0
+    assert re.search(rf"\b{name}\b.* is not documented", made.stdout)
