@@ -49,6 +49,10 @@ install(FILES
     ${CMAKE_CURRENT_BINARY_DIR}/fcgiServerConfigVersion.cmake
     DESTINATION ${package_dir} COMPONENT dev)
 
+set(DEVICE_FLAGS -ldevice)
+if(DEVICE_LIBRARIES)
+    list(JOIN DEVICE_LIBRARIES " " DEVICE_FLAGS)
+endif()
 foreach(name fcgiServer fcgiServer-static fcgiServer-kit)
     configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc

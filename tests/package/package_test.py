@@ -159,6 +159,16 @@ def test_a_project_tests_its_plug_in_with_the_installed_test_kit(consumer, prefi
     assert printed == "0 failures\n"
 
 
+def test_a_device_makers_library_takes_the_place_of_the_installed_one(consumer, prefix, tmp_path):
+    run("cmake", "-S", SOURCE / "tests/porting", "-B", tmp_path, "-G", "Ninja")
+    run("cmake", "--build", tmp_path)
+    env = environment(prefix)
+    env["LD_LIBRARY_PATH"] = f"{tmp_path}:{env['LD_LIBRARY_PATH']}"
+    printed = run(consumer / "own_host", env=env)
+    assert printed.startswith("own device 65 ")
+    assert printed.endswith("0 sessions\n")
+
+
 @pytest.mark.parametrize("package", ["fcgiServer", "fcgiServer-static"])
 def test_pkg_config_tells_all_that_a_host_needs(prefix, tmp_path, package):
     flags = run("pkg-config", "--cflags", "--libs", package, env=environment(prefix)).split()
