@@ -87,6 +87,12 @@ def test_form_cookies_and_body_are_read_by_the_device_makers_decoding(host):
     assert body == "name=a c\nname=\nname=b\ncookie=r+ed\nurl=/a%20b?c=%E4\nfile=0\nbody=\n"
 
 
+@pytest.mark.parametrize("content_type", [{}, {"CONTENT_TYPE": ""}])
+def test_a_body_without_a_type_is_a_form(host, content_type):
+    _, _, body = host.serve("p=greeting", "name=you", **content_type)
+    assert body.startswith("<h1>Hello, you!</h1>")
+
+
 def test_what_is_no_form_is_left_for_the_page(host):
     _, _, body = host.serve("p=greeting&q=all", "raw bytes", CONTENT_TYPE="text/plain")
     assert body == "cookie=none\nurl=/a%20b?c=%E4\nfile=0\nbody=raw bytes\n"

@@ -122,8 +122,10 @@ CGI_varlist* CGI_decode_query(CGI_varlist* list, const char* query) {
 CGI_varlist* CGI_get_post(CGI_varlist* list, const char* content_type, int content_length,
                           FCGX_Stream* in) {
     const char form[] = "application/x-www-form-urlencoded";
-    if (content_type != NULL && (strncasecmp(content_type, form, sizeof form - 1) != 0 ||
-                                 strchr("; \t", content_type[sizeof form - 1]) == NULL))
+    // An empty one is what front servers send for none.
+    if (content_type != NULL && *content_type != '\0' &&
+        (strncasecmp(content_type, form, sizeof form - 1) != 0 ||
+         strchr("; \t", content_type[sizeof form - 1]) == NULL))
         return list;
     if (in == NULL || content_length <= 0 || content_length > max_form)
         return list;
