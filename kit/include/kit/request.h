@@ -26,7 +26,7 @@ public:
     // The container's object: for what has no shorter form here.
     HttpRequest& raw() { return m_raw; }
 
-    // The first value of a field of the form, of an upload that has been received, or of the query,
+    // The first value of a field of the form, of the query, or of an upload that has been received,
     // in that order. Absent is not the same as empty.
     std::optional<std::string_view> parameter(const char* name) {
         return view(m_raw.getParameter(name));
