@@ -75,7 +75,7 @@ class Lighttpd(Front):
         starter = self.folder / "start"
         starter.write_text(f"#!/bin/sh\necho $$ >{pid}\nexec {' '.join(program.command)}\n")
         starter.chmod(0o755)
-        self.start("lighttpd", "-D", "-f", str(CONFIG / "lighttpd.conf"),
+        self.start("lighttpd", "-D", "-f", str(CONFIG / "lighttpd-spawn.conf"),
                    **{**program.environment, "FCGI_HOST": str(starter)})
         self.process = Process(int(pid.read_text()))
 

@@ -40,12 +40,20 @@ def variables(values):
 
 
 def pairs(content):
-    """Names and values of less than 128 bytes each."""
+    """Names and values."""
     while content:
-        value_at = 2 + content[0]
-        end = value_at + content[1]
-        yield content[2:value_at].decode(), content[value_at:end].decode()
+        name_size, content = cut_size(content)
+        value_size, content = cut_size(content)
+        end = name_size + value_size
+        yield content[:name_size].decode(), content[name_size:end].decode()
         content = content[end:]
+
+
+def cut_size(content):
+    """A length and what follows it."""
+    if content[0] < 128:
+        return content[0], content[1:]
+    return struct.unpack("!I", content[:4])[0] & ~(1 << 31), content[4:]
 
 
 def stream(kind, content, piece=LARGEST_CONTENT, number=1, padding=b""):

@@ -138,16 +138,17 @@ class Answer:
 class Front:
     """A running web server."""
 
-    def __init__(self, kind, port):
+    def __init__(self, kind, port, scheme="http"):
         self.kind = kind
         self.port = port
+        self.scheme = scheme
 
     def curl(self, target, *options, stdin=b""):
         """Asks with curl; the answer."""
         result = subprocess.run(
             ["curl", "--silent", "--show-error", "--include", "--path-as-is", "--globoff",
              "--max-time", "120", "--header", "Expect:", *map(str, options),
-             f"http://127.0.0.1:{self.port}{target}"],
+             f"{self.scheme}://127.0.0.1:{self.port}{target}"],
             input=stdin, stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
         assert result.returncode == 0, result.stderr.decode()
         return Answer(result.stdout)
@@ -165,6 +166,7 @@ class Starter:
         self.processes = []
         self.sockets = []
         self.environment = dict(os.environ, WIRE_FOLDER=str(folder), APP_LOG="stderr")
+        self.front_variables = {}
 
     def end(self):
         for process in self.processes:
@@ -210,41 +212,66 @@ class Starter:
         wait_until(ready, "listening")
         os.chmod(self.socket_path, 0o666)
 
-    def front(self, kind, config):
+    def front(self, kind, config, *additions):
+        """Starts a web server with config/KIND.conf and, for each addition, config/KIND-ADDITION.conf."""
         os.chmod(self.folder, 0o755)
         os.chmod(self.state, 0o777)
         port = free_port()
-        command, environment = getattr(self, "_" + kind)(config, port)
-        process = self.start(*command, log=f"{kind}.log", env=environment,
-                             stdin=subprocess.DEVNULL)
+        self.front_variables.update(DOCUMENT_ROOT=str(self.folder / "www"), PORT=str(port),
+                                    STATE_DIR=str(self.state), CONFIG_DIR=str(config))
+        command = getattr(self, "_" + kind)(config, additions)
+        process = self.start(*command, log=f"{kind}.log", stdin=subprocess.DEVNULL,
+                             env=dict(system_environment(), **self.front_variables))
 
         def ready():
             assert process.poll() is None, (self.folder / f"{kind}.log").read_text()
             return accepts_connections(socket.AF_INET, ("127.0.0.1", port))
         wait_until(ready, f"{kind} listening")
-        return Front(kind, port)
+        return Front(kind, port, "https" if "tls" in additions else "http")
 
-    def _lighttpd(self, config, port):
-        text = (config / "lighttpd.conf").read_text()
-        # The tests start the daemon themselves.
-        text, removed = re.subn(r'^ *"(bin-path|max-procs)" .*\n', "", text, flags=re.M)
-        assert removed == 2
-        text = text.replace('include "', f'include "{config}/')
-        path = self.folder / "lighttpd.conf"
-        path.write_text(text)
-        return (["lighttpd", "-D", "-f", path],
-                dict(system_environment(), DOCUMENT_ROOT=str(self.folder / "www"),
-                     PORT=str(port), STATE_DIR=str(self.state)))
+    def certificate(self):
+        """The file of a certificate, signed by itself, for the web server that is started next."""
+        certificate, key = self.folder / "certificate.pem", self.folder / "key.pem"
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "1",
+                        "-subj", "/CN=phone", "-addext", "subjectAltName=IP:127.0.0.1",
+                        "-keyout", key, "-out", certificate], check=True, capture_output=True)
+        self.front_variables.update(CERTIFICATE=str(certificate), CERTIFICATE_KEY=str(key))
+        return certificate
 
-    def _nginx(self, config, port):
+    def _lighttpd(self, config, additions):
+        # What they include is looked for beside the first file.
+        for path in config.glob("lighttpd*"):
+            shutil.copy(path, self.folder)
+        path = self.folder / "front.conf"
+        path.write_text("".join(f'include "{name}"\n' for name in (
+            "lighttpd.conf", *(f"lighttpd-{each}.conf" for each in additions))))
+        return ["lighttpd", "-D", "-f", path]
+
+    def _lighttpd_spawn(self, config, _):
+        self.front_variables.update(self.environment, FCGI_HOST=str(self.build.wire_host))
+        return ["lighttpd", "-D", "-f", config / "lighttpd-spawn.conf"]
+
+    def _nginx(self, config, additions):
         text = (config / "nginx.conf").read_text()
-        for name, value in (("DOCUMENT_ROOT", self.folder / "www"), ("PORT", port),
-                            ("STATE_DIR", self.state)):
-            assert f"@{name}@" in text
-            text = text.replace(f"@{name}@", str(value))
+        for addition in additions:
+            listen = "listen 127.0.0.1:@PORT@;"
+            assert listen in text
+            text = text.replace(listen, (config / f"nginx-{addition}.conf").read_text())
+        for name in re.findall("@([A-Z_]+)@", text):
+            text = text.replace(f"@{name}@", self.front_variables[name])
         path = self.folder / "nginx.conf"
         path.write_text(text)
-        return (["nginx", "-p", self.state, "-e", "stderr", "-c", path], system_environment())
+        return ["nginx", "-p", self.state, "-e", "stderr", "-c", path]
+
+    def _apache(self, config, additions):
+        # Its workers are another user, whom the path to the sources may be closed for.
+        for path in config.glob("apache*"):
+            shutil.copy(path, self.folder)
+        self.front_variables["CONFIG_DIR"] = str(self.folder)
+        command = ["apache2", "-D", "FOREGROUND", "-f", self.folder / "apache.conf"]
+        for addition in additions:
+            command += ["-c", f"Include apache-{addition}.conf"]
+        return command
 
     def cgi_fcgi(self, uri, **variables):
         """Asks the daemon itself; what it answered, byte for byte."""
