@@ -56,7 +56,7 @@ def daemon(daemon_host, start_once):
     return program
 
 
-@pytest.fixture(params=["lighttpd", "nginx"])
+@pytest.fixture(params=["lighttpd", "nginx", "apache"])
 def front(request, start):
     """A web server in front of a socket that nobody serves yet."""
     return start.front(request.param, SOURCE / "config")

@@ -1,5 +1,5 @@
 """The daemon reads a request within its turn to accept: one that does not come to its end holds up
-all others. A connection of a front server can do that; one of a client of lighttpd or nginx
+all others. A connection of a front server can do that; one of a client of a web server
 cannot."""
 
 import contextlib
@@ -126,7 +126,9 @@ CLIENTS = {
 
 
 @pytest.fixture(params=CLIENTS.values(), ids=CLIENTS)
-def client(request):
+def client(request, front):
+    if front.kind == "apache" and request.param[0] == CHUNKED:
+        pytest.skip("Apache refuses a body that comes in chunks")
     return request.param
 
 

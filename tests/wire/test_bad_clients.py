@@ -1,5 +1,5 @@
-"""Clients of lighttpd and nginx that speak HTTP badly: each gets the expected answer, and the next
-one the usual."""
+"""Clients of lighttpd, nginx and Apache that speak HTTP badly: each gets the expected answer, and
+the next one the usual."""
 
 import socket
 import time
@@ -16,7 +16,7 @@ from service import wait_until
 PAUSE = 0.0005
 
 
-@pytest.fixture(scope="module", params=["lighttpd", "nginx"])
+@pytest.fixture(scope="module", params=["lighttpd", "nginx", "apache"])
 def front(request, daemon_host, start_once):
     return start_once.front(request.param, SOURCE / "config")
 
@@ -28,8 +28,10 @@ def answered_and_logged(front, daemon_host):
     assert daemon_host.log_lines()
 
 
-def as_parameter(group, name, data, lighttpd, nginx=None):
-    return pytest.param(data, {"lighttpd": lighttpd, "nginx": nginx or lighttpd},
+def as_parameter(group, name, data, lighttpd, nginx=None, apache=None):
+    nginx = nginx or lighttpd
+    apache = apache or nginx
+    return pytest.param(data, {"lighttpd": lighttpd, "nginx": nginx, "apache": apache},
                         id=f"{group}: {name}")
 
 
@@ -84,6 +86,8 @@ def test_an_upload_is_not_kept_when_its_client_leaves(front, daemon_host, size):
     (GET, "200 x=y"), (POST, "200 x=y"), (UPLOAD, "200"), (CHUNKED, "200 x=y")],
     ids=["page", "form", "upload", "chunks"])
 def test_a_client_that_sends_byte_by_byte_is_answered(front, data, expected):
+    if front.kind == "apache" and data == CHUNKED:
+        pytest.skip("Apache refuses a body that comes in chunks")
     with front.connect() as connection:
         connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         for byte in data:

