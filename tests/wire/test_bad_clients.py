@@ -1,6 +1,7 @@
 """Clients of lighttpd, nginx and Apache that speak HTTP badly: each gets the expected answer, and
 the next one the usual."""
 
+import re
 import socket
 import time
 
@@ -43,6 +44,26 @@ GROUPS = {"line": LINES, "address": ADDRESSES, "header": HEADERS, "length": LENG
     as_parameter(group, *row) for group, rows in GROUPS.items() for row in rows])
 def test_http_as_no_browser_sends_it(front, data, expected):
     assert raw_http.ask(front, data, expected[front.kind]) == expected[front.kind]
+
+
+def test_the_document_tells_what_is_shown_here():
+    shown = {row[0]: as_parameter(group, *row).values[1]
+             for group, rows in GROUPS.items() for row in rows}
+    text = (SOURCE / "docs/front-servers.md").read_text()
+    table = text.partition("| what a client sends |")[2].partition("\n\n")[0].splitlines()[2:]
+    assert len(table) > 30
+    for line in table:
+        name, *cells = [cell.strip() for cell in line.strip("|").split("|")]
+        assert cells == [told(shown[name][kind]) for kind in ("lighttpd", "nginx", "apache")], name
+
+
+def told(expected):
+    """The document's word for an answer."""
+    status, _, rest = expected.partition(" ")
+    session = re.fullmatch("session=(.*) x=y", rest)
+    if session:
+        return f"the session is `{session.group(1)}`"
+    return "goes on" if status in ("200", "302") else status
 
 
 UPLOAD_BODY = (b"--edge\r\nContent-Disposition: form-data; name=\"image\"; filename=\"i\"\r\n\r\n"

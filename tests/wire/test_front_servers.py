@@ -1,0 +1,172 @@
+"""What is set up differently at each web server: variables, TLS, and who starts the daemon."""
+
+import os
+import re
+import signal
+from pathlib import Path
+
+import pytest
+
+import fastcgi
+from conftest import SOURCE
+from service import PATIENCE, in_background, wait_until
+from test_pages import facts
+
+CONFIG = SOURCE / "config"
+FRONTS = ["lighttpd", "nginx", "apache"]
+
+
+@pytest.mark.parametrize("kind, additions", [
+    ("lighttpd", ["variables"]), ("nginx", []), ("apache", [])], ids=FRONTS)
+def test_a_page_learns_of_the_browser_and_where_it_comes_from(start, kind, additions):
+    front = start.front(kind, CONFIG, *additions)
+    start.host("--listen", start.socket_path)
+    known, _ = facts(front.curl("/servlet?p=facts", "--user-agent", "Browser/1 (of a kind)",
+                                "--referer", "http://phone/servlet?p=status&x=%20"))
+    assert known["agent"] == "Browser/1 (of a kind)"
+    assert known["referrer"] == "http://phone/servlet?p=status&x=%20"
+    assert known["context"] == ""
+
+    known, _ = facts(front.curl("/servlet?p=facts", "--user-agent", ""))
+    assert known["agent"] == known["referrer"] == "(null)"
+
+
+@pytest.fixture(params=FRONTS)
+def secure(request, start):
+    """A web server with TLS, and what curl trusts it by."""
+    certificate = start.certificate()
+    return start.front(request.param, CONFIG, "tls"), ("--cacert", certificate)
+
+
+def test_pages_and_uploads_go_through_tls(start, secure, folder):
+    front, trust = secure
+    start.host("--listen", start.socket_path)
+    assert facts(front.curl("/servlet?p=facts&x=y", *trust))[1] == ["y"]
+    assert facts(front.curl("/servlet?p=facts", *trust, "--data", "x=form"))[1] == ["form"]
+    image = folder / "image.bin"
+    image.write_bytes(os.urandom(1 << 20))
+    answer = front.curl("/servlet?p=upload", *trust, "--form", f"image=@{image}")
+    assert answer.text == "complete image.bin, note -"
+    assert (folder / "uploads/image").read_bytes() == image.read_bytes()
+
+
+def test_who_does_not_know_the_certificate_does_not_trust_it(secure):
+    front, _ = secure
+    with pytest.raises(AssertionError, match="certificate"):
+        front.curl("/")
+
+
+def variables_of_a_request(listener, front, *options):
+    """What a web server sends along; nobody answers."""
+    listener.settimeout(PATIENCE)
+    params = b""
+    with in_background(lambda: front.curl("/servlet?p=facts", *options)):
+        with listener.accept()[0] as incoming:
+            incoming.settimeout(PATIENCE)
+            for record in fastcgi.records(incoming):
+                params += record.content if record.kind == fastcgi.PARAMS else b""
+                if record.kind == fastcgi.PARAMS and not record.content:
+                    break
+    return dict(fastcgi.pairs(params))
+
+
+def test_the_daemon_is_told_of_tls(start, secure):
+    front, trust = secure
+    assert variables_of_a_request(start.shared_socket(), front, *trust)["HTTPS"] == "on"
+
+
+def test_the_daemon_is_told_of_no_tls_without(start, front):
+    assert "HTTPS" not in variables_of_a_request(start.shared_socket(), front)
+
+
+def version(answer):
+    return answer.raw.split(maxsplit=1)[0].decode()
+
+
+def test_lighttpd_alone_speaks_http_2_without_tls(start, front):
+    start.host("--listen", start.socket_path)
+    # The beginning of HTTP/2, and what each side settles first.
+    with front.connect() as connection:
+        connection.sendall(b"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n" + bytes([0, 0, 0, 4, 0, 0, 0, 0, 0]))
+        answer = connection.recv(9)
+    assert (answer[3:4] == b"\4") == (front.kind == "lighttpd"), answer
+
+
+def test_lighttpd_alone_speaks_http_2_over_tls(start, secure):
+    front, trust = secure
+    start.host("--listen", start.socket_path)
+    answer = front.curl("/servlet?p=facts", *trust, "--http2")
+    assert version(answer) == ("HTTP/2" if front.kind == "lighttpd" else "HTTP/1.1")
+    assert facts(answer)[0]["protocol"] == (
+        "HTTP/2.0" if front.kind == "lighttpd" else "HTTP/1.1")
+
+
+def test_a_daemon_that_comes_later_is_found_at_once(start, front):
+    assert front.curl("/servlet?p=facts").status in (502, 503)
+    start.host("--listen", start.socket_path)
+    # lighttpd waits for a second before it tries again.
+    wait_until(lambda: front.curl("/servlet?p=facts").status == 200, "an answer", 3)
+
+
+def only_daemon(start):
+    """The process id of the one daemon that lighttpd has started."""
+    lighttpd = start.processes[0].pid
+
+    def children():
+        return Path(f"/proc/{lighttpd}/task/{lighttpd}/children").read_text().split()
+    wait_until(lambda: len(children()) == 1, "one daemon")
+    return int(children()[0])
+
+
+def test_lighttpd_starts_the_daemon_with_the_socket_as_descriptor_0(start):
+    front = start.front("lighttpd_spawn", CONFIG)
+    assert front.curl("/servlet?p=facts").status == 200
+    daemon = only_daemon(start)
+    name = os.readlink(f"/proc/{daemon}/fd/0")
+    inode = re.fullmatch(r"socket:\[(\d+)\]", name).group(1)
+    sockets = Path("/proc/net/unix").read_text().splitlines()
+    assert any(line.split()[6] == inode and start.socket_path in line for line in sockets)
+
+
+def test_lighttpd_starts_another_daemon_when_one_has_ended(start):
+    front = start.front("lighttpd_spawn", CONFIG)
+    assert front.curl("/servlet?p=facts").status == 200
+    daemon = only_daemon(start)
+    os.kill(daemon, signal.SIGKILL)
+    wait_until(lambda: front.curl("/servlet?p=facts").status == 200, "the next daemon")
+    assert only_daemon(start) != daemon
+
+
+def test_lighttpd_ends_the_daemon_in_order(start, folder):
+    front = start.front("lighttpd_spawn", CONFIG)
+    assert front.curl("/servlet?p=slow").text == "begin end"
+    daemon = only_daemon(start)
+    start.processes[0].terminate()
+    assert start.processes[0].wait(PATIENCE) == 0
+    wait_until(lambda: not Path(f"/proc/{daemon}").exists(), "the daemon ending")
+    assert (folder / "destroyed").read_text() == "slow\n"
+
+
+@pytest.fixture
+def start_as_shown(start, folder):
+    """Starts the daemon by a file of config/."""
+    def start_as_shown(name):
+        programs = folder / "bin"
+        programs.mkdir()
+        (programs / "fcgi_host").symlink_to(start.build.wire_host)
+        environment = dict(start.environment, STATE_DIR=str(start.state),
+                           PATH=f"{programs}:{os.environ['PATH']}")
+        # systemd-socket-activate does not pass WIRE_FOLDER on.
+        process = start.start("sh", CONFIG / name, log="host.log", env=environment, cwd=folder)
+        start.wait_for_socket(process)
+        return process
+    return start_as_shown
+
+
+@pytest.mark.parametrize("name", ["start-listening", "start-from-socket"])
+def test_a_daemon_that_is_started_in_the_foreground_serves_until_it_is_told_to_end(
+        start_as_shown, front, name):
+    process = start_as_shown(name)
+    assert front.curl("/servlet?p=slow").text == "begin end"
+    process.terminate()
+    assert process.wait(PATIENCE) == 0
