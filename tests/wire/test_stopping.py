@@ -43,7 +43,7 @@ class Load:
                 answer = connection.getresponse()
                 outcome = (answer.status, answer.read())
                 connection.close()
-            except OSError as problem:
+            except (OSError, http.client.HTTPException) as problem:
                 outcome = problem
             with self.lock:
                 if outcome == (200, b"begin end"):
