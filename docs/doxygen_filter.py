@@ -22,7 +22,7 @@ import re
 import sys
 
 COMMENT = re.compile(r"(?P<indent> *)//(?P<text>.*)$")
-TRAILING = re.compile(r"(?P<code>[^/\"']*[;,]) +// (?P<text>.*)$")
+TRAILING = re.compile(r"""(?P<code>(?:[^/"']|"[^"]*")*[;,]) +// (?P<text>.*)$""")
 TERM = re.compile(r"   (?P<term>\S+(?: \S+)*)(?:  +(?P<text>\S.*))?$")
 EXAMPLE = " " * 5
 CLASS = re.compile(r"\b(?:class|struct) (?P<name>\w+)[^;()]*\{$")
@@ -95,7 +95,7 @@ class Header:
         while self.at < len(self.lines) and (match := COMMENT.match(self.lines[self.at])):
             taken.append(match["text"])
             self.at += 1
-        return [] if taken[0].startswith(" NOLINT") else taken
+        return [line for line in taken if not line.startswith(" NOLINT")]
 
     def is_named_after(self, declaration):
         match = CLASS.search(declaration)

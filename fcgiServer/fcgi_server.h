@@ -55,11 +55,13 @@ struct CurrentRequest {
 // Of the calling thread.
 CurrentRequest currentRequest();
 
+// What all threads do.
 struct LoopActivity {
     unsigned long requests; // that were accepted since the process began, those under way included
     int busy;               // threads that serve one right now
 };
 
+// Of all servers of the process together.
 LoopActivity loopActivity();
 
 #endif

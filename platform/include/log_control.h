@@ -16,7 +16,7 @@ void app_log_set_threshold(int level) __attribute__((weak));
 
 // The request that a thread serves.
 typedef struct {
-    int thread;
+    int thread;           // from 1
     unsigned long number; // 0: none
 } app_log_request;
 
