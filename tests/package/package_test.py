@@ -104,7 +104,8 @@ def test_a_plug_in_exports_its_creation_functions_only_and_goes_when_it_is_close
 OFFERED = {
     "libdevice.so": r"CGI_\w+$|TMPL_\w+$|app_log(_\w+)?$|WebDebug::",
     "libfcgiServer.so": r"session_mutex$|(ReplaceStr|loopActivity|currentRequest)\(|"
-                        r"(vtable for |typeinfo for |typeinfo name for )?(FCGIServer|ServletController|PluginLoader|(Listener|Servlet)Container|"
+                        r"(vtable for |typeinfo for |typeinfo name for )?"
+                        r"(FCGIServer|ServletController|PluginLoader|(Listener|Servlet)Container|"
                         r"SessionFactory|Http(Request|Response|Session)(Impl)?)\b",
 }
 
