@@ -2,6 +2,8 @@
 // when. The front servers' side of it is in tests/wire/test_unread_bodies.py.
 #include "fcgi_server.h"
 
+#include "support/controller_members.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -138,6 +140,7 @@ protected:
         close(listening);
         getsockname(kListenSocket, address, &m_size);
         m_server = std::make_unique<FCGIServer>(SERVLET_XML);
+        m_listeners = std::make_unique<ListenersOf>(*m_server->getController());
         front = std::make_unique<Connection>(m_address, m_size);
     }
     ~RequestEnd() override {
@@ -169,6 +172,7 @@ private:
     socklen_t m_size = sizeof m_address;
     int m_kept = -1;
     std::unique_ptr<FCGIServer> m_server;
+    std::unique_ptr<ListenersOf> m_listeners;
 };
 
 const std::string kAnswer =

