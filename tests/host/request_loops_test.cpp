@@ -47,7 +47,9 @@ TEST(RequestLoops, HaveStacksOfTheSizeThatIsPromised) {
     RequestLoops loops([&] { bytes = ownStackBytes(); }, 1);
     loops.stop();
     ASSERT_TRUE(loops.waitForEnd(10s));
-    EXPECT_EQ(bytes, RequestLoops::kStackBytes);
+    EXPECT_GE(bytes, RequestLoops::kStackBytes);
+    // The thread sanitizer adds what it needs itself; the system's own size is 8 MiB.
+    EXPECT_LT(bytes, RequestLoops::kStackBytes + (1 << 20));
 }
 
 TEST(RequestLoops, AcceptAgainASecondAfterAFailure) {
