@@ -317,6 +317,13 @@ TEST_F(Server, NumbersTheRequestsOfAThreadWhileItServesThem) {
     EXPECT_EQ(loopActivity().busy, 0);
 }
 
+TEST_F(Server, TellsThatAThreadOfAnotherKindServesNothing) {
+    std::thread([] {
+        EXPECT_EQ(currentRequest().number, 0u);
+        EXPECT_EQ(currentRequest().thread, 0);
+    }).join();
+}
+
 TEST_F(Server, TellsTheRequestsOfItsThreadsApart) {
     Rendezvous before(2);
     Rendezvous after(2);
