@@ -114,6 +114,8 @@ private:
 
 FrontServer* frontServer = nullptr;
 
+const unsigned long kRequestsAtStart = loopActivity().requests;
+
 } // namespace
 
 // The names are the linker's.
@@ -315,6 +317,10 @@ TEST_F(Server, NumbersTheRequestsOfAThreadWhileItServesThem) {
     EXPECT_EQ(front.mostBusy, 1);
     EXPECT_EQ(currentRequest().number, 0u);
     EXPECT_EQ(loopActivity().busy, 0);
+}
+
+TEST_F(Server, CountsRequestsFromTheStartOfTheProcess) {
+    EXPECT_EQ(kRequestsAtStart, 0u);
 }
 
 TEST_F(Server, TellsThatAThreadOfAnotherKindServesNothing) {
