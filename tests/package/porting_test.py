@@ -58,7 +58,7 @@ class Host:
             "PATH": os.environ["PATH"], "QUERY_STRING": query, "SCRIPT_NAME": "/servlet",
             "REQUEST_METHOD": "GET" if body is None else "POST", "REQUEST_URI": f"/servlet?{query}",
             "REMOTE_ADDR": "192.0.2.7", "CONTENT_LENGTH": str(len(body or "")),
-            "DOCUMENT_ROOT": str(self.sources / "build/porting/device/root/phone/www"), **variables}
+            "DOCUMENT_ROOT": str(self.sources / "build/porting/device/tree/phone/www"), **variables}
         return run("cgi-fcgi", "-bind", "-connect", self.socket, input=body or "",
                    env=environment).replace("\r\n", "\n").partition("\n\n")
 
@@ -104,7 +104,7 @@ def test_a_request_with_nothing_in_it_is_answered(host):
 
 
 def test_a_template_that_the_device_cannot_render_leaves_the_page_empty(host, sources):
-    loop = sources / "build/porting/device/root/phone/www/WEB-INFO/templates/loop.html"
+    loop = sources / "build/porting/device/tree/phone/www/WEB-INFO/templates/loop.html"
     loop.write_text('<TMPL_VAR name="x">\n<TMPL_LOOP name="rows"></TMPL_LOOP>\n')
     _, _, body = host.serve("p=greeting&q=loop")
     assert body == ""
