@@ -308,15 +308,3 @@ def test_a_log_of_the_device_s_own_need_not_be_steered(start, build):
     wait_until(lambda: "fcgi_host: this device's log has no threshold" in host.log.read_text(),
                "the answer")
     assert host.stop() == 0
-
-
-@pytest.mark.parametrize("number", [signal.SIGURG, signal.SIGWINCH, signal.SIGCHLD, signal.SIGCONT])
-def test_signals_that_mean_nothing_to_it_are_ignored(start, number):
-    host = start.host("--listen", start.socket_path, "--threads", "1")
-    with in_background(lambda: start.cgi_fcgi("/servlet?p=slow&ms=300")) as answers:
-        slow_request_under_way(host)
-        host.signal(number)
-    host.signal(number)
-    answers.append(start.cgi_fcgi("/servlet?p=slow"))
-    assert [answer[-9:] for answer in answers] == [b"begin end"] * 2
-    assert host.stop() == 0
