@@ -5,6 +5,7 @@ import pathlib
 import re
 import subprocess
 import sys
+import xml.etree.ElementTree
 
 import pytest
 
@@ -117,6 +118,15 @@ def test_a_library_offers_its_interface_only(prefix, library):
     assert symbols
     assert [symbol for symbol in symbols
             if not re.match(OFFERED[library], re.sub(r" [A-Za-z] [0-9a-f ]*$", "", symbol))] == []
+
+
+@pytest.mark.parametrize("library", OFFERED)
+def test_a_library_offers_all_that_is_recorded_of_its_binary_interface(prefix, library):
+    record = xml.etree.ElementTree.parse(
+        SOURCE / f"tests/abi/amd64/{pathlib.Path(library).stem}.abi")
+    recorded = {symbol.get("name") for symbol in record.iter("elf-symbol")}
+    symbols = run("nm", "--dynamic", "--defined-only", "--format=posix", prefix / "lib" / library)
+    assert recorded and recorded <= {line.split()[0] for line in symbols.splitlines()}
 
 
 def test_pkg_config_tells_all_that_a_plug_in_needs(prefix, tmp_path):
