@@ -108,6 +108,66 @@ def test_a_daemon_that_comes_later_is_found_at_once(start, front):
     wait_until(lambda: front.curl("/servlet?p=facts").status == 200, "an answer", 3)
 
 
+@pytest.fixture
+def impatient(folder):
+    """The configurations with a second in the place of each time-out."""
+    copies = folder / "impatient"
+    copies.mkdir()
+    for path in CONFIG.glob("*.*"):
+        (copies / path.name).write_text(re.sub(
+            r"(?m)^( *(?:server\.max-read-idle =|(?:client_header|client_body|fastcgi_read)_timeout|"
+            r"Timeout)) 60s?\b|\bheader=20-60,MinRate=500 body=60,MinRate=500",
+            lambda found: f"{found[1]} 1" if found[1] else "header=1 body=1,MinRate=500", path.read_text()))
+    return copies
+
+
+@pytest.mark.parametrize("kind", ["nginx", "apache"])
+def test_a_daemon_that_says_nothing_is_given_up(start, impatient, kind):
+    front = start.front(kind, impatient)
+    silent = start.shared_socket()
+    assert front.curl("/servlet?p=facts").status == 504
+    assert front.curl("/servlet?p=facts", "--form", "x=upload").status == 504
+    # The next one is asked as ever.
+    silent.close()
+    Path(start.socket_path).unlink()
+    start.host("--listen", start.socket_path)
+    assert front.curl("/servlet?p=facts").status == 200
+
+
+def test_lighttpd_waits_for_a_daemon(start, impatient):
+    front = start.front("lighttpd", impatient)
+    start.host("--listen", start.socket_path)
+    assert front.curl("/servlet?p=slow&ms=3500").status == 200
+
+
+@pytest.mark.parametrize("kind", FRONTS)
+def test_an_upload_takes_the_time_that_it_needs(start, impatient, folder, kind):
+    front = start.front(kind, impatient)
+    start.host("--listen", start.socket_path)
+    image = folder / "image.bin"
+    image.write_bytes(os.urandom(400_000))
+    answer = front.curl("/servlet?p=upload", "--limit-rate", "100K", "--form", f"image=@{image}")
+    assert answer.text == "complete image.bin, note -"
+
+
+@pytest.mark.parametrize("begun", [
+    b"GET /servlet?p=facts HTTP/1.1\r\nHost: a\r\n",
+    b"POST /servlet?p=facts HTTP/1.1\r\nHost: a\r\nContent-Length: 9\r\n"
+    b"Content-Type: application/x-www-form-urlencoded\r\n\r\nx="], ids=["header", "form"])
+@pytest.mark.parametrize("kind", FRONTS)
+def test_a_client_that_does_not_go_on_is_cut_off(start, impatient, kind, begun):
+    front = start.front(kind, impatient)
+    start.host("--listen", start.socket_path)
+    with front.connect() as connection:
+        connection.settimeout(PATIENCE)
+        connection.sendall(begun)
+        answer = b""
+        while more := connection.recv(1 << 16):
+            answer += more
+    assert answer[:13] in (b"", b"HTTP/1.1 408 ", b"HTTP/1.1 400 "), answer
+    assert front.curl("/servlet?p=facts").status == 200
+
+
 def only_daemon(start):
     """The process id of the one daemon that lighttpd has started."""
     lighttpd = start.processes[0].pid
