@@ -12,11 +12,12 @@ import time
 
 import pytest
 
+import debs
+from debs import NAMES, SOURCE, run
+
 HERE = pathlib.Path(__file__).resolve().parent
-SOURCE = HERE.parent.parent
-PACKAGES = SOURCE / "build/packages"
 ROOTS = SOURCE / "build/debian"  # what is made there once is kept for the next run
-NAMES = ["fcgiserver", "fcgiserver-dev", "fcgiserver-phone"]
+ARCHITECTURE = run("dpkg", "--print-architecture").strip()
 UNITS = "usr/lib/systemd/system"
 SOCKET = "/run/fcgi_host.sock"
 FRONT = "/run/front.conf"
@@ -27,34 +28,17 @@ needs_root = pytest.mark.skipif(bool(AS_ROOT and not shutil.which("sudo")),
                                 reason="neither root nor sudo: no Debian can be made")
 
 
-def run(*command, **options):
-    done = subprocess.run([str(part) for part in command], text=True, stdin=subprocess.DEVNULL,
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **options)
-    assert done.returncode == 0, f"{command}:\n{done.stdout}"
-    return done.stdout
-
-
-def debs(folder, release):
-    """The packages of one release of this version, in the order of NAMES."""
-    found = [list(folder.glob(f"{name}_*-{release}_*.deb")) for name in NAMES]
-    assert [len(paths) for paths in found] == [1] * len(NAMES), found
-    return [path for path, in found]
-
-
 @pytest.fixture(scope="module")
 def packages():
-    for old in PACKAGES.glob("*.deb"):
-        old.unlink()
-    run(SOURCE / "scripts/packages")
-    return debs(PACKAGES, 1)
+    return debs.make("release", ARCHITECTURE)
 
 
 @pytest.fixture(scope="module")
 def newer_packages(packages, tmp_path_factory):
     folder = tmp_path_factory.mktemp("newer")
-    run("cpack", "--config", PACKAGES / "release/CPackConfig.cmake", "-B", folder,
+    run("cpack", "--config", debs.FOLDER / "release/CPackConfig.cmake", "-B", folder,
         "-D", "CPACK_DEBIAN_PACKAGE_RELEASE=2")
-    return debs(folder, 2)
+    return debs.debs(folder, ARCHITECTURE, 2)
 
 
 class Debian:
@@ -205,7 +189,7 @@ def serving(device, folder):
 
 
 def test_lintian_finds_nothing(packages):
-    assert run("lintian", "--allow-root", "--fail-on", "error,warning", *packages) == ""
+    debs.assert_lintian_finds_nothing(packages)
 
 
 def test_systemd_understands_the_units_and_leaves_little_to_the_daemon(packages, tmp_path):

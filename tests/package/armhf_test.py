@@ -1,0 +1,86 @@
+"""The Debian packages for 32-bit ARM, made here, and what is built with them for such a device."""
+
+import pathlib
+import re
+
+import pytest
+
+import debs
+from debs import SOURCE, run
+
+CONSUMER = pathlib.Path(__file__).resolve().parent / "consumer"
+TOOLCHAIN = SOURCE / "cmake/toolchains/armhf.cmake"
+LIBRARIES = "usr/lib/arm-linux-gnueabihf"
+
+
+@pytest.fixture(scope="module")
+def packages():
+    return debs.make("release-armhf", "armhf")
+
+
+@pytest.fixture(scope="module")
+def device(packages, tmp_path_factory):
+    """A tree with the files of all three."""
+    folder = tmp_path_factory.mktemp("device")
+    for package in packages:
+        run("dpkg-deb", "-x", package, folder)
+    return folder
+
+
+def on_arm(device, program, *arguments):
+    """What a program prints under an emulator, with the libraries of the packages."""
+    search = f"{device}/{LIBRARIES}:{SOURCE}/build/sysroot/armhf/{LIBRARIES}"
+    return run("qemu-arm", "-L", "/usr/arm-linux-gnueabihf", "-E", f"LD_LIBRARY_PATH={search}",
+               program, *arguments)
+
+
+def test_lintian_finds_nothing(packages):
+    debs.assert_lintian_finds_nothing(packages)
+
+
+def test_they_depend_on_what_such_a_device_has(packages):
+    """On what the compiler has linked, in Debian's own packages and in each other."""
+    depends = [{re.sub(r" .*", "", name) for name in
+                run("dpkg-deb", "--field", package, "Depends").strip().split(", ")}
+               for package in packages]
+    compiler = {"libc6", "libgcc-s1", "libstdc++6"}
+    assert depends == [
+        {"adduser", "libfcgi0ldbl", "libpugixml1v5"} | compiler,
+        {"fcgiserver", "libfcgi-dev", "libpugixml-dev"},
+        {"fcgiserver", "libcrypt1", "libpugixml1v5", "zlib1g"} | compiler]
+
+
+def test_all_programs_and_libraries_are_for_that_processor(device):
+    found = []
+    for path in device.rglob("*"):
+        if path.is_file() and not path.is_symlink() and path.read_bytes()[:4] == b"\x7fELF":
+            header = run("readelf", "--file-header", "--arch-specific", path)
+            assert re.search(r"Machine: +ARM\n", header) and "hard-float ABI" in header, path
+            assert "Tag_ABI_VFP_args: VFP registers" in header, path
+            found.append(path.name)
+    assert {"fcgi_host", "libdevice.so", "libfcgiServer.so", "libphone.so"} <= set(found)
+
+
+def test_the_daemon_starts_on_such_a_processor(device):
+    assert on_arm(device, device / "usr/sbin/fcgi_host", "--version").startswith("fcgi_host 1.0.0")
+
+
+@pytest.fixture(scope="module")
+def consumer(device, tmp_path_factory):
+    """A project of somebody else's, built against the files of the packages."""
+    build = tmp_path_factory.mktemp("consumer")
+    run("cmake", "-S", CONSUMER, "-B", build, "-G", "Ninja", f"-DCMAKE_TOOLCHAIN_FILE={TOOLCHAIN}",
+        f"-DfcgiServer_DIR={device}/{LIBRARIES}/cmake/fcgiServer")
+    run("cmake", "--build", build)
+    return build
+
+
+def test_somebody_elses_plug_in_passes_its_test_there(device, consumer):
+    assert on_arm(device, consumer / "hello_test") == "0 failures\n"
+
+
+def test_somebody_elses_host_runs_there(device, consumer):
+    assert on_arm(device, consumer / "own_host").endswith("0 sessions\n")
+    plugin, host = on_arm(device, consumer / "static_host", consumer / "mutex.xml",
+                          "/servlet?p=mutex").splitlines()[-2:]
+    assert plugin == host
