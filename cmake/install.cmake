@@ -1,5 +1,5 @@
-# What is installed: the libraries, the host program, servlet_check, the headers (one folder, so that
-# they find each other by their bare names), the kit, the test kit, and the CMake and pkg-config packages.
+# What is installed: the libraries, the host program, the tools, the headers (one folder, so that they
+# find each other by their bare names), the kit, the test kit, and the CMake and pkg-config packages.
 #
 #   dev      what somebody else's projects are built with
 #   phone    the phone's pages; only when asked for by name
@@ -24,6 +24,15 @@ if(TARGET servlet_check)
     install(TARGETS servlet_check RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT dev)
     install(FILES man/servlet_check.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dev)
 endif()
+foreach(tool servlet_new servlet_serve)
+    install(PROGRAMS tools/${tool}/${tool} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT dev)
+    install(FILES man/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dev)
+endforeach()
+# What servlet_new makes projects of, and servlet_serve serves with.
+set(tools_dir ${CMAKE_INSTALL_DATADIR}/fcgiServer)
+install(DIRECTORY tools/servlet_new/project DESTINATION ${tools_dir} COMPONENT dev)
+install(FILES config/lighttpd.conf config/lighttpd-phone.conf config/lighttpd-spawn.conf
+    DESTINATION ${tools_dir}/config COMPONENT dev)
 install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir} COMPONENT dev
     FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY fcgiServer/ DESTINATION ${header_dir} COMPONENT dev

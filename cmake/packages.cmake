@@ -66,11 +66,14 @@ This package has the daemon, its systemd units and the libraries behind it.")
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME fcgiserver-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libfcgi-dev, libpugixml-dev")
+# What the projects of servlet_new are built, tested and served with.
+set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "cmake, g++, libgtest-dev, lighttpd, pkg-config")
 set(CPACK_DEBIAN_DEV_DESCRIPTION
 "servlet container for the web interface of a device (development)
 What plug-ins of fcgi_host, their tests and other hosts are built with:
 headers, the kit, the test kit, the static library, and packages for CMake
-and pkg-config.")
+and pkg-config; and the tools that make a plug-in project, serve it, and
+tell what of it would fail on a device.")
 
 set(CPACK_DEBIAN_PHONE_PACKAGE_NAME fcgiserver-phone)
 set(CPACK_DEBIAN_PHONE_PACKAGE_SECTION httpd)

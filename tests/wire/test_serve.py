@@ -181,6 +181,13 @@ def test_a_plug_in_is_served_in_the_place_of_the_phones_pages(hello):
     assert hello.front.curl("/WEB-INFO/templates/hello.html").status == 403
 
 
+def test_a_new_project_is_served_whatever_its_own_test_needs(serve_until_the_end, folder):
+    subprocess.run([SOURCE / "tools/servlet_new/servlet_new", "news"], cwd=folder, check=True)
+    front = serve_until_the_end("--build", BUILD, "--plugin", folder / "news").front
+    assert "<h1>Hello, stranger!</h1>" in front.curl("/servlet?p=news").text
+    assert not (BUILD / "plugin/plugin_test").exists()
+
+
 def test_a_changed_template_and_a_new_file_are_served_by_the_same_daemon(hello, project):
     daemon = daemon_of(hello.process)
     (project / "www/new.css").write_text("p { color: red }\n")

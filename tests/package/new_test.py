@@ -1,0 +1,391 @@
+"""servlet_new and servlet_serve: from a name to a page that is built, tested, checked and served."""
+
+import contextlib
+import os
+import pathlib
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+import urllib.error
+import urllib.parse
+import urllib.request
+
+import pytest
+
+from conftest import SOURCE, run
+
+PATIENCE = 60  # seconds for what normally takes one
+NOBODY = 65534
+
+
+@pytest.fixture(scope="module")
+def place(prefix):
+    """A folder that every user can read, with what is installed and room for projects."""
+    folder = pathlib.Path(tempfile.mkdtemp())
+    folder.chmod(0o755)
+    shutil.copytree(prefix, folder / "prefix", symlinks=True)
+    (folder / "some projects").mkdir()
+    (folder / "tmp").mkdir()
+    (folder / "tmp").chmod(0o1777)
+    yield folder
+    shutil.rmtree(folder)
+
+
+@pytest.fixture(scope="module")
+def env(place):
+    return dict(os.environ, PATH=f"{place}/prefix/bin:{os.environ['PATH']}",
+                CMAKE_PREFIX_PATH=str(place / "prefix"), TMPDIR=str(place / "tmp"),
+                CMAKE_BUILD_PARALLEL_LEVEL=str(os.cpu_count()))
+
+
+def outcome(*command, **options):
+    """The exit status and all that is printed."""
+    done = subprocess.run([str(part) for part in command], check=False, text=True,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **options)
+    return done.returncode, done.stdout
+
+
+@pytest.fixture(scope="module")
+def greeting(place, env):
+    """A new project of this name."""
+    folder = place / "some projects"
+    assert run("servlet_new", "greeting", cwd=folder, env=env) == (
+        "greeting/ is there; greeting/README.md tells how to build, test and serve it.\n")
+    return folder / "greeting"
+
+
+def commands(project):
+    """What the project's own README tells: to build, to test and to serve it."""
+    block, = re.findall(r"^```sh\n(.*?)^```$", (project / "README.md").read_text(), re.M | re.S)
+    build, test, serve = block.splitlines()
+    return build, test, serve
+
+
+def test_the_guide_and_the_man_page_give_the_same_commands(greeting):
+    told = "\n".join(commands(greeting))
+    guide = (SOURCE / "docs/plugin-guide.md").read_text()
+    assert f"```sh\nservlet_new news\ncd news\n{told}\n```\n" in guide
+    examples = (SOURCE / "man/servlet_new.1").read_text().partition(".Sh EXAMPLES\n")[2]
+    assert re.findall(r"^\.Dl \$ (.*)$", examples, re.M) == [
+        "servlet_new news && cd news", *commands(greeting)]
+
+
+@pytest.fixture(scope="module")
+def built(greeting, env):
+    run("bash", "-ec", commands(greeting)[0], cwd=greeting, env=env)
+    return greeting
+
+
+def test_a_new_project_passes_its_test(built, env):
+    printed = run("bash", "-ec", commands(built)[1], cwd=built, env=env)
+    assert "100% tests passed, 0 tests failed out of 1" in printed
+
+
+def test_a_new_project_has_nothing_for_servlet_check_to_tell(built, place, env):
+    image = built.parent / "image"
+    run("cmake", "--install", built / "build", env=dict(env, DESTDIR=str(image)))
+    status, printed = outcome(
+        "servlet_check", "--root", image, "--partial", "--provides",
+        place / "prefix/lib/libdevice.so", "--provides", place / "prefix/sbin/fcgi_host", env=env)
+    assert (status, [line for line in printed.splitlines() if ": note: " not in line]) == (0, [])
+
+
+def free_port():
+    with socket.socket() as taken:
+        taken.bind(("127.0.0.1", 0))
+        return taken.getsockname()[1]
+
+
+def is_listening(port):
+    with socket.socket() as probe:
+        return probe.connect_ex(("127.0.0.1", port)) == 0
+
+
+def wait_until(condition, what):
+    deadline = time.monotonic() + PATIENCE
+    while not condition():
+        assert time.monotonic() < deadline, what()
+        time.sleep(0.05)
+
+
+class Pages:
+    """What is served on a port, as a browser gets it."""
+
+    def __init__(self, port):
+        self.address = f"http://127.0.0.1:{port}"
+
+    def get(self, path, form=None):
+        """The status and the body."""
+        data = urllib.parse.urlencode(form).encode() if form else None
+        try:
+            with urllib.request.urlopen(self.address + path, data, PATIENCE) as answer:
+                return answer.status, answer.read().decode()
+        except urllib.error.HTTPError as error:
+            return error.code, error.read().decode()
+
+
+def daemons(place):
+    """The command lines of those that run from there."""
+    lines = []
+    for process in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
+        with contextlib.suppress(OSError):
+            lines.append(process.read_bytes())
+    return [line for line in lines if str(place / "prefix").encode() in line]
+
+
+def as_on_a_terminal():
+    """Ctrl-C ends it, even where the tests run in the background."""
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
+
+
+@contextlib.contextmanager
+def serving(project, place, env, **user):
+    """Until Ctrl-C, of which nothing is left."""
+    port = free_port()
+    log = place / "serve.log"
+    with log.open("w") as output:
+        process = subprocess.Popen(
+            ["bash", "-ec", f"exec {commands(project)[2]} --port {port}"], cwd=project, env=env,
+            stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT,
+            start_new_session=True, preexec_fn=as_on_a_terminal, **user)
+    try:
+        wait_until(lambda: process.poll() is not None or is_listening(port), log.read_text)
+        assert process.poll() is None, log.read_text()
+        assert f"{Pages(port).address}/servlet?p={project.name}\n" in log.read_text()
+        yield Pages(port)
+    finally:
+        if process.poll() is None:
+            os.killpg(process.pid, signal.SIGINT)
+        status = process.wait(PATIENCE)
+    assert status == 0, log.read_text()
+    wait_until(lambda: not daemons(place), lambda: daemons(place))
+    assert not list((place / "tmp").iterdir()), "temporary files"
+
+
+def is_refused_a_tree(**user):
+    own = ["unshare", "--mount", *["--user", "--map-root-user"] * bool(user or os.geteuid())]
+    return subprocess.run([*own, "true"], check=False, stderr=subprocess.DEVNULL,
+                          **user).returncode != 0
+
+
+def assert_serves(project, place, env, **user):
+    if is_refused_a_tree(**user):
+        pytest.skip("this machine refuses a file tree of one's own")
+    before = os.path.exists("/phone")
+    with serving(project, place, env, **user) as pages:
+        status, page = pages.get("/servlet?p=greeting")
+        assert status == 200 and "<h1>Hello, stranger!</h1>" in page
+        assert "This is request number 1." in page
+        # The listener sees those of other pages, too.
+        assert "404" in pages.get("/servlet?p=other")[1]
+        status, page = pages.get("/servlet?p=greeting", {"name": "Ann & Bob"})
+        assert status == 200 and "<h1>Hello, Ann &amp; Bob!</h1>" in page
+        assert "This is request number 3." in page
+        status, page = pages.get("/servlet?p=greeting", {"name": "\t"})
+        assert status == 422 and "The name holds characters that are not allowed." in page
+        assert "font:" in pages.get("/greeting.css")[1]
+        assert pages.get("/WEB-INFO/servlet/servlet.xml")[0] == 403
+    assert os.path.exists("/phone") == before
+
+
+def test_a_new_project_is_served(built, place, env):
+    assert_serves(built, place, env)
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="whoever runs this has no root's rights anyway")
+def test_a_user_without_rights_serves_a_project(built, place, env):
+    run("chown", "-R", f"{NOBODY}:{NOBODY}", built)
+    assert_serves(built, place, env, user=NOBODY, group=NOBODY, extra_groups=[])
+
+
+def test_a_change_is_there_when_the_project_is_served_again(built, place, env):
+    if is_refused_a_tree():
+        pytest.skip("this machine refuses a file tree of one's own")
+    template = built / "www/WEB-INFO/templates/greeting.html"
+    stylesheet = built / "www/greeting.css"
+    template.write_text(template.read_text().replace("Hello,", "Welcome,"))
+    text = stylesheet.read_text()
+    stylesheet.unlink()
+    with serving(built, place, env) as pages:
+        assert "<h1>Welcome, stranger!</h1>" in pages.get("/servlet?p=greeting")[1]
+        assert pages.get("/greeting.css")[0] == 404
+    stylesheet.write_text(text)
+    template.write_text(template.read_text().replace("Welcome,", "Hello,"))
+
+
+@pytest.fixture(scope="module")
+def other(place, env):
+    """A project whose name is a word of CMake's and of the test's, without its test."""
+    folder = place / "some projects"
+    run("servlet_new", "test", cwd=folder, env=env)
+    run("cmake", "-B", folder / "test/build", "-DBUILD_TESTING=OFF", folder / "test", env=env)
+    run("cmake", "--build", folder / "test/build", env=env)
+    return folder / "test"
+
+
+def exported(library):
+    return set(re.findall(r"\bT (\w+)", run("nm", "--dynamic", "--defined-only", library)))
+
+
+def test_projects_differ_in_their_ids_and_in_all_other_names(built, other):
+    for project in (built, other):
+        config = (project / "www/WEB-INFO/servlet/servlet.xml").read_text()
+        assert f'<servlet id="{project.name}" ' in config
+        assert f'path="/phone/www/WEB-INFO/lib/lib{project.name}.so"' in config
+        functions = set(re.findall('createfunction="(.*?)"', config))
+        assert functions == exported(project / f"build/lib{project.name}.so")
+        assert functions == {f"create{project.name.title()}{what}" for what in ("Page", "Counter")}
+
+
+def files(folder):
+    return {str(path.relative_to(folder)): path.read_text()
+            for path in folder.rglob("*") if path.is_file()}
+
+
+@pytest.mark.parametrize("name", ["a", "Sample", "mySample", "sample2", "my_news_2", "x" * 32])
+def test_any_name_gives_the_same_project_but_for_the_name(name, tmp_path, env):
+    run("servlet_new", name, cwd=tmp_path, env=env)
+    of_class = "".join(part[:1].upper() + part[1:] for part in name.split("_"))
+
+    def named(text):
+        return re.sub("[sS]ample", lambda found: name if found[0] == "sample" else of_class, text)
+    sample = files(SOURCE / "tools/servlet_new/project")
+    assert files(tmp_path / name) == {named(path): named(text) for path, text in sample.items()}
+    run("clang-format", "--dry-run", "-Werror", f"--style=file:{SOURCE}/.clang-format",
+        *tmp_path.rglob("*.cpp"))
+
+
+def test_the_tool_in_the_sources_makes_the_same_as_the_installed_one(greeting, tmp_path):
+    run(SOURCE / "tools/servlet_new/servlet_new", "greeting", cwd=tmp_path)
+    made = files(tmp_path / "greeting")
+    assert len(made) > 5
+    assert {path: greeting.joinpath(path).read_text() for path in made} == made
+
+
+@pytest.mark.parametrize("arguments, reason", [
+    ([], "wants one argument"),
+    (["a", "b"], "wants one argument"),
+    (["--force"], "there is no option '--force'"),
+    *[([name], "is no name of up to 32 letters") for name in (
+        "", "1a", "_a", "a_", "a__b", "a-b", "a b", "a/b", "..", "/a", "a\n", "ä", "a.b", "x" * 33)],
+    *[([name], "is a word of C++'s own") for name in (
+        "class", "alignas", "char16_t", "export", "reinterpret_cast", "xor_eq")],
+    *[([name], "refuses every address") for name in ("script", "DeScRiPtion")],
+    (["notice"], "is the container's own"),
+])
+def test_what_is_no_name_is_refused_and_nothing_is_made(arguments, reason, tmp_path, env):
+    status, printed = outcome("servlet_new", *arguments, cwd=tmp_path, env=env)
+    assert status == 64 and printed.startswith("servlet_new: ") and reason in printed
+    assert not list(tmp_path.iterdir())
+
+
+@pytest.mark.parametrize("make", [
+    lambda path: path.mkdir(), lambda path: path.write_text(""),
+    lambda path: path.symlink_to("nowhere")], ids=["folder", "file", "link to nowhere"])
+def test_what_is_there_already_stays_as_it_is(make, tmp_path, env):
+    make(tmp_path / "news")
+    before = os.lstat(tmp_path / "news").st_ino
+    assert outcome("servlet_new", "news", cwd=tmp_path, env=env) == (
+        73, "servlet_new: news is there already\n")
+    assert os.lstat(tmp_path / "news").st_ino == before
+    assert files(tmp_path) in ({}, {"news": ""})
+
+
+@pytest.fixture
+def instead(tmp_path, env):
+    """instead(NAME, LINES): the environment with a program of the machine's replaced."""
+    def instead(name, lines):
+        folder = tmp_path / "programs"
+        folder.mkdir()
+        (folder / name).write_text(f"#!/bin/bash\n{lines}\n")
+        (folder / name).chmod(0o755)
+        return dict(env, PATH=f"{folder}:{env['PATH']}")
+    return instead
+
+
+def test_a_project_that_cannot_be_finished_leaves_nothing(instead, tmp_path):
+    full = instead("sed", '[[ "${@: -1}" != *.html ]] || { echo "no room" >&2; exit 4; }\n'
+                          'exec /bin/sed "$@"')
+    (tmp_path / "here").mkdir()
+    status, printed = outcome("servlet_new", "news", cwd=tmp_path / "here", env=full)
+    assert (status, printed) == (73, "no room\nservlet_new: news cannot be made\n")
+    assert not list((tmp_path / "here").iterdir())
+
+
+def test_a_folder_in_which_nothing_can_be_made_is_told(env):
+    status, printed = outcome("servlet_new", "news", cwd="/proc", env=env)
+    assert status == 73 and "servlet_new: no folder can be made here\n" in printed
+
+
+def test_a_tool_without_its_files_says_so(tmp_path):
+    shutil.copy(SOURCE / "tools/servlet_new/servlet_new", tmp_path)
+    status, printed = outcome(tmp_path / "servlet_new", "news", cwd=tmp_path)
+    assert status == 66 and "is not the project that others are made of" in printed
+    assert not (tmp_path / "news").exists()
+
+
+@pytest.mark.parametrize("tool", ["servlet_new", "servlet_serve"])
+def test_help_tells_the_usage_and_the_exit_statuses_of_the_man_page(tool, env):
+    status, printed = outcome(tool, "--help", env=env)
+    assert status == 0 and printed.startswith(f"Usage: {tool} ")
+    page = (SOURCE / f"man/{tool}.1").read_text()
+    assert re.findall(r"^ {3,4}(\d+)  ", printed, re.M) == re.findall(r"^\.It (\d+)$", page, re.M)
+
+
+@pytest.mark.parametrize("arguments, status, reason", [
+    (["--port"], 64, "there is no such option, or it wants a value; --help tells more"),
+    (["--quick"], 64, "there is no such option, or it wants a value; --help tells more"),
+    (["--port", "x"], 64, "'x' is no port"),
+    (["--port=0"], 64, "'0' is no port"),
+    (["-p", "65536"], 64, "'65536' is no port"),
+    (["build", "other"], 64, "unexpected argument 'other'"),
+    ([], 66, "build is no build folder; make it by cmake -B build"),
+    (["elsewhere"], 66, "elsewhere is no build folder; make it by cmake -B build"),
+])
+def test_wrong_usage_of_servlet_serve_is_told(arguments, status, reason, tmp_path, env):
+    assert outcome("servlet_serve", *arguments, cwd=tmp_path, env=env) == (
+        status, f"servlet_serve: {reason}\n")
+
+
+def test_a_port_that_is_taken_is_told(other, env):
+    with socket.socket() as taken:
+        taken.bind(("127.0.0.1", 0))
+        taken.listen()
+        port = taken.getsockname()[1]
+        assert outcome("servlet_serve", "--port", port, cwd=other, env=env) == (
+            69, f"servlet_serve: port {port} is taken; "
+                "end what listens there or choose another with --port\n")
+
+
+def test_a_machine_that_refuses_a_file_tree_is_told(other, instead):
+    refusing = instead("unshare", 'echo "unshare: unshare failed: Operation not permitted" >&2; exit 1')
+    assert outcome("servlet_serve", "-p", free_port(), cwd=other, env=refusing) == (
+        71, "servlet_serve: this machine refuses a file tree of one's own: "
+            "unshare: unshare failed: Operation not permitted; "
+            "see DIAGNOSTICS in servlet_serve(1)\n")
+
+
+def test_a_project_that_does_not_build_is_not_served(other, env):
+    if is_refused_a_tree():
+        pytest.skip("this machine refuses a file tree of one's own")
+    source = other / "test.cpp"
+    text = source.read_text()
+    source.write_text(f"#error not yet\n{text}")
+    status, printed = outcome("servlet_serve", "-p", free_port(), cwd=other, env=env)
+    source.write_text(text)
+    assert status == 1 and "#error not yet" in printed
+
+
+def test_a_project_that_installs_no_configuration_is_told(other, env):
+    if is_refused_a_tree():
+        pytest.skip("this machine refuses a file tree of one's own")
+    config = other / "www/WEB-INFO/servlet/servlet.xml"
+    config.rename(other / "servlet.xml")
+    status, printed = outcome("servlet_serve", "-p", free_port(), cwd=other, env=env)
+    (other / "servlet.xml").rename(config)
+    assert (status, printed.splitlines()[-1]) == (
+        66, "servlet_serve: the project installs no /phone/www/WEB-INFO/servlet/servlet.xml")

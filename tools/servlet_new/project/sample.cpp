@@ -1,0 +1,52 @@
+// A page that greets by name, and a listener that counts requests.
+
+#include <kit/plugin.h>
+
+#include <atomic>
+#include <cstddef>
+#include <utility>
+
+namespace {
+
+constexpr std::size_t kLongestName = 40;
+
+// The listener and the page share it; atomic, since every request thread runs both.
+std::atomic<long> requestCount{0};
+
+class SamplePage final : public kit::Page {
+    void answer(kit::Request& request, kit::Response& response) override {
+        kit::Variables variables;
+        variables.set("longestName", kLongestName).set("requests", requestCount.load());
+        if (request.isPost()) {
+            greet(request, response, variables);
+        }
+        response.show("sample.html", std::move(variables));
+    }
+
+    // By POST: the container refuses addresses with some texts, which a name may hold.
+    static void greet(kit::Request& request, kit::Response& response, kit::Variables& variables) {
+        // What was entered is shown again, right or wrong; the template escapes it.
+        variables.set("name", request.parameter("name").value_or(""));
+        const auto name = request.text("name", 1, kLongestName);
+        if (name) {
+            variables.set("greeted", *name);
+        } else {
+            variables.set("problem", kit::describe(name.problem()));
+            response.status(422);
+        }
+    }
+};
+
+// Sees every request before any page does.
+class SampleCounter final : public kit::Listener {
+    bool admit(kit::Request&, kit::Response&) override {
+        ++requestCount;
+        return true; // false would end the request with the response as it stands
+    }
+};
+
+} // namespace
+
+// What servlet.xml names.
+KIT_SERVLET(createSamplePage, SamplePage)
+KIT_LISTENER(createSampleCounter, SampleCounter)
