@@ -30,7 +30,8 @@ foreach(tool servlet_new servlet_serve)
 endforeach()
 # What servlet_new makes projects of, and servlet_serve serves with.
 set(tools_dir ${CMAKE_INSTALL_DATADIR}/fcgiServer)
-install(DIRECTORY tools/servlet_new/project DESTINATION ${tools_dir} COMPONENT dev)
+install(DIRECTORY tools/servlet_new/project DESTINATION ${tools_dir} COMPONENT dev
+    PATTERN "build" EXCLUDE)
 install(FILES config/lighttpd.conf config/lighttpd-phone.conf config/lighttpd-spawn.conf
     DESTINATION ${tools_dir}/config COMPONENT dev)
 install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir} COMPONENT dev

@@ -32,7 +32,19 @@ def place(prefix):
     (folder / "tmp").mkdir()
     (folder / "tmp").chmod(0o1777)
     yield folder
+    for process in processes(folder):
+        os.kill(process, signal.SIGKILL)
     shutil.rmtree(folder)
+
+
+def processes(place):
+    """Those that run what is installed there, by number, and their command lines."""
+    commands = {}
+    for process in pathlib.Path("/proc").glob("[0-9]*"):
+        with contextlib.suppress(OSError):
+            commands[int(process.name)] = (process / "cmdline").read_bytes()
+    return {number: command for number, command in commands.items()
+            if str(place / "prefix").encode() in command}
 
 
 @pytest.fixture(scope="module")
@@ -128,15 +140,6 @@ class Pages:
             return error.code, error.read().decode()
 
 
-def daemons(place):
-    """The command lines of those that run from there."""
-    lines = []
-    for process in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
-        with contextlib.suppress(OSError):
-            lines.append(process.read_bytes())
-    return [line for line in lines if str(place / "prefix").encode() in line]
-
-
 def as_on_a_terminal():
     """Ctrl-C ends it, even where the tests run in the background."""
     signal.signal(signal.SIGINT, signal.SIG_DFL)
@@ -162,7 +165,7 @@ def serving(project, place, env, **user):
             os.killpg(process.pid, signal.SIGINT)
         status = process.wait(PATIENCE)
     assert status == 0, log.read_text()
-    wait_until(lambda: not daemons(place), lambda: daemons(place))
+    wait_until(lambda: not processes(place), lambda: processes(place))
     assert not list((place / "tmp").iterdir()), "temporary files"
 
 
@@ -389,3 +392,28 @@ def test_a_project_that_installs_no_configuration_is_told(other, env):
     (other / "servlet.xml").rename(config)
     assert (status, printed.splitlines()[-1]) == (
         66, "servlet_serve: the project installs no /phone/www/WEB-INFO/servlet/servlet.xml")
+
+
+SLOW = """
+        WebDebug::getInstance()->info("begins to save");
+        std::this_thread::sleep_for(std::chrono::seconds(2)); // whatever signals come
+        WebDebug::getInstance()->info("has saved");
+"""
+
+
+def test_ctrl_c_lets_a_page_finish_what_it_does(other, place, env):
+    if is_refused_a_tree():
+        pytest.skip("this machine refuses a file tree of one's own")
+    source, log = other / "test.cpp", place / "serve.log"
+    text = source.read_text()
+    start = "        kit::Variables variables;\n"
+    assert start in text
+    source.write_text("#include <chrono>\n#include <thread>\n" + text.replace(start, SLOW + start))
+    with serving(other, place, env) as pages:
+        # Nobody waits for the answer.
+        asking = subprocess.Popen(["curl", "--silent", f"{pages.address}/servlet?p=test"],
+                                  stdout=subprocess.DEVNULL)
+        wait_until(lambda: "begins to save" in log.read_text(), log.read_text)
+    asking.wait(PATIENCE)
+    source.write_text(text)
+    assert "has saved" in log.read_text()
