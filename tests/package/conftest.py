@@ -17,10 +17,10 @@ def run(*command, **options):
 @pytest.fixture(scope="session")
 def prefix(tmp_path_factory):
     folder = tmp_path_factory.mktemp("package")
-    build = folder / "build"
-    run("cmake", "-S", SOURCE, "-B", build, "-G", "Ninja", "-DBUILD_TESTING=OFF",
-        "-DCMAKE_BUILD_TYPE=Release", f"-DCMAKE_INSTALL_PREFIX={folder}/prefix",
-        "-DCMAKE_INSTALL_LIBDIR=lib")
+    # The build folder of scripts/packages, so that all is compiled once.
+    build = SOURCE / "build/packages/release"
+    run("cmake", "--preset", "release", "-B", build, f"-DCMAKE_INSTALL_PREFIX={folder}/prefix",
+        cwd=SOURCE)
     run("cmake", "--build", build)
     run("cmake", "--install", build)
     run("cmake", "--install", build, "--component", "phone",
