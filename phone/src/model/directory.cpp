@@ -71,7 +71,7 @@ const Contact* Directory::find(std::string_view name) const {
     return place != m_contacts.end() && place->name == name ? &*place : nullptr;
 }
 
-Directory::Page Directory::search(std::string_view text, long page) const {
+Directory::Page Directory::search(std::string_view text, std::int64_t page) const {
     std::vector<const Contact*> found;
     for (const Contact& contact : m_contacts) {
         if (holds(contact.name, text) || holds(contact.number, text)) {
@@ -80,7 +80,7 @@ Directory::Page Directory::search(std::string_view text, long page) const {
     }
     Page result{{}, found.size(), 1, 1};
     result.pages = std::max<long>(1, static_cast<long>((found.size() + kPageSize - 1) / kPageSize));
-    result.page = std::clamp(page, 1L, result.pages);
+    result.page = static_cast<long>(std::clamp<std::int64_t>(page, 1, result.pages));
     const std::size_t begin = static_cast<std::size_t>(result.page - 1) * kPageSize;
     const std::size_t end = std::min(begin + kPageSize, found.size());
     for (std::size_t i = begin; i < end; ++i) {

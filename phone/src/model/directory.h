@@ -5,6 +5,7 @@
 #include "model/field_error.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,7 +42,7 @@ public:
 
     // Those that hold `text` in their name or number, all for an empty one; ASCII letters match
     // without regard to case. A page that there is not is the nearest one that there is.
-    Page search(std::string_view text, long page) const;
+    Page search(std::string_view text, std::int64_t page) const;
 
     // Adds a contact if checkContact() finds nothing wrong with it, its name is new (otherwise
     // "duplicate" of the field name) and there is room ("tooMany").

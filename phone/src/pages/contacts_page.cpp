@@ -2,7 +2,7 @@
 
 #include "model/contacts_csv.h"
 
-#include <climits>
+#include <cstdint>
 
 namespace phone {
 namespace {
@@ -105,7 +105,7 @@ void ContactsPage::showList(kit::Request& request, kit::Response& response,
     HttpSession* session = request.session();
     const auto search = session ? m_searches.find(*session) : nullptr;
     const std::string text = search ? search->get() : "";
-    const long wanted = request.number<long>("page", LONG_MIN, LONG_MAX).valueOr(1);
+    const auto wanted = request.number<std::int64_t>("page", INT64_MIN, INT64_MAX).valueOr(1);
     const auto page = m_phone.device.state()->directory.search(text, wanted);
     variables.set("search", text).rows("contacts", page.rows, contactRow);
     addPaging(variables, page);
