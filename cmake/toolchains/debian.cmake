@@ -16,5 +16,6 @@ set(ENV{PKG_CONFIG_LIBDIR}
     ${sysroot}/usr/lib/${triple}/pkgconfig:${sysroot}/usr/share/pkgconfig)
 set(CMAKE_CXX_FLAGS_INIT "-isystem ${sysroot}/usr/include -isystem ${sysroot}/usr/include/${triple}")
 
-# Tests run under qemu-user, by its name, so that the kernel need not know foreign programs.
-set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator} -L /usr/${triple})
+# Tests run under qemu-user, by its name, so that the kernel need not know foreign programs. They find
+# its name in EMULATOR: what can only be seen without one is skipped, and tells why.
+set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator} -L /usr/${triple} -E EMULATOR=${emulator})
