@@ -29,6 +29,7 @@ class Programs:
     """What the preset `bench` has built."""
 
     def __init__(self, build):
+        os.sync()  # see Process.private()
         folder = pathlib.Path(build).resolve() / "bench/requests"
         self.bare = folder / "bare_loop"
         self.host = folder / "fcgi_host_bench"
@@ -66,7 +67,8 @@ class Process:
 
     def private(self):
         """What it has written. Pages of libraries count as private, too, while nobody else has
-        them, which says nothing of the program."""
+        them, which says nothing of the program; and as written, while those of a file that was
+        just built are not on the disk yet."""
         return self.memory("Private_Dirty")
 
     def peak(self):
