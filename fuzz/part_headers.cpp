@@ -128,7 +128,7 @@ std::vector<std::string> unfoldedLines(const std::string& headers) {
         const std::size_t end = headers.find("\r\n", at);
         const std::string line = headers.substr(at, end - at);
         if (at > 0 && (line[0] == ' ' || line[0] == '\t'))
-            lines.back() += "  " + line;
+            lines.back() += line;
         else
             lines.push_back(line);
         at = end + 2;
