@@ -1,7 +1,8 @@
-"""The package as it is installed, which several tests use."""
+"""The package as it is installed, and what else several tests use."""
 
 import os
 import pathlib
+import socket
 import subprocess
 
 import pytest
@@ -31,3 +32,14 @@ def prefix(tmp_path_factory):
 def environment(prefix):
     return dict(os.environ, LD_LIBRARY_PATH=str(prefix / "lib"),
                 PKG_CONFIG_PATH=str(prefix / "lib/pkgconfig"))
+
+
+def free_port():
+    with socket.socket() as taken:
+        taken.bind(("127.0.0.1", 0))
+        return taken.getsockname()[1]
+
+
+def is_listening(port):
+    with socket.socket() as probe:
+        return probe.connect_ex(("127.0.0.1", port)) == 0

@@ -5,7 +5,6 @@ import os
 import pathlib
 import re
 import shutil
-import socket
 import subprocess
 import sys
 import time
@@ -13,6 +12,7 @@ import time
 import pytest
 
 import debs
+from conftest import free_port, is_listening
 from debs import NAMES, SOURCE, run
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -134,17 +134,6 @@ def wait_until(condition, process, log):
     while not condition():
         assert process.poll() is None and time.monotonic() < deadline, log.read_text()
         time.sleep(0.05)
-
-
-def free_port():
-    with socket.socket() as taken:
-        taken.bind(("127.0.0.1", 0))
-        return taken.getsockname()[1]
-
-
-def is_listening(port):
-    with socket.socket() as probe:
-        return probe.connect_ex(("127.0.0.1", port)) == 0
 
 
 class Phone:

@@ -16,7 +16,7 @@ import urllib.request
 
 import pytest
 
-from conftest import SOURCE, run
+from conftest import SOURCE, free_port, is_listening, run
 
 PATIENCE = 60  # seconds for what normally takes one
 NOBODY = 65534
@@ -104,17 +104,6 @@ def test_a_new_project_has_nothing_for_servlet_check_to_tell(built, place, env):
         "servlet_check", "--root", image, "--partial", "--provides",
         place / "prefix/lib/libdevice.so", "--provides", place / "prefix/sbin/fcgi_host", env=env)
     assert (status, [line for line in printed.splitlines() if ": note: " not in line]) == (0, [])
-
-
-def free_port():
-    with socket.socket() as taken:
-        taken.bind(("127.0.0.1", 0))
-        return taken.getsockname()[1]
-
-
-def is_listening(port):
-    with socket.socket() as probe:
-        return probe.connect_ex(("127.0.0.1", port)) == 0
 
 
 def wait_until(condition, what):
