@@ -1,5 +1,6 @@
 """The Debian packages for 32-bit ARM, made here, and what is built with them for such a device."""
 
+import os
 import pathlib
 import re
 
@@ -77,6 +78,16 @@ def consumer(device, tmp_path_factory):
 
 def test_somebody_elses_plug_in_passes_its_test_there(device, consumer):
     assert on_arm(device, consumer / "hello_test") == "0 failures\n"
+
+
+def test_pkg_config_tells_all_that_a_plug_in_needs_there(device, tmp_path):
+    env = dict(os.environ, PKG_CONFIG_SYSROOT_DIR=str(device),
+               PKG_CONFIG_LIBDIR=str(device / LIBRARIES / "pkgconfig"))
+    flags = run("pkg-config", "--cflags", "--libs", "fcgiServer-kit", env=env).split()
+    library = tmp_path / "libhello.so"
+    run("arm-linux-gnueabihf-g++", "-std=c++17", "-fPIC", "-shared", "-Wl,--no-undefined",
+        SOURCE / "examples/hello/hello.cpp", "-o", library, *flags)
+    assert "Shared library: [libdevice.so]" in run("readelf", "--dynamic", library)
 
 
 def test_somebody_elses_host_runs_there(device, consumer):

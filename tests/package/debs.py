@@ -1,9 +1,9 @@
 """What scripts/packages makes."""
 
-import pathlib
 import subprocess
 
-SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
+from conftest import SOURCE
+
 FOLDER = SOURCE / "build/packages"
 NAMES = ["fcgiserver", "fcgiserver-dev", "fcgiserver-phone"]
 

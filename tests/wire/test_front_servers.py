@@ -125,8 +125,10 @@ def impatient(folder):
 def test_a_daemon_that_says_nothing_is_given_up(start, impatient, kind):
     front = start.front(kind, impatient)
     silent = start.shared_socket()
-    assert front.curl("/servlet?p=facts").status == 504
-    assert front.curl("/servlet?p=facts", "--form", "x=upload").status == 504
+    # Long before the minute that is the servers' own.
+    patience = ("--max-time", PATIENCE)
+    assert front.curl("/servlet?p=facts", *patience).status == 504
+    assert front.curl("/servlet?p=facts", *patience, "--form", "x=upload").status == 504
     # The next one is asked as ever.
     silent.close()
     Path(start.socket_path).unlink()
