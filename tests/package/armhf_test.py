@@ -10,7 +10,7 @@ import debs
 from debs import SOURCE, run
 
 CONSUMER = pathlib.Path(__file__).resolve().parent / "consumer"
-TOOLCHAIN = SOURCE / "cmake/toolchains/armhf.cmake"
+TOOLCHAIN = SOURCE / "packaging/toolchains/armhf.cmake"
 LIBRARIES = "usr/lib/arm-linux-gnueabihf"
 
 

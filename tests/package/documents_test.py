@@ -84,7 +84,7 @@ def rows(text):
 
 
 def written_sources():
-    return [path for folder in ("fcgiServer", "platform", "host", "kit/include", "phone/src")
+    return [path for folder in ("fcgiServer", "platform", "host", "kit/include", "examples/phone/src")
             for path in sorted((SOURCE / folder).rglob("*")) if path.suffix in (".cpp", ".h")]
 
 

@@ -81,7 +81,7 @@ def test_the_guide_and_the_man_page_give_the_same_commands(greeting):
     told = "\n".join(commands(greeting))
     guide = (SOURCE / "docs/plugin-guide.md").read_text()
     assert f"```sh\nservlet_new news\ncd news\n{told}\n```\n" in guide
-    examples = (SOURCE / "man/servlet_new.1").read_text().partition(".Sh EXAMPLES\n")[2]
+    examples = (SOURCE / "packaging/man/servlet_new.1").read_text().partition(".Sh EXAMPLES\n")[2]
     assert re.findall(r"^\.Dl \$ (.*)$", examples, re.M) == [
         "servlet_new news && cd news", *commands(greeting)]
 

@@ -1,11 +1,11 @@
-"""phone/translate.cmake: templates with the texts of each language in the place of their keys."""
+"""examples/phone/translate.cmake: templates with the texts of each language in the place of their keys."""
 
 import pathlib
 import subprocess
 
 import pytest
 
-SCRIPT = pathlib.Path(__file__).resolve().parents[2] / "phone/translate.cmake"
+SCRIPT = pathlib.Path(__file__).resolve().parents[2] / "examples/phone/translate.cmake"
 
 
 class Translation:

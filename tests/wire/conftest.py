@@ -76,7 +76,7 @@ def daemon(daemon_host, start_once):
 @pytest.fixture(params=["lighttpd", "nginx", "apache"])
 def front(request, start):
     """A web server in front of a socket that nobody serves yet."""
-    return start.front(request.param, SOURCE / "config")
+    return start.front(request.param, SOURCE / "packaging/front-servers")
 
 
 @pytest.fixture

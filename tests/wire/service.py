@@ -213,7 +213,7 @@ class Starter:
         os.chmod(self.socket_path, 0o666)
 
     def front(self, kind, config, *additions):
-        """Starts a web server by config/KIND.conf, with config/KIND-ADDITION.conf for additions."""
+        """Starts a web server by packaging/front-servers/KIND.conf, with packaging/front-servers/KIND-ADDITION.conf for additions."""
         os.chmod(self.folder, 0o755)
         os.chmod(self.state, 0o777)
         port = free_port()

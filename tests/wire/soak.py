@@ -272,7 +272,7 @@ def main():
     start = service.Starter(service.Build(arguments.build.resolve()), folder)
     start.environment["APP_LOG_LEVEL"] = "2"  # requests that fail on purpose are logged as errors
     try:
-        front = start.front("lighttpd", ROOT / "config")
+        front = start.front("lighttpd", ROOT / "packaging/front-servers")
         parts = [("one daemon", soak(start, front, requests, requests // 100)),
                  ("killed daemons", kill_again_and_again(start, front, requests // 1000))]
     finally:

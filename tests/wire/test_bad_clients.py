@@ -19,7 +19,7 @@ PAUSE = 0.0005
 
 @pytest.fixture(scope="module", params=["lighttpd", "nginx", "apache"])
 def front(request, daemon_host, start_once):
-    return start_once.front(request.param, SOURCE / "config")
+    return start_once.front(request.param, SOURCE / "packaging/front-servers")
 
 
 @pytest.fixture(autouse=True)

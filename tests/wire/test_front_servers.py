@@ -12,7 +12,7 @@ from conftest import SOURCE
 from service import PATIENCE, in_background, wait_until
 from test_pages import facts
 
-CONFIG = SOURCE / "config"
+CONFIG = SOURCE / "packaging/front-servers"
 FRONTS = ["lighttpd", "nginx", "apache"]
 
 

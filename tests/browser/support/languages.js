@@ -3,7 +3,7 @@ import { readFileSync } from 'node:fs';
 
 export const kLanguages = ['en', 'de', 'zh'];
 
-const folder = new URL('../../../phone/texts/', import.meta.url);
+const folder = new URL('../../../examples/phone/texts/', import.meta.url);
 
 // The texts of the pages in a language, by key.
 export function textsIn(language) {

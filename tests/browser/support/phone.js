@@ -122,7 +122,7 @@ export async function expectValues(page, values) {
 export const file = (name, content, mimeType = 'application/octet-stream') =>
     ({ name, mimeType, buffer: Buffer.from(content) });
 
-// A firmware image that the phone takes; see phone/src/model/firmware_image.h.
+// A firmware image that the phone takes; see examples/phone/src/model/firmware_image.h.
 export function image({ version = '9.8.7', model = 'Desk phone', payload = Buffer.from('new') } = {}) {
     const length = Buffer.alloc(4);
     length.writeUInt32LE(payload.length);

@@ -2,7 +2,7 @@
 """Makes a report of measurements: a table on standard output, report.json, and with --docs the
 page benchmarks.md with its picture.
 
-    bench/report.py --build build/bench --pieces PIECES.json [--whole WHOLE.json] [--docs docs]
+    tests/bench/report.py --build build/bench --pieces PIECES.json [--whole WHOLE.json] [--docs docs]
 
 PIECES.json is what the program `pieces` writes with --benchmark_out and several repetitions.
 WHOLE.json holds what was measured through web servers:
@@ -22,7 +22,7 @@ import subprocess
 
 import chart
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 # What is looked at by how it grows: operation, what its size counts.
 GROWING = [("map/look up", "entries"), ("map/insert", "entries"), ("session/create", "sessions"),

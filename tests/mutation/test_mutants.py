@@ -1,4 +1,4 @@
-"""What scripts/adequacy changes in a source."""
+"""What scripts/mutation changes in a source."""
 
 import pathlib
 import sys

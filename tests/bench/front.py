@@ -12,7 +12,7 @@ import urllib.request
 
 from backend import PATIENCE, Backend, Process
 
-CONFIG = pathlib.Path(__file__).parent.parent / "config"
+CONFIG = pathlib.Path(__file__).resolve().parents[2] / "packaging/front-servers"
 MILLISECONDS = {"us": 0.001, "ms": 1, "s": 1000}
 
 

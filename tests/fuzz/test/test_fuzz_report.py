@@ -4,7 +4,7 @@ import pathlib
 import subprocess
 import sys
 
-SOURCE = pathlib.Path(__file__).resolve().parents[2]
+SOURCE = pathlib.Path(__file__).resolve().parents[3]
 STATISTICS = "stat::number_of_executed_units: 1234567\nstat::average_exec_per_sec:     4321\n"
 
 
@@ -19,7 +19,7 @@ def source(name, lines, branches):
 
 def report(folder, *files):
     (folder / "coverage.json").write_text(json.dumps({"data": [{"files": files}]}))
-    return subprocess.run([sys.executable, SOURCE / "fuzz" / "report.py", folder],
+    return subprocess.run([sys.executable, SOURCE / "tests/fuzz/report.py", folder],
                           capture_output=True, text=True)
 
 
@@ -54,5 +54,5 @@ def test_a_source_without_branches_has_no_share_of_them(tmp_path):
 
 
 def test_sources_of_the_tests_are_left_out(tmp_path):
-    run = report(tmp_path, source("fuzz/pairs.cpp", (1, 2), (1, 2)))
+    run = report(tmp_path, source("tests/fuzz/pairs.cpp", (1, 2), (1, 2)))
     assert "pairs.cpp" not in run.stdout

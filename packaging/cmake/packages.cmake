@@ -6,7 +6,7 @@
 #
 # What is installed here is in them only.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME runtime)
-set(packages ${PROJECT_SOURCE_DIR}/packages)
+set(packages ${PROJECT_SOURCE_DIR}/packaging/debian)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_VERBATIM_VARIABLES ON)
@@ -88,22 +88,22 @@ set(CPACK_DEBIAN_PHONE_DESCRIPTION
 The telephone's pages for fcgi_host, below /phone, and the configuration of
 lighttpd for them: \"lighty-enable-mod fcgiserver-phone\" puts it to use.")
 
-configure_file(host/fcgi_host.service.in fcgi_host.service @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/fcgi_host.service host/fcgi_host.socket
+configure_file(packaging/systemd/fcgi_host.service.in fcgi_host.service @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/fcgi_host.service packaging/systemd/fcgi_host.socket
     DESTINATION lib/systemd/system EXCLUDE_FROM_ALL)
-install(FILES config/lighttpd-phone.conf
+install(FILES packaging/front-servers/lighttpd-phone.conf
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fcgiserver COMPONENT phone EXCLUDE_FROM_ALL)
-install(FILES config/lighttpd-debian.conf
+install(FILES packaging/front-servers/lighttpd-debian.conf
     DESTINATION /etc/lighttpd/conf-available RENAME 50-fcgiserver-phone.conf
     COMPONENT phone EXCLUDE_FROM_ALL)
 
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
-configure_file(packages/changelog.in changelog.Debian @ONLY)
+configure_file(packaging/debian/changelog.in changelog.Debian @ONLY)
 foreach(component ${CPACK_COMPONENTS_ALL})
     string(TOUPPER ${component} upper)
     set(name ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
     set(doc ${CMAKE_INSTALL_DATADIR}/doc/${name})
-    install(FILES packages/copyright ${PROJECT_BINARY_DIR}/changelog.Debian DESTINATION ${doc}
+    install(FILES packaging/debian/copyright ${PROJECT_BINARY_DIR}/changelog.Debian DESTINATION ${doc}
         COMPONENT ${component} EXCLUDE_FROM_ALL)
     install(FILES CHANGELOG.md DESTINATION ${doc} RENAME changelog
         COMPONENT ${component} EXCLUDE_FROM_ALL)

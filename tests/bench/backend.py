@@ -30,7 +30,7 @@ class Programs:
 
     def __init__(self, build):
         os.sync()  # see Process.private()
-        folder = pathlib.Path(build).resolve() / "bench/requests"
+        folder = pathlib.Path(build).resolve() / "tests/bench/requests"
         self.bare = folder / "bare_loop"
         self.host = folder / "fcgi_host_bench"
         self.allocation_counter = folder / "libcount_allocations.so"

@@ -11,7 +11,7 @@ import pathlib
 import re
 import sys
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 WATCHED = ("QKSTL", "fcgiServer", "platform")
 
 

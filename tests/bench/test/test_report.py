@@ -1,9 +1,9 @@
-"""The arithmetic of bench/report.py and what bench/chart.py makes of it."""
+"""The arithmetic of tests/bench/report.py and what tests/bench/chart.py makes of it."""
 import pathlib
 import sys
 import xml.etree.ElementTree
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "bench"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
 
 import chart
 import pytest

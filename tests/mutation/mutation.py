@@ -15,7 +15,7 @@ import sys
 import changes
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-KNOWN = pathlib.Path(__file__).with_name("changes_nothing.txt")
+KNOWN = pathlib.Path(__file__).with_name("equivalent_mutants.txt")
 GIB = 1 << 30
 
 # Which sources, and the programs that test them.

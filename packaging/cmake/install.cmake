@@ -17,12 +17,12 @@ install(TARGETS QKSTL platform_headers device fcgiServer fcgiServer-static kit
     INCLUDES DESTINATION ${header_dir})
 install(TARGETS fcgi_host RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 foreach(section 5 8)
-    file(GLOB pages CONFIGURE_DEPENDS man/*.${section})
+    file(GLOB pages CONFIGURE_DEPENDS packaging/man/*.${section})
     install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()
 if(TARGET servlet_check)
     install(TARGETS servlet_check RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT dev)
-    install(FILES man/servlet_check.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dev)
+    install(FILES packaging/man/servlet_check.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dev)
 endif()
 foreach(tool servlet_new servlet_serve)
     install(PROGRAMS tools/${tool}/${tool} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT dev)
@@ -32,7 +32,10 @@ endforeach()
 set(tools_dir ${CMAKE_INSTALL_DATADIR}/fcgiServer)
 install(DIRECTORY tools/servlet_new/project DESTINATION ${tools_dir} COMPONENT dev
     PATTERN "build" EXCLUDE)
-install(FILES config/lighttpd.conf config/lighttpd-phone.conf config/lighttpd-spawn.conf
+install(FILES
+    packaging/front-servers/lighttpd.conf
+    packaging/front-servers/lighttpd-phone.conf
+    packaging/front-servers/lighttpd-spawn.conf
     DESTINATION ${tools_dir}/config COMPONENT dev)
 install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir} COMPONENT dev
     FILES_MATCHING PATTERN "*.h")
@@ -51,7 +54,7 @@ install(DIRECTORY kit/testing/ DESTINATION ${CMAKE_INSTALL_DATADIR}/fcgiServer/t
     FILES_MATCHING PATTERN "*.cpp" PATTERN "*.h" PATTERN "include" EXCLUDE)
 
 install(EXPORT fcgiServerTargets NAMESPACE fcgiServer:: DESTINATION ${package_dir} COMPONENT dev)
-configure_package_config_file(cmake/fcgiServerConfig.cmake.in fcgiServerConfig.cmake
+configure_package_config_file(packaging/cmake/fcgiServerConfig.cmake.in fcgiServerConfig.cmake
     INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(fcgiServerConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES
@@ -64,7 +67,7 @@ if(DEVICE_LIBRARIES)
     list(JOIN DEVICE_LIBRARIES " " DEVICE_FLAGS)
 endif()
 foreach(name fcgiServer fcgiServer-static fcgiServer-kit)
-    configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
+    configure_file(packaging/cmake/${name}.pc.in ${name}.pc @ONLY)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 endforeach()

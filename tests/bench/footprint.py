@@ -18,7 +18,7 @@ import time
 import fastcgi
 from backend import Backend, Program, Programs
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 ARCHITECTURES = {"amd64": ("release", "strip"),
                  "armhf": ("release-armhf", "arm-linux-gnueabihf-strip"),
                  "arm64": ("release-arm64", "aarch64-linux-gnu-strip")}
