@@ -1,0 +1,32 @@
+// Letters and digits of ASCII, whatever the locale is. Other bytes, those of UTF-8 included, stay
+// as they are.
+#ifndef BASE_ASCII_H
+#define BASE_ASCII_H
+
+#include <algorithm>
+#include <string_view>
+
+namespace base {
+
+inline char asciiLower(char character) {
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
+                                                : character;
+}
+
+inline bool isAsciiDigit(char character) {
+    return character >= '0' && character <= '9';
+}
+
+inline bool isAsciiLetter(char character) {
+    return asciiLower(character) >= 'a' && asciiLower(character) <= 'z';
+}
+
+inline bool equalsIgnoringCase(std::string_view left, std::string_view right) {
+    return left.size() == right.size() &&
+           std::equal(left.begin(), left.end(), right.begin(),
+                      [](char one, char other) { return asciiLower(one) == asciiLower(other); });
+}
+
+} // namespace base
+
+#endif

@@ -1,0 +1,46 @@
+// The owner of a file descriptor.
+#ifndef BASE_DESCRIPTOR_H
+#define BASE_DESCRIPTOR_H
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace base {
+
+// Closes the descriptor that it owns when it is destroyed. One thread at a time.
+class Descriptor {
+public:
+    // Takes ownership of `number`; -1 stands for none, so the result of open(2) can be passed as it
+    // is.
+    explicit Descriptor(int number = -1) : m_number(number) {}
+    Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+    // Closes what it owned before.
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        Descriptor moved(std::move(other));
+        std::swap(m_number, moved.m_number);
+        return *this;
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() { close(); }
+
+    // Returns the descriptor, which stays owned, or -1.
+    int get() const { return m_number; }
+    explicit operator bool() const { return m_number >= 0; }
+
+    // Closes the descriptor now. Returns false when the system reports that earlier writes failed;
+    // the descriptor is gone in any case, even after EINTR (see close(2)).
+    bool close() {
+        const int number = std::exchange(m_number, -1);
+        return number < 0 || ::close(number) == 0 || errno == EINTR;
+    }
+
+private:
+    int m_number;
+};
+
+} // namespace base
+
+#endif
