@@ -6,7 +6,7 @@
 namespace phone {
 
 bool EventListener::admit(kit::Request& request, kit::Response& response) {
-    const auto event = eventOf(request);
+    const auto event = kit::eventOf(request);
     if (!event) {
         return true;
     }
@@ -31,7 +31,7 @@ bool EventListener::mayCome(std::string_view address) const {
     return std::find(friends.begin(), friends.end(), address) != friends.end();
 }
 
-bool EventListener::follow(const PhoneEvent& event) {
+bool EventListener::follow(const kit::Event& event) {
     if (event.name == "key") {
         return m_phone.desk.press(event.value);
     }

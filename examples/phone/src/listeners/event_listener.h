@@ -2,8 +2,8 @@
 #define EVENT_LISTENER_H
 
 #include "phone.h"
-#include "phone_event.h"
 
+#include "kit/container_rules.h"
 #include "kit/plugin.h"
 
 namespace phone {
@@ -20,7 +20,7 @@ public:
 
 private:
     bool mayCome(std::string_view address) const;
-    bool follow(const PhoneEvent& event);
+    bool follow(const kit::Event& event);
 
     Phone& m_phone;
 };

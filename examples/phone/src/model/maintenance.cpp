@@ -1,5 +1,7 @@
 #include "model/maintenance.h"
 
+#include "kit/container_rules.h"
+
 #include <algorithm>
 #include <ctime>
 #include <utility>
@@ -9,21 +11,7 @@ namespace phone {
 using std::chrono::seconds;
 
 const char* wordOf(Task task) {
-    switch (task) {
-    case Task::none:
-        return "idle";
-    case Task::restart:
-        return "reboot";
-    case Task::factoryReset:
-        return "reset";
-    case Task::provisioning:
-        return "autoprovision";
-    case Task::upgrade:
-        return "upgrade";
-    case Task::configuration:
-        return "configration";
-    }
-    return "unkown";
+    return kit::statusWord(static_cast<kit::DeviceStatus>(task));
 }
 
 Maintenance::Maintenance(Clock clock) : m_clock(std::move(clock)) {}

@@ -9,6 +9,7 @@
 
 namespace phone {
 
+// In the order of kit::DeviceStatus.
 enum class Task { none, restart, factoryReset, provisioning, upgrade, configuration };
 
 // The words of the page "notice": idle, reboot, reset, autoprovision, upgrade, configration,
