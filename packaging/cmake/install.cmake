@@ -10,7 +10,7 @@ set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME runtime)
 set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/fcgiServer)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/fcgiServer)
 
-install(TARGETS QKSTL platform_headers device fcgiServer fcgiServer-static kit
+install(TARGETS base QKSTL platform_headers device fcgiServer fcgiServer-static kit
     EXPORT fcgiServerTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
@@ -26,7 +26,7 @@ if(TARGET servlet_check)
 endif()
 foreach(tool servlet_new servlet_serve)
     install(PROGRAMS tools/${tool}/${tool} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT dev)
-    install(FILES man/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dev)
+    install(FILES packaging/man/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dev)
 endforeach()
 # What servlet_new makes projects of, and servlet_serve serves with.
 set(tools_dir ${CMAKE_INSTALL_DATADIR}/fcgiServer)
@@ -41,7 +41,7 @@ install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir
     FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY fcgiServer/ DESTINATION ${header_dir} COMPONENT dev
     FILES_MATCHING PATTERN "*.h" PATTERN "include" EXCLUDE PATTERN "request_rules.h" EXCLUDE)
-install(DIRECTORY QKSTL kit/include/kit DESTINATION ${header_dir} COMPONENT dev
+install(DIRECTORY base QKSTL kit/include/kit DESTINATION ${header_dir} COMPONENT dev
     FILES_MATCHING PATTERN "*.h")
 
 # The test kit's sources are compiled into each test program.
