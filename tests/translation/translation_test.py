@@ -1,15 +1,16 @@
-"""examples/phone/translate.cmake: templates with the texts of each language in the place of their keys."""
+"""examples/phone/translate.py: templates with the texts of each language in place of their keys."""
 
 import pathlib
 import subprocess
+import sys
 
 import pytest
 
-SCRIPT = pathlib.Path(__file__).resolve().parents[2] / "examples/phone/translate.cmake"
+SCRIPT = pathlib.Path(__file__).resolve().parents[2] / "examples/phone/translate.py"
 
 
 class Translation:
-    """A folder with texts and templates, and what becomes of them."""
+    """A folder with texts, templates and the translated pages."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -22,12 +23,12 @@ class Translation:
     def template(self, text, name="a.html"):
         (self.folder / "templates" / name).write_text(text, encoding="utf-8")
 
-    def run(self, languages="en;de"):
-        names = ";".join(path.name for path in sorted((self.folder / "templates").iterdir()))
+    def run(self):
+        names = [path.name for path in sorted((self.folder / "templates").iterdir())]
         return subprocess.run(
-            ["cmake", f"-DLANGUAGES={languages}", f"-DNAMES={names}",
-             f"-DTEXTS={self.folder}/texts", f"-DTEMPLATES={self.folder}/templates",
-             f"-DOUTPUT={self.folder}/out", "-P", SCRIPT],
+            [sys.executable, SCRIPT, "--texts", self.folder / "texts",
+             "--templates", self.folder / "templates", "--output", self.folder / "out",
+             "--languages", "en", "de", "--names", *names],
             text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
 
     def page(self, language, name="a.html"):
@@ -40,7 +41,7 @@ def translation(tmp_path):
 
 
 def refusal(translation):
-    """What is printed about texts and templates that do not fit, without the line breaks."""
+    """Returns the error output for texts and templates that do not match, on one line."""
     result = translation.run()
     assert result.returncode != 0, result.stdout
     assert not (translation.folder / "out").exists()
@@ -89,13 +90,13 @@ def test_a_name_in_braces_stands_for_a_variable(translation):
     ("a = A\n", "a = A\nb = B\n", "{{a}}", 'en.txt: "b" is missing'),
     ("a = A\n", "a = A\n", "{{a}}{{b}}", 'a.html: "b" is unknown'),
     ("a = A\nb = B\n", "a = A\nb = B\n", "{{a}}", 'en.txt: "b" is never used'),
-    ("a = A\na = B\n", "a = A\n", "{{a}}", 'en.txt: "a" is there twice'),
-    ("a = {x}\n", "a = {y}\n", "{{a}}", 'de.txt: "a" has other variables than in en.txt'),
+    ("a = A\na = B\n", "a = A\n", "{{a}}", 'en.txt: "a" is defined twice'),
+    ("a = {x}\n", "a = {y}\n", "{{a}}", 'de.txt: "a" uses other variables than in en.txt'),
     ("a A\n", "a = A\n", "{{a}}", 'en.txt: neither "key = text" nor a comment: a A'),
-    ("a = {{b}}\n", "a = A\n", "{{a}}", 'en.txt: "a" holds {{'),
+    ("a = {{b}}\n", "a = A\n", "{{a}}", 'en.txt: "a" contains {{'),
     ("a = A\n", "a = A\n", "{{a}} {{ a }}", "a.html: not a key: {{ a }}"),
 ])
-def test_what_does_not_fit_fails_and_is_named(translation, english, german, template, complaint):
+def test_reports_texts_and_templates_that_do_not_match(translation, english, german, template, complaint):
     translation.texts("en", english)
     translation.texts("de", german)
     translation.template(template)
