@@ -9,7 +9,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -27,29 +26,8 @@ constexpr std::chrono::seconds kLongestRest{2};
 // The kit's accept is not to be entered twice at once, whatever servers the process has.
 pthread_mutex_t acceptLock = PTHREAD_MUTEX_INITIALIZER;
 
-// Whoever has the lock is reading a request, which takes some microseconds, or waits for one,
-// perhaps for ever. To sleep and be woken takes longer than the former. So a thread tries for a
-// while before it sleeps: for longer where that was to the point, for shorter where it was not.
-class AcceptTurn {
-public:
-    void take() {
-        for (int tries = 0; tries < m_patience; ++tries) {
-            if (pthread_mutex_trylock(&acceptLock) == 0) {
-                m_patience = std::min(m_patience * 2, kMostTries);
-                return;
-            }
-        }
-        m_patience = std::max(m_patience / 2, 1);
-        pthread_mutex_lock(&acceptLock);
-    }
-
-private:
-    static constexpr int kMostTries = 8192;
-    int m_patience = 1;
-};
-
-int acceptRequest(FCGX_Request* request, AcceptTurn& turn) {
-    turn.take();
+int acceptRequest(FCGX_Request* request) {
+    pthread_mutex_lock(&acceptLock);
     const int result = FCGX_Accept_r(request);
     pthread_mutex_unlock(&acceptLock);
     return result;
@@ -155,8 +133,7 @@ FCGIServer::~FCGIServer() {
 int FCGIServer::run() {
     FCGX_Request request;
     FCGX_InitRequest(&request, kListenSocket, 0);
-    AcceptTurn turn;
-    int accepted = acceptRequest(&request, turn);
+    int accepted = acceptRequest(&request);
     while (accepted >= 0) {
         {
             const Serving serving;
@@ -165,7 +142,7 @@ int FCGIServer::run() {
                 onError(&request, status);
             finish(request);
         }
-        accepted = acceptRequest(&request, turn);
+        accepted = acceptRequest(&request);
     }
     app_log(65, 4, "FCGIServer::run() accept request failed. err= %d\n", accepted);
     return -1;
