@@ -1,67 +1,53 @@
-// The one object that a host program makes: the FastCGI front of the service.
+// The one object that a host program creates: the FastCGI front end of the service.
 #ifndef FCGI_SERVER_H
 #define FCGI_SERVER_H
 
 #include <fcgiapp.h>
 
+#include <memory>
+
 class ServletController;
 
-// Requests arrive on the listening socket that is file descriptor 0.
+// Accepts requests on the listening socket at file descriptor 0.
+//   Owner     of the controller, and through it of servlets, sessions and the plug-in library.
+//   Threads   construct and destroy on one thread while no run() is executing; run() may execute on
+//             any number of threads at once, the other operations on any thread.
+//   Failure   a constructor that throws (no memory) releases everything that it had created.
+// The size is part of the binary interface.
 class FCGIServer {
 public:
-    // Initialises the FastCGI kit, reads the plug-in configuration and creates the listeners. The
-    // process ends with exit(-1) when the plug-in library cannot be opened.
+    // Initialises libfcgi, reads the plug-in configuration and creates the listeners. Ends the
+    // process with exit(-1) if the plug-in library cannot be opened.
     FCGIServer();
 
-    // The same with the plug-in configuration `configFile`, which must not be null: for tests, and
-    // for hosts that try a plug-in out.
+    // Does the same with the plug-in configuration `configFile`, which must not be null: for tests,
+    // and for hosts that try a plug-in out.
     explicit FCGIServer(const char* configFile);
 
-    // Ends the servlets, the listeners and the sessions, and closes the plug-in library. Every
+    // Destroys the servlets, the listeners and the sessions, then closes the plug-in library. Every
     // run() must have returned.
     virtual ~FCGIServer();
 
     FCGIServer(const FCGIServer&) = delete;
     FCGIServer& operator=(const FCGIServer&) = delete;
 
-    // Accepts and serves requests until accepting fails; always gives -1 then. Any number of
-    // threads may run it at once: they take turns in accepting and serve at the same time.
+    // Accepts and serves requests until accepting fails, then returns -1; it returns nothing else.
+    // Threads that execute it accept one at a time and serve concurrently.
     int run();
 
-    // Answers `request` with a bare page for `status`: with a body for 404 and 500, with headers
-    // alone for any other.
+    // Writes a bare error page for `status` to the output of `request`, which must not be null: a
+    // body for 404 and 500, header lines alone for any other status.
     void onError(FCGX_Request* request, int status);
 
-    // For the host's timer: 0 while the service stands, else -1. It expires no sessions; for that
-    // the host calls getController()->getSessionFactory()->onTimer(). Any thread.
+    // Returns 0 while the service exists, else -1. It expires no sessions: for that a host calls
+    // getController()->getSessionFactory()->onTimer() from its timer.
     int onTimer();
 
-    // Belongs to the server; null only after destruction.
+    // Returns the controller, which belongs to the server; never null.
     ServletController* getController();
 
 private:
-    ServletController* controller;
+    std::unique_ptr<ServletController> controller;
 };
-
-// What the threads in FCGIServer::run() do, whatever servers the process has: for a host that tells
-// about it. Any thread may ask, at any time; nobody waits for anybody.
-
-// The request that a thread serves.
-struct CurrentRequest {
-    int thread;           // from 1, in the order in which the threads served their first requests
-    unsigned long number; // from 1, in the order in which requests were accepted; 0: it serves none
-};
-
-// Of the calling thread.
-CurrentRequest currentRequest();
-
-// What all threads do.
-struct LoopActivity {
-    unsigned long requests; // that were accepted since the process began, those under way included
-    int busy;               // threads that serve one right now
-};
-
-// Of all servers of the process together.
-LoopActivity loopActivity();
 
 #endif

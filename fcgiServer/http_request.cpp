@@ -2,21 +2,24 @@
 
 #include "HttpResponse.h"
 #include "app_log.h"
-#include "environment.h"
+#include "cgi_environment.h"
 #include "http_session.h"
+#include "log_module.h"
 #include "session_factory.h"
 
 #include <algorithm>
+#include <cassert>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <syslog.h>
 
 namespace {
 
 const char kSessionCookie[] = "JSESSIONID";
 
-// As strtol(3) gives it on the device, where long is as wide as int.
+// Saturates like strtol(3) on a 32-bit device, so 64-bit hosts give the same result.
 int limited(long number) {
     return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
 }
@@ -27,6 +30,7 @@ HttpRequestImpl::HttpRequestImpl(FCGX_Request* request, SessionFactory* factory,
                                  HttpResponse* response)
     : sessionFactory(factory), response(response), request(request), parameters(nullptr),
       cookies(nullptr), locale(nullptr), sessionId() {
+    assert(request != nullptr);
     doProcessData();
 }
 
@@ -42,7 +46,7 @@ HttpRequestImpl::~HttpRequestImpl() {
 int HttpRequestImpl::doProcessData() {
     const char* method = getMethod();
     if (method == nullptr) {
-        app_log(65, 4, "HttpRequestImpl::init() End1\n");
+        app_log(kLogModule, LOG_WARNING, "HttpRequestImpl::init() End1\n");
         return -1;
     }
     cookies = CGI_get_cookie(cookies, getCookie());
@@ -54,7 +58,7 @@ int HttpRequestImpl::doProcessData() {
     return 0;
 }
 
-// An id that does not fit is none of ours.
+// Ids that we create always fit; a longer one cannot belong to a session of ours.
 void HttpRequestImpl::keepSessionId(const char* id) {
     const std::size_t length = std::strlen(id);
     if (length < sizeof sessionId)
@@ -62,7 +66,7 @@ void HttpRequestImpl::keepSessionId(const char* id) {
 }
 
 char* HttpRequestImpl::variable(const char* name) {
-    return variableOf(request->envp, name);
+    return cgiVariable(request->envp, name);
 }
 
 long HttpRequestImpl::numericVariable(const char* name) {
@@ -167,7 +171,7 @@ char* HttpRequestImpl::getLocale(char* buffer, int size) {
         buffer[length] = '\0';
         return buffer;
     }
-    // Here a negative size counts as a huge one, unlike above.
+    // Unlike above, a negative size counts as a huge one: existing pages may depend on it.
     if (static_cast<unsigned int>(size) <= std::strlen(languages))
         return nullptr;
     return std::strcpy(buffer, languages);
@@ -175,7 +179,7 @@ char* HttpRequestImpl::getLocale(char* buffer, int size) {
 
 void HttpRequestImpl::setLocal(const char* text) {
     if (text != nullptr)
-        locale = strdup(text); // a text given out before stays readable, at the price of a leak
+        locale = strdup(text); // leaks an earlier copy, which the page may still be using
 }
 
 const char* HttpRequestImpl::getSessionId() {
@@ -192,9 +196,11 @@ HttpSession* HttpRequestImpl::getSession(bool create) {
             return session;
     if (!create)
         return nullptr;
+    assert(sessionFactory != nullptr && response != nullptr);
     std::string remoteAddr = address != nullptr ? address : "";
     HttpSession* session = sessionFactory->createSession(remoteAddr);
-    // First, so that the end of the request finds a session whose cookie there is no memory for.
+    // Store the id before addCookie(): if that throws, onRequestFinished() can still find the
+    // session and clear its busy flag.
     keepSessionId(session->getId().c_str());
     response->addCookie(kSessionCookie, session->getId().c_str());
     return session;

@@ -1,5 +1,9 @@
-// The rules by which ServletController decides on a request, for it and for programs that tell what
-// it would do. They are in servlet_controller.cpp; libfcgiServer.so does not export them.
+// Routing rules of ServletController, shared with servlet_check --explain. Internal:
+// libfcgiServer.so does not export them.
+//   State     none, but for the buffer of legacyRedirect().
+//   Threads   any.
+//   Owner     a returned text is a constant or belongs to the request, unless a function says
+//             otherwise.
 #ifndef REQUEST_RULES_H
 #define REQUEST_RULES_H
 
@@ -7,42 +11,62 @@
 #include <optional>
 
 class HttpRequest;
-class ServletController;
 
 namespace rules {
 
-enum DeviceStatus : std::int32_t { IDLE, REBOOT, RESET, AUTOPROVISION, UPGRADE, CONFIGURATION };
+// ---- Screening and rewriting; the operations of ServletController, and ReplaceStr(), delegate to
+// these.
 
-struct Event {
-    const char* name;  // how the query begins; null when it begins like no event
-    const char* value; // null when the parameter is missing, and the request so is no event
-};
+// Returns whether a URL contains markup or script, plain or escaped, in any case; logs the URL if
+// so. A null URL does not.
+bool isIllegalUrl(const char* url);
 
-// What screening refuses first: "URL", the name of a parameter, or null for nothing. `uri` may be
-// null.
-const char* refusedPart(ServletController& controller, const char* uri, HttpRequest& request);
+// Returns whether a parameter contains a character other than letters, digits, "-" and "_"; with
+// `numeric`, other than digits after at most one leading "-". Null and the empty text do not.
+bool isIllegalValue(const char* value, bool numeric);
 
-// Where a URL of the older interface leads today; null for any other, and for null. The text is a
-// constant or in the one buffer of all threads.
-const char* successorOf(const char* uri);
+// Returns what screening refuses first: "URL", the name of a parameter, or null for nothing. `uri`
+// may be null.
+const char* illegalPart(const char* uri, HttpRequest& request);
 
-// The part of a URL from its tenth character on, which is behind "/servlet?"; empty where there is
-// none, and for null.
+// Replaces, in place, every occurrence of `pattern` in `target`; see ReplaceStr(), which returns 0
+// where this returns true.
+bool replaceAll(char* target, const char* pattern, const char* replacement);
+
+// ---- Routing
+
+// Returns where a URL of the device's older interface is redirected to, or null for any other URL
+// and for null. The text is a constant, or is in one buffer that all threads share without a lock:
+// it is always terminated, but another thread may overwrite it.
+const char* legacyRedirect(const char* uri);
+
+// Returns the part of a URL after its first nine characters ("/servlet?"); an empty text for a
+// shorter URL and for null.
 const char* queryOf(const char* uri);
 
-// What event the query is; `query` must not be null. Texts belong to the request or are constants.
+struct Event {
+    const char* name;  // the event that the query begins with; null if it begins with none
+    const char* value; // the parameter of that name; null if it is missing: then there is no event
+};
+
+// Returns the event that a query stands for. `query` must not be null.
 Event eventOf(HttpRequest& request, const char* query);
 
-// The status that a query, which must not be null, gives the device; nothing when it leaves that
-// alone.
-std::optional<DeviceStatus> statusAskedBy(const char* query);
+// ---- Device status
 
-// At most 13 characters; never null, whatever the status.
-const char* wordOf(std::int32_t status);
+// What the last request asked the device to do.
+enum DeviceStatus : std::int32_t { Idle, Reboot, Reset, AutoProvision, Upgrade, Configuration };
 
-// Whether the container answers a request for `page`, which must not be null, with that word itself
-// instead of asking a servlet.
-bool isAnsweredByTheWord(const char* page, std::int32_t status);
+// Returns the status that a query sets, or nothing if it leaves the status alone. `query` must not
+// be null.
+std::optional<DeviceStatus> requestedStatus(const char* query);
+
+// Returns the word for a status: at most 13 characters, never null, whatever the number.
+const char* statusWord(std::int32_t status);
+
+// Returns whether the container answers a request for `page` itself, with the status word, instead
+// of calling a servlet. `page` must not be null.
+bool isAnsweredInternally(const char* page, std::int32_t status);
 
 } // namespace rules
 

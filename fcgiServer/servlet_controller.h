@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
 class HttpRequest;
 class ListenerContainer;
@@ -14,69 +15,76 @@ class ServletContainer;
 class SessionFactory;
 
 // Replaces, in place, every occurrence of `pattern` in `target` by `replacement`; replaced text is
-// not searched again. 0 when something was replaced; -1, and `target` as it was, when an argument
-// is null, the pattern is empty or does not occur, or the result has more than 511 characters.
-// `target` must have room for the result.
+// not searched again. Returns 0 if something was replaced. Returns -1, and leaves `target`
+// unchanged, if an argument is null, the pattern is empty or does not occur, or the result would
+// have more than 511 characters. `target` must have room for the result.
 int ReplaceStr(char* target, const char* pattern, const char* replacement);
 
-//   Threads   doService() may run on any threads at once; init(), destroy() and the destructor run
-//             on one thread while no request is served.
-// The members are in this order for those who were compiled against them.
+//   Owner     of the session factory, the containers and the plug-in loader, which it releases in
+//             this order.
+//   Threads   doService() may run on any number of threads at once; call init(), destroy() and the
+//             destructor on one thread while no request is being served.
+//   Failure   a constructor that throws (no memory) releases everything that it had created.
+// The order of the members is part of the binary interface.
 class ServletController {
 public:
     // Reads the plug-in configuration from its fixed path and opens the plug-in library; see
-    // PluginLoader for what ends the process.
+    // PluginLoader for the failure that ends the process.
     ServletController();
 
-    // The same with the plug-in configuration `configFile`, which must not be null: for tests, and
-    // for hosts that try a plug-in out.
+    // Does the same with the plug-in configuration `configFile`, which must not be null: for tests,
+    // and for hosts that try a plug-in out.
     explicit ServletController(const char* configFile);
     virtual ~ServletController();
 
     ServletController(const ServletController&) = delete;
     ServletController& operator=(const ServletController&) = delete;
 
-    // Makes the service ready: creates the listeners; the device status is "idle".
+    // Makes the service ready: creates the listeners and sets the device status to "idle".
     void init();
 
-    // Ends servlets, listeners and sessions, in this order; gives 0.
+    // Destroys servlets, listeners and sessions, in this order. Returns 0.
     int destroy();
 
-    // 0 while there is a session factory, else -1; does nothing else.
+    // Returns 0 while there is a session factory, else -1; does nothing else.
     int onTimer();
 
-    // Serves one request, which must not be null (asserted). Gives the HTTP status: 200 when the
-    // response has been written, another when the caller is to answer with an error page.
+    // Serves one request, which must not be null (asserted in every build). Returns the HTTP
+    // status: 200 if the response has been written; for any other the caller must write an error
+    // page.
     int doService(FCGX_Request* frequest);
 
-    // 1 for a URL with markup or script in it, which is logged; 0 otherwise, null included.
+    // Returns 1, and logs the URL, if it contains markup or script; 0 otherwise, also for null.
     int CheckUrlIllegalChar(const char* url);
 
-    // 1 for a value with characters other than letters, digits, "-" and "_", or, with `numeric`,
-    // other than digits behind at most one "-"; 0 otherwise, null and empty included.
+    // Returns 1 if the value contains a character other than letters, digits, "-" and "_"; with
+    // `numeric`, other than digits after at most one leading "-". Returns 0 otherwise, also for
+    // null and the empty text.
     int CheckParaIllegalChar(const char* value, bool numeric);
 
-    // Notes what the query `text` of a request asks of the device; null is logged and ignored.
+    // Sets the status to what the query `text` of a request asks of the device. Logs and ignores
+    // null.
     void setStatus(const char* text);
 
-    // Writes the status as a word of at most 13 characters and its terminator to `out`; null is
-    // logged and ignored.
+    // Writes the status as a word of at most 13 characters and a terminator to `out`. Logs and
+    // ignores null.
     void getStatus(char* out);
 
-    // Belongs to the controller.
+    // Returns the session factory, which belongs to the controller.
     SessionFactory* getSessionFactory();
 
 private:
     struct Exchange;
 
-    bool isRefused(const char* uri, HttpRequest* request);
     int dispatch(Exchange& exchange, const char* query);
 
-    SessionFactory* sessionFactory;
-    ServletContainer* servletContainer;
-    ListenerContainer* listenerContainer;
-    PluginLoader* pluginLoader;
-    std::atomic<std::int32_t> status{0}; // the last request to set it wins
+    // Fixed from construction to destruction.
+    std::unique_ptr<SessionFactory> sessionFactory;
+    std::unique_ptr<ServletContainer> servletContainer;
+    std::unique_ptr<ListenerContainer> listenerContainer;
+    std::unique_ptr<PluginLoader> pluginLoader;
+    // Self-synchronised; the last request to set it wins.
+    std::atomic<std::int32_t> status{0};
 };
 
 #endif

@@ -5,6 +5,7 @@
 #include "fcgi_server.h"
 #include "listen_socket.h"
 #include "log_control.h"
+#include "loop_activity.h"
 #include "options.h"
 #include "request_loops.h"
 #include "servlet_controller.h"

@@ -104,7 +104,7 @@ def broken(changed, added):
                    "HttpResponse* response, int depth = 0) = 0;")
     changed.change("fcgiServer/include/HttpListener.h", "    virtual void init() = 0;\n",
                    "    virtual void init() = 0;\n    virtual bool isWanted() = 0;\n")
-    changed.swap("fcgiServer/fcgi_server.h", "    int thread; ", "    unsigned long number; ")
+    changed.swap("fcgiServer/loop_activity.h", "    int thread; ", "    unsigned long number; ")
     changed.swap("fcgiServer/http_session.h", "    bool m_bValid = true;\n",
                  "    bool m_bInRequest = true;\n")
     changed.change("fcgiServer/fcgiServer.map", "    session_mutex;\n", "")

@@ -2,6 +2,7 @@
 
 #include "app_log.h"
 #include "http_session.h"
+#include "loop_activity.h"
 #include "plugin/plugin_watch.h"
 #include "servlet_controller.h"
 #include "session_factory.h"

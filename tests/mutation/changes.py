@@ -17,7 +17,7 @@ PATTERNS = {
     "!": r"(?<=[( ])!(?=[a-zA-Z(])",
 }
 NUMBER = r"(?<![\w.\"'])\d+(?![\w.\"'])"
-NO_STATEMENT = re.compile(r"\s*(#|template|static_assert|//|$)")
+NO_STATEMENT = re.compile(r"\s*(#|template|static_assert|assert\(|//|$)")
 
 
 @dataclasses.dataclass(frozen=True)

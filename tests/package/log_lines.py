@@ -12,7 +12,7 @@ PLACEHOLDER = re.compile(r"%[-+ 0#]*[\d.]*(?:hh|h|ll|l|z)?[diouxXcsp]")
 # standard error alone.
 WEB = r"(?:getInstance\(\)|\blog)->{}\(\s*"
 WRITERS = [
-    (r"\bapp_log\([^,()]+,\s*(?P<level>[0-7]),\s*", None),
+    (r"\bapp_log\([^,()]+,\s*(?P<level>[0-7]|LOG_\w+),\s*", None),
     (WEB.format("error"), "3"),
     (WEB.format("warn"), "4"),
     (WEB.format("info"), "6"),
@@ -26,6 +26,7 @@ HOST_WRITERS = [
     (r"\berror =\s*", ""),
     (r"\bfputs\(", ""),
 ]
+LEVELS = {"LOG_ERR": "3", "LOG_WARNING": "4", "LOG_INFO": "6"}
 # By other ways a source must not write to the log or to standard error.
 OTHER_WAYS = re.compile(r"\b(?:v?syslog|v?fprintf|fputs|perror)\(|\bstd::c(?:err|log)\b"
                         r"|\bwrite\(STDERR_FILENO|\bapp_log\(\w+, [a-z]+,")
@@ -63,7 +64,7 @@ def lines_of(path):
         for match in re.finditer(begin, source):
             if text := text_of(source[match.end():]):
                 yield (("fcgi_host: " + text.removeprefix("fcgi_host: ") if host else text),
-                       match["level"] if level is None else level)
+                       LEVELS.get(match["level"], match["level"]) if level is None else level)
 
 
 def writes_in_another_way(path):

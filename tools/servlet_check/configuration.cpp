@@ -1,6 +1,6 @@
 #include "configuration.h"
 
-#include "servlet_controller.h"
+#include "request_rules.h"
 
 #include <algorithm>
 #include <cctype>
@@ -223,11 +223,11 @@ private:
         if (servlet.id.empty())
             problem(servlet.line, "a servlet without \"id\" is never asked: a request whose \"p\" "
                                   "is empty ends with 404");
-        else if (m_rules.CheckParaIllegalChar(servlet.id.c_str(), false) != 0)
+        else if (rules::isIllegalValue(servlet.id.c_str(), false))
             problem(servlet.line, "servlet " + quoted(servlet.id) +
                                       " is never asked: a request ends with 404 when its \"p\" "
                                       "holds anything but letters, digits, \"-\" and \"_\"");
-        else if (m_rules.CheckUrlIllegalChar(address.c_str()) != 0)
+        else if (rules::isIllegalUrl(address.c_str()))
             problem(servlet.line, "servlet " + quoted(servlet.id) +
                                       " is asked by no address: the container refuses " +
                                       quoted(address));
@@ -266,7 +266,6 @@ private:
     Findings& m_findings;
     std::unordered_map<std::string, std::size_t> m_places;     // of servlets, by id
     std::unordered_map<std::string, unsigned> m_listenerLines; // by creation function
-    ServletController m_rules{"/dev/null"};                    // has no plug-ins, but the rules
 };
 
 } // namespace

@@ -4,7 +4,6 @@
 #include "http_request.h"
 #include "http_response.h"
 #include "request_rules.h"
-#include "servlet_controller.h"
 
 #include <fcgiapp.h>
 
@@ -65,9 +64,9 @@ public:
         if (isRefused() || isRedirected())
             return m_text;
         const char* query = rules::queryOf(m_uri.c_str());
-        const auto asked = rules::statusAskedBy(query);
+        const auto asked = rules::requestedStatus(query);
         line("status",
-             asked ? "the device status becomes \"" + std::string(rules::wordOf(*asked)) + '"'
+             asked ? "the device status becomes \"" + std::string(rules::statusWord(*asked)) + '"'
                    : "the device status stays as it is");
         const rules::Event event = rules::eventOf(m_get.request(), query);
         const char* page = m_get.request().getParameter("p");
@@ -98,7 +97,7 @@ private:
     bool isRefused() {
         HttpRequest& request = m_get.request();
         takeLastRecord();
-        const char* part = rules::refusedPart(m_rules, m_uri.c_str(), request);
+        const char* part = rules::illegalPart(m_uri.c_str(), request);
         const std::string logged = takeLastRecord();
         if (part == nullptr) {
             line("screening", "passes");
@@ -116,10 +115,10 @@ private:
     }
 
     bool isRedirected() {
-        const char* successor = rules::successorOf(m_uri.c_str());
-        if (successor == nullptr)
+        const char* location = rules::legacyRedirect(m_uri.c_str());
+        if (location == nullptr)
             return false;
-        line("result", "an address of the older interface: redirect to " + quoted(successor));
+        line("result", "an address of the older interface: redirect to " + quoted(location));
         return true;
     }
 
@@ -145,11 +144,12 @@ private:
     void tellPage(const std::string& page, const std::optional<rules::DeviceStatus>& asked) {
         std::string words; // with which the container answers itself
         std::string others;
-        for (std::int32_t status = rules::IDLE; status <= rules::CONFIGURATION; ++status) {
+        for (std::int32_t status = rules::DeviceStatus::Idle;
+             status <= rules::DeviceStatus::Configuration; ++status) {
             if (asked && *asked != status)
                 continue;
-            std::string& list = rules::isAnsweredByTheWord(page.c_str(), status) ? words : others;
-            list += (list.empty() ? "\"" : ", \"") + std::string(rules::wordOf(status)) + '"';
+            std::string& list = rules::isAnsweredInternally(page.c_str(), status) ? words : others;
+            list += (list.empty() ? "\"" : ", \"") + std::string(rules::statusWord(status)) + '"';
         }
         if (!words.empty())
             line("result", "while the status is " + words +
@@ -180,7 +180,6 @@ private:
     const std::string& m_uri;
     const Configuration& m_configuration;
     Get m_get;
-    ServletController m_rules{"/dev/null"}; // has no plug-ins, but the rules
     std::string m_text;
 };
 

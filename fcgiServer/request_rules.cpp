@@ -1,0 +1,204 @@
+#include "request_rules.h"
+
+#include "HttpRequest.h"
+#include "app_log.h"
+#include "base/ascii.h"
+#include "log_module.h"
+
+#include <cassert>
+#include <cstddef>
+#include <cstring>
+#include <strings.h>
+#include <syslog.h>
+
+namespace {
+
+const char kSignInPage[] = "/servlet?p=login&q=loginForm&jumpto=status";
+constexpr std::size_t kQueryOffset = sizeof "/servlet?" - 1;
+constexpr std::size_t kRewriteSize = 512;
+
+// Shared by all threads, without a lock. Its last byte stays zero, so that its text is terminated
+// whatever two threads do at once.
+char rewriteBuffer[kRewriteSize];
+
+// Pages of the device's older interface that are redirected to the sign-in page.
+const char* const kLegacyPages[] = {
+    "/cgi-bin/Velmoranix.acx?Id=1",
+    "/cgi-bin/Velmoranix.acx?Id=7",
+    "/cgi-bin/Quillpage.tpx?page=Status.htm",
+    "/cgi-bin/Quillpage.tpx?page=Phone-Upgrade.htm",
+};
+
+// Programs of the older interface; their other pages keep their query under "servlet".
+const char* const kLegacyPrograms[] = {"cgi-bin/Quillpage.tpx", "cgi-bin/Velmoranix.acx"};
+
+// Prefixes that make a query an event for the listeners; the first match decides.
+const char* const kEvents[] = {"key",    "number", "phonecfg", "redirectcall", "forward",
+                               "Server", "push",   "download", "command",      "csta"};
+const char kEventWithoutValue[] = "csta";
+
+using rules::DeviceStatus;
+
+// Indexed by the device status. Existing pages depend on the spelling of "configration" and of
+// "unkown", below.
+const char* const kStatusWords[] = {"idle",          "reboot",  "reset",
+                                    "autoprovision", "upgrade", "configration"};
+
+bool startsWith(const char* text, const char* prefix) {
+    while (*prefix != '\0' && *text == *prefix) {
+        ++text;
+        ++prefix;
+    }
+    return *prefix == '\0';
+}
+
+bool contains(const char* text, const char* part) {
+    return std::strstr(text, part) != nullptr;
+}
+bool equal(const char* text, const char* other) {
+    return std::strcmp(text, other) == 0;
+}
+
+bool startsWithMarkup(const char* text) {
+    switch (*text) {
+    case '<':
+    case '>':
+        return true;
+    case '%':
+        return strncasecmp(text, "%3c", 3) == 0 || strncasecmp(text, "%3e", 3) == 0;
+    case 's':
+    case 'S':
+        return strncasecmp(text, "script", 6) == 0;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+bool rules::isIllegalUrl(const char* url) {
+    if (url == nullptr)
+        return false;
+    for (const char* rest = url; *rest != '\0'; ++rest) {
+        if (startsWithMarkup(rest)) {
+            app_log(kLogModule, LOG_ERR, "url = %s, include illegal char\n", url);
+            return true;
+        }
+    }
+    return false;
+}
+
+bool rules::isIllegalValue(const char* value, bool numeric) {
+    if (value == nullptr)
+        return false;
+    for (const char* next = value; *next != '\0'; ++next) {
+        const char c = *next;
+        const bool accepted =
+            base::isAsciiDigit(c) ||
+            (numeric ? c == '-' && next == value : base::isAsciiLetter(c) || c == '-' || c == '_');
+        if (!accepted)
+            return true;
+    }
+    return false;
+}
+
+const char* rules::illegalPart(const char* uri, HttpRequest& request) {
+    const char* jumpto = request.getParameter("jumpto");
+    const char* account = request.getParameter("acc");
+    const char* page = request.getParameter("p");
+    const char* model = request.getParameter("model");
+    if (isIllegalUrl(uri))
+        return "URL";
+    if (isIllegalValue(jumpto, false))
+        return "jumpto";
+    if (isIllegalValue(page, false))
+        return "p";
+    if (isIllegalValue(account, true))
+        return "acc";
+    if (isIllegalValue(model, true))
+        return "model";
+    return nullptr;
+}
+
+bool rules::replaceAll(char* target, const char* pattern, const char* replacement) {
+    if (target == nullptr || pattern == nullptr || replacement == nullptr || *pattern == '\0')
+        return false;
+    const char* match = std::strstr(target, pattern);
+    if (match == nullptr)
+        return false;
+
+    char result[kRewriteSize] = {};
+    std::size_t used = 0;
+    const auto append = [&](const char* text, std::size_t length) {
+        if (length >= sizeof result - used)
+            return false;
+        std::memcpy(result + used, text, length);
+        used += length;
+        return true;
+    };
+    const std::size_t patternLength = std::strlen(pattern);
+    const std::size_t replacementLength = std::strlen(replacement);
+    const char* rest = target;
+    for (; match != nullptr; match = std::strstr(rest, pattern)) {
+        if (!append(rest, static_cast<std::size_t>(match - rest)) ||
+            !append(replacement, replacementLength))
+            return false;
+        rest = match + patternLength;
+    }
+    if (!append(rest, std::strlen(rest)))
+        return false;
+    std::strcpy(target, result);
+    return true;
+}
+
+const char* rules::legacyRedirect(const char* uri) {
+    if (uri == nullptr)
+        return nullptr;
+    for (const char* page : kLegacyPages)
+        if (startsWith(uri, page))
+            return kSignInPage;
+    std::strncpy(rewriteBuffer, uri, sizeof rewriteBuffer - 1);
+    for (const char* program : kLegacyPrograms)
+        if (replaceAll(rewriteBuffer, program, "servlet"))
+            return rewriteBuffer;
+    return nullptr;
+}
+
+const char* rules::queryOf(const char* uri) {
+    return uri != nullptr && std::strlen(uri) >= kQueryOffset ? uri + kQueryOffset : "";
+}
+
+rules::Event rules::eventOf(HttpRequest& request, const char* query) {
+    assert(query != nullptr);
+    for (const char* event : kEvents)
+        if (startsWith(query, event))
+            return {event, equal(event, kEventWithoutValue) ? event : request.getParameter(event)};
+    return {nullptr, nullptr};
+}
+
+std::optional<DeviceStatus> rules::requestedStatus(const char* query) {
+    assert(query != nullptr);
+    if (contains(query, "reboot=true") || contains(query, "q=reboot"))
+        return DeviceStatus::Reboot;
+    if (contains(query, "p=settings-upgrade&q=reset"))
+        return DeviceStatus::Reset;
+    if (contains(query, "now=true"))
+        return DeviceStatus::AutoProvision;
+    if (equal(query, "p=settings-config&q=import") ||
+        equal(query, "p=settings-config&q=localconfig&type=import") ||
+        equal(query, "p=settings-config&q=localconfig&type=remove"))
+        return DeviceStatus::Configuration;
+    if (contains(query, "p=notice"))
+        return std::nullopt;
+    return DeviceStatus::Idle;
+}
+
+const char* rules::statusWord(std::int32_t status) {
+    const bool known = status >= DeviceStatus::Idle && status <= DeviceStatus::Configuration;
+    return known ? kStatusWords[status] : "unkown";
+}
+
+bool rules::isAnsweredInternally(const char* page, std::int32_t status) {
+    assert(page != nullptr);
+    return equal(page, "notice") && status != DeviceStatus::AutoProvision;
+}
