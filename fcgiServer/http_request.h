@@ -1,4 +1,4 @@
-// One request over one FastCGI request.
+// The implementation of HttpRequest for one FastCGI request.
 #ifndef HTTP_REQUEST_IMPL_H
 #define HTTP_REQUEST_IMPL_H
 
@@ -11,12 +11,15 @@
 class HttpResponse;
 class SessionFactory;
 
-// Made, used and deleted by one thread. Texts that it gives belong to the FastCGI request or to
-// this object. The members are in this order for those who were compiled against them.
+//   Owner     the controller; texts that the operations return belong to the FastCGI request or to
+//             this object.
+//   Threads   one: created, used and deleted by the thread that serves the request.
+// The order of the members is part of the binary interface.
 class HttpRequestImpl : public HttpRequest {
 public:
-    // Decodes cookies, form and query at once; construction always succeeds. The three objects
-    // are not owned and must outlive this one.
+    // Decodes cookies, form and query; what cannot be decoded is left out. The three objects are
+    // not owned and must outlive this one. `request` must not be null; `factory` and `response` may
+    // be null if getSession() is not called.
     HttpRequestImpl(FCGX_Request* request, SessionFactory* factory, HttpResponse* response);
 
     HttpRequestImpl(const HttpRequestImpl&) = delete;
@@ -56,8 +59,8 @@ public:
 
     virtual ~HttpRequestImpl();
 
-    // Decodes cookies, form and query into the lists, once, for the constructor. -1, with a log
-    // line, for a request without a method; else 0.
+    // Decodes cookies, form and query into the lists. The constructor calls it; do not call it
+    // again. Returns 0, or -1 (logged) for a request without a method.
     int doProcessData();
 
 private:

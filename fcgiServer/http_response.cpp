@@ -3,25 +3,28 @@
 #include "app_log.h"
 #include "cgi.h"
 #include "http_request.h"
+#include "log_module.h"
 #include "web_debug.h"
 
+#include <cassert>
 #include <climits>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
+#include <syslog.h>
 
 namespace {
 
 constexpr int kStatusTextSize = 16;
 constexpr int kLocaleSize = 128;
 
-// The device's template library ends its argument list with a null pointer.
+// Ends the argument list of TMPL_add_var().
 const char* const kEndOfVariables = nullptr;
 
-// Collects the pieces of a header block: the kit's formatted output costs more than the rest of a
-// small answer.
+// Collects the pieces of a header block: libfcgi's formatted output would cost more than the rest
+// of a small response.
 class HeaderBlock {
 public:
     explicit HeaderBlock(FCGX_Stream* out) : m_out(out) {}
@@ -51,7 +54,7 @@ private:
     char m_text[512];
 };
 
-// Copies as much of `text` as `size` bytes hold with a terminator.
+// Copies as much of `text` as fits into `size` bytes with a terminator.
 void copyBounded(char* target, std::size_t size, const char* text) {
     const std::size_t length = strnlen(text, size - 1);
     std::memmove(target, text, length);
@@ -62,12 +65,9 @@ void copyBounded(char* target, std::size_t size, const char* text) {
 
 HttpResponseImpl::HttpResponseImpl(FCGX_Request* request)
     : headerCommitted(false), mainVarList(nullptr), request(request), httpRequest(nullptr),
-      headers(new HeaderMap), devtype() {}
+      headers(std::make_unique<HeaderMap>()), devtype() {}
 
-HttpResponseImpl::~HttpResponseImpl() {
-    headers->clear();
-    delete headers;
-}
+HttpResponseImpl::~HttpResponseImpl() = default;
 
 void HttpResponseImpl::setHttpRequest(HttpRequestImpl* boundRequest) {
     httpRequest = boundRequest;
@@ -75,7 +75,7 @@ void HttpResponseImpl::setHttpRequest(HttpRequestImpl* boundRequest) {
 
 void HttpResponseImpl::setHeader(const char* name, const char* value) {
     if (name == nullptr || value == nullptr) {
-        app_log(65, 4, "HttpResponseImpl::setHeader End1\n");
+        app_log(kLogModule, LOG_WARNING, "HttpResponseImpl::setHeader End1\n");
         return;
     }
     removeHeader(name);
@@ -84,7 +84,7 @@ void HttpResponseImpl::setHeader(const char* name, const char* value) {
 
 void HttpResponseImpl::addHeader(const char* name, const char* value) {
     if (name == nullptr || value == nullptr) {
-        app_log(65, 4, "HttpResponseImpl::addHeader End\n");
+        app_log(kLogModule, LOG_WARNING, "HttpResponseImpl::addHeader End\n");
         return;
     }
     if (auto* entry = headers->getAssoc(std::string_view(name)))
@@ -119,6 +119,7 @@ void HttpResponseImpl::setStatus(int code) {
 }
 
 void HttpResponseImpl::addCookie(const char* name, const char* value) {
+    assert(name != nullptr && value != nullptr);
     const std::string cookie = std::string(name) + "=" + value + " ";
     addHeader("Set-Cookie", cookie.c_str());
 }
@@ -170,7 +171,7 @@ int HttpResponseImpl::print(const char* format, ...) {
 unsigned int HttpResponseImpl::write(const void* data, unsigned int size, unsigned int count) {
     commitHeader();
     if (data == nullptr) {
-        app_log(65, 4, "HttpResponseImpl::write() End. ptr == NULL\n");
+        app_log(kLogModule, LOG_WARNING, "HttpResponseImpl::write() End. ptr == NULL\n");
         return 0;
     }
     const std::uint64_t bytes = std::uint64_t{size} * count;
@@ -191,7 +192,8 @@ char* HttpResponseImpl::encodeURL(const char* url) {
 }
 
 void HttpResponseImpl::setTemplate(const char* name, TMPL_varlist* vars) {
-    // First, so that the list has its owner even where there is no memory for the name.
+    assert(name != nullptr);
+    // Take ownership of the list before copying the name, which may throw.
     mainVarList = TMPL_add_var(vars, "devtype", devtype, kEndOfVariables);
     templateName = name;
 }
@@ -201,6 +203,7 @@ TMPL_varlist* HttpResponseImpl::getMainVarList() {
 }
 
 void HttpResponseImpl::flush() {
+    assert(httpRequest != nullptr); // call it after setHttpRequest()
     commitHeader();
     char local[kLocaleSize] = {};
     HttpRequest* localised = httpRequest;
@@ -214,7 +217,8 @@ void HttpResponseImpl::flush() {
         const int failure = TMPL_web_write(templateName.c_str(), nullptr, nullptr, mainVarList,
                                            request->out, stderr);
         if (failure != 0)
-            app_log(65, 4, "HttpResponseImpl::flush() TMPL_write error =%d!\n", failure);
+            app_log(kLogModule, LOG_WARNING, "HttpResponseImpl::flush() TMPL_write error =%d!\n",
+                    failure);
     }
     if (mainVarList != nullptr)
         TMPL_free_varlist(mainVarList);

@@ -1,4 +1,4 @@
-// The answer to one request, over one FastCGI request.
+// The implementation of HttpResponse for one FastCGI request.
 #ifndef HTTP_RESPONSE_IMPL_H
 #define HTTP_RESPONSE_IMPL_H
 
@@ -9,16 +9,17 @@
 
 #include "tmpl.h"
 
+#include <memory>
 #include <string>
 
 class HttpRequestImpl;
 
-// Made, used and deleted by one thread. The members are in this order for those who were compiled
-// against them.
+//   Owner     the controller.
+//   Threads   one: created, used and deleted by the thread that serves the request.
+// The order of the members is part of the binary interface.
 class HttpResponseImpl : public HttpResponse {
 public:
-    // `request`, whose output stream receives everything, is not owned and must outlive this
-    // object.
+    // Writes to the output stream of `request`, which is not owned and must outlive this object.
     explicit HttpResponseImpl(FCGX_Request* request);
 
     HttpResponseImpl(const HttpResponseImpl&) = delete;
@@ -40,24 +41,26 @@ public:
     bool isHeaderCommited() override;
     void setDevtype(char* type) override;
 
-    // Leaves the template's variables alone: flush() frees them.
+    // Does not free the template's variables: flush() does.
     virtual ~HttpResponseImpl();
 
-    // Binds the request that flush() asks for its language. Not owned.
+    // Sets the request whose language flush() passes to the template. It is not owned and must
+    // outlive the call of flush().
     void setHttpRequest(HttpRequestImpl* request);
 
-    // Forgets a header; a null or unknown name does nothing.
+    // Removes a header; a null or unknown name does nothing.
     void removeHeader(const char* name);
 
-    // Writes the header block unless it has been written: "name: value \r\n" for each header in
-    // the order of the map, then "\r\n". Does not flush the stream.
+    // Writes the header block unless it has been written: "name: value \r\n" for each header in the
+    // map's order, then "\r\n". Does not flush the stream.
     void commitHeader();
 
-    // Writes formatted text without committing the header and without flushing.
+    // Writes formatted text without committing the headers and without flushing. Returns the count
+    // of characters, negative on failure.
     int webPrintf(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-    // Commits the header, renders the template if one was named, and frees its variables. The
-    // controller calls it once, after setHttpRequest(); nothing is called after it.
+    // Commits the headers, renders the template if one was set, and frees its variables. Call it
+    // once, after setHttpRequest(); call nothing but the destructor after it.
     void flush();
 
 private:
@@ -69,7 +72,7 @@ private:
     TMPL_varlist* mainVarList;
     FCGX_Request* request;
     HttpRequestImpl* httpRequest;
-    HeaderMap* headers;
+    std::unique_ptr<HeaderMap> headers;
     char devtype[kDevtypeSize];
 };
 

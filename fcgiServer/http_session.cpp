@@ -15,25 +15,25 @@ constexpr int kTicksPerSecond = 100;
 constexpr std::size_t kIdSize = 64;
 
 int secondsNow() {
-    // Without a structure to fill Linux need not add up the processor time of all threads.
+    // Null: with a structure to fill, Linux would add up the processor time of all threads.
     return static_cast<int>(times(nullptr) / kTicksPerSecond);
 }
 
-// Since the clock showed `stamp`, less the offset that stamps have. A clock_t of 32 bits starts
-// again from below after 248 days; what looks like half a round back then was a little forward.
+// Seconds since `stamp` (which includes TIME_OFFSET). A 32-bit clock_t wraps to its minimum after
+// 248 days, so a difference below minus half its range means that it wrapped.
 int secondsSince(int stamp) {
-    constexpr int kRound = 42949673; // 2^32 ticks
+    constexpr int kClockRange = 42949673; // seconds in 2^32 ticks
     const int passed = (TIME_OFFSET - stamp) + secondsNow();
-    const bool hasStartedAgain = sizeof(clock_t) == 4 && passed < -kRound / 2;
-    return hasStartedAgain ? passed + kRound : passed;
+    const bool hasWrapped = sizeof(clock_t) == 4 && passed < -kClockRange / 2;
+    return hasWrapped ? passed + kClockRange : passed;
 }
 
 unsigned int addressBits(const void* address) {
     return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(address));
 }
 
-// Single words that are shared without a lock. Their types are fixed for those who were compiled
-// against them, so they cannot be std::atomic.
+// Access words that are shared without a lock. Their types are part of the binary interface, so
+// they cannot be std::atomic.
 template <class Word>
 Word load(const Word& word) {
     return __atomic_load_n(&word, __ATOMIC_RELAXED);

@@ -1,4 +1,4 @@
-// A session: the state of one client across requests.
+// The implementation of HttpSession: the state of one client across requests.
 #ifndef HTTP_SESSION_IMPL_H
 #define HTTP_SESSION_IMPL_H
 
@@ -8,22 +8,20 @@
 #include <pthread.h>
 #include <string>
 
-// Guards the attributes of all sessions. Not recursive. Taken after the session factory's own
-// table mutex where both are held.
+// Guards the attributes of all sessions. Not recursive. Lock order: the session factory's table
+// mutex first, then this one.
 extern pthread_mutex_t session_mutex;
 
-// Made and deleted by the session factory.
-//   Clock     times(2) with 100 ticks a second; every stored time stamp is 300 seconds ahead of
-//             it, which getCreateTime() and getLastAccessedTime() show.
-//   Threads   attributes: session_mutex. m_bInRequest: the factory's table mutex. The time of the
-//             last access, the interval and the validity are single words that anybody reads and
-//             writes without a lock, through the operations, which do so atomically; the others
-//             never change.
-// The members are in this order for those who were compiled against them.
+//   Owner     the session factory, which creates and deletes it.
+//   Clock     times(2), at 100 ticks a second. Every stored time stamp is 300 seconds ahead of it,
+//             which getCreateTime() and getLastAccessedTime() show.
+//   Threads   any; each member says what protects it. "Atomic" members are single words, accessed
+//             without a lock and only through the operations, which do so atomically.
+// The order of the members is part of the binary interface.
 class HttpSessionImpl : public HttpSession {
 public:
-    // A valid session that is being served, bound to the client address `remoteAddr`. Its id is
-    // made of the address of that text, the creation time and the address of the session.
+    // Creates a valid and busy session for the client address `remoteAddr`. Its id consists of the
+    // address of that text, the creation time and the address of the session, in memory.
     explicit HttpSessionImpl(const std::string& remoteAddr);
 
     HttpSessionImpl(const HttpSessionImpl&) = delete;
@@ -40,24 +38,24 @@ public:
     void setMaxInactiveInterval(int seconds) override;
     int getMaxInactiveInterval() override;
 
-    // Deletes no attribute value and takes no lock.
+    // Deletes no attribute value and locks nothing: no other thread may be using the session.
     virtual ~HttpSessionImpl() = default;
 
-    // False once invalidated, and from the second on in which the session has been idle for its
-    // maximum inactive interval. Takes no lock.
+    // Returns false once invalidated, or when idle for at least getMaxInactiveInterval() seconds.
+    // Locks nothing.
     bool isValidate();
 
-    // A request of this session begins: it is idle since now. Takes no lock.
+    // Restarts the idle time, because a request of this session begins. Locks nothing.
     void update();
 
-    std::string m_id;
-    int m_createTime;
-    int m_lastAccessedTime;
-    int m_maxInactiveInterval = 180;
-    bool m_bValid = true;
-    bool m_bInRequest = true;
-    std::string m_remoteAddr;
-    QKHashMap<std::string, void*, INT_HASH<std::string>> m_attributes;
+    std::string m_id;                                                  // fixed
+    int m_createTime;                                                  // fixed
+    int m_lastAccessedTime;                                            // atomic
+    int m_maxInactiveInterval = 180;                                   // atomic; seconds
+    bool m_bValid = true;                                              // atomic
+    bool m_bInRequest = true;                                          // the table mutex
+    std::string m_remoteAddr;                                          // fixed
+    QKHashMap<std::string, void*, INT_HASH<std::string>> m_attributes; // session_mutex
 };
 
 #endif

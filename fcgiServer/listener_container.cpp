@@ -2,39 +2,40 @@
 
 #include "HttpListener.h"
 #include "app_log.h"
+#include "log_module.h"
 #include "plugin_loader.h"
 
 #include <dlfcn.h>
+#include <syslog.h>
 
 namespace {
 
 using CreateFunction = HttpListener* (*)();
 
-// Null, with a log line, when the library has no such function or it makes no listener.
+// Returns null (logged) if the library has no such function or the function returns null.
 HttpListener* createListener(void* library, const char* functionName) {
     auto create = reinterpret_cast<CreateFunction>(dlsym(library, functionName));
     if (const char* error = dlerror()) {
-        app_log(65, 4, "Cannot load symbol create. error=%s\n", error);
+        app_log(kLogModule, LOG_WARNING, "Cannot load symbol create. error=%s\n", error);
         return nullptr;
     }
     HttpListener* listener = create();
     if (listener == nullptr)
-        app_log(65, 4, "ServletContainer::init End.execute createfun error!\n");
+        app_log(kLogModule, LOG_WARNING, "ServletContainer::init End.execute createfun error!\n");
     return listener;
 }
 
 } // namespace
 
-ListenerContainer::ListenerContainer() : listeners(new std::list<HttpListener*>) {}
+ListenerContainer::ListenerContainer() : listeners(std::make_unique<std::list<HttpListener*>>()) {}
 
 ListenerContainer::~ListenerContainer() {
     destory();
-    delete listeners;
 }
 
 int ListenerContainer::init(PluginLoader* loader) {
     if (loader == nullptr) {
-        app_log(65, 4, "ListenerContainer::init End! loader == NULL\n");
+        app_log(kLogModule, LOG_WARNING, "ListenerContainer::init End! loader == NULL\n");
         return -1;
     }
     for (const std::string& functionName : *loader->listenerConfig) {
@@ -50,7 +51,7 @@ int ListenerContainer::init(PluginLoader* loader) {
 int ListenerContainer::onRequest(HttpRequest* request, HttpResponse* response) {
     for (HttpListener* listener : *listeners) {
         if (!listener->onRequest(request, response)) {
-            app_log(65, 4, "ListenerContainer::onRequest End.result = false\n");
+            app_log(kLogModule, LOG_WARNING, "ListenerContainer::onRequest End.result = false\n");
             return 0;
         }
     }

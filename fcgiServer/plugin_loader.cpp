@@ -2,9 +2,11 @@
 
 #include "web_debug.h"
 
+#include <cassert>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <memory>
 #include <pugixml.hpp>
 
 namespace {
@@ -12,8 +14,12 @@ namespace {
 constexpr unsigned int kParseOptions = 116;
 static_assert(kParseOptions == pugi::parse_default, "the configuration's dialect is fixed");
 
-// The plug-in library, or the end of the process: a device whose pages cannot be loaded does not
-// serve at all.
+struct CloseLibrary {
+    void operator()(void* library) const { dlclose(library); }
+};
+using Library = std::unique_ptr<void, CloseLibrary>;
+
+// Logs why and ends the process: a device whose pages cannot be loaded does not serve at all.
 void endProcessWithoutLibrary(const char* path) {
     WebDebug::getInstance()->info("libPath = %s", path);
     WebDebug::getInstance()->error("Cannot load library error=%s", dlerror());
@@ -46,18 +52,25 @@ void addElement(const pugi::xml_node& node, PluginLoader::ServletConfig& servlet
 } // namespace
 
 PluginLoader::PluginLoader(const char* configFile)
-    : libraryHandle(nullptr), servletConfig(new ServletConfig), listenerConfig(new ListenerConfig) {
+    : libraryHandle(nullptr), servletConfig(nullptr), listenerConfig(nullptr) {
+    assert(configFile != nullptr);
+    // The members are plain pointers, since others read them.
+    auto servlets = std::make_unique<ServletConfig>();
+    auto listeners = std::make_unique<ListenerConfig>();
+    servletConfig = servlets.get();
+    listenerConfig = listeners.get();
     loadConfigFile(configFile);
+    servlets.release();
+    listeners.release();
 }
 
 PluginLoader::~PluginLoader() {
-    while (!listenerConfig->empty())
-        listenerConfig->pop_back();
-    servletConfig->clear();
-    delete servletConfig;
-    delete listenerConfig;
-    if (libraryHandle != nullptr)
-        dlclose(libraryHandle);
+    const Library library(libraryHandle);
+    const std::unique_ptr<ListenerConfig> listeners(listenerConfig);
+    const std::unique_ptr<ServletConfig> servlets(servletConfig);
+    while (!listeners->empty())
+        listeners->pop_back();
+    servlets->clear();
 }
 
 int PluginLoader::loadConfigFile(const char* configFile) {
@@ -75,12 +88,14 @@ int PluginLoader::loadConfigFile(const char* configFile) {
         log->error("PluginLoader::init() error to get lib path attribute");
         return -1;
     }
-    libraryHandle = dlopen(path, RTLD_LAZY);
-    if (libraryHandle == nullptr)
+    Library library(dlopen(path, RTLD_LAZY)); // closes it if what follows throws
+    libraryHandle = library.get();
+    if (library == nullptr)
         endProcessWithoutLibrary(path);
-    dlerror(); // so that no earlier error is taken for that of a lookup
+    dlerror(); // clears it, so that no earlier error is taken for that of a lookup
     for (pugi::xml_node node = root.first_child(); node; node = node.next_sibling())
         addElement(node, *servletConfig, *listenerConfig);
     log->info("PluginLoader::init End");
+    library.release();
     return 0;
 }

@@ -15,30 +15,33 @@
 //
 // where a later servlet of the same id replaces an earlier one, and listeners keep their order.
 // Anything else among the children is skipped with a warning.
-//   Lifetime  every object made by the library's functions must be gone when the loader is
-//             destroyed, since that closes the library.
-//   Threads   one, at start-up and shut-down; in between its members are only read.
+//   Lifetime  every object created by the library's functions must have been destroyed before the
+//             loader, which closes the library.
+//   Threads   construct and destroy on one thread; in between any thread may read the members.
+//   Failure   a constructor that throws (no memory) frees the configuration and closes the library.
 class PluginLoader {
 public:
-    // Creation functions by servlet id, and those of listeners in document order.
+    // Map servlet ids to creation functions, and list those of the listeners in document order.
     using ServletConfig = QKHashMap<std::string, std::string, INT_HASH<std::string>>;
     using ListenerConfig = std::list<std::string>;
 
-    // Loads `configFile`, which must not be null. A file that is missing, unreadable or empty is
-    // logged and leaves the loader empty. A library that cannot be opened ends the process with
-    // exit(-1).
+    // Loads `configFile`, which must not be null. Logs a file that is missing, unreadable or empty;
+    // the loader is empty then. Ends the process with exit(-1) if the library cannot be opened.
     explicit PluginLoader(const char* configFile);
     virtual ~PluginLoader();
 
     PluginLoader(const PluginLoader&) = delete;
     PluginLoader& operator=(const PluginLoader&) = delete;
 
-    // For the constructor. 0 when the file was read to its end, -1 when it has no root element.
+    // Reads the file and opens the library. The constructor calls it; do not call it again. Returns
+    // 0, or -1 (logged) if the file has no root element.
     int loadConfigFile(const char* configFile);
 
-    void* libraryHandle;            // from dlopen(3); null when nothing was loaded
-    ServletConfig* servletConfig;   // owned; servlet id to creation function
-    ListenerConfig* listenerConfig; // owned; creation functions in document order
+    // Fixed after construction, for others to read. The two configurations are owned, and never
+    // null.
+    void* libraryHandle; // from dlopen(3); null if nothing was loaded
+    ServletConfig* servletConfig;
+    ListenerConfig* listenerConfig;
 };
 
 #endif

@@ -1,9 +1,10 @@
-// Keeps the servlets, one per id, and hands each request to the one that it names.
+// Owns the servlets, one per id, and passes each request to the servlet that it names.
 #ifndef SERVLET_CONTAINER_H
 #define SERVLET_CONTAINER_H
 
 #include "QKSTL/QKHashMap.h"
 
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -14,10 +15,10 @@ class HttpServlet;
 class PluginLoader;
 
 //   Lifetime  a servlet is created by the first request for it and lives until destory().
-//   Threads   requests may come on any threads at once: a lock of the container's own guards the
-//             table and the creation, so that each servlet is created once. It is not held while a
-//             servlet serves or is told to destroy(). init(), destory() and the destructor run on
-//             one thread, while no request is served.
+//   Threads   requests may be served on any number of threads at once. creationLock guards the
+//             table and the creation, so that each servlet is created once; it is not held during
+//             a servlet's service() and destroy(). Call init(), destory() and the destructor on
+//             one thread while no request is being served.
 class ServletContainer {
 public:
     ServletContainer();
@@ -26,24 +27,26 @@ public:
     ServletContainer(const ServletContainer&) = delete;
     ServletContainer& operator=(const ServletContainer&) = delete;
 
-    // Stores the loader, which is not owned and may be null; creates nothing.
+    // Stores the loader, which is not owned, may be null, and must outlive the last request.
+    // Creates nothing.
     void init(PluginLoader* loader);
 
-    // Creates, initialises and registers the servlet with this id. Null, mostly with a log line,
-    // when it cannot be had; nothing is remembered of a failure.
+    // Creates, initialises and registers the servlet with this id. Returns null if it cannot be
+    // created (logged, except for an id that is not configured). Failures are not cached: the next
+    // request tries again.
     HttpServlet* addServlet(const std::string& id);
 
-    // The servlet with this id, created on first use; null if it cannot be had. `id` must not be
-    // null.
+    // Returns the servlet with this id, which it creates on first use; null if it cannot be
+    // created. `id` must not be null.
     HttpServlet* getServlet(const char* id);
 
-    // Calls the servlet that the parameter "p" names: 200, or 404 when there is none. The
-    // parameter must be there. A request for any servlet but "contacts-preview" first tells that
-    // one to destroy() what it holds.
+    // Calls the servlet that the parameter "p" names. Returns 200, or 404 (logged) if there is
+    // none. The request must have that parameter. If it names any servlet but "contacts-preview",
+    // calls destroy() of that one first.
     int onRequest(HttpRequest* request, HttpResponse* response);
 
-    // Tells every servlet to destroy(), frees it, and leaves the container empty but usable. (The
-    // name is the interface's.)
+    // Calls destroy() of every servlet and frees it; leaves the container empty but usable. (The
+    // spelling of the name is part of the interface.)
     void destory();
 
 private:
@@ -51,8 +54,8 @@ private:
 
     using ServletTable = QKHashMap<std::string, HttpServlet*, INT_HASH<std::string>>;
 
-    ServletTable* servlets;
-    PluginLoader* loader;
+    std::unique_ptr<ServletTable> servlets; // creationLock
+    PluginLoader* loader;                   // fixed after init()
     std::mutex creationLock;
 };
 

@@ -3,10 +3,12 @@
 #include "HttpRequest.h"
 #include "app_log.h"
 #include "http_session.h"
+#include "log_module.h"
 
 #include <memory>
 #include <pthread.h>
 #include <string_view>
+#include <syslog.h>
 
 namespace {
 
@@ -20,13 +22,17 @@ public:
     TableLock& operator=(const TableLock&) = delete;
 };
 
+// Invalidates a session, then deletes it.
+void end(HttpSessionImpl* session) {
+    const std::unique_ptr<HttpSessionImpl> owner(session);
+    owner->invalidate();
+}
+
 } // namespace
 
-SessionFactory::SessionFactory() : m_sessions(new SessionTable) {}
+SessionFactory::SessionFactory() : m_sessions(std::make_unique<SessionTable>()) {}
 
-SessionFactory::~SessionFactory() {
-    delete m_sessions;
-}
+SessionFactory::~SessionFactory() = default;
 
 int SessionFactory::init() {
     return 0;
@@ -62,7 +68,7 @@ HttpSessionImpl* SessionFactory::findSession(HttpRequest* request) {
         return nullptr;
     if (session->isValidate())
         return session;
-    app_log(65, 6, "such session have invalidate,will to create a new session\n");
+    app_log(kLogModule, LOG_INFO, "such session have invalidate,will to create a new session\n");
     return nullptr;
 }
 
@@ -101,8 +107,7 @@ void SessionFactory::checkSession() {
             session->update();
             entry = m_sessions->nextAssoc(entry);
         } else if (!session->isValidate()) {
-            session->invalidate();
-            delete session;
+            end(session);
             entry = m_sessions->removeAssoc(entry);
         } else {
             entry = m_sessions->nextAssoc(entry);
@@ -118,10 +123,8 @@ int SessionFactory::destory() {
     TableLock lock;
     for (auto* entry = m_sessions->firstAssoc(); entry != nullptr;
          entry = m_sessions->nextAssoc(entry)) {
-        if (entry->value == nullptr)
-            continue;
-        entry->value->invalidate();
-        delete entry->value;
+        if (entry->value != nullptr)
+            end(entry->value);
     }
     m_sessions->clear();
     return 0;

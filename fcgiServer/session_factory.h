@@ -1,74 +1,78 @@
-// Owns every live session: makes them, finds the one of a request, and expires idle ones.
+// Owns every session: creates them, finds the one of a request, and expires idle ones.
 #ifndef SESSION_FACTORY_H
 #define SESSION_FACTORY_H
 
 #include "QKSTL/QKHashMap.h"
 
+#include <memory>
 #include <string>
 
 class HttpRequest;
 class HttpSessionImpl;
 
-//   Threads   a table mutex, private to this module, guards the table and the sessions' busy flags
-//             and time stamps; where session_mutex is taken too, the table mutex comes first. It
-//             is not recursive. An operation takes it unless it says otherwise.
-//   Lifetime  a session is deleted by the sweep once it is neither busy nor valid, and by
-//             destory().
+//   Threads   any. One table mutex, private to this module, guards the tables of all factories and
+//             the sessions' busy flags; time stamps are atomic (see http_session.h). It is not
+//             recursive. Lock order: the table mutex first, then session_mutex. Every operation
+//             locks it unless its comment says otherwise.
+//   Lifetime  checkSession() deletes sessions that are neither busy nor valid, destory() all.
 class SessionFactory {
 public:
     SessionFactory();
-    // Releases the table, not the sessions: destory() must have run. Takes no lock.
+    // Frees the table, but not the sessions: only destory() does that. Locks nothing.
     virtual ~SessionFactory();
 
     SessionFactory(const SessionFactory&) = delete;
     SessionFactory& operator=(const SessionFactory&) = delete;
 
-    // Does nothing; gives 0.
+    // Does nothing. Returns 0.
     int init();
 
-    // The number of sessions in the table, expired ones that await the sweep included. No lock:
-    // it may be asked for at any time.
+    // Returns the number of sessions in the table, including expired ones that the sweep has not
+    // yet deleted. Lock-free; callable at any time.
     int sessionNum();
 
-    // Whether the id is in the table. Looks it up without the lock: only for a host that knows
-    // that no session is made or removed at the same time.
+    // Returns whether the id is in the table. Looks it up without the lock: call it only while no
+    // session can be created or removed.
     bool existSession(std::string& id);
 
-    // A new session, valid and busy, for a client at `remoteAddr`. Belongs to the factory.
+    // Creates a session, valid and busy, for a client at `remoteAddr`. It belongs to the factory.
     HttpSessionImpl* createSession(std::string& remoteAddr);
 
-    // The valid session of the request, or null: its id must be in the table and its client's
-    // address must be the one that the session was made for. An expired session is logged and left
-    // to the sweep. The caller holds the table mutex.
+    // Returns the valid session of the request, or null. The request's id must be in the table, and
+    // its client's address must be the one that the session was created for. Logs an expired
+    // session and leaves it to the sweep. Locks nothing: the caller must hold the table mutex.
     HttpSessionImpl* findSession(HttpRequest* request);
 
-    // The same for callers that do not hold it.
+    // Does the same, but locks the table mutex.
     HttpSessionImpl* getSession(HttpRequest* request);
 
-    // A request begins: its session, if it has one, is busy and no longer idle.
+    // Marks the session of a request that begins, if there is one, as busy, and restarts its idle
+    // time.
     void onRequest(HttpRequest* request);
 
-    // A request ends: its session, if it is still valid, is busy no more.
+    // Marks the session of a request that ends, if it is still valid, as no longer busy.
     void onRequestFinished(HttpRequest* request);
 
-    // Takes a session out of the table; the caller, who must know it, invalidates and deletes it.
-    // An unknown id does nothing. Looks it up without the lock, as existSession().
+    // Removes the session from the table without deleting it. The caller must already hold a
+    // pointer to it and now owns it. An unknown id does nothing. Looks it up without the lock, like
+    // existSession().
     void removeSession(std::string& id);
 
-    // The sweep: refreshes busy sessions, invalidates and deletes idle ones that have expired.
+    // Sweeps the table: restarts the idle time of busy sessions, invalidates and deletes idle ones
+    // that have expired.
     void checkSession();
 
-    // Runs the sweep. Nobody but the host calls it, on any thread.
+    // Calls checkSession(). The library never calls it: a host does, from its timer.
     void onTimer();
 
-    // Invalidates and deletes every session. No request may be under way. Gives 0. (The name is
-    // the interface's.)
+    // Invalidates and deletes every session. No request may be in flight. Returns 0. (The spelling
+    // of the name is part of the interface.)
     int destory();
 
 private:
     using SessionTable = QKHashMap<std::string, HttpSessionImpl*, INT_HASH<std::string>>;
 
-    SessionTable* m_sessions;
+    std::unique_ptr<SessionTable> m_sessions; // the table mutex
 };
 
 #endif

@@ -1,9 +1,12 @@
 // What a request, its session and its response are after an allocation has failed: each of them in
 // turn.
 #include "failing_allocations.h"
+#include "fcgi_server.h"
 #include "http_request.h"
 #include "http_response.h"
 #include "http_session.h"
+#include "plugin_loader.h"
+#include "servlet_controller.h"
 #include "session_factory.h"
 #include "tmpl.h"
 #include <kit/testing/recorded_log.h>
@@ -15,6 +18,7 @@
 
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -305,4 +309,45 @@ TEST_F(TemplatesWithoutMemory, APageIsWrittenWholeOrNotAtAll) {
             EXPECT_TRUE(body.empty() || body == kLongValue) << body;
             end();
         });
+}
+
+namespace {
+
+class StartUpWithoutMemory : public WithoutMemory {
+protected:
+    bool isLibraryOpen() {
+        void* library = dlopen(QUIET_PLUGIN, RTLD_LAZY | RTLD_NOLOAD);
+        if (library != nullptr)
+            dlclose(library);
+        return library != nullptr;
+    }
+
+    // Constructs an `Owner` of the plug-in library; failEachAllocation() checks that no memory is
+    // left, this checks that no library is.
+    template <class Owner>
+    void failEachAllocationOf() {
+        std::unique_ptr<Owner> owner;
+        failEachAllocation([] {}, [&] { owner = std::make_unique<Owner>(QUIET_XML); },
+                           [&](bool refused) {
+                               EXPECT_EQ(owner == nullptr, refused);
+                               EXPECT_EQ(isLibraryOpen(), !refused);
+                               owner.reset();
+                               EXPECT_FALSE(isLibraryOpen());
+                               recorded_log::clear();
+                           });
+    }
+};
+
+} // namespace
+
+TEST_F(StartUpWithoutMemory, ReleasesThePluginLoader) {
+    failEachAllocationOf<PluginLoader>();
+}
+
+TEST_F(StartUpWithoutMemory, ReleasesTheController) {
+    failEachAllocationOf<ServletController>();
+}
+
+TEST_F(StartUpWithoutMemory, ReleasesTheServer) {
+    failEachAllocationOf<FCGIServer>();
 }
