@@ -5,14 +5,14 @@
 #include <cstddef>
 #include <new>
 
-// The C library's end of assert(3); <assert.h> declares it only where NDEBUG is not set.
+// The C library's function behind assert(3); <assert.h> declares it only without NDEBUG.
 extern "C" void __assert_fail(const char* assertion, const char* file, unsigned int line,
                               const char* function) noexcept __attribute__((noreturn));
 
-// Checks an invariant in every build, also where NDEBUG turns assert() off: a container that is
-// used against its contract must not go on. Prints the message of assert(3), with the source as
-// it is included instead of a path of the build machine, and aborts. Conditions are spelled with
-// __null because their text is part of that message.
+// Checks an invariant in every build, even with NDEBUG: a container that was misused must not
+// continue. Prints the message of assert(3), with the source as it is included instead of a path of
+// the build machine, and aborts. Conditions are spelled with __null because their text is part of
+// that message.
 #define QKSTL_ASSERT_IN(source, condition)                                                         \
     (static_cast<bool>(condition)                                                                  \
          ? void(0)                                                                                 \
@@ -22,11 +22,11 @@ extern "C" void __assert_fail(const char* assertion, const char* file, unsigned 
 // chain and points to the next older one. Blocks are released all together.
 class TMemPlex {
 public:
-    // Puts a block for `nMax` elements of `cbElement` bytes at the front of the chain `head` and
-    // gives it back. The memory is not initialised.
-    //   Owner    the owner of `head`, who releases the chain with release().
-    //   Failure  asserts that both counts are above 0; the allocator's exception leaves the chain
-    //            as it was.
+    // Allocates a block for `nMax` elements of `cbElement` bytes, puts it at the front of the chain
+    // `head` and returns it. The memory is not initialised.
+    //   Owner    the owner of `head`, who must free the chain with release().
+    //   Failure  asserts that both counts are above 0. If the allocator throws, the chain is
+    //            unchanged.
     static TMemPlex* create(TMemPlex*& head, unsigned int nMax, unsigned int cbElement) {
         QKSTL_ASSERT_IN("QKSTL/MemoryBlock.h", nMax > 0 && cbElement > 0);
         std::size_t bytes = 0;
@@ -40,7 +40,7 @@ public:
         return block;
     }
 
-    // Releases every block of the chain and leaves `head` null.
+    // Frees every block of the chain and sets `head` to null.
     static void release(TMemPlex*& head) {
         while (head != nullptr) {
             TMemPlex* older = head->pNext;
@@ -49,7 +49,7 @@ public:
         }
     }
 
-    // The first byte behind the header.
+    // Returns the first byte after the header.
     void* data() { return this + 1; }
 
 private:

@@ -1,5 +1,5 @@
-// A small chained hash map for devices with little memory: a fixed number of buckets, nodes
-// carved from blocks and recycled, and no memory kept while the map is empty.
+// A small chained hash map for devices with little memory: it has a fixed number of buckets, carves
+// nodes from blocks and recycles them, and keeps no memory while it is empty.
 #ifndef QKSTL_QK_HASH_MAP_H
 #define QKSTL_QK_HASH_MAP_H
 
@@ -16,8 +16,9 @@
 
 #define QK_HASH_MAP_ASSERT(condition) QKSTL_ASSERT_IN("QKSTL/QKHashMap.h", condition)
 
-// Prepares `nCount` consecutive elements in raw memory: zero bytes, and for a class type an empty
-// value in each. `pElements` may be null only when `nCount` is 0 (asserted).
+// Prepares `nCount` consecutive elements in raw memory: fills it with zero bytes, then constructs
+// an empty value in each element of class type. `pElements` may be null only if `nCount` is 0
+// (asserted).
 template <class TYPE>
 void container_construct(TYPE* pElements, int nCount) {
     QK_HASH_MAP_ASSERT(nCount == 0 || __null != pElements);
@@ -29,8 +30,8 @@ void container_construct(TYPE* pElements, int nCount) {
             new (static_cast<void*>(pElements + i)) TYPE;
 }
 
-// Tears down `nCount` consecutive elements, in order. What pointer elements point to stays.
-// `pElements` may be null only when `nCount` is 0 (asserted).
+// Destroys `nCount` consecutive elements, in order, but not what pointer elements point to.
+// `pElements` may be null only if `nCount` is 0 (asserted).
 template <class TYPE>
 void container_destruct(TYPE* pElements, int nCount) {
     QK_HASH_MAP_ASSERT(nCount == 0 || __null != pElements);
@@ -39,7 +40,8 @@ void container_destruct(TYPE* pElements, int nCount) {
             pElements[i].~TYPE();
 }
 
-// Whether two strings have the same bytes, zero bytes included. Null is refused (asserted).
+// Returns whether two strings have the same bytes, including zero bytes. Neither pointer may be
+// null (asserted).
 template <class TYPE, class ARG_TYPE>
 bool container_compare(const TYPE* pElement1, const ARG_TYPE* pElement2) {
     QK_HASH_MAP_ASSERT(__null != pElement1);
@@ -48,14 +50,15 @@ bool container_compare(const TYPE* pElement1, const ARG_TYPE* pElement2) {
            std::memcmp(pElement1->data(), pElement2->data(), pElement1->size()) == 0;
 }
 
-// The hash of a key, 31 bits wide.
+// Computes the hash of a key, 31 bits wide.
 template <class KEY>
 struct INT_HASH;
 
-// The hash of a text.
+// Computes the hash of a text.
 template <>
 struct INT_HASH<std::string> {
-    // Bytes from the first zero byte on take no part in the hash, though they do in the comparison.
+    // Returns the hash. It ignores all bytes from the first zero byte on, which container_compare()
+    // does not.
     std::uint32_t operator()(std::string_view key) const {
         std::uint32_t hash = 0;
         for (const char byte : key) {
@@ -67,25 +70,25 @@ struct INT_HASH<std::string> {
     }
 };
 
-// The map owns its keys and values; what pointer values point to stays the user's.
-//   Order     iteration goes from bucket to bucket, and in a bucket from the newest entry to the
-//             oldest.
-//   Memory    the bucket array comes with the first entry, a block of nodes whenever no free node
-//             is left; all of it goes back as soon as the last entry goes, whoever removes it.
-//   Failure   misuse fails an assertion that stays active in every build; the allocator's
-//             exception leaves the entries as they were.
-//   Threads   one at a time; m_nCount alone may be read by others meanwhile, as an atomic word.
-// The members are public and in this order for those who were compiled against them; users read
-// m_nCount and leave the others alone.
+//   Owner     the map owns its keys and values, but not what pointer values point to.
+//   Order     iteration goes from bucket to bucket, and within a bucket from the newest entry to
+//             the oldest.
+//   Memory    the first entry allocates the bucket array; a block of nodes is allocated whenever no
+//             free node is left. Removing the last entry, in any way, frees everything.
+//   Failure   misuse fails an assertion that stays active in every build. If the allocator throws,
+//             the entries are unchanged.
+//   Threads   one at a time; other threads may only read m_nCount meanwhile, as an atomic word.
+// The members and their order are part of the binary interface, and therefore public; users only
+// read m_nCount.
 template <class KEY, class VALUE, class FUN>
 class QKHashMap {
 public:
     // A node: one entry, or a free one.
     struct TAssoc {
         TAssoc* pNext;         // next in its bucket, or next free node
-        std::uint32_t nBucket; // its bucket, by which an iteration finds the following one
-        KEY key;               // of a free node: none
-        VALUE value;           // as the key
+        std::uint32_t nBucket; // its bucket, so that an iteration can find the next one
+        KEY key;               // not constructed in a free node
+        VALUE value;           // not constructed in a free node
     };
 
     bool m_bMultiValue = false;
@@ -101,8 +104,8 @@ public:
     QKHashMap& operator=(const QKHashMap&) = delete;
     ~QKHashMap() { clear(); }
 
-    // Sets the number of buckets, which must be above 0, and allocates them now if asked. The map
-    // must be empty (asserted).
+    // Sets the number of buckets, and with `bAllocNow` allocates them now. The map must be empty,
+    // and the number above 0 (both asserted).
     void init(unsigned int nHashSize, bool bAllocNow) {
         assertValid();
         QK_HASH_MAP_ASSERT(m_nCount == 0);
@@ -114,8 +117,8 @@ public:
         m_nHashTableSize = nHashSize;
     }
 
-    // The value of `key`, a new and empty one if there was none. The reference is good until the
-    // entry goes.
+    // Returns the value of `key`, which it adds with an empty value if the map does not contain it.
+    // The reference is valid until the entry is removed.
     VALUE& operator[](KEY key) {
         assertValid();
         const std::uint32_t nBucket = bucketOf(key);
@@ -126,7 +129,7 @@ public:
     }
 
     // Stores `value` under `key`. An entry that is already there gets the new value; with
-    // m_bMultiValue it stays, and the new entry comes right behind it.
+    // m_bMultiValue it is kept, and the new entry is added right after it.
     void put(KEY key, VALUE value) {
         assertValid();
         const std::uint32_t nBucket = bucketOf(key);
@@ -138,19 +141,20 @@ public:
         pAssoc->value = std::move(value);
     }
 
-    // The same as put().
+    // Does the same as put().
     void insert(KEY key, VALUE value) { put(std::move(key), std::move(value)); }
 
-    // The first entry of `key`, or null.
+    // Returns the first entry of `key`, or null. It is valid until it is removed.
     TAssoc* getAssoc(const KEY& key) const { return find(key); }
 
-    // The same for a key that need not be copied into a KEY first.
+    // Does the same without first copying the key into a KEY.
     template <class VIEW, class = std::enable_if_t<std::is_same_v<VIEW, std::string_view>>>
     TAssoc* getAssoc(VIEW key) const {
         return find(key);
     }
 
-    // Removes an entry of this map and gives back the one that an iteration visits next, or null.
+    // Removes an entry, which must belong to this map. Returns the entry that an iteration visits
+    // next, or null.
     TAssoc* removeAssoc(TAssoc* pAssoc) {
         TAssoc** ppLink = &m_pHashTable[bucketOf(pAssoc->key)];
         while (*ppLink != pAssoc)
@@ -161,7 +165,7 @@ public:
         return pFollowing;
     }
 
-    // Iteration: the first entry, and the one after `pAssoc`; null at the end.
+    // Return the first entry of an iteration, and the one after `pAssoc`; null at the end.
     TAssoc* firstAssoc() const {
         if (m_nCount < 1 || m_nHashTableSize == 0)
             return nullptr;
@@ -173,7 +177,7 @@ public:
         return followingOf(pAssoc);
     }
 
-    // Removes every entry and releases all memory. The sizes stay as they were set.
+    // Removes every entry and frees all memory. The sizes that were set are kept.
     void clear() {
         assertValid();
         if (m_pHashTable != nullptr) {
@@ -190,8 +194,8 @@ public:
         TMemPlex::release(m_pBlocks);
     }
 
-    // For the map's own operations: a node with an empty key and value that is in no bucket yet,
-    // and the way back for a node that is in none any more.
+    // Used by the map's own operations. Return a node with an empty key and value that is in no
+    // bucket yet, and recycle a node that has been removed from its bucket.
     TAssoc* newAssoc() {
         if (m_pFreeList == nullptr)
             addBlock();
@@ -214,7 +218,7 @@ public:
             clear();
     }
 
-    // Asserts what is always so between two operations.
+    // Asserts the invariants that hold between two operations.
     void assertValid() const {
         QK_HASH_MAP_ASSERT(m_nHashTableSize > 0);
         QK_HASH_MAP_ASSERT(m_nCount == 0 || m_pHashTable != __null);
@@ -274,8 +278,8 @@ private:
         return pAssoc;
     }
 
-    // Threads the nodes of a new block onto the free list so that they are handed out in
-    // ascending order of address.
+    // Allocates a block and puts its nodes on the free list, so that they are used in ascending
+    // order of address.
     void addBlock() {
         static_assert(alignof(TAssoc) <= alignof(TMemPlex), "nodes follow the block's header");
         const auto nNodes = static_cast<unsigned int>(m_nBlockSize);

@@ -5,7 +5,7 @@
 //
 //     extern "C" HttpListener* createSignInListener() { return new SignInListener; }
 //
-// Each call returns a new object, null for failure.
+// Each call returns a new object, or null on failure.
 #ifndef HTTP_LISTENER_H
 #define HTTP_LISTENER_H
 
@@ -13,15 +13,16 @@ class HttpRequest;
 class HttpResponse;
 
 // Compiled plug-ins depend on the order of the operations.
-//   Owner    nobody: a listener lives until the process ends and is never told that it ends.
+//   Owner    none: a listener lives until the process ends, and nothing notifies it of the end.
 //   Threads  onRequest() runs on every request thread at once.
 class HttpListener {
 public:
     // Called once at start-up, in configuration order, before any request.
     virtual void init() = 0;
 
-    // True lets the request go on to the next listener and at last to its servlet. False ends it:
-    // nobody else sees it, and the response goes out as this listener left it.
+    // Returns true to let the request go on to the next listener and finally to its servlet, or
+    // false to end it: no other listener and no servlet sees it, and the response is sent as this
+    // listener left it. Keep no pointer to either object.
     virtual bool onRequest(HttpRequest* request, HttpResponse* response) = 0;
 
 protected:

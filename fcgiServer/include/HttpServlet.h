@@ -5,7 +5,7 @@
 //
 //     extern "C" HttpServlet* createStatusPage() { return new StatusPage; }
 //
-// Each call returns a new object, null for failure.
+// Each call returns a new object, or null on failure.
 #ifndef HTTP_SERVLET_H
 #define HTTP_SERVLET_H
 
@@ -14,17 +14,18 @@ class HttpResponse;
 
 // Compiled plug-ins depend on the order of the operations.
 //   Owner    the container, once created. It never runs a destructor: at shut-down it calls
-//            destroy() and gives the storage back with the global operator delete. Allocate with
-//            the global operator new, and release in destroy() all that the object holds.
+//            destroy() and frees the storage with the global operator delete. Allocate with the
+//            global operator new, and release in destroy() everything that the object holds.
 //   Threads  service() runs on every request thread at once; init() runs once, before the first
 //            service().
 class HttpServlet {
 public:
-    // Called once, right after creation. Other servlets wait for it: return soon.
+    // Called once, right after creation. No other servlet can be created or found meanwhile, so
+    // every other request waits: return soon.
     virtual void init() = 0;
 
-    // Serves one request whose parameter "p" is this servlet's id. Both objects live until it
-    // returns; keep no pointer to them or to a text of theirs.
+    // Serves one request whose parameter "p" is this servlet's id. Both objects live until this
+    // operation returns; keep no pointer to them or to a text that they return.
     virtual void service(HttpRequest* request, HttpResponse* response) = 0;
 
     // Releases everything the object holds and leaves it usable. Called before the storage is

@@ -5,41 +5,43 @@
 #include <string>
 
 // Compiled plug-ins depend on the order of the operations.
-//   Owner    the session factory. A pointer is good for the request it was obtained in; ask again
-//            in the next one.
-//   Threads  attribute operations and invalidate() may be called on any thread; they exclude one
-//            another by the exported `session_mutex`, which must therefore not be held by the
-//            caller.
+//   Owner    the session factory. A pointer is valid for the request in which it was obtained; call
+//            HttpRequest::getSession() again in the next one.
+//   Threads  any. Attribute operations and invalidate() lock the exported `session_mutex`, which is
+//            not recursive: do not hold it when calling them.
 class HttpSession {
 public:
-    // The id that the client sends back in its cookie JSESSIONID. Lives as long as the session.
+    // Returns the id, which the client sends back in its cookie JSESSIONID. The text lives as long
+    // as the session.
     virtual const std::string& getId() = 0;
 
-    // Stores `value` under `name`, replacing what was there. False, and nothing stored, for a null
-    // value and a null or empty name; true otherwise, though an invalid session stores nothing.
-    // The session never deletes what `value` points to, not when it is replaced or removed and not
-    // when the session ends: it stays the caller's.
+    // Stores `value` under `name`, replacing what was there. Returns false, and stores nothing, for
+    // a null value and for a null or empty name; true otherwise, although an invalid session stores
+    // nothing either. The session never deletes what `value` points to, neither when it is replaced
+    // or removed nor when the session ends: it still belongs to the caller.
     virtual bool setAttribute(const char* name, void* value) = 0;
 
-    // The pointer stored under `name`, or null.
+    // Returns the pointer stored under `name`, or null.
     virtual void* getAttribute(const char* name) = 0;
 
-    // Forgets `name`; a null, empty or unknown name does nothing.
+    // Removes `name`; a null, empty or unknown name does nothing.
     virtual void removeAttribute(const char* name) = 0;
-    // Whether anything is stored under `name`.
+    // Returns whether anything is stored under `name`.
     virtual bool existAttribute(const char* name) = 0;
 
-    // Ends the session: all attributes are forgotten, and later ones are not stored. The client's
-    // next request has no session. Called during a request of the session itself, it leaves the
-    // emptied object to count as being served, so that its memory comes back at shut-down only; a
-    // page that signs users out again and again calls setMaxInactiveInterval(1) instead.
+    // Ends the session: removes all attributes, and stores no later ones. The client's next request
+    // has no session. If called during a request of the session itself, the emptied object keeps
+    // its busy flag, so its memory is freed only at shut-down; a page that signs users out
+    // repeatedly calls setMaxInactiveInterval(1) instead.
     virtual void invalidate() = 0;
 
-    // Seconds of the system's tick clock, times(2), plus 300; not a time of day.
+    // Return a time stamp. Seconds of the system's tick clock, times(2), plus 300; not a time of
+    // day.
     virtual int getCreateTime() = 0;
     virtual int getLastAccessedTime() = 0;
 
-    // Idle seconds after which the session expires, 180 at first. Zero or less: at once.
+    // Set and return the idle seconds after which the session expires: initially 180; zero or less
+    // expires it at once.
     virtual void setMaxInactiveInterval(int seconds) = 0;
     virtual int getMaxInactiveInterval() = 0;
 
