@@ -1,5 +1,6 @@
 #include "upload_file.h"
 
+#include "base/write_all.h"
 #include "decoding_limits.h"
 
 #include <fcntl.h>
@@ -19,49 +20,15 @@ constexpr mode_t kFileMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
 // Each loss of power may leave one file behind under a name that is wanted again.
 constexpr int kMaxNamesTried = 1000;
 
-bool writeAll(int file, const char* data, std::size_t size) {
-    while (size > 0) {
-        const ssize_t written = write(file, data, size);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return false;
-        data += written;
-        size -= static_cast<std::size_t>(written);
-    }
-    return true;
-}
-
-bool syncToDisk(int file) {
-    int result = fsync(file);
-    while (result != 0 && errno == EINTR)
-        result = fsync(file);
-    return result == 0;
-}
-
-int openUninterrupted(int folder, const char* name, int flags, mode_t mode) {
-    int file = openat(folder, name, flags | O_CLOEXEC, mode);
-    while (file < 0 && errno == EINTR)
-        file = openat(folder, name, flags | O_CLOEXEC, mode);
-    return file;
+int openFolder(const char* path) {
+    constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+    int folder = openat(AT_FDCWD, path, kFlags);
+    while (folder < 0 && errno == EINTR)
+        folder = openat(AT_FDCWD, path, kFlags);
+    return folder;
 }
 
 } // namespace
-
-bool cgi::Descriptor::reset(int descriptor) {
-    close();
-    m_descriptor = descriptor;
-    return descriptor >= 0;
-}
-
-bool cgi::Descriptor::close() {
-    if (m_descriptor < 0)
-        return true;
-    const int result = ::close(m_descriptor);
-    m_descriptor = -1;
-    // Interrupted or not, the descriptor is gone, and the data have been synced before.
-    return result == 0 || errno == EINTR;
-}
 
 cgi::UploadFile::UploadFile(const char* path) {
     const std::string_view whole = path;
@@ -70,17 +37,12 @@ cgi::UploadFile::UploadFile(const char* path) {
     m_name = whole.substr(nameBegin);
 }
 
-cgi::UploadFile::~UploadFile() {
-    if (!m_temporaryName.empty())
-        unlinkat(m_folder.get(), m_temporaryName.c_str(), 0);
-}
-
 bool cgi::UploadFile::begin() {
     m_unwritten.reserve(kWriteBytes);
-    return !m_name.empty() &&
-           m_folder.reset(
-               openUninterrupted(AT_FDCWD, m_folderPath.c_str(), O_RDONLY | O_DIRECTORY, 0)) &&
-           createTemporary();
+    if (m_name.empty())
+        return false;
+    m_folder = base::Descriptor(openFolder(m_folderPath.c_str()));
+    return m_folder && createTemporary();
 }
 
 // The process and its descriptor of the folder tell this upload from all others under way.
@@ -89,12 +51,8 @@ bool cgi::UploadFile::createTemporary() {
         char name[64];
         std::snprintf(name, sizeof name, ".upload-%ld-%d-%d", static_cast<long>(getpid()),
                       m_folder.get(), attempt);
-        std::string temporaryName = name;
-        if (m_file.reset(openUninterrupted(m_folder.get(), name,
-                                           O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kFileMode))) {
-            m_temporaryName = std::move(temporaryName);
+        if (m_file.create(m_folder.get(), name, kFileMode))
             return true;
-        }
         if (errno != EEXIST)
             return false;
     }
@@ -114,18 +72,16 @@ bool cgi::UploadFile::append(const char* data, std::size_t size) {
 }
 
 bool cgi::UploadFile::flush() {
-    const bool written = writeAll(m_file.get(), m_unwritten.data(), m_unwritten.size());
+    const bool written = m_file.write({m_unwritten.data(), m_unwritten.size()});
     m_unwritten.clear();
     return written;
 }
 
 bool cgi::UploadFile::keep() {
-    if (!flush() || !syncToDisk(m_file.get()) || !m_file.close() ||
-        renameat(m_folder.get(), m_temporaryName.c_str(), m_folder.get(), m_name.c_str()) != 0)
+    if (!flush() || !m_file.sync() || !m_file.close() || !m_file.putInPlace(m_name.c_str()))
         return false;
-    m_temporaryName.clear();
-    // There is no way back from here, and none is needed: should the folder not reach the disk,
-    // then the file of before is found again, whole.
-    syncToDisk(m_folder.get());
+    // The upload counts as done even if the folder cannot be synced: then a power cut may bring
+    // back the file of before, whole.
+    base::syncToDisk(m_folder.get());
     return true;
 }

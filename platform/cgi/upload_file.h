@@ -2,6 +2,9 @@
 #ifndef UPLOAD_FILE_H
 #define UPLOAD_FILE_H
 
+#include "base/descriptor.h"
+#include "base/replacement_file.h"
+
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -19,24 +22,6 @@ public:
     virtual bool keep() = 0;
 };
 
-// Owns a file descriptor.
-class Descriptor {
-public:
-    Descriptor() = default;
-    ~Descriptor() { close(); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return m_descriptor; }
-    // Closes what it owned before. Gives back whether `descriptor` is one.
-    bool reset(int descriptor);
-    // False when the system reports that earlier writes have failed; closed in any case.
-    bool close();
-
-private:
-    int m_descriptor = -1;
-};
-
 // Collects the data in a new file beside `path`, with a name that begins with a dot, and puts it
 // in place of whatever file stands at `path` when it is complete and on the disk. Until then, and
 // on any failure, `path` stays as it was, and the destructor removes the new file. The folder must
@@ -45,9 +30,6 @@ private:
 class UploadFile final : public UploadTarget {
 public:
     explicit UploadFile(const char* path);
-    ~UploadFile() override;
-    UploadFile(const UploadFile&) = delete;
-    UploadFile& operator=(const UploadFile&) = delete;
 
     bool begin() override;
     bool append(const char* data, std::size_t size) override;
@@ -59,9 +41,8 @@ private:
 
     std::string m_folderPath; // with the slash at its end, or "." when `path` has none
     std::string m_name;
-    Descriptor m_folder;
-    Descriptor m_file;
-    std::string m_temporaryName; // empty while there is no such file
+    base::Descriptor m_folder;
+    base::ReplacementFile m_file; // destroyed before the folder is closed, which it needs
     std::vector<char> m_unwritten;
 };
 

@@ -24,7 +24,7 @@ extern "C" {
 
 ssize_t __real_write(int file, const void* data, std::size_t count);
 int __real_fsync(int file);
-int __real_rename(const char* from, const char* to);
+int __real_renameat(int fromFolder, const char* from, int toFolder, const char* to);
 
 ssize_t __wrap_write(int file, const void* data, std::size_t count) {
     const Call failing = file > 2 ? g_failing.load() : Call::none;
@@ -51,12 +51,12 @@ int __wrap_fsync(int file) {
     return __real_fsync(file);
 }
 
-int __wrap_rename(const char* from, const char* to) {
+int __wrap_renameat(int fromFolder, const char* from, int toFolder, const char* to) {
     if (g_failing == Call::rename) {
         errno = EROFS;
         return -1;
     }
-    return __real_rename(from, to);
+    return __real_renameat(fromFolder, from, toFolder, to);
 }
 
 } // extern "C"

@@ -56,7 +56,7 @@ protected:
 
     // Before it the old state is saved, afterwards the new one.
     static int placeOfRename(const Calls& calls) {
-        return static_cast<int>(std::find(calls.begin(), calls.end(), "rename") - calls.begin()) +
+        return static_cast<int>(std::find(calls.begin(), calls.end(), "renameat") - calls.begin()) +
                1;
     }
 
@@ -77,8 +77,8 @@ protected:
 
 TEST_F(Saving, AsksTheSystemForThis) {
     const Calls calls = callsOfAChange();
-    EXPECT_EQ(calls, (Calls{"unlink", "open", "write", "fsync", "close", "rename", "open", "fsync",
-                            "close"}));
+    EXPECT_EQ(calls, (Calls{"unlink", "openat", "write", "fsync", "close", "renameat", "open",
+                            "fsync", "close"}));
 }
 
 TEST_F(Saving, RefusedAnythingChangesNothingOrAll) {
