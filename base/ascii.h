@@ -8,16 +8,16 @@
 
 namespace base {
 
-inline char asciiLower(char character) {
+constexpr char asciiLower(char character) {
     return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
                                                 : character;
 }
 
-inline bool isAsciiDigit(char character) {
+constexpr bool isAsciiDigit(char character) {
     return character >= '0' && character <= '9';
 }
 
-inline bool isAsciiLetter(char character) {
+constexpr bool isAsciiLetter(char character) {
     return asciiLower(character) >= 'a' && asciiLower(character) <= 'z';
 }
 

@@ -1,5 +1,6 @@
 #include "decode.h"
 
+#include "base/ascii.h"
 #include "header_value.h"
 
 #include <algorithm>
@@ -12,13 +13,10 @@ using cgi::Plus;
 
 // -1 for what is no hexadecimal digit, whatever the locale.
 int hexDigit(char character) {
-    if (character >= '0' && character <= '9')
+    if (base::isAsciiDigit(character))
         return character - '0';
-    if (character >= 'a' && character <= 'f')
-        return character - 'a' + 10;
-    if (character >= 'A' && character <= 'F')
-        return character - 'A' + 10;
-    return -1;
+    const char lower = base::asciiLower(character);
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
 // The byte that an escape at the beginning of `text` stands for, or -1 when there is none.
@@ -126,8 +124,7 @@ Pair splitCookie(std::string_view text) {
 }
 
 bool isUnreserved(char character) {
-    return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
-           (character >= '0' && character <= '9') ||
+    return base::isAsciiLetter(character) || base::isAsciiDigit(character) ||
            (character != '\0' && std::strchr("-_.~", character) != nullptr);
 }
 

@@ -1,4 +1,5 @@
 // Forms, and bodies as they are.
+#include "base/ascii.h"
 #include "decode.h"
 #include "header_value.h"
 
@@ -14,7 +15,7 @@ bool isFormType(const char* contentType) {
     if (contentType == nullptr)
         return true;
     const std::string_view type = cgi::headerType(contentType);
-    return type.empty() || cgi::equalsIgnoringCase(type, "application/x-www-form-urlencoded");
+    return type.empty() || base::equalsIgnoringCase(type, "application/x-www-form-urlencoded");
 }
 
 // Reads a body of exactly `length` bytes; false when it is shorter or longer. Memory is taken as

@@ -1,16 +1,13 @@
 #include "header_value.h"
 
+#include "base/ascii.h"
+
 #include <algorithm>
 
 namespace {
 
 bool isBlank(char character) {
     return character == ' ' || character == '\t';
-}
-
-char lower(char character) {
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
-                                                : character;
 }
 
 void skipBlanks(std::string_view& rest) {
@@ -65,7 +62,7 @@ bool takeParameter(std::string_view& rest, std::string_view& name, std::string& 
 bool keepWanted(std::string_view name, std::string value,
                 std::initializer_list<cgi::WantedParameter> wanted) {
     for (const cgi::WantedParameter& parameter : wanted) {
-        if (!cgi::equalsIgnoringCase(name, parameter.name))
+        if (!base::equalsIgnoringCase(name, parameter.name))
             continue;
         if (parameter.value->has_value())
             return false;
@@ -76,11 +73,6 @@ bool keepWanted(std::string_view name, std::string value,
 }
 
 } // namespace
-
-bool cgi::equalsIgnoringCase(std::string_view left, std::string_view right) {
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](char one, char other) { return lower(one) == lower(other); });
-}
 
 std::string_view cgi::withoutBlanksAround(std::string_view text) {
     while (!text.empty() && isBlank(text.front()))

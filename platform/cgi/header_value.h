@@ -10,9 +10,6 @@
 
 namespace cgi {
 
-// ASCII letters only, whatever the locale.
-bool equalsIgnoringCase(std::string_view left, std::string_view right);
-
 std::string_view withoutBlanksAround(std::string_view text);
 
 // What stands before the first ";", without the blanks around it.

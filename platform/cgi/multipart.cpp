@@ -1,5 +1,6 @@
 #include "multipart.h"
 
+#include "base/ascii.h"
 #include "decoding_limits.h"
 #include "header_value.h"
 
@@ -33,7 +34,7 @@ void unfold(std::string& headers) {
 bool readDisposition(std::string_view value, cgi::Part& part) {
     std::optional<std::string> name;
     std::optional<std::string> extendedFileName;
-    if (!cgi::equalsIgnoringCase(cgi::headerType(value), "form-data") ||
+    if (!base::equalsIgnoringCase(cgi::headerType(value), "form-data") ||
         !cgi::readParameters(
             value,
             {{"name", &name}, {"filename", &part.fileName}, {"filename*", &extendedFileName}}))
@@ -53,7 +54,7 @@ bool readHeaderLine(std::string_view line, cgi::Part& part, bool& hasDisposition
         name.find_first_of(" \t") != std::string_view::npos ||
         line.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos)
         return false;
-    if (!cgi::equalsIgnoringCase(name, "content-disposition"))
+    if (!base::equalsIgnoringCase(name, "content-disposition"))
         return true;
     if (std::exchange(hasDisposition, true))
         return false;
@@ -86,7 +87,7 @@ bool isControl(char character) {
 std::optional<std::string> cgi::multipartBoundary(const char* contentType) {
     std::optional<std::string> boundary;
     if (contentType == nullptr ||
-        !equalsIgnoringCase(headerType(contentType), "multipart/form-data") ||
+        !base::equalsIgnoringCase(headerType(contentType), "multipart/form-data") ||
         !readParameters(contentType, {{"boundary", &boundary}}))
         return std::nullopt;
     if (!boundary.has_value() || boundary->empty() ||

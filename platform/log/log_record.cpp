@@ -1,5 +1,7 @@
 #include "log_record.h"
 
+#include "base/utf8.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -10,30 +12,6 @@ namespace {
 constexpr std::string_view kLevels[] = {"emergency", "alert",  "critical",    "error",
                                         "warning",   "notice", "information", "debug"};
 constexpr std::string_view kEllipsis = "...";
-
-// The length of the UTF-8 sequence of two to four bytes at the start of `text`, 0 when it is not
-// well-formed (RFC 3629, section 4).
-std::size_t sequenceLength(std::string_view text) {
-    const auto byte = [&](std::size_t i) {
-        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u;
-    };
-    const auto isTail = [&](std::size_t i) { return (byte(i) & 0xc0) == 0x80; };
-    const unsigned first = byte(0);
-    const unsigned second = byte(1);
-    if (first >= 0xc2 && first <= 0xdf)
-        return isTail(1) ? 2 : 0;
-    if (first >= 0xe0 && first <= 0xef) {
-        const bool overlong = first == 0xe0 && second < 0xa0;
-        const bool surrogate = first == 0xed && second > 0x9f;
-        return isTail(1) && isTail(2) && !overlong && !surrogate ? 3 : 0;
-    }
-    if (first >= 0xf0 && first <= 0xf4) {
-        const bool overlong = first == 0xf0 && second < 0x90;
-        const bool tooLarge = first == 0xf4 && second > 0x8f;
-        return isTail(1) && isTail(2) && isTail(3) && !overlong && !tooLarge ? 4 : 0;
-    }
-    return 0;
-}
 
 struct Unit {
     std::size_t consumed;
@@ -61,7 +39,7 @@ Unit nextUnit(std::string_view text, std::string_view alsoEscaped) {
     }
     const auto byte = static_cast<unsigned char>(first);
     if (byte >= 0x80) {
-        const std::size_t length = sequenceLength(text);
+        const std::size_t length = base::utf8Length(text);
         const bool isControl =
             length == 2 && byte == 0xc2 && static_cast<unsigned char>(text[1]) < 0xa0;
         unit.consumed = std::max<std::size_t>(length, 1);

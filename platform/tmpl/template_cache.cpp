@@ -1,5 +1,6 @@
 #include "template_cache.h"
 
+#include "base/descriptor.h"
 #include "template_parser.h"
 
 #include <fcntl.h>
@@ -21,22 +22,6 @@ bool same(const timespec& left, const timespec& right) {
     return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
 }
 
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int number) : m_number(number) {}
-    ~FileDescriptor() {
-        if (m_number >= 0)
-            ::close(m_number);
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-
-    int number() const { return m_number; }
-
-private:
-    int m_number;
-};
-
 // One open template file; every failure is thrown as one of `asker`.
 class TemplateFile {
 public:
@@ -44,13 +29,13 @@ public:
         : m_path(path), m_asker(asker),
           // A pipe in the place of a file must not stop the thread.
           m_file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
-        if (m_file.number() < 0)
+        if (!m_file)
             fail(errno);
     }
 
     FileIdentity identity() const {
         struct stat status;
-        if (::fstat(m_file.number(), &status) != 0)
+        if (::fstat(m_file.get(), &status) != 0)
             fail(errno);
         if (S_ISDIR(status.st_mode))
             fail(EISDIR);
@@ -86,8 +71,7 @@ private:
 
     std::size_t readAt(std::size_t offset, char* buffer, std::size_t size) const {
         for (;;) {
-            const ssize_t count =
-                ::pread(m_file.number(), buffer, size, static_cast<off_t>(offset));
+            const ssize_t count = ::pread(m_file.get(), buffer, size, static_cast<off_t>(offset));
             if (count >= 0)
                 return static_cast<std::size_t>(count);
             if (errno != EINTR)
@@ -97,7 +81,7 @@ private:
 
     const std::string& m_path;
     const Position& m_asker;
-    FileDescriptor m_file;
+    base::Descriptor m_file;
 };
 
 // Whether any later change is sure to give the file another time. The time of modification does

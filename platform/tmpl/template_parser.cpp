@@ -1,5 +1,6 @@
 #include "template_parser.h"
 
+#include "base/ascii.h"
 #include "template_fault.h"
 
 #include <algorithm>
@@ -51,26 +52,15 @@ struct Tag {
     }
 };
 
-char lower(char byte) {
-    return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + 32) : byte;
-}
-
-bool equalWithoutCase(std::string_view left, std::string_view right) {
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](char a, char b) { return lower(a) == lower(b); });
-}
-
 bool isNameByte(char byte) {
-    const char small = lower(byte);
-    return (small >= 'a' && small <= 'z') || (byte >= '0' && byte <= '9') || byte == '_' ||
-           byte == '-';
+    return base::isAsciiLetter(byte) || base::isAsciiDigit(byte) || byte == '_' || byte == '-';
 }
 
 bool beginsTag(std::string_view text) {
     constexpr std::string_view kStart = "<TMPL_";
     constexpr std::string_view kEndStart = "</TMPL_";
-    return equalWithoutCase(text.substr(0, kStart.size()), kStart) ||
-           equalWithoutCase(text.substr(0, kEndStart.size()), kEndStart);
+    return base::equalsIgnoringCase(text.substr(0, kStart.size()), kStart) ||
+           base::equalsIgnoringCase(text.substr(0, kEndStart.size()), kEndStart);
 }
 
 std::string quoted(std::string_view text) {
@@ -132,7 +122,7 @@ private:
         readName();
         const auto name = std::string_view(m_source).substr(begin, m_at - begin);
         for (const TagRule& rule : kTagRules) {
-            if (equalWithoutCase(rule.spelling, name))
+            if (base::equalsIgnoringCase(rule.spelling, name))
                 return rule;
         }
         fail("unknown tag " + spelling(name));
@@ -167,7 +157,7 @@ private:
     Attribute known(std::string_view name) const {
         for (std::size_t i = 0; i < kAttributes.size(); ++i) {
             const auto attribute = static_cast<Attribute>(i);
-            if (equalWithoutCase(kAttributes[i], name) &&
+            if (base::equalsIgnoringCase(kAttributes[i], name) &&
                 (m_tag.rule->attributes & bit(attribute)) != 0)
                 return attribute;
         }

@@ -1,5 +1,7 @@
 #include "template_renderer.h"
 
+#include "base/ascii.h"
+
 #include <fcgiapp.h>
 
 #include <algorithm>
@@ -53,8 +55,9 @@ Replacement escapeHtml(std::string_view rest) {
 
 // RFC 3986, section 2.3: all but the unreserved characters.
 constexpr bool isSpecialInUrl(unsigned char byte) {
-    return !((byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
-             (byte >= '0' && byte <= '9') || isOneOf("-._~", byte));
+    const auto character = static_cast<char>(byte);
+    return !base::isAsciiLetter(character) && !base::isAsciiDigit(character) &&
+           !isOneOf("-._~", byte);
 }
 
 Replacement escapeUrl(std::string_view rest) {
