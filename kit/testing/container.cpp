@@ -9,7 +9,7 @@
 #include <iostream>
 #include <stdexcept>
 
-// There in programs that look for leaks. The names are the sanitizer's.
+// Defined in programs with the leak sanitizer only; the names are the sanitizer's.
 extern "C" {
 void __lsan_disable() __attribute__((weak));
 void __lsan_enable() __attribute__((weak));
@@ -18,23 +18,23 @@ void __lsan_enable() __attribute__((weak));
 namespace kit::testing {
 namespace {
 
-constexpr int kServed = 200;
+constexpr int kOk = 200;
 
 bool isStarting = false;
 
-// The container may end the process while it starts. Its last words are in the recorded log, which
-// nobody can read any more.
-void tellWhyItEnded() {
+// The container ends the process if it cannot start. The reason is in the recorded log, which no
+// test can read then.
+void printLogOfFailedStart() {
     if (isStarting)
         for (const LogRecord& record : recorded_log::records())
             std::cerr << record << '\n';
 }
 
-// The start of a container: what is allocated in it is no leak.
+// RAII: marks the start of a container, whose allocations are not reported as leaks.
 class Start {
 public:
     Start() {
-        static const int registered = std::atexit(tellWhyItEnded);
+        static const int registered = std::atexit(printLogOfFailedStart);
         static_cast<void>(registered);
         isStarting = true;
         if (__lsan_disable != nullptr)
@@ -63,7 +63,7 @@ Container::~Container() = default;
 Response Container::serve(const Request& request) {
     MemoryRequest fastCgi = request.inMemory();
     const int status = m_server->getController()->doService(fastCgi.get());
-    if (status != kServed)
+    if (status != kOk)
         m_server->onError(fastCgi.get(), status);
     return Response(fastCgi.out().text());
 }

@@ -1,4 +1,4 @@
-// One request on its way through a plug-in, as the controller of the container leads it.
+// One request and its response, set up for a plug-in as the container's controller does it.
 #ifndef KIT_TESTING_EXCHANGE_H
 #define KIT_TESTING_EXCHANGE_H
 
@@ -8,6 +8,8 @@
 #include <http_request.h>
 #include <http_response.h>
 #include <session_factory.h>
+
+#include <cassert>
 
 namespace kit::testing {
 
@@ -23,8 +25,10 @@ public:
     HttpRequest* request() { return &m_request; }
     HttpResponse* response() { return &m_response; }
 
-    // Called once, at the end: renders the template and reads what the client gets.
+    // Renders the template, ends the request and returns the response. Call once.
     Response finish() {
+        assert(!m_finished && "call finish() once");
+        m_finished = true;
         m_response.flush();
         m_sessions.onRequestFinished(&m_request);
         return Response(m_fastCgi.out().text());
@@ -35,6 +39,7 @@ private:
     SessionFactory& m_sessions;
     HttpResponseImpl m_response;
     HttpRequestImpl m_request;
+    bool m_finished = false;
 };
 
 } // namespace kit::testing

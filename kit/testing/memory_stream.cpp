@@ -1,12 +1,14 @@
 #include <kit/testing/memory_stream.h>
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 namespace kit::testing {
 
 MemoryInput::MemoryInput(std::string body, std::size_t pieceSize)
     : m_body(std::move(body)), m_pieceSize(pieceSize) {
+    assert(pieceSize > 0 && "`pieceSize` must not be 0");
     m_stream.isReader = 1;
     m_stream.fillBuffProc = fill;
     m_stream.data = this;

@@ -1,6 +1,6 @@
 #include <kit/testing/recorded_log.h>
 
-// Visible, whatever the program is compiled with, so that libraries call them too.
+// Visible even with -fvisibility=hidden, so that plug-in libraries call these functions too.
 #pragma GCC visibility push(default)
 #include "app_log.h"
 #include "web_debug.h"
@@ -16,13 +16,13 @@ namespace {
 using kit::testing::LogRecord;
 
 std::mutex recordsLock;
-std::vector<LogRecord> kept;
+std::vector<LogRecord> recorded; // guarded by recordsLock
 
-void keep(const char* call, int module, int level, const char* format, va_list arguments) {
+void record(const char* call, int module, int level, const char* format, va_list arguments) {
     char text[4096];
     std::vsnprintf(text, sizeof text, format, arguments);
     std::lock_guard<std::mutex> lock(recordsLock);
-    kept.push_back({call, module, level, text});
+    recorded.push_back({call, module, level, text});
 }
 
 } // namespace
@@ -36,12 +36,12 @@ std::ostream& operator<<(std::ostream& out, const LogRecord& record) {
 
 std::vector<LogRecord> recorded_log::records() {
     std::lock_guard<std::mutex> lock(recordsLock);
-    return kept;
+    return recorded;
 }
 
 void recorded_log::clear() {
     std::lock_guard<std::mutex> lock(recordsLock);
-    kept.clear();
+    recorded.clear();
 }
 
 } // namespace kit::testing
@@ -49,7 +49,7 @@ void recorded_log::clear() {
 void app_log(int module, int level, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    keep("app_log", module, level, format, arguments);
+    record("app_log", module, level, format, arguments);
     va_end(arguments);
 }
 
@@ -61,25 +61,25 @@ WebDebug* WebDebug::getInstance() {
 void WebDebug::info(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    keep("info", 0, 0, format, arguments);
+    record("info", 0, 0, format, arguments);
     va_end(arguments);
 }
 
 void WebDebug::warn(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    keep("warn", 0, 0, format, arguments);
+    record("warn", 0, 0, format, arguments);
     va_end(arguments);
 }
 
 void WebDebug::error(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    keep("error", 0, 0, format, arguments);
+    record("error", 0, 0, format, arguments);
     va_end(arguments);
 }
 
 void WebDebug::setUser(const char* user) {
     std::lock_guard<std::mutex> lock(recordsLock);
-    kept.push_back({"setUser", 0, 0, user != nullptr ? user : "(null)"});
+    recorded.push_back({"setUser", 0, 0, user != nullptr ? user : "(null)"});
 }

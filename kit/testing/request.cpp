@@ -1,5 +1,7 @@
 #include <kit/testing/request.h>
 
+#include "base/ascii.h"
+
 #include <cctype>
 #include <cstdio>
 #include <stdexcept>
@@ -8,15 +10,17 @@ namespace kit::testing {
 namespace {
 
 const char kFormType[] = "application/x-www-form-urlencoded";
-const char kRefused[] = "a variable of a request has a name, without \"=\", and no zero bytes";
+const char kBadVariable[] =
+    "the name of a request's variable must not be empty or contain \"=\", and neither the name nor "
+    "the value may contain a zero byte";
 
 // URL Standard, section 5.2.
 std::string formEncoded(const std::string& text) {
     std::string result;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        const bool kept = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') ||
-                          (c >= 'a' && c <= 'z') || c == '*' || c == '-' || c == '.' || c == '_';
+        const bool kept = base::isAsciiLetter(c) || base::isAsciiDigit(c) || c == '*' || c == '-' ||
+                          c == '.' || c == '_';
         char escaped[4];
         std::snprintf(escaped, sizeof escaped, "%%%02X", static_cast<unsigned int>(byte));
         result += kept ? std::string(1, c) : c == ' ' ? "+" : escaped;
@@ -24,7 +28,8 @@ std::string formEncoded(const std::string& text) {
     return result;
 }
 
-// As browsers write names into a part's header (HTML Standard, multipart/form-data encoding).
+// Quotes a name as browsers do in the header of a part (HTML Standard, multipart/form-data
+// encoding).
 std::string quoted(const std::string& name) {
     std::string result = "\"";
     for (const char c : name)
@@ -40,7 +45,7 @@ std::string partHeader(const Part& part) {
     return header + "\r\n\r\n";
 }
 
-// A boundary that occurs in none of the parts.
+// Returns a boundary that no part contains.
 std::string boundaryFor(const std::vector<Part>& parts) {
     std::string boundary = "----FormBoundary";
     for (const Part& part : parts)
@@ -49,8 +54,8 @@ std::string boundaryFor(const std::vector<Part>& parts) {
     return boundary;
 }
 
-// RFC 3875, section 4.1.18.
-std::string variableOfHeader(const std::string& header) {
+// Returns the name of the CGI variable for a header (RFC 3875, section 4.1.18).
+std::string cgiVariable(const std::string& header) {
     std::string name;
     for (const char c : header)
         name += c == '-' ? '_' : static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
@@ -94,10 +99,10 @@ Request::Request(std::string method, const std::string& uri) {
 }
 
 void Request::set(const std::string& name, std::string value) {
-    const std::string refused("=\0", 2);
-    if (name.empty() || name.find_first_of(refused) != std::string::npos ||
+    const std::string forbidden("=\0", 2);
+    if (name.empty() || name.find_first_of(forbidden) != std::string::npos ||
         value.find('\0') != std::string::npos)
-        throw std::invalid_argument(kRefused);
+        throw std::invalid_argument(kBadVariable);
     m_variables[name] = std::move(value);
 }
 
@@ -115,8 +120,8 @@ Request Request::without(const std::string& name) const {
 
 Request Request::header(const std::string& name, std::string value) const {
     if (name.empty())
-        throw std::invalid_argument(kRefused);
-    return variable(variableOfHeader(name), std::move(value));
+        throw std::invalid_argument(kBadVariable);
+    return variable(cgiVariable(name), std::move(value));
 }
 
 Request Request::cookie(const std::string& name, const std::string& value) const {
@@ -153,7 +158,7 @@ Request Request::body(std::string bytes, std::string contentType) const {
 
 Request Request::inPieces(std::size_t size) const {
     if (size == 0)
-        throw std::invalid_argument("a body does not arrive in pieces of no bytes");
+        throw std::invalid_argument("the size of a piece must not be 0");
     Request changed = *this;
     changed.m_pieceSize = size;
     return changed;

@@ -1,7 +1,8 @@
 #include <kit/testing/response.h>
 
+#include "base/ascii.h"
+
 #include <algorithm>
-#include <cctype>
 #include <cstddef>
 #include <iterator>
 #include <stdexcept>
@@ -20,14 +21,7 @@ std::string trimmed(const std::string& text) {
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-bool equalInAnyCase(const std::string& one, const std::string& other) {
-    const auto same = [](unsigned char a, unsigned char b) {
-        return std::tolower(a) == std::tolower(b);
-    };
-    return std::equal(one.begin(), one.end(), other.begin(), other.end(), same);
-}
-
-// The parts of a text on both sides of a separator; the second is empty without one.
+// Returns the two parts of a text beside its first separator; the second is empty if there is none.
 NamedValue split(const std::string& text, char separator) {
     const std::size_t place = text.find(separator);
     if (place == std::string::npos)
@@ -35,11 +29,11 @@ NamedValue split(const std::string& text, char separator) {
     return {trimmed(text.substr(0, place)), trimmed(text.substr(place + 1))};
 }
 
-// Takes the first line, without its end, off `rest`.
+// Removes the first line from `rest` and returns it without its line end.
 std::string takeHeaderLine(std::string& rest) {
     const std::size_t end = rest.find('\n');
     if (end == std::string::npos)
-        throw std::runtime_error("the response has no empty line behind its headers: " + rest);
+        throw std::runtime_error("the response has no empty line after its headers: " + rest);
     std::string line = trimmed(rest.substr(0, end));
     rest.erase(0, end + 1);
     return line;
@@ -53,10 +47,10 @@ NamedValue headerOf(const std::string& line) {
 
 int statusOf(const std::string& header) {
     const std::string number = header.substr(0, header.find(' '));
-    const bool digits = std::all_of(number.begin(), number.end(),
-                                    [](unsigned char c) { return std::isdigit(c) != 0; });
+    const bool digits = std::all_of(number.begin(), number.end(), base::isAsciiDigit);
     if (number.size() != 3 || !digits)
-        throw std::runtime_error("the status of the response is not one: " + header);
+        throw std::runtime_error("the status of the response is not a number of three digits: " +
+                                 header);
     return std::stoi(number);
 }
 
@@ -72,10 +66,10 @@ Cookie cookieOf(const std::string& header) {
     return cookie;
 }
 
-// A pair without a name or without "=" is none (RFC 6265, section 5.2).
+// Browsers ignore a cookie without a name or without "=" (RFC 6265, section 5.2).
 bool setsCookie(const NamedValue& header) {
     const std::size_t sign = header.value.find('=');
-    return equalInAnyCase(header.name, "Set-Cookie") && sign < header.value.find(';') &&
+    return base::equalsIgnoringCase(header.name, "Set-Cookie") && sign < header.value.find(';') &&
            !trimmed(header.value.substr(0, sign)).empty();
 }
 
@@ -84,7 +78,7 @@ bool setsCookie(const NamedValue& header) {
 std::optional<std::string> Cookie::attribute(const std::string& wanted) const {
     const auto found =
         std::find_if(attributes.rbegin(), attributes.rend(), [&](const NamedValue& attribute) {
-            return equalInAnyCase(attribute.name, wanted);
+            return base::equalsIgnoringCase(attribute.name, wanted);
         });
     return found != attributes.rend() ? std::optional(found->value) : std::nullopt;
 }
@@ -100,7 +94,7 @@ Response::Response(const std::string& written) : status(kOk), body(written) {
 
 std::optional<std::string> Response::header(const std::string& wanted) const {
     const auto found = std::find_if(headers.begin(), headers.end(), [&](const NamedValue& header) {
-        return equalInAnyCase(header.name, wanted);
+        return base::equalsIgnoringCase(header.name, wanted);
     });
     return found != headers.end() ? std::optional(found->value) : std::nullopt;
 }

@@ -5,6 +5,7 @@
 #include <HttpListener.h>
 #include <HttpServlet.h>
 
+#include <cassert>
 #include <new>
 #include <stdexcept>
 
@@ -12,9 +13,10 @@ namespace kit::testing {
 namespace {
 
 HttpServlet* created(HttpServlet* (*create)()) {
+    assert(create && "`create` must not be null");
     if (HttpServlet* servlet = create())
         return servlet;
-    throw std::runtime_error("the creation function gave no servlet");
+    throw std::runtime_error("the creation function returned no servlet");
 }
 
 } // namespace

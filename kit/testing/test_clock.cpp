@@ -21,7 +21,7 @@ int kit::testing::test_clock::seconds() {
     return static_cast<int>(now / kTicksPerSecond);
 }
 
-// Visible, whatever the program is compiled with, so that libraries call it too.
+// Visible even with -fvisibility=hidden, so that plug-in libraries call this function too.
 extern "C" __attribute__((visibility("default"))) clock_t times(struct tms*) noexcept {
     return now;
 }

@@ -1,4 +1,4 @@
-// What a browser keeps from one request to the next.
+// The test kit's Browser: its address and its cookies.
 #include <kit/testing/browser.h>
 
 #include "pages.h"
@@ -14,7 +14,7 @@ namespace {
 
 using namespace kit::testing;
 
-// Sets the cookie that the parameter "set" names, and shows the request's address and cookies.
+// Sets the cookie in the parameter "set", and shows the request's address and cookies.
 Page mirror([](HttpRequest* request, HttpResponse* response) {
     if (const char* cookie = request->getParameter("set"))
         response->setHeader("Set-Cookie", cookie);
@@ -46,20 +46,20 @@ TEST_F(Browsers, SendTheNewestValueOfACookie) {
     EXPECT_EQ(visit(browser), "192.0.2.7 lang=fr");
 }
 
-TEST_F(Browsers, HaveAnAddressAndAJarOfTheirOwn) {
+TEST_F(Browsers, HaveTheirOwnAddressAndCookies) {
     Browser other(runner, "192.0.2.99");
     set("lang=de");
     EXPECT_EQ(visit(other), "192.0.2.99 (none)");
     EXPECT_EQ(visit(browser), "192.0.2.7 lang=de");
 }
 
-TEST_F(Browsers, PutTheirCookiesBehindThoseOfTheRequest) {
+TEST_F(Browsers, SendTheirCookiesAfterThoseOfTheRequest) {
     set("lang=de");
     EXPECT_EQ(browser.send(get("/").cookie("lang", "fr")).body, "192.0.2.7 lang=fr; lang=de");
     EXPECT_EQ(browser.cookie("lang"), "de");
 }
 
-TEST_F(Browsers, ForgetACookieThatIsOver) {
+TEST_F(Browsers, DeleteAnExpiredCookie) {
     const struct {
         const char* attributes;
         bool kept;
@@ -89,14 +89,14 @@ TEST_F(Browsers, ForgetACookieThatIsOver) {
     }
 }
 
-TEST_F(Browsers, ForgetNothingElse) {
+TEST_F(Browsers, KeepOtherCookiesWhenOneExpires) {
     set("size=2");
     set("lang=de; Max-Age=0");
     EXPECT_EQ(visit(browser), "192.0.2.7 size=2");
 }
 
-// The container writes all cookies of one response into one header, and a browser reads one cookie
-// from a header: a page that adds a second one to the session's loses the session.
+// The container writes all cookies of a response into one header, of which a browser reads the
+// first cookie only: a page that adds a cookie beside the session's loses the session.
 TEST_F(Browsers, ShowThatASecondCookieCostsThePageItsSession) {
     Page page([](HttpRequest* request, HttpResponse* response) {
         request->getSession(true);

@@ -1,4 +1,4 @@
-// The whole container with a plug-in library of its own, in memory.
+// The test kit's Container, with a plug-in library of its own.
 #include <kit/testing/browser.h>
 #include <kit/testing/recorded_log.h>
 #include <kit/testing/runner.h>
@@ -38,7 +38,7 @@ TEST_F(Containers, LetAListenerEndARequest) {
     EXPECT_EQ(container.serve(get("/servlet?p=hello&closed=1")).body, "closed");
 }
 
-TEST_F(Containers, AnswerWithTheErrorPageOfTheService) {
+TEST_F(Containers, AnswerWithTheContainersErrorPage) {
     for (const char* uri : {"/servlet?q=1", "/servlet?p=hello&q=%3C", "/servlet?p=hello&acc=x"}) {
         const Response response = container.serve(get(uri));
         EXPECT_EQ(response.status, 404) << uri;
@@ -46,13 +46,13 @@ TEST_F(Containers, AnswerWithTheErrorPageOfTheService) {
     }
 }
 
-TEST_F(Containers, WriteTheErrorPageOfAnUnknownPageBehindItsHeaders) {
+TEST_F(Containers, WriteTheErrorPageOfAnUnknownPageAfterTheHeaders) {
     const Response response = container.serve(get("/servlet?p=unknown"));
     EXPECT_EQ(response.status, 200);
     EXPECT_NE(response.body.find("404 - Not Found"), std::string::npos);
 }
 
-TEST_F(Containers, SendUsersOfTheOlderInterfaceOn) {
+TEST_F(Containers, RedirectUrlsOfTheOlderInterface) {
     const Response response = container.serve(get("/cgi-bin/Velmoranix.acx?Id=2"));
     EXPECT_EQ(response.status, 302);
     EXPECT_EQ(response.header("Location"), "/servlet?Id=2");
@@ -81,24 +81,24 @@ TEST_F(Containers, EndIdleSessionsInASweep) {
     EXPECT_EQ(browser.send(get("/servlet?p=counter")).body, "1");
 }
 
-TEST_F(Containers, HaveTheLogOfThePlugInRecorded) {
+TEST_F(Containers, RecordThePlugInsLog) {
     recorded_log::clear();
     container.serve(get("/servlet?p=hello"));
     EXPECT_EQ(recorded_log::records(), (std::vector<LogRecord>{{"app_log", 7, 6, "greeting"}}));
 }
 
-TEST_F(Containers, HaveSessionsOfTheirOwn) {
+TEST_F(Containers, HaveTheirOwnSessions) {
     Container another(SERVLET_XML);
     Browser(container).send(get("/servlet?p=counter"));
     EXPECT_EQ(container.sessionCount(), 1);
     EXPECT_EQ(another.sessionCount(), 0);
 }
 
-TEST(ContainerStart, IsRefusedForAFileThatCannotBeRead) {
+TEST(ContainerStart, ThrowsIfTheFileCannotBeRead) {
     EXPECT_THROW(Container("/does/not/exist.xml"), std::runtime_error);
 }
 
-TEST(ContainerStartDeathTest, SaysWhyThePlugInLibraryCannotBeOpened) {
+TEST(ContainerStartDeathTest, ReportsWhyThePlugInLibraryCannotBeOpened) {
     const std::string config = SCRATCH_FOLDER "/without_library.xml";
     std::ofstream(config) << "<plugins path=\"/does/not/exist.so\"/>";
     EXPECT_EXIT(Container{config}, testing::ExitedWithCode(255),

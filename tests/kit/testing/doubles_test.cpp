@@ -1,4 +1,4 @@
-// The clock and the log that stand in for the system's and the device's.
+// The clock and the log that replace those of the system and of the device.
 #include <kit/testing/recorded_log.h>
 #include <kit/testing/test_clock.h>
 
@@ -20,7 +20,7 @@ clock_t systemTicks() {
     return ::times(&unused);
 }
 
-TEST(TheTestClock, GoesOnlyWhenItIsTold) {
+TEST(TestClock, ChangesOnlyWhenTheTestSetsIt) {
     test_clock::setTicks(100000);
     EXPECT_EQ(test_clock::seconds(), 1000);
     EXPECT_EQ(systemTicks(), 100000);
@@ -32,7 +32,7 @@ TEST(TheTestClock, GoesOnlyWhenItIsTold) {
     EXPECT_EQ(systemTicks(), 100000);
 }
 
-TEST(TheRecordedLog, KeepsEveryCallInOrder) {
+TEST(RecordedLog, KeepsEveryCallInOrder) {
     recorded_log::clear();
     app_log(65, 4, "%d of %s\n", 1, "two");
     WebDebug::getInstance()->info("a %s", "b");
@@ -50,7 +50,7 @@ TEST(TheRecordedLog, KeepsEveryCallInOrder) {
     EXPECT_TRUE(recorded_log::records().empty());
 }
 
-TEST(TheRecordedLog, PrintsARecordAsACall) {
+TEST(RecordedLog, PrintsARecordAsACall) {
     std::ostringstream out;
     out << LogRecord{"app_log", 65, 4, "text"};
     EXPECT_EQ(out.str(), "app_log(65, 4, \"text\")");

@@ -1,4 +1,4 @@
-// A plug-in library as its author writes it: three pages and a listener.
+// A plug-in library that uses the container's interfaces directly: three pages and a listener.
 #include <HttpListener.h>
 #include <HttpRequest.h>
 #include <HttpResponse.h>
@@ -50,7 +50,7 @@ public:
     void destroy() override {}
 };
 
-// Lets nobody pass who has the parameter "closed".
+// Ends every request with the parameter "closed".
 class Gate final : public HttpListener {
 public:
     void init() override { m_sign = new char[8]; }

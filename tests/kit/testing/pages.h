@@ -1,5 +1,4 @@
-// Small pages and listeners that the tests of the kit run, in the test program itself and, by
-// example_plugin.cpp, in a plug-in library.
+// Helpers for the pages of the test kit's tests.
 #ifndef PAGES_H
 #define PAGES_H
 
@@ -17,7 +16,7 @@ inline std::string parameter(HttpRequest* request, const char* name) {
     return value != nullptr ? value : "(none)";
 }
 
-// A page whose service() is the given function; it counts what the container calls.
+// A page whose service() is the given function; it counts calls of init() and destroy().
 class Page final : public HttpServlet {
 public:
     using Service = std::function<void(HttpRequest*, HttpResponse*)>;

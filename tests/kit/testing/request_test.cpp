@@ -1,4 +1,4 @@
-// Requests as tests write them, and as a servlet gets them.
+// The test kit's Request, as a servlet receives it.
 #include <kit/testing/request.h>
 #include <kit/testing/runner.h>
 
@@ -19,7 +19,7 @@ namespace {
 using namespace kit::testing;
 using Value = std::optional<std::string>;
 
-// What `read` finds in the request, when a servlet is asked.
+// Returns what `read` returns for the request that a servlet receives.
 std::string seen(const Request& request, const std::function<std::string(HttpRequest*)>& read) {
     std::string result;
     Page page([&](HttpRequest* arrived, HttpResponse*) { result = read(arrived); });
@@ -31,7 +31,7 @@ std::string seenParameter(const Request& request, const char* name) {
     return seen(request, [&](HttpRequest* arrived) { return parameter(arrived, name); });
 }
 
-// The raw body, for a content type that the container does not decode.
+// Returns the raw body; for content types that the container does not decode.
 std::string seenBody(const Request& request) {
     return seen(request, [](HttpRequest* arrived) {
         std::string body;
@@ -43,7 +43,7 @@ std::string seenBody(const Request& request) {
     });
 }
 
-// The content of the uploaded file, and its name in the field "firmware".
+// Returns the name of the file in the field "firmware", and its content.
 std::string seenFile(const Request& request) {
     return seen(request, [](HttpRequest* arrived) {
         char content[256];
@@ -53,7 +53,7 @@ std::string seenFile(const Request& request) {
     });
 }
 
-TEST(ARequest, HasTheVariablesThatAFrontServerSends) {
+TEST(Request, HasTheVariablesThatAFrontServerSends) {
     const Request request = get("/servlet?p=hello&name=you");
     const struct {
         const char* name;
@@ -79,23 +79,23 @@ TEST(ARequest, HasTheVariablesThatAFrontServerSends) {
         EXPECT_EQ(request.valueOf(row.name), row.value) << row.name;
 }
 
-TEST(ARequest, HasAnEmptyQueryWithoutAQuestionMark) {
+TEST(Request, HasAnEmptyQueryWithoutAQuestionMark) {
     EXPECT_EQ(get("/servlet").valueOf("QUERY_STRING"), "");
     EXPECT_EQ(get("/servlet").valueOf("SCRIPT_NAME"), "/servlet");
     EXPECT_EQ(get("/servlet?").valueOf("QUERY_STRING"), "");
     EXPECT_EQ(get("/servlet?a=?").valueOf("QUERY_STRING"), "a=?");
 }
 
-TEST(ARequest, SendsItsUriAsItIsWritten) {
+TEST(Request, SendsItsUriUnchanged) {
     EXPECT_EQ(get("no slash%zz<").valueOf("REQUEST_URI"), "no slash%zz<");
 }
 
-TEST(ARequest, MayHaveAnyMethod) {
+TEST(Request, CanHaveAnyMethod) {
     EXPECT_EQ(Request("HEAD", "/").valueOf("REQUEST_METHOD"), "HEAD");
     EXPECT_EQ(post("/").valueOf("REQUEST_METHOD"), "POST");
 }
 
-TEST(ARequest, HandsHeadersOnAsVariables) {
+TEST(Request, PassesHeadersOnAsVariables) {
     const Request request = get("/")
                                 .header("Accept-Language", "de,en;q=0.5")
                                 .header("x-phone", "1")
@@ -111,7 +111,7 @@ TEST(ARequest, HandsHeadersOnAsVariables) {
               "de,en;q=0.5");
 }
 
-TEST(ARequest, SendsItsCookiesInOneHeader) {
+TEST(Request, SendsItsCookiesInOneHeader) {
     EXPECT_EQ(get("/").cookie("lang", "de").valueOf("HTTP_COOKIE"), "lang=de");
     EXPECT_EQ(get("/").cookie("lang", "de").cookie("size", "2").valueOf("HTTP_COOKIE"),
               "lang=de; size=2");
@@ -119,13 +119,13 @@ TEST(ARequest, SendsItsCookiesInOneHeader) {
     EXPECT_EQ(seen(request, [](HttpRequest* arrived) { return arrived->getSessionId(); }), "7");
 }
 
-TEST(ARequest, ComesFromTheAddressThatItNames) {
+TEST(Request, ComesFromTheGivenAddress) {
     const auto address = [](HttpRequest* arrived) { return arrived->getRemoteAddr(); };
     EXPECT_EQ(seen(get("/"), address), "192.0.2.7");
     EXPECT_EQ(seen(get("/").from("::ffff:198.51.100.1"), address), "198.51.100.1");
 }
 
-TEST(ARequest, TakesVariablesByTheirOwnNames) {
+TEST(Request, SetsVariablesByTheirOwnNames) {
     const auto port = [](HttpRequest* arrived) { return std::to_string(arrived->getServerPort()); };
     EXPECT_EQ(seen(get("/").variable("SERVER_PORT", "443"), port), "443");
     EXPECT_EQ(seen(get("/").without("SERVER_PORT"), port), "0");
@@ -133,7 +133,7 @@ TEST(ARequest, TakesVariablesByTheirOwnNames) {
     EXPECT_EQ(get("/").without("UNKNOWN").valueOf("SERVER_PORT"), "80");
 }
 
-TEST(ARequest, IsLeftAloneByTheOnesMadeOfIt) {
+TEST(Request, IsNotChangedByItsOperations) {
     const Request request = get("/").cookie("a", "1");
     const Request other = request.cookie("b", "2").form({{"c", "3"}}).without("SERVER_PORT");
     EXPECT_EQ(request.valueOf("HTTP_COOKIE"), "a=1");
@@ -142,7 +142,7 @@ TEST(ARequest, IsLeftAloneByTheOnesMadeOfIt) {
     EXPECT_EQ(other.valueOf("CONTENT_LENGTH"), "3");
 }
 
-TEST(ARequest, RefusesWhatCannotBeAVariable) {
+TEST(Request, RejectsInvalidVariables) {
     const std::string zero(1, '\0');
     EXPECT_THROW((void)get("/").variable("", "x"), std::invalid_argument);
     EXPECT_THROW((void)get("/").variable("A=B", "x"), std::invalid_argument);
@@ -156,7 +156,7 @@ TEST(ARequest, RefusesWhatCannotBeAVariable) {
 
 // Forms
 
-TEST(AForm, IsUrlEncodedAndArrivesAsItWasWritten) {
+TEST(FormBody, IsUrlEncodedAndArrivesUnchanged) {
     const Fields rows[] = {
         {{"user", "a&b"}, {"password", "x"}},
         {{"user", "a b+c=d%20;"}, {"password", ""}},
@@ -170,20 +170,20 @@ TEST(AForm, IsUrlEncodedAndArrivesAsItWasWritten) {
     }
 }
 
-TEST(AForm, IsEncodedAsBrowsersDo) {
+TEST(FormBody, IsEncodedAsBrowsersDo) {
     const Request request =
         post("/").form({{"a b", "1+1=2"}, {"\xC3\xA4", "~*"}}).header("Content-Type", "text/plain");
     EXPECT_EQ(seenBody(request), "a+b=1%2B1%3D2&%C3%A4=%7E*");
 }
 
-TEST(AForm, TellsItsTypeAndItsLength) {
+TEST(FormBody, SetsContentTypeAndLength) {
     const Request request = post("/").form({{"a", "&"}});
     EXPECT_EQ(request.valueOf("CONTENT_TYPE"), "application/x-www-form-urlencoded");
     EXPECT_EQ(request.valueOf("CONTENT_LENGTH"), "5");
     EXPECT_EQ(post("/").form({}).valueOf("CONTENT_LENGTH"), "0");
 }
 
-TEST(AForm, MayHaveANameMoreThanOnce) {
+TEST(FormBody, CanRepeatAName) {
     const Request request = post("/").form({{"a", "1"}, {"a", "2"}});
     EXPECT_EQ(seen(request,
                    [](HttpRequest* arrived) {
@@ -195,7 +195,7 @@ TEST(AForm, MayHaveANameMoreThanOnce) {
 
 // Multipart forms
 
-TEST(AMultipartForm, ArrivesWithItsFieldsAndItsFile) {
+TEST(MultipartBody, ArrivesWithItsFieldsAndItsFile) {
     const std::string bytes("\0\r\n--\xff image", 12);
     const Request request =
         post("/").multipart({field("token", "a&b"), file("firmware", "name.img", bytes)});
@@ -209,7 +209,7 @@ TEST(AMultipartForm, ArrivesWithItsFieldsAndItsFile) {
               "a&b");
 }
 
-TEST(AMultipartForm, ArrivesInPiecesOfAnySize) {
+TEST(MultipartBody, ArrivesInPiecesOfAnySize) {
     for (const std::size_t size : {1u, 2u, 3u, 7u, 64u, 100000u}) {
         const Request request =
             post("/")
@@ -219,21 +219,21 @@ TEST(AMultipartForm, ArrivesInPiecesOfAnySize) {
     }
 }
 
-TEST(AMultipartForm, HasABoundaryThatIsNotInItsFile) {
+TEST(MultipartBody, HasABoundaryThatItsFileDoesNotContain) {
     const std::string first = *post("/").multipart({}).valueOf("CONTENT_TYPE");
     const std::string boundary = first.substr(first.find('=') + 1);
     const std::string bytes = "\r\n--" + boundary + "--\r\n";
     EXPECT_EQ(seenFile(post("/").multipart({file("firmware", "a", bytes)})), "a: " + bytes);
 }
 
-TEST(AMultipartForm, QuotesItsNames) {
+TEST(MultipartBody, QuotesItsNames) {
     const Request request = post("/")
                                 .multipart({file("firmware", "a\"b\r\n.img", "x")})
                                 .header("Content-Type", "text/plain");
     EXPECT_NE(seenBody(request).find("filename=\"a%22b%0D%0A.img\"\r\n"), std::string::npos);
 }
 
-TEST(AMultipartForm, IsAFailedUploadWhenItIsCutOff) {
+TEST(MultipartBody, IsAFailedUploadIfItIsCutOff) {
     const Request request = post("/").multipart({file("firmware", "a", "bytes")});
     const std::size_t length = std::stoul(*request.valueOf("CONTENT_LENGTH"));
     EXPECT_EQ(seenFile(request.cutOffAfter(length)), "a: bytes");
@@ -245,7 +245,7 @@ TEST(AMultipartForm, IsAFailedUploadWhenItIsCutOff) {
 
 // Bodies
 
-TEST(ABody, ArrivesAsItIs) {
+TEST(RequestBody, ArrivesUnchanged) {
     const std::string bytes("{\"a\": \0}", 8);
     const Request request = post("/").body(bytes, "application/json");
     EXPECT_EQ(request.valueOf("CONTENT_TYPE"), "application/json");
@@ -255,7 +255,7 @@ TEST(ABody, ArrivesAsItIs) {
         EXPECT_EQ(seenBody(request.inPieces(size)), bytes) << size;
 }
 
-TEST(ABody, HasNoMoreOfItThereThanAPiece) {
+TEST(RequestBody, BuffersAtMostOnePiece) {
     const Request request = post("/").body("texts", "text/plain");
     for (const std::size_t size : {1u, 3u, 5u, 100u}) {
         MemoryRequest arriving = request.inPieces(size).inMemory();
@@ -266,13 +266,13 @@ TEST(ABody, HasNoMoreOfItThereThanAPiece) {
     }
 }
 
-TEST(ABody, TakesThePlaceOfTheOneBefore) {
+TEST(RequestBody, ReplacesAnEarlierBody) {
     const Request request = post("/").form({{"a", "1"}}).body("text", "text/plain");
     EXPECT_EQ(seenBody(request), "text");
     EXPECT_EQ(request.valueOf("CONTENT_LENGTH"), "4");
 }
 
-TEST(ABody, MayClaimALengthThatItDoesNotHave) {
+TEST(RequestBody, CanAnnounceAWrongLength) {
     const Request form = post("/").form({{"a", "1"}});
     EXPECT_EQ(seenParameter(form, "a"), "1");
     EXPECT_EQ(seenParameter(form.variable("CONTENT_LENGTH", "4"), "a"), "(none)");
@@ -280,7 +280,7 @@ TEST(ABody, MayClaimALengthThatItDoesNotHave) {
     EXPECT_EQ(seenParameter(form.cutOffAfter(2), "a"), "(none)");
 }
 
-TEST(ABody, EndsWhereItIsCutOff) {
+TEST(RequestBody, EndsWhereItIsCutOff) {
     const Request request = post("/").body("text", "text/plain");
     EXPECT_EQ(seenBody(request.cutOffAfter(3)), "tex");
     EXPECT_EQ(seenBody(request.cutOffAfter(3).inPieces(1)), "tex");
@@ -288,7 +288,7 @@ TEST(ABody, EndsWhereItIsCutOff) {
     EXPECT_EQ(seenBody(request.cutOffAfter(100)), "text");
 }
 
-TEST(ABody, DoesNotArriveInPiecesOfNothing) {
+TEST(RequestBody, RejectsAPieceSizeOfZero) {
     EXPECT_THROW((void)post("/").inPieces(0), std::invalid_argument);
 }
 

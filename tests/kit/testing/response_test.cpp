@@ -1,4 +1,4 @@
-// Responses, read from what stands on the wire.
+// The test kit's Response, parsed from what was written to the front server.
 #include <kit/testing/response.h>
 
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@ namespace {
 
 using namespace kit::testing;
 
-TEST(AResponse, IsReadFromWhatTheContainerWrites) {
+TEST(Response, IsParsedFromWhatTheContainerWrites) {
     const Response response("Status: 403 \r\nContentType: text/html \r\n\r\n<h1>No</h1>\r\n\r\n");
     EXPECT_EQ(response.status, 403);
     ASSERT_EQ(response.headers.size(), 2u);
@@ -19,20 +19,20 @@ TEST(AResponse, IsReadFromWhatTheContainerWrites) {
     EXPECT_EQ(response.body, "<h1>No</h1>\r\n\r\n");
 }
 
-TEST(AResponse, IsReadFromABodyAlone) {
+TEST(Response, IsParsedFromABodyWithoutHeaders) {
     const Response response("\r\nStatus: 404 \r\n\r\n");
     EXPECT_EQ(response.status, 200);
     EXPECT_TRUE(response.headers.empty());
     EXPECT_EQ(response.body, "Status: 404 \r\n\r\n");
 }
 
-TEST(AResponse, KeepsEveryByteOfItsBody) {
+TEST(Response, KeepsEveryByteOfItsBody) {
     const std::string body("\0\xff\n\n", 4);
     EXPECT_EQ(Response("\r\n" + body).body, body);
     EXPECT_EQ(Response("A: b\n\n" + body).body, body);
 }
 
-TEST(AResponse, HasTheStatusThatTheFrontServerSends) {
+TEST(Response, HasTheStatusThatTheFrontServerSends) {
     const struct {
         const char* headers;
         int status;
@@ -49,7 +49,7 @@ TEST(AResponse, HasTheStatusThatTheFrontServerSends) {
         EXPECT_EQ(Response(std::string(row.headers) + "\r\n").status, row.status) << row.headers;
 }
 
-TEST(AResponse, FindsAHeaderInAnyCase) {
+TEST(Response, FindsAHeaderWhateverItsCase) {
     const Response response("Content-Type: text/html; charset=utf-8 \r\nX: \r\nx: 2\r\n\r\n");
     EXPECT_EQ(response.header("content-TYPE"), "text/html; charset=utf-8");
     EXPECT_EQ(response.header("x"), "");
@@ -57,17 +57,17 @@ TEST(AResponse, FindsAHeaderInAnyCase) {
     EXPECT_EQ(response.header("Content-Typ"), std::nullopt);
 }
 
-TEST(AResponse, ShowsALineThatAPlugInLetIntoAValue) {
+TEST(Response, ShowsAHeaderThatAValueInjected) {
     const Response response("X: a\nSet-Cookie: stolen=1 \r\n\r\n");
     EXPECT_EQ(response.header("X"), "a");
     EXPECT_EQ(response.cookie("stolen")->value, "1");
 }
 
-TEST(AResponse, KeepsColonsInValues) {
+TEST(Response, KeepsColonsInValues) {
     EXPECT_EQ(Response("Location: http://a:80/ \r\n\r\n").header("Location"), "http://a:80/");
 }
 
-TEST(AResponse, IsNoneThatAFrontServerRefuses) {
+TEST(Response, ThrowsForOutputThatAFrontServerRejects) {
     const char* const rows[] = {
         "",
         "Status: 200 \r\n",
@@ -85,7 +85,7 @@ TEST(AResponse, IsNoneThatAFrontServerRefuses) {
 
 // Cookies
 
-TEST(ACookie, IsReadWithItsAttributes) {
+TEST(ResponseCookie, IsParsedWithItsAttributes) {
     const Response response(
         "Set-Cookie: lang=de ; Path=/; Max-Age = 60;HttpOnly; SameSite=Lax \r\n\r\n");
     const auto cookie = response.cookie("lang");
@@ -98,17 +98,17 @@ TEST(ACookie, IsReadWithItsAttributes) {
     EXPECT_EQ(cookie->attribute("Secure"), std::nullopt);
 }
 
-TEST(ACookie, TakesTheLastOfAnAttribute) {
+TEST(ResponseCookie, UsesTheLastOfRepeatedAttributes) {
     const Response response("Set-Cookie: a=1; Max-Age=60; max-age=0\r\n\r\n");
     EXPECT_EQ(response.cookie("a")->attribute("Max-Age"), "0");
 }
 
-TEST(ACookie, MayHaveAnyValueUpToASemicolon) {
+TEST(ResponseCookie, HasAnyValueUpToASemicolon) {
     EXPECT_EQ(Response("Set-Cookie: a=b=c d\r\n\r\n").cookie("a")->value, "b=c d");
     EXPECT_EQ(Response("Set-Cookie: a=\r\n\r\n").cookie("a")->value, "");
 }
 
-TEST(ACookie, IsFoundByItsNameInItsCase) {
+TEST(ResponseCookie, IsFoundByItsNameWithTheSameCase) {
     const Response response("Set-Cookie: a=1\r\nset-cookie: A=2\r\nSET-COOKIE: a=3\r\n\r\n");
     EXPECT_EQ(response.cookies().size(), 3u);
     EXPECT_EQ(response.cookie("A")->value, "2");
@@ -116,7 +116,7 @@ TEST(ACookie, IsFoundByItsNameInItsCase) {
     EXPECT_FALSE(response.cookie("b"));
 }
 
-TEST(ACookie, NeedsAName) {
+TEST(ResponseCookie, NeedsAName) {
     for (const char* header : {"=1", " =1", "a", "", ";a=1", "a;b=1"})
         EXPECT_TRUE(Response("Set-Cookie: " + std::string(header) + "\r\n\r\n").cookies().empty())
             << header;

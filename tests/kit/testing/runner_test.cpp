@@ -1,4 +1,4 @@
-// One servlet and one listener, run alone.
+// The test kit's ServletRunner and ListenerRunner.
 #include <kit/testing/recorded_log.h>
 #include <kit/testing/runner.h>
 #include <kit/testing/test_clock.h>
@@ -22,7 +22,7 @@ using namespace kit::testing;
 
 constexpr char* kEnd = nullptr;
 
-// A listener that lets a request pass that has a cookie, and names its visitor.
+// A listener that passes on requests with a cookie, and adds a header with the client's address.
 class Guard final : public HttpListener {
 public:
     void init() override { ++initialised; }
@@ -37,7 +37,7 @@ public:
     int initialised = 0;
 };
 
-// Servlets of which only the storage is freed.
+// Like every created servlet, it is freed without its destructor.
 std::vector<std::string> calls;
 class CreatedPage final : public HttpServlet {
 public:
@@ -61,7 +61,7 @@ void startSession(HttpRequest* request, HttpResponse* response) {
 
 static_assert(!std::is_copy_constructible_v<ServletRunner>);
 
-TEST(AServletRunner, ServesEveryRequestByItsServlet) {
+TEST(ServletRunner, ServesEveryRequestByItsServlet) {
     Page page([](HttpRequest* request, HttpResponse* response) {
         response->setStatus(201);
         response->print("%s %s", request->getMethod(), parameter(request, "name").c_str());
@@ -73,7 +73,7 @@ TEST(AServletRunner, ServesEveryRequestByItsServlet) {
     EXPECT_EQ(runner.serve(post("/").form({{"name", "me"}})).body, "POST me");
 }
 
-TEST(AServletRunner, LeadsTheServletThroughItsLife) {
+TEST(ServletRunner, CallsInitFirstAndDestroyLast) {
     Page page([](HttpRequest*, HttpResponse*) {});
     {
         ServletRunner runner(page);
@@ -85,14 +85,14 @@ TEST(AServletRunner, LeadsTheServletThroughItsLife) {
     EXPECT_EQ(page.destroyed, 1);
 }
 
-TEST(AServletRunner, CreatesAServletByTheFunctionOfThePlugIn) {
+TEST(ServletRunner, CreatesAServletWithTheCreationFunction) {
     calls.clear();
     EXPECT_EQ(ServletRunner(createPage).serve(get("/")).body, "created");
     EXPECT_EQ(calls, (std::vector<std::string>{"create", "init", "destroy"}));
     EXPECT_THROW(ServletRunner{createNothing}, std::runtime_error);
 }
 
-TEST(AServletRunner, RendersTheTemplateWhenTheServletHasReturned) {
+TEST(ServletRunner, RendersTheTemplateAfterTheServletReturns) {
     Page page([](HttpRequest* request, HttpResponse* response) {
         response->setTemplate(
             CARD, TMPL_add_var(nullptr, "title", parameter(request, "title").c_str(), kEnd));
@@ -102,7 +102,7 @@ TEST(AServletRunner, RendersTheTemplateWhenTheServletHasReturned) {
               "<h1>&lt;b&gt;</h1><p>fr</p>\n");
 }
 
-TEST(AServletRunner, GivesAnEmptyPageForAServletThatWritesNothing) {
+TEST(ServletRunner, ReturnsAnEmptyPageForAServletThatWritesNothing) {
     Page page([](HttpRequest*, HttpResponse*) {});
     const Response response = ServletRunner(page).serve(get("/"));
     EXPECT_EQ(response.status, 200);
@@ -111,7 +111,7 @@ TEST(AServletRunner, GivesAnEmptyPageForAServletThatWritesNothing) {
     EXPECT_TRUE(response.passed);
 }
 
-TEST(AServletRunner, KeepsSessions) {
+TEST(ServletRunner, KeepsSessions) {
     Page page(startSession);
     ServletRunner runner(page);
     const Response first = runner.serve(get("/"));
@@ -124,7 +124,7 @@ TEST(AServletRunner, KeepsSessions) {
     EXPECT_EQ(runner.sessionCount(), 2);
 }
 
-TEST(AServletRunner, EndsIdleSessionsInASweepAndNotBefore) {
+TEST(ServletRunner, EndsIdleSessionsOnlyInASweep) {
     Page page(startSession);
     ServletRunner runner(page);
     const Request again =
@@ -140,7 +140,7 @@ TEST(AServletRunner, EndsIdleSessionsInASweepAndNotBefore) {
     EXPECT_EQ(runner.sessionCount(), 0);
 }
 
-TEST(AServletRunner, HasSessionsOfItsOwn) {
+TEST(ServletRunner, HasItsOwnSessions) {
     Page page(startSession);
     ServletRunner one(page);
     ServletRunner other(page);
@@ -149,7 +149,7 @@ TEST(AServletRunner, HasSessionsOfItsOwn) {
     EXPECT_EQ(other.sessionCount(), 0);
 }
 
-TEST(AServletRunner, ServesOnSeveralThreadsAtOnce) {
+TEST(ServletRunner, ServesOnSeveralThreadsAtOnce) {
     Page page(startSession);
     ServletRunner runner(page);
     std::vector<std::thread> threads;
@@ -163,7 +163,7 @@ TEST(AServletRunner, ServesOnSeveralThreadsAtOnce) {
     EXPECT_EQ(runner.sessionCount(), 200);
 }
 
-TEST(AServletRunner, PassesOnWhatAServletThrowsAndServesOn) {
+TEST(ServletRunner, RethrowsExceptionsAndServesTheNextRequest) {
     Page page([](HttpRequest* request, HttpResponse* response) {
         if (request->getParameter("throw") != nullptr)
             throw std::logic_error("thrown");
@@ -174,7 +174,7 @@ TEST(AServletRunner, PassesOnWhatAServletThrowsAndServesOn) {
     EXPECT_EQ(runner.serve(get("/")).body, "served");
 }
 
-TEST(AServletRunner, RefusesAResponseThatAFrontServerWouldNotTake) {
+TEST(ServletRunner, ThrowsForAResponseThatAFrontServerRejects) {
     Page page([](HttpRequest*, HttpResponse* response) {
         response->setStatus(200);
         response->setStatus(404);
@@ -182,7 +182,7 @@ TEST(AServletRunner, RefusesAResponseThatAFrontServerWouldNotTake) {
     EXPECT_THROW(ServletRunner(page).serve(get("/")), std::runtime_error);
 }
 
-TEST(AListenerRunner, TellsWhetherTheListenerLetARequestPass) {
+TEST(ListenerRunner, ReportsWhetherTheListenerPassedTheRequestOn) {
     Guard guard;
     ListenerRunner runner(guard);
     EXPECT_EQ(guard.initialised, 1);

@@ -1,4 +1,4 @@
-// A client with an address and cookies that it keeps from one request to the next:
+// A client with an address, which keeps its cookies from one request to the next:
 //
 //     Browser browser(container);
 //     browser.send(post("/servlet?p=login&q=login").form({{"user", "admin"}, {"password", "x"}}));
@@ -16,23 +16,25 @@
 
 namespace kit::testing {
 
-// Follows no redirect. It sends every cookie with every request, whatever Path, Domain and Secure
-// say, and keeps it until the server sets it anew, with Max-Age=0 or less, or with an Expires that
-// has passed; which of the two counts is as RFC 6265, section 5.3, has it.
-//   Threads  one browser is used by one thread; several may use one runner at once.
+// Sends requests and keeps the cookies that come back. It does not follow redirects. It sends every
+// cookie with every request, whatever its Path, Domain and Secure are, and deletes a cookie that
+// the server sets with a Max-Age of 0 or less or with an Expires in the past; if a cookie has both,
+// Max-Age decides (RFC 6265, section 5.3).
+//   Threads  use each browser on one thread; several browsers may share a runner at the same time.
 class Browser {
 public:
-    // The runner must outlive it.
+    // `runner` must outlive this object. `address` is the client's IP address.
     explicit Browser(Runner& runner, std::string address = kClientAddress);
 
-    // Sends the request from this address, with the cookies behind those that the request has.
+    // Sends the request from the browser's address, with the stored cookies after those that the
+    // request itself has. Returns the response; throws as Runner::serve() does.
     Response send(const Request& request);
 
-    // The value of a cookie in the jar.
+    // Returns the value of a stored cookie, or nothing.
     std::optional<std::string> cookie(const std::string& name) const;
 
 private:
-    void keep(const Cookie& cookie);
+    void store(const Cookie& cookie);
 
     Runner& m_runner;
     std::string m_address;

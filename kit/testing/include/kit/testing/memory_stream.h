@@ -10,17 +10,17 @@
 
 namespace kit::testing {
 
-// A body as the kit delivers it: `body` in pieces of at most `pieceSize` bytes.
+// A request body that arrives in pieces, as libfcgi delivers it.
 class MemoryInput {
 public:
-    // In pieces of one byte at least.
+    // Delivers `body` in pieces of at most `pieceSize` bytes; `pieceSize` must not be 0.
     explicit MemoryInput(std::string body, std::size_t pieceSize = 8192);
     MemoryInput(const MemoryInput&) = delete;
     MemoryInput& operator=(const MemoryInput&) = delete;
 
-    // Lives as long as this object.
+    // Returns the stream, which lives as long as this object.
     FCGX_Stream* stream() { return &m_stream; }
-    // What nobody has read yet.
+    // Returns the part of the body that has not been read.
     std::string unread() const;
 
 private:
@@ -32,20 +32,20 @@ private:
     FCGX_Stream m_stream{};
 };
 
-// Collects what is written.
+// Collects what is written to a stream.
 class MemoryOutput {
 public:
     MemoryOutput();
     MemoryOutput(const MemoryOutput&) = delete;
     MemoryOutput& operator=(const MemoryOutput&) = delete;
 
-    // Lives as long as this object.
+    // Returns the stream, which lives as long as this object.
     FCGX_Stream* stream() { return &m_stream; }
-    // Everything written so far, flushed or not.
+    // Returns everything written so far, flushed or not.
     std::string text() const;
-    // What a client would have seen by now: everything up to the last flush.
+    // Returns what a client would have received by now: everything up to the last flush.
     const std::string& flushedText() const { return m_flushed; }
-    // From now on nothing can be written, as when the front server has hung up.
+    // Makes all further writes fail, as after the front server has closed the connection.
     void breakPipe();
 
 private:
@@ -56,16 +56,17 @@ private:
     FCGX_Stream m_stream{};
 };
 
-// One FastCGI request made by hand. Variables are given as "NAME=value".
+// One FastCGI request in memory.
 class MemoryRequest {
 public:
-    // The environment, the body, and how it arrives; see MemoryInput.
+    // `environment` has the CGI variables as "NAME=value". The body arrives in pieces of at most
+    // `pieceSize` bytes; `pieceSize` must not be 0.
     explicit MemoryRequest(std::vector<std::string> environment, std::string body = "",
                            std::size_t pieceSize = 8192);
     MemoryRequest(const MemoryRequest&) = delete;
     MemoryRequest& operator=(const MemoryRequest&) = delete;
 
-    // The request, its body and its answer; all live as long as this object.
+    // Return the request, its body and its response, which live as long as this object.
     FCGX_Request* get() { return &m_request; }
     MemoryInput& in() { return m_in; }
     MemoryOutput& out() { return m_out; }

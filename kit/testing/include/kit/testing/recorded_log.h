@@ -1,4 +1,4 @@
-// Takes the place of the device's log in a test program and keeps what was logged.
+// Replaces the device's log in a test program and records what is logged.
 #ifndef KIT_TESTING_RECORDED_LOG_H
 #define KIT_TESTING_RECORDED_LOG_H
 
@@ -13,32 +13,33 @@ namespace kit::testing {
 struct LogRecord {
     std::string call; // "app_log", "info", "warn", "error" or "setUser"
     int module;       // 0 except for app_log
-    int level;        // as the module
-    std::string text; // of setUser the name, "(null)" for null
+    int level;        // 0 except for app_log
+    std::string text; // for setUser the user's name, or "(null)"
 
-    // Equal in everything.
+    // Compares all members.
     bool operator==(const LogRecord& other) const {
         return call == other.call && module == other.module && level == other.level &&
                text == other.text;
     }
 };
 
-// Writes it in one line, for the messages of tests.
+// Writes the record as one line, for test failures.
 std::ostream& operator<<(std::ostream& out, const LogRecord& record);
 
 namespace recorded_log {
 
-// Everything logged since the last clear(), in order. Any thread may log; read it when the others
-// have ended.
+// Returns everything logged since the last clear(), in order. Any thread, at any time; to be sure
+// that a thread's records are in it, wait until that thread has ended.
 std::vector<LogRecord> records();
-// Forgets everything logged so far.
+// Removes everything logged so far.
 void clear();
 
-// A record as app_log of the servlet container makes it.
+// Returns the record that app_log() makes when the container calls it.
 inline LogRecord appLog(int level, std::string text) {
-    return {"app_log", 65, level, std::move(text)};
+    constexpr int kContainerModule = 65;
+    return {"app_log", kContainerModule, level, std::move(text)};
 }
-// A record as WebDebug makes it; `call` as in LogRecord.
+// Returns the record that the operation `call` of WebDebug makes: "info", "warn" or "error".
 inline LogRecord webDebug(std::string call, std::string text) {
     return {std::move(call), 0, 0, std::move(text)};
 }

@@ -1,4 +1,4 @@
-// A request as a front server hands it on, in one readable expression:
+// Builds a request as a front server passes it on, in one readable expression:
 //
 //     get("/servlet?p=hello&name=you").header("Accept-Language", "de")
 //     post("/servlet?p=login&q=login").form({{"user", "a&b"}, {"password", "x"}})
@@ -17,59 +17,61 @@
 
 namespace kit::testing {
 
-// Where requests come from unless they say otherwise.
+// The client's address of requests without from().
 inline constexpr char kClientAddress[] = "192.0.2.7";
 
-// Names and values, not encoded, in the order of the form.
+// Names and values, not encoded, in the form's order.
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
 // One part of a multipart form.
 struct Part {
-    std::string name;                    // the field's
+    std::string name;                    // of the field
     std::string content;                 // not encoded
-    std::optional<std::string> fileName; // none: a text field
+    std::optional<std::string> fileName; // unset for a text field
 };
-// A text field, and a file.
+// Returns a text field.
 Part field(std::string name, std::string text);
+// Returns a file.
 Part file(std::string name, std::string fileName, std::string content);
 
-// A value: every operation leaves the request alone and gives a changed one. It has the CGI
-// variables that lighttpd sends for its method, its URI and its body.
-//   Failure  std::invalid_argument for a variable whose name is empty or holds "=", for a zero byte
-//            in a name or a value, and for pieces of no bytes.
+// An immutable request: every operation returns a changed copy. It has the CGI variables that
+// lighttpd sends for its method, URI and body.
+//   Errors  std::invalid_argument if the name of a variable is empty or contains "=", if a name or
+//           value contains a zero byte, or if the size of a piece is 0.
 class Request {
 public:
-    // `uri` is sent as it is, whatever a browser would make of it.
+    // `uri` is sent unchanged, even if a browser would escape it.
     Request(std::string method, const std::string& uri);
 
-    // A header as the client sends it: "Accept-Language" arrives as HTTP_ACCEPT_LANGUAGE,
-    // "Content-Type" as CONTENT_TYPE, and so on.
+    // Sets a header that the client sends: "Accept-Language" arrives as HTTP_ACCEPT_LANGUAGE,
+    // "Content-Type" as CONTENT_TYPE.
     [[nodiscard]] Request header(const std::string& name, std::string value) const;
-    // One more cookie in the Cookie header. The value is sent as it is.
+    // Adds a cookie to the header Cookie. The value is sent unchanged.
     [[nodiscard]] Request cookie(const std::string& name, const std::string& value) const;
-    // The client's address.
+    // Sets the client's IP address.
     [[nodiscard]] Request from(std::string address) const;
 
-    // A CGI variable under its own name, in the place of what it would be; with CONTENT_LENGTH a
-    // length that the body does not have.
+    // Sets a CGI variable by its own name, replacing its value: for example CONTENT_LENGTH, to
+    // announce a length that the body does not have.
     [[nodiscard]] Request variable(const std::string& name, std::string value) const;
-    // Without a variable, whether or not it would be sent.
+    // Removes a CGI variable, if it is set.
     [[nodiscard]] Request without(const std::string& name) const;
 
-    // The body and its content type; the last of the three that is called counts.
+    // Set the body and its content type: a form, a multipart form, or any bytes. The last call of
+    // the three counts.
     [[nodiscard]] Request form(const Fields& fields) const;
     [[nodiscard]] Request multipart(const std::vector<Part>& parts) const;
     [[nodiscard]] Request body(std::string bytes, std::string contentType) const;
 
-    // Delivers the body in pieces of at most `size` bytes.
+    // Delivers the body in pieces of at most `size` bytes; `size` must not be 0.
     [[nodiscard]] Request inPieces(std::size_t size) const;
-    // The client hangs up after `size` bytes of the body; the length that it announced stays.
+    // Ends the body after `size` bytes, as when the client hangs up; CONTENT_LENGTH stays as it is.
     [[nodiscard]] Request cutOffAfter(std::size_t size) const;
 
-    // The value of a CGI variable as it will be sent, if it will.
+    // Returns the value of a CGI variable, or nothing if it is not set.
     std::optional<std::string> valueOf(const std::string& variable) const;
 
-    // The FastCGI request, for those who call the container themselves.
+    // Returns the FastCGI request, for tests that call the container directly.
     MemoryRequest inMemory() const;
 
 private:
@@ -81,7 +83,7 @@ private:
     std::size_t m_delivered = std::string::npos;
 };
 
-// A request of that method for `uri`.
+// Return a request with this method for `uri`.
 Request get(const std::string& uri);
 Request post(const std::string& uri);
 

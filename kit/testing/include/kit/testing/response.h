@@ -1,4 +1,4 @@
-// What the client gets, read from what a plug-in wrote.
+// The response that the client receives, parsed from what a plug-in wrote.
 #ifndef KIT_TESTING_RESPONSE_H
 #define KIT_TESTING_RESPONSE_H
 
@@ -8,41 +8,42 @@
 
 namespace kit::testing {
 
-// A name and its value. Header and attribute names are looked up in any case.
+// A header, or an attribute of a cookie. Look-ups ignore the case of ASCII letters in names.
 struct NamedValue {
-    // Without blanks around them.
+    // Without surrounding blanks.
     std::string name;
     std::string value;
 };
 
-// A cookie as it was set, read as browsers do (RFC 6265, section 5.2).
+// A cookie as it was set, parsed as browsers do (RFC 6265, section 5.2).
 struct Cookie {
-    // Without blanks around them.
+    // Without surrounding blanks.
     std::string name;
     std::string value;
-    std::vector<NamedValue> attributes; // "Max-Age=0" and "HttpOnly", the latter without a value
+    std::vector<NamedValue> attributes; // such as "Max-Age=0", and "HttpOnly" with an empty value
 
-    // The value of the first attribute of this name.
+    // Returns the value of the last attribute with this name, or nothing.
     std::optional<std::string> attribute(const std::string& name) const;
 };
 
 struct Response {
-    // Reads what was written to the front server: header lines, an empty line, the body. A line
-    // ends at its line feed; blanks around names and values are dropped, as front servers do.
-    //   Failure  std::runtime_error for what a front server answers with an error of its own: no
-    //            empty line, a line without a colon, a status that is not a number of three digits.
+    // Parses what was written to the front server: header lines, an empty line, the body. A line
+    // ends at its line feed. Removes blanks around names and values, as front servers do.
+    //   Errors  std::runtime_error for output that a front server rejects: no empty line, a line
+    //           without a colon, a status that is not a number of three digits.
     explicit Response(const std::string& written);
 
-    int status;                      // of the header Status; else 302 with a Location, or 200
-    std::vector<NamedValue> headers; // as they were written, in their order
-    std::string body;                // all that follows the empty line
-    bool passed = true; // false when the listener of a ListenerRunner ended the request
+    int status; // from the header Status; without it 302 if there is a Location, else 200
+    std::vector<NamedValue> headers; // in the order in which they were written
+    std::string body;                // everything after the empty line
+    bool passed = true;              // false if the listener of a ListenerRunner ended the request
 
-    // The first header of this name.
+    // Returns the value of the first header with this name, or nothing.
     std::optional<std::string> header(const std::string& name) const;
 
-    // The cookies that were set, in their order, and the last of this name.
+    // Returns the cookies that were set, in order.
     std::vector<Cookie> cookies() const;
+    // Returns the last cookie with this name, or nothing. The case of letters counts.
     std::optional<Cookie> cookie(const std::string& name) const;
 };
 

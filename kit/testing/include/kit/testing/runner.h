@@ -1,5 +1,5 @@
-// Serves requests in memory, with the container's own request, response and session objects and
-// the device's own decoding and templates: one servlet, one listener, or the whole container.
+// Serves requests in memory by one servlet, one listener or the whole container. The request,
+// response and session objects are the container's own; decoding and templates are the device's.
 //
 //     HelloPage page;
 //     ServletRunner hello(page);
@@ -20,9 +20,11 @@ class SessionFactory;
 
 namespace kit::testing {
 
-//   Threads  serve() and sweep() may run on any threads at once, as the container calls plug-ins
-//            and the host its timer; all else runs on one thread, while nothing is served.
-//   Failure  serve() passes on what the plug-in throws, and throws as Response does.
+// Serves requests, as the container or a part of it.
+//   Threads  serve() and sweep() may run on any threads at the same time, as on a device. Call
+//            everything else on one thread, while nothing is being served.
+//   Errors   serve() passes on what the plug-in throws, and throws what Response's constructor
+//   does.
 class Runner {
 public:
     Runner() = default;
@@ -30,27 +32,28 @@ public:
     Runner(const Runner&) = delete;
     Runner& operator=(const Runner&) = delete;
 
-    // What a client would get for the request.
+    // Returns the response that a client would receive.
     virtual Response serve(const Request& request) = 0;
 
-    // What the host's timer does: ends the sessions that have been idle for too long.
+    // Ends the sessions that have been idle for too long, as the host's timer does.
     void sweep();
-    // How many sessions there are, with those that await the sweep.
+    // Returns the number of sessions, including expired ones that are not swept yet.
     int sessionCount();
 
 protected:
-    // Where the sessions are.
+    // Returns the owner of the sessions.
     virtual SessionFactory& sessions() = 0;
 };
 
-// One servlet, whatever page the requests ask for. It lives as the container has it live: init()
-// at first, destroy() at last.
+// Serves every request by one servlet, whatever page it asks for. Calls init() first and destroy()
+// last, as the container does.
 class ServletRunner : public Runner {
 public:
-    // The servlet stays the caller's, and must outlive the runner.
+    // The caller keeps the servlet, which must outlive the runner.
     explicit ServletRunner(HttpServlet& servlet);
-    // By the creation function that the plug-in exports. As in the container, the storage is given
-    // back without a destructor. std::runtime_error when the function gives null.
+    // Calls the creation function that the plug-in exports; `create` must not be null. Frees the
+    // storage without running a destructor, as the container does. Throws std::runtime_error if the
+    // function returns null.
     explicit ServletRunner(HttpServlet* (*create)());
     ~ServletRunner() override;
 
@@ -65,12 +68,11 @@ private:
     bool m_created;
 };
 
-// One listener, which stays the caller's and must outlive the runner; init() is called first.
-// Whether it let a request pass is `passed` of the response, which is as it would be if the
-// servlet behind it added nothing.
+// Passes every request to one listener. The result is the response as the listener left it; its
+// member `passed` shows whether the listener passed the request on.
 class ListenerRunner : public Runner {
 public:
-    // Calls init().
+    // Calls init(). The caller keeps the listener, which must outlive the runner.
     explicit ListenerRunner(HttpListener& listener);
     ~ListenerRunner() override;
 
@@ -84,14 +86,14 @@ private:
     HttpListener& m_listener;
 };
 
-// The whole container, with the plug-in library that a servlet.xml names: screening, listeners,
+// Runs the whole container with the plug-in library that a servlet.xml names: screening, listeners,
 // servlets and error pages, as behind a front server.
 class Container : public Runner {
 public:
-    // std::runtime_error when the file cannot be read. A library that cannot be opened ends the
-    // process, as it does on a device, after the log has said why on standard error.
-    // Listeners and what they allocate in init() are never freed, by their contract; leak checkers
-    // are told so.
+    // Throws std::runtime_error if the file cannot be read. If the library cannot be opened, the
+    // process ends, as on a device, after writing the log to standard error. Listeners and what
+    // they allocate in init() are never freed, by their contract; the leak sanitizer does not
+    // report them.
     explicit Container(const std::string& configFile);
     ~Container() override;
 
