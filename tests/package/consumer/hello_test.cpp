@@ -1,4 +1,4 @@
-// A test of the page, alone and in the container, as its author writes it.
+// Tests the page of pages.cpp, alone and in the container.
 #include <kit/testing/browser.h>
 #include <kit/testing/recorded_log.h>
 #include <kit/testing/runner.h>

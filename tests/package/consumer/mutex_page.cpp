@@ -1,4 +1,4 @@
-// A plug-in that uses something of the container's own, and finds it in whoever opens the plug-in.
+// A plug-in that uses a symbol of the container, which the host that loads the plug-in must export.
 #include <kit/plugin.h>
 
 #include <http_session.h>

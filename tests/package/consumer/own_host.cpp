@@ -1,4 +1,4 @@
-// Prints how many sessions a fresh server has; serves nobody.
+// Prints the number of sessions of a new server and exits.
 #include <fcgi_server.h>
 #include <servlet_controller.h>
 #include <session_factory.h>

@@ -1,5 +1,5 @@
-// A host that has the container in itself: answers one request by the plug-in that a servlet.xml
-// names, and tells where its own container keeps the mutex of the sessions.
+// A host with the container inside. Call it with a servlet.xml and a URL: prints the plug-in's
+// answer to the URL, and the address of session_mutex in its own container.
 #include <http_session.h>
 #include <kit/testing/runner.h>
 

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t kLongestName = 40;
 
-// The listener and the page share it; atomic, since every request thread runs both.
+// Shared by the page and the listener; atomic, because request threads use both at the same time.
 std::atomic<long> requestCount{0};
 
 class SamplePage final : public kit::Page {
@@ -23,9 +23,10 @@ class SamplePage final : public kit::Page {
         response.show("sample.html", std::move(variables));
     }
 
-    // By POST: the container refuses addresses with some texts, which a name may hold.
+    // The form is sent by POST, because the container refuses URLs with some texts that a name may
+    // contain.
     static void greet(kit::Request& request, kit::Response& response, kit::Variables& variables) {
-        // What was entered is shown again, right or wrong; the template escapes it.
+        // Show the input again, valid or not; the template escapes it.
         variables.set("name", request.parameter("name").value_or(""));
         const auto name = request.text("name", 1, kLongestName);
         if (name) {
@@ -41,12 +42,12 @@ class SamplePage final : public kit::Page {
 class SampleCounter final : public kit::Listener {
     bool admit(kit::Request&, kit::Response&) override {
         ++requestCount;
-        return true; // false would end the request with the response as it stands
+        return true; // false would end the request and send the response as it is
     }
 };
 
 } // namespace
 
-// What servlet.xml names.
+// The names that servlet.xml uses.
 KIT_SERVLET(createSamplePage, SamplePage)
 KIT_LISTENER(createSampleCounter, SampleCounter)

@@ -1,4 +1,4 @@
-// The page alone, and with its listener in the container.
+// Tests the page alone, and with its listener in the container.
 
 #include <HttpServlet.h>
 #include <kit/testing/runner.h>
@@ -33,7 +33,7 @@ bool shows(const Response& response, const std::string& text) {
 
 } // namespace
 
-TEST(ThePage, ShowsItsForm) {
+TEST(SamplePage, ShowsItsForm) {
     ServletRunner page(createSamplePage);
     const Response response = page.serve(opened());
     EXPECT_EQ(response.status, 200);
@@ -41,7 +41,7 @@ TEST(ThePage, ShowsItsForm) {
     EXPECT_TRUE(shows(response, "maxlength=\"40\""));
 }
 
-TEST(ThePage, GreetsByName) {
+TEST(SamplePage, GreetsByName) {
     ServletRunner page(createSamplePage);
     const Response response = page.serve(sent("Ann & Bob"));
     EXPECT_EQ(response.status, 200);
@@ -49,7 +49,7 @@ TEST(ThePage, GreetsByName) {
     EXPECT_FALSE(shows(response, "aria-invalid"));
 }
 
-TEST(ThePage, SaysWhatIsWrongWithTheNameAndKeepsIt) {
+TEST(SamplePage, ShowsTheProblemOfTheNameAndKeepsTheInput) {
     ServletRunner page(createSamplePage);
     const Response missing = page.serve(sent(""));
     EXPECT_EQ(missing.status, 422);
@@ -62,7 +62,7 @@ TEST(ThePage, SaysWhatIsWrongWithTheNameAndKeepsIt) {
     EXPECT_TRUE(shows(tooLong, "value=\"" + longName + '"'));
 }
 
-TEST(TheContainer, CountsRequestsForThePage) {
+TEST(SampleInContainer, CountsRequests) {
     Container container(SERVLET_XML);
     EXPECT_TRUE(shows(container.serve(opened()), "This is request number 1."));
     EXPECT_TRUE(shows(container.serve(sent("Ann")), "This is request number 2."));
