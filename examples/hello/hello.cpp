@@ -1,4 +1,4 @@
-// A page that greets by name, as often as it is asked to, and a listener that counts requests.
+// A page that greets by name as often as requested, and a listener that counts requests.
 
 #include <kit/plugin.h>
 
@@ -14,10 +14,10 @@ namespace {
 constexpr std::size_t kLongestName = 20;
 constexpr int kMostTimes = 5;
 
-// The page and the listener share it; every request thread uses both.
+// Shared by the page and the listener; atomic, because request threads use both at the same time.
 std::atomic<long> requestCount{0};
 
-// What is kept of one session, whose requests may be served at the same time.
+// The data of one session. Atomic, because requests of one session may run at the same time.
 struct Visitor {
     std::atomic<long> greetings{0};
 };
@@ -32,7 +32,7 @@ class HelloPage final : public kit::Page {
             greet(request, response, variables);
         }
         if (HttpSession* session = request.session()) {
-            variables.set("greetings", m_visitors.of(*session)->greetings.load());
+            variables.set("greetings", m_visitors.findOrCreate(*session)->greetings.load());
         }
         response.show("hello.html", std::move(variables));
     }
@@ -52,7 +52,7 @@ class HelloPage final : public kit::Page {
             response.status(422);
             return;
         }
-        m_visitors.of(*request.raw().getSession(true))->greetings += *times;
+        m_visitors.findOrCreate(*request.raw().getSession(true))->greetings += *times;
         const std::vector<int> echoes(static_cast<std::size_t>(*times - 1));
         variables.set("greeted", *name).rows("echoes", echoes, [](int) {
             return kit::Variables();
@@ -62,7 +62,7 @@ class HelloPage final : public kit::Page {
     kit::SessionData<Visitor> m_visitors{"visitor"};
 };
 
-// Counts the requests, and ends those that no page is made for.
+// Counts the requests, and refuses methods that no page supports.
 class RequestListener final : public kit::Listener {
     bool admit(kit::Request& request, kit::Response& response) override {
         ++requestCount;
@@ -73,7 +73,7 @@ class RequestListener final : public kit::Listener {
             }
         }
         response.header("Allow", "GET, HEAD, POST");
-        response.status(405).text("This page is read and sent forms.\n");
+        response.status(405).text("Only GET, HEAD and POST are supported.\n");
         return false;
     }
 };

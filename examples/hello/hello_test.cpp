@@ -1,4 +1,4 @@
-// The page, the listener, and both in the container.
+// Tests the page alone, the listener alone, and both in the container.
 
 #include <HttpListener.h>
 #include <HttpServlet.h>
@@ -33,7 +33,7 @@ bool shows(const Response& response, const std::string& text) {
     return response.body.find(text) != std::string::npos;
 }
 
-class Hello : public testing::Test {
+class HelloPage : public testing::Test {
 protected:
     ServletRunner page{createHelloPage};
     Browser browser{page};
@@ -41,17 +41,17 @@ protected:
 
 } // namespace
 
-TEST_F(Hello, ShowsItsForm) {
+TEST_F(HelloPage, ShowsItsForm) {
     const Response response = browser.send(opened());
     EXPECT_EQ(response.status, 200);
     EXPECT_EQ(response.header("Content-Type"), "text/html; charset=utf-8");
     EXPECT_TRUE(shows(response, "<h1>Hello, stranger!</h1>"));
     EXPECT_TRUE(shows(response, "maxlength=\"20\""));
-    EXPECT_TRUE(shows(response, "How often, 1 to 5"));
-    EXPECT_FALSE(response.cookie("JSESSIONID")) << "who only looks gets no session";
+    EXPECT_TRUE(shows(response, "How many times, 1 to 5"));
+    EXPECT_FALSE(response.cookie("JSESSIONID")) << "opening the form creates no session";
 }
 
-TEST_F(Hello, GreetsByNameAsOftenAsItIsAskedTo) {
+TEST_F(HelloPage, GreetsByNameAsOftenAsRequested) {
     const Response response = browser.send(sent("Ann & Bob", "2"));
     EXPECT_EQ(response.status, 200);
     EXPECT_TRUE(shows(response, "<h1>Hello, Ann &amp; Bob!</h1>"));
@@ -61,7 +61,7 @@ TEST_F(Hello, GreetsByNameAsOftenAsItIsAskedTo) {
     EXPECT_FALSE(shows(response, "aria-invalid"));
 }
 
-TEST_F(Hello, SaysWhatIsWrongWithAFieldAndKeepsWhatWasEntered) {
+TEST_F(HelloPage, ShowsTheProblemOfAFieldAndKeepsTheInput) {
     const struct {
         const char* name;
         const char* times;
@@ -69,7 +69,7 @@ TEST_F(Hello, SaysWhatIsWrongWithAFieldAndKeepsWhatWasEntered) {
     } cases[] = {
         {"", "1", "The name is missing."},
         {"a name of 21 letters.", "1", "The name is too long."},
-        {"a\tb", "1", "The name holds characters that are not allowed."},
+        {"a\tb", "1", "The name contains characters that are not allowed."},
         {"Ann", "", "The number is missing."},
         {"Ann", "often", "The number is not a whole number."},
         {"Ann", "0", "The number is too small."},
@@ -85,7 +85,7 @@ TEST_F(Hello, SaysWhatIsWrongWithAFieldAndKeepsWhatWasEntered) {
     EXPECT_TRUE(shows(browser.send(opened()), "You have been greeted 0 times."));
 }
 
-TEST_F(Hello, CountsForEachSession) {
+TEST_F(HelloPage, CountsGreetingsForEachSession) {
     Browser other(page);
     browser.send(sent("Ann", "2"));
     EXPECT_TRUE(shows(browser.send(sent("Ann", "3")), "You have been greeted 5 times."));
@@ -93,7 +93,7 @@ TEST_F(Hello, CountsForEachSession) {
     EXPECT_TRUE(shows(browser.send(opened()), "You have been greeted 5 times."));
 }
 
-TEST_F(Hello, ForgetsWithTheSession) {
+TEST_F(HelloPage, ForgetsItsCountWhenTheSessionExpires) {
     browser.send(sent("Ann", "2"));
     test_clock::advanceSeconds(181);
     page.sweep();
@@ -101,26 +101,27 @@ TEST_F(Hello, ForgetsWithTheSession) {
     EXPECT_TRUE(shows(browser.send(opened()), "You have been greeted 0 times."));
 }
 
-TEST(RequestListener, LetsPassWhatBrowsersSend) {
+TEST(RequestListener, PassesOnTheMethodsThatBrowsersSend) {
     ListenerRunner listener(*createRequestListener());
     for (const char* method : {"GET", "HEAD", "POST"}) {
         EXPECT_TRUE(listener.serve(Request(method, "/servlet?p=hello")).passed) << method;
     }
 }
 
-TEST(RequestListener, EndsEveryOtherRequest) {
+TEST(RequestListener, RefusesOtherMethods) {
     ListenerRunner listener(*createRequestListener());
     for (const char* method : {"PUT", "DELETE", "get", "GETS"}) {
         const Response response = listener.serve(Request(method, "/servlet?p=hello"));
         EXPECT_FALSE(response.passed) << method;
         EXPECT_EQ(response.status, 405) << method;
         EXPECT_EQ(response.header("Allow"), "GET, HEAD, POST");
+        EXPECT_EQ(response.body, "Only GET, HEAD and POST are supported.\n");
     }
     const Request nameless = get("/servlet?p=hello").without("REQUEST_METHOD");
     EXPECT_FALSE(listener.serve(nameless).passed);
 }
 
-TEST(TheContainer, ServesWhatServletXmlNames) {
+TEST(HelloInContainer, ServesThePageAndTheListener) {
     Container container(SERVLET_XML);
     Browser browser(container);
     EXPECT_TRUE(shows(browser.send(opened()), "This is request number 1."));
@@ -129,10 +130,10 @@ TEST(TheContainer, ServesWhatServletXmlNames) {
     EXPECT_TRUE(shows(browser.send(opened()), "This is request number 4."));
 }
 
-TEST(TheContainer, UnloadsThePlugInAtItsEnd) {
+TEST(HelloInContainer, IsUnloadedWithTheContainer) {
     for (int start = 1; start <= 2; ++start) {
         Container container(SERVLET_XML);
         EXPECT_TRUE(shows(container.serve(opened()), "This is request number 1."))
-            << "the library keeps nothing from one start to the next";
+            << "the count of the earlier container was kept";
     }
 }

@@ -13,7 +13,7 @@
 using kit::AttemptLimit;
 using kit::testing::test_clock::advanceSeconds;
 
-TEST(AttemptLimit, LetsTheFirstAttemptsThrough) {
+TEST(AttemptLimit, AllowsTheFirstAttempts) {
     AttemptLimit limit;
     for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
         EXPECT_EQ(limit.begin("192.0.2.1"), 0) << i;
@@ -30,7 +30,8 @@ TEST(AttemptLimit, DoublesTheWaitUpToALimit) {
     for (int i = 0; i < 12; ++i) {
         EXPECT_EQ(limit.begin("192.0.2.1"), expected);
         advanceSeconds(expected - 1);
-        EXPECT_EQ(limit.begin("192.0.2.1"), 1) << "asking too early makes nothing longer";
+        EXPECT_EQ(limit.begin("192.0.2.1"), 1)
+            << "an attempt that is refused does not lengthen the wait";
         advanceSeconds(1);
         EXPECT_EQ(limit.begin("192.0.2.1"), 0);
         expected = std::min(2 * expected, AttemptLimit::kLongestWait);
@@ -39,7 +40,7 @@ TEST(AttemptLimit, DoublesTheWaitUpToALimit) {
 }
 
 #if LONG_MAX == INT_MAX
-TEST(AttemptLimit, DoesNotWaitLongerWhereAClockOf32BitsStartsAgain) {
+TEST(AttemptLimit, KeepsItsWaitWhenA32BitClockWraps) {
     kit::testing::test_clock::setTicks(LONG_MAX - 100);
     AttemptLimit limit;
     for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
@@ -84,7 +85,7 @@ TEST(AttemptLimit, KeepsAddressesApart) {
     EXPECT_EQ(limit.begin(""), 0);
 }
 
-TEST(AttemptLimit, CountsANetworkOfIPv6AsOne) {
+TEST(AttemptLimit, CountsAnIPv6NetworkAsOneClient) {
     AttemptLimit limit;
     for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
         EXPECT_EQ(limit.begin("2001:db8:1:2::" + std::to_string(i)), 0);
@@ -102,10 +103,10 @@ TEST(AttemptLimit, RemembersABoundedNumberOfAddresses) {
         limit.begin("address " + std::to_string(i));
         EXPECT_LE(limit.size(), AttemptLimit::kMaxAddresses);
     }
-    EXPECT_NE(limit.begin("the guesser"), 0) << "one that waits is not pushed out";
+    EXPECT_NE(limit.begin("the guesser"), 0) << "an address that has to wait is not forgotten";
 }
 
-TEST(AttemptLimit, CountsAttemptsAtTheSameTime) {
+TEST(AttemptLimit, CountsParallelAttempts) {
     AttemptLimit limit;
     std::vector<std::thread> threads;
     std::atomic<int> allowed{0};

@@ -1,5 +1,11 @@
+#include "served.h"
+
 #include <kit/testing/browser.h>
 #include <kit/testing/recorded_log.h>
+
+#include <http_request.h>
+#include <http_response.h>
+#include <session_factory.h>
 
 #include <gtest/gtest.h>
 
@@ -7,7 +13,9 @@
 #include <cstdio>
 #include <dlfcn.h>
 #include <set>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 using namespace kit::testing;
 
@@ -17,7 +25,7 @@ std::string page(const std::string& id) {
     return "/servlet?p=" + id + "&word=please";
 }
 
-// What `command` prints.
+// Returns the standard output of `command`.
 std::string printed(const std::string& command) {
     std::string text;
     std::array<char, 4096> buffer;
@@ -31,7 +39,7 @@ std::string printed(const std::string& command) {
     return text;
 }
 
-// The log as the plug-in wrote it, without the container's own lines.
+// Returns the plug-in's own log lines, without the container's.
 std::vector<std::string> pluginLog() {
     std::vector<std::string> texts;
     for (const LogRecord& record : recorded_log::records()) {
@@ -62,7 +70,7 @@ TEST(KitPlugin, AsksItsListenerFirst) {
     EXPECT_EQ(response.body, "Say the word.\n");
 }
 
-TEST(KitPlugin, AnswersForAPageThatThrows) {
+TEST(KitPlugin, AnswersWithStatus500IfAPageThrows) {
     Container container(KIT_TEST_CONFIG);
     Browser browser(container);
     recorded_log::clear();
@@ -72,13 +80,14 @@ TEST(KitPlugin, AnswersForAPageThatThrows) {
     EXPECT_EQ(browser.send(get(page("failing") + "&memory=1")).status, 500);
     EXPECT_EQ(browser.send(get(page("failing") + "&late=1")).body, "begun");
     EXPECT_EQ(browser.send(get(page("failing") + "&number=1")).status, 500);
-    EXPECT_EQ(pluginLog(), (std::vector<std::string>{
-                               "A page failed: out of paper", "A page failed: std::bad_alloc",
-                               "A page failed: out of paper", "A page failed"}));
-    EXPECT_EQ(browser.send(get(page("greeting"))).status, 200) << "the next one is served";
+    EXPECT_EQ(pluginLog(), (std::vector<std::string>{"Page failing failed: out of paper",
+                                                     "Page failing failed: std::bad_alloc",
+                                                     "Page failing failed: out of paper",
+                                                     "Page failing failed: unknown exception"}));
+    EXPECT_EQ(browser.send(get(page("greeting"))).status, 200) << "the next request is served";
 }
 
-TEST(KitPlugin, LetsNobodyPastAListenerThatThrows) {
+TEST(KitPlugin, EndsARequestWhoseListenerThrows) {
     Container container(KIT_TEST_CONFIG);
     Browser browser(container);
     recorded_log::clear();
@@ -86,15 +95,16 @@ TEST(KitPlugin, LetsNobodyPastAListenerThatThrows) {
     EXPECT_EQ(pluginLog(), std::vector<std::string>{"A listener failed: what"});
 }
 
-TEST(KitPlugin, HasNoPageThatCannotBeMade) {
+TEST(KitPlugin, LogsAPageThatCannotBeCreated) {
     Container container(KIT_TEST_CONFIG);
     Browser browser(container);
     recorded_log::clear();
     browser.send(get(page("impossible")));
-    EXPECT_EQ(pluginLog(), std::vector<std::string>{"Creating a plug-in failed: no such thing"});
+    EXPECT_EQ(pluginLog(),
+              std::vector<std::string>{"createImpossiblePage() failed: no such thing"});
 }
 
-TEST(KitPlugin, DropsWhenTheContainerSaysSo) {
+TEST(KitPlugin, CallsDropWhenAnotherPageIsRequested) {
     Container container(KIT_TEST_CONFIG);
     Browser browser(container);
     EXPECT_EQ(browser.send(get(page("contacts-preview"))).body, "Hello, you\n");
@@ -102,14 +112,41 @@ TEST(KitPlugin, DropsWhenTheContainerSaysSo) {
     EXPECT_EQ(browser.send(get(page("contacts-preview"))).body, "Hello, you (dropped)\n");
 }
 
-TEST(KitPlugin, ExportsItsCreationFunctionsUnderTheirPlainNamesAndNothingElse) {
+TEST(KitPlugin, LogsADropThatThrows) {
+    Container container(KIT_TEST_CONFIG);
+    Browser browser(container);
+    browser.send(get(page("contacts-preview")));
+    browser.send(get(page("contacts-preview") + "&undroppable=1"));
+    recorded_log::clear();
+    EXPECT_EQ(browser.send(get(page("greeting"))).status, 200);
+    EXPECT_EQ(pluginLog(), std::vector<std::string>{"A page's drop() failed: still needed"});
+    browser.send(get(page("contacts-preview")));
+}
+
+TEST(KitPlugin, LogsAnErrorPageThatCannotBeSent) {
+    class BrokenResponse final : public HttpResponseImpl {
+        using HttpResponseImpl::HttpResponseImpl;
+        bool isHeaderCommited() override { throw std::runtime_error("broken"); }
+    };
+    FunctionPage failing([](kit::Request&, kit::Response&) { throw std::runtime_error("no"); });
+    SessionFactory sessions;
+    MemoryRequest fastCgi = get("/servlet?p=lines").inMemory();
+    BrokenResponse response(fastCgi.get());
+    HttpRequestImpl request(fastCgi.get(), &sessions, &response);
+    recorded_log::clear();
+    kit::internal::ServletHandle(failing).service(&request, &response);
+    EXPECT_EQ(pluginLog(), (std::vector<std::string>{"Page lines failed: no",
+                                                     "Sending the error page failed: broken"}));
+}
+
+TEST(KitPlugin, ExportsOnlyItsCreationFunctionsUnderTheirPlainNames) {
     std::set<std::string> names;
     const std::string symbols = printed("nm -D --defined-only --format=posix " KIT_TEST_PLUGIN);
     for (std::size_t begin = 0; begin < symbols.size();) {
         const std::size_t end = symbols.find('\n', begin);
         const std::string line = symbols.substr(begin, end - begin);
         const std::string name = line.substr(0, line.find(' '));
-        // The C++ library has templates of its own, with names that it exports.
+        // Ignore the C++ library's own templates, whose symbols are exported.
         if (name.rfind("_ZNSt", 0) != 0 && name.rfind("_ZSt", 0) != 0 &&
             name.rfind("_ZTIN9__gnu_cxx", 0) != 0 && line.find(" W ") == std::string::npos &&
             line.find(" V ") == std::string::npos && name.rfind("_ZZNSt", 0) != 0) {
@@ -128,5 +165,5 @@ TEST(KitPlugin, IsUnloadedWhenItIsClosed) {
     ASSERT_NE(library, nullptr) << dlerror();
     EXPECT_EQ(dlclose(library), 0);
     EXPECT_EQ(dlopen(KIT_TEST_PLUGIN, RTLD_NOW | RTLD_NOLOAD), nullptr)
-        << "something keeps the library in the process";
+        << "the library is still loaded";
 }

@@ -6,7 +6,7 @@ using namespace kit::testing;
 
 namespace {
 
-// Runs `look` on the request as a page sees it.
+// Calls `look` with the request that a page receives.
 void lookAt(const Request& request, const std::function<void(kit::Request&)>& look) {
     bool looked = false;
     answerTo(request, [&](kit::Request& seen, kit::Response&) {
@@ -18,7 +18,7 @@ void lookAt(const Request& request, const std::function<void(kit::Request&)>& lo
 
 } // namespace
 
-TEST(KitRequest, TellsAbsentFromEmpty) {
+TEST(KitRequest, DistinguishesAbsentFromEmpty) {
     lookAt(get("/servlet?p=x&empty=&full=a%26b"), [](kit::Request& request) {
         EXPECT_EQ(request.parameter("absent"), std::nullopt);
         EXPECT_EQ(request.parameter("empty"), "");
@@ -27,7 +27,7 @@ TEST(KitRequest, TellsAbsentFromEmpty) {
     });
 }
 
-TEST(KitRequest, GivesAllValuesOfAName) {
+TEST(KitRequest, ReturnsAllValuesOfAName) {
     lookAt(get("/servlet?p=x&a=1&b=2&a=3"), [](kit::Request& request) {
         EXPECT_EQ(request.parameters("a"), (std::vector<std::string_view>{"1", "3"}));
         EXPECT_TRUE(request.parameters("c").empty());
@@ -36,11 +36,11 @@ TEST(KitRequest, GivesAllValuesOfAName) {
 
 TEST(KitRequest, ReadsTypedValues) {
     lookAt(get("/servlet?p=x&port=70000&name=abc&way=up&on=1"), [](kit::Request& request) {
-        EXPECT_EQ(request.number<int>("port", 1, 65535).problem(), kit::Problem::tooLarge);
+        EXPECT_EQ(request.number<int>("port", 1, 65535).problem(), kit::Problem::TooLarge);
         EXPECT_EQ(*request.number<int>("port", 1, 99999), 70000);
-        EXPECT_EQ(request.number<int>("none", 1, 9).problem(), kit::Problem::missing);
+        EXPECT_EQ(request.number<int>("none", 1, 9).problem(), kit::Problem::Missing);
         EXPECT_EQ(*request.text("name", 1, 3), "abc");
-        EXPECT_EQ(request.text("name", 1, 2).problem(), kit::Problem::tooLong);
+        EXPECT_EQ(request.text("name", 1, 2).problem(), kit::Problem::TooLong);
         EXPECT_EQ(*request.choice("way", {"up", "down"}), "up");
         EXPECT_TRUE(request.isChecked("on"));
         EXPECT_FALSE(request.isChecked("off"));
@@ -66,14 +66,14 @@ TEST(KitRequest, ReadsCookies) {
            [](kit::Request& request) { EXPECT_EQ(request.cookie("lang"), std::nullopt); });
 }
 
-TEST(KitRequest, KnowsTheClient) {
+TEST(KitRequest, ReturnsTheClientsAddress) {
     lookAt(get("/servlet?p=x").from("198.51.100.4"), [](kit::Request& request) {
-        EXPECT_EQ(request.remoteAddress(), kClientAddress) << "the browser's own";
+        EXPECT_EQ(request.remoteAddress(), kClientAddress) << "the browser sets its own address";
         EXPECT_EQ(request.session(), nullptr);
     });
 }
 
-TEST(KitRequest, HasNoAddressWhenNobodyTells) {
+TEST(KitRequest, HasAnEmptyAddressIfTheFrontServerSendsNone) {
     FunctionPage page([](kit::Request& request, kit::Response&) {
         EXPECT_EQ(request.remoteAddress(), "");
         EXPECT_EQ(request.page(), "");

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 using namespace kit::testing;
 
@@ -20,7 +22,7 @@ const char* const kPolicy = "default-src 'self'; base-uri 'none'; form-action 's
 
 } // namespace
 
-TEST(KitResponse, IsMadeRightByDefault) {
+TEST(KitResponse, HasSafeDefaultHeaders) {
     const Response response = answer([](kit::Response& out) { out.text("hello"); });
     EXPECT_EQ(response.status, 200);
     EXPECT_EQ(response.body, "hello");
@@ -31,7 +33,7 @@ TEST(KitResponse, IsMadeRightByDefault) {
     EXPECT_EQ(response.header("Content-Security-Policy"), kPolicy);
 }
 
-TEST(KitResponse, HasTheTypeOfWhatItSends) {
+TEST(KitResponse, SetsTheContentType) {
     EXPECT_EQ(answer([](kit::Response& out) { out.html("<p>"); }).header("Content-Type"),
               "text/html; charset=utf-8");
     EXPECT_EQ(answer([](kit::Response& out) { out.json("{}"); }).header("Content-Type"),
@@ -40,7 +42,7 @@ TEST(KitResponse, HasTheTypeOfWhatItSends) {
               "text/csv");
 }
 
-TEST(KitResponse, SendsBytesAsTheyAre) {
+TEST(KitResponse, SendsBytesUnchanged) {
     const std::string bytes("a\0%s\xFF", 5);
     EXPECT_EQ(answer([&](kit::Response& out) { out.send("image/x", bytes); }).body, bytes);
     EXPECT_EQ(answer([](kit::Response& out) { out.text(""); }).body, "");
@@ -61,12 +63,12 @@ TEST(KitResponse, LetsAPageOverrideEveryDefault) {
     EXPECT_EQ(response.header("Content-Type"), "text/x");
 }
 
-TEST(KitResponse, TakesTheLastStatus) {
+TEST(KitResponse, UsesTheLastStatus) {
     EXPECT_EQ(answer([](kit::Response& out) { out.status(403).status(404).text("no"); }).status,
               404);
 }
 
-TEST(KitResponse, RefusesHeadersThatWouldBreakOut) {
+TEST(KitResponse, RefusesHeaderInjection) {
     for (const std::string& value : {std::string("a\r\nSet-Cookie: b"), std::string("a\nb"),
                                      std::string("a\0b", 3), std::string("\x7F")}) {
         recorded_log::clear();
@@ -77,7 +79,8 @@ TEST(KitResponse, RefusesHeadersThatWouldBreakOut) {
         EXPECT_EQ(response.header("X-Name"), std::nullopt);
         EXPECT_EQ(response.header("Set-Cookie"), std::nullopt);
         EXPECT_EQ(recorded_log::records(),
-                  std::vector{recorded_log::webDebug("error", "Refused to send a header")});
+                  std::vector{recorded_log::webDebug(
+                      "error", "Page x: refused header X-Name (control character or bad name)")});
     }
     for (const char* name : {"", "a b", "a:", "a\nb", "\xC3\xA9"}) {
         answer([&](kit::Response& out) { EXPECT_FALSE(out.header(name, "a")) << name; });
@@ -89,7 +92,31 @@ TEST(KitResponse, RefusesHeadersThatWouldBreakOut) {
               "a\tb \xC3\xA9");
 }
 
-TEST(KitResponse, RefusesAContentTypeThatWouldBreakOut) {
+TEST(KitResponse, LogsThePageAndWhatItRefused) {
+    answerTo(get("/servlet?p=contacts"), [](kit::Request&, kit::Response& out) {
+        out.text("a");
+        recorded_log::clear();
+        out.header("X Y", "a");
+        out.cookie({"lang", "d e"});
+        out.seeOther("http://elsewhere/");
+        out.send("text/x\n", "body");
+        out.download("a b", "text/csv", "body");
+    });
+    std::vector<LogRecord> expected;
+    for (const char* refused : {
+             "header X Y (control character or bad name)",
+             "cookie lang (bad character, or the second cookie)",
+             "redirect to http://elsewhere/ (no path on this device, or control character)",
+             "content type text/x\n (control character)",
+             "download a b (bad file name or content type)",
+         }) {
+        expected.push_back(
+            recorded_log::webDebug("error", std::string("Page contacts: refused ") + refused));
+    }
+    EXPECT_EQ(recorded_log::records(), expected);
+}
+
+TEST(KitResponse, RefusesHeaderInjectionByAContentType) {
     const Response response =
         answer([](kit::Response& out) { out.send("text/x\r\nSet-Cookie: a=b", "body"); });
     EXPECT_EQ(response.header("Content-Type"), std::nullopt);
@@ -97,7 +124,7 @@ TEST(KitResponse, RefusesAContentTypeThatWouldBreakOut) {
     EXPECT_EQ(response.body, "");
 }
 
-TEST(KitResponse, SendsTheBrowserOn) {
+TEST(KitResponse, RedirectsTheBrowser) {
     const Response response =
         answer([](kit::Response& out) { EXPECT_TRUE(out.seeOther("/servlet?p=status")); });
     EXPECT_EQ(response.status, 303);
@@ -105,7 +132,7 @@ TEST(KitResponse, SendsTheBrowserOn) {
     EXPECT_EQ(response.header("Cache-Control"), "no-store");
 }
 
-TEST(KitResponse, SendsNobodyToAnotherHost) {
+TEST(KitResponse, RefusesRedirectsToOtherHosts) {
     const std::string kWrong[] = {"",         "status",     "//elsewhere",         "/\\elsewhere",
                                   "http://e", "/a\r\nX: b", std::string("/\0", 2), "/a\tb"};
     for (const std::string& path : kWrong) {
@@ -133,14 +160,14 @@ TEST(KitResponse, SetsACookieWithItsAttributes) {
     cookie.maxAge = 60;
     cookie.httpOnly = false;
     cookie.secure = true;
-    cookie.sameSite = kit::Cookie::SameSite::strict;
+    cookie.sameSite = kit::Cookie::SameSite::Strict;
     EXPECT_EQ(cookieSet(cookie), "lang=de; Path=/servlet; Max-Age=60; Secure; SameSite=Strict");
     cookie.value = "";
     cookie.maxAge = 0;
     EXPECT_EQ(cookieSet(cookie), "lang=; Path=/servlet; Max-Age=0; Secure; SameSite=Strict");
 }
 
-TEST(KitResponse, RefusesACookieThatCannotBeWritten) {
+TEST(KitResponse, RefusesACookieWithBadCharacters) {
     const kit::Cookie kWrong[] = {
         {"", "a"},
         {"a b", "c"},
@@ -175,7 +202,7 @@ TEST(KitResponse, SendsOneCookieAndRefusesTheSecond) {
     EXPECT_EQ(response.cookies()[0].name, "a");
 }
 
-TEST(KitResponse, LeavesTheSessionsCookieAlone) {
+TEST(KitResponse, KeepsTheSessionsCookie) {
     const Response response =
         answerTo(get("/servlet?p=x"), [](kit::Request& request, kit::Response& out) {
             request.raw().getSession(true);
@@ -210,7 +237,7 @@ TEST(KitResponse, ShowsATemplateOfTheDocumentRoot) {
     EXPECT_EQ(response.header("Content-Security-Policy"), kPolicy);
 }
 
-TEST(KitResponse, FailsInThePlaceOfAPageThatWasToBeShown) {
+TEST(KitResponse, SendsTheErrorPageInsteadOfATemplate) {
     const Request request = get("/servlet?p=x").variable("DOCUMENT_ROOT", KIT_TEST_DOCUMENT_ROOT);
     const Response response = answerTo(request, [](kit::Request&, kit::Response& out) {
         out.show("page.html", kit::Variables().set("name", "you"));
@@ -221,7 +248,7 @@ TEST(KitResponse, FailsInThePlaceOfAPageThatWasToBeShown) {
     EXPECT_EQ(response.header("Content-Type"), "text/plain; charset=utf-8");
 }
 
-TEST(KitResponse, ShowsTheLastOfTwoPages) {
+TEST(KitResponse, ShowsTheLastOfTwoTemplates) {
     const Request request = get("/servlet?p=x").variable("DOCUMENT_ROOT", KIT_TEST_DOCUMENT_ROOT);
     const Response response = answerTo(request, [](kit::Request&, kit::Response& out) {
         out.show("other.html", kit::Variables().set("name", "first"));
@@ -230,7 +257,7 @@ TEST(KitResponse, ShowsTheLastOfTwoPages) {
     EXPECT_EQ(response.body, "Hello, second!\n");
 }
 
-TEST(KitResponse, FailsWithAPlainPage) {
+TEST(KitResponse, SendsAPlainErrorPage) {
     const Response response = answer([](kit::Response& out) { out.fail(); });
     EXPECT_EQ(response.status, 500);
     EXPECT_EQ(response.body, "The page failed; the device's log says why.\n");

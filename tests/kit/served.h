@@ -1,4 +1,4 @@
-// Pages and listeners made of a function, in the container's hands.
+// Pages and listeners whose body is a function, and a runner for such pages.
 #ifndef SERVED_H
 #define SERVED_H
 
@@ -36,8 +36,8 @@ private:
     const Admit m_admit;
 };
 
-// A page that is served, to one browser or more. The container frees a servlet without its
-// destructor, and so does this.
+// Serves a page to one browser or several. Frees the servlet without its destructor, as the
+// container does.
 class Served {
 public:
     explicit Served(FunctionPage::Answer answer)
@@ -55,7 +55,7 @@ public:
     kit::testing::Browser browser{runner};
 };
 
-// What the page answers to one request.
+// Returns the page's response to one request.
 inline kit::testing::Response answerTo(const kit::testing::Request& request,
                                        FunctionPage::Answer answer) {
     Served served(std::move(answer));

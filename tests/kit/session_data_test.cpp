@@ -20,8 +20,8 @@ struct Cart {
     std::atomic<int> items{0};
 };
 
-// A page that puts something into the cart of its session, and says how much is in it. With q=look
-// it only looks, with q=drop it empties the cart, with q=end it ends the session.
+// A page that adds an item to its session's cart and shows the number of items. With q=look it only
+// shows it, with q=drop it removes the cart, with q=end it ends the session.
 class Shop {
 public:
     kit::SessionData<Cart> carts{"cart"};
@@ -39,7 +39,7 @@ public:
             session->setMaxInactiveInterval(1);
         } else {
             session->setMaxInactiveInterval(request.number<int>("time", 0, 9999).valueOr(180));
-            response.text(std::to_string(++carts.of(*session)->items));
+            response.text(std::to_string(++carts.findOrCreate(*session)->items));
         }
     }};
 
@@ -59,7 +59,7 @@ TEST(SessionData, IsFoundAgainBySession) {
     EXPECT_EQ(shop.carts.size(), 1u);
 }
 
-TEST(SessionData, IsNoOneElses) {
+TEST(SessionData, IsSeparateForEachSession) {
     Shop shop;
     Browser other(shop.served.runner);
     EXPECT_EQ(shop.ask(""), "1");
@@ -68,11 +68,11 @@ TEST(SessionData, IsNoOneElses) {
     EXPECT_EQ(shop.carts.size(), 2u);
 }
 
-TEST(SessionData, ShowsItselfAsAnAttributeOfTheSession) {
+TEST(SessionData, IsAnAttributeOfTheSession) {
     kit::SessionData<Cart> carts("cart");
     answerTo(get("/servlet?p=x"), [&](kit::Request& request, kit::Response&) {
         HttpSession& session = *request.raw().getSession(true);
-        const auto cart = carts.of(session);
+        const auto cart = carts.findOrCreate(session);
         EXPECT_EQ(session.getAttribute("cart"), cart.get());
         carts.erase(session);
         EXPECT_FALSE(session.existAttribute("cart"));
@@ -90,7 +90,7 @@ TEST(SessionData, IsFreedWhenItIsErased) {
     EXPECT_EQ(shop.ask(""), "1");
 }
 
-TEST(SessionData, IsFreedWhenTheSessionHasGone) {
+TEST(SessionData, IsFreedAfterTheSessionHasEnded) {
     Shop shop;
     shop.ask("");
     advanceSeconds(181);
@@ -109,7 +109,7 @@ TEST(SessionData, LivesAsLongAsItsSession) {
     }
 }
 
-TEST(SessionData, LivesOnWithRequestsThatDoNotLookAtIt) {
+TEST(SessionData, IsKeptByRequestsThatDoNotUseIt) {
     Shop shop;
     kit::SessionData<int> others("other");
     FunctionPage idle([](kit::Request&, kit::Response& response) { response.text("idle"); });
@@ -121,13 +121,13 @@ TEST(SessionData, LivesOnWithRequestsThatDoNotLookAtIt) {
     EXPECT_EQ(alive, 1);
 }
 
-TEST(SessionData, HasTheTimeThatThePageGaveTheSession) {
+TEST(SessionData, FollowsTheTimeOutThatThePageSets) {
     Shop shop;
     shop.ask("&time=1000");
     advanceSeconds(999);
     Browser other(shop.served.runner);
     shop.ask(other, "&q=look");
-    EXPECT_EQ(alive, 1) << "another's request freed it";
+    EXPECT_EQ(alive, 1) << "the request of another session freed it";
     EXPECT_EQ(shop.ask("&q=look"), "1");
     shop.ask("&q=end");
     advanceSeconds(3);
@@ -135,7 +135,7 @@ TEST(SessionData, HasTheTimeThatThePageGaveTheSession) {
     EXPECT_EQ(alive, 0);
 }
 
-TEST(SessionData, LivesThroughALongRequest) {
+TEST(SessionData, SurvivesALongRequest) {
     kit::SessionData<Cart> carts("cart");
     Served* again = nullptr;
     bool inner = false;
@@ -143,10 +143,10 @@ TEST(SessionData, LivesThroughALongRequest) {
         if (std::exchange(inner, true)) {
             return;
         }
-        const auto cart = carts.of(*request.raw().getSession(true));
+        const auto cart = carts.findOrCreate(*request.raw().getSession(true));
         advanceSeconds(1000);
         again->runner.sweep();
-        again->browser.send(get("/servlet?p=x")); // somebody else's, meanwhile
+        again->browser.send(get("/servlet?p=x")); // another client's request, meanwhile
         EXPECT_EQ(carts.size(), 1u);
         EXPECT_EQ(carts.find(*request.session()), cart);
     });
@@ -156,20 +156,20 @@ TEST(SessionData, LivesThroughALongRequest) {
     EXPECT_EQ(alive, 1);
 }
 
-TEST(SessionData, GoesToNoSessionThatComesAfterwards) {
+TEST(SessionData, IsNotPassedOnToALaterSessionWithTheSameId) {
     kit::SessionData<Cart> carts("cart");
     answerTo(get("/servlet?p=x"), [&](kit::Request& request, kit::Response&) {
         HttpSession& session = *request.raw().getSession(true);
-        carts.of(session)->items = 5;
-        // As when a session of the same id has taken the place of one that has gone.
+        carts.findOrCreate(session)->items = 5;
+        // Now the session looks like a later one with the same id.
         session.removeAttribute("cart");
         EXPECT_EQ(carts.find(session), nullptr);
-        EXPECT_EQ(carts.of(session)->items, 0);
+        EXPECT_EQ(carts.findOrCreate(session)->items, 0);
     });
     EXPECT_EQ(alive, 1);
 }
 
-TEST(SessionData, TakesAwayWhatIsUnwanted) {
+TEST(SessionData, IsErasedWhereThePredicateIsTrue) {
     Shop shop;
     Browser other(shop.served.runner);
     shop.ask("");
@@ -181,12 +181,12 @@ TEST(SessionData, TakesAwayWhatIsUnwanted) {
     EXPECT_EQ(shop.ask(other, "&q=look"), "no cart");
 }
 
-TEST(SessionData, LivesWhileSomebodyHoldsIt) {
+TEST(SessionData, LivesAsLongAsASharedPointerToIt) {
     std::shared_ptr<Cart> held;
     {
         kit::SessionData<Cart> carts("cart");
         answerTo(get("/servlet?p=x"), [&](kit::Request& request, kit::Response&) {
-            held = carts.of(*request.raw().getSession(true));
+            held = carts.findOrCreate(*request.raw().getSession(true));
         });
     }
     EXPECT_EQ(alive, 1);
@@ -194,7 +194,7 @@ TEST(SessionData, LivesWhileSomebodyHoldsIt) {
     EXPECT_EQ(alive, 0);
 }
 
-TEST(SessionData, KeepsWhatAThreadPutFirst) {
+TEST(SessionData, KeepsTheDataThatWasPutFirst) {
     kit::SessionData<Cart> carts("cart");
     answerTo(get("/servlet?p=x"), [&](kit::Request& request, kit::Response&) {
         HttpSession& session = *request.raw().getSession(true);
@@ -203,7 +203,7 @@ TEST(SessionData, KeepsWhatAThreadPutFirst) {
     });
 }
 
-TEST(SessionData, IsSafeOnManyThreads) {
+TEST(SessionData, IsThreadSafe) {
     constexpr int kThreads = 8;
     constexpr int kRequests = 200;
     Shop shop;

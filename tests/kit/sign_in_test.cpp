@@ -15,7 +15,7 @@ namespace {
 class Door {
 public:
     kit::SignIns signIns;
-    std::string token; // of the sign-in that was looked at last
+    std::string token; // of the sign-in that a request showed last
     Served served{
         [this](kit::Request& request, kit::Response& response) { answer(request, response); }};
 
@@ -57,7 +57,7 @@ private:
 
 } // namespace
 
-TEST(SignIns, KnowWhoIsSignedIn) {
+TEST(SignIns, RecordWhoIsSignedIn) {
     Door door;
     EXPECT_EQ(door.look(), "nobody");
     EXPECT_EQ(door.signIn("wrong").status, 403);
@@ -68,7 +68,7 @@ TEST(SignIns, KnowWhoIsSignedIn) {
     EXPECT_EQ(door.look(other), "nobody");
 }
 
-TEST(SignIns, KeepTheSessionsCookieFromScriptsAndFromOtherSites) {
+TEST(SignIns, HideTheSessionsCookieFromScriptsAndOtherSites) {
     Door door;
     const auto cookie = door.signIn("right").cookie("JSESSIONID");
     ASSERT_TRUE(cookie);
@@ -78,7 +78,7 @@ TEST(SignIns, KeepTheSessionsCookieFromScriptsAndFromOtherSites) {
     EXPECT_EQ(cookie->attribute("Path"), "/");
 }
 
-TEST(SignIns, RenewTheSession) {
+TEST(SignIns, CreateANewSessionAgainstSessionFixation) {
     Door door;
     door.signIn("right");
     const std::string before = *door.served.browser.cookie("JSESSIONID");
@@ -91,7 +91,7 @@ TEST(SignIns, RenewTheSession) {
     EXPECT_EQ(stolen.body, "nobody");
 }
 
-TEST(SignIns, EndWithTheSignOut) {
+TEST(SignIns, EndWhenTheUserSignsOut) {
     Door door;
     door.signIn("right");
     const std::string id = *door.served.browser.cookie("JSESSIONID");
@@ -99,10 +99,10 @@ TEST(SignIns, EndWithTheSignOut) {
     EXPECT_EQ(door.look(), "nobody");
     advanceSeconds(2);
     door.served.runner.sweep();
-    EXPECT_EQ(door.served.runner.sessionCount(), 0) << "the session has gone, too";
+    EXPECT_EQ(door.served.runner.sessionCount(), 0) << "the session has ended, too";
 }
 
-TEST(SignIns, SignNobodyOutTwice) {
+TEST(SignIns, IgnoreASignOutWithoutASignIn) {
     Door door;
     door.served.browser.send(post("/servlet?p=door&q=out"));
     EXPECT_EQ(door.look(), "nobody");
@@ -115,7 +115,7 @@ TEST(SignIns, EndWithTheSession) {
     EXPECT_EQ(door.look(), "nobody");
 }
 
-TEST(SignIns, EndForEverybodyElse) {
+TEST(SignIns, EndForAllOtherSessions) {
     Door door;
     Browser other(door.served.runner);
     door.signIn("right");
@@ -137,7 +137,7 @@ TEST(SignIns, GiveEachSignInItsOwnToken) {
     EXPECT_NE(door.token, first);
 }
 
-TEST(SignIns, WantTheTokenForEveryChange) {
+TEST(SignIns, RequireTheCsrfTokenForEveryChange) {
     Door door;
     Browser other(door.served.runner);
     door.signIn(other, "right");
@@ -160,22 +160,23 @@ TEST(SignIns, WantTheTokenForEveryChange) {
     }
 }
 
-TEST(SignIns, MakeThoseWaitWhoGuess) {
+TEST(SignIns, LimitTheRateOfPasswordAttempts) {
     Door door;
     for (int i = 0; i < kit::AttemptLimit::kFreeAttempts; ++i) {
         EXPECT_EQ(door.signIn("wrong").status, 403);
     }
     const Response refused = door.signIn("right");
-    EXPECT_EQ(refused.status, 429) << "the right password is not even looked at";
+    EXPECT_EQ(refused.status, 429) << "the right password is not checked";
     EXPECT_EQ(refused.body, std::to_string(kit::AttemptLimit::kFirstWait));
     Browser elsewhere(door.served.runner, "198.51.100.4");
     EXPECT_EQ(door.signIn(elsewhere, "right").status, 303);
     advanceSeconds(kit::AttemptLimit::kFirstWait);
     EXPECT_EQ(door.signIn("right").status, 303);
-    EXPECT_EQ(door.signIn("right").status, 303) << "a success gives the attempts back";
+    EXPECT_EQ(door.signIn("right").status, 303)
+        << "after a success the address has its free attempts again";
 }
 
-TEST(Secrets, AreComparedWhole) {
+TEST(Secrets, AreEqualOnlyIfAllCharactersAre) {
     EXPECT_TRUE(kit::equalSecrets("abc", "abc"));
     EXPECT_TRUE(kit::equalSecrets("", ""));
     for (const char* given : {"", "ab", "abd", "abcd", "Abc"}) {

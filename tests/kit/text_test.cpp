@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-TEST(Text, KnowsWellFormedUtf8) {
+TEST(Text, AcceptsWellFormedUtf8) {
     for (const char* text : {"", "a", "\xC2\x80", "\xC3\xA9", "\xDF\xBF", "\xE0\xA0\x80",
                              "\xE4\xB8\xAD", "\xED\x9F\xBF", "\xEE\x80\x80", "\xEF\xBF\xBF",
                              "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "M\xC3\xBCller"}) {
@@ -10,17 +10,17 @@ TEST(Text, KnowsWellFormedUtf8) {
     }
 }
 
-TEST(Text, RefusesWhatIsNoUtf8) {
+TEST(Text, RejectsMalformedUtf8) {
     const char* const kWrong[] = {
-        "\x80", // a continuation alone
+        "\x80", // a continuation byte alone
         "\xC0\xAF",
-        "\xC1\xBF",         // two bytes for what one holds
+        "\xC1\xBF",         // overlong: fits in one byte
         "\xC3",             // cut off
-        "\xC3(",            // no continuation
-        "\xE0\x9F\xBF",     // three bytes for what two hold
+        "\xC3(",            // no continuation byte
+        "\xE0\x9F\xBF",     // overlong: fits in two bytes
         "\xE4\xB8",         // cut off
-        "\xED\xA0\x80",     // half of a UTF-16 pair
-        "\xF0\x8F\xBF\xBF", // four bytes for what three hold
+        "\xED\xA0\x80",     // a UTF-16 surrogate
+        "\xF0\x8F\xBF\xBF", // overlong: fits in three bytes
         "\xF4\x90\x80\x80", // beyond Unicode
         "\xF5\x80\x80\x80",
         "\xFE",
@@ -34,7 +34,7 @@ TEST(Text, RefusesWhatIsNoUtf8) {
     }
 }
 
-TEST(Text, TakesALineWithoutControlCharacters) {
+TEST(Text, AcceptsALineWithoutControlCharacters) {
     EXPECT_TRUE(kit::isPlainLine("Jos\xC3\xA9 <jose@example.com>"));
     EXPECT_TRUE(kit::isPlainLine("\xC2\xA0"));
     for (const char* text : {"\n", "a\rb", "a\tb", "\x01", "\x7F", "a\xC2\x80", "\xC2\x9F"}) {
@@ -50,7 +50,7 @@ TEST(Text, CountsCharactersNotBytes) {
     EXPECT_EQ(kit::characterCount("\xF0\x9F\x93\x9E"), 1u);
 }
 
-TEST(Text, ShortensBetweenTwoCharacters) {
+TEST(Text, IsShortenedBetweenTwoCharacters) {
     EXPECT_EQ(kit::shortened("M\xC3\xBCller", 7), "M\xC3\xBCller");
     EXPECT_EQ(kit::shortened("M\xC3\xBCller", 3), "M\xC3\xBC");
     EXPECT_EQ(kit::shortened("M\xC3\xBCller", 2), "M");

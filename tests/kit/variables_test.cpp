@@ -18,7 +18,7 @@ std::string rendered(const char* text, kit::Variables variables) {
 
 } // namespace
 
-TEST(Variables, TakesOrdinaryValues) {
+TEST(Variables, AcceptOrdinaryValues) {
     EXPECT_EQ(rendered("<TMPL_VAR name=\"a\">|<TMPL_VAR name=\"b\">|<TMPL_VAR name=\"c\">|"
                        "<TMPL_VAR name=\"d\">|<TMPL_VAR name=\"e\">",
                        kit::Variables()
@@ -30,18 +30,18 @@ TEST(Variables, TakesOrdinaryValues) {
               "text|string|view|-5|7");
 }
 
-TEST(Variables, SetsTrueAndLeavesOutFalseAndNull) {
+TEST(Variables, OmitFalseAndNull) {
     const char* const kText = "<TMPL_IF name=\"a\">yes<TMPL_ELSE>no</TMPL_IF>";
     EXPECT_EQ(rendered(kText, kit::Variables().set("a", true)), "yes");
     EXPECT_EQ(rendered(kText, kit::Variables().set("a", false)), "no");
     EXPECT_EQ(rendered(kText, kit::Variables().set("a", static_cast<const char*>(nullptr))), "no");
 }
 
-TEST(Variables, TakesTheLastValueOfAName) {
+TEST(Variables, UseTheLastValueOfAName) {
     EXPECT_EQ(rendered("<TMPL_VAR name=\"a\">", kit::Variables().set("a", 1).set("a", 2)), "2");
 }
 
-TEST(Variables, MakesARowOfEachElement) {
+TEST(Variables, HaveOneRowForEachElement) {
     const std::vector<std::string> kNames{"x", "<y>"};
     EXPECT_EQ(rendered("<TMPL_LOOP name=\"r\">[<TMPL_VAR name=\"n\">]</TMPL_LOOP>",
                        kit::Variables().rows("r", kNames,
@@ -51,14 +51,14 @@ TEST(Variables, MakesARowOfEachElement) {
               "[x][&lt;y&gt;]");
 }
 
-TEST(Variables, HasALoopWithoutRows) {
+TEST(Variables, CanHaveALoopWithoutRows) {
     EXPECT_EQ(rendered("<TMPL_IF name=\"r\">some<TMPL_ELSE>none</TMPL_IF>",
                        kit::Variables().rows("r", std::vector<int>(),
                                              [](int) { return kit::Variables(); })),
               "none");
 }
 
-TEST(Variables, HasLoopsInRows) {
+TEST(Variables, CanHaveLoopsInRows) {
     const std::vector<int> kOuter{1, 2};
     const auto inner = [](int n) { return kit::Variables().set("n", n); };
     EXPECT_EQ(rendered("<TMPL_LOOP name=\"o\">(<TMPL_LOOP name=\"i\"><TMPL_VAR "
@@ -71,8 +71,8 @@ TEST(Variables, HasLoopsInRows) {
               "(1)(22)");
 }
 
-// The leak checker looks at these.
-TEST(Variables, IsReleasedOnEveryWayOut) {
+// The leak sanitizer checks these.
+TEST(Variables, AreFreedOnEveryPath) {
     kit::Variables never;
     never.set("a", "b").rows("r", std::vector<int>{1},
                              [](int) { return kit::Variables().set("c", "d"); });

@@ -1,5 +1,5 @@
-// A service whose plug-in is made with the kit, while an allocation of a request fails: each of
-// them in turn, from the first request of a service on.
+// A container with a plug-in that uses the kit, while memory runs out: each allocation of a request
+// fails in turn, beginning with the first request.
 #include "failing_allocations.h"
 #include "servlet_controller.h"
 #include "session_factory.h"
@@ -27,21 +27,23 @@ constexpr std::size_t kMostBytes = 64 * 1024;
 const std::string kName = "somebody with a long name";
 const std::string kGreeting = "Hello, " + kName + " for time 1!\n";
 
-// A FastCGI request with room for the whole answer, which then takes no memory.
-class Asked {
+// A FastCGI request with a buffer for the whole response, so that writing it allocates nothing.
+class Exchange {
 public:
-    explicit Asked(const Request& request) : m_fastCgi(request.inMemory()), m_answer(kMostBytes) {
+    explicit Exchange(const Request& request)
+        : m_fastCgi(request.inMemory()), m_answer(kMostBytes) {
         FCGX_Stream* out = m_fastCgi.get()->out;
         out->wrNext = m_answer.data();
         out->stop = m_answer.data() + m_answer.size();
     }
 
-    int of(ServletController& service) {
+    int serveBy(ServletController& service) {
         m_status = service.doService(m_fastCgi.get());
         return m_status;
     }
-    // What was answered; as the error pages have no status of their own, theirs without a body.
-    Response answer() {
+    // Returns the response. The controller writes no error pages, so for those it has only the
+    // status.
+    Response response() {
         const std::string text(m_answer.data(), m_fastCgi.get()->out->wrNext);
         return m_status == 200 ? Response(text)
                                : Response("Status: " + std::to_string(m_status) + "\r\n\r\n");
@@ -56,7 +58,7 @@ private:
 class Service : public testing::Test {
 protected:
     Service() {
-        WebDebug::getInstance()->info("The recorded log keeps the room that it once had.");
+        WebDebug::getInstance()->info("Makes the recorded log reserve its memory.");
         recorded_log::clear();
     }
 
@@ -70,14 +72,14 @@ protected:
         recorded_log::clear();
     }
 
-    void ask(const Request& request) { m_asked = std::make_unique<Asked>(at(request)); }
+    void ask(const Request& request) { m_exchange = std::make_unique<Exchange>(at(request)); }
     Response answerTo(const Request& request) {
-        Asked asked(at(request));
-        asked.of(*m_service);
-        return asked.answer();
+        Exchange exchange(at(request));
+        exchange.serveBy(*m_service);
+        return exchange.response();
     }
 
-    // All sessions end when their time has come, and what the page keeps for them goes.
+    // All sessions expire, and the page's data for them is freed.
     void expectThatSessionsEnd() {
         test_clock::advanceSeconds(kLongerThanASession);
         m_service->getSessionFactory()->onTimer();
@@ -86,7 +88,7 @@ protected:
     }
 
     std::unique_ptr<ServletController> m_service;
-    std::unique_ptr<Asked> m_asked;
+    std::unique_ptr<Exchange> m_exchange;
 
 private:
     static Request at(const Request& request) {
@@ -105,18 +107,18 @@ TEST_F(Service, AnswersOrRefusesARequestWithoutMemoryAndAnswersTheNextOne) {
             start();
             ask(kVisit);
         },
-        [this] { m_asked->of(*m_service); },
+        [this] { m_exchange->serveBy(*m_service); },
         [&](bool refused) {
             if (!refused) {
-                const Response answer = m_asked->answer();
+                const Response answer = m_exchange->response();
                 ++answers.at(static_cast<std::size_t>(answer.status));
-                // Without memory a field is not there, a variable is not set, a page not shown.
+                // Without memory, a field is absent, a variable is not set or no template is shown.
                 const std::set<std::string> bodies = {
                     kGreeting, "Hello, you for time 1!\n", "Hello, !\n", "",
                     "The page failed; the device's log says why.\n"};
                 EXPECT_EQ(bodies.count(answer.body), 1u) << answer.body;
             }
-            m_asked.reset();
+            m_exchange.reset();
             EXPECT_EQ(answerTo(kVisit).body, kGreeting);
             expectThatSessionsEnd();
             stop();
@@ -125,10 +127,10 @@ TEST_F(Service, AnswersOrRefusesARequestWithoutMemoryAndAnswersTheNextOne) {
         EXPECT_GT(answers[status], 0) << status;
 }
 
-// A client whom the service knows.
+// The failing request comes from a client with a session.
 TEST_F(Service, KeepsASessionThroughARequestWithoutMemory) {
     start();
-    answerTo(kVisit); // from now on there is a page
+    answerTo(kVisit); // creates the page
     std::string id;
     failEachAllocation(
         [&] {
@@ -138,9 +140,9 @@ TEST_F(Service, KeepsASessionThroughARequestWithoutMemory) {
             recorded_log::clear();
             ask(kVisit.cookie("JSESSIONID", id));
         },
-        [this] { m_asked->of(*m_service); },
+        [this] { m_exchange->serveBy(*m_service); },
         [&](bool refused) {
-            m_asked.reset();
+            m_exchange.reset();
             const Response next = answerTo(kVisit.cookie("JSESSIONID", id));
             EXPECT_FALSE(next.cookie("JSESSIONID")) << "another session";
             const std::string greeting = "Hello, " + kName + " for time ";

@@ -178,7 +178,7 @@ def assert_serves(project, place, env, **user):
         assert status == 200 and "<h1>Hello, Ann &amp; Bob!</h1>" in page
         assert "This is request number 3." in page
         status, page = pages.get("/servlet?p=greeting", {"name": "\t"})
-        assert status == 422 and "The name holds characters that are not allowed." in page
+        assert status == 422 and "The name contains characters that are not allowed." in page
         assert "font:" in pages.get("/greeting.css")[1]
         assert pages.get("/WEB-INFO/servlet/servlet.xml")[0] == 403
     assert os.path.exists("/phone") == before

@@ -52,12 +52,12 @@ def text_of(page):
     ("classHttpSessionImpl", "bool HttpSessionImpl::setAttribute(", "replacing what was there."),
     ("classFCGIServer", "int FCGIServer::run(", "Accepts and serves requests until accepting fails"),
     ("classQKHashMap", "FUN >::put(", "An entry that is already there gets"),
-    ("classkit_1_1Page", "kit::Page::answer(", "Both objects live until it returns."),
-    ("plugin_8h", "#define KIT_SERVLET(", "Exports a creation function under exactly the name"),
+    ("classkit_1_1Page", "kit::Page::answer(", "Keep no reference to the two objects"),
+    ("plugin_8h", "#define KIT_SERVLET(", "Defines and exports the creation function"),
     # Behind a member.
     ("structkit_1_1Cookie", "bool kit::Cookie::secure", "sent over HTTPS only"),
     # A class that is told about at the top of its file, with the example that is there.
-    ("classkit_1_1SessionData", "Class Template Reference", "Data of a plug-in's own for each"),
+    ("classkit_1_1SessionData", "Class Template Reference", "Data that a plug-in keeps for each"),
     ("classkit_1_1SessionData", "Detailed Description", 'kit::SessionData<Cart> carts("cart");'),
     ("index", "To write a host", "FCGIServer"),
 ])
@@ -78,7 +78,7 @@ def test_what_is_private_is_not_shown(reference, page):
     ("platform/include/cgi.h", "// Adds the fields of a query",
      "int CGI_forgotten(void);", "CGI_forgotten"),
     ("fcgiServer/include/HttpSession.h", "protected:", "    virtual void forget() = 0;", "forget"),
-    ("kit/include/kit/secrets.h", "// 32 hexadecimal digits",
+    ("kit/include/kit/secrets.h", "// Returns 32 hexadecimal digits",
      "class Forgotten {\npublic:\n    // Told.\n    void tell();\n};", "Forgotten"),
 ])
 def test_something_without_a_contract_is_a_mistake(sources, header, where, declaration, name):

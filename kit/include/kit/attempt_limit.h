@@ -1,4 +1,4 @@
-// Slowing down those who guess passwords.
+// Rate limiting for password attempts.
 #ifndef KIT_ATTEMPT_LIMIT_H
 #define KIT_ATTEMPT_LIMIT_H
 
@@ -14,19 +14,22 @@
 
 namespace kit {
 
-// Counts attempts by client address. The first few are free; each further one makes the address
-// wait twice as long as the one before. Of an IPv6 address the first 64 bits count: a client has
-// the others to itself (RFC 4291, section 2.5.4). Any thread, at any time.
+// Limits how often one client address may try a password. The first attempts are free; from then on
+// each failed attempt makes the address wait, and each wait is twice as long as the one before.
+//   Addresses  IPv6 addresses with the same first 64 bits count as one client, because a client
+//              can choose the other bits freely (RFC 4291, section 2.5.4).
+//   Threads    any, at any time.
 class AttemptLimit {
 public:
-    static constexpr int kFreeAttempts = 3;   // the last of them brings the first wait
+    static constexpr int kFreeAttempts = 3;   // the last of these causes the first wait
     static constexpr long kFirstWait = 2;     // seconds
     static constexpr long kLongestWait = 300; // seconds
-    // When there are more, the one whose wait ends first is forgotten.
+    // To make room for one more, the address whose wait ends first is forgotten.
     static constexpr std::size_t kMaxAddresses = 256;
 
-    // Asks for one attempt: 0, and it counts as a failed one until succeeded() is called, so that
-    // attempts at the same time count too; or the seconds to wait, and nothing is counted.
+    // Returns 0 if the address may try now, or the seconds that it has to wait. Call before
+    // checking the password. An attempt that is allowed counts as failed at once, so that parallel
+    // attempts are limited too; call succeeded() if the password was right.
     long begin(const std::string& address) {
         const long now = clockSeconds();
         const std::string client = clientOf(address);
@@ -41,13 +44,13 @@ public:
         return 0;
     }
 
-    // The attempt was a good one: the address has its free attempts again.
+    // Forgets the failed attempts of the address: it has its free attempts again.
     void succeeded(const std::string& address) {
         std::lock_guard<std::mutex> guard(m_lock);
         m_clients.erase(clientOf(address));
     }
 
-    // The addresses that are remembered.
+    // Returns how many addresses are remembered.
     std::size_t size() const {
         std::lock_guard<std::mutex> guard(m_lock);
         return m_clients.size();
@@ -68,7 +71,7 @@ private:
     }
 
     static void count(Client& client, long now) {
-        // Whoever has waited long after the longest wait starts anew.
+        // An address that has been quiet for long gets its free attempts again.
         if (now - client.waitUntil > kLongestWait) {
             client = Client();
         }

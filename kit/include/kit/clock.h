@@ -1,4 +1,4 @@
-// The clock that sessions go by.
+// The clock that session time-outs are measured with.
 #ifndef KIT_CLOCK_H
 #define KIT_CLOCK_H
 
@@ -10,10 +10,12 @@
 
 namespace kit {
 
-// Seconds of the system's tick clock, which has 100 ticks a second; see times(2). It starts
-// anywhere, never goes back, and knows no time of day. Any thread.
+// Returns the seconds of the system's tick clock, see times(2), for measuring intervals: it starts
+// at an arbitrary value, never goes back, and is not the time of day. Any thread.
 inline long clockSeconds() {
-    // A clock_t of 32 bits starts again from below after 248 days. Requests come more often.
+    // A 32-bit clock_t wraps to its minimum after 248 days. Counting the ticks since the last call
+    // bridges that, as long as one request comes in that time.
+    constexpr int kTicksPerSecond = 100;
     using Ticks = std::make_unsigned_t<clock_t>;
     struct tms ignored {};
     static std::atomic<std::int64_t> latest{times(&ignored)};
@@ -22,7 +24,7 @@ inline long clockSeconds() {
     const std::int64_t now = known + static_cast<clock_t>(passed);
     while (known < now && !latest.compare_exchange_weak(known, now)) {
     }
-    return static_cast<long>(now / 100);
+    return static_cast<long>(now / kTicksPerSecond);
 }
 
 } // namespace kit

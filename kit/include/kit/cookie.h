@@ -1,6 +1,8 @@
-// A cookie of a plug-in's own.
+// Cookies that a plug-in sets.
 #ifndef KIT_COOKIE_H
 #define KIT_COOKIE_H
+
+#include "base/ascii.h"
 
 #include <optional>
 #include <string>
@@ -8,35 +10,36 @@
 
 namespace kit {
 
-// RFC 6265, section 4.1, and SameSite as browsers know it.
+// A cookie (RFC 6265, section 4.1). The defaults protect it from scripts (XSS) and from being sent
+// with forms of other sites (CSRF).
 struct Cookie {
-    // Of the requests that other sites cause, none brings the cookie, or those of links alone.
-    enum class SameSite { strict, lax };
+    // Whether the browser sends the cookie with requests that another site causes: with none of
+    // them (Strict), or only when the user follows a link (Lax).
+    enum class SameSite { Strict, Lax };
 
-    std::string name;                  // a token, as the name of a header is
+    std::string name;                  // a token, like the name of a header
     std::string value;                 // no blank, quote, comma, semicolon or backslash
-    std::string path = "/";            // the addresses below it get the cookie
-    std::optional<long> maxAge{};      // seconds; 0 deletes it; without, it ends with the browser
-    bool httpOnly = true;              // no script sees it
+    std::string path = "/";            // sent with requests for this path and those below it
+    std::optional<long> maxAge{};      // seconds; 0 deletes it; unset: until the browser is closed
+    bool httpOnly = true;              // hidden from scripts
     bool secure = false;               // sent over HTTPS only
-    SameSite sameSite = SameSite::lax; // what of other sites' requests brings it
+    SameSite sameSite = SameSite::Lax; // whether requests that other sites cause bring it
 };
 
 namespace internal {
 
-// RFC 7230, section 3.2.6: a header's name, and a cookie's.
+// Returns whether `text` can be the name of a header or of a cookie (RFC 7230, section 3.2.6).
 inline bool isToken(std::string_view text) {
     constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
     for (char c : text) {
-        const bool letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-        if (!letter && !(c >= '0' && c <= '9') && kMarks.find(c) == kMarks.npos) {
+        if (!base::isAsciiLetter(c) && !base::isAsciiDigit(c) && kMarks.find(c) == kMarks.npos) {
             return false;
         }
     }
     return !text.empty();
 }
 
-// The characters that a cookie's value may have; `extra` as well.
+// Returns whether `text` has only characters that a cookie's value may have, or those in `extra`.
 inline bool isCookieText(std::string_view text, std::string_view extra) {
     for (char c : text) {
         const bool plain = c > 0x20 && c < 0x7F && c != '"' && c != ',' && c != ';' && c != '\\';
@@ -49,8 +52,9 @@ inline bool isCookieText(std::string_view text, std::string_view extra) {
 
 } // namespace internal
 
-// The value of its Set-Cookie header; nothing when a text of it cannot stand there. A value of
-// other characters is the caller's to encode: the container percent-decodes what comes back.
+// Returns the text of the cookie's Set-Cookie header, or nothing if its name, value or path has a
+// character that is not allowed. Percent-encode a value with other characters: the container
+// decodes it when the browser sends it back.
 inline std::optional<std::string> setCookieText(const Cookie& cookie) {
     if (!internal::isToken(cookie.name) || !internal::isCookieText(cookie.value, "") ||
         !internal::isCookieText(cookie.path, " ,")) {
@@ -62,7 +66,7 @@ inline std::optional<std::string> setCookieText(const Cookie& cookie) {
     }
     text += cookie.httpOnly ? "; HttpOnly" : "";
     text += cookie.secure ? "; Secure" : "";
-    text += cookie.sameSite == Cookie::SameSite::strict ? "; SameSite=Strict" : "; SameSite=Lax";
+    text += cookie.sameSite == Cookie::SameSite::Strict ? "; SameSite=Strict" : "; SameSite=Lax";
     return text;
 }
 

@@ -7,9 +7,9 @@
 //     };
 //     KIT_SERVLET(createHelloPage, HelloPage)
 //
-// Compile a plug-in with -fvisibility=hidden -fno-gnu-unique (the CMake target fcgiServer::kit says
-// so): what the kit keeps is then private to the library and goes when the container closes it, and
-// the creation functions are all that it exports.
+// Compile a plug-in with -fvisibility=hidden -fno-gnu-unique; the CMake target fcgiServer::kit adds
+// these options. They hide the plug-in's own symbols, so that only the creation functions are
+// exported, and they let dlclose(3) really unload the library with all its static objects.
 #ifndef KIT_PLUGIN_H
 #define KIT_PLUGIN_H
 
@@ -20,6 +20,7 @@
 #include "kit/session_data.h"
 #include "web_debug.h"
 
+#include <cassert>
 #include <cxxabi.h>
 #include <exception>
 #include <memory>
@@ -30,11 +31,10 @@
 
 namespace kit {
 
-// A servlet in ordinary C++: it may have members of any type, since it is destroyed properly, when
-// the library is closed.
-//   Threads  answer() runs on every request thread at once, and drop() beside it.
-//   Errors   an exception that leaves answer() is logged and answered with status 500, if nothing
-//            of the answer has been sent.
+// A servlet. It may have members of any type: its destructor runs when the library is closed.
+//   Threads  answer() runs on several request threads at once, and drop() may run at the same time.
+//   Errors   an exception that leaves answer() is logged and answered with status 500, unless a
+//            part of the response has been sent. One that leaves drop() is logged.
 class Page {
 public:
     Page() = default;
@@ -42,16 +42,20 @@ public:
     Page& operator=(const Page&) = delete;
     virtual ~Page() = default;
 
-    // Answers one request. Both objects live until it returns.
+    // Answers one request. Keep no reference to the two objects or to a text of theirs after
+    // returning.
     virtual void answer(Request& request, Response& response) = 0;
 
-    // Gives back what can be had again: called at shut-down, and on the page "contacts-preview"
-    // whenever a request names another page. The page goes on answering afterwards.
+    // Releases whatever the page can recreate (caches, previews). Called at shut-down; on the page
+    // "contacts-preview" also whenever a request names another page. The page must still be able to
+    // answer afterwards.
     virtual void drop() {}
 };
 
 // Sees every request before any page does.
-//   Threads, errors  as for Page; a request whose listener failed goes no further.
+//   Threads  admit() runs on several request threads at once.
+//   Errors   an exception that leaves admit() is logged and ends the request with status 500,
+//            unless a part of the response has been sent.
 class Listener {
 public:
     Listener() = default;
@@ -59,40 +63,51 @@ public:
     Listener& operator=(const Listener&) = delete;
     virtual ~Listener() = default;
 
-    // True lets the request go on; false ends it, with the response as it stands.
+    // Returns true to pass the request on to the next listener and finally to its page, or false to
+    // end it and send the response as it is. An event (see container_rules.h) reaches no page.
     virtual bool admit(Request& request, Response& response) = 0;
 };
 
 namespace internal {
 
-// Owns what the container does not destroy, until the library is closed.
+// Keeps an object, which the container does not destroy, until the library is unloaded. Returns it.
 template <typename T>
-T* keep(std::unique_ptr<T> made) {
+T* keepUntilUnload(std::unique_ptr<T> object) {
     SessionTable::prepare();
     static std::mutex lock;
     static std::vector<std::unique_ptr<T>> kept;
     std::lock_guard<std::mutex> guard(lock);
-    kept.push_back(std::move(made));
+    kept.push_back(std::move(object));
     return kept.back().get();
 }
 
-// Runs `work`; false, with a log line, when it throws. A thread that is being cancelled is let go.
-template <typename Work>
-bool completes(const char* what, Work work) {
+// Runs `work` and returns true; if it throws, calls `logFailure(reason)` and returns false. The
+// exception by which glibc cancels a thread is passed on: it must not be swallowed.
+template <typename Work, typename LogFailure>
+bool runLogged(Work work, LogFailure logFailure) {
     try {
         work();
         return true;
     } catch (const abi::__forced_unwind&) {
         throw;
     } catch (const std::exception& error) {
-        WebDebug::getInstance()->error("%s failed: %s", what, error.what());
+        logFailure(error.what());
     } catch (...) {
-        WebDebug::getInstance()->error("%s failed", what);
+        logFailure("unknown exception");
     }
     return false;
 }
 
-// What the container holds: freed without a destructor, so it owns nothing.
+// Answers with status 500 instead of a response that failed; logs if that fails too.
+inline void sendErrorPage(Response& response) {
+    runLogged([&] { response.fail(); },
+              [](const char* reason) {
+                  WebDebug::getInstance()->error("Sending the error page failed: %s", reason);
+              });
+}
+
+// The servlet that the container holds. The container frees it without running its destructor, so
+// it owns nothing.
 class ServletHandle final : public HttpServlet {
 public:
     explicit ServletHandle(Page& page) : m_page(page) {}
@@ -100,20 +115,27 @@ public:
     void init() override {}
 
     void destroy() override {
-        completes("Dropping what a page holds", [this] { m_page.drop(); });
+        runLogged([this] { m_page.drop(); },
+                  [](const char* reason) {
+                      WebDebug::getInstance()->error("A page's drop() failed: %s", reason);
+                  });
     }
 
     void service(HttpRequest* rawRequest, HttpResponse* rawResponse) override {
         Request request(*rawRequest);
         Response response(*rawResponse, request);
-        const bool answered = completes("A page", [&] {
-            SessionTable::refreshAll(*rawRequest);
-            m_page.answer(request, response);
-            // Once more: the page may have given its session more time.
-            SessionTable::refreshAll(*rawRequest);
-        });
+        const bool answered = runLogged(
+            [&] {
+                SessionTable::refreshAll(*rawRequest);
+                m_page.answer(request, response);
+                // Again, since the page may have changed its session's time-out.
+                SessionTable::refreshAll(*rawRequest);
+            },
+            [&](const char* reason) {
+                WebDebug::getInstance()->error("Page %s failed: %s", request.page().data(), reason);
+            });
         if (!answered) {
-            completes("Saying so", [&] { response.fail(); });
+            sendErrorPage(response);
         }
     }
 
@@ -131,57 +153,74 @@ public:
         Request request(*rawRequest);
         Response response(*rawResponse, request);
         bool admitted = false;
-        const bool asked = completes("A listener", [&] {
-            SessionTable::refreshAll(*rawRequest);
-            admitted = m_listener->admit(request, response);
-        });
-        if (!asked) {
-            completes("Saying so", [&] { response.fail(); });
+        const bool completed = runLogged(
+            [&] {
+                SessionTable::refreshAll(*rawRequest);
+                admitted = m_listener->admit(request, response);
+            },
+            [](const char* reason) {
+                WebDebug::getInstance()->error("A listener failed: %s", reason);
+            });
+        if (!completed) {
+            sendErrorPage(response);
         }
-        return asked && admitted;
+        return completed && admitted;
     }
 
 private:
     const std::unique_ptr<Listener> m_listener;
 };
 
-// Null, with a log line, when `make` throws: to the container that is a failed creation.
-template <typename Make>
-auto orNull(Make make) -> decltype(make()) {
-    decltype(make()) made = nullptr;
-    completes("Creating a plug-in", [&] { made = make(); });
-    return made;
+// Returns what `create` returns, or null, which the container takes for a failed creation, if it
+// throws; the log line has `function`, the name of the creation function.
+template <typename Create>
+auto createOrNull(const char* function, Create create) -> decltype(create()) {
+    decltype(create()) created = nullptr;
+    runLogged([&] { created = create(); },
+              [&](const char* reason) {
+                  WebDebug::getInstance()->error("%s() failed: %s", function, reason);
+              });
+    return created;
 }
 
 } // namespace internal
 
-// A servlet for the container that answers with `page`.
+// Returns a servlet that answers with `page`, which must not be null. The page lives until the
+// library is unloaded. The servlet is the caller's, as a creation function returns it to the
+// container: free its storage with the global operator delete.
 inline HttpServlet* newServlet(std::unique_ptr<Page> page) {
-    return new internal::ServletHandle(*internal::keep(std::move(page)));
+    assert(page && "`page` must not be null");
+    return new internal::ServletHandle(*internal::keepUntilUnload(std::move(page)));
 }
 
-// A listener for the container that asks `listener`.
+// Returns a listener that asks `listener`, which must not be null. Both live until the library is
+// unloaded; never free the result.
 inline HttpListener* newListener(std::unique_ptr<Listener> listener) {
-    return internal::keep(std::make_unique<internal::ListenerHandle>(std::move(listener)));
+    assert(listener && "`listener` must not be null");
+    return internal::keepUntilUnload(
+        std::make_unique<internal::ListenerHandle>(std::move(listener)));
 }
 
 } // namespace kit
 
-// NOLINTBEGIN(bugprone-macro-parentheses): a function in parentheses is none.
+// NOLINTBEGIN(bugprone-macro-parentheses): a function's name cannot be put in parentheses.
 
-// Exports a creation function under exactly the name `function`. What follows is what stands behind
-// "new": KIT_SERVLET(createCart, CartPage) or KIT_SERVLET(createCart, CartPage(theShop(), 20)).
+// Defines and exports the creation function `function` of a page. The other arguments are what
+// follows "new" in its body: KIT_SERVLET(createCart, CartPage) or
+// KIT_SERVLET(createCart, CartPage(theShop(), 20)).
 #define KIT_SERVLET(function, ...)                                                                 \
     extern "C" __attribute__((visibility("default"))) HttpServlet* function() {                    \
-        return kit::internal::orNull(                                                              \
-            [] { return kit::newServlet(std::unique_ptr<kit::Page>(new __VA_ARGS__)); });          \
+        return kit::internal::createOrNull(#function, [] {                                         \
+            return kit::newServlet(std::unique_ptr<kit::Page>(new __VA_ARGS__));                   \
+        });                                                                                        \
     }
 
-// The same for a listener.
+// Defines and exports the creation function of a listener, in the same way.
 #define KIT_LISTENER(function, ...)                                                                \
     extern "C" __attribute__((visibility("default"))) HttpListener* function() {                   \
-        return kit::internal::orNull(                                                              \
-            [] { return kit::newListener(std::unique_ptr<kit::Listener>(new __VA_ARGS__)); });     \
+        return kit::internal::createOrNull(#function, [] {                                         \
+            return kit::newListener(std::unique_ptr<kit::Listener>(new __VA_ARGS__));              \
+        });                                                                                        \
     }
 
 // NOLINTEND(bugprone-macro-parentheses)

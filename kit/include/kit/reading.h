@@ -1,9 +1,10 @@
-// Reading a value out of a text, and saying what was wrong with it.
+// Reading values from text that a client sent, and reporting what is wrong with them.
 #ifndef KIT_READING_H
 #define KIT_READING_H
 
 #include "kit/text.h"
 
+#include <cassert>
 #include <charconv>
 #include <cstddef>
 #include <initializer_list>
@@ -13,119 +14,130 @@
 
 namespace kit {
 
-// What was wrong with a text.
+// Why a text was refused.
 enum class Problem {
-    none,
-    missing,       // absent, or empty where that is no value
-    notANumber,    // not all of it is a whole decimal number
-    tooSmall,      // below the range, however far
-    tooLarge,      // above the range, however far
-    notAChoice,    // none of the values allowed
-    tooShort,      // fewer characters than allowed
-    tooLong,       // more
-    badCharacters, // a control character, or no UTF-8
+    None,
+    Missing,       // absent, or empty although a value is required
+    NotANumber,    // not a whole decimal number
+    TooSmall,      // a number below the range, by however much
+    TooLarge,      // a number above the range, by however much
+    NotAChoice,    // none of the allowed values
+    TooShort,      // fewer characters than allowed
+    TooLong,       // more characters than allowed
+    BadCharacters, // a control character, or not UTF-8
 };
 
-// For a log or a bare page, such as "is missing"; pages in several languages have their own texts.
+// Returns an English predicate for the problem, such as "is missing". Never null. Pages in several
+// languages need texts of their own.
 inline const char* describe(Problem problem) {
     switch (problem) {
-    case Problem::none:
+    case Problem::None:
         return "is fine";
-    case Problem::missing:
+    case Problem::Missing:
         return "is missing";
-    case Problem::notANumber:
+    case Problem::NotANumber:
         return "is not a whole number";
-    case Problem::tooSmall:
+    case Problem::TooSmall:
         return "is too small";
-    case Problem::tooLarge:
+    case Problem::TooLarge:
         return "is too large";
-    case Problem::notAChoice:
-        return "is none of the values allowed";
-    case Problem::tooShort:
+    case Problem::NotAChoice:
+        return "is not one of the allowed values";
+    case Problem::TooShort:
         return "is too short";
-    case Problem::tooLong:
+    case Problem::TooLong:
         return "is too long";
-    case Problem::badCharacters:
-        return "holds characters that are not allowed";
+    case Problem::BadCharacters:
+        return "contains characters that are not allowed";
     }
     return "is wrong";
 }
 
-// A value, or what was wrong: exactly one of the two.
+// Holds either a value or a Problem.
 template <typename T>
 class Reading {
 public:
-    // A reading that went well, and one that did not; functions return either as it is.
+    // Implicit, so that a function can return a value or a problem as it is.
     Reading(T value) : m_value(std::move(value)) {}
-    Reading(Problem problem) : m_problem(problem) {}
+    // `problem` must not be Problem::None.
+    Reading(Problem problem) : m_problem(problem) {
+        assert(problem != Problem::None && "`problem` must not be Problem::None");
+    }
 
-    // Whether there is a value.
+    // Returns whether there is a value.
     explicit operator bool() const { return m_value.has_value(); }
-    // Only where there is one.
-    const T& operator*() const { return *m_value; }
-    // The value, or `fallback` where there is none.
+    // Returns the value. There must be one.
+    const T& operator*() const {
+        assert(m_value && "there must be a value");
+        return *m_value;
+    }
+    // Returns the value, or `fallback` if there is none.
     T valueOr(T fallback) const { return m_value.value_or(std::move(fallback)); }
-    // Problem::none where there is one.
+    // Returns what is wrong; Problem::None if there is a value.
     Problem problem() const { return m_problem; }
 
 private:
     std::optional<T> m_value;
-    Problem m_problem = Problem::none;
+    Problem m_problem = Problem::None;
 };
 
-// A whole decimal number from `min` to `max`; "-5" is one, "+5", " 5", "5x" and "0x5" are not.
+// Reads a whole decimal number from `min` to `max`, both included; `min` must not be above `max`.
+// "-5" is a number; "+5", " 5", "5x" and "0x5" are not.
 template <typename Number>
 Reading<Number> readNumber(std::optional<std::string_view> text, Number min, Number max) {
+    assert(min <= max && "`min` must not be above `max`");
     if (!text || text->empty()) {
-        return Problem::missing;
+        return Problem::Missing;
     }
     Number number{};
     const char* end = text->data() + text->size();
     const auto [rest, error] = std::from_chars(text->data(), end, number);
     if (rest != end || error == std::errc::invalid_argument) {
-        // An unsigned type has no "-5", but it is a number, and too small.
+        // from_chars() accepts no "-5" for an unsigned type; here it is a number that is too small.
         const bool negative = text->size() > 1 && text->front() == '-' &&
                               text->find_first_not_of("0123456789", 1) == text->npos;
-        return negative ? Problem::tooSmall : Problem::notANumber;
+        return negative ? Problem::TooSmall : Problem::NotANumber;
     }
     if (error == std::errc::result_out_of_range) {
-        return text->front() == '-' ? Problem::tooSmall : Problem::tooLarge;
+        return text->front() == '-' ? Problem::TooSmall : Problem::TooLarge;
     }
     if (number < min) {
-        return Problem::tooSmall;
+        return Problem::TooSmall;
     }
-    return number > max ? Reading<Number>(Problem::tooLarge) : Reading<Number>(number);
+    return number > max ? Reading<Number>(Problem::TooLarge) : Reading<Number>(number);
 }
 
-// A line of UTF-8 without control characters, of `min` to `max` characters.
+// Reads one line of UTF-8 without control characters, of `min` to `max` characters (not bytes);
+// `min` must not be above `max`. The value is `text` itself, not a copy.
 inline Reading<std::string_view> readText(std::optional<std::string_view> text, std::size_t min,
                                           std::size_t max) {
+    assert(min <= max && "`min` must not be above `max`");
     if (!text || (text->empty() && min > 0)) {
-        return Problem::missing;
+        return Problem::Missing;
     }
     if (!isPlainLine(*text)) {
-        return Problem::badCharacters;
+        return Problem::BadCharacters;
     }
     const std::size_t length = characterCount(*text);
     if (length < min) {
-        return Problem::tooShort;
+        return Problem::TooShort;
     }
-    return length > max ? Reading<std::string_view>(Problem::tooLong)
+    return length > max ? Reading<std::string_view>(Problem::TooLong)
                         : Reading<std::string_view>(*text);
 }
 
-// One of `choices`; the reading is the text of the choice.
+// Reads one of `choices`. The value is the matching element of `choices`, not a part of `text`.
 inline Reading<std::string_view> readChoice(std::optional<std::string_view> text,
                                             std::initializer_list<std::string_view> choices) {
     if (!text) {
-        return Problem::missing;
+        return Problem::Missing;
     }
     for (std::string_view choice : choices) {
         if (*text == choice) {
             return choice;
         }
     }
-    return Problem::notAChoice;
+    return Problem::NotAChoice;
 }
 
 } // namespace kit

@@ -1,4 +1,4 @@
-// One request, in ordinary C++.
+// Reading one request.
 #ifndef KIT_REQUEST_H
 #define KIT_REQUEST_H
 
@@ -15,23 +15,25 @@
 
 namespace kit {
 
-// Wraps the container's request for one call. All texts live until the request is served.
+// The request that a page or a listener is called with.
+//   Lifetime  every text that it returns lives until the request is served; copy what you keep.
+//   Threads   one: the thread that serves the request.
 class Request {
 public:
-    // `raw` must outlive it.
+    // `raw` must outlive this object.
     explicit Request(HttpRequest& raw) : m_raw(raw) {}
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
 
-    // The container's object: for what has no shorter form here.
+    // Returns the container's object, for everything that this class does not offer.
     HttpRequest& raw() { return m_raw; }
 
-    // The first value of a field of the form, of the query, or of an upload that has been received,
-    // in that order. Absent is not the same as empty.
+    // Returns the first value of the parameter, or nothing if it is absent, which is not the same
+    // as empty. Searches the form first, then the query, then an upload that has been received.
     std::optional<std::string_view> parameter(const char* name) {
         return view(m_raw.getParameter(name));
     }
-    // All its values; none when it is absent.
+    // Returns all values of the parameter in that order; empty if it is absent.
     std::vector<std::string_view> parameters(const char* name) {
         std::vector<std::string_view> values;
         for (char** value = m_raw.getParameterValues(name); value && *value; ++value) {
@@ -40,8 +42,8 @@ public:
         return values;
     }
 
-    // The parameter as a number from `min` to `max`, a line of `min` to `max` characters, one of
-    // `choices`; or what is wrong with it. See reading.h.
+    // Return the parameter as a number from `min` to `max`, as a line of `min` to `max` characters,
+    // or as one of `choices`; or else what is wrong with it. See reading.h.
     template <typename Number>
     Reading<Number> number(const char* name, Number min, Number max) {
         return readNumber<Number>(parameter(name), min, max);
@@ -53,10 +55,10 @@ public:
                                      std::initializer_list<std::string_view> choices) {
         return readChoice(parameter(name), choices);
     }
-    // Whether a checkbox of that name was ticked: browsers leave out the others.
+    // Returns whether the checkbox `name` was ticked; browsers do not send the others.
     bool isChecked(const char* name) { return parameter(name).has_value(); }
 
-    // The first cookie of that name.
+    // Returns the value of the first cookie of this name, or nothing.
     std::optional<std::string_view> cookie(const char* name) {
         if (!m_cookies) {
             m_cookies.reset(CGI_get_cookie(nullptr, m_raw.getCookie()));
@@ -64,16 +66,18 @@ public:
         return view(CGI_lookup(m_cookies.get(), name));
     }
 
-    // POST: the request may change something. Links and prefetching use GET.
+    // Returns whether the method is POST. Change data only then: links and prefetching use GET.
     bool isPost() { return view(m_raw.getMethod()) == "POST"; }
 
-    // The client's address, empty when the front server does not tell.
+    // Returns the client's IP address, or an empty text if the front server sends none.
     std::string_view remoteAddress() { return view(m_raw.getRemoteAddr()).value_or(""); }
 
-    // The page that is asked for, the parameter "p".
+    // Returns the id of the requested page, which is the parameter "p", or an empty text. A zero
+    // byte follows the text.
     std::string_view page() { return parameter("p").value_or(""); }
 
-    // The live session of this client, or null.
+    // Returns the client's session, or null if it has none or the session has expired. Creates
+    // none: call raw().getSession(true) for that.
     HttpSession* session() { return m_raw.getSession(false); }
 
 private:

@@ -1,4 +1,4 @@
-// The answer to one request, made right by default.
+// Writing the response to one request, with safe default headers.
 #ifndef KIT_RESPONSE_H
 #define KIT_RESPONSE_H
 
@@ -8,59 +8,75 @@
 #include "kit/variables.h"
 #include "web_debug.h"
 
+#include <cassert>
 #include <string>
 #include <string_view>
 
 namespace kit {
 
-// Wraps the container's response for one call. An answer has a content type, is not stored by
-// browsers and proxies, runs no script but the device's own, is framed by nobody, and is taken for
-// what it says; header() overrides each of these. Headers are set before the body.
-//   Errors   an operation that refuses what it is given logs it, gives false, and changes nothing.
+// The response that a page or a listener writes. Every response has these headers unless header()
+// sets others before the body: a content type, no caching, a content security policy that allows
+// only the device's own scripts (against XSS) and no framing (against clickjacking), no MIME
+// sniffing, and no Referer for other sites.
+//   Order    set status, headers and cookie first: after the first byte of the body has been sent,
+//            setting them has no effect.
+//   Errors   header(), cookie(), seeOther() and download() return false if they refuse an argument;
+//            send() returns nothing. Each of them then logs what it refused and changes nothing.
+//   Threads  one: the thread that serves the request.
 class Response {
 public:
-    // Both must outlive it; `request` is the one that is answered.
+    // Both must outlive this object; `request` is the one that is answered.
     Response(HttpResponse& raw, Request& request) : m_raw(raw), m_request(request) {}
     Response(const Response&) = delete;
     Response& operator=(const Response&) = delete;
 
-    // The container's object: for what has no shorter form here.
+    // Returns the container's object, for everything that this class does not offer.
     HttpResponse& raw() { return m_raw; }
 
-    // 200 unless set; the last call counts.
+    // Sets the status code, which is 200 otherwise; the last call counts. Returns this object.
     Response& status(int code) {
         m_raw.setHeader("Status", std::to_string(code).c_str());
         return *this;
     }
 
-    // Sets a header to this one value. Refused: a name that is no token, and a value with a control
-    // character other than a tab, CR, LF and NUL above all (RFC 7230, section 3.2).
+    // Sets a header, replacing its value. Refuses a name that is not a token, and a value with a
+    // control character other than a tab (RFC 7230, section 3.2), which prevents header injection.
     bool header(const std::string& name, std::string_view value) {
         if (!internal::isToken(name) || !isHeaderValue(value)) {
-            return refuse("a header");
+            WebDebug::getInstance()->error(
+                "Page %s: refused header %s (control character or bad name)",
+                m_request.page().data(), name.c_str());
+            return false;
         }
         m_raw.setHeader(name.c_str(), std::string(value).c_str());
         return true;
     }
 
-    // Sends a cookie. Refused: one that cannot be written, and a second one, the session's
-    // included, since an answer has room for one.
+    // Sets a cookie. Refuses one with characters that setCookieText() does not allow, and a second
+    // one: a response has room for one, and the cookie of a new session is one.
     bool cookie(const Cookie& cookie) {
         const auto text = setCookieText(cookie);
         if (!text || m_raw.containsHeader("Set-Cookie")) {
-            return refuse("a cookie");
+            WebDebug::getInstance()->error(
+                "Page %s: refused cookie %s (bad character, or the second cookie)",
+                m_request.page().data(), cookie.name.c_str());
+            return false;
         }
         m_raw.setHeader("Set-Cookie", text->c_str());
         return true;
     }
 
-    // Sends the browser on with GET, whatever the method of this request was, to `path` on this
-    // device. Refused: another host ("//host", "http:…"), and control characters.
+    // Redirects the browser to `path` on this device with status 303: it uses GET, whatever the
+    // method of this request was. Refuses other hosts ("//host", "http:…"), which prevents open
+    // redirects, and control characters.
     bool seeOther(std::string_view path) {
         const bool local = !path.empty() && path[0] == '/' &&
                            (path.size() == 1 || (path[1] != '/' && path[1] != '\\'));
         if (!local || !isHeaderValue(path) || path.find('\t') != path.npos) {
-            return refuse("a redirect");
+            WebDebug::getInstance()->error(
+                "Page %s: refused redirect to %s (no path on this device, or control character)",
+                m_request.page().data(), std::string(path).c_str());
+            return false;
         }
         setDefault("Cache-Control", "no-store");
         status(303);
@@ -68,46 +84,57 @@ public:
         return true;
     }
 
-    // Answers with the template `name`, found in WEB-INFO/templates of the document root.
+    // Answers with the template file `name` of the folder WEB-INFO/templates below the document
+    // root. It is rendered when the page returns; the last call counts. A template that is missing
+    // or wrong gives an empty page, and a line on standard error.
     void show(const std::string& name, Variables variables) {
         setDefaults("text/html; charset=utf-8");
         const auto root = m_request.raw().getDocumentRoot();
         const std::string path =
             std::string(root ? root : "/phone/www") + "/WEB-INFO/templates/" + name;
-        TMPL_free_varlist(m_raw.getMainVarList()); // of a page that was shown before
+        TMPL_free_varlist(m_raw.getMainVarList()); // of an earlier call
         m_raw.setTemplate(path.c_str(), variables.release());
     }
 
-    // Answers with a body as it is. A second call appends to the first.
+    // Send `body` unchanged with this content type. Further calls append to it.
     void text(std::string_view body) { send("text/plain; charset=utf-8", body); }
     void html(std::string_view body) { send("text/html; charset=utf-8", body); }
     void json(std::string_view body) { send("application/json", body); }
-    // The type is the page's own: as header(), a wrong one is refused, and nothing is sent.
+    // Sends `body` unchanged as `contentType`, which must not be null. Refuses a content type with
+    // a control character other than a tab, and sends nothing then.
     void send(const char* contentType, std::string_view body) {
+        assert(contentType && "`contentType` must not be null");
         if (!isHeaderValue(contentType)) {
-            refuse("a content type");
+            WebDebug::getInstance()->error("Page %s: refused content type %s (control character)",
+                                           m_request.page().data(), contentType);
             return;
         }
         setDefaults(contentType);
         m_raw.write(body.data(), 1, static_cast<unsigned int>(body.size()));
     }
 
-    // Answers with a file to be saved as `fileName`: letters, digits, "-", "_" and "." only.
+    // Sends `body` as a download that the browser saves as `fileName`. Refuses a file name that is
+    // empty or has anything but ASCII letters, digits, "-", "_" and ".", and a content type that
+    // send() refuses. `contentType` must not be null.
     bool download(const std::string& fileName, const char* contentType, std::string_view body) {
+        assert(contentType && "`contentType` must not be null");
         if (fileName.empty() || fileName.find_first_not_of(kFileNameCharacters) != fileName.npos ||
             !isHeaderValue(contentType)) {
-            return refuse("a file");
+            WebDebug::getInstance()->error(
+                "Page %s: refused download %s (bad file name or content type)",
+                m_request.page().data(), fileName.c_str());
+            return false;
         }
         m_raw.setHeader("Content-Disposition", ("attachment; filename=" + fileName).c_str());
         send(contentType, body);
         return true;
     }
 
-    // Answers with status 500, unless something has been sent.
+    // Answers with status 500 and a line of text, instead of a template that was to be shown. Does
+    // nothing if a part of the response has been sent.
     void fail() {
         if (!m_raw.isHeaderCommited()) {
             status(500);
-            // Whatever was to be shown is not.
             m_raw.setTemplate("", m_raw.getMainVarList());
             m_raw.setHeader("Content-Type", "text/plain; charset=utf-8");
             text("The page failed; the device's log says why.\n");
@@ -128,11 +155,6 @@ private:
         return true;
     }
 
-    static bool refuse(const char* what) {
-        WebDebug::getInstance()->error("Refused to send %s", what);
-        return false;
-    }
-
     void setDefault(const char* name, const char* value) {
         if (!m_raw.containsHeader(name)) {
             m_raw.setHeader(name, value);
@@ -143,7 +165,7 @@ private:
         setDefault("Content-Type", contentType);
         setDefault("Cache-Control", "no-store");
         setDefault("X-Content-Type-Options", "nosniff");
-        // The address of a page may hold what is nobody else's business.
+        // A page's URL may contain private data.
         setDefault("Referrer-Policy", "no-referrer");
         setDefault("Content-Security-Policy",
                    "default-src 'self'; base-uri 'none'; form-action 'self'; "

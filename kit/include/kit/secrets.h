@@ -1,4 +1,4 @@
-// Making secrets and comparing them.
+// Generating and comparing secrets, such as tokens.
 #ifndef KIT_SECRETS_H
 #define KIT_SECRETS_H
 
@@ -10,7 +10,8 @@
 
 namespace kit {
 
-// Whether the two are equal, in a time that tells nothing about `expected` but its length.
+// Returns whether the two are equal. Takes a time that depends on their lengths only, which
+// prevents timing attacks.
 inline bool equalSecrets(std::string_view given, std::string_view expected) {
     bool differ = given.size() != expected.size();
     for (std::size_t i = 0; i < expected.size(); ++i) {
@@ -20,7 +21,8 @@ inline bool equalSecrets(std::string_view given, std::string_view expected) {
     return !differ;
 }
 
-// 32 hexadecimal digits that nobody can guess; empty when the system gives no random bytes.
+// Returns 32 hexadecimal digits made of 128 random bits of the system, see getrandom(2), for tokens
+// that cannot be guessed; empty if the system has no random bytes.
 inline std::string randomToken() {
     constexpr const char* kDigits = "0123456789abcdef";
     unsigned char bytes[16];

@@ -1,11 +1,11 @@
-// Data of a plug-in's own for each session.
+// Data that a plug-in keeps for each session.
 //
 //     kit::SessionData<Cart> carts("cart");
 //     ...
-//     carts.of(*session)->add(item);
+//     carts.findOrCreate(*session)->add(item);
 //
-// The container stores a pointer in a session and never deletes what it points to. This owns the
-// data, finds it by session, and frees it when the session has gone.
+// The container stores only a pointer in a session and never deletes what it points to. A
+// SessionData object owns the data, finds it by session, and frees it after the session has ended.
 #ifndef KIT_SESSION_DATA_H
 #define KIT_SESSION_DATA_H
 
@@ -14,6 +14,7 @@
 #include "kit/clock.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -24,18 +25,20 @@
 
 namespace kit {
 
-// What all tables have in common, whatever they hold. A session gives no word when it ends, so an
-// entry has the time up to which its session can live: every request that reaches a page or a
-// listener of this library refreshes it, and what is past its time goes with a later request. A
-// plug-in library that has servlets of another kind too has one kit::Listener, which sees all.
+// The part of SessionData that does not depend on the type of the data. The container does not tell
+// plug-ins that a session ended, so each entry stores a deadline: every request of the session that
+// reaches a kit::Page or kit::Listener of this library extends it, and later requests free the
+// entries whose deadline has passed. A library that also has servlets without the kit needs a
+// kit::Listener, which sees every request.
 class SessionTable {
 public:
     SessionTable(const SessionTable&) = delete;
     SessionTable& operator=(const SessionTable&) = delete;
 
-    // The request's session lives on, in every table of this library.
+    // Extends the deadline of the request's session in every table of this library, and frees
+    // expired entries. Pages and listeners of the kit call it for each request.
     static void refreshAll(HttpRequest& request) {
-        std::vector<Entry> gone; // freed after the lock is given back
+        std::vector<Entry> expired; // freed after the lock is released
         Registry& all = registry();
         std::lock_guard<std::mutex> guard(all.lock);
         if (all.tables.empty()) {
@@ -43,34 +46,35 @@ public:
         }
         HttpSession* session = request.getSession(false);
         for (SessionTable* table : all.tables) {
-            table->sweep(gone);
+            table->sweep(expired);
             if (session) {
                 table->refresh(*session);
             }
         }
     }
 
-    // Called before anything is made that may hold a table, so that it outlives them all.
+    // Creates the list of tables. Call before creating an object that may contain a table, so that
+    // the list is destroyed after all tables.
     static void prepare() { registry(); }
 
-    // The sessions that have data here.
+    // Returns how many sessions have data here, including expired ones that are not freed yet.
     std::size_t size() const {
         std::lock_guard<std::mutex> guard(m_lock);
         return m_entries.size();
     }
 
 protected:
-    // What a table holds for one session; the table of a type knows which.
+    // Data of the type that the derived class knows.
     using Data = std::shared_ptr<void>;
 
-    // One session's.
+    // The data of one session.
     struct Entry {
         Data data;         // null: none yet
-        long interval = 0; // seconds
-        long deadline = 0; // the session's end is not after this second of the clock
+        long interval = 0; // the session's time-out in seconds
+        long deadline = 0; // of clockSeconds(); the session has ended by then
     };
 
-    // `attribute` is the name under which sessions point to what they have here.
+    // `attribute` is the name of the session attribute that points to the data.
     explicit SessionTable(std::string attribute) : m_attribute(std::move(attribute)) {
         std::lock_guard<std::mutex> guard(registry().lock);
         registry().tables.push_back(this);
@@ -82,7 +86,7 @@ protected:
         tables.erase(std::remove(tables.begin(), tables.end(), this), tables.end());
     }
 
-    // What the session has, or null.
+    // Returns the session's data, or null.
     Data find(HttpSession& session) const {
         std::lock_guard<std::mutex> guard(m_lock);
         const auto found = m_entries.find(session.getId());
@@ -90,9 +94,10 @@ protected:
                                                                         : Data();
     }
 
-    // What the session has, or else `fresh` from now on.
+    // Returns the session's data; stores `fresh`, which must not be null, if it has none.
     Data findOrPut(HttpSession& session, Data fresh) {
-        Data stale;
+        assert(fresh && "`fresh` must not be null");
+        Data stale; // freed after the lock is released
         std::lock_guard<std::mutex> guard(m_lock);
         Entry& entry = m_entries[session.getId()];
         if (!isOf(session, entry)) {
@@ -103,9 +108,9 @@ protected:
         return entry.data;
     }
 
-    // The session has nothing from now on.
+    // Removes the session's data.
     void eraseSession(HttpSession& session) {
-        Entry erased;
+        Entry erased; // freed after the lock is released
         std::lock_guard<std::mutex> guard(m_lock);
         const auto found = m_entries.find(session.getId());
         if (found != m_entries.end()) {
@@ -115,8 +120,8 @@ protected:
         session.removeAttribute(m_attribute.c_str());
     }
 
-    // Every session's, in no order.
-    std::vector<Data> everyData() const {
+    // Returns the data of all sessions, in no particular order.
+    std::vector<Data> allData() const {
         std::vector<Data> all;
         std::lock_guard<std::mutex> guard(m_lock);
         for (const auto& [id, entry] : m_entries) {
@@ -125,14 +130,15 @@ protected:
         return all;
     }
 
-    // Moves to `erased` what `unwanted(entry)` is true for; the sessions live on without. It is the
-    // caller's to free, without a lock.
-    template <typename Test>
-    void eraseWhere(Test unwanted, std::vector<Entry>& erased) {
+    // Moves the entries for which `predicate(entry)` is true to the end of `extracted`; the
+    // sessions themselves stay. The caller frees them after releasing its locks. The predicate must
+    // not use the table, which is locked.
+    template <typename Predicate>
+    void extractIf(Predicate predicate, std::vector<Entry>& extracted) {
         std::lock_guard<std::mutex> guard(m_lock);
         for (auto entry = m_entries.begin(); entry != m_entries.end();) {
-            if (unwanted(entry->second)) {
-                erased.push_back(std::move(entry->second));
+            if (predicate(entry->second)) {
+                extracted.push_back(std::move(entry->second));
                 entry = m_entries.erase(entry);
             } else {
                 ++entry;
@@ -151,7 +157,7 @@ private:
         return all;
     }
 
-    // A session's id can come again when the session has gone; what it pointed to does not.
+    // Compares pointers, since a later session can have the id of one that has ended.
     bool isOf(HttpSession& session, const Entry& entry) const {
         return entry.data && session.getAttribute(m_attribute.c_str()) == entry.data.get();
     }
@@ -169,9 +175,9 @@ private:
         }
     }
 
-    // At most once a second. Data that somebody holds belongs to a request that is being served:
-    // the container keeps its session alive, however long it takes.
-    void sweep(std::vector<Entry>& gone) {
+    // Extracts the expired entries; works at most once a second. Data that is in use outside the
+    // table belongs to a request in progress, whose session the container keeps alive.
+    void sweep(std::vector<Entry>& expired) {
         const long now = clockSeconds();
         {
             std::lock_guard<std::mutex> guard(m_lock);
@@ -180,13 +186,13 @@ private:
             }
             m_lastSweep = now;
         }
-        const auto isPast = [now](Entry& entry) {
+        const auto isExpired = [now](Entry& entry) {
             if (entry.data.use_count() > 1) {
                 entry.deadline = now + entry.interval;
             }
             return now > entry.deadline;
         };
-        eraseWhere(isPast, gone);
+        extractIf(isExpired, expired);
     }
 
     const std::string m_attribute;
@@ -195,52 +201,60 @@ private:
     long m_lastSweep = 0;                             // guarded by m_lock
 };
 
-// One T for each session that asks for it.
-//   Lifetime  as long as the plug-in library: a static object, or part of one. A T lives until its
-//             session has gone or erase() takes it away, and longer while somebody holds it.
-//   Threads   any; requests of one session share its T, whose own operations must allow for that.
+// Keeps one T for each session that needs one.
+//   Lifetime  make it static, or a member of a page or of a static object, so that it lives as long
+//             as the plug-in library. A T is freed by a request that follows the end of its
+//             session, or by erase() or eraseIf(); a shared_ptr to it keeps it longer.
+//   Threads   any. Requests of one session share its T and run at the same time, so T's own
+//             operations must be thread-safe. A T's destructor may run during any request: it must
+//             return soon.
 template <typename T>
 class SessionData : public SessionTable {
 public:
-    // `attribute` is the name under which sessions show their T to others who know the type.
+    // `attribute` is the name of the session attribute that points to the T. Each SessionData needs
+    // a name of its own.
     explicit SessionData(std::string attribute) : SessionTable(std::move(attribute)) {}
 
-    // The session's T, made with T() the first time. Never null.
-    std::shared_ptr<T> of(HttpSession& session) {
+    // Returns the session's T; creates it with T() if there is none. Never null.
+    std::shared_ptr<T> findOrCreate(HttpSession& session) {
         auto found = find(session);
         return found ? found : put(session, std::make_shared<T>());
     }
 
-    // Null when it has none.
+    // Returns the session's T, or null if there is none.
     std::shared_ptr<T> find(HttpSession& session) const {
         return std::static_pointer_cast<T>(SessionTable::find(session));
     }
 
-    // Gives a session that has none its T; the T that it has from now on.
+    // Stores `data`, which must not be null, if the session has no T. Returns the session's T,
+    // which is the earlier one if there was one.
     std::shared_ptr<T> put(HttpSession& session, std::shared_ptr<T> data) {
+        assert(data && "`data` must not be null");
         return std::static_pointer_cast<T>(findOrPut(session, std::move(data)));
     }
 
-    // Takes the session's T away.
+    // Removes the session's T, if there is one.
     void erase(HttpSession& session) { eraseSession(session); }
 
-    // Every session's, in no order.
+    // Returns the T of every session, in no particular order, including those of expired sessions
+    // that are not freed yet.
     std::vector<std::shared_ptr<T>> all() const {
         std::vector<std::shared_ptr<T>> found;
-        for (const Data& data : everyData()) {
+        for (const Data& data : allData()) {
             found.push_back(std::static_pointer_cast<T>(data));
         }
         return found;
     }
 
-    // Takes away every T for which `unwanted(const T&)` is true.
-    template <typename Test>
-    void eraseIf(Test unwanted) {
+    // Removes every T for which `predicate(const T&)` is true. The predicate must not use this
+    // object, which is locked.
+    template <typename Predicate>
+    void eraseIf(Predicate predicate) {
         std::vector<Entry> erased;
-        const auto isUnwanted = [&](const Entry& entry) {
-            return unwanted(*static_cast<const T*>(entry.data.get()));
+        const auto matches = [&](const Entry& entry) {
+            return predicate(*static_cast<const T*>(entry.data.get()));
         };
-        eraseWhere(isUnwanted, erased);
+        extractIf(matches, erased);
     }
 };
 

@@ -1,4 +1,4 @@
-// Who is signed in.
+// Signing in and out, with protection against CSRF, session fixation and password guessing.
 #ifndef KIT_SIGN_IN_H
 #define KIT_SIGN_IN_H
 
@@ -16,36 +16,40 @@
 
 namespace kit {
 
-// One sign-in; it does not change. The token stands in every form of its pages, and a request that
-// changes something must bring it, so that another site's page cannot make a browser send one.
+// One sign-in, which never changes. The token is the CSRF token: put it in every form as the hidden
+// field "token", and check mayChange() before changing anything, so that a page of another site
+// cannot make the browser change something.
 struct SignIn {
-    std::string user;    // as start() was told
-    std::string token;   // of randomToken()
-    std::string address; // the client's, at that time
-    std::time_t since;   // when that was
+    std::string user;    // as passed to start()
+    std::string token;   // from randomToken()
+    std::string address; // the client's IP address when it signed in
+    std::time_t since;   // the time of signing in
 };
 
-// The sign-ins, one for each session at most. What a password is, the plug-in knows:
+// Records who is signed in: at most one sign-in for each session. The plug-in itself checks the
+// password:
 //
-//     if (const long wait = signIns.secondsToWait(request)) { … tell to wait … }
-//     else if (!isRight(user, password))                    { … tell that it is wrong … }
-//     else if (!signIns.start(request, response, user))     { … tell that it cannot be … }
+//     if (const long wait = signIns.secondsToWait(request)) { … "wait `wait` seconds" … }
+//     else if (!isRight(user, password))                    { … "wrong password" … }
+//     else if (!signIns.start(request, response, user))     { … "not possible right now" … }
 //     else response.seeOther("/servlet?p=status");
 //
-//   Lifetime  as long as the plug-in library.
+//   Lifetime  make it static, or a member of a page or of a static object, so that it lives as long
+//             as the plug-in library.
 //   Threads   any, at any time.
 class SignIns {
 public:
-    // `attribute` is the name under which sessions show their SignIn.
+    // `attribute` is the name of the session attribute that points to the SignIn.
     explicit SignIns(std::string attribute = "signIn") : m_signIns(std::move(attribute)) {}
 
-    // Before a password is looked at: 0, which counts as a failed attempt of this address until
-    // start() or attemptSucceeded(), or the seconds that the address has to wait.
+    // Returns 0 if the client's address may try a password now, or the seconds that it has to wait
+    // (rate limiting, see AttemptLimit). Call before checking a password. An attempt that is
+    // allowed counts as failed until start() or attemptSucceeded() is called.
     long secondsToWait(Request& request) { return m_attempts.begin(addressOf(request)); }
 
-    // Signs `user` in. The session is a new one: whoever knows the id of one from before must not
-    // come to share the one that is signed in. Its cookie is kept from scripts and from other
-    // sites' forms. False when there is no session to be had, or no token.
+    // Signs `user` in, in a new session with a new id, which prevents session fixation. Its cookie
+    // is HttpOnly and SameSite=Lax. Call before the first byte of the body. Returns false if no
+    // session or no token could be created.
     bool start(Request& request, Response& response, std::string user) {
         std::string token = randomToken();
         if (token.empty()) {
@@ -70,23 +74,26 @@ public:
         return true;
     }
 
-    // The password that was looked at after secondsToWait() was right, though nobody signed in.
+    // Call after a correct password was given for anything but signing in (such as changing it):
+    // the attempt no longer counts as failed, and the address has its free attempts again.
     void attemptSucceeded(Request& request) { m_attempts.succeeded(addressOf(request)); }
 
-    // Whose request it is, or null.
+    // Returns the sign-in of the request's session, or null if the client is not signed in.
     std::shared_ptr<const SignIn> find(Request& request) const {
         HttpSession* session = request.session();
         return session ? m_signIns.find(*session) : nullptr;
     }
 
-    // Everybody's, in no order. Those whose session has gone are left out with the next request.
+    // Returns all sign-ins, in no particular order, including those of expired sessions that are
+    // not freed yet.
     std::vector<std::shared_ptr<const SignIn>> all() const {
         const auto signIns = m_signIns.all();
         return {signIns.begin(), signIns.end()};
     }
 
-    // Signs out, and lets the session expire. It is not invalidated now, since the container could
-    // not free it before shut-down then; see HttpSession::invalidate().
+    // Signs the request's session out and lets it expire within about a second. Does not invalidate
+    // the session, because the container could then free it at shut-down only; see
+    // HttpSession::invalidate().
     void end(Request& request) {
         if (HttpSession* session = request.session()) {
             m_signIns.erase(*session);
@@ -94,14 +101,15 @@ public:
         }
     }
 
-    // Signs out everybody but the one whose request it is, as after a change of the password.
+    // Signs out all sessions but that of the request, for example after a change of the password.
     void endOthers(Request& request) {
         const auto own = find(request);
         m_signIns.eraseIf([&](const SignIn& signIn) { return &signIn != own.get(); });
     }
 
-    // Whether the request may change something in the name of who is signed in: a POST with the
-    // token, in the query, the form, or a field of an upload that has been received.
+    // Returns whether the request may change something as the user of `signIn`: it is a POST and
+    // has the CSRF token as the parameter "token", in the query, the form, or a field of an upload
+    // that has been received.
     static bool mayChange(Request& request, const SignIn& signIn) {
         return request.isPost() &&
                equalSecrets(request.parameter("token").value_or(""), signIn.token);

@@ -1,56 +1,23 @@
-// What texts from strangers are made of.
+// UTF-8 helpers for untrusted text.
 #ifndef KIT_TEXT_H
 #define KIT_TEXT_H
 
+#include "base/utf8.h"
+
+#include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <string_view>
 
 namespace kit {
 
-namespace internal {
+// utf8Length(text) returns the length in bytes of the well-formed UTF-8 character that `text`
+// begins with, or 0 if it begins with none. isUtf8(text) returns whether all of `text` is
+// well-formed.
+using base::isUtf8;
+using base::utf8Length;
 
-inline bool isContinuation(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
-} // namespace internal
-
-// The length of the well-formed UTF-8 character that `text`, which is not empty, begins with; 0 if
-// it begins with none (RFC 3629, section 4).
-inline std::size_t utf8Length(std::string_view text) {
-    const auto lead = static_cast<unsigned char>(text[0]);
-    if (lead < 0x80) {
-        return 1;
-    }
-    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (lead < 0xC2 || lead > 0xF4 || text.size() < length) {
-        return 0;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        if (!internal::isContinuation(text[i])) {
-            return 0;
-        }
-    }
-    const auto second = static_cast<unsigned char>(text[1]);
-    const bool overlong = (lead == 0xE0 && second < 0xA0) || (lead == 0xF0 && second < 0x90);
-    const bool surrogate = lead == 0xED && second > 0x9F;
-    const bool beyondUnicode = lead == 0xF4 && second > 0x8F;
-    return overlong || surrogate || beyondUnicode ? 0 : length;
-}
-
-// Whether all of `text` is well-formed UTF-8, as an empty one is.
-inline bool isUtf8(std::string_view text) {
-    while (!text.empty()) {
-        const std::size_t length = utf8Length(text);
-        if (length == 0) {
-            return false;
-        }
-        text.remove_prefix(length);
-    }
-    return true;
-}
-
-// Whether UTF-8 text holds a control character: below U+0020, or U+007F to U+009F.
+// Returns whether UTF-8 text contains a control character: U+0000 to U+001F or U+007F to U+009F.
 inline bool hasControlCharacter(std::string_view text) {
     char before = 0;
     for (char c : text) {
@@ -64,27 +31,26 @@ inline bool hasControlCharacter(std::string_view text) {
     return false;
 }
 
-// Whether `text` is UTF-8 without any control character, a line end or a tab neither.
+// Returns whether `text` is UTF-8 without control characters; line ends and tabs are such.
 inline bool isPlainLine(std::string_view text) {
     return !hasControlCharacter(text) && isUtf8(text);
 }
 
-// The characters of `text`, which must be UTF-8; not its bytes.
+// Returns the number of characters, not bytes, of `text`, which must be UTF-8.
 inline std::size_t characterCount(std::string_view text) {
-    std::size_t count = 0;
-    for (char byte : text) {
-        count += internal::isContinuation(byte) ? 0 : 1;
-    }
-    return count;
+    assert(isUtf8(text) && "`text` must be UTF-8");
+    const auto isLead = [](char byte) { return !base::isUtf8Continuation(byte); };
+    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), isLead));
 }
 
-// The beginning of `text`, of at most `maxBytes`, cut between two UTF-8 characters.
+// Returns the beginning of `text`, at most `maxBytes` bytes of it, without cutting a UTF-8
+// character in two.
 inline std::string_view shortened(std::string_view text, std::size_t maxBytes) {
     if (text.size() <= maxBytes) {
         return text;
     }
     std::size_t end = maxBytes;
-    while (end > 0 && internal::isContinuation(text[end])) {
+    while (end > 0 && base::isUtf8Continuation(text[end])) {
         --end;
     }
     return text.substr(0, end);

@@ -1,4 +1,4 @@
-// The variables of a template, out of ordinary C++ values.
+// The variables of a template.
 //
 //     response.show("lines.html", kit::Variables()
 //         .set("model", phone.model())
@@ -11,6 +11,7 @@
 
 #include "tmpl.h"
 
+#include <cassert>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -19,13 +20,14 @@
 
 namespace kit {
 
-// Owns its list, loops and rows until they are handed over; freed on every way out. The value set
-// last under a name wins. One thread at a time.
+// Owns the variables, loops and rows until release(). The value set last under a name wins. Names
+// must not be null; names and values are copied, up to a zero byte if they contain one.
+//   Threads  one at a time.
 class Variables {
 public:
-    // Texts are copied, up to a zero byte if there is one. Templates escape them; nothing is
-    // escaped here.
+    // Sets a text. Do not escape it: the template does.
     Variables& set(const char* name, const std::string& value) & {
+        assert(name && "names must not be null");
         m_list.reset(
             TMPL_add_var(m_list.release(), name, value.c_str(), static_cast<char*>(nullptr)));
         return *this;
@@ -33,12 +35,11 @@ public:
     Variables& set(const char* name, std::string_view value) & {
         return set(name, std::string(value));
     }
-    // A null text sets nothing.
+    // Sets a text; null sets nothing.
     Variables& set(const char* name, const char* value) & {
         return value ? set(name, std::string(value)) : *this;
     }
-    // True is "1"; false sets nothing, so that <TMPL_IF> tells them apart. Numbers are written in
-    // decimal.
+    // Sets a number in decimal. For <TMPL_IF>, true sets "1" and false sets nothing.
     template <typename Value, typename = std::enable_if_t<std::is_arithmetic_v<Value>>>
     Variables& set(const char* name, Value value) & {
         if constexpr (std::is_same_v<Value, bool>) {
@@ -48,9 +49,10 @@ public:
         }
     }
 
-    // A loop with one row for each element: `row` makes its variables.
+    // Adds a loop with one row for each element; `row(element)` returns the row's Variables.
     template <typename Elements, typename MakeRow>
     Variables& rows(const char* name, const Elements& elements, MakeRow row) & {
+        assert(name && "names must not be null");
         Loop loop;
         for (const auto& element : elements) {
             loop.add(row(element));
@@ -59,7 +61,7 @@ public:
         return *this;
     }
 
-    // The same on a temporary, so that a list can be made in one expression.
+    // The same on a temporary, so that one expression can build the list.
     template <typename Value>
     Variables&& set(const char* name, const Value& value) && {
         return std::move(set(name, value));
@@ -69,7 +71,7 @@ public:
         return std::move(rows(name, elements, std::move(row)));
     }
 
-    // The list, null when nothing was set, which is the caller's from now on.
+    // Returns the list, or null if nothing was set. The caller frees it with TMPL_free_varlist().
     TMPL_varlist* release() { return m_list.release(); }
 
 private:
@@ -77,7 +79,7 @@ private:
         void operator()(TMPL_varlist* list) const { TMPL_free_varlist(list); }
     };
 
-    // A loop has no free of its own: what is not handed over goes with a list.
+    // The device's library frees a loop only as a part of a list.
     class Loop {
     public:
         Loop() = default;

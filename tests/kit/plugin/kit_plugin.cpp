@@ -1,4 +1,4 @@
-// A plug-in library made with the kit, for plugin_test.cpp.
+// The plug-in library of plugin_test.cpp.
 
 #include "kit/plugin.h"
 #include "kit/sign_in.h"
@@ -10,14 +10,19 @@
 
 namespace {
 
-kit::SignIns signIns; // keeps a table in this library
+kit::SignIns signIns; // a static object with a table, which must not keep the library loaded
 
 class GreetingPage final : public kit::Page {
 public:
     explicit GreetingPage(std::string greeting = "Hello", int times = 1)
         : m_greeting(std::move(greeting)), m_times(times) {}
 
-    void drop() override { m_dropped = true; }
+    void drop() override {
+        if (m_undroppable) {
+            throw std::runtime_error("still needed");
+        }
+        m_dropped = true;
+    }
 
 private:
     void answer(kit::Request& request, kit::Response& response) override {
@@ -27,11 +32,13 @@ private:
                           (m_dropped ? " (dropped)" : "") + "\n");
         }
         m_dropped = false;
+        m_undroppable = request.isChecked("undroppable");
     }
 
     const std::string m_greeting;
     const int m_times;
     bool m_dropped = false;
+    bool m_undroppable = false;
 };
 
 class FailingPage final : public kit::Page {

@@ -1,4 +1,4 @@
-// A plug-in library whose page counts the visits of each session, for without_memory_test.cpp.
+// The plug-in library of without_memory_test.cpp: its page counts the visits of each session.
 
 #include "kit/plugin.h"
 #include "kit/session_data.h"
@@ -19,18 +19,18 @@ class Everybody final : public kit::Listener {
     }
 };
 
-// Greets, and says how often somebody has come. With q=look it counts nobody and tells how many are
-// known.
+// Greets, and shows the number of this session's visits. With q=look it counts no visit and shows
+// the number of sessions that have visits.
 class VisitsPage final : public kit::Page {
     void answer(kit::Request& request, kit::Response& response) override {
         if (request.parameter("q") == "look") {
             response.text(std::to_string(visits.size()));
             return;
         }
-        // What is shown when nothing else is.
+        // Replaced below, unless memory runs out before.
         response.show("another.html", kit::Variables().set("name", "nobody with a short name"));
         HttpSession* session = request.raw().getSession(true);
-        const int count = ++visits.of(*session)->count;
+        const int count = ++visits.findOrCreate(*session)->count;
         const std::string name(request.parameter("name").value_or("you"));
         response.show("page.html",
                       kit::Variables().set("name", name + " for time " + std::to_string(count)));

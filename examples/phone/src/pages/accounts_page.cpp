@@ -5,7 +5,7 @@ namespace phone {
 void AccountsPage::answer(kit::Request& request, kit::Response& response,
                           const kit::SignIn& signIn) {
     const auto asked = request.number<std::size_t>("acc", 0, kAccounts - 1);
-    if (!asked && asked.problem() != kit::Problem::missing) {
+    if (!asked && asked.problem() != kit::Problem::Missing) {
         response.status(404);
         kit::Variables variables = frame(request, signIn);
         addTabs(variables, kAccounts);

@@ -65,7 +65,7 @@ void ContactsPage::change(kit::Request& request, kit::Response& response,
     const std::string_view action = request.parameter("q").value_or("");
     if (action == "search") {
         if (HttpSession* session = request.session()) {
-            m_searches.of(*session)->set(request.parameter("search").value_or(""));
+            m_searches.findOrCreate(*session)->set(request.parameter("search").value_or(""));
         }
         response.seeOther("/servlet?p=contacts");
     } else if (action == "remove") {
