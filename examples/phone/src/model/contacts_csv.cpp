@@ -1,8 +1,8 @@
 #include "model/contacts_csv.h"
 
+#include "base/ascii.h"
 #include "kit/text.h"
-
-#include "model/text.h"
+#include "model/trimmed.h"
 
 #include <algorithm>
 #include <optional>
@@ -152,7 +152,7 @@ std::optional<Record> CsvReader::next() {
 std::string shown(std::string_view text) {
     std::string line(
         kit::shortened(text.substr(0, text.find_first_of("\r\n")), ImportPlan::kMaxRefusedText));
-    const bool utf8 = characterCount(line).has_value();
+    const bool utf8 = kit::isUtf8(line);
     for (char& character : line) {
         const bool ascii = static_cast<unsigned char>(character) < 0x80;
         const bool control = static_cast<unsigned char>(character) < 0x20 || character == 0x7F;
@@ -183,7 +183,7 @@ bool isHeader(const Record& record) {
         return false;
     }
     std::string line = record.fields[0] + "," + record.fields[1];
-    std::transform(line.begin(), line.end(), line.begin(), asciiLower);
+    std::transform(line.begin(), line.end(), line.begin(), base::asciiLower);
     return line == "name,number";
 }
 
@@ -211,7 +211,7 @@ void Planner::refuse(const Record& record, FieldError error) {
 }
 
 void Planner::add(const Record& record) {
-    if (!characterCount(record.text)) {
+    if (!kit::isUtf8(record.text)) {
         refuse(record, {"line", ErrorCode::notUtf8, std::nullopt});
         return;
     }

@@ -1,7 +1,7 @@
 #include "model/desk_phone.h"
 
+#include "base/ascii.h"
 #include "model/directory.h"
-#include "model/text.h"
 
 #include <algorithm>
 
@@ -18,7 +18,7 @@ char digitOf(std::string_view key) {
     if (key == "POUND") {
         return '#';
     }
-    return key.size() == 1 && isAsciiDigit(key.front()) ? key.front() : '\0';
+    return key.size() == 1 && base::isAsciiDigit(key.front()) ? key.front() : '\0';
 }
 
 // The number of a line key; 0 for another key.
@@ -192,7 +192,7 @@ void DeskPhone::pressedLine(int line) {
 }
 
 void DeskPhone::pressedOk() {
-    const bool number = std::any_of(m_digits.begin(), m_digits.end(), isAsciiDigit);
+    const bool number = std::any_of(m_digits.begin(), m_digits.end(), base::isAsciiDigit);
     if (m_view.call == Call::ringing || m_view.call == Call::held ||
         (m_view.call == Call::dialing && number)) {
         enter(Call::talking, m_view.line);

@@ -1,7 +1,8 @@
 #include "model/directory.h"
 
+#include "base/ascii.h"
 #include "model/field_reader.h"
-#include "model/text.h"
+#include "model/trimmed.h"
 
 #include <algorithm>
 
@@ -9,8 +10,8 @@ namespace phone {
 namespace {
 
 bool before(char left, char right) {
-    return static_cast<unsigned char>(asciiLower(left)) <
-           static_cast<unsigned char>(asciiLower(right));
+    return static_cast<unsigned char>(base::asciiLower(left)) <
+           static_cast<unsigned char>(base::asciiLower(right));
 }
 
 bool sortsBefore(std::string_view left, std::string_view right) {
@@ -28,7 +29,7 @@ bool sortsBefore(std::string_view left, std::string_view right) {
 bool holds(std::string_view text, std::string_view part) {
     return std::search(text.begin(), text.end(), part.begin(), part.end(),
                        [](char left, char right) {
-                           return asciiLower(left) == asciiLower(right);
+                           return base::asciiLower(left) == base::asciiLower(right);
                        }) != text.end() ||
            part.empty();
 }
@@ -38,7 +39,7 @@ std::optional<FieldError> checkNumber(std::string_view number) {
         return error;
     }
     const bool allowed = number.find_first_not_of("0123456789+*#()- ") == std::string_view::npos;
-    if (!allowed || std::none_of(number.begin(), number.end(), isAsciiDigit)) {
+    if (!allowed || std::none_of(number.begin(), number.end(), base::isAsciiDigit)) {
         return FieldError{"number", ErrorCode::badCharacters, std::nullopt};
     }
     return std::nullopt;

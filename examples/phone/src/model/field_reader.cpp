@@ -1,8 +1,8 @@
 #include "model/field_reader.h"
 
-#include "model/text.h"
-
+#include "base/ascii.h"
 #include "kit/text.h"
+#include "model/trimmed.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t kMaxHostLabel = 63;
 
 bool isHostCharacter(char character) {
-    return isAsciiLetter(character) || isAsciiDigit(character) || character == '-';
+    return base::isAsciiLetter(character) || base::isAsciiDigit(character) || character == '-';
 }
 
 // The digits of a whole number, with a sign or without; no more than any limit has.
@@ -22,7 +22,7 @@ bool isNumber(std::string_view text) {
     if (!text.empty() && (text.front() == '-' || text.front() == '+')) {
         text.remove_prefix(1);
     }
-    return !text.empty() && std::all_of(text.begin(), text.end(), isAsciiDigit);
+    return !text.empty() && std::all_of(text.begin(), text.end(), base::isAsciiDigit);
 }
 
 // The number that the digits make, but no further from 0 than a million, which is beyond all
@@ -31,7 +31,7 @@ long numberOf(std::string_view text) {
     constexpr long kBeyond = 1000000;
     long number = 0;
     for (char character : text) {
-        if (isAsciiDigit(character)) {
+        if (base::isAsciiDigit(character)) {
             number = std::min(number * 10 + (character - '0'), kBeyond);
         }
     }
@@ -42,20 +42,20 @@ long numberOf(std::string_view text) {
 
 std::optional<FieldError> checkText(const char* field, std::string_view text, std::size_t least,
                                     std::size_t most) {
-    const std::optional<std::size_t> count = characterCount(text);
-    if (!count) {
+    if (!kit::isUtf8(text)) {
         return FieldError{field, ErrorCode::notUtf8, std::nullopt};
     }
     if (kit::hasControlCharacter(text)) {
         return FieldError{field, ErrorCode::badCharacters, std::nullopt};
     }
-    if (*count == 0 && least > 0) {
+    const std::size_t count = kit::characterCount(text);
+    if (count == 0 && least > 0) {
         return FieldError{field, ErrorCode::required, std::nullopt};
     }
-    if (*count < least) {
+    if (count < least) {
         return FieldError{field, ErrorCode::tooShort, static_cast<long>(least)};
     }
-    if (*count > most) {
+    if (count > most) {
         return FieldError{field, ErrorCode::tooLong, static_cast<long>(most)};
     }
     return std::nullopt;
@@ -86,7 +86,7 @@ bool isHost(std::string_view text) {
         text.remove_prefix(dot + 1);
     }
     // A last label of digits alone is part of an address, and a bad one.
-    return !std::all_of(label.begin(), label.end(), isAsciiDigit);
+    return !std::all_of(label.begin(), label.end(), base::isAsciiDigit);
 }
 
 std::string canonicalAddress(const std::string& text) {

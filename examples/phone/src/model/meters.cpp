@@ -1,7 +1,7 @@
 #include "model/meters.h"
 
 #include "model/atomic_file.h"
-#include "model/text.h"
+#include "model/trimmed.h"
 
 #include <algorithm>
 #include <arpa/inet.h>

@@ -1,7 +1,7 @@
 #include "model/settings.h"
 
 #include "model/field_reader.h"
-#include "model/text.h"
+#include "model/trimmed.h"
 
 #include <algorithm>
 #include <arpa/inet.h>

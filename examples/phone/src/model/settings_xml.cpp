@@ -3,7 +3,6 @@
 #include "kit/text.h"
 
 #include "model/configuration.h"
-#include "model/text.h"
 
 #include <algorithm>
 #include <cstring>
@@ -136,7 +135,7 @@ void SettingsReader::read(const pugi::xml_node& part) {
 
 Errors parseXml(std::string_view text, pugi::xml_document& document) {
     const auto failure = [](ErrorCode code) { return Errors{{"config", code, std::nullopt}}; };
-    if (!characterCount(text)) {
+    if (!kit::isUtf8(text)) {
         return failure(ErrorCode::notUtf8);
     }
     // Texts of blanks count: a secret may be one. Entities of a document type are never expanded;

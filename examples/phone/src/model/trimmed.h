@@ -1,13 +1,12 @@
-#include "model/text.h"
+#ifndef MODEL_TRIMMED_H
+#define MODEL_TRIMMED_H
 
-#include "kit/text.h"
+#include <string_view>
 
 namespace phone {
-std::optional<std::size_t> characterCount(std::string_view text) {
-    return kit::isUtf8(text) ? std::optional(kit::characterCount(text)) : std::nullopt;
-}
 
-std::string_view trimmed(std::string_view text) {
+// Returns `text` without the blanks, tabs and line ends around it.
+inline std::string_view trimmed(std::string_view text) {
     const char* const blanks = " \t\r\n";
     const std::size_t first = text.find_first_not_of(blanks);
     if (first == std::string_view::npos) {
@@ -17,3 +16,5 @@ std::string_view trimmed(std::string_view text) {
 }
 
 } // namespace phone
+
+#endif
