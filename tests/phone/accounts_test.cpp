@@ -41,7 +41,7 @@ TEST_F(AccountsTest, SaysWhichAccountsThereAreWhenAskedForOneThatThereIsNot) {
          {"6", "-1", "-0", "99999999999999999999", "-99999999999999999999", "-"}) {
         const Answer answer = me.page(std::string("accounts&acc=") + account);
         EXPECT_EQ(answer.status, 404) << account;
-        EXPECT_NE(answer.text().find("There is no such account"), std::string::npos) << account;
+        EXPECT_NE(answer.text().find("Account not found"), std::string::npos) << account;
         EXPECT_TRUE(answer.leadsTo("/servlet?p=accounts&acc=0"));
         EXPECT_FALSE(answer.field("userName"));
         const std::string before = savedText();
@@ -111,6 +111,7 @@ TEST_F(AccountsTest, NeverSendsASecretBack) {
 }
 
 TEST_F(AccountsTest, SaysBesideEachFieldWhatIsWrongWithIt) {
+    const char* const kBadUserName = "Spaces and control characters are not allowed.";
     const struct {
         const char* field;
         std::string value;
@@ -119,22 +120,22 @@ TEST_F(AccountsTest, SaysBesideEachFieldWhatIsWrongWithIt) {
         {"label", "", "Please fill in this field."},
         {"label", std::string(21, 'x'), "Use at most 20 characters."},
         {"displayName", std::string(41, 'x'), "Use at most 40 characters."},
-        {"displayName", "\xff", "The text is not encoded in UTF-8."},
+        {"displayName", "\xff", "The text is not encoded as UTF-8."},
         {"userName", "", "Please fill in this field."},
-        {"userName", "two words", "This holds a character that is not allowed here."},
-        {"userName", "a\tb", "This holds a character that is not allowed here."},
+        {"userName", "two words", kBadUserName},
+        {"userName", "a\tb", kBadUserName},
         {"secret", std::string(65, 'x'), "Use at most 64 characters."},
         {"server", "", "Please fill in this field."},
         {"server", "-bad-", "Enter a valid host name."},
         {"port", "", "Please fill in this field."},
         {"port", "x", "Enter a whole number."},
-        {"port", "0", "The smallest value is 1."},
-        {"port", "65536", "The largest value is 65535."},
-        {"port", "99999999999999999999", "The largest value is 65535."},
-        {"transport", "pigeon", "Choose one of the values offered."},
-        {"expiry", "59", "The smallest value is 60."},
-        {"expiry", "86401", "The largest value is 86400."},
-        {"enabled", "maybe", "Choose one of the values offered."},
+        {"port", "0", "Enter a value of at least 1."},
+        {"port", "65536", "Enter a value of at most 65535."},
+        {"port", "99999999999999999999", "Enter a value of at most 65535."},
+        {"transport", "pigeon", "Choose one of the listed options."},
+        {"expiry", "59", "Enter a value of at least 60."},
+        {"expiry", "86401", "Enter a value of at most 86400."},
+        {"enabled", "maybe", "Choose one of the listed options."},
     };
     const std::string before = savedText();
     for (const auto& wrong : cases) {
@@ -171,7 +172,9 @@ TEST_F(AccountsTest, SaysWhenNothingCouldBeSaved) {
     breakTheDisk();
     const Answer answer = me.submit("accounts&acc=0", kGood);
     EXPECT_EQ(answer.status, 500);
-    EXPECT_EQ(answer.alert(), "The change could not be saved. What was there before still holds.");
+    EXPECT_EQ(
+        answer.alert(),
+        "The change could not be saved. The previous settings and contacts are still in use.");
     EXPECT_EQ(answer.field("userName"), "hall") << "so that nobody has to enter it again";
     EXPECT_EQ(me.page("accounts").field("userName"), "1001");
     repairTheDisk();

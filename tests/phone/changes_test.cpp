@@ -12,7 +12,7 @@ using kit::testing::Part;
 
 namespace {
 
-constexpr const char* kNothingDone = "This request did not come from a form of your present "
+constexpr const char* kNothingDone = "This request did not come from a form of your current "
                                      "session, so nothing was changed.";
 
 // A request that changes something when it may.

@@ -49,7 +49,9 @@ TEST_F(ConfigurationTest, IsExportedWithoutSecrets) {
 }
 
 TEST_F(ConfigurationTest, IsImportedAndTheFormerOneKept) {
-    EXPECT_NE(me.page("settings-config").text().find("There is none. An import makes one."),
+    EXPECT_NE(me.page("settings-config")
+                  .text()
+                  .find("There is no local copy yet. Importing a configuration creates one."),
               std::string::npos);
     EXPECT_FALSE(hasCopy());
     const Answer answer = import(with("desk-phone", "hall-phone"));
@@ -69,7 +71,7 @@ TEST_F(ConfigurationTest, IsTakenBack) {
     Visitor again(*container);
     again.signIn();
     const Answer answer = again.submit("settings-config&q=localconfig&type=import");
-    EXPECT_EQ(again.send(get(answer.location())).done(), "The local copy was taken back.");
+    EXPECT_EQ(again.send(get(answer.location())).done(), "The local copy was restored.");
     EXPECT_EQ(again.page("network").field("hostname"), "desk-phone");
     EXPECT_EQ(saved()->settings.network.hostname, "desk-phone");
 }
@@ -99,10 +101,10 @@ TEST_F(ConfigurationTest, IsRefusedAsAWholeWithATableOfWhatIsWrong) {
     const std::string before = savedText();
     const Answer answer = import(text);
     EXPECT_EQ(answer.status, 422);
-    EXPECT_EQ(answer.alert(), "The file was not imported. These places in it cannot be used:");
-    for (const char* row :
-         {"account[1]/port The smallest value is 1.", "network/hostname Enter a valid host name.",
-          "audio/codec Choose one of the values offered."}) {
+    EXPECT_EQ(answer.alert(), "The file was not imported because it contains errors:");
+    for (const char* row : {"account[1]/port Enter a value of at least 1.",
+                            "network/hostname Enter a valid host name.",
+                            "audio/codec Choose one of the listed options."}) {
         EXPECT_NE(answer.text().find(row), std::string::npos) << row << " in " << answer.text();
     }
     EXPECT_EQ(savedText(), before) << "not even a local copy";
@@ -120,7 +122,7 @@ TEST_F(ConfigurationTest, IsRefusedWhenItIsSomethingElse) {
         EXPECT_EQ(savedText(), before) << text;
     }
     const Answer unknown = import("<configuration><i>1</i></configuration>");
-    EXPECT_NE(unknown.text().find("i The phone has no setting of this name."), std::string::npos)
+    EXPECT_NE(unknown.text().find("i The phone has no setting with this name."), std::string::npos)
         << unknown.text();
 }
 
@@ -128,7 +130,7 @@ TEST_F(ConfigurationTest, IsRefusedWhenItIsTooLargeOrDidNotArrive) {
     const std::string before = savedText();
     const std::string large = exported() + std::string(64 * 1024, ' ');
     EXPECT_EQ(import(large).status, 422);
-    EXPECT_EQ(import(large).alert(), "The file is too large: at most 64 KiB is possible.");
+    EXPECT_EQ(import(large).alert(), "The file is too large. The maximum size is 64 KiB.");
     const Request whole =
         me.uploading("settings-config&q=import", file("config", "c.xml", exported()));
     for (int cut : {0, 10, 200, 1000}) {
@@ -137,7 +139,7 @@ TEST_F(ConfigurationTest, IsRefusedWhenItIsTooLargeOrDidNotArrive) {
     }
     const Answer none = me.upload("settings-config&q=import", file("config", "", ""));
     EXPECT_EQ(none.status, 422);
-    EXPECT_NE(none.text().find("config This is not a configuration of this phone."),
+    EXPECT_NE(none.text().find("config This is not a configuration file for this phone."),
               std::string::npos)
         << none.text();
     EXPECT_EQ(me.submit("settings-config&q=import").status, 422) << "a form without a file";
@@ -162,7 +164,9 @@ TEST_F(ConfigurationTest, StaysWhenItCannotBeSaved) {
     breakTheDisk();
     const Answer answer = import(text);
     EXPECT_EQ(answer.status, 500);
-    EXPECT_EQ(answer.alert(), "The change could not be saved. What was there before still holds.");
+    EXPECT_EQ(
+        answer.alert(),
+        "The change could not be saved. The previous settings and contacts are still in use.");
     EXPECT_EQ(me.page("network").field("hostname"), "desk-phone");
     EXPECT_FALSE(hasCopy());
 }

@@ -5,7 +5,7 @@ using kit::testing::file;
 
 namespace {
 
-constexpr const char* kGone = "There is no preview any more. Choose the file once more.";
+constexpr const char* kGone = "The preview has expired. Select the file again.";
 
 class PreviewTest : public SignedInTest {
 protected:
@@ -15,13 +15,12 @@ protected:
 
     bool isHeld() { return isHeld(me); }
     static bool isHeld(Visitor& visitor) {
-        return visitor.page("contacts-preview").text().find("What the import would do") !=
-               std::string::npos;
+        return visitor.page("contacts-preview").text().find("Import preview") != std::string::npos;
     }
 
     std::string counts() {
         const std::string text = me.page("contacts-preview").text();
-        const auto from = text.find("What the import would do ");
+        const auto from = text.find("Import preview ");
         return from == text.npos
                    ? ""
                    : text.substr(from + 25, text.find(" Nothing is changed yet") - from - 25);
@@ -49,12 +48,13 @@ TEST_F(PreviewTest, ShowsWhatTheImportWouldDoAndDoesIt) {
     EXPECT_EQ(answer.status, 303);
     EXPECT_EQ(answer.location(), "/servlet?p=contacts-preview");
     const std::string before = savedText();
-    EXPECT_EQ(counts(), "New 1 Changed 1 Unchanged 1 Refused 3");
+    EXPECT_EQ(counts(), "New 1 Changed 1 Unchanged 1 Rejected 3");
     const Answer page = me.page("contacts-preview");
     for (const char* row :
-         {"5 Emil,abc Number: This holds a character that is not allowed here.",
-          "6 ?,1 The text is not encoded in UTF-8.", "7 Anna,102 Name: This entry exists already.",
-          "Changed Name Now Then Anna 100 101", "New Name Number D\xC3\xB6ra, <b> 400"}) {
+         {"5 Emil,abc Number: Use only digits, spaces and + * # ( ) -, with at least one digit.",
+          "6 ?,1 The text is not encoded as UTF-8.", "7 Anna,102 Name: This entry already exists.",
+          "Changed Name Current number New number Anna 100 101",
+          "New Name Number D\xC3\xB6ra, <b> 400"}) {
         EXPECT_NE(page.text().find(row), std::string::npos) << row << " in " << page.text();
     }
     EXPECT_EQ(page.body.find("<b>"), std::string::npos);
@@ -80,7 +80,7 @@ TEST_F(PreviewTest, HasNothingToImportWhenNothingWouldChange) {
 
 TEST_F(PreviewTest, SaysWhyALineOfAnotherKindOfFileIsRefused) {
     upload("%PDF-1.7\n\"never closed,1\n");
-    EXPECT_EQ(counts(), "New 0 Changed 0 Unchanged 0 Refused 2");
+    EXPECT_EQ(counts(), "New 0 Changed 0 Unchanged 0 Rejected 2");
     const std::string text = me.page("contacts-preview").text();
     EXPECT_NE(text.find("1 %PDF-1.7 Number: Please fill in this field."), std::string::npos)
         << text;
@@ -155,19 +155,19 @@ TEST_F(PreviewTest, IsReplacedByTheNextFile) {
 TEST_F(PreviewTest, RefusesAFileThatIsTooLarge) {
     const Answer answer = upload("Dora,400\n" + std::string(1024 * 1024, '\n'));
     EXPECT_EQ(answer.status, 422);
-    EXPECT_EQ(answer.alert(), "The file is too large: at most 1 MiB is possible.");
+    EXPECT_EQ(answer.alert(), "The file is too large. The maximum size is 1 MiB.");
     EXPECT_FALSE(isHeld());
 }
 
 TEST_F(PreviewTest, TakesAFileOfTheLargestSize) {
     const std::string line = "Dora,400\n";
     EXPECT_EQ(upload(line + std::string(1024 * 1024 - line.size(), '\n')).status, 303);
-    EXPECT_EQ(counts(), "New 1 Changed 0 Unchanged 0 Refused 0");
+    EXPECT_EQ(counts(), "New 1 Changed 0 Unchanged 0 Rejected 0");
 }
 
 TEST_F(PreviewTest, RefusesAnEmptyFileAndNoFile) {
-    EXPECT_EQ(upload("").alert(), "No file was chosen, or it is empty.");
-    EXPECT_EQ(upload("", "").alert(), "No file was chosen, or it is empty.");
+    EXPECT_EQ(upload("").alert(), "No file was selected, or the file is empty.");
+    EXPECT_EQ(upload("", "").alert(), "No file was selected, or the file is empty.");
     EXPECT_EQ(upload("").status, 422);
     EXPECT_FALSE(isHeld());
 }
@@ -190,15 +190,15 @@ TEST_F(PreviewTest, SaysWhenThereIsNoRoom) {
         csv += "Name " + std::to_string(i) + "," + std::to_string(i) + "\n";
     }
     upload(csv);
-    EXPECT_EQ(counts(), "New 1997 Changed 0 Unchanged 0 Refused 3");
-    EXPECT_NE(me.page("contacts-preview").text().find("Name: At most 2000 entries are possible."),
+    EXPECT_EQ(counts(), "New 1997 Changed 0 Unchanged 0 Rejected 3");
+    EXPECT_NE(me.page("contacts-preview").text().find("Name: At most 2000 entries are allowed."),
               std::string::npos);
     Visitor other(*container, "192.0.2.8");
     other.signIn();
     other.submit("contacts&q=add", {{"name", "Dora"}, {"number", "400"}});
     const Answer answer = me.submit("contacts-preview&q=apply");
     EXPECT_EQ(answer.status, 422);
-    EXPECT_EQ(answer.alert(), "With this list there would be more than 2,000 contacts.");
+    EXPECT_EQ(answer.alert(), "This import would exceed the maximum of 2,000 contacts.");
     EXPECT_EQ(saved()->directory.contacts().size(), 4U);
 }
 
@@ -207,7 +207,9 @@ TEST_F(PreviewTest, IsStillThereWhenItCouldNotBeSaved) {
     breakTheDisk();
     const Answer answer = me.submit("contacts-preview&q=apply");
     EXPECT_EQ(answer.status, 500);
-    EXPECT_EQ(answer.alert(), "The change could not be saved. What was there before still holds.");
+    EXPECT_EQ(
+        answer.alert(),
+        "The change could not be saved. The previous settings and contacts are still in use.");
     repairTheDisk();
     EXPECT_EQ(saved()->directory.find("Dora"), nullptr);
     EXPECT_EQ(me.submit("contacts-preview&q=apply").status, 303);

@@ -45,7 +45,7 @@ TEST_F(ContactsTest, AreFoundByNameAndNumberForAsLongAsTheSessionLasts) {
     me.submit("contacts&q=search", {{"search", "00"}});
     EXPECT_EQ(list().substr(0, 9), "Found: 3.");
     me.submit("contacts&q=search", {{"search", "zzz"}});
-    EXPECT_EQ(list(), "Found: 0. Show all No contact fits the search.");
+    EXPECT_EQ(list(), "Found: 0. Show all No contacts match \"zzz\".");
     EXPECT_EQ(me.page("contacts&q=all").location(), "/servlet?p=contacts");
     EXPECT_EQ(list().substr(0, 11), "Contacts: 3");
 }
@@ -56,6 +56,7 @@ TEST_F(ContactsTest, AreSearchedForTextsThatNoAddressCouldHold) {
     const Answer page = me.page("contacts");
     EXPECT_EQ(page.field("search"), search);
     EXPECT_EQ(page.body.find("alert(\"1\")"), std::string::npos);
+    EXPECT_EQ(list(), "Found: 0. Show all No contacts match \"" + search + "\".");
     me.submit("contacts&q=search", {{"search", std::string(127, 'x') + "\xC3\xA9y"}});
     EXPECT_EQ(me.page("contacts").field("search"), std::string(127, 'x')) << "a long one is cut";
 }
@@ -114,6 +115,8 @@ TEST_F(ContactsTest, AreAdded) {
 }
 
 TEST_F(ContactsTest, AreNotAddedWhenSomethingIsWrong) {
+    const char* const kBadNumber =
+        "Use only digits, spaces and + * # ( ) -, with at least one digit.";
     const struct {
         std::string name;
         std::string number;
@@ -122,11 +125,11 @@ TEST_F(ContactsTest, AreNotAddedWhenSomethingIsWrong) {
     } cases[] = {
         {"", "1", "name", "Please fill in this field."},
         {std::string(65, 'x'), "1", "name", "Use at most 64 characters."},
-        {"Anna", "999", "name", "This entry exists already."},
-        {"Dora\x01", "1", "name", "This holds a character that is not allowed here."},
+        {"Anna", "999", "name", "This entry already exists."},
+        {"Dora\x01", "1", "name", "Contains characters that are not allowed."},
         {"Dora", "", "number", "Please fill in this field."},
-        {"Dora", "+-", "number", "This holds a character that is not allowed here."},
-        {"Dora", "12a", "number", "This holds a character that is not allowed here."},
+        {"Dora", "+-", "number", kBadNumber},
+        {"Dora", "12a", "number", kBadNumber},
         {"Dora", std::string(33, '1'), "number", "Use at most 32 characters."},
     };
     const std::string before = savedText();
@@ -154,7 +157,7 @@ TEST_F(ContactsTest, AreSaidToBeGoneWhenSomebodyElseRemovedThem) {
     for (const Fields& fields : {Fields{{"name", "Anna"}}, Fields()}) {
         const Answer answer = me.submit("contacts&q=remove", fields);
         const Answer page = me.send(get(answer.location()));
-        EXPECT_EQ(page.alert(), "This contact does not exist any more.");
+        EXPECT_EQ(page.alert(), "This contact no longer exists.");
         EXPECT_EQ(page.done(), "");
     }
     EXPECT_EQ(saved()->directory.contacts().size(), 2U);
@@ -175,7 +178,7 @@ TEST_F(ContactsTest, SayWhenNoneIsLeft) {
     for (const char* name : {"Anna", "Bj\xC3\xB6rn", "Carol"}) {
         me.submit("contacts&q=remove", {{"name", name}});
     }
-    EXPECT_EQ(list(), "Contacts: 0 The list is empty. Add a contact or import a list.");
+    EXPECT_EQ(list(), "Contacts: 0 No contacts yet. Add a contact or import a list.");
 }
 
 TEST_F(ContactsTest, AreExported) {
@@ -194,8 +197,9 @@ TEST_F(ContactsTest, StayWhenTheyCannotBeSaved) {
         const Answer answer =
             me.submit(action, {{"name", action[11] == 'a' ? "Dora" : "Anna"}, {"number", "400"}});
         EXPECT_EQ(answer.status, 500) << action;
-        EXPECT_EQ(answer.alert(),
-                  "The change could not be saved. What was there before still holds.");
+        EXPECT_EQ(
+            answer.alert(),
+            "The change could not be saved. The previous settings and contacts are still in use.");
     }
     EXPECT_EQ(list().substr(0, 20), "Contacts: 3 Name Num");
 }

@@ -22,7 +22,7 @@ protected:
 
 TEST_F(PhonePageTest, ShowsTheDisplayAndTheLamps) {
     EXPECT_EQ(me.page("phone").title(), "Phone");
-    EXPECT_EQ(shown(), "State On hook Last key – On the display Line 1 Ready");
+    EXPECT_EQ(shown(), "State On hook Last key pressed – On the display Line 1 Ready");
     EXPECT_NE(lamps().find("Line 1: off Line 2: off"), std::string::npos) << lamps();
 }
 
@@ -31,22 +31,24 @@ TEST_F(PhonePageTest, PressesKeys) {
     EXPECT_EQ(answer.status, 303);
     EXPECT_EQ(answer.location(), "/servlet?p=phone");
     me.submit("phone&q=key", {{"key", "POUND"}});
-    EXPECT_EQ(shown(), "State Dialling Last key POUND On the display Line 1: Dial 4#");
+    EXPECT_EQ(shown(), "State Dialling Last key pressed POUND On the display Line 1: Dial 4#");
     EXPECT_NE(lamps().find("Line 1: on"), std::string::npos);
     EXPECT_NE(lamps().find("Speaker: on"), std::string::npos);
     me.submit("phone&q=key", {{"key", "OK"}});
-    EXPECT_EQ(shown(), "State In a call Last key OK On the display Line 1: In call 4#");
+    EXPECT_EQ(shown(), "State In a call Last key pressed OK On the display Line 1: In call 4#");
     me.submit("phone&q=key", {{"key", "HOLD"}});
-    EXPECT_EQ(shown(), "State On hold Last key HOLD On the display Line 1: On hold 4#");
+    EXPECT_EQ(shown(), "State On hold Last key pressed HOLD On the display Line 1: On hold 4#");
     EXPECT_NE(lamps().find("Line 1: flashing"), std::string::npos);
 }
 
 TEST_F(PhonePageTest, CallsNumbersAndPlaysTheOtherSide) {
     EXPECT_EQ(me.submit("phone", {{"number", "+49 30 1"}}).status, 303);
-    EXPECT_EQ(shown(), "State In a call Last key – On the display Line 1: In call +49 30 1");
+    EXPECT_EQ(shown(),
+              "State In a call Last key pressed – On the display Line 1: In call +49 30 1");
     EXPECT_EQ(me.submit("phone", {{"command", "hangup"}}).status, 303);
     EXPECT_EQ(me.submit("phone", {{"command", "ring"}}).status, 303);
-    EXPECT_EQ(shown(), "State Ringing Last key – On the display Line 1: Incoming call 1002");
+    EXPECT_EQ(shown(),
+              "State Ringing Last key pressed – On the display Line 1: Incoming call 1002");
     EXPECT_EQ(me.submit("phone", {{"command", "message_on"}}).status, 303);
     EXPECT_NE(lamps().find("Messages: flashing"), std::string::npos);
 }
@@ -58,12 +60,12 @@ TEST_F(PhonePageTest, LeavesThePhoneAloneWhenItDoesNotKnowWhatToDo) {
         const Answer answer = me.submit("phone&q=key", wish);
         EXPECT_EQ(answer.status, 422);
         EXPECT_EQ(answer.title(), "Phone");
-        EXPECT_EQ(answer.alert(), "The phone does not know this, or cannot do it now.");
-        EXPECT_EQ(shown(), "State On hook Last key – On the display Line 1 Ready");
+        EXPECT_EQ(answer.alert(), "Unknown command, or not possible in the current call state.");
+        EXPECT_EQ(shown(), "State On hook Last key pressed – On the display Line 1 Ready");
     }
 }
 
 TEST_F(PhonePageTest, IsRecordedNowhereAsAnEvent) {
     me.submit("phone&q=key", {{"key", "4"}});
-    EXPECT_NE(me.page("status").text().find("0 since the start"), std::string::npos);
+    EXPECT_NE(me.page("status").text().find("0 since startup"), std::string::npos);
 }

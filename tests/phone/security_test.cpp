@@ -25,14 +25,15 @@ protected:
 TEST_F(SecurityTest, ShowsWhoIsSignedIn) {
     const Answer page = me.page("security");
     EXPECT_EQ(page.title(), "Security");
-    EXPECT_NE(page.text().find("From 192.0.2.7 Ends After 600 s without use"), std::string::npos)
+    EXPECT_NE(page.text().find("From 192.0.2.7 Ends After 600 seconds of inactivity"),
+              std::string::npos)
         << page.text();
-    const auto others = page.text().find("Also signed in");
+    const auto others = page.text().find("Other sessions");
     ASSERT_NE(others, std::string::npos);
     EXPECT_NE(page.text().find("192.0.2.8", others), std::string::npos);
     EXPECT_EQ(page.text().find("192.0.2.7", others), std::string::npos);
     other.submit("login&q=logout");
-    EXPECT_NE(me.page("security").text().find("Also signed in Nobody else."), std::string::npos);
+    EXPECT_NE(me.page("security").text().find("Other sessions None."), std::string::npos);
 }
 
 TEST_F(SecurityTest, ChangesThePasswordAndSignsOthersOut) {
@@ -57,14 +58,14 @@ TEST_F(SecurityTest, RefusesPasswordsThatAreNoGood) {
         const char* field;
         const char* message;
     } cases[] = {
-        {change("wrong", kNew, kNew), "oldPassword", "This is not the present password."},
-        {change("", kNew, kNew), "oldPassword", "This is not the present password."},
+        {change("wrong", kNew, kNew), "oldPassword", "The current password is incorrect."},
+        {change("", kNew, kNew), "oldPassword", "The current password is incorrect."},
         {change(kPassword, "", ""), "newPassword", "Please fill in this field."},
         {change(kPassword, "seven77", "seven77"), "newPassword", "Use at least 8 characters."},
         {change(kPassword, std::string(129, 'x'), std::string(129, 'x')), "newPassword",
          "Use at most 128 characters."},
-        {change(kPassword, kNew, "other horse"), "repeat", "The two passwords differ."},
-        {change(kPassword, kNew, ""), "repeat", "The two passwords differ."},
+        {change(kPassword, kNew, "other horse"), "repeat", "The passwords do not match."},
+        {change(kPassword, kNew, ""), "repeat", "The passwords do not match."},
     };
     const std::string before = savedText();
     for (const auto& wrong : cases) {
@@ -96,7 +97,9 @@ TEST_F(SecurityTest, ChangesNoPasswordThatCannotBeSaved) {
     breakTheDisk();
     const Answer answer = me.submit("security&q=password", change(kPassword, kNew, kNew));
     EXPECT_EQ(answer.status, 500);
-    EXPECT_EQ(answer.alert(), "The change could not be saved. What was there before still holds.");
+    EXPECT_EQ(
+        answer.alert(),
+        "The change could not be saved. The previous settings and contacts are still in use.");
     EXPECT_EQ(other.page("status").status, 200);
     EXPECT_EQ(other.signIn(kPassword).status, 303);
 }
@@ -135,12 +138,12 @@ TEST_F(SecurityTest, SaysWhatIsWrongWithTheAccess) {
         std::string addresses;
         const char* message;
     } cases[] = {
-        {"idleSeconds", "9", "", "The smallest value is 10."},
-        {"idleSeconds", "3601", "", "The largest value is 3600."},
+        {"idleSeconds", "9", "", "Enter a value of at least 10."},
+        {"idleSeconds", "3601", "", "Enter a value of at most 3600."},
         {"idleSeconds", "", "", "Please fill in this field."},
-        {"remoteAddresses", "60", "<b>here", "Enter an IP address such as 192.168.1.20."},
-        {"remoteAddresses", "60", "192.0.2.1\n192.0.2.1", "This entry exists already."},
-        {"remoteAddresses", "60", many, "At most 16 entries are possible."},
+        {"remoteAddresses", "60", "<b>here", "Enter an IP address, for example 192.168.1.20."},
+        {"remoteAddresses", "60", "192.0.2.1\n192.0.2.1", "This entry already exists."},
+        {"remoteAddresses", "60", many, "At most 16 entries are allowed."},
     };
     const std::string before = savedText();
     for (const auto& wrong : cases) {

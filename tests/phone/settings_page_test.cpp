@@ -52,8 +52,9 @@ protected:
         breakTheDisk();
         const Answer answer = me.submit(page, fields);
         EXPECT_EQ(answer.status, 500);
-        EXPECT_EQ(answer.alert(),
-                  "The change could not be saved. What was there before still holds.");
+        EXPECT_EQ(
+            answer.alert(),
+            "The change could not be saved. The previous settings and contacts are still in use.");
         EXPECT_NE(answer.field(field), former);
         EXPECT_EQ(me.page(page).field(field), former);
     }
@@ -80,28 +81,37 @@ TEST_F(SettingsTest, SaveTheNetwork) {
     EXPECT_EQ(again.page("network").field("address"), "192.168.1.20");
 }
 
+TEST_F(SettingsTest, LeadToTheStaticAddressOnceItIsSaved) {
+    const char* const there = "//192.168.1.20/servlet?p=network";
+    me.submit("network", kStatic);
+    EXPECT_TRUE(me.page("network&saved=1").leadsTo(there));
+    EXPECT_FALSE(me.page("network").leadsTo(there)) << "only what was just saved";
+    me.submit("network", with(kStatic, "mode", "dhcp"));
+    EXPECT_FALSE(me.page("network&saved=1").leadsTo(there)) << "DHCP chooses the address";
+}
+
 TEST_F(SettingsTest, SayWhatIsWrongWithTheNetwork) {
     const Wrong cases[] = {
         {"address", "", "Please fill in this field."},
-        {"address", "192.168.1.256", "Enter an IP address such as 192.168.1.20."},
+        {"address", "192.168.1.256", "Enter an IP address, for example 192.168.1.20."},
         {"address", "192.168.1.0", "This address is reserved and cannot be used here."},
         {"address", "192.168.1.255", "This address is reserved and cannot be used here."},
-        {"netmask", "255.0.255.0", "Enter a network mask such as 255.255.255.0."},
+        {"netmask", "255.0.255.0", "Enter a subnet mask, for example 255.255.255.0."},
         {"gateway", "10.0.0.1", "This address is outside the phone's network."},
         {"gateway", "192.168.1.20", "This address is reserved and cannot be used here."},
         {"dns1", "", "Please fill in this field."},
-        {"dns2", "<b>", "Enter an IP address such as 192.168.1.20."},
+        {"dns2", "<b>", "Enter an IP address, for example 192.168.1.20."},
         {"hostname", "", "Please fill in this field."},
         {"hostname", "two words", "Enter a valid host name."},
-        {"vlan", "0", "The smallest value is 1."},
-        {"vlan", "4095", "The largest value is 4094."},
+        {"vlan", "0", "Enter a value of at least 1."},
+        {"vlan", "4095", "Enter a value of at most 4094."},
     };
     for (const Wrong& wrong : cases) {
         expectRefused("network", kStatic, wrong);
     }
     const Answer answer = me.submit("network", with(kStatic, "mode", "pigeon"));
     EXPECT_EQ(answer.status, 422);
-    EXPECT_EQ(answer.error("mode"), "Choose one of the values offered.");
+    EXPECT_EQ(answer.error("mode"), "Choose one of the listed options.");
 }
 
 TEST_F(SettingsTest, SayThatTheNetworkCouldNotBeSaved) {
@@ -120,12 +130,12 @@ TEST_F(SettingsTest, SaveTheAudio) {
 
 TEST_F(SettingsTest, SayWhatIsWrongWithTheAudio) {
     const Wrong cases[] = {
-        {"ringtone", "drum", "Choose one of the values offered."},
-        {"ringVolume", "-1", "The smallest value is 0."},
-        {"speakerVolume", "11", "The largest value is 10."},
+        {"ringtone", "drum", "Choose one of the listed options."},
+        {"ringVolume", "-1", "Enter a value of at least 0."},
+        {"speakerVolume", "11", "Enter a value of at most 10."},
         {"handsetVolume", "loud", "Enter a whole number."},
-        {"micGain", "7", "The largest value is 6."},
-        {"micGain", "-7", "The smallest value is -6."},
+        {"micGain", "7", "Enter a value of at most 6."},
+        {"micGain", "-7", "Enter a value of at least -6."},
         {"codec", "", "Please fill in this field."},
     };
     for (const Wrong& wrong : cases) {

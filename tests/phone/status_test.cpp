@@ -28,7 +28,7 @@ TEST_F(StatusTest, TellsWhatThePhoneIs) {
     EXPECT_EQ(page.title(), "Status");
     EXPECT_NE(page.text().find("Model Desk phone Firmware "), std::string::npos) << page.text();
     EXPECT_NE(page.text().find(" KiB free"), std::string::npos);
-    EXPECT_NE(page.text().find("None yet."), std::string::npos);
+    EXPECT_NE(page.text().find("No events yet."), std::string::npos);
 }
 
 TEST_F(StatusTest, TellsHowLongThePhoneIsRunning) {
@@ -164,10 +164,10 @@ TEST_F(StatusTest, ShowsTheNewestEventsFirstAndCountsAll) {
     EXPECT_EQ(values.at("events.recent[19].value"), "116");
     EXPECT_EQ(values.count("events.recent[20].value"), 0U);
     const std::string text = me.page("status").text();
-    EXPECT_NE(text.find("50 since the start"), std::string::npos);
+    EXPECT_NE(text.find("50 since startup"), std::string::npos);
     EXPECT_NE(text.find("number 125 127.0.0.1"), std::string::npos) << text;
     EXPECT_EQ(text.find("number 115 127.0.0.1"), std::string::npos) << text;
-    EXPECT_EQ(text.find("None yet."), text.npos) << "hidden, and not to be read: " << text;
+    EXPECT_EQ(text.find("No events yet."), text.npos) << "hidden, and not to be read: " << text;
 }
 
 TEST_F(StatusTest, IsNotHarmedByWhatEventsHold) {

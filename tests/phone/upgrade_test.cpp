@@ -26,7 +26,7 @@ protected:
     }
     std::string version() {
         const std::string text = me.page("settings-upgrade").text();
-        const auto from = text.find("Present firmware Firmware ") + 26;
+        const auto from = text.find("Current firmware Firmware ") + 26;
         return text.substr(from, text.find(' ', from) - from);
     }
     bool isInstalled() const {
@@ -48,8 +48,8 @@ TEST_F(UpgradeTest, TakesAnImageThatRunsFromTheNextRestartOn) {
     const std::string before = version();
     const Answer answer = upload(image("9.8.7"), "C:\\images\\<b>new.img");
     EXPECT_EQ(answer.status, 200);
-    EXPECT_EQ(answer.done(), "<b>new.img: The image was received: version 9.8.7. It runs from the "
-                             "next restart on.");
+    EXPECT_EQ(answer.done(), "<b>new.img: Version 9.8.7 was received. It takes effect at the next "
+                             "restart.");
     EXPECT_EQ(answer.body.find("<b>"), std::string::npos);
     EXPECT_EQ(version(), before);
     EXPECT_NE(before, "9.8.7");
@@ -74,16 +74,17 @@ TEST_F(UpgradeTest, RefusesAnImageThatIsNoGood) {
         std::string bytes;
         const char* message;
     } cases[] = {
-        {"other model", otherModel, "This image is for another model. The present firmware stays."},
-        {"damaged", damaged, "The image is damaged. The present firmware stays."},
-        {"longer", good + "x", "The image is damaged. The present firmware stays."},
+        {"other model", otherModel,
+         "This image is for a different model. The current firmware stays in use."},
+        {"damaged", damaged, "The image is damaged. The current firmware stays in use."},
+        {"longer", good + "x", "The image is damaged. The current firmware stays in use."},
         {"short", good.substr(0, good.size() - 1),
-         "The image did not arrive completely. The present firmware stays."},
+         "The image was not received completely. The current firmware stays in use."},
         {"header only", good.substr(0, 44),
-         "The image did not arrive completely. The present firmware stays."},
+         "The image was not received completely. The current firmware stays in use."},
         {"something else", std::string(200, 'x'),
-         "This is not a firmware image for this phone. The present firmware stays."},
-        {"empty", "", "The image did not arrive completely. The present firmware stays."},
+         "This is not a firmware image for this phone. The current firmware stays in use."},
+        {"empty", "", "The image was not received completely. The current firmware stays in use."},
     };
     for (const auto& wrong : cases) {
         const Answer answer = upload(wrong.bytes);
@@ -104,7 +105,7 @@ TEST_F(UpgradeTest, KeepsTheImageThatThereIsWhenTheNextIsNoGood) {
 TEST_F(UpgradeTest, FailsWhenNoFileWasChosen) {
     const Answer answer = upload("", "");
     EXPECT_EQ(answer.status, 422);
-    EXPECT_EQ(answer.alert(), "The upload failed. The present firmware stays.");
+    EXPECT_EQ(answer.alert(), "The upload failed. The current firmware stays in use.");
     expectNothingLeft();
 }
 
@@ -112,8 +113,7 @@ TEST_F(UpgradeTest, TakesAnImageWhoseFileHasNoName) {
     const Answer answer = upload(image("9.8.7"), "");
     EXPECT_TRUE(isInstalled());
     EXPECT_EQ(answer.status, 200);
-    EXPECT_EQ(answer.done(), "The image was received: version 9.8.7. It runs from the next restart "
-                             "on.");
+    EXPECT_EQ(answer.done(), "Version 9.8.7 was received. It takes effect at the next restart.");
     EXPECT_EQ(answer.alert(), "");
 }
 
@@ -127,7 +127,7 @@ TEST_F(UpgradeTest, TakesNothingFromAnUploadThatWasCutOff) {
         EXPECT_EQ(answer.done(), "") << cut;
     }
     EXPECT_EQ(me.submit("settings-upgrade&q=upload", {{"firmware", "new.img"}}).alert(),
-              "The upload failed. The present firmware stays.");
+              "The upload failed. The current firmware stays in use.");
     expectNothingLeft();
 }
 
@@ -135,7 +135,7 @@ TEST_F(UpgradeTest, SaysWhenAnImageCannotBeKept) {
     breakTheDisk();
     const Answer answer = upload(image("9.8.7"));
     EXPECT_EQ(answer.status, 422);
-    EXPECT_EQ(answer.alert(), "The upload failed. The present firmware stays.");
+    EXPECT_EQ(answer.alert(), "The upload failed. The current firmware stays in use.");
 }
 
 TEST_F(UpgradeTest, GivesAnImageThatItTakesBack) {
@@ -169,7 +169,7 @@ TEST_F(UpgradeTest, TakesOneUploadAtATime) {
         other.upload("settings-upgrade&q=upload", file("firmware", "second.img", image("5.5.5")));
     first.join();
     EXPECT_EQ(second.status, 422);
-    EXPECT_EQ(second.alert(), "The phone is busy with another transfer. Try again in a moment.");
+    EXPECT_EQ(second.alert(), "Another transfer is in progress. Try again in a moment.");
     EXPECT_EQ(firstStatus, 200);
     EXPECT_EQ(phone::checkImage(folder.file("phone/firmware.img")).version, "9.8.7");
     EXPECT_EQ(
@@ -182,13 +182,13 @@ TEST_F(UpgradeTest, RestartsForAWhile) {
     const Answer answer = me.submit("settings-upgrade&q=reboot");
     EXPECT_EQ(answer.status, 200);
     EXPECT_EQ(answer.title(), "Please wait");
-    EXPECT_NE(answer.text().find("The phone was asked to restart."), std::string::npos);
+    EXPECT_NE(answer.text().find("The phone will restart now."), std::string::npos);
     EXPECT_EQ(notice(), "reboot");
     advanceSeconds(7);
     EXPECT_EQ(notice(), "reboot");
     advanceSeconds(1);
     EXPECT_EQ(notice(), "idle") << "over by itself";
-    EXPECT_NE(me.page("status").text().find("Running for 0 d 00:00:00"), std::string::npos);
+    EXPECT_NE(me.page("status").text().find("Uptime 0 d 00:00:00"), std::string::npos);
 }
 
 TEST_F(UpgradeTest, DoesOneThingAtATime) {
@@ -221,7 +221,7 @@ TEST_F(UpgradeTest, ReturnsToFactorySettingsAndSignsOthersOut) {
     other.signIn("12345678");
     const Answer answer = me.submit("settings-upgrade&q=reset", {{"confirm", "1"}});
     EXPECT_EQ(answer.status, 200);
-    EXPECT_NE(answer.text().find("The phone was asked to return to its factory settings."),
+    EXPECT_NE(answer.text().find("The phone will now be reset to its factory settings."),
               std::string::npos);
     EXPECT_EQ(notice(), "reset");
     advanceSeconds(8);
@@ -239,8 +239,8 @@ TEST_F(UpgradeTest, ResetsNothingThatCannotBeSaved) {
     breakTheDisk();
     const Answer answer = me.submit("settings-upgrade&q=reset", {{"confirm", "1"}});
     EXPECT_EQ(answer.status, 500);
-    EXPECT_EQ(answer.title(), "This did not work");
-    EXPECT_EQ(answer.alert(), "The phone could not do what was asked. Nothing was changed.");
+    EXPECT_EQ(answer.title(), "Something went wrong");
+    EXPECT_EQ(answer.alert(), "The phone could not complete the request. Nothing was changed.");
     EXPECT_EQ(notice(), "idle");
     EXPECT_NE(me.page("contacts").text().find("Dora"), std::string::npos);
 }

@@ -73,7 +73,7 @@ void addForm(kit::Variables& variables, const Values& values, const Errors& erro
         const FieldError* const row[] = {&error};
         variables.rows((error.field + "Error").c_str(), row, [](const FieldError* wrong) {
             kit::Variables texts;
-            texts.set("code", nameOf(wrong->code));
+            texts.set("field", wrong->field).set("code", nameOf(wrong->code));
             if (wrong->limit) {
                 texts.set("limit", *wrong->limit);
             }

@@ -86,7 +86,7 @@ const kUpload = {
         await page.getByRole('button', { name: 'Upload' }).click();
         await page.locator('#main form progress').evaluate((bar) => { bar.value = 60; });
         await page.locator('#main form [role=status]').evaluate(
-            (status) => { status.textContent = '60 % sent'; });
+            (status) => { status.textContent = '60% sent'; });
     },
 };
 

@@ -67,7 +67,7 @@ for (const language of kLanguages) {
             const refused = [
                 ['accounts', { label: '', userName: 'a b', server: 'no_such host', port: '0',
                     expiry: '86401' },
-                { label: ['required'], userName: ['badCharacters'], server: ['badHost'],
+                { label: ['required'], userName: ['badUserName'], server: ['badHost'],
                     port: ['tooSmall', 1], expiry: ['tooLarge', 86400] }],
                 ['network', { mode: 'static', address: '224.0.0.1', netmask: '255.0.255.0',
                     gateway: '', dns1: 'x', hostname: '-desk', vlan: '4095' },
@@ -125,7 +125,7 @@ for (const language of kLanguages) {
             await expect(page.locator('#main h2')).toHaveText(
                 ['what', 'refused', 'changed', 'new'].map((key) => text(`preview.${key}`)));
             await expect(page.locator('#main table').first().locator('td:last-child')).toHaveText([
-                `${text('contacts.number')}: ${text('error.badCharacters')}`,
+                `${text('contacts.number')}: ${text('error.badNumber')}`,
                 `${text('contacts.name')}: ${text('error.required')}`, text('error.badLine')]);
             await check(page);
 
@@ -155,7 +155,7 @@ for (const language of kLanguages) {
             await send(page, { config: file('right.xml', '<configuration/>') });
             await expectAnswer(page, check, text('config.imported'));
             await action(page, 'type=import').click();
-            await expectAnswer(page, check, text('config.takenBack'));
+            await expectAnswer(page, check, text('config.restored'));
             const other = await page.context().newPage();
             await open(other, 'settings-config');
             await action(other, 'type=remove').click();

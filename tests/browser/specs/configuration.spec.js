@@ -50,16 +50,16 @@ test('the settings from before an import are taken back', async ({ page, check }
     await expectHostName(page, 'new');
 
     await open(page, 'settings-config');
-    await page.getByRole('button', { name: 'Take back' }).click();
-    await expect(told(page)).toHaveText('The local copy was taken back.');
+    await page.getByRole('button', { name: 'Restore' }).click();
+    await expect(told(page)).toHaveText('The local copy was restored.');
     await check(page);
     await expectHostName(page, 'kept');
 
     await open(page, 'settings-config');
     await page.getByRole('button', { name: 'Remove' }).click();
     await expect(told(page)).toHaveText('The local copy was removed.');
-    await expect(page.getByText('There is none. An import makes one.')).toBeVisible();
-    await expect(page.getByRole('button', { name: 'Take back' })).toHaveCount(0);
+    await expect(page.getByText('There is no local copy yet. Importing a configuration creates one.')).toBeVisible();
+    await expect(page.getByRole('button', { name: 'Restore' })).toHaveCount(0);
 });
 
 test('a copy that is gone cannot be taken back', async ({ page, expectStatus, check }) => {
@@ -71,7 +71,7 @@ test('a copy that is gone cannot be taken back', async ({ page, expectStatus, ch
     await expect(told(other)).toHaveText('The local copy was removed.');
 
     expectStatus(422);
-    await page.getByRole('button', { name: 'Take back' }).click();
+    await page.getByRole('button', { name: 'Restore' }).click();
     await expect(told(page)).toHaveText('There is no local copy.');
     await check(page);
 });
@@ -80,17 +80,17 @@ const kRefused = {
     'bad values': [`<configuration>
         <account><label>Fine</label></account><account><port>0</port><expiry>soon</expiry></account>
         <network><hostname>-</hostname><colour>red</colour></network></configuration>`, [
-        ['account[2]/port', 'The smallest value is 1.'],
+        ['account[2]/port', 'Enter a value of at least 1.'],
         ['account[2]/expiry', 'Enter a whole number.'],
-        ['network/colour', 'The phone has no setting of this name.'],
+        ['network/colour', 'The phone has no setting with this name.'],
         ['network/hostname', 'Enter a valid host name.'],
     ]],
-    'no XML': ['hostname = desk', [['config', 'This is not a configuration of this phone.']]],
-    'XML of something else': ['<html/>', [['html', 'The phone has no setting of this name.']]],
+    'no XML': ['hostname = desk', [['config', 'This is not a configuration file for this phone.']]],
+    'XML of something else': ['<html/>', [['html', 'The phone has no setting with this name.']]],
     'a document type': ['<!DOCTYPE a [<!ENTITY b "c">]><configuration/>',
-        [['config', 'This is not a configuration of this phone.']]],
+        [['config', 'This is not a configuration file for this phone.']]],
     'another encoding': [Buffer.from([0x3c, 0xe4, 0x2f, 0x3e]),
-        [['config', 'The text is not encoded in UTF-8.']]],
+        [['config', 'The text is not encoded as UTF-8.']]],
 };
 
 test('a file that cannot be used is refused as a whole', async ({ page, expectStatus, check }) => {
@@ -101,14 +101,14 @@ test('a file that cannot be used is refused as a whole', async ({ page, expectSt
             expectStatus(422);
             await importFile(page, content);
             await expect(told(page)).toHaveText(
-                'The file was not imported. These places in it cannot be used:');
+                'The file was not imported because it contains errors:');
             await expect(page.locator('tbody td')).toHaveText(rows.flat());
             await check(page);
         });
     }
     expectStatus(422);
     await importFile(page, `<configuration>${' '.repeat(64 * 1024)}</configuration>`);
-    await expect(told(page)).toHaveText('The file is too large: at most 64 KiB is possible.');
+    await expect(told(page)).toHaveText('The file is too large. The maximum size is 64 KiB.');
     await expectHostName(page, 'stays');
 });
 

@@ -14,7 +14,7 @@ const csv = (text) => file('list.csv', text, 'text/csv');
 async function preview(page, text) {
     await open(page, 'contacts-preview');
     await field(page, 'contacts').setInputFiles(csv(text));
-    await page.getByRole('button', { name: 'Show a preview' }).click();
+    await page.getByRole('button', { name: 'Show preview' }).click();
 }
 
 async function expectCounts(page, counts) {
@@ -76,7 +76,7 @@ test.describe('the list', () => {
         ]) {
             await search(page, text);
             await expectAt(page, 'contacts');
-            await expect(page.getByText('No contact fits the search.'), text).toBeVisible();
+            await expect(page.getByText(`No contacts match "${text}".`), text).toBeVisible();
             await expectValues(page, { search: text });
         }
         await check(page);
@@ -98,7 +98,7 @@ test.describe('a contact', () => {
 
         await page.getByRole('button', { name: `Remove: ${kContact.name}` }).click();
         await expect(told(page)).toHaveText('The contact was removed.');
-        await expect(page.getByText('No contact fits the search.')).toBeVisible();
+        await expect(page.getByText('No contacts match "zed".')).toBeVisible();
     });
 
     test('that is removed twice is said to be gone', async ({ visit }) => {
@@ -108,7 +108,7 @@ test.describe('a contact', () => {
         }
         for (const [page, text] of [
             [one, 'The contact was removed.'],
-            [other, 'This contact does not exist any more.'],
+            [other, 'This contact no longer exists.'],
         ]) {
             await rows(page).first().getByRole('button').click();
             await expect(told(page)).toHaveText(text);
@@ -119,7 +119,7 @@ test.describe('a contact', () => {
         await signInTo(page, 'contacts');
         expectStatus(422);
         await send(page, { name: 'Alice Brooks', number: '1' });
-        await expect(errorOf(page, 'name')).toHaveText('This entry exists already.');
+        await expect(errorOf(page, 'name')).toHaveText('This entry already exists.');
         await expectValues(page, { name: 'Alice Brooks', number: '1' });
         await check(page, kBothSchemes);
     });
@@ -128,7 +128,7 @@ test.describe('a contact', () => {
         await signInTo(page, 'contacts');
         await send(page, { name: 'Nobody', number: 'call me' });
         await expect(errorOf(page, 'number')).toHaveText(
-            'This holds a character that is not allowed here.');
+            'Use only digits, spaces and + * # ( ) -, with at least one digit.');
         await send(page, { name: '', number: '1' });
         await expect(errorOf(page, 'name')).toHaveText('Please fill in this field.');
         await expect(told(page)).toHaveCount(0);
@@ -157,7 +157,7 @@ test.describe('a list', () => {
         await expect(cells('New').locator('td')).toHaveText(['Aaron, A.', '111']);
         await expect(cells('Changed').locator('td').first()).toHaveText('Benjamin Brooks');
         await expect(cells('Changed').locator('td').last()).toHaveText('222');
-        await expect(cells('Refused')).toHaveText([/^4.*Number: This holds a character/s,
+        await expect(cells('Rejected')).toHaveText([/^4.*Number: Use only digits/s,
             /^5.*Name: Please fill in/s, /^6.*"open,444.*two columns, or a quotation mark/s]);
         await check(page, kBothSchemes);
 
@@ -189,7 +189,7 @@ test.describe('a list', () => {
         expectStatus(409);
         await page.getByRole('button', { name: 'Import now' }).click();
         await expect(told(page)).toHaveText(
-            'There is no preview any more. Choose the file once more.');
+            'The preview has expired. Select the file again.');
         await check(page, kBothSchemes);
         await open(page, 'contacts-preview');
         await expect(page.locator('.counts')).toHaveCount(0);
@@ -211,13 +211,13 @@ test.describe('a list', () => {
         await preview(page, 'Zoltan Quick,1\n');
         await page.getByRole('link', { name: 'Discard' }).click();
         await search(page, 'Zoltan Quick');
-        await expect(page.getByText('No contact fits the search.')).toBeVisible();
+        await expect(page.getByText('No contacts match "Zoltan Quick".')).toBeVisible();
     });
 
     for (const [what, text, says] of [
-        ['is empty', '', 'No file was chosen, or it is empty.'],
+        ['is empty', '', 'No file was selected, or the file is empty.'],
         ['is too large', 'x'.repeat(1024 * 1024 + 1),
-            'The file is too large: at most 1 MiB is possible.'],
+            'The file is too large. The maximum size is 1 MiB.'],
     ]) {
         test(`that ${what} is refused`, async ({ page, expectStatus, check }) => {
             await signInTo(page, 'contacts');

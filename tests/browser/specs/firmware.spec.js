@@ -72,9 +72,9 @@ test.describe('an upload', () => {
         await expect(bar(page)).toBeVisible();
         const first = await progressOf(page);
         await expect.poll(() => progressOf(page)).toBeGreaterThan(first);
-        await expect(uploadStatus(page)).toHaveText(/^\d0 % sent$/);
+        await expect(uploadStatus(page)).toHaveText(/^\d0% sent$/);
         await expect(page.getByRole('button', { name: 'Upload' })).toBeHidden();
-        await expect(told(page)).toContainText('The image was received: version 9.8.7.');
+        await expect(told(page)).toContainText('Version 9.8.7 was received.');
         await expect(page.locator('#main')).toBeFocused();
         await expect(bar(page)).toBeHidden();
     });
@@ -86,11 +86,11 @@ test.describe('an upload', () => {
         expectFailure();
         await page.getByRole('button', { name: 'Cancel' }).click();
         await expect(uploadStatus(page)).toHaveText(
-            'The upload was cancelled. Nothing was changed.');
+            'Upload cancelled. Nothing was changed.');
         await expect(bar(page)).toBeHidden();
         await slowDown(page, -1);
         await upload(page, image());
-        await expect(told(page)).toContainText('The image was received');
+        await expect(told(page)).toContainText('was received');
     });
 
     test('that is cut off leaves the firmware as it is', async ({ page, expectFailure }) => {
@@ -103,14 +103,14 @@ test.describe('an upload', () => {
         expectFailure();
         await upload(page, largeImage());
         await expect(uploadStatus(page)).toHaveText(
-            'The file could not be received. Nothing was changed.');
+            'The upload failed. Nothing was changed.');
         await expect(bar(page)).toBeHidden();
         await line.close();
 
         await open(page, 'settings-upgrade');
         await expect(version(page)).toHaveText(before);
         await upload(page, image());
-        await expect(told(page)).toContainText('The image was received');
+        await expect(told(page)).toContainText('was received');
     });
 
     test('of an image that is no good is refused', async ({ page, expectStatus }) => {
@@ -119,13 +119,13 @@ test.describe('an upload', () => {
         await signInTo(page, 'settings-upgrade');
         const before = await version(page).innerText();
         for (const [content, says] of [
-            [damaged, 'The image is damaged. The present firmware stays.'],
+            [damaged, 'The image is damaged. The current firmware stays in use.'],
             [image().subarray(0, -1),
-                'The image did not arrive completely. The present firmware stays.'],
+                'The image was not received completely. The current firmware stays in use.'],
             [image({ model: 'Wall phone' }),
-                'This image is for another model. The present firmware stays.'],
+                'This image is for a different model. The current firmware stays in use.'],
             [Buffer.alloc(100, 'x'),
-                'This is not a firmware image for this phone. The present firmware stays.'],
+                'This is not a firmware image for this phone. The current firmware stays in use.'],
         ]) {
             expectStatus(422);
             await upload(page, content);
@@ -151,7 +151,7 @@ test('new firmware runs from the next restart on, which each open page tells',
         await expect(told(own)).toContainText('version 9.8.7. It runs from the next restart on.');
         await expect(version(own)).toHaveText(before);
 
-        await own.getByRole('button', { name: 'Restart the phone' }).click();
+        await own.getByRole('button', { name: 'Restart phone' }).click();
         await expect(own.locator('h1')).toHaveText('Please wait');
         await expect(banner(own)).toHaveText('The phone is restarting.');
         await expect(banner(other)).toHaveText('Das Telefon startet neu.', { timeout: 10_000 });
@@ -176,7 +176,7 @@ test('a restart is told on every page, and to whoever is not signed in',
             pages.push(await page.context().newPage());
             await open(pages.at(-1), p);
         }
-        await page.getByRole('button', { name: 'Restart the phone' }).click();
+        await page.getByRole('button', { name: 'Restart phone' }).click();
         await Promise.all([...pages, outside].map((each) =>
             expect(banner(each), each.url()).toHaveText(
                 'The phone is restarting.', { timeout: 10_000 })));
@@ -186,11 +186,11 @@ test('a restart is told on every page, and to whoever is not signed in',
 test('while it restarts, the phone does not restart again',
     async ({ page, request, expectStatus }) => {
     await signInTo(page, 'settings-upgrade');
-    await page.getByRole('button', { name: 'Restart the phone' }).click();
+    await page.getByRole('button', { name: 'Restart phone' }).click();
     await expect(page.locator('h1')).toHaveText('Please wait');
     await open(page, 'settings-upgrade');
     expectStatus(409);
-    await page.getByRole('button', { name: 'Restart the phone' }).click();
+    await page.getByRole('button', { name: 'Restart phone' }).click();
     await expect(page.locator('h1')).toHaveText('The phone is busy');
     await waitUntilIdle(request);
 });
@@ -204,7 +204,7 @@ test('the factory settings come back only when that is confirmed',
         await expect(told(page)).toHaveText('Saved.');
 
         await open(page, 'settings-upgrade');
-        await page.getByText('Reset the phone …').click();
+        await page.getByText('Reset phone …').click();
         await page.getByRole('button', { name: 'Reset now' }).click();
         await expect(page.locator('#confirm-error')).toHaveText('Please fill in this field.');
         await check(page, kBothSchemes);
@@ -213,7 +213,7 @@ test('the factory settings come back only when that is confirmed',
         await page.getByLabel('Yes, erase all settings and contacts.').check();
         await page.getByRole('button', { name: 'Reset now' }).click();
         await expect(page.locator('h1')).toHaveText('Please wait');
-        await expect(banner(page)).toHaveText('The phone is returning to its factory settings.');
+        await expect(banner(page)).toHaveText('The phone is being reset to its factory settings.');
         await check(page, kBothSchemes);
         await open(other, 'audio');
         await expectSignedOut(other);

@@ -128,7 +128,7 @@ test('in a list of contacts', async ({ page, check }) => {
     const quoted = `"${kHostile.replace('"', '""')}"`;
     await field(page, 'contacts').setInputFiles(
         file(`${kHostile}.csv`, `${quoted},1\nWrong,${quoted}\n`, 'text/csv'));
-    await page.getByRole('button', { name: 'Show a preview' }).click();
+    await page.getByRole('button', { name: 'Show preview' }).click();
     await expect(page.getByRole('cell', { name: kHostile, exact: true })).toBeVisible();
     await expectText(page, check);
 });

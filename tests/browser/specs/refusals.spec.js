@@ -134,7 +134,7 @@ test('a form that was open while its user signed in again says so',
     await signIn(other);
     expectStatus(403);
     await page.getByRole('button', { name: 'Save' }).click();
-    await expect(page.locator('h1')).toHaveText('Not done');
+    await expect(page.locator('h1')).toHaveText('Request refused');
     await check(page, { schemes: ['light', 'dark'] });
     await page.getByRole('link', { name: 'Open the page' }).click();
     await expect(page.locator('h1')).toHaveText('Audio');

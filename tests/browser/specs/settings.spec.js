@@ -35,38 +35,38 @@ for (const [p, good, wrong] of [
         // is something else. No text: only the phone knows.
         ['label', '', 'Please fill in this field.'],
         ['userName', '', 'Please fill in this field.'],
-        ['userName', 'a b', 'This holds a character that is not allowed here.'],
+        ['userName', 'a b', 'Spaces and control characters are not allowed.'],
         ['server', '', 'Please fill in this field.'],
         ['server', 'no_such host', 'Enter a valid host name.'],
         ['server', '300.1.1.1', null, 'Enter a valid host name.'],
         ['port', '', 'Please fill in this field.'],
-        ['port', '0', 'The smallest value is 1.'],
-        ['port', '65536', 'The largest value is 65535.'],
+        ['port', '0', 'Enter a value of at least 1.'],
+        ['port', '65536', 'Enter a value of at most 65535.'],
         ['port', '1.5', 'Enter a whole number.'],
-        ['expiry', '59', 'The smallest value is 60.'],
-        ['expiry', '86401', 'The largest value is 86400.'],
+        ['expiry', '59', 'Enter a value of at least 60.'],
+        ['expiry', '86401', 'Enter a value of at most 86400.'],
     ]],
     ['network', kNetwork, [
         ['address', '', 'Please fill in this field.'],
-        ['address', '10.0.0.256', 'Enter an IP address such as 192.168.1.20.'],
+        ['address', '10.0.0.256', 'Enter an IP address, for example 192.168.1.20.'],
         ['address', '224.0.0.1', null, 'This address is reserved and cannot be used here.'],
         ['address', '10.0.0.255', null, 'This address is reserved and cannot be used here.'],
-        ['netmask', '255.0.255.0', null, 'Enter a network mask such as 255.255.255.0.'],
-        ['netmask', 'big', 'Enter a network mask such as 255.255.255.0.'],
+        ['netmask', '255.0.255.0', null, 'Enter a subnet mask, for example 255.255.255.0.'],
+        ['netmask', 'big', 'Enter a subnet mask, for example 255.255.255.0.'],
         ['gateway', '10.0.1.1', null, "This address is outside the phone's network."],
         ['dns1', '', 'Please fill in this field.'],
-        ['dns2', 'x', 'Enter an IP address such as 192.168.1.20.'],
+        ['dns2', 'x', 'Enter an IP address, for example 192.168.1.20.'],
         ['hostname', '-desk', 'Enter a valid host name.'],
         ['hostname', '', 'Please fill in this field.'],
-        ['vlan', '4095', 'The largest value is 4094.'],
+        ['vlan', '4095', 'Enter a value of at most 4094.'],
     ]],
     ['security', kAccess, [
-        ['idleSeconds', '9', 'The smallest value is 10.'],
-        ['idleSeconds', '3601', 'The largest value is 3600.'],
-        ['remoteAddresses', 'nobody', null, 'Enter an IP address such as 192.168.1.20.'],
-        ['remoteAddresses', '127.0.0.1\n127.0.0.1', null, 'This entry exists already.'],
+        ['idleSeconds', '9', 'Enter a value of at least 10.'],
+        ['idleSeconds', '3601', 'Enter a value of at most 3600.'],
+        ['remoteAddresses', 'nobody', null, 'Enter an IP address, for example 192.168.1.20.'],
+        ['remoteAddresses', '127.0.0.1\n127.0.0.1', null, 'This entry already exists.'],
         ['remoteAddresses', Array.from({ length: 17 }, (_, i) => `192.0.2.${i}`).join('\n'), null,
-            'At most 16 entries are possible.'],
+            'At most 16 entries are allowed.'],
     ]],
 ]) {
     test.describe(`the form of the page ${p}`, () => {
@@ -147,7 +147,7 @@ test.describe('the page accounts', () => {
         for (const acc of ['-1', '6', '99999999999999999999']) {
             expectStatus(404);
             await open(page, 'accounts', `&acc=${acc}`);
-            await expect(page.locator('#main h2'), acc).toHaveText('There is no such account');
+            await expect(page.locator('#main h2'), acc).toHaveText('Account not found');
             await expect(page.locator('#main form')).toHaveCount(0);
         }
         await check(page, kBothSchemes);
@@ -168,7 +168,7 @@ test.describe('the page accounts', () => {
 test.describe('the page network', () => {
     test('asks for addresses only when they are static', async ({ page }) => {
         await signInTo(page, 'network');
-        await page.getByLabel('Automatically (DHCP)').check();
+        await page.getByLabel('Automatic (DHCP)').check();
         await expect(field(page, 'address')).toBeHidden();
         await page.getByLabel('Static').check();
         await expect(field(page, 'address')).toBeVisible();
@@ -202,8 +202,8 @@ test.describe('the page audio', () => {
         expectStatus(422);
         await send(page, { codec: 'mp3', micGain: '99' });
         await expect(told(page)).toHaveText('2 fields need attention. Nothing was saved.');
-        await expect(errorOf(page, 'codec')).toHaveText('Choose one of the values offered.');
-        await expect(errorOf(page, 'micGain')).toHaveText('The largest value is 6.');
+        await expect(errorOf(page, 'codec')).toHaveText('Choose one of the listed options.');
+        await expect(errorOf(page, 'micGain')).toHaveText('Enter a value of at most 6.');
         await check(page, kBothSchemes);
     });
 });

@@ -130,7 +130,7 @@ test.describe('the password', () => {
         await signInTo(page, 'security');
         expectStatus(422);
         await change(page, 'not it', kNew);
-        await expect(errorOf(page, 'oldPassword')).toHaveText('This is not the present password.');
+        await expect(errorOf(page, 'oldPassword')).toHaveText('The current password is incorrect.');
         await expect(field(page, 'oldPassword')).toBeFocused();
         await expect(field(page, 'newPassword')).toHaveValue('');
         await check(page, kBothSchemes);
@@ -141,7 +141,7 @@ test.describe('the password', () => {
         await change(page, 'admin', 'short');
         await expect(errorOf(page, 'newPassword')).toHaveText('Use at least 8 characters.');
         await change(page, 'admin', kNew, 'something else');
-        await expect(errorOf(page, 'repeat')).toHaveText('The two passwords differ.');
+        await expect(errorOf(page, 'repeat')).toHaveText('The passwords do not match.');
         await expect(told(page)).toHaveCount(0);
     });
 

@@ -41,15 +41,15 @@ test.describe('the status page', () => {
     test('lists a remote event as it comes', async ({ page, request, check }) => {
         await signInTo(page, 'status');
         await mark(page);
-        await expect(page.getByText('None yet.')).toBeVisible();
+        await expect(page.getByText('No events yet.')).toBeVisible();
         await sendEvent(request, 'key=OK');
         const newest = page.locator('[data-events] tr').first();
         await expect(newest.locator('td')).toHaveText([/^\d{4}-\d\d-\d\d/, 'key', 'OK', '127.0.0.1']);
-        await expect(page.getByText('None yet.')).toBeHidden();
+        await expect(page.getByText('No events yet.')).toBeHidden();
 
         await sendEvent(request, 'number=123');
         await expect(newest.locator('td')).toHaveText([/./, 'number', '123', '127.0.0.1']);
-        await expect(page.locator('[data-now=events]')).toHaveText('2 since the start');
+        await expect(page.locator('[data-now=events]')).toHaveText('2 since startup');
         await expectNotLoadedAgain(page);
         await check(page, { schemes: ['light', 'dark'] });
         await hangUp(request);

@@ -18,7 +18,7 @@ test('sign-in and sign-out', async ({ page }) => {
 test('the figures are those of the moment', async ({ page }) => {
     await signInTo(page, 'status');
     await expect(page.locator('[data-now=memory]')).toHaveText(/^\d+ of \d+ KiB free$/);
-    await expect(page.locator('[data-now=events]')).toHaveText('0 since the start');
+    await expect(page.locator('[data-now=events]')).toHaveText('0 since startup');
 });
 
 test('a form is saved', async ({ page }) => {
@@ -56,7 +56,7 @@ test('keys are pressed', async ({ page }) => {
 test('contacts are previewed and imported', async ({ page }) => {
     await signInTo(page, 'contacts-preview');
     await field(page, 'contacts').setInputFiles(file('some.csv', 'Zoltan Quick,555\n', 'text/csv'));
-    await page.getByRole('button', { name: 'Show a preview' }).click();
+    await page.getByRole('button', { name: 'Show preview' }).click();
     await expect(page.getByRole('cell', { name: 'Zoltan Quick' })).toBeVisible();
     await page.getByRole('button', { name: 'Import now' }).click();
     await expect(told(page)).toHaveText('The contacts were imported.');
@@ -68,7 +68,7 @@ test('firmware is received, and the restart is told', async ({ page }) => {
     await field(page, 'firmware').setInputFiles(file(name, content));
     await page.getByRole('button', { name: 'Upload' }).click();
     await expect(told(page)).toContainText('The image was received');
-    await page.getByRole('button', { name: 'Restart the phone' }).click();
+    await page.getByRole('button', { name: 'Restart phone' }).click();
     await expect(page.locator('h1')).toHaveText('Please wait');
     await page.getByRole('link', { name: 'status page' }).click();
     await expectAt(page, 'status');

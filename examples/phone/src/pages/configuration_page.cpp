@@ -39,12 +39,12 @@ void ConfigurationPage::answer(kit::Request& request, kit::Response& response,
     } else if (action == "import" && request.isPost()) {
         import(request, response, signIn);
     } else if (action == "localconfig" && request.parameter("type") == "import") {
-        change(request, response, signIn, restoreLocalCopy, "takenBack");
+        change(request, response, signIn, restoreLocalCopy, "restored");
     } else if (action == "localconfig" && request.parameter("type") == "remove") {
         change(request, response, signIn, removeLocalCopy, "removed");
     } else {
         kit::Variables variables = frame(request, signIn);
-        addResult(request, variables, {"imported", "takenBack", "removed"});
+        addResult(request, variables, {"imported", "restored", "removed"});
         showPage(request, response, std::move(variables));
     }
 }
