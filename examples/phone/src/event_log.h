@@ -1,4 +1,4 @@
-// The events that reached the phone last.
+// The most recent events that reached the phone.
 #ifndef EVENT_LOG_H
 #define EVENT_LOG_H
 
@@ -18,32 +18,31 @@ struct LoggedEvent {
     std::string value;
     std::string remoteAddress;
     std::time_t time;
-    bool followed; // whether the phone did what it says
+    bool followed; // whether the phone carried it out
 };
 
-// As "2026-11-21 13:05:00", in the phone's time zone.
+// Returns the time as "2026-11-21 13:05:00", in the phone's time zone.
 std::string localTimeText(std::time_t time);
 
-// Any thread, at any time.
+// Thread-safe.
 class EventLog {
 public:
-    // With one more the oldest is dropped.
+    // Adds an event; the oldest is dropped if the log is full.
     static constexpr std::size_t kMaxEvents = 20;
-    // Bytes that are kept of a text; strangers send events. The cut is never inside a UTF-8
-    // character.
+    // Texts are cut to this many bytes, since events are untrusted; never inside a UTF-8 character.
     static constexpr std::size_t kMaxText = 64;
 
     void add(LoggedEvent event);
 
-    // The newest first.
+    // Returns the events, newest first.
     std::vector<LoggedEvent> recent() const;
 
-    // All there ever were.
+    // Returns the number of events since the phone started.
     std::uint64_t count() const;
 
 private:
     mutable std::mutex m_lock;
-    std::deque<LoggedEvent> m_events; // the oldest first; guarded by m_lock
+    std::deque<LoggedEvent> m_events; // oldest first; guarded by m_lock
     std::uint64_t m_count = 0;        // guarded by m_lock
 };
 

@@ -9,23 +9,22 @@
 
 namespace phone {
 
-// An image that was uploaded is put in its place at once, and runs from the next start on. Any
-// thread.
+// An uploaded image is installed at once and runs from the next start on. Thread-safe.
 class Firmware {
 public:
-    // `path` is where images are put. When a good one is there, the phone runs that.
+    // `path` is where images are installed. If a valid one exists there, the phone runs it.
     explicit Firmware(std::string path);
     Firmware(const Firmware&) = delete;
     Firmware& operator=(const Firmware&) = delete;
 
-    // The version that runs.
+    // Returns the running version.
     std::string version() const;
 
-    // Takes the image in the file `received`, or leaves all as it is when it is not a good one.
-    // The file is gone then, or it has become the image.
+    // Installs the image in the file `received` if it is valid, else changes nothing. In both cases
+    // `received` no longer exists.
     ImageCheck install(const std::string& received);
 
-    // The phone starts: what is installed runs.
+    // Starts the phone: the installed image runs.
     void start();
 
 private:
@@ -34,7 +33,7 @@ private:
     std::string m_version; // guarded by m_lock
 };
 
-// An image of the version that runs, to be tried out.
+// Returns an image with the running version.
 std::string imageOf(const Firmware& firmware);
 
 } // namespace phone

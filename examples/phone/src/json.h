@@ -1,4 +1,4 @@
-// Writing JSON (RFC 8259).
+// Writes JSON (RFC 8259).
 #ifndef JSON_H
 #define JSON_H
 
@@ -8,13 +8,13 @@
 
 namespace phone {
 
-// `text` in quotes. What is no UTF-8 becomes U+FFFD, and all that HTML gives a meaning to is
-// escaped, so that the result is harmless inside a page too.
+// Returns `text` in quotes. Replaces invalid UTF-8 by U+FFFD and escapes the characters that are
+// special in HTML, so that the result is safe inside a page too.
 std::string jsonString(std::string_view text);
 
-// Builds one object or array, member by member, in order.
+// Builds one object, member by member, in order.
 //
-//     JsonObject().add("name", "x").add("size", 3).text()   gives   {"name":"x","size":3}
+//     JsonObject().add("name", "x").add("size", 3).text()   returns   {"name":"x","size":3}
 class JsonObject {
 public:
     JsonObject& add(const char* name, std::string_view value);
@@ -23,7 +23,7 @@ public:
     }
     JsonObject& add(const char* name, std::uint64_t value);
     JsonObject& add(const char* name, bool value);
-    // A value that is JSON already.
+    // Adds a value that is JSON already.
     JsonObject& addJson(const char* name, std::string_view json);
 
     std::string text() const { return "{" + m_members + "}"; }
@@ -32,7 +32,7 @@ private:
     std::string m_members;
 };
 
-// The elements, of which `toJson` makes JSON each, as an array.
+// Returns the elements as an array; `toJson` returns the JSON of one element.
 template <typename Elements, typename ToJson>
 std::string jsonArray(const Elements& elements, ToJson toJson) {
     std::string text;

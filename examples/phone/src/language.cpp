@@ -6,13 +6,14 @@ namespace {
 constexpr const char* kLanguages[] = {"en", "de", "zh"};
 constexpr std::size_t kLocaleSize = 64;
 
-// What the container makes of the browser's wishes and of setLocal().
+// Template variables that the container sets: the browser's preferences, and the result of
+// setLocal().
 std::string_view localeOf(kit::Request& request, char (&buffer)[kLocaleSize]) {
     const char* locale = request.raw().getLocale(buffer, sizeof buffer);
     return locale ? locale : "";
 }
 
-// The language of "de", "de-AT", "DE_at;q=0.5"; null when there are no pages in it.
+// Returns the language for "de", "de-AT" or "DE_at;q=0.5"; null if it has no pages.
 const char* supported(std::string_view locale) {
     const std::string_view primary = locale.substr(0, locale.find_first_of("-_;, "));
     for (const char* language : kLanguages) {

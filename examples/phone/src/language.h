@@ -1,4 +1,4 @@
-// The language that somebody sees the pages in.
+// The language of the pages.
 #ifndef LANGUAGE_H
 #define LANGUAGE_H
 
@@ -9,17 +9,17 @@
 
 namespace phone {
 
-// The cookie that holds a language which was chosen on a page.
+// The cookie that stores the language chosen on a page.
 constexpr const char* kLanguageCookie = "lang";
 
-// Whether there are pages in that language.
+// Returns whether there are pages in that language.
 bool isLanguage(std::string_view code);
 
-// The chosen language if there are pages in it, else the one that the browser likes best, if there
-// are pages in that, else "en". "de-AT" and "zh-CN;q=0.8" are "de" and "zh".
+// Returns the language chosen if there are pages in it, else the browser's most preferred one with
+// pages, else "en". "de-AT" and "zh-CN;q=0.8" count as "de" and "zh".
 const char* preferredLanguage(kit::Request& request);
 
-// The language of the request, as its template variable "local" has it, or "en".
+// Returns the language of the request from its template variable "local", or "en".
 std::string languageOf(kit::Request& request);
 
 } // namespace phone

@@ -2,6 +2,8 @@
 
 #include "language.h"
 
+#include <cassert>
+
 namespace phone {
 namespace {
 
@@ -49,7 +51,7 @@ kit::Variables SignedInPage::frame(kit::Request& request, const kit::SignIn& sig
 
 bool SignedInPage::mayChange(kit::Request& request, kit::Response& response,
                              const kit::SignIn& signIn) {
-    // Receiving an upload takes its time: who signed out meanwhile, or was signed out, may not.
+    // Receiving an upload takes time; the user may have signed out, or been signed out, meanwhile.
     const bool stillSignedIn = m_phone.signIns.find(request).get() == &signIn;
     if (stillSignedIn && kit::SignIns::mayChange(request, signIn)) {
         return true;
@@ -93,6 +95,7 @@ void addResult(kit::Request& request, kit::Variables& variables,
 }
 
 void addFailure(kit::Response& response, kit::Variables& variables, const Outcome& outcome) {
+    assert(!outcome.done() && "outcome must not be done");
     response.status(outcome.saveFailed ? 500 : 422);
     variables.set("notSaved", outcome.saveFailed);
 }

@@ -1,4 +1,4 @@
-// What all pages have in common.
+// Base classes and helpers of all pages.
 #ifndef PAGE_H
 #define PAGE_H
 
@@ -10,10 +10,10 @@
 
 namespace phone {
 
-// The sign-in form.
+// The address of the sign-in form.
 extern const char* const kSignInForm;
 
-// Whether `id` names a page that somebody signed in can go to.
+// Returns whether `id` names a page that a signed-in user can open.
 bool isPageId(std::string_view id);
 
 // A page in the language of the request.
@@ -28,7 +28,7 @@ protected:
     Phone& m_phone;
 };
 
-// A page for those who are signed in; others are sent to the sign-in form.
+// A page for signed-in users; others are redirected to the sign-in form.
 class SignedInPage : public LocalPage {
 protected:
     using LocalPage::LocalPage;
@@ -36,14 +36,13 @@ protected:
     virtual void answer(kit::Request& request, kit::Response& response,
                         const kit::SignIn& signIn) = 0;
 
-    // The variables that the frame around every page needs.
+    // Returns the variables of the frame around every page.
     kit::Variables frame(kit::Request& request, const kit::SignIn& signIn) const;
 
-    // Whether the request may do what it asks for. If not, it has been answered with a refusal.
+    // Returns whether the request may make changes. If not, the refusal has been sent.
     bool mayChange(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
 
-    // Answers with a page that says no more than what went wrong; `code` is one of those in
-    // message.html.
+    // Sends a page that only reports an error; `code` is one of those in message.html.
     void showMessage(kit::Request& request, kit::Response& response, const kit::SignIn& signIn,
                      int status, const char* code);
 
@@ -51,18 +50,19 @@ private:
     void answer(kit::Request& request, kit::Response& response) final;
 };
 
-// Makes the variables with which a form shows what was entered and what is wrong with it.
+// Adds the variables with which a form shows the values entered and their errors.
 void addForm(kit::Variables& variables, const Values& values, const Errors& errors);
 
-// Sets "result" to what the address says came of the request before, if it is one of `known`.
+// Sets "result" from the address, where the previous request put its result, if it is one of
+// `known`.
 void addResult(kit::Request& request, kit::Variables& variables,
                std::initializer_list<std::string_view> known);
 
-// Tells by status and variable that a change was refused or could not be saved; `outcome` is not
-// done.
+// Sets the status and a variable for a change that was rejected or could not be saved; `outcome`
+// must not be done.
 void addFailure(kit::Response& response, kit::Variables& variables, const Outcome& outcome);
 
-// The values of these fields as the form sent them.
+// Returns the values of these fields as the form sent them.
 Values valuesSent(kit::Request& request, const std::vector<const char*>& fields);
 
 } // namespace phone

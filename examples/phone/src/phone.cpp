@@ -1,6 +1,6 @@
 #include "phone.h"
 
-// What stands before /phone; a run out of the build folder sets it.
+// The folder that contains /phone; set for runs from the build folder.
 #ifndef DEVICE_ROOT
 #define DEVICE_ROOT ""
 #endif

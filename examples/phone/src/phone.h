@@ -1,4 +1,4 @@
-// What the pages and the listeners share.
+// Shared by the pages and the listeners.
 #ifndef PHONE_H
 #define PHONE_H
 
@@ -16,17 +16,17 @@
 
 namespace phone {
 
-// Where a phone keeps its files. All but `factoryContacts` are written, beside their names too.
+// The phone's files. All except `factoryContacts` are written, and so are files next to them.
 struct Files {
     std::string state;
     std::string factoryContacts;
     std::string firmwareImage;
 };
 
-// Those below /phone on the device.
+// Returns the paths below /phone on the device.
 Files deviceFiles();
 
-// Any thread may use the parts; they outlive every page, listener and session.
+// The members are thread-safe and outlive every page, listener and session.
 struct Phone {
     explicit Phone(Files where, Maintenance::Clock clock = systemClock)
         : files(std::move(where)), device({files.state, files.factoryContacts}),
@@ -40,8 +40,8 @@ struct Phone {
     EventLog events;
     StatusWord statusWord;
     kit::SignIns signIns;
-    // Held while an upload is received, and tried, never waited for: there are few request loops,
-    // and clients that send slowly must not have them all.
+    // Locked while an upload is received. Use try_lock only: there are few request loops, and
+    // clients that send slowly must not block all of them.
     std::mutex receiving;
 };
 

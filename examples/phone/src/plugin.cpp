@@ -1,4 +1,4 @@
-// What the library exports: the creation functions that servlet.xml names.
+// The creation functions that servlet.xml names.
 
 #include "listeners/event_listener.h"
 #include "listeners/language_listener.h"

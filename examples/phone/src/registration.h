@@ -1,4 +1,4 @@
-// Whether an account can be called.
+// Whether an account is registered.
 #ifndef REGISTRATION_H
 #define REGISTRATION_H
 
@@ -8,8 +8,8 @@
 
 namespace phone {
 
-// "off", "registered" or "failed". There is no registrar to ask: a server that cannot exist, by
-// RFC 2606, section 2 (.invalid), stands for one that does not answer.
+// Returns "off", "registered" or "failed". No registrar is contacted: a server that cannot exist
+// (.invalid, RFC 2606, section 2) stands for one that does not answer.
 inline const char* registrationOf(const Account& account) {
     constexpr std::string_view kNoServer = ".invalid";
     if (!account.enabled) {

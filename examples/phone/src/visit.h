@@ -1,4 +1,4 @@
-// Who is going to a page on this thread.
+// The signed-in user of the request that this thread serves.
 #ifndef VISIT_H
 #define VISIT_H
 
@@ -6,10 +6,9 @@
 
 namespace phone {
 
-// A servlet that is told to drop what it holds is not told by whom; this tells. Set for each
-// request by the listener that knows, and read while the same thread serves the request. Null:
-// nobody who is signed in, or a script that only looks after its page. To be compared, not used:
-// who signs out meanwhile is gone.
+// Page::drop() has no request parameter, so SignInListener stores the user here for each request.
+// Null if no user is signed in, or if the request comes from a script that only polls. Compare it
+// only: the user may have signed out since.
 inline thread_local const kit::SignIn* visitor = nullptr;
 
 } // namespace phone

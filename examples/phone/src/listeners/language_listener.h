@@ -5,8 +5,7 @@
 
 namespace phone {
 
-// Gives every request the language of its pages, so that the template variable "local" is one that
-// there are pages in.
+// Sets the template variable "local" of every request to a language that has pages.
 class LanguageListener final : public kit::Listener {
 public:
     bool admit(kit::Request& request, kit::Response& response) override;

@@ -7,9 +7,9 @@
 
 namespace phone {
 
-// Sends those who are not signed in to the sign-in form, which brings them back to the page that
-// they asked for; scripts get status 403. Let through: the form itself, the choice of a language,
-// the maintenance word, and events, which no servlet gets to see. Notes who the visitor is.
+// Redirects users who are not signed in to the sign-in form, which returns them to the page they
+// requested; scripts get status 403. Lets through the form itself, the choice of a language, the
+// status word, and events, which no servlet receives. Stores the visitor (visit.h).
 class SignInListener final : public kit::Listener {
 public:
     // `phone` must outlive the listener.

@@ -1,8 +1,8 @@
-// The configuration as an XML text: to take it from the phone, and to give it back.
+// Exports and imports the configuration as XML.
 //
-// It holds accounts, network, audio and web access. It does not hold what would do harm in a
-// stranger's hands: the accounts' secrets and the web user's name and password. Nor contacts, which
-// have a format of their own (contacts_csv.h).
+// It contains accounts, network, audio and web access. It omits secrets (the accounts' passwords,
+// the web user's name and password) and the contacts, which have a format of their own
+// (contacts_csv.h).
 #ifndef MODEL_CONFIGURATION_H
 #define MODEL_CONFIGURATION_H
 
@@ -16,27 +16,28 @@ namespace phone {
 
 constexpr std::size_t kMaxConfigurationErrors = 50;
 
-// A full configuration takes a tenth of it.
+// A full configuration takes a tenth of this.
 constexpr std::size_t kMaxConfigurationBytes = 64 * 1024;
 
 std::string configurationText(const Settings& settings);
 
-// Sets what the text says, checked as the forms' values are, or, when anything is wrong, nothing.
-// What the text does not mention stays as it is. An account keeps its secret while user name and
-// server stay the same, and loses it otherwise: a secret must not go to another server because
-// somebody imported a file.
-//   Errors   of fields named by their place: "account[2]/port", "network/gateway", …; accounts
-//            count from 1; the first kMaxConfigurationErrors of them. Of the field "config":
-//            tooLarge, notUtf8, notXml (also for a document type, which no configuration needs).
-//            unknownElement names the element; so does duplicate; tooMany of "account" when there
-//            are more than six.
+// Sets what `text` contains, checked like form values; sets nothing if there is any error. Settings
+// that the text omits stay as they are. An account keeps its secret only if user name and server
+// stay the same: importing a file must not send a secret to another server.
+//   Errors   name fields by their place: "account[2]/port", "network/gateway", …; accounts count
+//            from 1. At most kMaxConfigurationErrors are returned. Errors of the whole file have
+//            the field "config": tooLarge, notUtf8, notXml (also for a document type declaration,
+//            which no configuration needs). unknownElement and duplicate name the element;
+//            "account" has tooMany if there are more than six.
 Errors readConfiguration(std::string_view text, Settings& settings);
 
-// The local copy: the phone keeps one configuration itself. Each is an Edit of Device::change().
-Errors keepLocalCopy(State& state); // the settings of now, in the place of the last copy
-// Takes the settings of the copy: "required" of the field "config" when there is none.
+// The local copy: one configuration that the phone keeps itself. Each function is an Edit for
+// Device::change().
+Errors keepLocalCopy(State& state); // replaces the copy by the current settings
+// Sets the settings to those of the copy. Without a copy, returns the error "required" for the
+// field "config".
 Errors restoreLocalCopy(State& state);
-Errors removeLocalCopy(State& state); // does nothing when there is none
+Errors removeLocalCopy(State& state); // does nothing without a copy
 
 } // namespace phone
 

@@ -11,8 +11,7 @@
 namespace phone {
 namespace {
 
-// More than the escapes of any field that is not too long; what runs on behind it has lost its
-// closing quote.
+// Larger than any valid field with its escapes; a longer one lacks its closing quote.
 constexpr std::size_t kMaxQuotedBytes = 1024;
 
 constexpr const char* kByteOrderMark = "\xEF\xBB\xBF";
@@ -22,11 +21,11 @@ bool isLineEnd(char character) {
     return character == '\r' || character == '\n';
 }
 
-// One record as it was read.
+// One record of the file.
 struct Record {
     std::size_t line = 0;
     std::string_view text;
-    std::vector<std::string> fields; // the first two
+    std::vector<std::string> fields; // the first two fields
     bool wellFormed = true;
 };
 
@@ -34,7 +33,7 @@ class CsvReader {
 public:
     explicit CsvReader(std::string_view text) : m_text(text) {}
 
-    // The next record, or nothing at the end.
+    // Returns the next record, or nothing at the end.
     std::optional<Record> next();
 
 private:
@@ -70,7 +69,7 @@ void CsvReader::takeLineEnd() {
     ++m_line;
 }
 
-// What stands behind an opening quote, and the closing one.
+// Reads up to and including the closing quote.
 bool CsvReader::readQuoted(std::string& field) {
     while (!atEnd() && field.size() < kMaxQuotedBytes) {
         const char character = m_text[m_at];
@@ -138,7 +137,7 @@ std::optional<Record> CsvReader::next() {
     const std::size_t begin = m_at;
     record.wellFormed = readFields(record);
     if (!record.wellFormed) {
-        // A quote that was never closed must not take the lines behind it along.
+        // A missing closing quote must not swallow the following lines.
         m_at = begin;
         m_line = record.line;
         skipLine();
@@ -147,8 +146,8 @@ std::optional<Record> CsvReader::next() {
     return record;
 }
 
-// `text` as something that can be shown: up to its first line end, and "?" for each byte beyond
-// ASCII when it is not UTF-8.
+// Returns `text` in a form that can be shown: up to its first line end, with "?" for each control
+// character and, if it is not UTF-8, for each byte beyond ASCII.
 std::string shown(std::string_view text) {
     std::string line(
         kit::shortened(text.substr(0, text.find_first_of("\r\n")), ImportPlan::kMaxRefusedText));
@@ -163,8 +162,8 @@ std::string shown(std::string_view text) {
     return line;
 }
 
-// Whether a spreadsheet might take the name for a formula, now or without an apostrophe that was
-// put before it.
+// Returns whether a spreadsheet might evaluate the name as a formula, directly or once a leading
+// apostrophe is removed.
 bool needsApostrophe(std::string_view name) {
     const std::size_t first = name.find_first_not_of('\'');
     return first != std::string_view::npos &&
@@ -199,7 +198,7 @@ private:
     void refuse(const Record& record, FieldError error);
 
     const Directory& m_present;
-    std::unordered_set<std::string> m_names; // of the file, as far as they were accepted
+    std::unordered_set<std::string> m_names; // names accepted from the file
     ImportPlan m_plan;
 };
 

@@ -8,9 +8,9 @@
 namespace phone {
 namespace {
 
-constexpr const char* kCaller = "1002"; // who calls when a ring is asked for
+constexpr const char* kCaller = "1002"; // the caller of a simulated incoming call
 
-// The digit that a key stands for; 0 for another key.
+// Returns the digit of a key, or 0 for any other key.
 char digitOf(std::string_view key) {
     if (key == "STAR") {
         return '*';
@@ -21,7 +21,7 @@ char digitOf(std::string_view key) {
     return key.size() == 1 && base::isAsciiDigit(key.front()) ? key.front() : '\0';
 }
 
-// The number of a line key; 0 for another key.
+// Returns the number of a line key, or 0 for any other key.
 int lineOf(std::string_view key) {
     const int line = key.size() == 2 && key.front() == 'L' ? key.back() - '0' : 0;
     return line >= 1 && line <= static_cast<int>(PhoneView::kLines) ? line : 0;
@@ -216,7 +216,7 @@ void DeskPhone::pressedHold() {
     }
 }
 
-// SPEAKER and HEADSET: `way` is the key's own way to talk.
+// Handles SPEAKER and HEADSET; `way` is the key's own audio path.
 void DeskPhone::pressedVoice(bool& way, bool& other) {
     if (way) {
         end();
@@ -257,7 +257,7 @@ bool DeskPhone::inCall() const {
     return m_view.call == Call::talking || m_view.call == Call::held;
 }
 
-// Somebody who talks or dials needs a way to: the speaker, if there is no headset.
+// A call needs an audio path: the speaker, unless the headset is on.
 void DeskPhone::enter(Call call, int line) {
     m_menu = false;
     m_view.call = call;
@@ -275,7 +275,7 @@ void DeskPhone::end() {
     m_view.mute = false;
 }
 
-// Brings what follows from the state up to date.
+// Updates the lamps and the display from the state.
 void DeskPhone::show() {
     m_view.lineLamps.fill(Lamp::off);
     m_view.lineLamps[static_cast<std::size_t>(m_view.line) - 1] = lampOf(m_view.call);

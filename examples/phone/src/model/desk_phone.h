@@ -1,5 +1,5 @@
-// The phone as somebody in front of it sees it: display, lamps, keys, and the call that it is in.
-// There is no telephone line behind it; what the other side does, commands play.
+// The phone as its user sees it: display, lamps, keys and the current call. No telephone line is
+// connected; commands simulate the other party.
 #ifndef MODEL_DESK_PHONE_H
 #define MODEL_DESK_PHONE_H
 
@@ -15,7 +15,7 @@ namespace phone {
 enum class Call { idle, dialing, ringing, talking, held };
 enum class Lamp { off, on, blinking };
 
-// "idle", "dialing", "ringing", "talking", "held"; "off", "on", "blinking". Never null.
+// Returns "idle", "dialing", "ringing", "talking" or "held"; "off", "on" or "blinking". Never null.
 const char* nameOf(Call call);
 const char* nameOf(Lamp lamp);
 
@@ -24,30 +24,31 @@ struct PhoneView {
 
     std::array<std::string, 2> display;
     Call call = Call::idle;
-    int line = 1;                         // the one in use, or to be used next, from 1
-    std::array<Lamp, kLines> lineLamps{}; // on: in use; blinking: ringing or held
+    int line = 1;                         // the line in use, or the next one to use; from 1
+    std::array<Lamp, kLines> lineLamps{}; // on: in use; blinking: ringing or on hold
     Lamp messageLamp = Lamp::off;
     bool speaker = false;
     bool mute = false;
     bool headset = false;
     bool doNotDisturb = false;
     int volume = 5;
-    std::string key;           // the one that was pressed last; empty before the first
-    std::uint64_t presses = 0; // how many keys were pressed, those too that did nothing
+    std::string key;           // the key pressed last; empty before the first
+    std::uint64_t presses = 0; // all key presses, including those without effect
 };
 
-// Any thread, at any time.
+// Thread-safe.
 //
-//   idle      a digit, a line key, SPEAKER, HEADSET: dialing. dial(): talking. Command ring:
+//   idle      a digit, a line key, SPEAKER or HEADSET: dialing. dial(): talking. Command "ring":
 //             ringing.
-//   dialing   digits, * and # are collected, at most 32; CANCEL takes one back, and ends the
-//             dialing when there is none; OK calls.
-//   ringing   OK, SPEAKER, HEADSET, the line's key: talking. CANCEL: idle.
-//   talking   HOLD or the line's key: held. CANCEL: idle. Digits are sent as tones, and shown.
+//   dialing   digits, * and # are collected, at most 32. CANCEL removes the last one, or ends
+//             dialing if there is none. OK calls.
+//   ringing   OK, SPEAKER, HEADSET or the line's key: talking. CANCEL: idle.
+//   talking   HOLD or the line's key: held. CANCEL: idle. Digits are sent as tones and shown.
 //   held      HOLD, OK or the line's key: talking. CANCEL: idle.
 //
-// UP, DOWN, LEFT and RIGHT choose the next line while idle; the volume keys always work (0 to 10);
-// MUTE works in a call; SPEAKER and HEADSET turn each other off, and end a call when pressed again.
+// UP, DOWN, LEFT and RIGHT select the next line while idle. The volume keys always work (0 to 10).
+// MUTE works in a call. SPEAKER and HEADSET switch each other off, and end a call when pressed
+// again.
 class DeskPhone {
 public:
     static constexpr std::size_t kMaxDigits = 32;
@@ -57,17 +58,17 @@ public:
 
     PhoneView view() const;
 
-    // One of OK CANCEL UP DOWN LEFT RIGHT 0 to 9 STAR POUND SPEAKER MUTE HEADSET VOLUME_UP
-    // VOLUME_DOWN L1 to L6 HOLD MENU. False for any other name; a key that does nothing at the
-    // moment is a key all the same.
+    // Presses one of OK CANCEL UP DOWN LEFT RIGHT 0 to 9 STAR POUND SPEAKER MUTE HEADSET VOLUME_UP
+    // VOLUME_DOWN L1 to L6 HOLD MENU. Returns false for any other name, but true for a key that has
+    // no effect in the current state.
     bool press(std::string_view key);
 
-    // Calls a number: what checkContact() takes for one. False for others, and while in a call.
+    // Calls a number that checkContact() accepts. Returns false for any other, and during a call.
     bool dial(std::string_view number);
 
-    // One of answer, hangup, hold (and back), dnd_on, dnd_off, ring, message_on, message_off.
-    // False for any other, and for one that cannot be followed now (no call to answer, a ring while
-    // busy or not to be disturbed).
+    // Carries out one of answer, hangup, hold (and resume), dnd_on, dnd_off, ring, message_on,
+    // message_off. Returns false for any other, and for one that the current state does not allow
+    // (no call to answer; a ring while busy or in do-not-disturb).
     bool command(std::string_view text);
 
 private:
@@ -85,9 +86,9 @@ private:
     void end();
     void show();
 
-    mutable std::mutex m_lock; // guards all below
+    mutable std::mutex m_lock; // guards the members below
     PhoneView m_view;
-    std::string m_digits; // what was dialed, or who is calling
+    std::string m_digits; // the digits dialed, or the caller's number
     bool m_menu = false;  // whether the display shows the menu
 };
 

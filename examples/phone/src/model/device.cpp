@@ -21,13 +21,13 @@ constexpr const char* kFactoryPassword = "admin";
 constexpr std::size_t kMinPassword = 8; // characters
 constexpr std::size_t kMaxPassword = 128;
 
-// What is wrong with a new password for itself.
+// Checks a new password by itself.
 std::optional<FieldError> checkNewPassword(const std::string& password, const std::string& old) {
     if (auto error = checkText("newPassword", password, kMinPassword, kMaxPassword)) {
         return error;
     }
     if (password.size() > kMaxPasswordBytes) {
-        // Of characters that take four bytes each there is room for one less.
+        // Characters may take four bytes each, so the limit in characters is a quarter.
         return FieldError{"newPassword", ErrorCode::tooLong, kMaxPasswordBytes / 4};
     }
     if (password == old) {
@@ -36,7 +36,7 @@ std::optional<FieldError> checkNewPassword(const std::string& password, const st
     return std::nullopt;
 }
 
-// Takes a damaged file out of the way, so that somebody can look at it.
+// Renames a damaged file so that it can be examined.
 void setAside(const std::string& path) {
     const std::string aside = path + ".damaged";
     std::rename(path.c_str(), aside.c_str());
@@ -62,7 +62,7 @@ std::shared_ptr<const State> Device::load() const {
         return nullptr;
     }
     if (!text && errno != EFBIG) {
-        // It is there, and good perhaps: the factory password must not take its place.
+        // The file may be valid: it must not be replaced by the factory password.
         throw std::runtime_error("Cannot read " + m_files.state + ": " + std::strerror(errno));
     }
     std::optional<State> state = text ? readState(*text) : std::nullopt;
@@ -92,7 +92,7 @@ std::shared_ptr<const State> Device::state() const {
 }
 
 bool Device::saveAndPublish(std::shared_ptr<const State> state) {
-    // Without a password nobody could sign in to put it right.
+    // Without a hash nobody could sign in again to correct it.
     if (!isPasswordHash(state->settings.web.passwordHash)) {
         WebDebug::getInstance()->error("No hash of the password could be made");
         return false;

@@ -1,4 +1,4 @@
-// The one place where the phone's lasting state lives.
+// Holds the phone's lasting state.
 #ifndef MODEL_DEVICE_H
 #define MODEL_DEVICE_H
 
@@ -16,12 +16,11 @@ namespace phone {
 struct State {
     Settings settings;
     Directory directory;
-    std::string localCopy; // a configuration as text, see configuration.h; empty: none
+    std::string localCopy; // a configuration as XML, see configuration.h; empty without a copy
 };
 
-// What became of a change. Either it is done: published, and on the disk; or nothing has changed,
-// neither in memory nor on the disk, because of the errors or because it could not be saved (which
-// the log explains).
+// The result of a change. Either it is done: published and on the disk. Or nothing changed, neither
+// in memory nor on the disk, because of `errors` or because saving failed (logged).
 struct Outcome {
     Errors errors;
     bool saveFailed = false;
@@ -29,41 +28,42 @@ struct Outcome {
     bool done() const { return errors.empty() && !saveFailed; }
 };
 
-// Any thread, at any time. Readers never wait for a save.
+// Thread-safe. Readers never wait for a save.
 class Device {
 public:
     struct Files {
-        std::string state;           // in a folder that exists and is the phone's own
-        std::string factoryContacts; // CSV; only read
+        std::string state;           // in an existing folder that only the phone uses
+        std::string factoryContacts; // CSV; read only
     };
 
-    // Loads the state. Where there is none, and where it is damaged (the damaged file is kept with
-    // ".damaged" behind its name), the phone starts as it left the factory. A file that is there
-    // and cannot be read is no reason for that, which is a std::runtime_error, nor is a lack of
-    // memory, a std::bad_alloc. One that cannot be written is no failure here: the changes will
-    // fail. A save that was interrupted is cleared away.
+    // Loads the state. Without a state file, or with a damaged one (which is renamed to end in
+    // ".damaged"), the phone starts with its factory settings. Throws std::runtime_error if the
+    // file exists but cannot be read, and std::bad_alloc without memory: neither may reset the
+    // phone. If the folder cannot be written, construction succeeds and later changes fail. Removes
+    // what an interrupted save left behind.
     explicit Device(Files files);
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
 
-    // The state as it is now; it never changes. Never null.
+    // Returns a snapshot of the state, which never changes. Never null.
     std::shared_ptr<const State> state() const;
 
-    // Changes a copy of the state, saves it if no error was given, and only then publishes it.
-    // `edit` runs on the calling thread while other changes wait; it must not call this object.
-    // It may throw, which changes nothing.
+    // Calls `edit` with a copy of the state. If it returns no errors, saves the copy and then
+    // publishes it. `edit` runs on the calling thread while other changes wait; it must not call
+    // this object. If it throws, nothing changes.
     using Edit = std::function<Errors(State&)>;
     Outcome change(const Edit& edit);
 
-    // Whether this is the web user's name and password. Takes as long for a name that there is not.
+    // Returns whether these are the web user's name and password. Takes the same time for an
+    // unknown name.
     bool authenticate(std::string_view name, std::string_view password) const;
 
-    // Fields oldPassword (wrongPassword), newPassword (required, tooShort 8, tooLong 128, notUtf8,
-    // badCharacters, same) and repeat (mismatch).
+    // Reads the fields oldPassword (wrongPassword), newPassword (required, tooShort 8, tooLong 128,
+    // notUtf8, badCharacters, same) and repeat (mismatch).
     Outcome changePassword(const std::string& oldPassword, const std::string& newPassword,
                            const std::string& repeat);
 
-    // Everything as it left the factory: settings, password, contacts; no local copy.
+    // Resets settings, password and contacts to the factory state and deletes the local copy.
     Outcome factoryReset();
 
 private:
@@ -72,7 +72,8 @@ private:
     bool saveAndPublish(std::shared_ptr<const State> state);
 
     const Files m_files;
-    std::mutex m_changing; // held by the one thread that changes and saves; taken first
+    // Held by the one thread that changes and saves; lock before m_publishing.
+    std::mutex m_changing;
     mutable std::mutex m_publishing;
     std::shared_ptr<const State> m_state; // guarded by m_publishing
 };

@@ -5,6 +5,7 @@
 #include "model/trimmed.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace phone {
 namespace {
@@ -23,7 +24,7 @@ bool sortsBefore(std::string_view left, std::string_view right) {
                                      before)) {
         return false;
     }
-    return left < right; // the same but for capital letters
+    return left < right; // equal except for case
 }
 
 bool holds(std::string_view text, std::string_view part) {
@@ -43,6 +44,10 @@ std::optional<FieldError> checkNumber(std::string_view number) {
         return FieldError{"number", ErrorCode::badCharacters, std::nullopt};
     }
     return std::nullopt;
+}
+
+[[maybe_unused]] bool isChecked(Contact contact) {
+    return checkContact(contact).empty();
 }
 
 } // namespace
@@ -102,6 +107,7 @@ Errors Directory::add(Contact contact) {
 }
 
 bool Directory::put(Contact contact) {
+    assert(isChecked(contact) && "the contact must have passed checkContact()");
     const auto place = placeOf(contact.name);
     if (place != m_contacts.end() && place->name == contact.name) {
         m_contacts[static_cast<std::size_t>(place - m_contacts.begin())].number =

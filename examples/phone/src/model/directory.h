@@ -17,12 +17,12 @@ struct Contact {
     std::string number;
 };
 
-// What is wrong with the fields "name" (1 to 64 characters) and "number" (1 to 32 of digits,
-// + * # ( ) - and blanks, one digit at least). White space around them is removed first.
+// Checks the fields "name" (1 to 64 characters) and "number" (1 to 32 characters: digits, + * # ( )
+// - and spaces, at least one digit). Removes white space around them first.
 Errors checkContact(Contact& contact);
 
-// Names are unique, byte by byte. Sorted by name: ASCII letters without regard to case, all other
-// characters behind them in the order of Unicode. A value; one thread at a time changes it.
+// Names are unique, compared byte by byte. Sorted by name: ASCII letters without regard to case,
+// other characters after them by code point. A value type: not thread-safe.
 class Directory {
 public:
     static constexpr std::size_t kMaxContacts = 2000;
@@ -30,29 +30,30 @@ public:
 
     struct Page {
         std::vector<Contact> rows;
-        std::size_t total; // how many were found on all pages
-        long page;         // which page this is, from 1
-        long pages;        // how many there are, 1 at least
+        std::size_t total; // the number of contacts found, on all pages
+        long page;         // the number of this page, from 1
+        long pages;        // the number of pages, at least 1
     };
 
     const std::vector<Contact>& contacts() const { return m_contacts; }
 
-    // The contact of that name, or null. Lives until the directory changes.
+    // Returns the contact with this name, or null. Valid until the directory changes.
     const Contact* find(std::string_view name) const;
 
-    // Those that hold `text` in their name or number, all for an empty one; ASCII letters match
-    // without regard to case. A page that there is not is the nearest one that there is.
+    // Returns one page of the contacts whose name or number contains `text` (all if it is empty).
+    // ASCII letters match without regard to case. A page out of range is replaced by the nearest
+    // one.
     Page search(std::string_view text, std::int64_t page) const;
 
-    // Adds a contact if checkContact() finds nothing wrong with it, its name is new (otherwise
-    // "duplicate" of the field name) and there is room ("tooMany").
+    // Adds a contact. Returns the errors of checkContact(), "duplicate" for the field "name" if the
+    // name exists, or "tooMany" if the directory is full.
     Errors add(Contact contact);
 
-    // Adds a contact that has been checked, or gives the one of that name a new number. False when
-    // there is no room.
+    // Adds a contact that passed checkContact(), or replaces the number of the one with its name.
+    // Returns false if the directory is full.
     bool put(Contact contact);
 
-    // False when there is none of that name.
+    // Returns false if no contact has this name.
     bool remove(std::string_view name);
 
 private:

@@ -1,4 +1,4 @@
-// What is wrong with a value that somebody entered or sent.
+// Errors in values that a user or another program sent.
 #ifndef MODEL_FIELD_ERROR_H
 #define MODEL_FIELD_ERROR_H
 
@@ -28,22 +28,21 @@ enum class ErrorCode {
     tooMany,
     duplicate,
     notUtf8,
-    notXml,         // of a configuration only
-    unknownElement, // of a configuration only
+    notXml,         // configurations only
+    unknownElement, // configurations only
 };
 
-// The code's name as the list above spells it. Never null, lives as long as the program.
+// Returns the name of the code as spelled above. Never null; static storage.
 const char* nameOf(ErrorCode code);
 
 struct FieldError {
     std::string field;
     ErrorCode code;
-    // The number that the message names: of tooShort, tooLong (characters), tooSmall, tooLarge and
-    // tooMany.
+    // The number in the message of tooShort, tooLong (characters), tooSmall, tooLarge and tooMany.
     std::optional<long> limit;
 };
 
-// In the order of the fields, no more than one for a field. Empty: all is well.
+// In the order of the fields, at most one for each. Empty means success.
 using Errors = std::vector<FieldError>;
 
 } // namespace phone

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <cassert>
 #include <netinet/in.h>
 
 namespace phone {
@@ -17,7 +18,7 @@ bool isHostCharacter(char character) {
     return base::isAsciiLetter(character) || base::isAsciiDigit(character) || character == '-';
 }
 
-// The digits of a whole number, with a sign or without; no more than any limit has.
+// Returns whether `text` is a whole number, with or without a sign.
 bool isNumber(std::string_view text) {
     if (!text.empty() && (text.front() == '-' || text.front() == '+')) {
         text.remove_prefix(1);
@@ -25,9 +26,10 @@ bool isNumber(std::string_view text) {
     return !text.empty() && std::all_of(text.begin(), text.end(), base::isAsciiDigit);
 }
 
-// The number that the digits make, but no further from 0 than a million, which is beyond all
-// limits.
+// Returns the number in `text`, for which isNumber() must hold, limited to plus or minus one
+// million: no field allows more.
 long numberOf(std::string_view text) {
+    assert(isNumber(text) && "isNumber() must hold");
     constexpr long kBeyond = 1000000;
     long number = 0;
     for (char character : text) {
@@ -85,7 +87,7 @@ bool isHost(std::string_view text) {
         }
         text.remove_prefix(dot + 1);
     }
-    // A last label of digits alone is part of an address, and a bad one.
+    // A last label of digits only would be an invalid IPv4 address.
     return !std::all_of(label.begin(), label.end(), base::isAsciiDigit);
 }
 

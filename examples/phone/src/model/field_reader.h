@@ -1,4 +1,4 @@
-// Reading the fields of a form one by one, and collecting what is wrong with them.
+// Reads the fields of a form one by one and collects the errors.
 #ifndef MODEL_FIELD_READER_H
 #define MODEL_FIELD_READER_H
 
@@ -13,30 +13,31 @@
 
 namespace phone {
 
-// What is wrong with `text` as far as any text of people can be: notUtf8, badCharacters (control
-// characters), required (empty, and `least` is not 0), tooShort, tooLong. Nothing: no error.
+// Checks any text that a user entered. Returns notUtf8, badCharacters (control characters),
+// required (empty although `least` is not 0), tooShort or tooLong; nothing if the text is valid.
 std::optional<FieldError> checkText(const char* field, std::string_view text, std::size_t least,
                                     std::size_t most);
 
-// The longest name of a host: RFC 1035, section 2.3.4, less the root.
+// The maximum length of a host name without the root (RFC 1035, section 2.3.4).
 constexpr std::size_t kMaxHost = 253;
 
-// A host name (RFC 1123, section 2.1) or an IP address; at most kMaxHost characters.
+// Returns whether `text` is a host name (RFC 1123, section 2.1) or an IP address, of at most
+// kMaxHost characters.
 bool isHost(std::string_view text);
-// One label of a host name.
+// Returns whether `text` is one label of a host name.
 bool isHostLabel(std::string_view text);
 
-// The address as inet_ntop(3) writes it; empty when it is no IPv4 or IPv6 address.
+// Returns the address as inet_ntop(3) writes it; empty if `text` is no IPv4 or IPv6 address.
 std::string canonicalAddress(const std::string& text);
 
-// What a reader gives for a field with an error is of no use. `values`, see settings.h, must
+// The value returned for a field with an error must not be used. `values` (see settings.h) must
 // outlive the reader.
 class FieldReader {
 public:
     explicit FieldReader(const std::map<std::string, std::string>& values) : m_values(values) {}
 
     std::string text(const char* field, std::size_t least, std::size_t most);
-    // As it is, with the white space around it.
+    // Returns the text as it is, including white space around it.
     std::string secret(const char* field, std::size_t most);
     bool box(const char* field);
     int number(const char* field, int least, int most);

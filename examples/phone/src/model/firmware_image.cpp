@@ -35,7 +35,7 @@ std::uint32_t numberIn(std::string_view bytes) {
     return number;
 }
 
-// A text that zero bytes fill up.
+// Returns the text in a field that is padded with zero bytes.
 std::string_view textIn(std::string_view field) {
     return field.substr(0, std::min(field.find('\0'), field.size()));
 }
@@ -63,7 +63,7 @@ Header headerIn(std::string_view bytes) {
     return {model, version, numberIn(bytes)};
 }
 
-// A file that is read in pieces and summed up.
+// Reads a file in pieces and computes their checksum.
 class ImageFile {
 public:
     explicit ImageFile(const std::string& path)
@@ -72,12 +72,12 @@ public:
     bool good() const { return m_file != nullptr && std::ferror(m_file.get()) == 0; }
     std::uint32_t checksum() const { return m_checksum; }
 
-    // The next bytes, fewer at the end of the file. At most kPieceSize.
+    // Returns the next bytes, at most kPieceSize; fewer at the end of the file.
     std::string_view read(std::size_t count) {
         return {m_piece, std::fread(m_piece, 1, count, m_file.get())};
     }
 
-    // The same, and adds them to the checksum.
+    // Like read(), and adds the bytes to the checksum.
     std::string_view readSummed(std::size_t count) {
         const std::string_view piece = read(count);
         m_checksum = addToChecksum(m_checksum, piece);

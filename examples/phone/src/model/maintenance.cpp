@@ -54,7 +54,7 @@ std::optional<seconds> Maintenance::sinceProvisioning() const {
     return m_provisioned ? std::optional<seconds>(now - *m_provisioned) : std::nullopt;
 }
 
-// Ends the task whose time is over, at the moment when it was.
+// Ends the task if its time is over, as of the moment it ended.
 void Maintenance::finish(seconds now) const {
     if (m_task == Task::none || now < m_end) {
         return;

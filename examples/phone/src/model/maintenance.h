@@ -1,4 +1,4 @@
-// What the phone is busy with when it cannot be used.
+// Tasks during which the phone cannot be used.
 #ifndef MODEL_MAINTENANCE_H
 #define MODEL_MAINTENANCE_H
 
@@ -12,36 +12,37 @@ namespace phone {
 // In the order of kit::DeviceStatus.
 enum class Task { none, restart, factoryReset, provisioning, upgrade, configuration };
 
-// The words of the page "notice": idle, reboot, reset, autoprovision, upgrade, configration,
-// spelled as those who ask expect it. Never null.
+// Returns the status word of a task: idle, reboot, reset, autoprovision, upgrade or configration,
+// spelled as clients expect. Never null.
 const char* wordOf(Task task);
 
-// A task is over by itself: there is no thread, the state follows from the clock when it is asked
-// for. Any thread, at any time.
+// No thread runs: a task ends when the clock says so, and each call computes the state.
+// Thread-safe.
 class Maintenance {
 public:
-    // The time since the device was switched on; it never goes back.
+    // Returns the time since the device was switched on; must not go back.
     using Clock = std::function<std::chrono::seconds()>;
 
     explicit Maintenance(Clock clock);
 
     struct Progress {
         Task task = Task::none;
-        int percent = 100;                // 0 to 99 while there is a task
-        std::chrono::seconds remaining{}; // 1 at least while there is a task
+        int percent = 100;                // 0 to 99 while a task is running
+        std::chrono::seconds remaining{}; // at least 1 while a task is running
     };
 
-    // Begins a task that takes `duration`, at least a second. False while there is another.
-    // Whatever it is to change, the caller changes: this tells how long the phone is busy with it.
+    // Begins a task that takes `duration`; less than a second counts as one. Returns false while
+    // another one is running. Only reports the phone as busy; the caller makes the changes.
     bool start(Task task, std::chrono::seconds duration);
 
     Progress progress() const;
 
-    // The time since the phone was started last; restart, factory reset and upgrade end with a
+    // Returns the time since the phone last started. Restart, factory reset and upgrade end with a
     // start.
     std::chrono::seconds upTime() const;
 
-    // How long ago the last provisioning was finished; nothing when there was none since the start.
+    // Returns how long ago the last provisioning finished; nothing if there was none since the
+    // phone started.
     std::optional<std::chrono::seconds> sinceProvisioning() const;
 
 private:
@@ -49,7 +50,7 @@ private:
 
     const Clock m_clock;
     mutable std::mutex m_lock;
-    // Guarded by m_lock. Asking brings them up to date.
+    // Guarded by m_lock; brought up to date by each call.
     mutable Task m_task = Task::none;
     mutable std::chrono::seconds m_begin{};
     mutable std::chrono::seconds m_end{};
@@ -57,7 +58,7 @@ private:
     mutable std::optional<std::chrono::seconds> m_provisioned;
 };
 
-// The time since the device was switched on, as the system knows it.
+// Returns the time since the device was switched on (CLOCK_BOOTTIME).
 std::chrono::seconds systemClock();
 
 } // namespace phone

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <cassert>
 #include <charconv>
 #include <cstdio>
 #include <ifaddrs.h>
@@ -105,7 +106,7 @@ Traffic traffic() {
 }
 
 Traffic readTraffic(std::string_view text) {
-    // Eight numbers of what was received stand before those of what was sent; bytes come first.
+    // Each line has eight counters for received data, then those for sent data; bytes come first.
     constexpr int kOtherReceived = 7;
     Traffic traffic;
     while (!text.empty()) {
@@ -141,6 +142,7 @@ std::vector<NetworkInterface> networkInterfaces() {
 }
 
 std::string upTimeText(std::chrono::seconds time) {
+    assert(time.count() >= 0 && "the duration must not be negative");
     const long seconds = static_cast<long>(time.count());
     char text[64];
     std::snprintf(text, sizeof text, "%ld d %02ld:%02ld:%02ld", seconds / 86400,

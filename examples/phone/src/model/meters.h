@@ -1,4 +1,4 @@
-// What the phone measures about itself.
+// Measurements of the phone itself.
 #ifndef MODEL_METERS_H
 #define MODEL_METERS_H
 
@@ -11,26 +11,26 @@
 
 namespace phone {
 
-// Any thread may call any of these. What the system does not tell is 0 or left out.
+// All functions are thread-safe. A value that the system does not provide is 0 or omitted.
 
 struct Memory {
     std::uint64_t total = 0; // bytes
     std::uint64_t available = 0;
 };
 Memory memory();
-// Of a text as /proc/meminfo has it.
+// Reads a text in the format of /proc/meminfo.
 Memory readMemory(std::string_view text);
 
-// Bytes over all interfaces but the loopback, since they came up.
+// Bytes over all interfaces except loopback, since they came up.
 struct Traffic {
     std::uint64_t received = 0;
     std::uint64_t sent = 0;
 };
 Traffic traffic();
-// Of a text as /proc/net/dev has it.
+// Reads a text in the format of /proc/net/dev.
 Traffic readTraffic(std::string_view text);
 
-// A network interface that is up; an address that it does not have is empty.
+// A network interface that is up. An address is empty if it has none.
 struct NetworkInterface {
     std::string name;
     std::string address;
@@ -40,10 +40,10 @@ struct NetworkInterface {
 // A phone has two or three.
 constexpr std::size_t kMaxInterfaces = 8;
 
-// The interfaces as they are now, the loopback left out, kMaxInterfaces at most.
+// Returns the current interfaces except loopback, at most kMaxInterfaces.
 std::vector<NetworkInterface> networkInterfaces();
 
-// A time, which must not be negative, as "2 d 03:04:05".
+// Returns a duration, which must not be negative, as "2 d 03:04:05".
 std::string upTimeText(std::chrono::seconds time);
 
 } // namespace phone

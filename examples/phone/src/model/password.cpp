@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char* kMethod = "$y$"; // yescrypt
 
-// The workspace of crypt_r(3), 32 KiB, wiped at the end: it has held the password.
+// The workspace of crypt_r(3), 32 KiB. Wiped in the destructor because it held the password.
 class Workspace {
 public:
     ~Workspace() { explicit_bzero(m_data.get(), sizeof *m_data); }
@@ -23,7 +23,7 @@ private:
     std::unique_ptr<crypt_data> m_data = std::make_unique<crypt_data>();
 };
 
-// The hash of the password made as `setting`, a salt or a hash, says; empty on failure.
+// Returns the hash of the password with the salt or hash `setting`; empty on failure.
 std::string hashAs(std::string_view password, const char* setting) {
     if (password.size() > kMaxPasswordBytes || password.find('\0') != std::string_view::npos) {
         return {};
@@ -34,7 +34,7 @@ std::string hashAs(std::string_view password, const char* setting) {
     std::string phrase(password);
     const char* hash = crypt_r(phrase.c_str(), setting, workspace.get());
     explicit_bzero(phrase.data(), phrase.size());
-    // A failure may be told by a text that no hash begins with.
+    // crypt_r(3) may report failure by a text that no hash begins with.
     return hash != nullptr && hash[0] != '*' ? hash : "";
 }
 

@@ -1,4 +1,4 @@
-// Passwords, as they are kept: hashed with yescrypt, see crypt(5).
+// Password hashes (yescrypt, see crypt(5)).
 #ifndef MODEL_PASSWORD_H
 #define MODEL_PASSWORD_H
 
@@ -8,24 +8,24 @@
 
 namespace phone {
 
-// The cost of a hash, as crypt_gensalt(3) takes it: 4 MiB of memory for a moment. The system's own
-// default, 5, takes 16 MiB, which is much for a device with 64.
+// The cost of a hash as passed to crypt_gensalt(3): 4 MiB of memory while hashing. The system's
+// default, 5, takes 16 MiB, too much for a device with 64 MiB.
 constexpr unsigned long kPasswordCost = 3;
 
-// What crypt(3) can take. Longer ones are refused before anything is hashed.
+// The limit of crypt(3). Longer passwords are rejected before hashing.
 constexpr std::size_t kMaxPasswordBytes = 511;
 
-// In the whole process one hash is made at a time, so that signing in many times at once does not
-// take the memory of the device; the others wait. Any thread.
+// Thread-safe. The process computes one hash at a time, so that many sign-ins at once do not use up
+// the device's memory; the others wait.
 
-// A new hash with a salt of its own; empty when the password is too long, or holds a zero byte, or
-// there is no memory or no randomness.
+// Returns a new hash with a random salt. Empty if the password is too long or contains a zero byte,
+// or if memory or randomness is missing.
 std::string hashPassword(std::string_view password);
 
-// Whether the hash was made of the password. Compared in constant time.
+// Returns whether `hash` was made from `password`. Compares in constant time.
 bool verifyPassword(std::string_view password, const std::string& hash);
 
-// Whether it looks like a hash of hashPassword().
+// Returns whether `text` has the form of a hash of hashPassword().
 bool isPasswordHash(std::string_view text);
 
 } // namespace phone

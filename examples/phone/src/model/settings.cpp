@@ -16,7 +16,7 @@ std::string box(bool ticked) {
     return ticked ? "1" : "";
 }
 
-// An IPv4 address in the order of the host's bytes.
+// Returns an IPv4 address in host byte order.
 std::optional<std::uint32_t> ipv4(const std::string& text) {
     in_addr address{};
     if (inet_pton(AF_INET, text.c_str(), &address) != 1) {
@@ -30,18 +30,18 @@ bool isOfHosts(std::uint32_t address) {
     return first != 0 && first != 127 && first < 224;
 }
 
-// One bits, then zero bits; of networks that have hosts.
+// Returns whether the mask is one bits followed by zero bits and leaves room for hosts.
 bool isMask(std::uint32_t mask) {
     const std::uint32_t hostBits = ~mask;
     return (hostBits & (hostBits + 1)) == 0 && hostBits >= 3 && mask != 0;
 }
 
-// The fields of the form that hold IPv4 addresses.
+// Reads the form fields that contain IPv4 addresses.
 class AddressReader {
 public:
     AddressReader(FieldReader& fields, bool required) : m_fields(fields), m_required(required) {}
 
-    // Nothing when there is none, or a bad one.
+    // Returns nothing if the field is empty or invalid.
     std::optional<std::uint32_t> read(const char* field, std::string& text, bool optional = false) {
         const auto address = readAny(field, text, optional, ErrorCode::badAddress);
         if (address && !isOfHosts(*address)) {

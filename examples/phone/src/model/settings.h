@@ -1,7 +1,7 @@
-// The phone's settings, and the way from what a form sends to them and back.
+// The phone's settings, and their conversion from and to form values.
 //
-// The names of the fields are those of the forms' inputs, of the page variables that show the
-// values, and of the elements in configuration files. Defaults are the factory values.
+// The field names are also those of the forms' inputs, of the template variables that show the
+// values, and of the elements in configuration files. Defaults are the factory settings.
 #ifndef MODEL_SETTINGS_H
 #define MODEL_SETTINGS_H
 
@@ -35,7 +35,7 @@ struct Network {
     std::string dns1;
     std::string dns2;
     std::string hostname = "desk-phone";
-    int vlan = 0; // 0: none
+    int vlan = 0; // 0 means none
 };
 
 struct Audio {
@@ -44,7 +44,7 @@ struct Audio {
     int speakerVolume = 5;
     int handsetVolume = 5;
     int micGain = 0;
-    bool echo = true;           // cancel the echo
+    bool echo = true;           // echo cancellation
     std::string codec = "g722"; // opus, g722, pcma, pcmu
 };
 
@@ -53,9 +53,9 @@ struct WebAccess {
 
     std::string user = "admin";
     std::string passwordHash;    // see password.h
-    bool factoryPassword = true; // whether it still is the one that every phone has
+    bool factoryPassword = true; // whether the factory password is still in use
     int idleSeconds = 600;
-    // Who may send events, each as inet_ntop(3) writes it. Empty: nobody.
+    // Addresses that may send events, as inet_ntop(3) writes them. Empty allows none.
     std::vector<std::string> remoteAddresses{"127.0.0.1"};
 };
 
@@ -68,45 +68,45 @@ struct Settings {
     WebAccess web;
 };
 
-// Two accounts are set up. The password hash is empty.
+// Returns the factory settings: two accounts are set up, the password hash is empty.
 Settings factorySettings();
 
-// Texts by the name of their field, as a form sends them, so that a page can show again what was
-// entered. A field that is absent counts as empty; a box is ticked when its value is "1", not
-// ticked when it is empty or "0".
+// Texts by field name as a form sends them, so that a page can show again what was entered. A
+// missing field counts as empty. A check box is ticked if its value is "1", and not if it is empty
+// or "0".
 using Values = std::map<std::string, std::string>;
 
-// The text of `name`, empty when it is absent.
+// Returns the text of `name`, empty if it is missing.
 std::string valueOf(const Values& values, const char* name);
 
-// The fields of each form, in the order in which it shows them.
+// The fields of each form, in the order shown.
 extern const std::vector<const char*> kAccountFields;
 extern const std::vector<const char*> kNetworkFields;
 extern const std::vector<const char*> kAudioFields;
 extern const std::vector<const char*> kWebAccessFields; // idleSeconds, remoteAddresses
 
-// The values for a form to show; the secret of an account is left empty, addresses stand one a
-// line.
+// Return the values for a form to show. An account's secret is left empty; addresses are on a line
+// each.
 Values valuesOf(const Account& account);
 Values valuesOf(const Network& network);
 Values valuesOf(const Audio& audio);
 Values valuesOf(const WebAccess& web);
 
-// Sets what `values` say, or, when anything is wrong with them, sets nothing and gives every error.
-// White space around a value does not count (but that of a secret does); lengths are in characters.
-// Text that is not UTF-8 is notUtf8, control characters are badCharacters.
+// Set what `values` contain, or, if any of them is wrong, set nothing and return every error. White
+// space around a value is ignored, except around a secret. Lengths are in characters. Text that is
+// not UTF-8 is notUtf8; control characters are badCharacters.
 //
-// An empty secret leaves the one there is while user name and server stay the same, and is none
-// otherwise: a secret must not go to another server because somebody changed a name. User name and
-// server are required of an enabled account.
+// An empty secret keeps the current one if user name and server stay the same, and clears it
+// otherwise: changing a name must not send a secret to another server. An enabled account requires
+// user name and server.
 Errors readValues(const Values& values, Account& account);
-// In mode "static" all but dns2 and vlan are required, and the gateway must be in the network of
-// address and netmask (prefixes of 1 to 30 bits). "reserved": an address that no host can have
-// (the first and the last of the network, 0.x, 127.x, 224.x and above), and a gateway that is the
-// phone itself. In mode "dhcp" addresses may be absent, and need only be well-formed.
+// In mode "static" all fields except dns2 and vlan are required, and the gateway must be in the
+// network of address and netmask (prefixes of 1 to 30 bits). "reserved" is an address that no host
+// can have (the first and last of the network, 0.x, 127.x, 224.x and above), and a gateway equal to
+// the phone's own address. In mode "dhcp" addresses may be missing, and must only be well-formed.
 Errors readValues(const Values& values, Network& network);
 Errors readValues(const Values& values, Audio& audio);
-// Only the fields in kWebAccessFields; for the password see Device.
+// Reads only the fields in kWebAccessFields; Device changes the password.
 Errors readValues(const Values& values, WebAccess& web);
 
 } // namespace phone

@@ -12,7 +12,7 @@
 namespace phone {
 namespace {
 
-// Bytes that are told of the name of an element that nobody knows.
+// Maximum bytes shown of the name of an unknown element.
 constexpr std::size_t kMaxName = 64;
 
 constexpr const char* kSecretField = "secret";
@@ -38,7 +38,7 @@ std::string nameIn(const pugi::xml_node& node) {
     return std::string(kit::shortened(node.name(), kMaxName));
 }
 
-// Reads the parts one by one and collects what is wrong with them.
+// Reads the parts one by one and collects their errors.
 class SettingsReader {
 public:
     explicit SettingsReader(const Settings& present) : m_settings(present) {}
@@ -138,11 +138,11 @@ Errors parseXml(std::string_view text, pugi::xml_document& document) {
     if (!kit::isUtf8(text)) {
         return failure(ErrorCode::notUtf8);
     }
-    // Texts of blanks count: a secret may be one. Entities of a document type are never expanded;
-    // that there is one is all that is looked for.
+    // Keep texts of white space: a secret may consist of it. parse_doctype only reports a document
+    // type declaration; its entities are never expanded.
     const unsigned options =
         pugi::parse_default | pugi::parse_ws_pcdata_single | pugi::parse_doctype;
-    pugi::xml_parse_result whole; // no, to begin with
+    pugi::xml_parse_result whole; // not parsed yet, which is an error
     if (text.find('\0') == std::string_view::npos) {
         whole = document.load_buffer(text.data(), text.size(), options, pugi::encoding_utf8);
     }

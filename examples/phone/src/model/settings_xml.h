@@ -1,4 +1,4 @@
-// Settings as the elements of an XML document.
+// Settings as XML elements.
 #ifndef MODEL_SETTINGS_XML_H
 #define MODEL_SETTINGS_XML_H
 
@@ -10,14 +10,15 @@
 
 namespace phone {
 
-// Parses `text`. An error of the field "config", or none; std::bad_alloc where it may be good.
+// Parses `text`. Returns an error for the field "config", or none. Throws std::bad_alloc if memory
+// runs out, since the text may be valid.
 Errors parseXml(std::string_view text, pugi::xml_document& document);
 
-// The text of an element.
+// Returns the text of an element.
 std::string textOf(const pugi::xml_node& element);
 
-// Writes and reads the element "configuration". See configuration.h for what it holds, and for the
-// errors; when there is any, nothing is set.
+// Write and read the element "configuration". See configuration.h for its contents and the errors;
+// if there is any error, nothing is set.
 void writeSettings(XmlWriter& writer, const Settings& settings);
 Errors readSettings(const pugi::xml_node& configuration, Settings& settings);
 

@@ -21,7 +21,7 @@ void writeAccess(XmlWriter& writer, const Settings& settings) {
     writer.close("access");
 }
 
-// What the configuration does not tell.
+// Writes what the configuration omits.
 bool readAccess(const pugi::xml_node& access, Settings& settings) {
     pugi::xml_node secret = access.child("secret");
     for (Account& account : settings.accounts) {

@@ -1,4 +1,4 @@
-// The state as the text of a file.
+// The lasting state as the text of a file.
 #ifndef MODEL_STATE_FILE_H
 #define MODEL_STATE_FILE_H
 
@@ -11,14 +11,13 @@
 
 namespace phone {
 
-// More than the largest state takes: a full directory of names that are all escapes is the most of
-// it.
+// Larger than any state: the worst case is a full directory whose names consist of escapes.
 constexpr std::size_t kMaxStateBytes = 2 * 1024 * 1024;
 
 std::string stateText(const State& state);
 
-// The state that the text was made of; nothing when anything is wrong with it: all of it is checked
-// as what people enter is.
+// Returns the state that `text` was made from, or nothing if any part of it is invalid. All values
+// are checked like form values.
 std::optional<State> readState(std::string_view text);
 
 } // namespace phone

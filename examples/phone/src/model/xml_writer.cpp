@@ -1,6 +1,20 @@
 #include "model/xml_writer.h"
 
+#include "kit/text.h"
+
+#include <algorithm>
+#include <cassert>
+
 namespace phone {
+namespace {
+
+[[maybe_unused]] bool isXmlText(std::string_view text) {
+    std::string line(text);
+    line.erase(std::remove(line.begin(), line.end(), '\n'), line.end());
+    return kit::isPlainLine(line);
+}
+
+} // namespace
 
 void XmlWriter::open(const char* name) {
     m_text.append("<").append(name).append(">\n");
@@ -11,6 +25,7 @@ void XmlWriter::close(const char* name) {
 }
 
 void XmlWriter::element(const char* name, std::string_view text) {
+    assert(isXmlText(text) && "texts must be UTF-8 without control characters except line feeds");
     m_text.append("<").append(name).append(">");
     escaped(text);
     m_text.append("</").append(name).append(">\n");

@@ -1,5 +1,5 @@
-// Writing XML. By hand, because a library that builds a tree first says nothing when it runs out of
-// memory half way.
+// Writes XML as text. A library that builds a tree first does not report running out of memory
+// half-way.
 #ifndef MODEL_XML_WRITER_H
 #define MODEL_XML_WRITER_H
 
@@ -8,7 +8,7 @@
 
 namespace phone {
 
-// Texts must be UTF-8 without control characters but line feeds; names are the caller's own.
+// Texts must be UTF-8 without control characters except line feeds. Names are not checked.
 class XmlWriter {
 public:
     void open(const char* name);

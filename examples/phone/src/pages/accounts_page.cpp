@@ -41,7 +41,7 @@ void AccountsPage::save(kit::Request& request, kit::Response& response, const ki
 void AccountsPage::showForm(kit::Request& request, kit::Response& response,
                             kit::Variables variables, std::size_t account, Values values,
                             const Errors& errors) const {
-    values.erase("secret"); // nor what was entered: it does not go back to a browser
+    values.erase("secret"); // never send a secret to a browser, not even the one entered
     variables.set("acc", account);
     addTabs(variables, account);
     addForm(variables, values, errors);

@@ -5,7 +5,7 @@
 
 namespace phone {
 
-// The form for one account, which the parameter "acc" selects, from 0; the first one without it.
+// The form for one account, selected by the parameter "acc" from 0; the first one without it.
 class AccountsPage final : public SignedInPage {
 public:
     explicit AccountsPage(Phone& phone) : SignedInPage(phone) {}

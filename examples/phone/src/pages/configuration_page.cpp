@@ -16,7 +16,7 @@ kit::Variables errorRow(const FieldError& error) {
     return row;
 }
 
-// What is wrong as a whole is told in a sentence, and what is wrong in the file in a table.
+// Reports an error of the whole file in a sentence, and errors in the file in a table.
 void addErrors(kit::Variables& variables, const Errors& errors) {
     const bool ofAll = errors.size() == 1 && errors[0].field == "config";
     if (ofAll && errors[0].code == ErrorCode::required) {

@@ -5,11 +5,11 @@
 
 namespace phone {
 
-// The configuration as a file: q=export gives it, and q=import takes one (POST, field "config") and
-// keeps the settings of before as a local copy, which q=localconfig takes back (type=import) or
-// deletes (type=remove). The addresses of these forms are exact, since the container reads from
-// them what the phone is doing; so their token is a field, and that of an upload is looked at when
-// it has been received.
+// The configuration as a file: q=export sends it. q=import (POST, field "config") reads one and
+// keeps the previous settings as a local copy, which q=localconfig restores (type=import) or
+// deletes (type=remove). The container reads the phone's status word from the addresses of these
+// forms, so they must not contain a token: it is a form field, which an upload has only once it was
+// received.
 class ConfigurationPage final : public SignedInPage {
 public:
     explicit ConfigurationPage(Phone& phone) : SignedInPage(phone) {}

@@ -7,7 +7,7 @@
 namespace phone {
 namespace {
 
-// Nobody looks for more; the rest of a longer text is left out.
+// Longer search texts are cut.
 constexpr std::size_t kMaxSearchBytes = 128;
 
 const std::vector<const char*> kContactFields{"name", "number"};

@@ -7,9 +7,9 @@
 
 namespace phone {
 
-// The directory: a list with search and paging; q=add and q=remove change it, q=export gives it as
-// CSV. A search text is sent by POST and kept with the session, since the container refuses
-// addresses that hold "<", ">" or "script".
+// The directory: a list with search and paging. q=add and q=remove change it, q=export sends it as
+// CSV. A search text is sent by POST and kept with the session, since the container rejects
+// addresses that contain "<", ">" or "script".
 class ContactsPage final : public SignedInPage {
 public:
     explicit ContactsPage(Phone& phone) : SignedInPage(phone) {}

@@ -18,8 +18,8 @@ kit::Variables changedRow(const ImportPlan::Change& change) {
         .set("number", change.number);
 }
 
-// The name of the code for the text that the row shows: of a line as a whole, badCharacters means
-// that its columns cannot be told apart.
+// Returns the code of the message for a row: for a line as a whole, badCharacters means that it
+// could not be split into columns.
 const char* reasonOf(const FieldError& error) {
     const bool isLine = error.field == "line" && error.code == ErrorCode::badCharacters;
     return isLine ? "badLine" : nameOf(error.code);
@@ -49,15 +49,15 @@ void addPlan(kit::Variables& variables, const ImportPlan& plan) {
         .rows("refused", plan.refused, refusedRow);
 }
 
-// Why there are no bytes: too large is what is announced so and did not come. Who hung up meanwhile
-// does not ask.
+// Returns why the upload was empty. If a larger body was announced and not received, it was too
+// large; a client that hung up does not see the answer.
 const char* whatIsMissing(kit::Request& request) {
     const bool tooLarge = !request.parameter("contacts") &&
                           request.raw().getContentLength() > static_cast<int>(kMaxCsvBytes);
     return tooLarge ? "tooLarge" : "empty";
 }
 
-// The file's bytes; none when there is none, or it is empty, too large, or did not arrive.
+// Returns the bytes of the file; empty if it is missing, empty, too large, or was not received.
 std::string fileReceived(kit::Request& request) {
     std::vector<char> buffer(kMaxCsvBytes);
     const int size = request.raw().receiveUploadData(buffer.data(), buffer.size());
@@ -104,7 +104,7 @@ void ContactsPreviewPage::preview(kit::Request& request, kit::Response& response
     if (const std::unique_lock<std::mutex> receiving(m_phone.receiving, std::try_to_lock);
         receiving) {
         const std::string file = fileReceived(request);
-        // The token may be a field of the upload, so it is looked at when that has been received.
+        // The token may be a field of the upload, so check it once that was received.
         if (!mayChange(request, response, signIn)) {
             return;
         }

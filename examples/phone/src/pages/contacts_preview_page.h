@@ -8,9 +8,9 @@
 
 namespace phone {
 
-// Import of contacts: a file is uploaded (POST, q=preview, field "contacts"), what it would do is
-// shown and held, and then done (POST, q=apply). What is held is dropped as soon as whoever
-// uploaded it goes to another page: the container says so on every request for one.
+// Imports contacts: a file is uploaded (POST, q=preview, field "contacts"), its preview is shown
+// and kept, and then applied (POST, q=apply). The preview is dropped as soon as the user who
+// uploaded it opens another page: the container calls drop() on every request for one.
 class ContactsPreviewPage final : public SignedInPage {
 public:
     explicit ContactsPreviewPage(Phone& phone) : SignedInPage(phone) {}
@@ -19,12 +19,12 @@ public:
 
 private:
     struct Preview {
-        const kit::SignIn* owner; // to be compared, not used
+        const kit::SignIn* owner; // compare only
         std::shared_ptr<const ImportPlan> plan;
     };
 
     void answer(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) override;
-    // Null, and nothing, when the session has nothing or has gone.
+    // Returns null if the session has no preview or has ended.
     std::shared_ptr<Preview> heldFor(kit::Request& request) const;
     void forget(kit::Request& request);
     void preview(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);

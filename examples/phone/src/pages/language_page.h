@@ -5,8 +5,8 @@
 
 namespace phone {
 
-// Keeps the choice of a language ("to") in a cookie, for everybody, signed in or not, and goes back
-// to the page "back". It changes nothing but what the asking browser shows, so it takes no token.
+// Stores the chosen language ("to") in a cookie and redirects to the page "back". Works without
+// signing in. Needs no token: it only changes what this browser shows.
 class LanguagePage final : public kit::Page {
 private:
     void answer(kit::Request& request, kit::Response& response) override;

@@ -30,7 +30,7 @@ kit::Variables form(kit::Request& request) {
     return variables;
 }
 
-// The form again, with one of the texts that login.html has.
+// Returns the variables of the form with one of the messages in login.html.
 kit::Variables formWith(kit::Request& request, const char* message) {
     kit::Variables variables = form(request);
     variables.set("message", message).set("userName", request.parameter("user").value_or(""));
@@ -66,7 +66,7 @@ void LoginPage::signIn(kit::Request& request, kit::Response& response) {
         show(request, response, "login.html", formWith(request, "wrong"));
     } else {
         start(request, response, user);
-        // Whoever changes the password signs everybody out, but not those who come in just then.
+        // A change of password signs out everyone, but may miss a sign-in at the same moment.
         if (m_phone.device.state()->settings.web.passwordHash != hash) {
             m_phone.signIns.end(request);
         }

@@ -5,8 +5,8 @@
 
 namespace phone {
 
-// Signing in and out. q=login signs in with the fields "user" and "password", q=logout signs out,
-// anything else shows the form. "jumpto" names the page to go on to, the status page by default.
+// Signs in and out. q=login signs in with the fields "user" and "password", q=logout signs out,
+// anything else shows the form. "jumpto" names the page to open next, by default the status page.
 class LoginPage final : public LocalPage {
 public:
     explicit LoginPage(Phone& phone) : LocalPage(phone) {}

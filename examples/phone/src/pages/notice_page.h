@@ -5,8 +5,7 @@
 
 namespace phone {
 
-// The maintenance word while the phone is being provisioned; at all other times the container
-// answers by itself.
+// Answers p=notice while the phone is being provisioned; at all other times the container does.
 class NoticePage final : public kit::Page {
 public:
     // `phone` must outlive the page.

@@ -6,7 +6,7 @@
 namespace phone {
 
 // A drawing of the phone: display, lamps, and keys to press (POST, "key"), numbers to call
-// ("number") and the other side to play ("command").
+// ("number") and commands that simulate the other party ("command").
 class PhonePage final : public SignedInPage {
 public:
     explicit PhonePage(Phone& phone) : SignedInPage(phone) {}

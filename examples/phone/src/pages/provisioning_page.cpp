@@ -5,7 +5,7 @@
 namespace phone {
 namespace {
 
-// As long as a small configuration takes over a slow line.
+// A plausible time to load a small configuration over a slow line.
 constexpr std::chrono::seconds kProvisioningTime{10};
 
 } // namespace

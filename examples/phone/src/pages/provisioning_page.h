@@ -5,8 +5,8 @@
 
 namespace phone {
 
-// Auto-provisioning: POST with now=true in the address begins it. While it goes on the container
-// has p=notice answered by the servlet of that name.
+// Auto-provisioning: POST with now=true in the address starts it. While it runs, the container lets
+// the servlet "notice" answer p=notice.
 class ProvisioningPage final : public SignedInPage {
 public:
     explicit ProvisioningPage(Phone& phone) : SignedInPage(phone) {}

@@ -57,7 +57,7 @@ void SecurityPage::changePassword(kit::Request& request, kit::Response& response
         m_phone.signIns.attemptSucceeded(request);
     }
     if (outcome.done()) {
-        // Whoever knew the old one must not stay.
+        // Anyone who knew the old password must sign in again.
         m_phone.signIns.endOthers(request);
         WebDebug::getInstance()->info("The password of %s was changed", signIn.user.c_str());
     }

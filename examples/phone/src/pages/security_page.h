@@ -5,8 +5,8 @@
 
 namespace phone {
 
-// The password (POST, q=password), who may send events and when sessions end (POST, q=access), and
-// what there is to know about one's own session.
+// Changes the password (POST, q=password), sets who may send events and when sessions end (POST,
+// q=access), and shows the current sessions.
 class SecurityPage final : public SignedInPage {
 public:
     explicit SecurityPage(Phone& phone) : SignedInPage(phone) {}

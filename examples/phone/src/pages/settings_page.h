@@ -5,12 +5,12 @@
 
 namespace phone {
 
-// A form for one group of the settings. GET shows it; POST saves it, or shows it again with a
-// message beside every field that is wrong.
+// A form for one group of settings. GET shows it; POST saves it, or shows it again with a message
+// at every invalid field.
 template <typename Group>
 class SettingsPage : public SignedInPage {
 public:
-    // `name` is the page's id, and with ".html" behind it the template's name.
+    // `name` is the page's id; with ".html" added, the template's name.
     SettingsPage(Phone& phone, std::string name, Group Settings::*group,
                  const std::vector<const char*>& fields)
         : SignedInPage(phone), m_name(std::move(name)), m_group(group), m_fields(fields) {}

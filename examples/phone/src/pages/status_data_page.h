@@ -5,7 +5,7 @@
 
 namespace phone {
 
-// What changes on the pages while somebody looks at them, as JSON for their script.
+// The live data of the pages, as JSON for their script.
 class StatusDataPage final : public SignedInPage {
 public:
     explicit StatusDataPage(Phone& phone) : SignedInPage(phone) {}

@@ -5,7 +5,7 @@
 
 namespace phone {
 
-// What the phone is, how it is connected, and the events that reached it.
+// The model, the network connections and the recent events.
 class StatusPage final : public SignedInPage {
 public:
     explicit StatusPage(Phone& phone) : SignedInPage(phone) {}

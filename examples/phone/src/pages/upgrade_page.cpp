@@ -9,13 +9,13 @@ namespace {
 
 constexpr const char* kImageField = "firmware";
 
-// What is shown of the client's name for its file.
+// Maximum bytes shown of the client's file name.
 constexpr std::size_t kShownNameBytes = 128;
 
-// As long as a small phone takes to come back.
+// A plausible start-up time of a small phone.
 constexpr std::chrono::seconds kRestartTime{8};
 
-// 0 when the task has begun; else the status that tells why not, and nothing has changed.
+// Returns 0 if the task has begun; else the HTTP status of the failure, and nothing has changed.
 int begin(Phone& phone, Task task) {
     if (phone.maintenance.progress().task != Task::none) {
         return 409;
@@ -23,7 +23,7 @@ int begin(Phone& phone, Task task) {
     if (task == Task::factoryReset && !phone.device.factoryReset().done()) {
         return 500;
     }
-    // A reset that is done is done, whatever somebody has begun meanwhile.
+    // A completed reset is reported as such even if another task began meanwhile.
     const bool began = phone.maintenance.start(task, kRestartTime);
     return began || task == Task::factoryReset ? 0 : 409;
 }
@@ -55,9 +55,9 @@ void UpgradePage::upload(kit::Request& request, kit::Response& response,
     ImageCheck check{ImageFault::unreadable, ""};
     if (const std::unique_lock<std::mutex> receiving(m_phone.receiving, std::try_to_lock);
         receiving) {
-        std::remove(m_receivedPath.c_str()); // what a loss of power may have left
+        std::remove(m_receivedPath.c_str()); // left behind by a power cut
         request.raw().receiveUploadFile(m_receivedPath.c_str());
-        // The token may be a field of the upload, so it is looked at when that has been received.
+        // The token may be a field of the upload, so check it once that was received.
         if (!mayChange(request, response, signIn)) {
             std::remove(m_receivedPath.c_str());
             return;
@@ -96,7 +96,7 @@ void UpgradePage::restart(kit::Request& request, kit::Response& response, const 
     m_phone.statusWord.began(task);
     m_phone.firmware.start();
     if (task == Task::factoryReset) {
-        m_phone.signIns.endOthers(request); // they signed in with a password that is no more
+        m_phone.signIns.endOthers(request); // they signed in with the previous password
     }
     show(request, response, "restart.html",
          std::move(frame(request, signIn).set("asked", wordOf(task))));

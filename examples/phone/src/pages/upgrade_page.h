@@ -7,9 +7,9 @@
 
 namespace phone {
 
-// Firmware upload (q=upload, the image in the field "firmware"), the image of now (q=download),
-// restart (q=reboot) and return to factory settings (q=reset); anything else shows the forms for
-// them. The container reads from the address what the phone is asked to do; the page does it.
+// Firmware upload (q=upload, the image in the field "firmware"), download of the current image
+// (q=download), restart (q=reboot) and factory reset (q=reset); anything else shows their forms.
+// The container takes the status word from the address; the page does the work.
 class UpgradePage final : public SignedInPage {
 public:
     explicit UpgradePage(Phone& phone)
