@@ -51,7 +51,7 @@ void expectSameEvent(kit::Request& request) {
 }
 
 void expectSameStatus(const std::string& query) {
-    const auto theirs = rules::statusAskedBy(query.c_str());
+    const auto theirs = rules::requestedStatus(query.c_str());
     const auto ours = kit::requestedStatus(query);
     ASSERT_EQ(ours.has_value(), theirs.has_value());
     if (ours) {
@@ -125,7 +125,7 @@ TEST(ContainerRules, RequestTheStatusThatTheContainerSets) {
 
 TEST(ContainerRules, NameEachStatusAsTheContainerDoes) {
     for (int status = -1; status <= 99; ++status) {
-        EXPECT_STREQ(kit::statusWord(static_cast<kit::DeviceStatus>(status)), rules::wordOf(status))
+        EXPECT_STREQ(kit::statusWord(static_cast<kit::DeviceStatus>(status)), rules::statusWord(status))
             << status;
     }
 }
