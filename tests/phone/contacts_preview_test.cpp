@@ -20,10 +20,13 @@ protected:
 
     std::string counts() {
         const std::string text = me.page("contacts-preview").text();
-        const auto from = text.find("Import preview ");
-        return from == text.npos
-                   ? ""
-                   : text.substr(from + 25, text.find(" Nothing is changed yet") - from - 25);
+        const std::string heading = "Import preview ";
+        const auto at = text.find(heading);
+        if (at == text.npos) {
+            return "";
+        }
+        const auto from = at + heading.size();
+        return text.substr(from, text.find(" Nothing has been changed yet") - from);
     }
 };
 
