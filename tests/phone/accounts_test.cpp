@@ -1,4 +1,4 @@
-// The accounts.
+// The page "accounts".
 #include "phone_test.h"
 
 namespace {
@@ -16,11 +16,11 @@ Fields with(const char* name, const std::string& value) {
     return fields;
 }
 
-using AccountsTest = SignedInTest;
+using AccountsPage = SignedInFixture;
 
 } // namespace
 
-TEST_F(AccountsTest, ShowsTheFirstUnlessAskedForAnother) {
+TEST_F(AccountsPage, ShowsTheFirstAccountByDefault) {
     for (const char* query : {"accounts", "accounts&acc=", "accounts&acc=0"}) {
         EXPECT_EQ(me.page(query).field("userName"), "1001") << query;
     }
@@ -36,7 +36,7 @@ TEST_F(AccountsTest, ShowsTheFirstUnlessAskedForAnother) {
     EXPECT_EQ(me.page("accounts&acc=5").field("enabled"), "");
 }
 
-TEST_F(AccountsTest, SaysWhichAccountsThereAreWhenAskedForOneThatThereIsNot) {
+TEST_F(AccountsPage, ReportsAnUnknownAccountAndListsTheOthers) {
     for (const char* account :
          {"6", "-1", "-0", "99999999999999999999", "-99999999999999999999", "-"}) {
         const Answer answer = me.page(std::string("accounts&acc=") + account);
@@ -50,7 +50,7 @@ TEST_F(AccountsTest, SaysWhichAccountsThereAreWhenAskedForOneThatThereIsNot) {
     }
 }
 
-TEST_F(AccountsTest, SavesWhatWasEntered) {
+TEST_F(AccountsPage, SavesTheValuesEntered) {
     const Answer answer = me.submit("accounts&q=save&acc=3", kGood);
     EXPECT_EQ(answer.status, 303);
     EXPECT_EQ(answer.location(), "/servlet?p=accounts&acc=3&saved=1");
@@ -59,7 +59,7 @@ TEST_F(AccountsTest, SavesWhatWasEntered) {
     for (const auto& [name, value] : kGood) {
         EXPECT_EQ(page.field(name), name == "secret" ? "" : value) << name;
     }
-    EXPECT_EQ(me.page("accounts&acc=2").field("label"), "Line 3") << "no other account";
+    EXPECT_EQ(me.page("accounts&acc=2").field("label"), "Line 3") << "other accounts are unchanged";
     const auto account = saved()->settings.accounts[3];
     EXPECT_EQ(account.userName, "hall");
     EXPECT_EQ(account.secret, "s3cr3t-1");
@@ -71,19 +71,19 @@ TEST_F(AccountsTest, SavesWhatWasEntered) {
     EXPECT_EQ(again.page("accounts&acc=3").field("displayName"), "The \"hall\" <1>");
 }
 
-TEST_F(AccountsTest, TakesABoxThatIsNotSentForNotTicked) {
+TEST_F(AccountsPage, TreatsAMissingCheckBoxAsCleared) {
     me.submit("accounts&acc=0", Fields(kGood.begin() + 1, kGood.end()));
     EXPECT_EQ(me.page("accounts&acc=0").field("enabled"), "");
     EXPECT_FALSE(saved()->settings.accounts[0].enabled);
 }
 
-TEST_F(AccountsTest, KeepsTheSecretThatThereIsWhenNoneIsEntered) {
+TEST_F(AccountsPage, KeepsTheSecretIfNoneIsEntered) {
     me.submit("accounts&acc=0", kGood);
     me.submit("accounts&acc=0", with("secret", ""));
     EXPECT_EQ(saved()->settings.accounts[0].secret, "s3cr3t-1");
 }
 
-TEST_F(AccountsTest, ForgetsTheSecretWhenItWouldGoToAnotherServer) {
+TEST_F(AccountsPage, ClearsTheSecretWhenTheServerChanges) {
     for (const char* field : {"server", "userName"}) {
         me.submit("accounts&acc=0", kGood);
         Fields changed = with("secret", "");
@@ -95,7 +95,7 @@ TEST_F(AccountsTest, ForgetsTheSecretWhenItWouldGoToAnotherServer) {
     }
 }
 
-TEST_F(AccountsTest, NeverSendsASecretBack) {
+TEST_F(AccountsPage, NeverSendsASecretToTheBrowser) {
     me.submit("accounts&acc=0", kGood);
     Fields wrong = with("port", "0");
     const Answer refused = me.submit("accounts&acc=0", wrong);
@@ -110,7 +110,7 @@ TEST_F(AccountsTest, NeverSendsASecretBack) {
     }
 }
 
-TEST_F(AccountsTest, SaysBesideEachFieldWhatIsWrongWithIt) {
+TEST_F(AccountsPage, ShowsAnErrorNextToEachInvalidField) {
     const char* const kBadUserName = "Spaces and control characters are not allowed.";
     const struct {
         const char* field;
@@ -146,13 +146,13 @@ TEST_F(AccountsTest, SaysBesideEachFieldWhatIsWrongWithIt) {
         EXPECT_EQ(answer.alert(), "One field needs attention. Nothing was saved.");
         EXPECT_EQ(answer.done(), "");
         EXPECT_EQ(answer.field("label"), with(wrong.field, wrong.value)[1].second)
-            << "what was entered is still there";
+            << "keeps what was entered";
         EXPECT_TRUE(answer.leadsTo("/servlet?p=accounts&q=save&acc=1"));
     }
     EXPECT_EQ(savedText(), before);
 }
 
-TEST_F(AccountsTest, CountsTheFieldsThatAreWrong) {
+TEST_F(AccountsPage, CountsTheInvalidFields) {
     const Answer answer = me.submit("accounts&acc=0", {{"enabled", "1"}});
     EXPECT_EQ(answer.alert(), "6 fields need attention. Nothing was saved.");
     for (const char* field : {"label", "userName", "server", "port", "transport", "expiry"}) {
@@ -161,21 +161,21 @@ TEST_F(AccountsTest, CountsTheFieldsThatAreWrong) {
     EXPECT_EQ(answer.error("secret"), "");
 }
 
-TEST_F(AccountsTest, ShowsHostileTextAsText) {
+TEST_F(AccountsPage, EscapesHostileText) {
     me.submit("accounts&acc=0", with("label", "\"><i>&amp;"));
     const Answer page = me.page("accounts");
     EXPECT_EQ(page.field("label"), "\"><i>&amp;");
     EXPECT_EQ(page.body.find("<i>"), std::string::npos);
 }
 
-TEST_F(AccountsTest, SaysWhenNothingCouldBeSaved) {
+TEST_F(AccountsPage, ReportsThatSavingFailed) {
     breakTheDisk();
     const Answer answer = me.submit("accounts&acc=0", kGood);
     EXPECT_EQ(answer.status, 500);
     EXPECT_EQ(
         answer.alert(),
         "The change could not be saved. The previous settings and contacts are still in use.");
-    EXPECT_EQ(answer.field("userName"), "hall") << "so that nobody has to enter it again";
+    EXPECT_EQ(answer.field("userName"), "hall") << "keeps what was entered";
     EXPECT_EQ(me.page("accounts").field("userName"), "1001");
     repairTheDisk();
     EXPECT_EQ(saved()->settings.accounts[0].userName, "1001");

@@ -1,4 +1,4 @@
-// Whatever changes something wants a POST with the token of one's own sign-in.
+// CSRF protection: every change requires a POST with the token of the same session.
 #include "json_reader.h"
 #include "phone_test.h"
 
@@ -15,7 +15,7 @@ namespace {
 constexpr const char* kNothingDone = "This request did not come from a form of your current "
                                      "session, so nothing was changed.";
 
-// A request that changes something when it may.
+// A request that changes something if it has a valid token.
 struct Change {
     const char* query;
     Fields fields;
@@ -75,17 +75,17 @@ std::vector<Change> allChanges(const std::string& image) {
     };
 }
 
-class ChangesTest : public SignedInTest {
+class CsrfToken : public SignedInFixture {
 protected:
-    ChangesTest() : m_other(*container, "192.0.2.8") {
+    CsrfToken() : m_other(*container, "192.0.2.8") {
         m_other.signIn();
-        // So that there is something to take back, and something to import.
+        // A local copy to restore, and a preview to import.
         me.upload("settings-config&q=import", file("config", "c.xml", configuration(3)));
         m_image = me.page("settings-upgrade&q=download").body;
         preview();
     }
 
-    // All that a change can change. Asks as a page's script does, which drops nothing.
+    // Everything that a change can affect. Polls like a page's script, which keeps the preview.
     std::string everything() {
         const auto data = readJson(me.page("status-data&quiet=p=notice").body);
         std::string all = savedText() + me.page("contacts-preview").text() +
@@ -113,7 +113,7 @@ protected:
     std::string m_image;
 };
 
-TEST_F(ChangesTest, AreRefusedWithoutTheTokenOfOnesOwnSession) {
+TEST_F(CsrfToken, MustBeTheOneOfTheSameSession) {
     const std::string before = everything();
     const Fields tokens[] = {{},
                              {{"token", ""}},
@@ -129,11 +129,11 @@ TEST_F(ChangesTest, AreRefusedWithoutTheTokenOfOnesOwnSession) {
             EXPECT_EQ(notice(), "idle") << change.query;
         }
     }
-    preview(); // which going to other pages has dropped
+    preview(); // opening other pages dropped it
     EXPECT_EQ(everything(), before);
 }
 
-TEST_F(ChangesTest, AreNotMadeByAnAddress) {
+TEST_F(CsrfToken, DoesNotAllowChangesByGet) {
     const std::string before = everything();
     for (const Change& change : allChanges(m_image)) {
         std::string query = change.query;
@@ -144,11 +144,11 @@ TEST_F(ChangesTest, AreNotMadeByAnAddress) {
         EXPECT_TRUE(answer.status == 200 || answer.status == 403) << query;
         EXPECT_EQ(notice(), "idle") << query;
     }
-    preview(); // which going to other pages has dropped
+    preview(); // opening other pages dropped it
     EXPECT_EQ(everything(), before);
 }
 
-TEST_F(ChangesTest, AreNotMadeByStrangers) {
+TEST_F(CsrfToken, DoesNotAllowChangesWithoutSigningIn) {
     const std::string before = everything();
     for (const Change& change : allChanges(m_image)) {
         for (const Fields& token : {Fields(), Fields{{"token", me.token()}}}) {
@@ -159,10 +159,10 @@ TEST_F(ChangesTest, AreNotMadeByStrangers) {
             EXPECT_EQ(notice(), "idle") << change.query;
         }
     }
-    EXPECT_EQ(everything(), before) << "and what I had in preview is still there";
+    EXPECT_EQ(everything(), before) << "the preview is still there";
 }
 
-TEST_F(ChangesTest, AreMadeWithTheToken) {
+TEST_F(CsrfToken, AllowsChanges) {
     for (const Change& change : allChanges(m_image)) {
         preview();
         const std::string before = everything();
@@ -170,11 +170,11 @@ TEST_F(ChangesTest, AreMadeWithTheToken) {
         EXPECT_TRUE(answer.status == 200 || answer.status == 303)
             << change.query << ": " << answer.status;
         EXPECT_NE(everything(), before) << change.query;
-        kit::testing::test_clock::advanceSeconds(10); // what takes time is over
+        kit::testing::test_clock::advanceSeconds(10); // let tasks finish
     }
 }
 
-TEST_F(ChangesTest, TakeTheTokenFromTheAddressOfAPostToo) {
+TEST_F(CsrfToken, MayBeInTheAddressOfAPost) {
     EXPECT_EQ(me.submitWithoutToken("contacts&q=remove&token=" + me.token(), {{"name", "Anna"}})
                   .location(),
               "/servlet?p=contacts&result=removed");

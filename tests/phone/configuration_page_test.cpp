@@ -1,4 +1,4 @@
-// The configuration as a file, and its local copy.
+// The page "settings-config".
 #include "phone_test.h"
 
 #include "model/configuration.h"
@@ -7,13 +7,13 @@ using kit::testing::file;
 
 namespace {
 
-class ConfigurationTest : public SignedInTest {
+class ConfigurationPage : public SignedInFixture {
 protected:
     Answer import(const std::string& text) {
         return me.upload("settings-config&q=import", file("config", "configuration.xml", text));
     }
     std::string exported() { return me.page("settings-config&q=export").body; }
-    // The configuration of now, with one text in the place of another.
+    // Returns the current configuration with `text` replaced.
     std::string with(const std::string& text, const std::string& other) {
         std::string changed = exported();
         const auto at = changed.find(text);
@@ -28,7 +28,7 @@ protected:
 
 } // namespace
 
-TEST_F(ConfigurationTest, IsExportedWithoutSecrets) {
+TEST_F(ConfigurationPage, ExportsNoSecrets) {
     me.submit("accounts&acc=0", {{"enabled", "1"},
                                  {"label", "Hall"},
                                  {"userName", "hall"},
@@ -48,7 +48,7 @@ TEST_F(ConfigurationTest, IsExportedWithoutSecrets) {
     EXPECT_EQ(answer.body.find("Anna"), std::string::npos);
 }
 
-TEST_F(ConfigurationTest, IsImportedAndTheFormerOneKept) {
+TEST_F(ConfigurationPage, ImportsAFileAndKeepsALocalCopy) {
     EXPECT_NE(me.page("settings-config")
                   .text()
                   .find("There is no local copy yet. Importing a configuration creates one."),
@@ -61,11 +61,11 @@ TEST_F(ConfigurationTest, IsImportedAndTheFormerOneKept) {
     EXPECT_EQ(me.page("network").field("hostname"), "hall-phone");
     EXPECT_EQ(saved()->settings.network.hostname, "hall-phone");
     EXPECT_TRUE(hasCopy());
-    EXPECT_EQ(saved()->directory.contacts().size(), 3U) << "contacts are no part of it";
-    EXPECT_EQ(Visitor(*container, "192.0.2.8").signIn().status, 303) << "the password stays";
+    EXPECT_EQ(saved()->directory.contacts().size(), 3U) << "contacts are not included";
+    EXPECT_EQ(Visitor(*container, "192.0.2.8").signIn().status, 303) << "the password is unchanged";
 }
 
-TEST_F(ConfigurationTest, IsTakenBack) {
+TEST_F(ConfigurationPage, RestoresTheLocalCopy) {
     import(with("desk-phone", "hall-phone"));
     restart();
     Visitor again(*container);
@@ -76,7 +76,7 @@ TEST_F(ConfigurationTest, IsTakenBack) {
     EXPECT_EQ(saved()->settings.network.hostname, "desk-phone");
 }
 
-TEST_F(ConfigurationTest, LosesItsLocalCopy) {
+TEST_F(ConfigurationPage, RemovesTheLocalCopy) {
     import(with("desk-phone", "hall-phone"));
     const Answer answer = me.submit("settings-config&q=localconfig&type=remove");
     EXPECT_EQ(me.send(get(answer.location())).done(), "The local copy was removed.");
@@ -85,7 +85,7 @@ TEST_F(ConfigurationTest, LosesItsLocalCopy) {
     EXPECT_TRUE(saved()->localCopy.empty());
 }
 
-TEST_F(ConfigurationTest, HasNoLocalCopyToTakeBack) {
+TEST_F(ConfigurationPage, ReportsAMissingLocalCopy) {
     const std::string before = savedText();
     const Answer answer = me.submit("settings-config&q=localconfig&type=import");
     EXPECT_EQ(answer.status, 422);
@@ -94,7 +94,7 @@ TEST_F(ConfigurationTest, HasNoLocalCopyToTakeBack) {
     EXPECT_EQ(notice(), "idle");
 }
 
-TEST_F(ConfigurationTest, IsRefusedAsAWholeWithATableOfWhatIsWrong) {
+TEST_F(ConfigurationPage, RejectsAFileWithErrorsAndListsThem) {
     std::string text = with("<port>5060</port>", "<port>0</port>");
     text.replace(text.find("desk-phone"), 10, "two words");
     text.replace(text.find("<codec>g722"), 11, "<codec>mp3&lt;b>");
@@ -111,7 +111,7 @@ TEST_F(ConfigurationTest, IsRefusedAsAWholeWithATableOfWhatIsWrong) {
     EXPECT_FALSE(hasCopy());
 }
 
-TEST_F(ConfigurationTest, IsRefusedWhenItIsSomethingElse) {
+TEST_F(ConfigurationPage, RejectsFilesOfOtherKinds) {
     const std::string before = savedText();
     for (const char* text :
          {"", "nonsense", "<a>", "<!DOCTYPE x><configuration/>", "<other/>", "\xff\xfe"}) {
@@ -126,7 +126,7 @@ TEST_F(ConfigurationTest, IsRefusedWhenItIsSomethingElse) {
         << unknown.text();
 }
 
-TEST_F(ConfigurationTest, IsRefusedWhenItIsTooLargeOrDidNotArrive) {
+TEST_F(ConfigurationPage, RejectsFilesThatAreTooLargeOrIncomplete) {
     const std::string before = savedText();
     const std::string large = exported() + std::string(64 * 1024, ' ');
     EXPECT_EQ(import(large).status, 422);
@@ -146,7 +146,7 @@ TEST_F(ConfigurationTest, IsRefusedWhenItIsTooLargeOrDidNotArrive) {
     EXPECT_EQ(savedText(), before);
 }
 
-TEST_F(ConfigurationTest, IsNotImportedForSomebodyWhoIsNotSignedIn) {
+TEST_F(ConfigurationPage, RejectsImportsWithoutSigningIn) {
     const std::string before = savedText();
     const std::string text = with("desk-phone", "hall-phone");
     Visitor stranger(*container, "192.0.2.66");
@@ -159,7 +159,7 @@ TEST_F(ConfigurationTest, IsNotImportedForSomebodyWhoIsNotSignedIn) {
     EXPECT_EQ(stranger.page("settings-config&q=export").status, 303);
 }
 
-TEST_F(ConfigurationTest, StaysWhenItCannotBeSaved) {
+TEST_F(ConfigurationPage, KeepsTheConfigurationIfSavingFails) {
     const std::string text = with("desk-phone", "hall-phone");
     breakTheDisk();
     const Answer answer = import(text);
@@ -171,7 +171,7 @@ TEST_F(ConfigurationTest, StaysWhenItCannotBeSaved) {
     EXPECT_FALSE(hasCopy());
 }
 
-TEST_F(ConfigurationTest, ShowsThePageForActionsThatItDoesNotHave) {
+TEST_F(ConfigurationPage, ShowsThePageForUnknownActions) {
     for (const char* query :
          {"settings-config&q=nonsense", "settings-config&q=localconfig",
           "settings-config&q=localconfig&type=nonsense", "settings-config&q=import"}) {

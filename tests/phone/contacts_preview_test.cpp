@@ -1,4 +1,4 @@
-// Importing contacts: what a list would do is shown, and then done.
+// The page "contacts-preview".
 #include "phone_test.h"
 
 using kit::testing::file;
@@ -7,7 +7,7 @@ namespace {
 
 constexpr const char* kGone = "The preview has expired. Select the file again.";
 
-class PreviewTest : public SignedInTest {
+class ContactsPreviewPage : public SignedInFixture {
 protected:
     Answer upload(const std::string& csv, const std::string& name = "list.csv") {
         return me.upload("contacts-preview&q=preview", file("contacts", name, csv));
@@ -32,7 +32,7 @@ protected:
 
 } // namespace
 
-TEST_F(PreviewTest, AsksForAFile) {
+TEST_F(ContactsPreviewPage, AsksForAFile) {
     const Answer page = me.page("contacts-preview");
     EXPECT_EQ(page.status, 200);
     EXPECT_EQ(page.title(), "Import contacts");
@@ -40,7 +40,7 @@ TEST_F(PreviewTest, AsksForAFile) {
     EXPECT_FALSE(page.leadsTo("/servlet?p=contacts-preview&q=apply"));
 }
 
-TEST_F(PreviewTest, ShowsWhatTheImportWouldDoAndDoesIt) {
+TEST_F(ContactsPreviewPage, PreviewsAndThenImportsAFile) {
     const Answer answer = upload("\xEF\xBB\xBFname,number\r\n"
                                  "Anna,101\r\n"
                                  "Carol,300\r\n"
@@ -61,11 +61,11 @@ TEST_F(PreviewTest, ShowsWhatTheImportWouldDoAndDoesIt) {
         EXPECT_NE(page.text().find(row), std::string::npos) << row << " in " << page.text();
     }
     EXPECT_EQ(page.body.find("<b>"), std::string::npos);
-    EXPECT_EQ(savedText(), before) << "nothing is done yet";
+    EXPECT_EQ(savedText(), before) << "nothing is imported yet";
 
     const Answer done = me.submit("contacts-preview&q=apply");
     EXPECT_EQ(done.status, 303);
-    EXPECT_EQ(me.submit("contacts-preview&q=apply").status, 409) << "it is done once";
+    EXPECT_EQ(me.submit("contacts-preview&q=apply").status, 409) << "only once";
     EXPECT_EQ(me.send(get(done.location())).done(), "The contacts were imported.");
     EXPECT_EQ(saved()->directory.find("Anna")->number, "101");
     EXPECT_EQ(saved()->directory.find("Bj\xC3\xB6rn")->number, "200");
@@ -73,7 +73,7 @@ TEST_F(PreviewTest, ShowsWhatTheImportWouldDoAndDoesIt) {
     EXPECT_EQ(saved()->directory.contacts().size(), 4U);
 }
 
-TEST_F(PreviewTest, HasNothingToImportWhenNothingWouldChange) {
+TEST_F(ContactsPreviewPage, OffersNoImportIfNothingWouldChange) {
     upload("Anna,100\n,\n");
     EXPECT_EQ(counts().substr(0, 27), "New 0 Changed 0 Unchanged 1");
     const Answer page = me.page("contacts-preview");
@@ -81,7 +81,7 @@ TEST_F(PreviewTest, HasNothingToImportWhenNothingWouldChange) {
     EXPECT_FALSE(page.leadsTo("/servlet?p=contacts-preview&q=apply"));
 }
 
-TEST_F(PreviewTest, SaysWhyALineOfAnotherKindOfFileIsRefused) {
+TEST_F(ContactsPreviewPage, ReportsWhyLinesOfOtherFilesAreRejected) {
     upload("%PDF-1.7\n\"never closed,1\n");
     EXPECT_EQ(counts(), "New 0 Changed 0 Unchanged 0 Rejected 2");
     const std::string text = me.page("contacts-preview").text();
@@ -93,7 +93,7 @@ TEST_F(PreviewTest, SaysWhyALineOfAnotherKindOfFileIsRefused) {
         << text;
 }
 
-TEST_F(PreviewTest, IsDroppedWhenOneGoesToAnotherPage) {
+TEST_F(ContactsPreviewPage, DropsThePreviewWhenItsUserOpensAnotherPage) {
     for (const char* other : {"status", "contacts", "network", "contacts&q=export"}) {
         upload("Dora,400\n");
         EXPECT_TRUE(isHeld());
@@ -106,15 +106,16 @@ TEST_F(PreviewTest, IsDroppedWhenOneGoesToAnotherPage) {
     EXPECT_EQ(saved()->directory.find("Dora"), nullptr);
 }
 
-TEST_F(PreviewTest, IsKeptWhileItsPageIsLookedAt) {
+TEST_F(ContactsPreviewPage, KeepsThePreviewWhileItsPageIsOpen) {
     upload("Dora,400\n");
     me.page("contacts-preview");
     me.page("notice");
-    EXPECT_EQ(me.page("status-data&quiet=p=notice").status, 200) << "as the page's script asks";
+    EXPECT_EQ(me.page("status-data&quiet=p=notice").status, 200)
+        << "the page's script polls like this";
     EXPECT_TRUE(isHeld());
 }
 
-TEST_F(PreviewTest, IsNotDroppedByWhatOthersDo) {
+TEST_F(ContactsPreviewPage, KeepsThePreviewWhateverOthersDo) {
     upload("Dora,400\n");
     Visitor other(*container, "192.0.2.8");
     other.signIn();
@@ -129,14 +130,14 @@ TEST_F(PreviewTest, IsNotDroppedByWhatOthersDo) {
     EXPECT_TRUE(isHeld());
 }
 
-TEST_F(PreviewTest, IsNotDroppedBySomebodyWhoUsesTheSameThreadNext) {
+TEST_F(ContactsPreviewPage, KeepsThePreviewWhenTheThreadServesAnotherUser) {
     upload("Dora,400\n");
     me.page("contacts-preview");
     Visitor(*container, "192.0.2.66").send(get("/servlet?p=language&to=de"));
     EXPECT_TRUE(isHeld());
 }
 
-TEST_F(PreviewTest, BelongsToTheSessionThatUploadedTheFile) {
+TEST_F(ContactsPreviewPage, ShowsThePreviewToItsSessionOnly) {
     Visitor other(*container, "192.0.2.8");
     other.signIn();
     upload("Dora,400\n");
@@ -147,7 +148,7 @@ TEST_F(PreviewTest, BelongsToTheSessionThatUploadedTheFile) {
     EXPECT_NE(other.page("contacts-preview").text().find("Emil 500"), std::string::npos);
 }
 
-TEST_F(PreviewTest, IsReplacedByTheNextFile) {
+TEST_F(ContactsPreviewPage, ReplacesThePreviewByTheNextFile) {
     upload("Dora,400\n");
     upload("Emil,500\n");
     const std::string text = me.page("contacts-preview").text();
@@ -155,27 +156,27 @@ TEST_F(PreviewTest, IsReplacedByTheNextFile) {
     EXPECT_NE(text.find("Emil 500"), std::string::npos);
 }
 
-TEST_F(PreviewTest, RefusesAFileThatIsTooLarge) {
+TEST_F(ContactsPreviewPage, RejectsAFileThatIsTooLarge) {
     const Answer answer = upload("Dora,400\n" + std::string(1024 * 1024, '\n'));
     EXPECT_EQ(answer.status, 422);
     EXPECT_EQ(answer.alert(), "The file is too large. The maximum size is 1 MiB.");
     EXPECT_FALSE(isHeld());
 }
 
-TEST_F(PreviewTest, TakesAFileOfTheLargestSize) {
+TEST_F(ContactsPreviewPage, AcceptsAFileOfTheMaximumSize) {
     const std::string line = "Dora,400\n";
     EXPECT_EQ(upload(line + std::string(1024 * 1024 - line.size(), '\n')).status, 303);
     EXPECT_EQ(counts(), "New 1 Changed 0 Unchanged 0 Rejected 0");
 }
 
-TEST_F(PreviewTest, RefusesAnEmptyFileAndNoFile) {
+TEST_F(ContactsPreviewPage, RejectsAnEmptyOrMissingFile) {
     EXPECT_EQ(upload("").alert(), "No file was selected, or the file is empty.");
     EXPECT_EQ(upload("", "").alert(), "No file was selected, or the file is empty.");
     EXPECT_EQ(upload("").status, 422);
     EXPECT_FALSE(isHeld());
 }
 
-TEST_F(PreviewTest, TakesNothingFromAnUploadThatWasCutOff) {
+TEST_F(ContactsPreviewPage, IgnoresAnIncompleteUpload) {
     upload("Dora,400\n");
     const Request whole = me.uploading("contacts-preview&q=preview",
                                        file("contacts", "list.csv", "Emil,500\nFred,600\n"));
@@ -187,7 +188,7 @@ TEST_F(PreviewTest, TakesNothingFromAnUploadThatWasCutOff) {
     }
 }
 
-TEST_F(PreviewTest, SaysWhenThereIsNoRoom) {
+TEST_F(ContactsPreviewPage, ReportsThatTheDirectoryIsFull) {
     std::string csv;
     for (int i = 0; i < 2000; ++i) {
         csv += "Name " + std::to_string(i) + "," + std::to_string(i) + "\n";
@@ -205,7 +206,7 @@ TEST_F(PreviewTest, SaysWhenThereIsNoRoom) {
     EXPECT_EQ(saved()->directory.contacts().size(), 4U);
 }
 
-TEST_F(PreviewTest, IsStillThereWhenItCouldNotBeSaved) {
+TEST_F(ContactsPreviewPage, KeepsThePreviewIfSavingFails) {
     upload("Dora,400\n");
     breakTheDisk();
     const Answer answer = me.submit("contacts-preview&q=apply");

@@ -1,13 +1,13 @@
-// The directory.
+// The page "contacts".
 #include "phone_test.h"
 
 using kit::testing::file;
 
 namespace {
 
-class ContactsTest : public SignedInTest {
+class ContactsPage : public SignedInFixture {
 protected:
-    // What the list says, from the number of contacts to the end of the table.
+    // Returns the text of the list, from the number of contacts to the end of the table.
     std::string list(const std::string& query = "contacts") {
         const std::string text = me.page(query).text();
         const auto from = text.find("Search by name or number Search ");
@@ -26,13 +26,13 @@ protected:
 
 } // namespace
 
-TEST_F(ContactsTest, AreListed) {
+TEST_F(ContactsPage, ListsTheContacts) {
     EXPECT_EQ(me.page("contacts").title(), "Contacts");
     EXPECT_EQ(list(), "Contacts: 3 Name Number Anna 100 Remove Bj\xC3\xB6rn 200 Remove "
                       "Carol 300 Remove");
 }
 
-TEST_F(ContactsTest, AreFoundByNameAndNumberForAsLongAsTheSessionLasts) {
+TEST_F(ContactsPage, KeepsASearchByNameOrNumberForTheSession) {
     const Answer answer = me.submit("contacts&q=search", {{"search", "ROL"}});
     EXPECT_EQ(answer.location(), "/servlet?p=contacts");
     EXPECT_EQ(list(), "Found: 1. Show all Name Number Carol 300 Remove");
@@ -41,7 +41,7 @@ TEST_F(ContactsTest, AreFoundByNameAndNumberForAsLongAsTheSessionLasts) {
     EXPECT_EQ(me.page("contacts").field("search"), "ROL") << "kept on other pages";
     Visitor other(*container, "192.0.2.8");
     other.signIn();
-    EXPECT_EQ(other.page("contacts").field("search"), "") << "nobody else's search";
+    EXPECT_EQ(other.page("contacts").field("search"), "") << "searches are not shared";
     me.submit("contacts&q=search", {{"search", "00"}});
     EXPECT_EQ(list().substr(0, 9), "Found: 3.");
     me.submit("contacts&q=search", {{"search", "zzz"}});
@@ -50,7 +50,7 @@ TEST_F(ContactsTest, AreFoundByNameAndNumberForAsLongAsTheSessionLasts) {
     EXPECT_EQ(list().substr(0, 11), "Contacts: 3");
 }
 
-TEST_F(ContactsTest, AreSearchedForTextsThatNoAddressCouldHold) {
+TEST_F(ContactsPage, AcceptsSearchTextsThatAddressesCannotContain) {
     const std::string search = "<script>alert(\"1\")</script>";
     EXPECT_EQ(me.submit("contacts&q=search", {{"search", search}}).status, 303);
     const Answer page = me.page("contacts");
@@ -58,10 +58,10 @@ TEST_F(ContactsTest, AreSearchedForTextsThatNoAddressCouldHold) {
     EXPECT_EQ(page.body.find("alert(\"1\")"), std::string::npos);
     EXPECT_EQ(list(), "Found: 0. Show all No contacts match \"" + search + "\".");
     me.submit("contacts&q=search", {{"search", std::string(127, 'x') + "\xC3\xA9y"}});
-    EXPECT_EQ(me.page("contacts").field("search"), std::string(127, 'x')) << "a long one is cut";
+    EXPECT_EQ(me.page("contacts").field("search"), std::string(127, 'x')) << "a long text is cut";
 }
 
-TEST_F(ContactsTest, AreShownInPages) {
+TEST_F(ContactsPage, SplitsTheListIntoPages) {
     importMany(42);
     EXPECT_EQ(me.page("contacts").done(), "");
     Answer page = me.page("contacts");
@@ -77,7 +77,7 @@ TEST_F(ContactsTest, AreShownInPages) {
         << page.text();
 }
 
-TEST_F(ContactsTest, AreShownFromTheNearestPageThatThereIs) {
+TEST_F(ContactsPage, ShowsTheNearestPageForANumberOutOfRange) {
     importMany(42);
     const std::pair<const char*, const char*> cases[] = {
         {"0", "Page 1 of 3"},
@@ -96,7 +96,7 @@ TEST_F(ContactsTest, AreShownFromTheNearestPageThatThereIs) {
     }
 }
 
-TEST_F(ContactsTest, HaveOnePageWithoutPagingWhenTheyFit) {
+TEST_F(ContactsPage, ShowsNoPagingForASinglePage) {
     importMany(17);
     const Answer page = me.page("contacts");
     EXPECT_NE(page.text().find("Contacts: 20"), std::string::npos);
@@ -104,7 +104,7 @@ TEST_F(ContactsTest, HaveOnePageWithoutPagingWhenTheyFit) {
     EXPECT_FALSE(page.leadsTo("/servlet?p=contacts&page=2"));
 }
 
-TEST_F(ContactsTest, AreAdded) {
+TEST_F(ContactsPage, AddsAContact) {
     const Answer answer =
         me.submit("contacts&q=add", {{"name", " Dora "}, {"number", "+49 (30) 55-5"}});
     EXPECT_EQ(answer.status, 303);
@@ -114,7 +114,7 @@ TEST_F(ContactsTest, AreAdded) {
     EXPECT_EQ(saved()->directory.find("Dora")->number, "+49 (30) 55-5");
 }
 
-TEST_F(ContactsTest, AreNotAddedWhenSomethingIsWrong) {
+TEST_F(ContactsPage, RejectsInvalidContacts) {
     const char* const kBadNumber =
         "Use only digits, spaces and + * # ( ) -, with at least one digit.";
     const struct {
@@ -145,14 +145,14 @@ TEST_F(ContactsTest, AreNotAddedWhenSomethingIsWrong) {
     EXPECT_EQ(savedText(), before);
 }
 
-TEST_F(ContactsTest, AreRemoved) {
+TEST_F(ContactsPage, RemovesAContact) {
     const Answer answer = me.submit("contacts&q=remove", {{"name", "Bj\xC3\xB6rn"}});
     EXPECT_EQ(me.send(get(answer.location())).done(), "The contact was removed.");
     EXPECT_EQ(list(), "Contacts: 2 Name Number Anna 100 Remove Carol 300 Remove");
     EXPECT_EQ(saved()->directory.contacts().size(), 2U);
 }
 
-TEST_F(ContactsTest, AreSaidToBeGoneWhenSomebodyElseRemovedThem) {
+TEST_F(ContactsPage, ReportsAContactThatAnotherUserRemoved) {
     me.submit("contacts&q=remove", {{"name", "Anna"}});
     for (const Fields& fields : {Fields{{"name", "Anna"}}, Fields()}) {
         const Answer answer = me.submit("contacts&q=remove", fields);
@@ -163,7 +163,7 @@ TEST_F(ContactsTest, AreSaidToBeGoneWhenSomebodyElseRemovedThem) {
     EXPECT_EQ(saved()->directory.contacts().size(), 2U);
 }
 
-TEST_F(ContactsTest, MayHaveNamesThatLookLikeMarkup) {
+TEST_F(ContactsPage, EscapesNamesThatLookLikeMarkup) {
     const std::string name = "</td><script>\"x\"'&amp;=1+2";
     me.submit("contacts&q=add", {{"name", name}, {"number", "400"}});
     const Answer page = me.page("contacts");
@@ -174,14 +174,14 @@ TEST_F(ContactsTest, MayHaveNamesThatLookLikeMarkup) {
     EXPECT_EQ(saved()->directory.find(name), nullptr);
 }
 
-TEST_F(ContactsTest, SayWhenNoneIsLeft) {
+TEST_F(ContactsPage, ReportsAnEmptyList) {
     for (const char* name : {"Anna", "Bj\xC3\xB6rn", "Carol"}) {
         me.submit("contacts&q=remove", {{"name", name}});
     }
     EXPECT_EQ(list(), "Contacts: 0 No contacts yet. Add a contact or import a list.");
 }
 
-TEST_F(ContactsTest, AreExported) {
+TEST_F(ContactsPage, ExportsTheContacts) {
     me.submit("contacts&q=add", {{"name", "=1+2, \"x\""}, {"number", "+1"}});
     const Answer answer = me.page("contacts&q=export");
     EXPECT_EQ(answer.status, 200);
@@ -191,7 +191,7 @@ TEST_F(ContactsTest, AreExported) {
                            "Bj\xC3\xB6rn,200\r\nCarol,300\r\n");
 }
 
-TEST_F(ContactsTest, StayWhenTheyCannotBeSaved) {
+TEST_F(ContactsPage, KeepsTheContactsIfSavingFails) {
     breakTheDisk();
     for (const char* action : {"contacts&q=add", "contacts&q=remove"}) {
         const Answer answer =
@@ -204,7 +204,7 @@ TEST_F(ContactsTest, StayWhenTheyCannotBeSaved) {
     EXPECT_EQ(list().substr(0, 20), "Contacts: 3 Name Num");
 }
 
-TEST_F(ContactsTest, TakeResultsFromTheAddressThatTheyKnowOnly) {
+TEST_F(ContactsPage, IgnoresUnknownResultsInTheAddress) {
     const Answer page = me.page("contacts&result=nonsense");
     EXPECT_EQ(page.done(), "");
     EXPECT_EQ(page.alert(), "");

@@ -8,7 +8,7 @@
 
 namespace {
 
-// The phone writes no others.
+// The phone writes no other numbers.
 bool isWholeNumber(const std::string& word) {
     const std::string digits = word.substr(word.rfind('-', 0) == 0 ? 1 : 0);
     return !digits.empty() && digits.find_first_not_of("0123456789") == digits.npos &&
@@ -22,14 +22,14 @@ public:
     std::map<std::string, std::string> read() {
         readValue("");
         skipBlanks();
-        require(m_rest.empty(), "something behind the value");
+        require(m_rest.empty(), "text after the value");
         return std::move(m_values);
     }
 
 private:
     void require(bool fine, const char* what) const {
         if (!fine) {
-            throw std::runtime_error(std::string("no JSON: ") + what +
+            throw std::runtime_error(std::string("Invalid JSON: ") + what +
                                      " before: " + std::string(m_rest.substr(0, 40)));
         }
     }
@@ -47,47 +47,47 @@ private:
         return true;
     }
 
-    void readValue(const std::string& way) {
+    void readValue(const std::string& path) {
         if (take('{')) {
-            readMembers(way);
+            readMembers(path);
         } else if (take('[')) {
-            readElements(way);
+            readElements(path);
         } else if (take('"')) {
-            m_values[way] = restOfString();
+            m_values[path] = restOfString();
         } else {
-            m_values[way] = readWord();
+            m_values[path] = readWord();
         }
     }
 
-    void readMembers(const std::string& way) {
+    void readMembers(const std::string& path) {
         if (take('}')) {
             return;
         }
         do {
-            require(take('"'), "no name");
+            require(take('"'), "missing name");
             const std::string name = restOfString();
-            require(take(':'), "no colon");
-            readValue(way.empty() ? name : way + "." + name);
+            require(take(':'), "missing colon");
+            readValue(path.empty() ? name : path + "." + name);
         } while (take(','));
-        require(take('}'), "no end of an object");
+        require(take('}'), "unterminated object");
     }
 
-    void readElements(const std::string& way) {
+    void readElements(const std::string& path) {
         if (take(']')) {
             return;
         }
         int index = 0;
         do {
-            readValue(way + "[" + std::to_string(index++) + "]");
+            readValue(path + "[" + std::to_string(index++) + "]");
         } while (take(','));
-        require(take(']'), "no end of an array");
+        require(take(']'), "unterminated array");
     }
 
     std::string restOfString() {
         std::string text;
         while (!m_rest.empty() && m_rest[0] != '"') {
             const std::size_t length = kit::utf8Length(m_rest);
-            require(length != 0, "no UTF-8");
+            require(length != 0, "invalid UTF-8");
             require(static_cast<unsigned char>(m_rest[0]) >= 0x20, "a control character");
             if (m_rest[0] == '\\') {
                 text += readEscape();
@@ -96,19 +96,20 @@ private:
                 m_rest.remove_prefix(length);
             }
         }
-        require(!m_rest.empty(), "no end of a string");
+        require(!m_rest.empty(), "unterminated string");
         m_rest.remove_prefix(1);
         return text;
     }
 
-    // \u0000 to \u007f, and U+FFFD, which are those that the phone writes.
+    // Accepts \u0000 to \u007f and U+FFFD, the only escapes that the phone writes.
     std::string readEscape() {
-        require(m_rest.size() >= 6 && m_rest[1] == 'u', "an escape of another kind");
+        require(m_rest.size() >= 6 && m_rest[1] == 'u', "unsupported escape");
         const std::string digits(m_rest.substr(2, 4));
-        require(digits.find_first_not_of("0123456789abcdefABCDEF") == digits.npos, "no digits");
+        require(digits.find_first_not_of("0123456789abcdefABCDEF") == digits.npos,
+                "invalid digits");
         m_rest.remove_prefix(6);
         const int code = std::stoi(digits, nullptr, 16);
-        require(code < 0x80 || code == 0xFFFD, "an escape that is not needed");
+        require(code < 0x80 || code == 0xFFFD, "unnecessary escape");
         return code < 0x80 ? std::string(1, static_cast<char>(code)) : "\xEF\xBF\xBD";
     }
 
@@ -116,7 +117,7 @@ private:
         skipBlanks();
         std::string word(m_rest.substr(0, m_rest.find_first_of(",]} \t\r\n")));
         require(word == "true" || word == "false" || word == "null" || isWholeNumber(word),
-                "no value");
+                "missing value");
         m_rest.remove_prefix(word.size());
         return word;
     }

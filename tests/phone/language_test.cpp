@@ -4,6 +4,8 @@
 
 #include <fstream>
 
+using LanguageChoice = PhoneFixture;
+
 namespace {
 
 std::string languageFor(Visitor visitor, const std::string& wishes) {
@@ -16,7 +18,7 @@ const char* const kPages[] = {
     "network",          "audio",           "security",         "contacts",
     "contacts-preview", "settings-config", "settings-upgrade", "settings-autop"};
 
-class LanguageTest : public SignedInTest {
+class PageLanguage : public SignedInFixture {
 protected:
     void choose(const std::string& language) {
         EXPECT_TRUE(me.page("language&to=" + language).cookie("lang"));
@@ -25,7 +27,7 @@ protected:
 
 } // namespace
 
-TEST_F(PhoneTest, SpeaksTheLanguageThatTheBrowserLikesBest) {
+TEST_F(LanguageChoice, FollowsTheBrowsersPreference) {
     const std::pair<const char*, const char*> cases[] = {
         {"de-AT", "de"},    {"zh-CN;q=0.8", "zh"},    {"fr", "en"},  {"", "en"},      {"DE", "de"},
         {"en-GB,de", "en"}, {"de-DE,en;q=0.5", "de"}, {"deu", "en"}, {"../de", "en"}, {"*", "en"},
@@ -37,7 +39,7 @@ TEST_F(PhoneTest, SpeaksTheLanguageThatTheBrowserLikesBest) {
     EXPECT_EQ(Visitor(*container).page("login").PageReader::language(), "en") << "no wishes";
 }
 
-TEST_F(PhoneTest, KeepsTheLanguageThatWasChosenInACookie) {
+TEST_F(LanguageChoice, IsStoredInACookie) {
     Visitor ann(*container);
     const Answer answer = ann.page("language&to=zh&back=network");
     EXPECT_EQ(answer.status, 303);
@@ -52,7 +54,7 @@ TEST_F(PhoneTest, KeepsTheLanguageThatWasChosenInACookie) {
     EXPECT_EQ(languageFor(ann, "de"), "en");
 }
 
-TEST_F(PhoneTest, KeepsNoLanguageThatThereAreNoPagesIn) {
+TEST_F(LanguageChoice, IgnoresLanguagesWithoutPages) {
     for (const char* language : {"fr", "", "DE", "de-AT", "..", "en%0d%0aX:1"}) {
         const Answer answer = Visitor(*container).page(std::string("language&to=") + language);
         EXPECT_EQ(answer.status, 303) << language;
@@ -61,7 +63,7 @@ TEST_F(PhoneTest, KeepsNoLanguageThatThereAreNoPagesIn) {
     EXPECT_FALSE(Visitor(*container).page("language").cookie("lang"));
 }
 
-TEST_F(PhoneTest, DoesNotTrustTheCookie) {
+TEST_F(LanguageChoice, DoesNotTrustTheCookie) {
     for (const char* value : {"fr", "", "../../en", "%2e%2e"}) {
         const Answer answer =
             Visitor(*container)
@@ -71,7 +73,7 @@ TEST_F(PhoneTest, DoesNotTrustTheCookie) {
     }
 }
 
-TEST_F(PhoneTest, GoesBackToPagesOfThePhoneOnly) {
+TEST_F(LanguageChoice, RedirectsToPagesOfThePhoneOnly) {
     for (const char* page : {"status", "contacts-preview", "settings-autop"}) {
         EXPECT_EQ(Visitor(*container).page(std::string("language&to=de&back=") + page).location(),
                   std::string("/servlet?p=") + page);
@@ -84,7 +86,7 @@ TEST_F(PhoneTest, GoesBackToPagesOfThePhoneOnly) {
     }
 }
 
-TEST_F(LanguageTest, IsThatOfEveryPage) {
+TEST_F(PageLanguage, AppliesToEveryPage) {
     for (const char* language : {"en", "de", "zh"}) {
         choose(language);
         kit::testing::recorded_log::clear();
@@ -104,7 +106,7 @@ TEST_F(LanguageTest, IsThatOfEveryPage) {
     }
 }
 
-TEST_F(LanguageTest, IsThatOfWhatWentWrongToo) {
+TEST_F(PageLanguage, AppliesToErrorPages) {
     const char* const messages[][2] = {{"de", "Ein Feld"}, {"zh", "\xE6"}};
     for (const auto& [language, part] : messages) {
         choose(language);
@@ -124,7 +126,7 @@ TEST_F(LanguageTest, IsThatOfWhatWentWrongToo) {
     }
 }
 
-TEST_F(LanguageTest, DiffersInWhatIsToBeRead) {
+TEST_F(PageLanguage, ChangesTheTexts) {
     choose("de");
     const std::string german = me.page("network").text();
     choose("zh");
@@ -136,14 +138,14 @@ TEST_F(LanguageTest, DiffersInWhatIsToBeRead) {
     EXPECT_NE(german.find("Netzwerk"), std::string::npos);
 }
 
-TEST_F(LanguageTest, IsMarkedAmongTheOthers) {
+TEST_F(PageLanguage, IsMarkedInTheListOfLanguages) {
     choose("de");
     EXPECT_NE(me.page("status").body.find("lang=\"de\" hreflang=\"de\" aria-current=\"true\""),
               std::string::npos);
     EXPECT_TRUE(me.page("audio").leadsTo("/servlet?p=language&to=zh&back=audio"));
 }
 
-TEST(Languages, AreThree) {
+TEST(Languages, MatchTheTemplateFolders) {
     for (const char* code : {"en", "de", "zh"}) {
         EXPECT_TRUE(phone::isLanguage(code));
     }

@@ -1,13 +1,13 @@
-// Auto-provisioning, and the word for what the phone is doing, which is right whatever was asked
-// for last.
+// Auto-provisioning, and the status word, which must be correct whatever was requested last.
 #include "json_reader.h"
 #include "phone_test.h"
 
+using StatusWordBeforeSignIn = PhoneFixture;
 using kit::testing::test_clock::advanceSeconds;
 
 namespace {
 
-class NoticeTest : public SignedInTest {
+class StatusWordPage : public SignedInFixture {
 protected:
     std::string busy() {
         return readJson(me.page("status-data&quiet=p=notice").body).at("busy.word");
@@ -16,13 +16,13 @@ protected:
 
 } // namespace
 
-TEST_F(PhoneTest, TellsEverybodyThatItIsIdle) {
+TEST_F(StatusWordBeforeSignIn, ReportsIdleToEveryone) {
     const Answer answer = Visitor(*container).page("notice");
     EXPECT_EQ(answer.status, 200);
     EXPECT_EQ(answer.body, "idle");
 }
 
-TEST_F(NoticeTest, TellsThatThePhoneIsBeingProvisioned) {
+TEST_F(StatusWordPage, ReportsProvisioning) {
     EXPECT_NE(me.page("settings-autop").text().find("Last run Never"), std::string::npos);
     const Answer answer = me.submit("settings-autop&now=true");
     EXPECT_EQ(answer.status, 200);
@@ -43,7 +43,7 @@ TEST_F(NoticeTest, TellsThatThePhoneIsBeingProvisioned) {
         << me.page("settings-autop").text();
 }
 
-TEST_F(NoticeTest, IsNotTalkedIntoATaskByStrangers) {
+TEST_F(StatusWordPage, IgnoresRequestsOfVisitorsWhoAreNotSignedIn) {
     Visitor stranger(*container);
     for (const char* query : {"notice&q=reboot", "notice&now=true", "notice&reboot=true",
                               "login&q=reboot", "status&quiet=p=notice&now=true"}) {
@@ -52,7 +52,7 @@ TEST_F(NoticeTest, IsNotTalkedIntoATaskByStrangers) {
     }
 }
 
-TEST_F(NoticeTest, IsProvisionedOnceAtATime) {
+TEST_F(StatusWordPage, AllowsOneProvisioningAtATime) {
     me.submit("settings-autop&now=true");
     const Answer answer = me.submit("settings-autop&now=true");
     EXPECT_EQ(answer.status, 409);
@@ -61,7 +61,7 @@ TEST_F(NoticeTest, IsProvisionedOnceAtATime) {
     EXPECT_EQ(notice(), "autoprovision");
 }
 
-TEST_F(NoticeTest, IsRightAfterOtherPagesWereAskedFor) {
+TEST_F(StatusWordPage, StaysCorrectAfterRequestsForOtherPages) {
     const char* const tasks[][2] = {{"settings-upgrade&q=reboot", "reboot"},
                                     {"settings-autop&now=true", "autoprovision"},
                                     {"settings-upgrade&q=reset", "reset"}};
@@ -74,13 +74,13 @@ TEST_F(NoticeTest, IsRightAfterOtherPagesWereAskedFor) {
             EXPECT_EQ(notice(), word) << "after " << other;
         }
         Visitor(*container, "192.0.2.66").page("settings-upgrade&q=reboot");
-        EXPECT_EQ(notice(), word) << "after what a stranger asked for";
+        EXPECT_EQ(notice(), word) << "after a request without signing in";
         advanceSeconds(10);
         EXPECT_EQ(notice(), "idle");
     }
 }
 
-TEST_F(NoticeTest, IsIdleAfterWhatWasRefused) {
+TEST_F(StatusWordPage, ReportsIdleAfterARefusedRequest) {
     for (const char* query :
          {"settings-upgrade&q=reboot", "settings-upgrade&q=reset", "settings-autop&now=true",
           "settings-config&q=localconfig&type=import", "settings-config&q=localconfig&type=remove",
@@ -90,11 +90,11 @@ TEST_F(NoticeTest, IsIdleAfterWhatWasRefused) {
         me.page(query);
         EXPECT_EQ(notice(), "idle") << query << " by GET";
         Visitor(*container, "192.0.2.66").submitWithoutToken(query);
-        EXPECT_EQ(notice(), "idle") << query << " from a stranger";
+        EXPECT_EQ(notice(), "idle") << query << " without signing in";
     }
 }
 
-TEST_F(NoticeTest, IsIdleWhenWhatTakesNoTimeIsDone) {
+TEST_F(StatusWordPage, ReportsIdleAfterAnImmediateTask) {
     me.upload("settings-config&q=import",
               kit::testing::file("config", "c.xml", me.page("settings-config&q=export").body));
     EXPECT_EQ(notice(), "idle");
@@ -102,7 +102,7 @@ TEST_F(NoticeTest, IsIdleWhenWhatTakesNoTimeIsDone) {
     EXPECT_EQ(notice(), "idle");
 }
 
-TEST_F(NoticeTest, IsNotChangedByEvents) {
+TEST_F(StatusWordPage, IsNotAffectedByEvents) {
     me.submit("settings-upgrade&q=reboot");
     event("key=1");
     event("command=ring&q=reboot");

@@ -18,7 +18,7 @@ std::string decoded(std::string text) {
     return text;
 }
 
-// Its words, with one blank between them.
+// Returns the words of the text, separated by single spaces.
 std::string inOneLine(const std::string& text) {
     std::string line;
     for (auto at = text.find_first_not_of(kBlanks); at != text.npos;) {
@@ -44,13 +44,13 @@ std::map<std::string, std::string> attributesOf(const std::string& tag, std::siz
     return attributes;
 }
 
-// Whether the tag stands within a word or a line.
+// Returns whether the tag does not separate words or lines.
 bool isInline(const std::string& name) {
     const auto element = name.substr(name.rfind('/', 0) == 0 ? 1 : 0);
     return element == "strong" || element == "span" || element == "b";
 }
 
-// The end of the tag that begins at `at`: ">" may stand in the value of an attribute.
+// Returns the end of the tag that begins at `at`; attribute values may contain ">".
 std::size_t endOfTag(const std::string& html, std::size_t at) {
     bool quoted = false;
     while (at < html.size() && (quoted || html[at] != '>')) {
@@ -79,7 +79,7 @@ bool PageReader::holds(const Tag& tag, const std::string& attribute, const std::
     return found != tag.attributes.end() && found->second == value;
 }
 
-// Behind the end tag of the element.
+// Returns the position after the end tag of the element.
 PageReader::Place PageReader::endOf(Place begin) const {
     int depth = 0;
     for (auto tag = begin; tag != m_tags.end(); ++tag) {

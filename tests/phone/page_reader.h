@@ -1,4 +1,4 @@
-// Reads a page as the person in front of it does.
+// Reads a page as its user sees it.
 #ifndef PAGE_READER_H
 #define PAGE_READER_H
 
@@ -7,34 +7,34 @@
 #include <string>
 #include <vector>
 
-// Of the HTML that the phone's templates are written in: attributes in double quotes, and every
-// element that has a text with its end tag.
+// Understands the HTML of the phone's templates: attribute values are in double quotes, and every
+// element that contains text has an end tag.
 class PageReader {
 public:
     explicit PageReader(const std::string& html);
 
-    // All that is there to read, in one line: no drawings, nothing that waits for a script.
+    // Returns the visible text on one line, without drawings and <template> elements.
     std::string text() const;
-    // The text of the element with this id; empty when there is none.
+    // Returns the text of the element with this id; empty if there is none.
     std::string textOf(const std::string& id) const;
-    // What a form's field holds: the text of an input, "1" or "" of a box, the choice of a list.
-    // Nothing when there is no such field.
+    // Returns the value of a form field: the text of an input, "1" or "" for a check box, the
+    // selected option of a list. Nothing if there is no such field.
     std::optional<std::string> field(const std::string& name) const;
-    // Whether the field is marked as wrong, and what is said beside it.
+    // Return whether the field is marked as invalid, and its error message.
     bool isMarked(const std::string& name) const;
     std::string error(const std::string& name) const { return textOf(name + "-error"); }
-    // What the page says about what was asked for: that it was done, or that it was not.
+    // Return the message that a request succeeded, or that it failed.
     std::string done() const { return firstText("class", "good"); }
     std::string alert() const { return firstText("role", "alert"); }
-    // Attributes of the page as a whole.
+    // Return attributes of the whole page.
     std::string language() const;
     std::string title() const;
-    // Where its links and forms lead.
+    // Returns whether a link or form has this address.
     bool leadsTo(const std::string& address) const;
 
 private:
     struct Tag {
-        std::string name; // "/p" of an end tag
+        std::string name; // "/p" for an end tag
         std::map<std::string, std::string> attributes;
         std::string text; // up to the next tag
     };

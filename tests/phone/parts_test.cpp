@@ -1,4 +1,4 @@
-// The small parts that the pages are made of, where no page shows all that they do.
+// Small parts of the pages that the tests of the pages do not cover completely.
 #include "event_log.h"
 #include "firmware.h"
 #include "json.h"
@@ -37,7 +37,7 @@ LoggedEvent eventOfText(const std::string& text) {
 
 } // namespace
 
-TEST(JsonString, GivesBackEveryCharacter) {
+TEST(JsonString, RoundTripsEveryCharacter) {
     for (int code = 0; code < 0x80; ++code) {
         const std::string text(1, static_cast<char>(code));
         EXPECT_EQ(readBack(text), text) << code;
@@ -46,7 +46,7 @@ TEST(JsonString, GivesBackEveryCharacter) {
     EXPECT_EQ(readBack(others), others);
 }
 
-TEST(JsonString, PutsAMarkInThePlaceOfWhatIsNoUtf8) {
+TEST(JsonString, ReplacesInvalidUtf8) {
     EXPECT_EQ(readBack("a\xff"
                        "b"),
               "a\xEF\xBF\xBD"
@@ -55,12 +55,12 @@ TEST(JsonString, PutsAMarkInThePlaceOfWhatIsNoUtf8) {
     EXPECT_EQ(readBack("\xC0\xAF"), "\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
-TEST(JsonString, IsHarmlessInAPage) {
+TEST(JsonString, EscapesHtmlCharacters) {
     EXPECT_EQ(jsonString("</script><!--&'\""),
               "\"\\u003c/script\\u003e\\u003c!--\\u0026\\u0027\\u0022\"");
 }
 
-TEST(JsonObjects, HoldWhatWasAddedInItsOrder) {
+TEST(JsonObject, KeepsTheOrderOfItsMembers) {
     EXPECT_EQ(JsonObject().text(), "{}");
     EXPECT_EQ(JsonObject()
                   .add("text", "x")
@@ -73,13 +73,13 @@ TEST(JsonObjects, HoldWhatWasAddedInItsOrder) {
               "\"inner\":[1]}");
 }
 
-TEST(JsonArrays, HoldOneElementForEach) {
+TEST(JsonArray, HasOneElementForEachValue) {
     const auto quoted = [](const std::string& text) { return jsonString(text); };
     EXPECT_EQ(jsonArray(std::vector<std::string>{}, quoted), "[]");
     EXPECT_EQ(jsonArray(std::vector<std::string>{"a", "b"}, quoted), "[\"a\",\"b\"]");
 }
 
-TEST(EventLogs, KeepTheNewestAndCountAll) {
+TEST(EventLog, KeepsTheNewestAndCountsAll) {
     EventLog log;
     EXPECT_TRUE(log.recent().empty());
     EXPECT_EQ(log.count(), 0U);
@@ -92,7 +92,7 @@ TEST(EventLogs, KeepTheNewestAndCountAll) {
     EXPECT_EQ(log.recent().back().value, "2");
 }
 
-TEST(EventLogs, CutLongTextsBetweenCharacters) {
+TEST(EventLog, CutsLongTextsBetweenCharacters) {
     EventLog log;
     log.add({std::string(1000, 'n'), std::string(63, 'v') + "\xC3\xA9", std::string(65, 'a'), 0,
              false});
@@ -101,10 +101,10 @@ TEST(EventLogs, CutLongTextsBetweenCharacters) {
     EXPECT_EQ(event.value, std::string(63, 'v'));
     EXPECT_EQ(event.remoteAddress.size(), EventLog::kMaxText);
     log.add(eventOfText(std::string(64, 'v')));
-    EXPECT_EQ(log.recent().front().value.size(), 64U) << "what fits is whole";
+    EXPECT_EQ(log.recent().front().value.size(), 64U) << "texts within the limit are not cut";
 }
 
-TEST(EventLogs, TakeEventsOfManyThreads) {
+TEST(EventLog, IsThreadSafe) {
     EventLog log;
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
@@ -122,7 +122,7 @@ TEST(EventLogs, TakeEventsOfManyThreads) {
     EXPECT_EQ(log.recent().size(), EventLog::kMaxEvents);
 }
 
-TEST(LocalTimes, AreWrittenInTheZoneOfThePhone) {
+TEST(LocalTimeText, UsesThePhonesTimeZone) {
     setenv("TZ", "CET-1CEST", 1);
     tzset();
     EXPECT_EQ(localTimeText(1795266300), "2026-11-21 14:05:00");
@@ -130,7 +130,7 @@ TEST(LocalTimes, AreWrittenInTheZoneOfThePhone) {
     tzset();
 }
 
-TEST(Registrations, FollowFromTheAccount) {
+TEST(Registration, DependsOnTheAccount) {
     const struct {
         bool enabled;
         const char* server;
@@ -169,7 +169,7 @@ TEST(StatusWords, AreRightForWhatBecameOfTheLastRequest) {
     EXPECT_FALSE(word.isRight(Task::restart)) << "which goes on while somebody looks at a page";
 }
 
-TEST(Firmwares, RunWhatIsInstalledFromTheNextStartOn) {
+TEST(Firmware, RunsTheInstalledImageFromTheNextStartOn) {
     TemporaryFolder folder;
     Firmware firmware(folder.file("firmware.img"));
     const std::string own = firmware.version();
@@ -185,19 +185,19 @@ TEST(Firmwares, RunWhatIsInstalledFromTheNextStartOn) {
     EXPECT_EQ(Firmware(folder.file("firmware.img")).version(), "9.8.7");
 }
 
-TEST(Firmwares, StayAsTheyAreWhenAnImageIsNoGood) {
+TEST(Firmware, RejectsAnInvalidImage) {
     TemporaryFolder folder;
     Firmware firmware(folder.file("firmware.img"));
     const std::string own = firmware.version();
     writeTextFile(folder.file("received"), "nonsense");
     EXPECT_NE(firmware.install(folder.file("received")).fault, ImageFault::none);
-    EXPECT_TRUE(folder.names().empty()) << "and what was received is gone";
+    EXPECT_TRUE(folder.names().empty()) << "the received file is removed";
     EXPECT_EQ(firmware.install(folder.file("missing")).fault, ImageFault::unreadable);
     firmware.start();
     EXPECT_EQ(firmware.version(), own);
 }
 
-TEST(Firmwares, SayWhenAnImageCannotBePutInItsPlace) {
+TEST(Firmware, ReportsThatAnImageCannotBeInstalled) {
     TemporaryFolder folder;
     Firmware firmware(folder.file("missing/firmware.img"));
     writeTextFile(folder.file("received"), image("9.8.7"));
@@ -205,14 +205,14 @@ TEST(Firmwares, SayWhenAnImageCannotBePutInItsPlace) {
     EXPECT_TRUE(folder.names().empty());
 }
 
-TEST(Firmwares, RunTheOwnVersionWhenTheInstalledImageIsDamaged) {
+TEST(Firmware, RunsTheBuiltInVersionIfTheInstalledImageIsDamaged) {
     TemporaryFolder folder;
     const std::string own = Firmware(folder.file("missing.img")).version();
     writeTextFile(folder.file("firmware.img"), image("9.8.7") + "x");
     EXPECT_EQ(Firmware(folder.file("firmware.img")).version(), own);
 }
 
-TEST(PageReaders, ReadWhatThereIsToSee) {
+TEST(PageReader, ReadsTheVisibleText) {
     const PageReader page(
         "<!DOCTYPE html><html lang=\"en\"><head><title>t</title></head><body>"
         "<template><p>later</p></template><p hidden>no</p><svg><text>1</text></svg>"
@@ -238,7 +238,7 @@ TEST(PageReaders, ReadWhatThereIsToSee) {
     EXPECT_TRUE(page.leadsTo("/x?a=1&b=2"));
 }
 
-TEST(JsonReaders, AreStrict) {
+TEST(JsonReader, RejectsAnythingButJson) {
     for (const char* text : {"", "{", "{\"a\":}", "{\"a\":1,}", "[1 2]", "\"\n\"", "\"\xff\"", "01",
                              "1.", "-", "nul", "{} x", "\"\\x\"", "{a:1}", "'a'"}) {
         EXPECT_THROW(readJson(text), std::runtime_error) << text;

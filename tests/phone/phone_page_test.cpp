@@ -1,11 +1,11 @@
-// The drawing of the phone, and its keys.
+// The page "phone".
 #include "phone_test.h"
 
 namespace {
 
-class PhonePageTest : public SignedInTest {
+class PhonePage : public SignedInFixture {
 protected:
-    // The display's second line and the state, as the page tells them.
+    // Returns the state and the display as the page shows them.
     std::string shown() {
         const std::string text = me.page("phone").text();
         const auto from = text.find("State ");
@@ -20,13 +20,13 @@ protected:
 
 } // namespace
 
-TEST_F(PhonePageTest, ShowsTheDisplayAndTheLamps) {
+TEST_F(PhonePage, ShowsTheDisplayAndTheLamps) {
     EXPECT_EQ(me.page("phone").title(), "Phone");
     EXPECT_EQ(shown(), "State On hook Last key pressed – On the display Line 1 Ready");
     EXPECT_NE(lamps().find("Line 1: off Line 2: off"), std::string::npos) << lamps();
 }
 
-TEST_F(PhonePageTest, PressesKeys) {
+TEST_F(PhonePage, PressesKeys) {
     const Answer answer = me.submit("phone&q=key", {{"key", "4"}});
     EXPECT_EQ(answer.status, 303);
     EXPECT_EQ(answer.location(), "/servlet?p=phone");
@@ -41,7 +41,7 @@ TEST_F(PhonePageTest, PressesKeys) {
     EXPECT_NE(lamps().find("Line 1: flashing"), std::string::npos);
 }
 
-TEST_F(PhonePageTest, CallsNumbersAndPlaysTheOtherSide) {
+TEST_F(PhonePage, CallsNumbersAndSimulatesTheOtherParty) {
     EXPECT_EQ(me.submit("phone", {{"number", "+49 30 1"}}).status, 303);
     EXPECT_EQ(shown(),
               "State In a call Last key pressed – On the display Line 1: In call +49 30 1");
@@ -53,7 +53,7 @@ TEST_F(PhonePageTest, CallsNumbersAndPlaysTheOtherSide) {
     EXPECT_NE(lamps().find("Messages: flashing"), std::string::npos);
 }
 
-TEST_F(PhonePageTest, LeavesThePhoneAloneWhenItDoesNotKnowWhatToDo) {
+TEST_F(PhonePage, RejectsUnknownCommands) {
     const Fields wishes[] = {{{"key", "NONSENSE"}}, {{"key", ""}},           {{"key", "<b>"}},
                              {{"number", "abc"}},   {{"command", "answer"}}, {}};
     for (const Fields& wish : wishes) {
@@ -65,7 +65,7 @@ TEST_F(PhonePageTest, LeavesThePhoneAloneWhenItDoesNotKnowWhatToDo) {
     }
 }
 
-TEST_F(PhonePageTest, IsRecordedNowhereAsAnEvent) {
+TEST_F(PhonePage, RecordsNoEvents) {
     me.submit("phone&q=key", {{"key", "4"}});
     EXPECT_NE(me.page("status").text().find("0 since startup"), std::string::npos);
 }

@@ -26,7 +26,7 @@ Request Visitor::uploading(const std::string& query, const Part& file) const {
     return post("/servlet?p=" + query).multipart({field("token", m_token), file});
 }
 
-PhoneTest::PhoneTest() {
+PhoneFixture::PhoneFixture() {
     std::filesystem::create_directory(folder.file("phone"));
     writeTextFile(folder.file("phone/factory.csv"),
                   "name,number\r\nAnna,100\r\nBj\xC3\xB6rn,200\r\nCarol,300\r\n");
@@ -34,20 +34,20 @@ PhoneTest::PhoneTest() {
     restart();
 }
 
-void PhoneTest::restart() {
+void PhoneFixture::restart() {
     container.reset();
     container = std::make_unique<Container>(PHONE_TEST_CONFIG);
     recorded_log::clear();
 }
 
-void PhoneTest::breakTheDisk() {
+void PhoneFixture::breakTheDisk() {
     std::filesystem::rename(folder.file("phone"), folder.file("away"));
 }
 
-void PhoneTest::repairTheDisk() {
+void PhoneFixture::repairTheDisk() {
     std::filesystem::rename(folder.file("away"), folder.file("phone"));
 }
 
-std::shared_ptr<const phone::State> PhoneTest::saved() const {
+std::shared_ptr<const phone::State> PhoneFixture::saved() const {
     return phone::Device({folder.file("phone/state.xml"), ""}).state();
 }

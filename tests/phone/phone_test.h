@@ -1,7 +1,7 @@
-// The phone's pages as a person meets them: the plug-in library in the container, with its
-// listeners, templates and the order of servlet.xml, and a phone on files of the test's own.
+// Runs the phone's pages as on the device: the plug-in library in the container, with the listeners
+// in the order of servlet.xml and the templates, on a phone with files of its own.
 //
-//     TEST_F(SignedInTest, SavesTheHostName) {
+//     TEST_F(SignedInFixture, SavesTheHostName) {
 //         EXPECT_EQ(me.submit("network", {{"hostname", "hall"}, ...}).status, 303);
 //         EXPECT_EQ(me.page("network").field("hostname"), "hall");
 //     }
@@ -31,14 +31,14 @@ using kit::testing::Request;
 constexpr const char* kPassword = "admin";
 constexpr const char* kSignInForm = "/servlet?p=login&q=loginForm";
 
-// What came back, and what somebody reads in it.
+// A response and the page in it.
 struct Answer : kit::testing::Response, PageReader {
     explicit Answer(kit::testing::Response response)
         : Response(std::move(response)), PageReader(body) {}
     std::string location() const { return header("Location").value_or(""); }
 };
 
-// Somebody with a browser.
+// A user with a browser.
 class Visitor {
 public:
     explicit Visitor(kit::testing::Runner& runner,
@@ -47,12 +47,12 @@ public:
 
     Answer send(const Request& request);
 
-    // Keeps the token, if that was right.
+    // Stores the token if signing in succeeded.
     Answer signIn(const std::string& password = kPassword, const std::string& user = "admin");
 
-    // "network" asks for /servlet?p=network, and so on; what follows the page's id may hold more.
+    // Requests /servlet?p=QUERY; the query may contain more than the page's id.
     Answer page(const std::string& query) { return send(get("/servlet?p=" + query)); }
-    // As a form of the page does: with the token.
+    // Sends a form with the token, as the page does.
     Answer submit(const std::string& query, Fields fields = {});
     Answer submitWithoutToken(const std::string& query, const Fields& fields = {}) {
         return send(post("/servlet?p=" + query).form(fields));
@@ -72,27 +72,27 @@ private:
     std::string m_token;
 };
 
-// A phone as it left the factory, but for its contacts: Anna 100, Björn 200, Carol 300.
-class PhoneTest : public testing::Test {
+// A phone with factory settings and three contacts: Anna 100, Björn 200, Carol 300.
+class PhoneFixture : public testing::Test {
 protected:
-    PhoneTest();
+    PhoneFixture();
 
-    // Switches the phone off and on. Whoever used the container that there was needs a new browser.
+    // Switches the phone off and on. Visitors of the previous container must be created again.
     void restart();
 
-    // Nothing can be written any more.
+    // Makes every write fail.
     void breakTheDisk();
     void repairTheDisk();
 
-    // What a phone would find that is switched on now.
+    // Returns the state that a phone switched on now would load.
     std::shared_ptr<const phone::State> saved() const;
-    // The state's file, byte for byte.
+    // Returns the content of the state file.
     std::string savedText() const { return textOfFile(folder.file("phone/state.xml")); }
 
-    // What somebody gets who asks what the phone is doing: any address and any time will do.
+    // Returns the status word as any client gets it.
     std::string notice() { return Visitor(*container).page("notice").body; }
 
-    // An event, as the device next door sends it.
+    // Sends an event as another device does.
     Answer event(const std::string& query, const std::string& from = "127.0.0.1") {
         return Visitor(*container, from).send(get("/servlet?" + query));
     }
@@ -101,9 +101,9 @@ protected:
     std::unique_ptr<kit::testing::Container> container;
 };
 
-class SignedInTest : public PhoneTest {
+class SignedInFixture : public PhoneFixture {
 protected:
-    SignedInTest() : me(*container) { EXPECT_EQ(me.signIn().location(), "/servlet?p=status"); }
+    SignedInFixture() : me(*container) { EXPECT_EQ(me.signIn().location(), "/servlet?p=status"); }
 
     Visitor me;
 };

@@ -1,4 +1,4 @@
-// The password, and who may do what.
+// The page "security".
 #include "phone_test.h"
 
 #include "kit/attempt_limit.h"
@@ -13,16 +13,16 @@ Fields change(const std::string& former, const std::string& fresh, const std::st
     return {{"oldPassword", former}, {"newPassword", fresh}, {"repeat", repeat}};
 }
 
-class SecurityTest : public SignedInTest {
+class SecurityPage : public SignedInFixture {
 protected:
-    SecurityTest() : other(*container, "192.0.2.8") { other.signIn(); }
+    SecurityPage() : other(*container, "192.0.2.8") { other.signIn(); }
 
     Visitor other;
 };
 
 } // namespace
 
-TEST_F(SecurityTest, ShowsWhoIsSignedIn) {
+TEST_F(SecurityPage, ShowsTheSessions) {
     const Answer page = me.page("security");
     EXPECT_EQ(page.title(), "Security");
     EXPECT_NE(page.text().find("From 192.0.2.7 Ends After 600 seconds of inactivity"),
@@ -36,7 +36,7 @@ TEST_F(SecurityTest, ShowsWhoIsSignedIn) {
     EXPECT_NE(me.page("security").text().find("Other sessions None."), std::string::npos);
 }
 
-TEST_F(SecurityTest, ChangesThePasswordAndSignsOthersOut) {
+TEST_F(SecurityPage, ChangesThePasswordAndSignsOthersOut) {
     EXPECT_NE(me.page("status").text().find("The factory password is still in use."),
               std::string::npos);
     const Answer answer = me.submit("security&q=password", change(kPassword, kNew, kNew));
@@ -52,7 +52,7 @@ TEST_F(SecurityTest, ChangesThePasswordAndSignsOthersOut) {
     EXPECT_EQ(Visitor(*container).signIn(kNew).status, 303);
 }
 
-TEST_F(SecurityTest, RefusesPasswordsThatAreNoGood) {
+TEST_F(SecurityPage, RejectsInvalidPasswords) {
     const struct {
         Fields fields;
         const char* field;
@@ -72,14 +72,14 @@ TEST_F(SecurityTest, RefusesPasswordsThatAreNoGood) {
         const Answer answer = me.submit("security&q=password", wrong.fields);
         EXPECT_EQ(answer.status, 422) << wrong.message;
         EXPECT_EQ(answer.error(wrong.field), wrong.message);
-        EXPECT_EQ(answer.body.find("horse"), std::string::npos) << "no password comes back";
-        EXPECT_EQ(answer.field("idleSeconds"), "600") << "the other form is as it was";
+        EXPECT_EQ(answer.body.find("horse"), std::string::npos) << "no password is sent back";
+        EXPECT_EQ(answer.field("idleSeconds"), "600") << "the other form is unchanged";
     }
     EXPECT_EQ(savedText(), before);
-    EXPECT_EQ(other.page("status").status, 200) << "and nobody was signed out";
+    EXPECT_EQ(other.page("status").status, 200) << "nobody was signed out";
 }
 
-TEST_F(SecurityTest, MakesThoseWaitWhoGuessThePresentPassword) {
+TEST_F(SecurityPage, LimitsTheRateOfGuessingTheCurrentPassword) {
     for (int i = 0; i < kit::AttemptLimit::kFreeAttempts; ++i) {
         EXPECT_EQ(me.submit("security&q=password", change("wrong", kNew, kNew)).status, 422);
     }
@@ -90,10 +90,10 @@ TEST_F(SecurityTest, MakesThoseWaitWhoGuessThePresentPassword) {
     advanceSeconds(2);
     EXPECT_EQ(me.submit("security&q=password", change(kPassword, kNew, "other")).status, 422);
     EXPECT_EQ(me.submit("security&q=password", change(kPassword, kNew, kNew)).status, 303)
-        << "the right one gives the attempts back";
+        << "a correct password resets the limit";
 }
 
-TEST_F(SecurityTest, ChangesNoPasswordThatCannotBeSaved) {
+TEST_F(SecurityPage, KeepsThePasswordIfSavingFails) {
     breakTheDisk();
     const Answer answer = me.submit("security&q=password", change(kPassword, kNew, kNew));
     EXPECT_EQ(answer.status, 500);
@@ -104,7 +104,7 @@ TEST_F(SecurityTest, ChangesNoPasswordThatCannotBeSaved) {
     EXPECT_EQ(other.signIn(kPassword).status, 303);
 }
 
-TEST_F(SecurityTest, GivesTheNewIdleTimeToOnesOwnSessionAtOnce) {
+TEST_F(SecurityPage, AppliesTheNewIdleTimeToTheCurrentSession) {
     const Answer answer =
         me.submit("security&q=access", {{"idleSeconds", "10"}, {"remoteAddresses", "127.0.0.1"}});
     EXPECT_EQ(answer.location(), "/servlet?p=security&saved=1");
@@ -114,20 +114,20 @@ TEST_F(SecurityTest, GivesTheNewIdleTimeToOnesOwnSessionAtOnce) {
     EXPECT_EQ(me.page("status").status, 303);
 }
 
-TEST_F(SecurityTest, LetsTheAddressesOfTheListSendEvents) {
+TEST_F(SecurityPage, SetsWhichAddressesMaySendEvents) {
     EXPECT_EQ(event("key=1", "192.0.2.50").status, 403);
     me.submit("security&q=access",
               {{"idleSeconds", "600"}, {"remoteAddresses", "192.0.2.50\r\n\r\n 2001:DB8::1 \r\n"}});
     EXPECT_EQ(me.page("security").field("remoteAddresses"), "192.0.2.50\n2001:db8::1");
     EXPECT_EQ(event("key=1", "192.0.2.50").status, 200);
     EXPECT_EQ(event("key=1", "2001:db8::1").status, 200);
-    EXPECT_EQ(event("key=1", "127.0.0.1").status, 403) << "which is not in the list any more";
+    EXPECT_EQ(event("key=1", "127.0.0.1").status, 403) << "no longer in the list";
     me.submit("security&q=access", {{"idleSeconds", "600"}, {"remoteAddresses", ""}});
     EXPECT_EQ(event("key=1", "192.0.2.50").status, 403);
-    EXPECT_EQ(event("key=1", "").status, 403) << "nor does somebody without an address";
+    EXPECT_EQ(event("key=1", "").status, 403) << "an unknown address is refused";
 }
 
-TEST_F(SecurityTest, SaysWhatIsWrongWithTheAccess) {
+TEST_F(SecurityPage, ShowsErrorsInTheAccessForm) {
     std::string many;
     for (int i = 1; i <= 17; ++i) {
         many += "192.0.2." + std::to_string(i) + "\n";
@@ -152,7 +152,7 @@ TEST_F(SecurityTest, SaysWhatIsWrongWithTheAccess) {
                       {{"idleSeconds", wrong.idle}, {"remoteAddresses", wrong.addresses}});
         EXPECT_EQ(answer.status, 422) << wrong.message;
         EXPECT_EQ(answer.error(wrong.field), wrong.message);
-        EXPECT_EQ(answer.field("remoteAddresses"), wrong.addresses) << "as it was entered";
+        EXPECT_EQ(answer.field("remoteAddresses"), wrong.addresses) << "keeps what was entered";
     }
     EXPECT_EQ(savedText(), before);
 }

@@ -1,4 +1,4 @@
-// The forms for network and audio.
+// The pages "network" and "audio".
 #include "phone_test.h"
 
 namespace {
@@ -24,7 +24,7 @@ struct Wrong {
     const char* message;
 };
 
-class SettingsTest : public SignedInTest {
+class SettingsPages : public SignedInFixture {
 protected:
     void expectRefused(const char* page, const Fields& good, const Wrong& wrong) {
         const std::string before = savedText();
@@ -44,7 +44,7 @@ protected:
         for (const auto& [name, value] : fields) {
             EXPECT_EQ(shown.field(name), value) << name;
         }
-        EXPECT_EQ(me.page(page).done(), "") << "only what was just saved is said to be";
+        EXPECT_EQ(me.page(page).done(), "") << "shown only after saving";
     }
 
     void expectFailureShown(const char* page, const Fields& fields, const char* field) {
@@ -62,7 +62,7 @@ protected:
 
 } // namespace
 
-TEST_F(SettingsTest, ShowTheNetworkAsItIs) {
+TEST_F(SettingsPages, ShowTheNetworkSettings) {
     const Answer page = me.page("network");
     EXPECT_EQ(page.title(), "Network");
     EXPECT_EQ(page.field("mode"), "dhcp");
@@ -71,7 +71,7 @@ TEST_F(SettingsTest, ShowTheNetworkAsItIs) {
     EXPECT_EQ(page.field("vlan"), "");
 }
 
-TEST_F(SettingsTest, SaveTheNetwork) {
+TEST_F(SettingsPages, SaveTheNetworkSettings) {
     expectSaved("network", kStatic);
     EXPECT_EQ(saved()->settings.network.gateway, "192.168.1.1");
     EXPECT_EQ(saved()->settings.network.vlan, 4094);
@@ -81,16 +81,16 @@ TEST_F(SettingsTest, SaveTheNetwork) {
     EXPECT_EQ(again.page("network").field("address"), "192.168.1.20");
 }
 
-TEST_F(SettingsTest, LeadToTheStaticAddressOnceItIsSaved) {
+TEST_F(SettingsPages, LinkToTheStaticAddressOnceItIsSaved) {
     const char* const there = "//192.168.1.20/servlet?p=network";
     me.submit("network", kStatic);
     EXPECT_TRUE(me.page("network&saved=1").leadsTo(there));
-    EXPECT_FALSE(me.page("network").leadsTo(there)) << "only what was just saved";
+    EXPECT_FALSE(me.page("network").leadsTo(there)) << "shown only after saving";
     me.submit("network", with(kStatic, "mode", "dhcp"));
     EXPECT_FALSE(me.page("network&saved=1").leadsTo(there)) << "DHCP chooses the address";
 }
 
-TEST_F(SettingsTest, SayWhatIsWrongWithTheNetwork) {
+TEST_F(SettingsPages, ShowErrorsInTheNetworkForm) {
     const Wrong cases[] = {
         {"address", "", "Please fill in this field."},
         {"address", "192.168.1.256", "Enter an IP address, for example 192.168.1.20."},
@@ -114,11 +114,11 @@ TEST_F(SettingsTest, SayWhatIsWrongWithTheNetwork) {
     EXPECT_EQ(answer.error("mode"), "Choose one of the listed options.");
 }
 
-TEST_F(SettingsTest, SayThatTheNetworkCouldNotBeSaved) {
+TEST_F(SettingsPages, ReportThatSavingTheNetworkFailed) {
     expectFailureShown("network", kStatic, "hostname");
 }
 
-TEST_F(SettingsTest, SaveTheAudio) {
+TEST_F(SettingsPages, SaveTheAudioSettings) {
     expectSaved("audio", kAudio);
     expectSaved("audio", with(with(kAudio, "ringtone", "soft"), "codec", "opus"));
     EXPECT_EQ(saved()->settings.audio.micGain, -6);
@@ -128,7 +128,7 @@ TEST_F(SettingsTest, SaveTheAudio) {
     EXPECT_EQ(me.page("audio").field("echo"), "");
 }
 
-TEST_F(SettingsTest, SayWhatIsWrongWithTheAudio) {
+TEST_F(SettingsPages, ShowErrorsInTheAudioForm) {
     const Wrong cases[] = {
         {"ringtone", "drum", "Choose one of the listed options."},
         {"ringVolume", "-1", "Enter a value of at least 0."},
@@ -143,6 +143,6 @@ TEST_F(SettingsTest, SayWhatIsWrongWithTheAudio) {
     }
 }
 
-TEST_F(SettingsTest, SayThatTheAudioCouldNotBeSaved) {
+TEST_F(SettingsPages, ReportThatSavingTheAudioFailed) {
     expectFailureShown("audio", kAudio, "ringtone");
 }

@@ -1,11 +1,13 @@
 // Signing in and out.
 #include "phone_test.h"
 
+using SignInPage = PhoneFixture;
+using SignOut = SignedInFixture;
 using kit::testing::test_clock::advanceSeconds;
 
 namespace {
 
-TEST_F(PhoneTest, AsksEverybodyToSignIn) {
+TEST_F(SignInPage, IsShownOnTheFirstVisit) {
     const Answer form = Visitor(*container).page("login&q=loginForm");
     EXPECT_EQ(form.status, 200);
     EXPECT_EQ(form.title(), "Sign in");
@@ -15,7 +17,7 @@ TEST_F(PhoneTest, AsksEverybodyToSignIn) {
     EXPECT_TRUE(form.leadsTo("/servlet?p=login&q=login"));
 }
 
-TEST_F(PhoneTest, BringsWhoeverSignsInToTheStatusPage) {
+TEST_F(SignInPage, RedirectsToTheStatusPage) {
     Visitor ann(*container);
     const Answer answer = ann.signIn();
     EXPECT_EQ(answer.status, 303);
@@ -23,7 +25,7 @@ TEST_F(PhoneTest, BringsWhoeverSignsInToTheStatusPage) {
     EXPECT_EQ(ann.page("status").title(), "Status");
 }
 
-TEST_F(PhoneTest, SendsStrangersToTheSignInFormAndOnToThePageTheyAskedFor) {
+TEST_F(SignInPage, RedirectsToThePageThatWasRequested) {
     for (const char* id :
          {"status", "phone", "accounts", "network", "audio", "security", "contacts",
           "contacts-preview", "settings-config", "settings-upgrade", "settings-autop"}) {
@@ -42,7 +44,7 @@ TEST_F(PhoneTest, SendsStrangersToTheSignInFormAndOnToThePageTheyAskedFor) {
     }
 }
 
-TEST_F(PhoneTest, GoesOnToPagesOfThePhoneOnly) {
+TEST_F(SignInPage, RedirectsToPagesOfThePhoneOnly) {
     for (const char* target : {"nonsense", "login", "status-data", "language", "STATUS", ""}) {
         Visitor ann(*container);
         const std::string jump = std::string("&jumpto=") + target;
@@ -59,7 +61,7 @@ TEST_F(PhoneTest, GoesOnToPagesOfThePhoneOnly) {
     EXPECT_EQ(ann.page("status").status, 303);
 }
 
-TEST_F(PhoneTest, RefusesAWrongNameOrPasswordWithoutSayingWhich) {
+TEST_F(SignInPage, RejectsAWrongNameOrPasswordWithTheSameAnswer) {
     const Fields attempts[] = {{{"user", "admin"}, {"password", "wrong"}},
                                {{"user", "nobody"}, {"password", kPassword}},
                                {{"user", "admin"}},
@@ -77,7 +79,7 @@ TEST_F(PhoneTest, RefusesAWrongNameOrPasswordWithoutSayingWhich) {
     }
 }
 
-TEST_F(PhoneTest, KeepsTheNameThatWasEnteredButNotThePassword) {
+TEST_F(SignInPage, ShowsTheNameEnteredButNotThePassword) {
     Visitor ann(*container);
     const Answer answer = ann.signIn("\"><b>secret", "<i>\"ann");
     EXPECT_EQ(answer.field("user"), "<i>\"ann");
@@ -85,7 +87,7 @@ TEST_F(PhoneTest, KeepsTheNameThatWasEnteredButNotThePassword) {
     EXPECT_EQ(answer.body.find("secret"), std::string::npos);
 }
 
-TEST_F(PhoneTest, DoesNotLogWhatWasEnteredForAPassword) {
+TEST_F(SignInPage, DoesNotLogPasswords) {
     Visitor(*container).signIn("open sesame");
     bool told = false;
     for (const auto& record : kit::testing::recorded_log::records()) {
@@ -95,7 +97,7 @@ TEST_F(PhoneTest, DoesNotLogWhatWasEnteredForAPassword) {
     EXPECT_TRUE(told);
 }
 
-TEST_F(PhoneTest, SignsNobodyInByAnAddress) {
+TEST_F(SignInPage, DoesNotSignInByGet) {
     Visitor ann(*container);
     const Answer answer = ann.page("login&q=login&user=admin&password=admin");
     EXPECT_EQ(answer.status, 200);
@@ -103,7 +105,7 @@ TEST_F(PhoneTest, SignsNobodyInByAnAddress) {
     EXPECT_EQ(ann.page("status").status, 303);
 }
 
-TEST_F(PhoneTest, MakesWhoeverGuessesWait) {
+TEST_F(SignInPage, LimitsTheRateOfAttempts) {
     Visitor guesser(*container);
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(guesser.signIn("guess").status, 403);
@@ -113,33 +115,34 @@ TEST_F(PhoneTest, MakesWhoeverGuessesWait) {
     EXPECT_EQ(slower.header("Retry-After"), "2");
     EXPECT_EQ(slower.alert(), "Too many attempts. Try again in 2 seconds.");
     EXPECT_EQ(guesser.page("status").status, 303);
-    EXPECT_EQ(Visitor(*container, "192.0.2.8").signIn().status, 303) << "another address is free";
+    EXPECT_EQ(Visitor(*container, "192.0.2.8").signIn().status, 303)
+        << "other addresses are not limited";
 
     advanceSeconds(2);
     EXPECT_EQ(guesser.signIn("guess").status, 403);
     EXPECT_EQ(guesser.signIn(kPassword).header("Retry-After"), "4") << "twice as long";
     advanceSeconds(4);
     EXPECT_EQ(guesser.signIn(kPassword).status, 303);
-    EXPECT_EQ(Visitor(*container).signIn("guess").status, 403) << "and free attempts again";
+    EXPECT_EQ(Visitor(*container).signIn("guess").status, 403) << "the limit is reset";
 }
 
-TEST_F(PhoneTest, GivesASessionCookieThatScriptsAndOtherSitesDoNotGet) {
+TEST_F(SignInPage, SetsAnHttpOnlySameSiteCookie) {
     const auto cookie = Visitor(*container).signIn().cookie("JSESSIONID");
     ASSERT_TRUE(cookie);
     EXPECT_TRUE(cookie->attribute("HttpOnly"));
     EXPECT_EQ(cookie->attribute("SameSite"), "Lax");
     EXPECT_EQ(cookie->attribute("Path"), "/");
-    EXPECT_FALSE(cookie->attribute("Max-Age")) << "it ends with the browser";
+    EXPECT_FALSE(cookie->attribute("Max-Age")) << "a session cookie";
 }
 
-TEST_F(PhoneTest, DoesNotAskAgainWhoIsSignedIn) {
+TEST_F(SignInPage, RedirectsSignedInUsers) {
     Visitor ann(*container);
     ann.signIn();
     EXPECT_EQ(ann.page("login&q=loginForm").location(), "/servlet?p=status");
     EXPECT_EQ(ann.page("login&q=loginForm&jumpto=audio").location(), "/servlet?p=audio");
 }
 
-TEST_F(PhoneTest, GivesANewSessionAndTokenWithEverySignIn) {
+TEST_F(SignInPage, StartsANewSessionWithANewTokenEachTime) {
     Visitor ann(*container);
     ann.signIn();
     const std::string formerToken = ann.token();
@@ -149,10 +152,10 @@ TEST_F(PhoneTest, GivesANewSessionAndTokenWithEverySignIn) {
     EXPECT_NE(ann.token(), formerToken);
     const Answer old =
         Visitor(*container).send(get("/servlet?p=status").cookie("JSESSIONID", formerCookie));
-    EXPECT_EQ(old.status, 303) << "the former session is over";
+    EXPECT_EQ(old.status, 303) << "the previous session has ended";
 }
 
-TEST_F(PhoneTest, KnowsASessionFromItsAddressOnly) {
+TEST_F(SignInPage, TiesTheSessionToTheClientAddress) {
     Visitor ann(*container);
     ann.signIn();
     const Answer elsewhere =
@@ -161,18 +164,18 @@ TEST_F(PhoneTest, KnowsASessionFromItsAddressOnly) {
     EXPECT_EQ(elsewhere.status, 303);
 }
 
-TEST_F(PhoneTest, EndsASessionThatNobodyUses) {
+TEST_F(SignInPage, EndsIdleSessions) {
     Visitor ann(*container);
     ann.signIn();
     advanceSeconds(599);
-    EXPECT_EQ(ann.page("status").status, 200) << "which starts the time anew";
+    EXPECT_EQ(ann.page("status").status, 200) << "each request restarts the idle time";
     advanceSeconds(599);
     EXPECT_EQ(ann.page("status").status, 200);
     advanceSeconds(601);
     EXPECT_EQ(ann.page("status").status, 303);
 }
 
-TEST_F(PhoneTest, TakesTheIdleTimeFromTheSettingsAtSignIn) {
+TEST_F(SignInPage, UsesTheIdleTimeFromTheSettings) {
     Visitor ann(*container);
     ann.signIn();
     ann.submit("security&q=access", {{"idleSeconds", "20"}, {"remoteAddresses", ""}});
@@ -182,23 +185,23 @@ TEST_F(PhoneTest, TakesTheIdleTimeFromTheSettingsAtSignIn) {
     EXPECT_EQ(bob.page("status").status, 303);
 }
 
-TEST_F(SignedInTest, SignsOutWithTheToken) {
+TEST_F(SignOut, EndsTheSession) {
     EXPECT_EQ(me.submit("login&q=logout").location(), kSignInForm);
     EXPECT_EQ(me.page("status").status, 303);
 }
 
-TEST_F(SignedInTest, IsSignedOutByNobodyElse) {
+TEST_F(SignOut, RequiresTheToken) {
     EXPECT_EQ(me.submitWithoutToken("login&q=logout").status, 403);
     EXPECT_EQ(me.page("login&q=logout").status, 403);
     EXPECT_EQ(me.page("login&q=logout&token=" + me.token()).status, 403);
     EXPECT_EQ(me.page("status").status, 200);
 }
 
-TEST_F(PhoneTest, TakesASignOutOfSomebodyWhoIsNotSignedInForDone) {
+TEST_F(SignInPage, AcceptsASignOutWithoutASession) {
     EXPECT_EQ(Visitor(*container).submitWithoutToken("login&q=logout").location(), kSignInForm);
 }
 
-TEST_F(PhoneTest, SignsOutTheOneSessionOnly) {
+TEST_F(SignInPage, SignsOutOneSessionOnly) {
     Visitor ann(*container);
     Visitor bob(*container, "192.0.2.8");
     ann.signIn();
@@ -207,7 +210,7 @@ TEST_F(PhoneTest, SignsOutTheOneSessionOnly) {
     EXPECT_EQ(bob.page("status").status, 200);
 }
 
-TEST_F(PhoneTest, KeepsPagesFromCachesFramesAndForeignScripts) {
+TEST_F(SignInPage, SetsTheSecurityHeaders) {
     Visitor ann(*container);
     ann.signIn();
     for (const char* id : {"login&q=loginForm&x", "status", "status-data", "contacts&q=export"}) {

@@ -1,15 +1,17 @@
-// The status page, what its script asks for, and the events that both show.
+// The pages "status" and "status-data", and the events that both show.
 #include "json_reader.h"
 #include "phone_test.h"
 
+using StatusData = PhoneFixture;
+
 namespace {
 
-class StatusTest : public SignedInTest {
+class StatusPage : public SignedInFixture {
 protected:
     std::map<std::string, std::string> data() { return readJson(me.page("status-data").body); }
 };
 
-// Many kinds of text that a stranger may send.
+// Untrusted texts of many kinds.
 const std::string kHostileTexts[] = {
     "<img src=x onerror=alert(1)>",
     "\"><script>alert(1)</script>",
@@ -22,7 +24,7 @@ const std::string kHostileTexts[] = {
 
 } // namespace
 
-TEST_F(StatusTest, TellsWhatThePhoneIs) {
+TEST_F(StatusPage, ShowsTheModelAndTheFirmware) {
     const Answer page = me.page("status");
     EXPECT_EQ(page.status, 200);
     EXPECT_EQ(page.title(), "Status");
@@ -31,14 +33,14 @@ TEST_F(StatusTest, TellsWhatThePhoneIs) {
     EXPECT_NE(page.text().find("No events yet."), std::string::npos);
 }
 
-TEST_F(StatusTest, TellsHowLongThePhoneIsRunning) {
+TEST_F(StatusPage, ShowsTheUptime) {
     const std::string before = data().at("uptime.seconds");
     kit::testing::test_clock::advanceSeconds(90);
     EXPECT_EQ(data().at("uptime.seconds"), std::to_string(std::stol(before) + 90));
     EXPECT_NE(me.page("status").text().find(data().at("uptime.text")), std::string::npos);
 }
 
-TEST_F(StatusTest, TellsWhichAccountsCanBeCalled) {
+TEST_F(StatusPage, ShowsTheRegistrationOfTheAccounts) {
     me.submit("accounts&acc=1", {{"enabled", "1"},
                                  {"label", "<b>Hall"},
                                  {"userName", "1002"},
@@ -58,7 +60,7 @@ TEST_F(StatusTest, TellsWhichAccountsCanBeCalled) {
     EXPECT_EQ(data().count("accounts[6].state"), 0U);
 }
 
-TEST_F(StatusTest, GivesItsScriptJsonOfAllThatChanges) {
+TEST_F(StatusPage, ServesLiveDataAsJson) {
     const Answer answer = me.page("status-data");
     EXPECT_EQ(answer.status, 200);
     EXPECT_EQ(answer.header("Content-Type"), "application/json");
@@ -80,14 +82,14 @@ TEST_F(StatusTest, GivesItsScriptJsonOfAllThatChanges) {
     EXPECT_EQ(values.at("busy.percent"), "100");
 }
 
-TEST_F(PhoneTest, GivesTheScriptOfSomebodyWhoIsSignedOutNoSignInForm) {
+TEST_F(StatusData, IsRefusedWithoutSigningIn) {
     const Answer answer = Visitor(*container).page("status-data");
     EXPECT_EQ(answer.status, 403);
     EXPECT_EQ(answer.header("Content-Type"), "text/plain; charset=utf-8");
     EXPECT_EQ(answer.body, "Not signed in.\n");
 }
 
-TEST_F(StatusTest, FollowsEventsFromAddressesThatMaySendThem) {
+TEST_F(StatusPage, ShowsEventsFromAllowedAddresses) {
     const Answer answer = event("key=5");
     EXPECT_EQ(answer.status, 200);
     EXPECT_EQ(answer.body, "OK\n");
@@ -104,7 +106,7 @@ TEST_F(StatusTest, FollowsEventsFromAddressesThatMaySendThem) {
     EXPECT_EQ(data().at("desk.lamps.L1"), "blinking");
 }
 
-TEST_F(StatusTest, DoesNotFollowEventsFromOtherAddresses) {
+TEST_F(StatusPage, RefusesEventsFromOtherAddresses) {
     for (const char* query : {"key=5", "number=123", "command=ring", "csta"}) {
         const Answer answer = event(query, "192.0.2.66");
         EXPECT_EQ(answer.status, 403) << query;
@@ -119,12 +121,12 @@ TEST_F(StatusTest, DoesNotFollowEventsFromOtherAddresses) {
     EXPECT_EQ(values.at("events.recent[1].followed"), "false");
 }
 
-TEST_F(StatusTest, GivesASignInNoRightToSendEvents) {
+TEST_F(StatusPage, RefusesEventsOfSignedInUsersFromOtherAddresses) {
     EXPECT_EQ(me.send(get("/servlet?key=5&token=" + me.token())).status, 403);
     EXPECT_EQ(data().at("desk.state"), "idle");
 }
 
-TEST_F(StatusTest, SaysWhichEventsItCannotFollow) {
+TEST_F(StatusPage, ReportsEventsThatCannotBeCarriedOut) {
     for (const char* query : {"key=NONSENSE", "key=", "number=abc", "number=", "command=nonsense",
                               "command=answer", "phonecfg=x", "redirectcall=1", "forward=1",
                               "Server=x", "push=x", "download=x", "csta"}) {
@@ -138,20 +140,20 @@ TEST_F(StatusTest, SaysWhichEventsItCannotFollow) {
     EXPECT_EQ(data().at("desk.state"), "idle");
 }
 
-TEST_F(StatusTest, TakesPagesWhoseAddressOnlyBeginsLikeAnEventForPages) {
+TEST_F(StatusPage, TreatsAddressesThatOnlyBeginLikeAnEventAsPages) {
     const Answer answer = me.send(get("/servlet?keyboard=1&p=audio"));
     EXPECT_EQ(answer.title(), "Audio");
     EXPECT_EQ(data().at("events.count"), "0");
     EXPECT_EQ(Visitor(*container).send(get("/servlet?keyboard=1&p=audio")).status, 303);
 }
 
-TEST_F(StatusTest, GivesNoPageToAStrangerWhoCallsItAnEvent) {
+TEST_F(StatusPage, DoesNotServePagesWithoutSigningInAsEvents) {
     const Answer answer = event("csta&p=status", "192.0.2.66");
     EXPECT_EQ(answer.status, 403);
     EXPECT_EQ(answer.body, "This address may not send events.\n");
 }
 
-TEST_F(StatusTest, ShowsTheNewestEventsFirstAndCountsAll) {
+TEST_F(StatusPage, ShowsTheNewestEventsFirstAndCountsAll) {
     for (int i = 1; i <= 25; ++i) {
         event("number=" + std::to_string(100 + i));
         event("command=hangup");
@@ -167,10 +169,10 @@ TEST_F(StatusTest, ShowsTheNewestEventsFirstAndCountsAll) {
     EXPECT_NE(text.find("50 since startup"), std::string::npos);
     EXPECT_NE(text.find("number 125 127.0.0.1"), std::string::npos) << text;
     EXPECT_EQ(text.find("number 115 127.0.0.1"), std::string::npos) << text;
-    EXPECT_EQ(text.find("No events yet."), text.npos) << "hidden, and not to be read: " << text;
+    EXPECT_EQ(text.find("No events yet."), text.npos) << "hidden, but readable: " << text;
 }
 
-TEST_F(StatusTest, IsNotHarmedByWhatEventsHold) {
+TEST_F(StatusPage, EscapesHostileEvents) {
     for (const std::string& hostile : kHostileTexts) {
         Visitor stranger(*container, "192.0.2.66");
         EXPECT_EQ(stranger.send(post("/servlet?key").form({{"key", hostile}})).status, 403);
@@ -187,10 +189,11 @@ TEST_F(StatusTest, IsNotHarmedByWhatEventsHold) {
     const auto values = data();
     EXPECT_EQ(values.at("events.recent[6].value"), kHostileTexts[0]);
     EXPECT_EQ(values.at("events.recent[1].value"), kHostileTexts[5]);
-    EXPECT_EQ(values.at("events.recent[0].value"), std::string(63, 'x')) << "whole characters only";
+    EXPECT_EQ(values.at("events.recent[0].value"), std::string(63, 'x'))
+        << "cut between characters";
 }
 
-TEST_F(StatusTest, GivesJsonWhateverTheEventsHold) {
+TEST_F(StatusPage, ServesValidJsonForHostileEvents) {
     std::string text;
     for (int byte = 1; byte < 256; ++byte) {
         text += static_cast<char>(byte);

@@ -1,11 +1,12 @@
-// Everything at once: people who sign in and out, change and look, pages that are opened for the
-// first time, and the timer, on as many threads as a device will hardly have.
+// Everything at once: users who sign in and out, change settings and view pages, pages that are
+// created, and the timer, on more threads than a device is likely to have.
 #include "phone_test.h"
 
 #include <atomic>
 #include <thread>
 #include <vector>
 
+using Phone = PhoneFixture;
 using kit::testing::test_clock::advanceSeconds;
 
 namespace {
@@ -13,7 +14,7 @@ namespace {
 constexpr int kPeople = 8;
 constexpr int kVisits = 6;
 
-// Comes and goes, and counts what did not go as it should.
+// Signs in and out repeatedly and returns the number of unexpected answers.
 int visitsThatFailed(kit::testing::Runner& runner, int number) {
     const std::string own = std::to_string(number);
     int failures = 0;
@@ -35,7 +36,7 @@ int visitsThatFailed(kit::testing::Runner& runner, int number) {
     return failures;
 }
 
-TEST_F(PhoneTest, ServesManyAtOnceWhoSignInAndOut) {
+TEST_F(Phone, ServesManyUsersAtOnce) {
     std::atomic<int> failures{0};
     std::atomic<int> here{kPeople};
     std::vector<std::thread> people;

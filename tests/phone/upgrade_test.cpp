@@ -1,4 +1,4 @@
-// Firmware, restart, and the return to factory settings.
+// The page "settings-upgrade".
 #include "phone_test.h"
 
 #include "model/firmware_image.h"
@@ -19,7 +19,7 @@ std::string image(const std::string& version, const std::string& payload = "payl
     return bytes;
 }
 
-class UpgradeTest : public SignedInTest {
+class UpgradePage : public SignedInFixture {
 protected:
     Answer upload(const std::string& bytes, const std::string& name = "new.img") {
         return me.upload("settings-upgrade&q=upload", file("firmware", name, bytes));
@@ -33,7 +33,7 @@ protected:
         return phone::checkImage(folder.file("phone/firmware.img")).fault ==
                phone::ImageFault::none;
     }
-    // Nothing of an upload that failed is left, whole or in part.
+    // Expects that a failed upload left no file behind.
     void expectNothingLeft() {
         for (const auto& entry : std::filesystem::directory_iterator(folder.file("phone"))) {
             const std::string name = entry.path().filename();
@@ -44,7 +44,7 @@ protected:
 
 } // namespace
 
-TEST_F(UpgradeTest, TakesAnImageThatRunsFromTheNextRestartOn) {
+TEST_F(UpgradePage, InstallsAnImageThatRunsFromTheNextRestartOn) {
     const std::string before = version();
     const Answer answer = upload(image("9.8.7"), "C:\\images\\<b>new.img");
     EXPECT_EQ(answer.status, 200);
@@ -63,7 +63,7 @@ TEST_F(UpgradeTest, TakesAnImageThatRunsFromTheNextRestartOn) {
     EXPECT_NE(again.page("status").text().find("Firmware 9.8.7"), std::string::npos);
 }
 
-TEST_F(UpgradeTest, RefusesAnImageThatIsNoGood) {
+TEST_F(UpgradePage, RejectsAnInvalidImage) {
     const std::string good = image("9.8.7");
     std::string otherModel = good;
     otherModel[8] = 'X';
@@ -95,21 +95,21 @@ TEST_F(UpgradeTest, RefusesAnImageThatIsNoGood) {
     }
 }
 
-TEST_F(UpgradeTest, KeepsTheImageThatThereIsWhenTheNextIsNoGood) {
+TEST_F(UpgradePage, KeepsTheInstalledImageIfTheNextIsInvalid) {
     upload(image("9.8.7"));
     upload("nonsense");
     EXPECT_TRUE(isInstalled());
     EXPECT_EQ(phone::checkImage(folder.file("phone/firmware.img")).version, "9.8.7");
 }
 
-TEST_F(UpgradeTest, FailsWhenNoFileWasChosen) {
+TEST_F(UpgradePage, ReportsAMissingFile) {
     const Answer answer = upload("", "");
     EXPECT_EQ(answer.status, 422);
     EXPECT_EQ(answer.alert(), "The upload failed. The current firmware stays in use.");
     expectNothingLeft();
 }
 
-TEST_F(UpgradeTest, TakesAnImageWhoseFileHasNoName) {
+TEST_F(UpgradePage, AcceptsAnImageWithoutAFileName) {
     const Answer answer = upload(image("9.8.7"), "");
     EXPECT_TRUE(isInstalled());
     EXPECT_EQ(answer.status, 200);
@@ -117,7 +117,7 @@ TEST_F(UpgradeTest, TakesAnImageWhoseFileHasNoName) {
     EXPECT_EQ(answer.alert(), "");
 }
 
-TEST_F(UpgradeTest, TakesNothingFromAnUploadThatWasCutOff) {
+TEST_F(UpgradePage, IgnoresAnIncompleteUpload) {
     const Request whole =
         me.uploading("settings-upgrade&q=upload", file("firmware", "new.img", image("9.8.7")));
     const std::size_t length = std::stoul(*whole.valueOf("CONTENT_LENGTH"));
@@ -131,14 +131,14 @@ TEST_F(UpgradeTest, TakesNothingFromAnUploadThatWasCutOff) {
     expectNothingLeft();
 }
 
-TEST_F(UpgradeTest, SaysWhenAnImageCannotBeKept) {
+TEST_F(UpgradePage, ReportsThatAnImageCannotBeStored) {
     breakTheDisk();
     const Answer answer = upload(image("9.8.7"));
     EXPECT_EQ(answer.status, 422);
     EXPECT_EQ(answer.alert(), "The upload failed. The current firmware stays in use.");
 }
 
-TEST_F(UpgradeTest, GivesAnImageThatItTakesBack) {
+TEST_F(UpgradePage, OffersAnImageThatItAccepts) {
     const Answer answer = me.page("settings-upgrade&q=download");
     EXPECT_EQ(answer.status, 200);
     EXPECT_EQ(answer.header("Content-Type"), "application/octet-stream");
@@ -150,7 +150,7 @@ TEST_F(UpgradeTest, GivesAnImageThatItTakesBack) {
         << taken.done();
 }
 
-TEST_F(UpgradeTest, TakesOneUploadAtATime) {
+TEST_F(UpgradePage, AcceptsOneUploadAtATime) {
     const std::string large = image("9.8.7", std::string(4 * 1024 * 1024, 'x'));
     const Request slow =
         me.uploading("settings-upgrade&q=upload", file("firmware", "slow.img", large)).inPieces(1);
@@ -158,7 +158,7 @@ TEST_F(UpgradeTest, TakesOneUploadAtATime) {
     other.signIn();
     int firstStatus = 0;
     std::thread first([&] { firstStatus = me.send(slow).status; });
-    // The first has begun when what it receives stands in the folder.
+    // The first upload has begun once its file exists.
     const auto files = [&] {
         return std::distance(std::filesystem::directory_iterator(folder.file("phone")),
                              std::filesystem::directory_iterator());
@@ -178,7 +178,7 @@ TEST_F(UpgradeTest, TakesOneUploadAtATime) {
         200);
 }
 
-TEST_F(UpgradeTest, RestartsForAWhile) {
+TEST_F(UpgradePage, ReportsARestartUntilItIsOver) {
     advanceSeconds(100);
     const Answer answer = me.submit("settings-upgrade&q=reboot");
     EXPECT_EQ(answer.status, 200);
@@ -188,11 +188,11 @@ TEST_F(UpgradeTest, RestartsForAWhile) {
     advanceSeconds(7);
     EXPECT_EQ(notice(), "reboot");
     advanceSeconds(1);
-    EXPECT_EQ(notice(), "idle") << "over by itself";
+    EXPECT_EQ(notice(), "idle") << "ended by itself";
     EXPECT_NE(me.page("status").text().find("Uptime 0 d 00:00:00"), std::string::npos);
 }
 
-TEST_F(UpgradeTest, DoesOneThingAtATime) {
+TEST_F(UpgradePage, RunsOneTaskAtATime) {
     me.submit("settings-upgrade&q=reboot");
     for (const char* query : {"settings-upgrade&q=reboot", "settings-autop&now=true"}) {
         const Answer answer = me.submit(query);
@@ -204,7 +204,7 @@ TEST_F(UpgradeTest, DoesOneThingAtATime) {
     EXPECT_EQ(notice(), "idle");
 }
 
-TEST_F(UpgradeTest, ResetsOnlyWhenThatIsConfirmed) {
+TEST_F(UpgradePage, ResetsOnlyAfterConfirmation) {
     me.submit("contacts&q=add", {{"name", "Dora"}, {"number", "400"}});
     const Answer answer = me.submit("settings-upgrade&q=reset");
     EXPECT_EQ(answer.status, 422);
@@ -213,7 +213,7 @@ TEST_F(UpgradeTest, ResetsOnlyWhenThatIsConfirmed) {
     EXPECT_NE(saved()->directory.find("Dora"), nullptr);
 }
 
-TEST_F(UpgradeTest, ReturnsToFactorySettingsAndSignsOthersOut) {
+TEST_F(UpgradePage, ResetsToFactorySettingsAndSignsOthersOut) {
     me.submit("contacts&q=add", {{"name", "Dora"}, {"number", "400"}});
     me.submit("network", {{"mode", "dhcp"}, {"hostname", "hall"}});
     me.submit("security&q=password",
@@ -235,7 +235,7 @@ TEST_F(UpgradeTest, ReturnsToFactorySettingsAndSignsOthersOut) {
     EXPECT_EQ(other.signIn(kPassword).status, 303);
 }
 
-TEST_F(UpgradeTest, ResetsNothingThatCannotBeSaved) {
+TEST_F(UpgradePage, KeepsEverythingIfSavingTheResetFails) {
     me.submit("contacts&q=add", {{"name", "Dora"}, {"number", "400"}});
     breakTheDisk();
     const Answer answer = me.submit("settings-upgrade&q=reset", {{"confirm", "1"}});
@@ -246,12 +246,12 @@ TEST_F(UpgradeTest, ResetsNothingThatCannotBeSaved) {
     EXPECT_NE(me.page("contacts").text().find("Dora"), std::string::npos);
 }
 
-TEST_F(UpgradeTest, ResetsNothingWhileThePhoneIsBusy) {
+TEST_F(UpgradePage, RejectsAResetWhileThePhoneIsBusy) {
     me.submit("contacts&q=add", {{"name", "Dora"}, {"number", "400"}});
     me.submit("settings-autop&now=true");
     const Answer answer = me.submit("settings-upgrade&q=reset", {{"confirm", "1"}});
     EXPECT_EQ(answer.status, 409);
     EXPECT_EQ(answer.title(), "The phone is busy");
     EXPECT_EQ(notice(), "autoprovision");
-    EXPECT_NE(saved()->directory.find("Dora"), nullptr) << "what was refused is not done";
+    EXPECT_NE(saved()->directory.find("Dora"), nullptr) << "a refused reset changes nothing";
 }

@@ -35,7 +35,7 @@ std::string inConfiguration(const std::string& parts) {
 
 } // namespace
 
-TEST(Configuration, IsReadBackAsItWas) {
+TEST(Configuration, RoundTrips) {
     const std::string text = configurationText(someSettings());
     Settings settings = factorySettings();
     ASSERT_EQ(textOf(readConfiguration(text, settings)), "");
@@ -46,14 +46,14 @@ TEST(Configuration, IsReadBackAsItWas) {
     EXPECT_LT(text.size(), kMaxConfigurationBytes / 10);
 }
 
-TEST(Configuration, TellsNoSecrets) {
+TEST(Configuration, ContainsNoSecrets) {
     const std::string text = configurationText(someSettings());
     for (const char* secret : {"sesame", "other", "$y$hash", "passwordHash", "secret"}) {
         EXPECT_EQ(text.find(secret), std::string::npos) << secret;
     }
 }
 
-TEST(Configuration, LeavesWhatItDoesNotMention) {
+TEST(Configuration, KeepsSettingsThatTheFileOmits) {
     Settings settings = someSettings();
     ASSERT_EQ(textOf(readConfiguration(inConfiguration("<audio><micGain> 3\n</micGain></audio>"),
                                        settings)),
@@ -65,7 +65,7 @@ TEST(Configuration, LeavesWhatItDoesNotMention) {
     EXPECT_EQ(settings.web.passwordHash, "$y$hash");
 }
 
-TEST(Configuration, TakesTheSecretFromAnAccountThatGetsAnotherUserOrServer) {
+TEST(Configuration, ClearsTheSecretIfUserOrServerChanges) {
     for (const char* change : {"<server>evil.example</server>", "<userName>1009</userName>"}) {
         Settings settings = someSettings();
         ASSERT_EQ(textOf(readConfiguration(
@@ -81,7 +81,7 @@ TEST(Configuration, TakesTheSecretFromAnAccountThatGetsAnotherUserOrServer) {
     EXPECT_EQ(settings.accounts[0].secret, "sesame");
 }
 
-TEST(Configuration, TellsWhatIsWrongAndChangesNothing) {
+TEST(Configuration, ReportsErrorsAndChangesNothing) {
     const std::string account = "<account></account>";
     const struct {
         std::string text;
@@ -118,7 +118,7 @@ TEST(Configuration, TellsWhatIsWrongAndChangesNothing) {
     }
 }
 
-TEST(Configuration, TellsABoundedNumberOfErrors) {
+TEST(Configuration, LimitsTheNumberOfErrors) {
     std::string parts;
     for (int i = 0; i < 5000; ++i) {
         parts += "<x" + std::to_string(i) + "/>";
@@ -129,7 +129,7 @@ TEST(Configuration, TellsABoundedNumberOfErrors) {
               kMaxConfigurationErrors);
 }
 
-TEST(LocalCopy, BringsTheSettingsBack) {
+TEST(LocalCopy, RestoresTheSettings) {
     State state;
     state.settings = someSettings();
     EXPECT_EQ(textOf(restoreLocalCopy(state)), "config: required");

@@ -9,7 +9,7 @@ using namespace phone;
 
 namespace {
 
-// What a plan says, in lines that a test can compare.
+// Returns the plan as lines of text.
 std::string textOf(const ImportPlan& plan) {
     std::string text;
     for (const Contact& contact : plan.added) {
@@ -33,7 +33,7 @@ std::string planOf(std::string_view text) {
 
 } // namespace
 
-TEST(CsvImport, ReadsAContactALine) {
+TEST(CsvImport, ReadsOneContactPerLine) {
     const struct {
         std::string text;
         const char* plan;
@@ -70,11 +70,11 @@ TEST(CsvImport, ReadsAContactALine) {
     }
 }
 
-TEST(CsvImport, RefusesALineWithBadQuotesAndNoOther) {
+TEST(CsvImport, RejectsOnlyTheLineWithUnbalancedQuotes) {
     const std::string rest = "\nBen,2\n\"Cem\",3";
     for (const char* line :
          {"\"Ann,1", "\"Ann\"x,1", "An\"n,1", "Ann,\"1", "Ann,1,\"", "\"", "\"\"\""}) {
-        // The quotes of a later line may close the one that is open; then both are bad.
+        // A quote in a later line may close the open one; then both lines are rejected.
         EXPECT_EQ(planOf(line + std::string("\nBen,2")), "+ Ben: 2\n1: line: badCharacters\n")
             << line;
     }
@@ -84,7 +84,7 @@ TEST(CsvImport, RefusesALineWithBadQuotesAndNoOther) {
               "+ Ben: 2\n+ Cem: 3\n1: line: badCharacters\n2: name: tooLong 64\n");
 }
 
-TEST(CsvImport, TellsNewChangedAndUnchanged) {
+TEST(CsvImport, CountsNewChangedAndUnchangedContacts) {
     Directory directory;
     directory.put({"Ann", "1"});
     directory.put({"Ben", "2"});
@@ -100,7 +100,7 @@ TEST(CsvImport, TellsNewChangedAndUnchanged) {
     EXPECT_EQ(directory.find("Zoe")->number, "9");
 }
 
-TEST(CsvImport, RefusesWhatTheDirectoryHasNoRoomFor) {
+TEST(CsvImport, RejectsContactsBeyondTheLimit) {
     Directory directory;
     for (std::size_t i = 0; i + 1 < Directory::kMaxContacts; ++i) {
         directory.put({"Contact " + std::to_string(i), "1"});
@@ -114,7 +114,7 @@ TEST(CsvImport, RefusesWhatTheDirectoryHasNoRoomFor) {
     EXPECT_EQ(directory.find("Contact 1")->number, "1");
 }
 
-TEST(CsvImport, ReadsNoFileThatIsTooLarge) {
+TEST(CsvImport, RejectsAFileThatIsTooLarge) {
     std::string text = "Ann,1\n";
     text.resize(kMaxCsvBytes, '\n');
     EXPECT_EQ(planOf(text), "+ Ann: 1\n");
@@ -124,7 +124,7 @@ TEST(CsvImport, ReadsNoFileThatIsTooLarge) {
     EXPECT_EQ(textOf(plan), "");
 }
 
-TEST(CsvImport, ShowsTheBeginningOfSomeRefusedLines) {
+TEST(CsvImport, ShowsTheBeginningOfTheFirstRejectedLines) {
     std::string text = "\xFF"
                        "Ann\x01,1\n\xC3\xA4" +
                        std::string(200, 'x') + ",1\n";
@@ -139,7 +139,7 @@ TEST(CsvImport, ShowsTheBeginningOfSomeRefusedLines) {
     EXPECT_EQ(plan.refused[99].line, 100u);
 }
 
-TEST(CsvExport, IsReadBackExactly) {
+TEST(CsvExport, RoundTrips) {
     Directory directory;
     for (const char* name : {"Ann", "Doe, Jane", "J \"JD\" D", "\"", "=1+1", "+Plus", "-Minus",
                              "@At", "'=x", "''=x", "'n Sync", "'", "\xE7\x8E\x8B\xE8\x8A\xB3"}) {
@@ -155,7 +155,7 @@ TEST(CsvExport, IsReadBackExactly) {
     }
 }
 
-TEST(CsvExport, HasNoNamesThatAreFormulasAndNumbersAsTheyAre) {
+TEST(CsvExport, DefusesFormulasInNamesAndKeepsNumbers) {
     Directory directory;
     directory.put({"=HYPERLINK(\"x\")", "+49 1"});
     directory.put({"Ann", "1"});
@@ -164,7 +164,7 @@ TEST(CsvExport, HasNoNamesThatAreFormulasAndNumbersAsTheyAre) {
                                       "Ann,1\r\n");
 }
 
-TEST(FactoryContacts, AreAThousandThatCanBeImported) {
+TEST(FactoryContacts, AreAThousandValidContacts) {
     const ImportPlan plan = planImport(textOfFile(FACTORY_CONTACTS), Directory());
     EXPECT_EQ(plan.added.size(), 1000u);
     EXPECT_EQ(plan.refusedCount, 0u);

@@ -11,7 +11,7 @@ using namespace phone;
 
 namespace {
 
-// Presses keys, or follows commands (written with a colon before them), one after another.
+// Presses keys and carries out commands (prefixed by a colon), in this order.
 void play(DeskPhone& phone, const std::string& script) {
     std::istringstream words(script);
     for (std::string word; words >> word;) {
@@ -23,7 +23,7 @@ void play(DeskPhone& phone, const std::string& script) {
     }
 }
 
-// All that there is to see, but not which key was pressed last.
+// Returns everything visible except the last key.
 using Seen = std::tuple<std::array<std::string, 2>, Call, int, std::array<Lamp, PhoneView::kLines>,
                         Lamp, bool, bool, bool, bool, int>;
 
@@ -41,7 +41,7 @@ PhoneView after(const std::string& script) {
 
 } // namespace
 
-TEST(DeskPhone, IsReadyAtFirst) {
+TEST(DeskPhone, IsIdleAtFirst) {
     const PhoneView view = DeskPhone().view();
     EXPECT_EQ(view.display[0], "Line 1");
     EXPECT_EQ(view.display[1], "Ready");
@@ -51,7 +51,7 @@ TEST(DeskPhone, IsReadyAtFirst) {
     }
 }
 
-TEST(DeskPhone, GoesFromCallToCall) {
+TEST(DeskPhone, FollowsTheCallStates) {
     const struct {
         const char* script;
         Call call;
@@ -139,7 +139,7 @@ TEST(DeskPhone, ShowsTheLineInUse) {
     }
 }
 
-TEST(DeskPhone, ShowsHowOneTalks) {
+TEST(DeskPhone, ShowsTheAudioPath) {
     EXPECT_TRUE(after("1").speaker);
     EXPECT_TRUE(after("HEADSET 1 OK").headset);
     EXPECT_FALSE(after("HEADSET 1 OK").speaker);
@@ -154,7 +154,7 @@ TEST(DeskPhone, ShowsHowOneTalks) {
     EXPECT_EQ(after(":message_on :message_off").messageLamp, Lamp::off);
 }
 
-TEST(DeskPhone, KeepsTheVolumeInItsLimits) {
+TEST(DeskPhone, KeepsTheVolumeWithinItsLimits) {
     EXPECT_EQ(after("VOLUME_UP").volume, 6);
     EXPECT_EQ(after("VOLUME_DOWN").volume, 4);
     DeskPhone phone;
@@ -181,7 +181,7 @@ TEST(DeskPhone, DialsNumbers) {
     EXPECT_EQ(phone.view().display[1], "+49 30 23125 000");
 }
 
-TEST(DeskPhone, CollectsABoundedNumberOfDigits) {
+TEST(DeskPhone, LimitsTheNumberOfDigits) {
     DeskPhone phone;
     for (int i = 0; i < 100; ++i) {
         phone.press("5");
@@ -189,7 +189,7 @@ TEST(DeskPhone, CollectsABoundedNumberOfDigits) {
     EXPECT_EQ(phone.view().display[1], std::string(DeskPhone::kMaxDigits, '5'));
 }
 
-TEST(DeskPhone, RefusesWhatItDoesNotKnow) {
+TEST(DeskPhone, RejectsUnknownKeysNumbersAndCommands) {
     DeskPhone phone;
     for (const char* key : {"", "ok", "L0", "L7", "L", "L1x", "10", "A", "STARS", "OK "}) {
         EXPECT_FALSE(phone.press(key)) << key;
@@ -204,7 +204,7 @@ TEST(DeskPhone, RefusesWhatItDoesNotKnow) {
     EXPECT_EQ(seen(phone), ringing);
 }
 
-TEST(DeskPhone, StaysAsItIsWithKeysThatDoNothing) {
+TEST(DeskPhone, IgnoresKeysWithoutAFunction) {
     DeskPhone phone;
     play(phone, "OK CANCEL HOLD MUTE");
     EXPECT_EQ(seen(phone), seen(DeskPhone()));
@@ -212,12 +212,12 @@ TEST(DeskPhone, StaysAsItIsWithKeysThatDoNothing) {
     EXPECT_NE(seen(phone), seen(DeskPhone()));
 }
 
-TEST(DeskPhone, RemembersTheKeyThatWasPressedLast) {
+TEST(DeskPhone, RemembersTheLastKeyPressed) {
     DeskPhone phone;
     EXPECT_EQ(phone.view().key, "");
     EXPECT_EQ(phone.view().presses, 0U);
     phone.press("5");
-    phone.press("HOLD"); // does nothing while dialing
+    phone.press("HOLD"); // has no effect while dialing
     EXPECT_EQ(phone.view().key, "HOLD");
     EXPECT_EQ(phone.view().presses, 2U);
     phone.press("NO_KEY");
@@ -226,7 +226,7 @@ TEST(DeskPhone, RemembersTheKeyThatWasPressedLast) {
     EXPECT_EQ(phone.view().presses, 2U);
 }
 
-TEST(DeskPhone, StaysInOneStateWhoeverPresses) {
+TEST(DeskPhone, IsThreadSafe) {
     DeskPhone phone;
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;

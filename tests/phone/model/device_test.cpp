@@ -24,13 +24,13 @@ using namespace kit::testing;
 
 namespace {
 
-class DeviceTest : public ::testing::Test {
+class StoredState : public ::testing::Test {
 protected:
-    DeviceTest() {
+    StoredState() {
         writeTextFile(files.factoryContacts, "name,number\nAnn,1001\nBen,1002\n");
         recorded_log::clear();
     }
-    ~DeviceTest() override { failing_calls::fail(failing_calls::Call::none); }
+    ~StoredState() override { failing_calls::fail(failing_calls::Call::none); }
 
     bool logged(const std::string& call, const std::string& part) const {
         const auto records = recorded_log::records();
@@ -56,13 +56,13 @@ int micGain(const Device& device) {
 
 } // namespace
 
-TEST_F(DeviceTest, DoesNotTakeAStateThatItCannotReadForNone) {
+TEST_F(StoredState, IsNotReplacedIfItCannotBeRead) {
     writeTextFile(folder.file("file"), "");
     EXPECT_THROW(Device({folder.file("file") + "/phone.xml", files.factoryContacts}),
                  std::runtime_error);
 }
 
-TEST_F(DeviceTest, StartsAsItLeftTheFactory) {
+TEST_F(StoredState, StartsWithFactorySettings) {
     const Device device(files);
     const auto state = device.state();
     EXPECT_EQ(state->settings.accounts[0].userName, "1001");
@@ -72,13 +72,13 @@ TEST_F(DeviceTest, StartsAsItLeftTheFactory) {
     EXPECT_TRUE(recorded_log::records().empty());
 }
 
-TEST_F(DeviceTest, StartsWithoutContactsWhenTheFactoryHasNone) {
+TEST_F(StoredState, StartsWithoutContactsIfTheFactoryFileIsMissing) {
     const Device device({files.state, folder.file("missing.csv")});
     EXPECT_TRUE(device.state()->directory.contacts().empty());
     EXPECT_TRUE(logged("warn", "missing.csv"));
 }
 
-TEST_F(DeviceTest, KeepsWhatWasChanged) {
+TEST_F(StoredState, KeepsChanges) {
     {
         Device device(files);
         ASSERT_TRUE(device
@@ -106,7 +106,7 @@ TEST_F(DeviceTest, KeepsWhatWasChanged) {
     EXPECT_TRUE(device.authenticate("admin", "admin"));
 }
 
-TEST_F(DeviceTest, KeepsTheLargestStateThereCanBe) {
+TEST_F(StoredState, KeepsTheLargestPossibleState) {
     {
         Device device(files);
         ASSERT_TRUE(device
@@ -124,14 +124,14 @@ TEST_F(DeviceTest, KeepsTheLargestStateThereCanBe) {
     EXPECT_EQ(Device(files).state()->directory.contacts().size(), Directory::kMaxContacts);
 }
 
-TEST_F(DeviceTest, KeepsItsFileForItsOwner) {
+TEST_F(StoredState, IsReadableByItsOwnerOnly) {
     const Device device(files);
     struct stat status {};
     ASSERT_EQ(stat(files.state.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777u, 0600u);
 }
 
-TEST_F(DeviceTest, ChangesNothingWhenTheEditFindsErrors) {
+TEST_F(StoredState, IsUnchangedIfTheEditReturnsErrors) {
     Device device(files);
     const std::string saved = textOfFile(files.state);
     const auto before = device.state();
@@ -145,7 +145,7 @@ TEST_F(DeviceTest, ChangesNothingWhenTheEditFindsErrors) {
     EXPECT_EQ(textOfFile(files.state), saved);
 }
 
-TEST_F(DeviceTest, ChangesNothingWhenTheEditThrows) {
+TEST_F(StoredState, IsUnchangedIfTheEditThrows) {
     Device device(files);
     EXPECT_THROW(device.change([](State& state) -> Errors {
         state.settings.audio.micGain = 5;
@@ -156,7 +156,7 @@ TEST_F(DeviceTest, ChangesNothingWhenTheEditThrows) {
     EXPECT_TRUE(device.change(setMicGain(3)).done());
 }
 
-TEST_F(DeviceTest, ChangesNothingWhenItCannotSave) {
+TEST_F(StoredState, IsUnchangedIfSavingFails) {
     Device device(files);
     const std::string saved = textOfFile(files.state);
     for (auto call :
@@ -175,7 +175,7 @@ TEST_F(DeviceTest, ChangesNothingWhenItCannotSave) {
     EXPECT_TRUE(device.change(setMicGain(3)).done());
 }
 
-TEST_F(DeviceTest, SavesInAsManyWritesAsItTakes) {
+TEST_F(StoredState, IsSavedDespiteShortAndInterruptedWrites) {
     Device device(files);
     for (auto call : {failing_calls::Call::shortWrite, failing_calls::Call::interruptedWrite}) {
         failing_calls::fail(call);
@@ -185,14 +185,14 @@ TEST_F(DeviceTest, SavesInAsManyWritesAsItTakes) {
     EXPECT_EQ(micGain(Device(files)), 2);
 }
 
-TEST_F(DeviceTest, WorksWithoutAFolderButChangesNothing) {
+TEST_F(StoredState, IsReadOnlyWithoutItsFolder) {
     Device device({folder.file("missing/phone.xml"), files.factoryContacts});
     EXPECT_TRUE(device.authenticate("admin", "admin"));
     EXPECT_TRUE(device.change(setMicGain(3)).saveFailed);
     EXPECT_EQ(micGain(device), 0);
 }
 
-TEST_F(DeviceTest, StartsAfreshWhenItsFileIsDamagedAndKeepsThatFile) {
+TEST_F(StoredState, IsResetIfDamagedAndTheDamagedFileIsKept) {
     std::string good;
     {
         Device device(files);
@@ -230,7 +230,7 @@ TEST_F(DeviceTest, StartsAfreshWhenItsFileIsDamagedAndKeepsThatFile) {
     }
 }
 
-TEST_F(DeviceTest, ClearsAwayAnInterruptedSave) {
+TEST_F(StoredState, IsCleanedUpAfterAnInterruptedSave) {
     { Device(files).change(setMicGain(3)); }
     writeTextFile(files.state + ".new", "half a fi");
     const Device device(files);
@@ -238,7 +238,7 @@ TEST_F(DeviceTest, ClearsAwayAnInterruptedSave) {
     EXPECT_EQ(folder.names().size(), 2u);
 }
 
-TEST_F(DeviceTest, IsWholeWheneverItIsKilled) {
+TEST_F(StoredState, IsCompleteWheneverTheProcessIsKilled) {
     { const Device device(files); }
     int moved = 0;
     unsigned random = 4711;
@@ -248,7 +248,7 @@ TEST_F(DeviceTest, IsWholeWheneverItIsKilled) {
         ASSERT_EQ(pipe(progress), 0);
         const pid_t child = fork();
         if (child == 0) {
-            // In every state that it writes the two values go together.
+            // In every state written, the two values match.
             Device device(files);
             for (int i = 0;; ++i) {
                 if (i == changesFirst)
@@ -283,7 +283,7 @@ TEST_F(DeviceTest, IsWholeWheneverItIsKilled) {
     EXPECT_GE(moved, 30) << "the children were killed before they did anything";
 }
 
-TEST_F(DeviceTest, KnowsItsUserByNameAndPasswordAlone) {
+TEST_F(StoredState, AuthenticatesByNameAndPassword) {
     const Device device(files);
     const char* const attempts[][2] = {{"", ""},           {"admin", ""},       {"", "admin"},
                                        {"admin", "Admin"}, {"Admin", "admin"},  {"adminn", "admin"},
@@ -294,7 +294,7 @@ TEST_F(DeviceTest, KnowsItsUserByNameAndPasswordAlone) {
     }
 }
 
-TEST_F(DeviceTest, TakesAsLongForAnUnknownUser) {
+TEST_F(StoredState, AuthenticatesUnknownUsersInTheSameTime) {
     const Device device(files);
     const auto cost = [&device](const char* name) {
         const std::clock_t begin = std::clock();
@@ -309,7 +309,7 @@ TEST_F(DeviceTest, TakesAsLongForAnUnknownUser) {
     EXPECT_LT(unknown, known * 3);
 }
 
-TEST_F(DeviceTest, TellsWhatIsWrongWithANewPassword) {
+TEST_F(StoredState, ReportsErrorsInANewPassword) {
     Device device(files);
     std::string emojis;
     for (int i = 0; i < 128; ++i) {
@@ -344,7 +344,7 @@ TEST_F(DeviceTest, TellsWhatIsWrongWithANewPassword) {
     EXPECT_TRUE(device.state()->settings.web.factoryPassword);
 }
 
-TEST_F(DeviceTest, ChangesThePassword) {
+TEST_F(StoredState, ChangesThePassword) {
     const std::string longest(128, 'x');
     {
         Device device(files);
@@ -356,7 +356,7 @@ TEST_F(DeviceTest, ChangesThePassword) {
     EXPECT_FALSE(device.state()->settings.web.factoryPassword);
 }
 
-TEST_F(DeviceTest, LetsOneOfThoseWhoChangeThePasswordAtOnceDoIt) {
+TEST_F(StoredState, AllowsOneOfSeveralSimultaneousPasswordChanges) {
     Device device(files);
     std::atomic<int> done{0};
     std::vector<std::thread> threads;
@@ -375,7 +375,7 @@ TEST_F(DeviceTest, LetsOneOfThoseWhoChangeThePasswordAtOnceDoIt) {
     EXPECT_EQ(done, 1);
 }
 
-TEST_F(DeviceTest, GoesBackToTheFactoryState) {
+TEST_F(StoredState, IsResetToTheFactorySettings) {
     Device device(files);
     device.changePassword("admin", "new password", "new password");
     device.change([](State& state) {
@@ -392,7 +392,7 @@ TEST_F(DeviceTest, GoesBackToTheFactoryState) {
     EXPECT_EQ(textOfFile(files.state).find("sesame"), std::string::npos);
 }
 
-TEST_F(DeviceTest, GivesEachReaderOneStateWhateverOthersChange) {
+TEST_F(StoredState, GivesEachReaderAConsistentSnapshot) {
     Device device(files);
     std::atomic<bool> stop{false};
     std::atomic<int> torn{0};

@@ -25,7 +25,7 @@ std::vector<std::string> namesIn(const std::vector<Contact>& contacts) {
 
 } // namespace
 
-TEST(Contact, TellsWhatIsWrongWithIt) {
+TEST(Contact, ReportsInvalidFields) {
     const std::string umlaut = "\xC3\xA4";
     std::string longName;
     for (int i = 0; i < 64; ++i) {
@@ -69,7 +69,7 @@ TEST(Directory, IsSortedByName) {
                                         "\xE7\x8E\x8B"}));
 }
 
-TEST(Directory, HasEachNameOnce) {
+TEST(Directory, HasUniqueNames) {
     Directory directory;
     EXPECT_EQ(textOf(directory.add({"Ann", "1"})), "");
     EXPECT_EQ(textOf(directory.add({" Ann ", "2"})), "name: duplicate");
@@ -81,13 +81,13 @@ TEST(Directory, HasEachNameOnce) {
     EXPECT_EQ(directory.find("Ann")->number, "3");
 }
 
-TEST(Directory, RefusesBadContacts) {
+TEST(Directory, RejectsInvalidContacts) {
     Directory directory;
     EXPECT_EQ(textOf(directory.add({"", "x"})), "name: required, number: badCharacters");
     EXPECT_TRUE(directory.contacts().empty());
 }
 
-TEST(Directory, ForgetsAContact) {
+TEST(Directory, RemovesAContact) {
     Directory directory = numbered(3);
     EXPECT_TRUE(directory.remove("Contact 1"));
     EXPECT_FALSE(directory.remove("Contact 1"));
@@ -105,7 +105,7 @@ TEST(Directory, HoldsNoMoreThanTheLimit) {
     EXPECT_EQ(directory.contacts().size(), Directory::kMaxContacts);
 }
 
-TEST(DirectorySearch, FindsPartsOfNamesAndNumbersWithoutRegardToCase) {
+TEST(DirectorySearch, FindsPartsOfNamesAndNumbersIgnoringCase) {
     Directory directory;
     directory.put({"Jane Doe", "+1 202 555-0100"});
     directory.put({"John DOE", "+1 212 555-0101"});
@@ -121,7 +121,7 @@ TEST(DirectorySearch, FindsPartsOfNamesAndNumbersWithoutRegardToCase) {
     }
 }
 
-TEST(DirectorySearch, GivesThePageOrTheNearest) {
+TEST(DirectorySearch, ReturnsThePageOrTheNearestOne) {
     const struct {
         int contacts;
         long asked;

@@ -1,4 +1,4 @@
-// What is wrong with a form, in one line that a test can compare.
+// The errors of a form as one line of text.
 #ifndef ERROR_TEXTS_H
 #define ERROR_TEXTS_H
 
@@ -6,7 +6,7 @@
 
 #include <string>
 
-// "port: tooLarge 65535, server: required"; empty when all is well.
+// Returns, for example, "port: tooLarge 65535, server: required"; empty without errors.
 inline std::string textOf(const phone::Errors& errors) {
     std::string text;
     for (const phone::FieldError& error : errors) {

@@ -1,4 +1,4 @@
-// System calls that fail when a test says so; the test program is linked with --wrap for each.
+// Lets tests make system calls fail; the test program is linked with --wrap for each call.
 #ifndef FAILING_CALLS_H
 #define FAILING_CALLS_H
 
@@ -6,8 +6,8 @@ namespace failing_calls {
 
 enum class Call { none, write, shortWrite, interruptedWrite, fsync, rename };
 
-// From now on the call fails (shortWrite: takes one byte a call; interruptedWrite: every other call
-// is interrupted), but on standard streams.
+// Makes this call fail from now on, except on standard streams (shortWrite: writes one byte per
+// call; interruptedWrite: every other call is interrupted).
 void fail(Call call);
 
 } // namespace failing_calls

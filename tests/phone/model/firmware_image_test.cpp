@@ -19,7 +19,7 @@ std::string imageOf(const std::string& version, const std::string& payload) {
 
 class FirmwareImage : public ::testing::Test {
 protected:
-    // The version of a good image, or the name of what is wrong.
+    // Returns the version of a valid image, or the name of its fault.
     std::string check(const std::string& image) const {
         writeTextFile(folder.file("image"), image);
         const ImageCheck result = checkImage(folder.file("image"));
@@ -32,7 +32,7 @@ protected:
 
 } // namespace
 
-TEST_F(FirmwareImage, IsReadBackAsItWasWritten) {
+TEST_F(FirmwareImage, RoundTrips) {
     for (std::size_t size : {1u, 4095u, 4096u, 4097u, 100000u}) {
         EXPECT_EQ(check(imageOf("1.2.3", std::string(size, 'x'))), "1.2.3") << size;
     }
@@ -56,7 +56,7 @@ TEST_F(FirmwareImage, IsTooShortWhereverItIsCut) {
     }
 }
 
-TEST_F(FirmwareImage, IsDamagedWhereverABitIsTurned) {
+TEST_F(FirmwareImage, IsDamagedWhicheverBitIsFlipped) {
     const std::string image = imageOf("1.2.3", "payload");
     for (std::size_t i = 0; i < image.size(); ++i) {
         std::string other = image;
@@ -69,7 +69,7 @@ TEST_F(FirmwareImage, IsDamagedWhereverABitIsTurned) {
     EXPECT_EQ(check(image + "x"), "damaged");
 }
 
-TEST_F(FirmwareImage, TellsOtherFilesAndModels) {
+TEST_F(FirmwareImage, IsDistinguishedFromOtherFilesAndModels) {
     EXPECT_EQ(check("PK\3\4 an archive, longer than the header of an image"), "notAnImage");
     EXPECT_EQ(check("x"), "notAnImage");
     std::string image = imageOf("1.2.3", "payload");
@@ -82,7 +82,7 @@ TEST_F(FirmwareImage, TellsOtherFilesAndModels) {
     EXPECT_EQ(check(image.replace(40, 4, std::string(4, '\0'))), "notAnImage");
 }
 
-TEST_F(FirmwareImage, CannotBeReadWhereThereIsNone) {
+TEST_F(FirmwareImage, IsUnreadableIfTheFileIsMissing) {
     EXPECT_EQ(checkImage(folder.file("missing")).fault, ImageFault::unreadable);
     EXPECT_EQ(checkImage(folder.file("")).fault, ImageFault::unreadable);
 }
@@ -98,7 +98,7 @@ TEST_F(FirmwareImage, IsNotWrittenBeyondItsLimits) {
     EXPECT_FALSE(writeImage("1.2", "", refuse));
 }
 
-TEST_F(FirmwareImage, IsWrittenNoFurtherThanItIsTaken) {
+TEST_F(FirmwareImage, IsWrittenUntilTheOutputFails) {
     for (int taken = 0; taken < 4; ++taken) {
         int pieces = 0;
         EXPECT_FALSE(writeImage("1.2.3", std::string(5000, 'x'),

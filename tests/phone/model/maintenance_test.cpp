@@ -7,7 +7,7 @@ using std::chrono::seconds;
 
 namespace {
 
-class MaintenanceTest : public ::testing::Test {
+class MaintenanceTasks : public ::testing::Test {
 protected:
     seconds now{1000};
     Maintenance maintenance{[this] { return now; }};
@@ -15,14 +15,14 @@ protected:
 
 } // namespace
 
-TEST_F(MaintenanceTest, HasNothingToDoAtFirst) {
+TEST_F(MaintenanceTasks, AreNoneAtFirst) {
     EXPECT_EQ(maintenance.progress().task, Task::none);
     EXPECT_EQ(maintenance.progress().percent, 100);
     EXPECT_EQ(maintenance.upTime(), seconds(1000));
     EXPECT_FALSE(maintenance.sinceProvisioning());
 }
 
-TEST_F(MaintenanceTest, MakesProgressAndIsOverByItself) {
+TEST_F(MaintenanceTasks, MakeProgressAndEndByThemselves) {
     ASSERT_TRUE(maintenance.start(Task::upgrade, seconds(40)));
     const struct {
         int after;
@@ -41,7 +41,7 @@ TEST_F(MaintenanceTest, MakesProgressAndIsOverByItself) {
     }
 }
 
-TEST_F(MaintenanceTest, DoesOneTaskAtATime) {
+TEST_F(MaintenanceTasks, RunOneAtATime) {
     ASSERT_TRUE(maintenance.start(Task::restart, seconds(10)));
     now += seconds(9);
     EXPECT_FALSE(maintenance.start(Task::provisioning, seconds(10)));
@@ -50,14 +50,14 @@ TEST_F(MaintenanceTest, DoesOneTaskAtATime) {
     EXPECT_TRUE(maintenance.start(Task::provisioning, seconds(10)));
 }
 
-TEST_F(MaintenanceTest, TakesASecondAtLeast) {
+TEST_F(MaintenanceTasks, TakeAtLeastOneSecond) {
     ASSERT_TRUE(maintenance.start(Task::restart, seconds(-5)));
     EXPECT_EQ(maintenance.progress().percent, 0);
     now += seconds(1);
     EXPECT_EQ(maintenance.progress().task, Task::none);
 }
 
-TEST_F(MaintenanceTest, CountsTheUpTimeFromTheEndOfARestart) {
+TEST_F(MaintenanceTasks, RestartTheUpTime) {
     for (Task task : {Task::restart, Task::factoryReset, Task::upgrade}) {
         now = seconds(now.count() + 1000);
         ASSERT_TRUE(maintenance.start(task, seconds(10)));
@@ -73,7 +73,7 @@ TEST_F(MaintenanceTest, CountsTheUpTimeFromTheEndOfARestart) {
     }
 }
 
-TEST_F(MaintenanceTest, TellsWhenItWasProvisioned) {
+TEST_F(MaintenanceTasks, ReportTheLastProvisioning) {
     ASSERT_TRUE(maintenance.start(Task::provisioning, seconds(10)));
     now += seconds(9);
     EXPECT_FALSE(maintenance.sinceProvisioning());
@@ -84,7 +84,7 @@ TEST_F(MaintenanceTest, TellsWhenItWasProvisioned) {
     EXPECT_FALSE(maintenance.sinceProvisioning());
 }
 
-TEST(Tasks, HaveTheWordsThatOthersExpect) {
+TEST(Tasks, HaveTheStatusWordsThatClientsExpect) {
     EXPECT_STREQ(wordOf(Task::none), "idle");
     EXPECT_STREQ(wordOf(Task::restart), "reboot");
     EXPECT_STREQ(wordOf(Task::factoryReset), "reset");
@@ -94,6 +94,6 @@ TEST(Tasks, HaveTheWordsThatOthersExpect) {
     EXPECT_STREQ(wordOf(static_cast<Task>(99)), "unkown");
 }
 
-TEST(SystemClock, Goes) {
+TEST(SystemClock, Advances) {
     EXPECT_GT(systemClock(), seconds(0));
 }

@@ -5,7 +5,7 @@
 using namespace phone;
 using std::chrono::seconds;
 
-TEST(MemoryMeter, ReadsWhatTheSystemTells) {
+TEST(MemoryMeter, ReadsMeminfo) {
     const Memory memory = readMemory("MemTotal:         62340 kB\n"
                                      "MemFree:          10000 kB\n"
                                      "MemAvailable:     20480 kB\n"
@@ -14,7 +14,7 @@ TEST(MemoryMeter, ReadsWhatTheSystemTells) {
     EXPECT_EQ(memory.available, 20480u * 1024);
 }
 
-TEST(MemoryMeter, TellsNothingOfWhatItCannotRead) {
+TEST(MemoryMeter, ReturnsZeroForWhatItCannotRead) {
     for (const char* text :
          {"", "\n", "MemTotal:", "MemTotal: x kB", "XMemTotal: 5 kB", "MemTotal"}) {
         EXPECT_EQ(readMemory(text).total, 0u) << text;
@@ -22,12 +22,12 @@ TEST(MemoryMeter, TellsNothingOfWhatItCannotRead) {
     }
 }
 
-TEST(MemoryMeter, KnowsThisMachine) {
+TEST(MemoryMeter, ReadsThisMachine) {
     EXPECT_GT(memory().available, 0u);
     EXPECT_GE(memory().total, memory().available);
 }
 
-TEST(TrafficMeter, AddsUpAllInterfacesButTheLoopback) {
+TEST(TrafficMeter, AddsUpAllInterfacesExceptLoopback) {
     const Traffic traffic = readTraffic(
         "Inter-|   Receive                                                |  Transmit\n"
         " face |bytes    packets errs drop fifo frame compressed multicast|bytes    packets errs\n"
@@ -38,14 +38,14 @@ TEST(TrafficMeter, AddsUpAllInterfacesButTheLoopback) {
     EXPECT_EQ(traffic.sent, 730u);
 }
 
-TEST(TrafficMeter, TellsNothingOfWhatItCannotRead) {
+TEST(TrafficMeter, ReturnsZeroForWhatItCannotRead) {
     for (const char* text : {"", "eth0", "eth0:", "eth0: x y z"}) {
         EXPECT_EQ(readTraffic(text).received, 0u) << text;
         EXPECT_EQ(readTraffic(text).sent, 0u) << text;
     }
 }
 
-TEST(NetworkInterfaces, AreNamedOnceEach) {
+TEST(NetworkInterfaces, AreListedOnceEach) {
     const auto interfaces = networkInterfaces();
     EXPECT_LE(interfaces.size(), kMaxInterfaces);
     for (std::size_t i = 0; i < interfaces.size(); ++i) {
@@ -57,7 +57,7 @@ TEST(NetworkInterfaces, AreNamedOnceEach) {
     }
 }
 
-TEST(UpTime, IsShownInDaysAndTimeOfDay) {
+TEST(UpTime, IsShownAsDaysAndTime) {
     EXPECT_EQ(upTimeText(seconds(0)), "0 d 00:00:00");
     EXPECT_EQ(upTimeText(seconds(59)), "0 d 00:00:59");
     EXPECT_EQ(upTimeText(seconds(3600 + 2 * 60 + 3)), "0 d 01:02:03");

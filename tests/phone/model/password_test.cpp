@@ -9,7 +9,7 @@ using namespace phone;
 
 namespace {
 
-// The most memory that this process has used so far, in KiB.
+// Returns the peak memory use of this process in KiB.
 long peakMemory() {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
@@ -18,7 +18,7 @@ long peakMemory() {
 
 } // namespace
 
-TEST(Password, IsKnownByItsHashAndNoOtherIs) {
+TEST(Password, MatchesOnlyItsOwnHash) {
     const std::string hash = hashPassword("correct horse");
     EXPECT_TRUE(isPasswordHash(hash));
     EXPECT_EQ(hash.find("correct"), std::string::npos);
@@ -29,11 +29,11 @@ TEST(Password, IsKnownByItsHashAndNoOtherIs) {
     EXPECT_FALSE(verifyPassword(std::string_view("correct horse\0x", 15), hash));
 }
 
-TEST(Password, HasAnotherHashEachTime) {
+TEST(Password, HasADifferentHashEachTime) {
     EXPECT_NE(hashPassword("same"), hashPassword("same"));
 }
 
-TEST(Password, IsBoundedBeforeItIsHashed) {
+TEST(Password, IsLimitedInLengthBeforeHashing) {
     const std::string longest(kMaxPasswordBytes, 'x');
     const std::string hash = hashPassword(longest);
     EXPECT_TRUE(verifyPassword(longest, hash));
@@ -41,7 +41,7 @@ TEST(Password, IsBoundedBeforeItIsHashed) {
     EXPECT_FALSE(verifyPassword(longest + "x", hash));
 }
 
-TEST(Password, IsNotKnownByWhatIsNoHash) {
+TEST(Password, DoesNotMatchAnInvalidHash) {
     for (const char* text : {"", "*", "*0", "*1", "admin", "$y$", "$y$x", "$y$j8T$:"}) {
         EXPECT_FALSE(verifyPassword("admin", text)) << text;
     }
@@ -51,7 +51,7 @@ TEST(Password, IsNotKnownByWhatIsNoHash) {
     EXPECT_FALSE(isPasswordHash("$y$" + std::string(1000, 'x')));
 }
 
-TEST(Password, TakesNoMoreMemoryThanASmallDeviceCanSpare) {
+TEST(Password, UsesLittleMemoryForHashing) {
     const pid_t child = fork();
     if (child == 0) {
         const long before = peakMemory();

@@ -1,5 +1,5 @@
-// The phone's state on a disk that refuses something, and in a process that is killed, wherever
-// that happens.
+// Saving the phone's state while system calls fail, memory runs out or the process is killed, at
+// every possible moment.
 #include "counted_memory.h"
 #include "disk_calls.h"
 #include "model/atomic_file.h"
@@ -54,7 +54,7 @@ protected:
         return calls;
     }
 
-    // Before it the old state is saved, afterwards the new one.
+    // The old state is saved before it, the new one after it.
     static int placeOfRename(const Calls& calls) {
         return static_cast<int>(std::find(calls.begin(), calls.end(), "renameat") - calls.begin()) +
                1;
@@ -65,7 +65,7 @@ protected:
         expectNothingLeftBehind();
     }
     void expectNothingLeftBehind() const {
-        EXPECT_EQ(folder.names().size(), 2u) << "more than the state and the factory's contacts";
+        EXPECT_EQ(folder.names().size(), 2u) << "only the state and the factory contacts";
     }
 
     TemporaryFolder folder;
@@ -75,13 +75,13 @@ protected:
 
 } // namespace
 
-TEST_F(Saving, AsksTheSystemForThis) {
+TEST_F(Saving, MakesTheseSystemCalls) {
     const Calls calls = callsOfAChange();
     EXPECT_EQ(calls, (Calls{"unlink", "openat", "write", "fsync", "close", "renameat", "open",
                             "fsync", "close"}));
 }
 
-TEST_F(Saving, RefusedAnythingChangesNothingOrAll) {
+TEST_F(Saving, ChangesNothingOrAllIfASystemCallFails) {
     const Calls all = callsOfAChange();
     for (const int error : {ENOSPC, EIO, EDQUOT, EROFS, EMFILE, ENOMEM}) {
         for (int number = 1; number <= static_cast<int>(all.size()); ++number) {
@@ -91,20 +91,20 @@ TEST_F(Saving, RefusedAnythingChangesNothingOrAll) {
             Device device(files);
             Outcome outcome;
             disk_calls::withFailure(number, error, [&] { outcome = setGain(device, kNewGain); });
-            // Once the data have been synced, closing a file tells nothing that counts.
+            // Once the data was synced, a failure of close(2) does not matter.
             const bool done = number > placeOfRename(all) || call == "close" || call == "unlink";
             EXPECT_EQ(outcome.done(), done);
             EXPECT_EQ(gainOf(device), done ? kNewGain : kOldGain);
             EXPECT_EQ(textOfFile(files.state) == old, !done);
             expectNothingLeftBehind();
             EXPECT_EQ(savedGain(), gainOf(device));
-            EXPECT_TRUE(setGain(device, kNewGain + 1).done()) << "the next change";
+            EXPECT_TRUE(setGain(device, kNewGain + 1).done()) << "the next change succeeds";
             putOldState();
         }
     }
 }
 
-TEST_F(Saving, KilledAnywhereKeepsTheOldStateOrTheNewOne) {
+TEST_F(Saving, KeepsTheOldOrTheNewStateIfKilled) {
     const Calls all = callsOfAChange();
     for (int number = 1; number <= static_cast<int>(all.size()); ++number) {
         SCOPED_TRACE(all[static_cast<std::size_t>(number) - 1] + ", call " +
@@ -119,8 +119,8 @@ TEST_F(Saving, KilledAnywhereKeepsTheOldStateOrTheNewOne) {
     }
 }
 
-// The first start saves the factory's state.
-TEST_F(Saving, KilledAnywhereAtTheFirstStartComesUpAtTheNext) {
+// The first start saves the factory settings.
+TEST_F(Saving, StartsAgainAfterBeingKilledAtTheFirstStart) {
     const auto start = [this] { const Device device(files); };
     std::filesystem::remove(files.state);
     const Calls all = disk_calls::of(start);
@@ -137,10 +137,10 @@ TEST_F(Saving, KilledAnywhereAtTheFirstStartComesUpAtTheNext) {
     }
 }
 
-// It is there, and good perhaps: the factory's password must not take its place.
-TEST_F(Saving, LeavesAStateAloneThatCannotBeReadAtAStart) {
+// The file may be valid: it must not be replaced by the factory password.
+TEST_F(Saving, KeepsAStateThatCannotBeReadAtAStart) {
     for (const int error : {EIO, EMFILE, ENFILE, ENOMEM, EACCES}) {
-        const int opened = 2; // after the removal of what a killed process may have left
+        const int opened = 2; // the first call removes what a killed process may have left
         const auto start = [this] { EXPECT_THROW(Device{files}, std::runtime_error); };
         EXPECT_EQ(disk_calls::withFailure(opened, error, start), (Calls{"unlink", "open"}));
         expectOldState();
@@ -148,12 +148,12 @@ TEST_F(Saving, LeavesAStateAloneThatCannotBeReadAtAStart) {
     EXPECT_EQ(savedGain(), kOldGain);
 
     std::filesystem::remove(files.state);
-    std::filesystem::create_directory(files.state); // it opens, but it cannot be read
+    std::filesystem::create_directory(files.state); // can be opened, but not read
     EXPECT_THROW(Device{files}, std::runtime_error);
     expectNothingLeftBehind();
 }
 
-TEST_F(Saving, WithoutMemoryAtAStartLeavesTheStateAlone) {
+TEST_F(Saving, KeepsTheStateWithoutMemoryAtAStart) {
     int failures = 0;
     for (bool started = false; !started; ++failures) {
         counted_memory::failAfter(failures);
@@ -169,7 +169,7 @@ TEST_F(Saving, WithoutMemoryAtAStartLeavesTheStateAlone) {
     EXPECT_GT(failures, 10);
 }
 
-TEST_F(Saving, WithoutMemoryForTheParserAtAStartLeavesTheStateAlone) {
+TEST_F(Saving, KeepsTheStateWithoutMemoryForTheParser) {
     static int left = 0;
     const auto allocate = [](std::size_t size) { return left-- > 0 ? std::malloc(size) : nullptr; };
     const auto allocateBefore = pugi::get_memory_allocation_function();
@@ -190,8 +190,8 @@ TEST_F(Saving, WithoutMemoryForTheParserAtAStartLeavesTheStateAlone) {
     EXPECT_GT(failures, 1);
 }
 
-// What the phone goes by is what it has saved.
-TEST_F(Saving, WithoutMemoryChangesNothingOrAll) {
+// The state in memory is the one on the disk.
+TEST_F(Saving, ChangesNothingOrAllWithoutMemory) {
     int failures = 0;
     for (bool changed = false; !changed; ++failures) {
         Device device(files);

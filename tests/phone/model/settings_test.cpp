@@ -7,7 +7,7 @@ using namespace phone;
 
 namespace {
 
-// One value put into a form that is fine without it, and the errors that it gets.
+// A value that replaces one of a valid form, and the errors expected.
 struct Entry {
     const char* field;
     std::string value;
@@ -54,7 +54,7 @@ Network fixedNetwork() {
 
 } // namespace
 
-TEST(Accounts, TellWhatIsWrongWithEachField) {
+TEST(AccountSettings, ReportErrorsInEachField) {
     expectErrors(goodAccount(), {
                                     {"enabled", "1", ""},
                                     {"enabled", "0", ""},
@@ -136,7 +136,7 @@ TEST(Accounts, TellWhatIsWrongWithEachField) {
                                 });
 }
 
-TEST(Accounts, NeedNoUserNorServerWhileTheyAreOff) {
+TEST(AccountSettings, NeedNoUserAndServerWhileDisabled) {
     Values values = valuesOf(goodAccount());
     values["enabled"] = values["userName"] = values["server"] = "";
     Account account = goodAccount();
@@ -145,7 +145,7 @@ TEST(Accounts, NeedNoUserNorServerWhileTheyAreOff) {
     EXPECT_EQ(textOf(readValues(values, account)), "server: badHost");
 }
 
-TEST(Accounts, ChangeNothingWhenAnythingIsWrongAndTellAllOfIt) {
+TEST(AccountSettings, ReportEveryErrorAndChangeNothing) {
     Account account = goodAccount();
     const Values values{{"enabled", "1"}, {"label", "New"}, {"port", "0"}, {"expiry", "60"}};
     EXPECT_EQ(textOf(readValues(values, account)),
@@ -154,7 +154,7 @@ TEST(Accounts, ChangeNothingWhenAnythingIsWrongAndTellAllOfIt) {
     EXPECT_EQ(account.expiry, 3600);
 }
 
-TEST(Accounts, TakeWhatTheFormSays) {
+TEST(AccountSettings, AcceptTheFormValues) {
     Account account = goodAccount();
     const Values values{{"label", " Desk "},       {"displayName", "Ann"}, {"userName", "ann"},
                         {"server", "192.0.2.1"},   {"port", "5061"},       {"transport", "tls"},
@@ -171,7 +171,7 @@ TEST(Accounts, TakeWhatTheFormSays) {
     EXPECT_EQ(account.expiry, 60);
 }
 
-TEST(Accounts, KeepTheirSecretAndNeverShowIt) {
+TEST(AccountSettings, KeepTheirSecretAndNeverShowIt) {
     Account account = goodAccount();
     const Values values = valuesOf(account);
     EXPECT_EQ(valueOf(values, "secret"), "");
@@ -179,7 +179,7 @@ TEST(Accounts, KeepTheirSecretAndNeverShowIt) {
     EXPECT_EQ(account.secret, "kept");
 }
 
-TEST(Networks, TellWhatIsWrongWithEachField) {
+TEST(NetworkSettings, ReportErrorsInEachField) {
     const std::vector<Entry> entries = {
         {"mode", "", "mode: required"},
         {"mode", "auto", "mode: badChoice"},
@@ -235,7 +235,7 @@ TEST(Networks, TellWhatIsWrongWithEachField) {
     expectErrors(fixedNetwork(), entries);
 }
 
-TEST(Networks, NeedNoAddressesFromADhcpServerButRefuseBadOnes) {
+TEST(NetworkSettings, NeedNoAddressesWithDhcpButRejectInvalidOnes) {
     expectErrors(Network(), {{"address", "", ""},
                              {"address", "192.0.2.17", ""},
                              {"address", "x", "address: badAddress"},
@@ -243,7 +243,7 @@ TEST(Networks, NeedNoAddressesFromADhcpServerButRefuseBadOnes) {
                              {"gateway", "192.0.2.1", ""}});
 }
 
-TEST(Networks, TakeWhatTheFormSays) {
+TEST(NetworkSettings, AcceptTheFormValues) {
     Network network;
     Values values = valuesOf(fixedNetwork());
     values["vlan"] = "7";
@@ -254,7 +254,7 @@ TEST(Networks, TakeWhatTheFormSays) {
     EXPECT_EQ(network.vlan, 7);
 }
 
-TEST(AudioSettings, TellWhatIsWrongWithEachField) {
+TEST(AudioSettings, ReportErrorsInEachField) {
     std::vector<Entry> entries = {
         {"ringtone", "classic", ""},
         {"ringtone", "soft", ""},
@@ -285,7 +285,7 @@ TEST(AudioSettings, TellWhatIsWrongWithEachField) {
     expectErrors(Audio(), entries);
 }
 
-TEST(AudioSettings, TakeWhatTheFormSays) {
+TEST(AudioSettings, AcceptTheFormValues) {
     Audio audio;
     const Values values{{"ringtone", "soft"},   {"ringVolume", "1"}, {"speakerVolume", "2"},
                         {"handsetVolume", "3"}, {"micGain", "-4"},   {"echo", ""},
@@ -294,7 +294,7 @@ TEST(AudioSettings, TakeWhatTheFormSays) {
     EXPECT_EQ(valuesOf(audio), values);
 }
 
-TEST(WebAccessSettings, TellWhatIsWrongWithEachField) {
+TEST(WebAccessSettings, ReportErrorsInEachField) {
     std::string sixteen;
     for (int i = 1; i <= 16; ++i) {
         sixteen += "192.0.2." + std::to_string(i) + "\r\n";
@@ -316,7 +316,7 @@ TEST(WebAccessSettings, TellWhatIsWrongWithEachField) {
          {"remoteAddresses", "::1\n0:0::1", "remoteAddresses: duplicate"}});
 }
 
-TEST(WebAccessSettings, TakeAddressesInTheirShortForm) {
+TEST(WebAccessSettings, ShortenAddresses) {
     WebAccess web;
     web.passwordHash = "kept";
     const Values values{{"idleSeconds", "60"}, {"remoteAddresses", " 192.0.2.1 \r\n2001:DB8:0::1"}};
@@ -340,7 +340,7 @@ TEST(FactorySettings, PassTheirOwnChecks) {
     EXPECT_FALSE(settings.accounts[2].enabled);
 }
 
-TEST(FieldLists, NameWhatTheFormsShow) {
+TEST(FieldLists, MatchTheFormValues) {
     const Settings settings = factorySettings();
     const auto expectFields = [](const std::vector<const char*>& fields, const Values& values) {
         EXPECT_EQ(fields.size(), values.size());

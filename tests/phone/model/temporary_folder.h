@@ -1,4 +1,4 @@
-// A folder of a test's own, removed with all that is in it.
+// A temporary folder, removed with its contents.
 #ifndef TEMPORARY_FOLDER_H
 #define TEMPORARY_FOLDER_H
 

@@ -1,5 +1,5 @@
-// What differs between the phone's plug-in library and the one that the tests open: where the phone
-// keeps its files, and the clock that it goes by. Linked in the place of phone.cpp.
+// Replaces phone.cpp in the library that the tests open: files where the test wants them, and a
+// clock that the test sets.
 #include "phone.h"
 
 #include "kit/clock.h"
