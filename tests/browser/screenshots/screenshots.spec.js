@@ -1,4 +1,4 @@
-// The pictures in docs/images. One that is to be added is a line in the list.
+// The screenshots in docs/images; add a line to the list for each.
 import { fileURLToPath } from 'node:url';
 import { errorOf, field, file, kAdmin, send, signInTo, told } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
@@ -10,8 +10,8 @@ const kDesk = { width: 1152, height: 760 };
 const kHand = { width: 390, height: 760 };
 const kOwner = { ...kAdmin, password: 'correct horse' };
 
-// What differs from one machine or moment to the next is made up: figures that would come from the
-// phone, and what the elements of a selector show.
+// Replaces whatever differs between machines or runs: the live data of the phone, and the texts of
+// these selectors.
 const kSteadyTexts = {
     'tr:has(.code) td:nth-child(1)': 'eth0',
     'tr:has(.code) td:nth-child(2)': '192.0.2.10',
@@ -40,7 +40,7 @@ function figures(i) {
     };
 }
 
-// Two minutes of what the page shows, in a moment; until what it began with is off the charts.
+// Fast-forwards two minutes of live data, until the initial values have left the charts.
 async function letTimePass(page) {
     await page.clock.pauseAt('2026-03-02T09:00:30');
     await expect(page.locator('[data-value=uptime]')).toHaveText(figures(shown - 1).uptime.text);
@@ -122,7 +122,7 @@ for (const { name, p, before, after, viewport = kDesk, colorScheme = 'light', la
             await page.locator(selector).evaluateAll((elements, shown) => elements.forEach(
                 (element) => { element.textContent = shown; }), text);
         }
-        // Nothing is to look otherwise because the pointer was left there.
+        // No hover effects from the pointer.
         await page.mouse.move(0, 0);
         await page.evaluate(() => window.scrollTo(0, 0));
         await page.screenshot({ path: `${kImages}${name}.png`, caret: 'hide' });

@@ -1,5 +1,5 @@
-// Each answer to a mistake and each result of a form, in every language and without script.
-import { kLanguages, textsIn } from '../support/languages.js';
+// Every error message and every result of a form, in each language and without script.
+import { kLanguages, textIn } from '../support/languages.js';
 import { errorOf, expectSignedOut, field, file, fill, fillSignIn, formOf, image, kAdmin, open,
     signIn, told } from '../support/phone.js';
 import { expect, startWithNewPhone, test as base } from '../support/test.js';
@@ -7,8 +7,8 @@ import { expect, startWithNewPhone, test as base } from '../support/test.js';
 const test = base.extend({
     javaScriptEnabled: false,
 
-    // axe-core is a script: a reader who runs scripts, but none of the phone's, gets the same answer.
-    // What it looks after is the same in every language; it is slow, so it does so in the first.
+    // axe-core is a script, so it runs in a second browser context that allows scripts and gets the
+    // same response without app.js. It is slow and finds the same in every language: one is enough.
     check: async ({ visit, check, watches, language }, use) => {
         if (language !== kLanguages[0]) {
             await use((page) => check(page, { schemes: [] }));
@@ -26,7 +26,7 @@ const test = base.extend({
     },
 });
 
-// Sends what the browser alone would hold off, too; only the phone checks it.
+// Sends the form without the browser's validation, so that only the phone checks it.
 async function send(page, values) {
     const form = formOf(page, Object.keys(values)[0]);
     await form.evaluate((element) => { element.noValidate = true; });
@@ -43,12 +43,10 @@ for (const language of kLanguages) {
         test.use({ language });
         startWithNewPhone();
 
-        const texts = textsIn(language);
-        const text = (key, values = {}) => Object.entries(values).reduce(
-            (filled, [name, value]) => filled.replace(`{${name}}`, value), texts[key]);
+        const text = textIn(language);
         const errors = (count) => text('form.errors', { errorCount: count });
 
-        // The page that came says this, in its language, and has no fault.
+        // Expects this message, on a page that passes all checks.
         async function expectAnswer(page, check, says) {
             await expect(told(page)).toHaveText(says);
             await check(page);
@@ -62,7 +60,7 @@ for (const language of kLanguages) {
                 Object.keys(wanted).length);
         }
 
-        test('the forms of settings answer', async ({ page, check, expectStatus }) => {
+        test('the settings forms show errors and results', async ({ page, check, expectStatus }) => {
             await signIn(page);
             const refused = [
                 ['accounts', { label: '', userName: 'a b', server: 'no_such host', port: '0',
@@ -96,7 +94,7 @@ for (const language of kLanguages) {
             });
         });
 
-        test('the contacts answer', async ({ page, check, expectStatus }) => {
+        test('the contacts page shows errors and results', async ({ page, check, expectStatus }) => {
             await signIn(page);
             await open(page, 'contacts');
             const remove = page.locator('form[action$="q=remove"] button').first();
@@ -115,7 +113,7 @@ for (const language of kLanguages) {
             await expectAnswer(other, check, text('contacts.gone'));
         });
 
-        test('the import of contacts answers', async ({ page, check, expectStatus }) => {
+        test('the import of contacts shows errors and results', async ({ page, check, expectStatus }) => {
             await signIn(page);
             const preview = async (content) => {
                 await open(page, 'contacts-preview');
@@ -140,7 +138,7 @@ for (const language of kLanguages) {
             await expectAnswer(page, check, text('upload.empty'));
         });
 
-        test('the import of a configuration answers', async ({ page, check, expectStatus }) => {
+        test('the import of a configuration shows errors and results', async ({ page, check, expectStatus }) => {
             await signIn(page);
             await open(page, 'settings-config');
             expectStatus(422);
@@ -165,7 +163,7 @@ for (const language of kLanguages) {
             await expectAnswer(page, check, text('config.noCopy'));
         });
 
-        test('the upload of firmware answers', async ({ page, check, expectStatus }) => {
+        test('the firmware upload shows errors and results', async ({ page, check, expectStatus }) => {
             await signIn(page);
             await open(page, 'settings-upgrade');
             const damaged = image();
@@ -193,7 +191,7 @@ for (const language of kLanguages) {
             await expectAnswer(page, check, text('upgrade.notConfirmed'));
         });
 
-        test('a key that there is not is refused', async ({ page, check, expectStatus }) => {
+        test('an unknown key is refused', async ({ page, check, expectStatus }) => {
             await signIn(page);
             await open(page, 'phone');
             const key = action(page, 'q=key');
@@ -204,7 +202,7 @@ for (const language of kLanguages) {
             await check(page);
         });
 
-        test('the phone that restarts is busy', async ({ page, check, expectStatus }) => {
+        test('a restarting phone is busy', async ({ page, check, expectStatus }) => {
             await signIn(page);
             const [other, third] = [await page.context().newPage(), await page.context().newPage()];
             await open(other, 'settings-autop');
@@ -225,8 +223,8 @@ for (const language of kLanguages) {
             await check(third);
         });
 
-        // The last, since whoever guessed has to wait.
-        test('the sign-in form answers', async ({ page, check, expectStatus }) => {
+        // Last, because sign-in attempts are limited afterwards.
+        test('the sign-in form shows errors', async ({ page, check, expectStatus }) => {
             const wrong = { ...kAdmin, password: 'wrong' };
             const alert = page.getByRole('alert');
             await page.goto('/');
@@ -238,7 +236,7 @@ for (const language of kLanguages) {
 
             const guess = () => page.request.post('/servlet?p=login&q=login', { form: wrong });
             while ((await guess()).status() !== 429) {
-                // Guesses on; each wait is twice as long as the one before.
+                // Keeps guessing; each wait is twice as long as the previous one.
             }
             expectStatus(429);
             await fillSignIn(page);

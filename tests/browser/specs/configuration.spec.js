@@ -1,4 +1,5 @@
-// The configuration as a file.
+// The configuration file.
+import { text } from '../support/languages.js';
 import { download, expectValues, field, file, open, send, signInTo, told }
     from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
@@ -27,7 +28,7 @@ async function expectHostName(page, hostname) {
     await expectValues(page, { hostname });
 }
 
-test('what was taken from the phone is given back to it', async ({ page, check }) => {
+test('an exported configuration can be imported', async ({ page, check }) => {
     await signInTo(page, 'network');
     await setHostName(page, 'before');
     await open(page, 'settings-config');
@@ -36,13 +37,13 @@ test('what was taken from the phone is given back to it', async ({ page, check }
 
     await setHostName(page, 'after');
     await importFile(page, content);
-    await expect(told(page)).toHaveText('The configuration was imported.');
+    await expect(told(page)).toHaveText(text('config.imported'));
     await check(page, kBothSchemes);
     expect((await takeFile(page)).content).toEqual(content);
     await expectHostName(page, 'before');
 });
 
-test('the settings from before an import are taken back', async ({ page, check }) => {
+test('the local copy restores the settings from before an import', async ({ page, check }) => {
     await signInTo(page, 'network');
     await setHostName(page, 'kept');
     await importFile(page,
@@ -50,29 +51,29 @@ test('the settings from before an import are taken back', async ({ page, check }
     await expectHostName(page, 'new');
 
     await open(page, 'settings-config');
-    await page.getByRole('button', { name: 'Restore' }).click();
-    await expect(told(page)).toHaveText('The local copy was restored.');
+    await page.getByRole('button', { name: text('config.restore') }).click();
+    await expect(told(page)).toHaveText(text('config.restored'));
     await check(page);
     await expectHostName(page, 'kept');
 
     await open(page, 'settings-config');
     await page.getByRole('button', { name: 'Remove' }).click();
-    await expect(told(page)).toHaveText('The local copy was removed.');
-    await expect(page.getByText('There is no local copy yet. Importing a configuration creates one.')).toBeVisible();
-    await expect(page.getByRole('button', { name: 'Restore' })).toHaveCount(0);
+    await expect(told(page)).toHaveText(text('config.removed'));
+    await expect(page.getByText(text('config.localNone'))).toBeVisible();
+    await expect(page.getByRole('button', { name: text('config.restore') })).toHaveCount(0);
 });
 
-test('a copy that is gone cannot be taken back', async ({ page, expectStatus, check }) => {
+test('a removed local copy cannot be restored', async ({ page, expectStatus, check }) => {
     await signInTo(page, 'settings-config');
     await importFile(page, '<configuration/>');
     const other = await page.context().newPage();
     await open(other, 'settings-config');
     await other.getByRole('button', { name: 'Remove' }).click();
-    await expect(told(other)).toHaveText('The local copy was removed.');
+    await expect(told(other)).toHaveText(text('config.removed'));
 
     expectStatus(422);
-    await page.getByRole('button', { name: 'Restore' }).click();
-    await expect(told(page)).toHaveText('There is no local copy.');
+    await page.getByRole('button', { name: text('config.restore') }).click();
+    await expect(told(page)).toHaveText(text('config.noCopy'));
     await check(page);
 });
 
@@ -80,20 +81,20 @@ const kRefused = {
     'bad values': [`<configuration>
         <account><label>Fine</label></account><account><port>0</port><expiry>soon</expiry></account>
         <network><hostname>-</hostname><colour>red</colour></network></configuration>`, [
-        ['account[2]/port', 'Enter a value of at least 1.'],
-        ['account[2]/expiry', 'Enter a whole number.'],
-        ['network/colour', 'The phone has no setting with this name.'],
-        ['network/hostname', 'Enter a valid host name.'],
+        ['account[2]/port', text('error.tooSmall', { limit: 1 })],
+        ['account[2]/expiry', text('error.notANumber')],
+        ['network/colour', text('error.unknownElement')],
+        ['network/hostname', text('error.badHost')],
     ]],
-    'no XML': ['hostname = desk', [['config', 'This is not a configuration file for this phone.']]],
-    'XML of something else': ['<html/>', [['html', 'The phone has no setting with this name.']]],
+    'no XML': ['hostname = desk', [['config', text('error.notXml')]]],
+    'XML of something else': ['<html/>', [['html', text('error.unknownElement')]]],
     'a document type': ['<!DOCTYPE a [<!ENTITY b "c">]><configuration/>',
-        [['config', 'This is not a configuration file for this phone.']]],
+        [['config', text('error.notXml')]]],
     'another encoding': [Buffer.from([0x3c, 0xe4, 0x2f, 0x3e]),
-        [['config', 'The text is not encoded as UTF-8.']]],
+        [['config', text('error.notUtf8')]]],
 };
 
-test('a file that cannot be used is refused as a whole', async ({ page, expectStatus, check }) => {
+test('a file with errors is rejected as a whole', async ({ page, expectStatus, check }) => {
     await signInTo(page, 'network');
     await setHostName(page, 'stays');
     for (const [what, [content, rows]] of Object.entries(kRefused)) {
@@ -101,20 +102,20 @@ test('a file that cannot be used is refused as a whole', async ({ page, expectSt
             expectStatus(422);
             await importFile(page, content);
             await expect(told(page)).toHaveText(
-                'The file was not imported because it contains errors:');
+                text('config.errors'));
             await expect(page.locator('tbody td')).toHaveText(rows.flat());
             await check(page);
         });
     }
     expectStatus(422);
     await importFile(page, `<configuration>${' '.repeat(64 * 1024)}</configuration>`);
-    await expect(told(page)).toHaveText('The file is too large. The maximum size is 64 KiB.');
+    await expect(told(page)).toHaveText(text('config.tooLarge'));
     await expectHostName(page, 'stays');
 });
 
-test('no file is not sent', async ({ page }) => {
+test('the form is not sent without a file', async ({ page }) => {
     await signInTo(page, 'settings-config');
     await page.getByRole('button', { name: 'Import' }).click();
-    await expect(page.locator('#config-error')).toHaveText('Please fill in this field.');
+    await expect(page.locator('#config-error')).toHaveText(text('error.required'));
     await expect(told(page)).toHaveCount(0);
 });

@@ -1,4 +1,5 @@
-// The directory: a thousand contacts to begin with.
+// The contacts page, starting with a thousand contacts.
+import { text } from '../support/languages.js';
 import { download, errorOf, expectAt, expectValues, field, file, open, send, signInTo, told }
     from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
@@ -8,35 +9,36 @@ startWithNewPhone();
 const kBothSchemes = { schemes: ['light', 'dark'] };
 
 const rows = (page) => page.locator('form[action$="q=remove"] tbody tr');
-const search = (page, text) => send(page, { search: text });
-const csv = (text) => file('list.csv', text, 'text/csv');
+const search = (page, wanted) => send(page, { search: wanted });
+const csv = (content) => file('list.csv', content, 'text/csv');
 
-async function preview(page, text) {
+async function preview(page, content) {
     await open(page, 'contacts-preview');
-    await field(page, 'contacts').setInputFiles(csv(text));
-    await page.getByRole('button', { name: 'Show preview' }).click();
+    await field(page, 'contacts').setInputFiles(csv(content));
+    await page.getByRole('button', { name: text('preview.submit') }).click();
 }
 
 async function expectCounts(page, counts) {
     await expect(page.locator('.counts dd')).toHaveText(counts.map(String));
 }
 
-test.describe('the list', () => {
-    test('is shown page by page', async ({ page, check }) => {
+test.describe('the contact list', () => {
+    test('is split into pages', async ({ page, check }) => {
         await signInTo(page, 'contacts');
-        await expect(page.getByText('Contacts: 1000')).toBeVisible();
+        await expect(page.getByText(text('contacts.count', { contactCount: 1000 }))).toBeVisible();
         await expect(page.locator('.paging')).toHaveText(/^\s*Page 1 of 50\s+Next\s*$/);
         const first = await rows(page).first().innerText();
-        await page.getByRole('link', { name: 'Next' }).click();
-        await expect(page.locator('.paging')).toContainText('Page 2 of 50');
+        await page.getByRole('link', { name: text('contacts.next') }).click();
+        await expect(page.locator('.paging')).toContainText(
+            text('contacts.pageOf', { pageNumber: 2, pages: 50 }));
         await expect(rows(page)).toHaveCount(20);
         expect(await rows(page).first().innerText()).not.toBe(first);
         await check(page, kBothSchemes);
-        await page.getByRole('link', { name: 'Previous' }).click();
+        await page.getByRole('link', { name: text('contacts.previous') }).click();
         expect(await rows(page).first().innerText()).toBe(first);
     });
 
-    test('has a page for every number', async ({ page }) => {
+    test('shows the nearest page for any page number', async ({ page }) => {
         await signInTo(page, 'contacts');
         for (const [wanted, shown] of [
             ['50', 50], ['51', 50], ['0', 1], ['-7', 1], ['x', 1], ['9999999999999999999999', 1],
@@ -46,38 +48,39 @@ test.describe('the list', () => {
         }
     });
 
-    test('is searched by name and number, and the search is kept', async ({ page, check }) => {
+    test('can be searched by name and number, and keeps the search', async ({ page, check }) => {
         await signInTo(page, 'contacts');
         await search(page, 'ALICE and');
         await expect(rows(page)).toContainText(['Alice Anderson']);
         await check(page, kBothSchemes);
         await search(page, '49 30 23125');
         await expect(page.getByText(/^Found: \d+\. /)).toBeVisible();
-        await page.getByRole('link', { name: 'Next' }).click();
+        await page.getByRole('link', { name: text('contacts.next') }).click();
         await expect(page.locator('.paging')).toContainText('Page 2');
         await expectValues(page, { search: '49 30 23125' });
-        await page.getByRole('link', { name: 'Show all' }).click();
-        await expect(page.getByText('Contacts: 1000')).toBeVisible();
+        await page.getByRole('link', { name: text('contacts.all') }).click();
+        await expect(page.getByText(text('contacts.count', { contactCount: 1000 }))).toBeVisible();
     });
 
-    test('is searched in any script', async ({ page }) => {
+    test('can be searched in any script', async ({ page }) => {
         await signInTo(page, 'contacts');
-        for (const text of ['伟', 'Åsa', "O'Neill"]) {
-            await search(page, text);
-            await expect(rows(page).first()).toContainText(text);
+        for (const wanted of ['伟', 'Åsa', "O'Neill"]) {
+            await search(page, wanted);
+            await expect(rows(page).first()).toContainText(wanted);
         }
     });
 
-    test('shows what was searched in vain as it was entered', async ({ page, check }) => {
+    test('shows a search text without matches exactly as entered', async ({ page, check }) => {
         await signInTo(page, 'contacts');
-        for (const text of [
+        for (const wanted of [
             'zq\'"<>&%', '%', '.*', '\\', '<TMPL_VAR name="token">', '&amp;', '%3Cb%3E', '\u202e',
             '😀'.repeat(32),
         ]) {
-            await search(page, text);
+            await search(page, wanted);
             await expectAt(page, 'contacts');
-            await expect(page.getByText(`No contacts match "${text}".`), text).toBeVisible();
-            await expectValues(page, { search: text });
+            const message = text('contacts.nothing', { search: wanted });
+            await expect(page.getByText(message), wanted).toBeVisible();
+            await expectValues(page, { search: wanted });
         }
         await check(page);
     });
@@ -86,10 +89,10 @@ test.describe('the list', () => {
 test.describe('a contact', () => {
     const kContact = { name: 'Zoltan "Zed" Quick', number: '+36 (1) 555-0199' };
 
-    test('is added, found and removed', async ({ page, check }) => {
+    test('can be added, found and removed', async ({ page, check }) => {
         await signInTo(page, 'contacts');
         await send(page, kContact);
-        await expect(told(page)).toHaveText('The contact was added.');
+        await expect(told(page)).toHaveText(text('contacts.added'));
         await search(page, 'zed');
         await expect(rows(page)).toHaveCount(1);
         await expect(rows(page)).toContainText(kContact.name);
@@ -97,48 +100,49 @@ test.describe('a contact', () => {
         await check(page, kBothSchemes);
 
         await page.getByRole('button', { name: `Remove: ${kContact.name}` }).click();
-        await expect(told(page)).toHaveText('The contact was removed.');
-        await expect(page.getByText('No contacts match "zed".')).toBeVisible();
+        await expect(told(page)).toHaveText(text('contacts.removed'));
+        await expect(page.getByText(text('contacts.nothing', { search: 'zed' }))).toBeVisible();
     });
 
-    test('that is removed twice is said to be gone', async ({ visit }) => {
+    test('that another user removed is reported', async ({ visit }) => {
         const [one, other] = [await visit(), await visit()];
         for (const page of [one, other]) {
             await signInTo(page, 'contacts');
         }
-        for (const [page, text] of [
-            [one, 'The contact was removed.'],
-            [other, 'This contact no longer exists.'],
+        for (const [page, message] of [
+            [one, text('contacts.removed')],
+            [other, text('contacts.gone')],
         ]) {
             await rows(page).first().getByRole('button').click();
-            await expect(told(page)).toHaveText(text);
+            await expect(told(page)).toHaveText(message);
         }
     });
 
-    test('has a name of its own', async ({ page, expectStatus, check }) => {
+    test('must have a unique name', async ({ page, expectStatus, check }) => {
         await signInTo(page, 'contacts');
         expectStatus(422);
         await send(page, { name: 'Alice Brooks', number: '1' });
-        await expect(errorOf(page, 'name')).toHaveText('This entry already exists.');
+        await expect(errorOf(page, 'name')).toHaveText(text('error.duplicate'));
         await expectValues(page, { name: 'Alice Brooks', number: '1' });
         await check(page, kBothSchemes);
     });
 
-    test('has a number that can be dialled', async ({ page }) => {
+    test('must have a number that can be dialled', async ({ page }) => {
         await signInTo(page, 'contacts');
         await send(page, { name: 'Nobody', number: 'call me' });
         await expect(errorOf(page, 'number')).toHaveText(
-            'Use only digits, spaces and + * # ( ) -, with at least one digit.');
+            text('error.badNumber'));
         await send(page, { name: '', number: '1' });
-        await expect(errorOf(page, 'name')).toHaveText('Please fill in this field.');
+        await expect(errorOf(page, 'name')).toHaveText(text('error.required'));
         await expect(told(page)).toHaveCount(0);
     });
 });
 
-test.describe('a list', () => {
-    test('is taken from the phone', async ({ page }) => {
+test.describe('a contact file', () => {
+    test('can be exported', async ({ page }) => {
         await signInTo(page, 'contacts');
-        const { name, content } = await download(page, page.getByRole('link', { name: 'Export' }));
+        const link = page.getByRole('link', { name: text('contacts.export') });
+        const { name, content } = await download(page, link);
         expect(name).toBe('contacts.csv');
         const lines = content.toString('utf-8').split('\r\n');
         expect(lines[0]).toBe('name,number');
@@ -148,7 +152,7 @@ test.describe('a list', () => {
     const kList = ['name,number', '"Aaron, A.",111', 'Benjamin Brooks,222', 'Nobody,none', ',333',
         '"open,444', ''].join('\n');
 
-    test('is shown before it is imported', async ({ page, check }) => {
+    test('is previewed before it is imported', async ({ page, check }) => {
         await signInTo(page, 'contacts');
         await preview(page, kList);
         await expectCounts(page, [1, 1, 0, 3]);
@@ -161,23 +165,24 @@ test.describe('a list', () => {
             /^5.*Name: Please fill in/s, /^6.*"open,444.*two columns, or a quotation mark/s]);
         await check(page, kBothSchemes);
 
-        await page.getByRole('button', { name: 'Import now' }).click();
-        await expect(told(page)).toHaveText('The contacts were imported.');
+        await page.getByRole('button', { name: text('preview.apply') }).click();
+        await expect(told(page)).toHaveText(text('contacts.imported'));
         await expect(rows(page).first()).toContainText('Aaron, A.');
         await search(page, 'Benjamin Brooks');
         await expect(rows(page)).toContainText('222');
     });
 
-    test('that is imported once more changes nothing', async ({ page }) => {
+    test('that is imported again changes nothing', async ({ page }) => {
         await signInTo(page, 'contacts');
-        const { content } = await download(page, page.getByRole('link', { name: 'Export' }));
+        const link = page.getByRole('link', { name: text('contacts.export') });
+        const { content } = await download(page, link);
         await preview(page, content);
         await expect(page.locator('.counts dd').first()).toHaveText('0');
-        await expect(page.getByText('There is nothing to import.')).toBeVisible();
-        await expect(page.getByRole('button', { name: 'Import now' })).toHaveCount(0);
+        await expect(page.getByText(text('preview.nothing'))).toBeVisible();
+        await expect(page.getByRole('button', { name: text('preview.apply') })).toHaveCount(0);
     });
 
-    test('that is shown is dropped by going elsewhere', async ({ page, expectStatus, check }) => {
+    test('loses its preview when its user opens another page', async ({ page, expectStatus, check }) => {
         await signInTo(page, 'contacts');
         await preview(page, 'Zoltan Quick,1\n');
         await expectCounts(page, [1, 0, 0, 0]);
@@ -187,15 +192,15 @@ test.describe('a list', () => {
         const elsewhere = await page.context().newPage();
         await open(elsewhere, 'audio');
         expectStatus(409);
-        await page.getByRole('button', { name: 'Import now' }).click();
+        await page.getByRole('button', { name: text('preview.apply') }).click();
         await expect(told(page)).toHaveText(
-            'The preview has expired. Select the file again.');
+            text('preview.gone'));
         await check(page, kBothSchemes);
         await open(page, 'contacts-preview');
         await expect(page.locator('.counts')).toHaveCount(0);
     });
 
-    test('that is shown to one is not shown to another', async ({ visit }) => {
+    test('is previewed to its own user only', async ({ visit }) => {
         const [one, other] = [await visit(), await visit()];
         await signInTo(one, 'contacts');
         await preview(one, 'Zoltan Quick,1\n');
@@ -206,29 +211,30 @@ test.describe('a list', () => {
         await expectCounts(one, [1, 0, 0, 0]);
     });
 
-    test('is discarded', async ({ page }) => {
+    test('can be discarded', async ({ page }) => {
         await signInTo(page, 'contacts');
         await preview(page, 'Zoltan Quick,1\n');
-        await page.getByRole('link', { name: 'Discard' }).click();
+        await page.getByRole('link', { name: text('preview.leave') }).click();
         await search(page, 'Zoltan Quick');
-        await expect(page.getByText('No contacts match "Zoltan Quick".')).toBeVisible();
+        const message = text('contacts.nothing', { search: 'Zoltan Quick' });
+        await expect(page.getByText(message)).toBeVisible();
     });
 
-    for (const [what, text, says] of [
-        ['is empty', '', 'No file was selected, or the file is empty.'],
+    for (const [what, content, says] of [
+        ['is empty', '', text('upload.empty')],
         ['is too large', 'x'.repeat(1024 * 1024 + 1),
-            'The file is too large. The maximum size is 1 MiB.'],
+            text('preview.tooLarge')],
     ]) {
-        test(`that ${what} is refused`, async ({ page, expectStatus, check }) => {
+        test(`that ${what} is rejected`, async ({ page, expectStatus, check }) => {
             await signInTo(page, 'contacts');
             expectStatus(422);
-            await preview(page, text);
+            await preview(page, content);
             await expect(told(page)).toHaveText(says);
             await check(page);
         });
     }
 
-    test('that is no text is refused line by line', async ({ page, check }) => {
+    test('that is not text is rejected line by line', async ({ page, check }) => {
         await signInTo(page, 'contacts');
         await preview(page, Buffer.from([0xff, 0xfe, 0x00, 0x2c, 0x31, 0x0a]));
         await expectCounts(page, [0, 0, 0, 1]);

@@ -1,6 +1,7 @@
-// New firmware, restarts, and the return to the factory's settings.
+// Firmware upload, restart, factory reset and auto-provisioning.
 import { once } from 'node:events';
 import { connect, createServer } from 'node:net';
+import { text } from '../support/languages.js';
 import { download, expectAt, expectSignedIn, expectSignedOut, expectValues, field, file, fillSignIn,
     image, kPages, open, send, signIn, signInTo, told, wordOf } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
@@ -20,10 +21,10 @@ const banner = (page) => page.locator('#notice');
 
 async function upload(page, content) {
     await field(page, 'firmware').setInputFiles(file('phone.img', content));
-    await page.getByRole('button', { name: 'Upload' }).click();
+    await page.getByRole('button', { name: text('upgrade.upload') }).click();
 }
 
-// What leaves this page leaves it so slowly that there is time to look at it.
+// Slows down the uploads of this page so that a test can observe them.
 async function slowDown(page, bytesPerSecond) {
     const debugged = await page.context().newCDPSession(page);
     await debugged.send('Network.enable');
@@ -31,8 +32,8 @@ async function slowDown(page, bytesPerSecond) {
         offline: false, latency: 0, downloadThroughput: -1, uploadThroughput: bytesPerSecond });
 }
 
-// A line to the phone that breaks as soon as an upload has carried so many bytes, and again when the
-// browser tries the same upload once more on another connection.
+// A proxy to the phone that drops the connection after this many bytes of an upload, and again when
+// the browser retries the upload on another connection.
 async function lineThatBreaks(bytes) {
     let hasBroken = false;
     const line = createServer((browser) => {
@@ -64,8 +65,8 @@ const factoryVersion = async (page) => {
     return name.match(/^firmware-(.*)\.img$/)[1];
 };
 
-test.describe('an upload', () => {
-    test('shows how far it is', async ({ page }) => {
+test.describe('a firmware upload', () => {
+    test('shows its progress', async ({ page }) => {
         await signInTo(page, 'settings-upgrade');
         await slowDown(page, 2 * kMiB);
         await upload(page, largeImage());
@@ -73,27 +74,27 @@ test.describe('an upload', () => {
         const first = await progressOf(page);
         await expect.poll(() => progressOf(page)).toBeGreaterThan(first);
         await expect(uploadStatus(page)).toHaveText(/^\d0% sent$/);
-        await expect(page.getByRole('button', { name: 'Upload' })).toBeHidden();
+        await expect(page.getByRole('button', { name: text('upgrade.upload') })).toBeHidden();
         await expect(told(page)).toContainText('Version 9.8.7 was received.');
         await expect(page.locator('#main')).toBeFocused();
         await expect(bar(page)).toBeHidden();
     });
 
-    test('is cancelled, and may begin anew', async ({ page, expectFailure }) => {
+    test('can be cancelled and repeated', async ({ page, expectFailure }) => {
         await signInTo(page, 'settings-upgrade');
         await slowDown(page, kMiB / 4);
         await upload(page, largeImage());
         expectFailure();
         await page.getByRole('button', { name: 'Cancel' }).click();
         await expect(uploadStatus(page)).toHaveText(
-            'Upload cancelled. Nothing was changed.');
+            text('upload.cancelled'));
         await expect(bar(page)).toBeHidden();
         await slowDown(page, -1);
         await upload(page, image());
         await expect(told(page)).toContainText('was received');
     });
 
-    test('that is cut off leaves the firmware as it is', async ({ page, expectFailure }) => {
+    test('that is cut off leaves the firmware unchanged', async ({ page, expectFailure }) => {
         const line = await lineThatBreaks(kMiB);
         await page.goto(`${line.address}/`);
         await fillSignIn(page);
@@ -103,7 +104,7 @@ test.describe('an upload', () => {
         expectFailure();
         await upload(page, largeImage());
         await expect(uploadStatus(page)).toHaveText(
-            'The upload failed. Nothing was changed.');
+            text('upload.failed'));
         await expect(bar(page)).toBeHidden();
         await line.close();
 
@@ -113,19 +114,19 @@ test.describe('an upload', () => {
         await expect(told(page)).toContainText('was received');
     });
 
-    test('of an image that is no good is refused', async ({ page, expectStatus }) => {
+    test('of an invalid image is rejected', async ({ page, expectStatus }) => {
         const damaged = image();
         damaged[50] ^= 1;
         await signInTo(page, 'settings-upgrade');
         const before = await version(page).innerText();
         for (const [content, says] of [
-            [damaged, 'The image is damaged. The current firmware stays in use.'],
+            [damaged, text('upgrade.damaged')],
             [image().subarray(0, -1),
-                'The image was not received completely. The current firmware stays in use.'],
+                text('upgrade.incomplete')],
             [image({ model: 'Wall phone' }),
-                'This image is for a different model. The current firmware stays in use.'],
+                text('upgrade.otherModel')],
             [Buffer.alloc(100, 'x'),
-                'This is not a firmware image for this phone. The current firmware stays in use.'],
+                text('upgrade.notImage')],
         ]) {
             expectStatus(422);
             await upload(page, content);
@@ -134,14 +135,14 @@ test.describe('an upload', () => {
         }
     });
 
-    test('without a file is not sent', async ({ page }) => {
+    test('is not sent without a file', async ({ page }) => {
         await signInTo(page, 'settings-upgrade');
-        await page.getByRole('button', { name: 'Upload' }).click();
-        await expect(page.locator('#firmware-error')).toHaveText('Please fill in this field.');
+        await page.getByRole('button', { name: text('upgrade.upload') }).click();
+        await expect(page.locator('#firmware-error')).toHaveText(text('error.required'));
     });
 });
 
-test('new firmware runs from the next restart on, which each open page tells',
+test('new firmware runs from the next restart on, which every open page announces',
     async ({ visit, request, check }) => {
         const [own, other] = [await visit(), await visit({ language: 'de' })];
         await signInTo(other, 'audio');
@@ -151,22 +152,22 @@ test('new firmware runs from the next restart on, which each open page tells',
         await expect(told(own)).toContainText('version 9.8.7. It runs from the next restart on.');
         await expect(version(own)).toHaveText(before);
 
-        await own.getByRole('button', { name: 'Restart phone' }).click();
+        await own.getByRole('button', { name: text('upgrade.restartNow') }).click();
         await expect(own.locator('h1')).toHaveText('Please wait');
-        await expect(banner(own)).toHaveText('The phone is restarting.');
+        await expect(banner(own)).toHaveText(text('notice.reboot'));
         await expect(banner(other)).toHaveText('Das Telefon startet neu.', { timeout: 10_000 });
         await check(own, kBothSchemes);
         await check(other, kBothSchemes);
 
         await expect(banner(other)).toBeEmpty({ timeout: 20_000 });
-        // Which goes on by itself.
+        // The page continues by itself.
         await expectAt(own, 'status');
         await expect(banner(own)).toBeEmpty();
         await expect(own.locator('dd').nth(1)).toHaveText('9.8.7');
         expect(await wordOf(request)).toBe('idle');
     });
 
-test('a restart is told on every page, and to whoever is not signed in',
+test('a restart is announced on every page, even before signing in',
     async ({ page, visit, request }) => {
         const outside = await visit();
         await outside.goto('/');
@@ -176,26 +177,26 @@ test('a restart is told on every page, and to whoever is not signed in',
             pages.push(await page.context().newPage());
             await open(pages.at(-1), p);
         }
-        await page.getByRole('button', { name: 'Restart phone' }).click();
+        await page.getByRole('button', { name: text('upgrade.restartNow') }).click();
         await Promise.all([...pages, outside].map((each) =>
             expect(banner(each), each.url()).toHaveText(
-                'The phone is restarting.', { timeout: 10_000 })));
+                text('notice.reboot'), { timeout: 10_000 })));
         await waitUntilIdle(request);
     });
 
-test('while it restarts, the phone does not restart again',
+test('a restarting phone rejects another restart',
     async ({ page, request, expectStatus }) => {
     await signInTo(page, 'settings-upgrade');
-    await page.getByRole('button', { name: 'Restart phone' }).click();
+    await page.getByRole('button', { name: text('upgrade.restartNow') }).click();
     await expect(page.locator('h1')).toHaveText('Please wait');
     await open(page, 'settings-upgrade');
     expectStatus(409);
-    await page.getByRole('button', { name: 'Restart phone' }).click();
-    await expect(page.locator('h1')).toHaveText('The phone is busy');
+    await page.getByRole('button', { name: text('upgrade.restartNow') }).click();
+    await expect(page.locator('h1')).toHaveText(text('message.busy'));
     await waitUntilIdle(request);
 });
 
-test('the factory settings come back only when that is confirmed',
+test('a factory reset requires confirmation',
     async ({ visit, request, check }) => {
         const [page, other] = [await visit(), await visit()];
         await signInTo(other, 'contacts');
@@ -204,16 +205,16 @@ test('the factory settings come back only when that is confirmed',
         await expect(told(page)).toHaveText('Saved.');
 
         await open(page, 'settings-upgrade');
-        await page.getByText('Reset phone …').click();
-        await page.getByRole('button', { name: 'Reset now' }).click();
-        await expect(page.locator('#confirm-error')).toHaveText('Please fill in this field.');
+        await page.getByText(text('upgrade.resetOpen')).click();
+        await page.getByRole('button', { name: text('upgrade.resetNow') }).click();
+        await expect(page.locator('#confirm-error')).toHaveText(text('error.required'));
         await check(page, kBothSchemes);
         expect(await wordOf(request)).toBe('idle');
 
-        await page.getByLabel('Yes, erase all settings and contacts.').check();
-        await page.getByRole('button', { name: 'Reset now' }).click();
+        await page.getByLabel(text('upgrade.resetConfirm')).check();
+        await page.getByRole('button', { name: text('upgrade.resetNow') }).click();
         await expect(page.locator('h1')).toHaveText('Please wait');
-        await expect(banner(page)).toHaveText('The phone is being reset to its factory settings.');
+        await expect(banner(page)).toHaveText(text('notice.reset'));
         await check(page, kBothSchemes);
         await open(other, 'audio');
         await expectSignedOut(other);
@@ -226,23 +227,23 @@ test('the factory settings come back only when that is confirmed',
         await expectSignedIn(other);
     });
 
-test.describe('provisioning', () => {
-    test('shows how far it is, here and on other pages, and ends by itself', async ({ visit, check }) => {
+test.describe('auto-provisioning', () => {
+    test('shows its progress on every page and ends by itself', async ({ visit, check }) => {
         const [page, other] = [await visit(), await visit({ language: 'zh' })];
         await signInTo(other, 'contacts');
         await signInTo(page, 'settings-autop');
-        await expect(page.getByText('Never')).toBeVisible();
-        await page.getByRole('button', { name: 'Start now' }).click();
+        await expect(page.getByText(text('autop.never'))).toBeVisible();
+        await page.getByRole('button', { name: text('autop.start') }).click();
         const progress = page.locator('#main progress');
         await expect(progress).toBeVisible();
-        await expect(banner(page)).toHaveText('The phone is being provisioned.');
+        await expect(banner(page)).toHaveText(text('notice.autoprovision'));
         await expect(banner(other)).not.toBeEmpty({ timeout: 10_000 });
         await check(page, kBothSchemes);
         await expect.poll(() => progress.evaluate((element) => element.value), { timeout: 10_000 })
             .toBeGreaterThan(20);
 
         await expect(progress).toBeHidden({ timeout: 15_000 });
-        await expect(page.getByRole('button', { name: 'Start now' })).toBeVisible();
+        await expect(page.getByRole('button', { name: text('autop.start') })).toBeVisible();
         await expect(page.getByText(/^0 d 00:00:\d\d ago$/)).toBeVisible();
         await expect(banner(page)).toBeEmpty({ timeout: 10_000 });
         await expect(banner(other)).toBeEmpty({ timeout: 10_000 });

@@ -1,4 +1,5 @@
-// A text that means something to HTML, URLs, CSV and templates comes back as the text that it is.
+// Text with a meaning in HTML, URLs, CSV or templates is always shown literally.
+import { text } from '../support/languages.js';
 import { expectValues, field, file, fill, formOf, get, image, open, signInTo, told }
     from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
@@ -7,17 +8,17 @@ startWithNewPhone();
 
 const kHostile = 'zq\'"<>&%';
 
-// Sends a form as it is filled in, whatever the page's script thinks of it.
+// Sends a form without the validation of the page's script.
 const sendUnchecked = (form) => form.evaluate((element) => element.submit());
 
-// No element may come of the text: it would have been told by the validator or stand here.
+// The text must not create elements: the HTML validator or this would find them.
 async function expectText(page, check) {
     await expect(page.locator('zq, [zq]')).toHaveCount(0);
     await expect(page.locator('script')).toHaveCount(1);
     await check(page);
 }
 
-// All that take text; in a field for numbers a browser lets nobody enter any.
+// All text fields; a browser does not allow text in a number field.
 const kFields = {
     accounts: ['label', 'displayName', 'userName', 'secret', 'server'],
     network: ['address', 'netmask', 'gateway', 'dns1', 'dns2', 'hostname'],
@@ -26,20 +27,20 @@ const kFields = {
 };
 
 for (const [p, names] of Object.entries(kFields)) {
-    test(`in each field of the page ${p}`, async ({ page, check, expectStatus }) => {
+    test(`hostile text in each field of the page ${p}`, async ({ page, check, expectStatus }) => {
         await signInTo(page, p);
         const form = formOf(page, names[0]);
         const all = form.locator('input:not([type]), input[type=password], textarea');
         expect(await all.evaluateAll((inputs) => inputs.map(({ name }) => name))).toEqual(names);
         if (p === 'network') {
-            await page.getByLabel('Static').check();
+            await page.getByLabel(text('network.static')).check();
         }
         await fill(page, Object.fromEntries(names.map((name) => [name, kHostile])));
         expectStatus(422);
         await sendUnchecked(form);
         await expect(told(page)).toHaveText(/attention/);
         for (const name of names) {
-            // A password is not sent back.
+            // Passwords are not sent back.
             await expectValues(page, { [name]: name === 'secret' ? '' : kHostile });
         }
         await expectText(page, check);
@@ -59,7 +60,7 @@ for (const [query, names, shown] of [
     ['phone&q=key', ['number'], []],
     ['phone&q=key', ['command'], []],
 ]) {
-    test(`forged: ${names} of ${query}`, async ({ page }) => {
+    test(`forged values of ${names} for ${query}`, async ({ page }) => {
         await signInTo(page, query.split('&')[0]);
         const token = await page.locator('[name=token]').first().inputValue();
         const answer = await page.request.post(
@@ -67,7 +68,7 @@ for (const [query, names, shown] of [
         expect(answer.status()).toBe(422);
         const html = await answer.text();
         expect(html).not.toContain(kHostile);
-        // A field for numbers would not tell a text that it was given.
+        // A number field does not report the text that it was given.
         const { values, elements } = await page.evaluate((text) => {
             const made = new DOMParser().parseFromString(text, 'text/html');
             return {
@@ -82,14 +83,14 @@ for (const [query, names, shown] of [
     });
 }
 
-test('forged: where to go after a sign-in', async ({ page }) => {
+test('a forged page to open after signing in', async ({ page }) => {
     const answer = await page.request.post('/servlet?p=login&q=login', {
         form: { user: 'admin', password: 'admin', jumpto: kHostile }, maxRedirects: 0 });
     expect(answer.headers().location ?? '').not.toContain('zq');
     expect(await answer.text()).not.toContain('zq');
 });
 
-test('forged: the language and the page to come back to', async ({ page }) => {
+test('a forged language and page to return to', async ({ page }) => {
     const hostile = encodeURIComponent('zq\'"&%');
     const answer = await page.request.get(
         `/servlet?p=language&to=${hostile}&back=${hostile}`, { maxRedirects: 0 });
@@ -97,10 +98,10 @@ test('forged: the language and the page to come back to', async ({ page }) => {
     expect(JSON.stringify(answer.headersArray())).not.toContain('zq');
 });
 
-test('as the name of an account, wherever it is shown', async ({ page, check }) => {
+test('hostile text as the label of an account, wherever it is shown', async ({ page, check }) => {
     await signInTo(page, 'accounts');
     await fill(page, { label: kHostile, displayName: kHostile });
-    await page.getByRole('button', { name: 'Save' }).click();
+    await page.getByRole('button', { name: text('form.save') }).click();
     await expect(told(page)).toHaveText('Saved.');
     await expectValues(page, { label: kHostile, displayName: kHostile });
     await expect(page.locator('.tabs a').first()).toContainText(kHostile);
@@ -110,30 +111,30 @@ test('as the name of an account, wherever it is shown', async ({ page, check }) 
     await expectText(page, check);
 });
 
-test('as a contact, which can be removed again', async ({ page, check }) => {
+test('hostile text as a contact, which can be removed again', async ({ page, check }) => {
     await signInTo(page, 'contacts');
     await fill(page, { name: kHostile, number: '1' });
-    await page.getByRole('button', { name: 'Add' }).click();
-    await expect(told(page)).toHaveText('The contact was added.');
+    await page.getByRole('button', { name: text('contacts.addOne') }).click();
+    await expect(told(page)).toHaveText(text('contacts.added'));
     await fill(page, { search: kHostile });
-    await page.getByRole('button', { name: 'Search' }).click();
+    await page.getByRole('button', { name: text('contacts.find') }).click();
     await expect(page.getByRole('cell', { name: kHostile, exact: true })).toBeVisible();
     await expectText(page, check);
     await page.getByRole('button', { name: `Remove: ${kHostile}` }).click();
-    await expect(told(page)).toHaveText('The contact was removed.');
+    await expect(told(page)).toHaveText(text('contacts.removed'));
 });
 
-test('in a list of contacts', async ({ page, check }) => {
+test('hostile text in a contact file', async ({ page, check }) => {
     await signInTo(page, 'contacts-preview');
     const quoted = `"${kHostile.replace('"', '""')}"`;
     await field(page, 'contacts').setInputFiles(
         file(`${kHostile}.csv`, `${quoted},1\nWrong,${quoted}\n`, 'text/csv'));
-    await page.getByRole('button', { name: 'Show preview' }).click();
+    await page.getByRole('button', { name: text('preview.submit') }).click();
     await expect(page.getByRole('cell', { name: kHostile, exact: true })).toBeVisible();
     await expectText(page, check);
 });
 
-test('as user name of a sign-in', async ({ page, check, expectStatus }) => {
+test('hostile text as the user name of a sign-in', async ({ page, check, expectStatus }) => {
     await page.goto('/');
     expectStatus(403);
     await page.locator('[name=user]').fill(kHostile);
@@ -144,15 +145,15 @@ test('as user name of a sign-in', async ({ page, check, expectStatus }) => {
     await expectText(page, check);
 });
 
-test('as the name of a firmware image', async ({ page, check }) => {
+test('hostile text as the file name of a firmware image', async ({ page, check }) => {
     await signInTo(page, 'settings-upgrade');
     await field(page, 'firmware').setInputFiles(file(`${kHostile}.img`, image()));
-    await page.getByRole('button', { name: 'Upload' }).click();
+    await page.getByRole('button', { name: text('upgrade.upload') }).click();
     await expect(told(page)).toContainText(`${kHostile}.img: The image was received`);
     await expectText(page, check);
 });
 
-test('as an element of a configuration', async ({ page, check, expectStatus }) => {
+test('hostile text as an element of a configuration file', async ({ page, check, expectStatus }) => {
     await signInTo(page, 'settings-config');
     const escaped = kHostile.replaceAll('&', '&amp;').replaceAll('<', '&lt;');
     await field(page, 'config').setInputFiles(file(`${kHostile}.xml`,
@@ -163,7 +164,7 @@ test('as an element of a configuration', async ({ page, check, expectStatus }) =
     await expectText(page, check);
 });
 
-test('as a remote event', async ({ page, request, check }) => {
+test('hostile text as a remote event', async ({ page, request, check }) => {
     const hostile = 'zq\'"&%';
     const events = ['key', 'number', 'command'];
     for (const event of events) {
@@ -175,13 +176,13 @@ test('as a remote event', async ({ page, request, check }) => {
     await expectText(page, check);
 });
 
-test('as the values of a configuration, wherever they are shown', async ({ page, check }) => {
+test('hostile text as the values of a configuration file, wherever they are shown', async ({ page, check }) => {
     await signInTo(page, 'settings-config');
     const escaped = kHostile.replaceAll('&', '&amp;').replaceAll('<', '&lt;');
     await field(page, 'config').setInputFiles(file('hostile.xml', `<configuration><account>
         <label>${escaped}</label><displayName>${escaped}</displayName></account></configuration>`));
     await page.getByRole('button', { name: 'Import' }).click();
-    await expect(told(page)).toHaveText('The configuration was imported.');
+    await expect(told(page)).toHaveText(text('config.imported'));
     await open(page, 'accounts');
     await expectValues(page, { label: kHostile, displayName: kHostile });
     await expectText(page, check);

@@ -1,4 +1,5 @@
-// What was saved is still there when the phone comes back after it was cut off.
+// Saved data survives a sudden loss of power.
+import { text } from '../support/languages.js';
 import { expectValues, kAdmin, killPhone, open, send, signIn, signInTo, told, trySignIn }
     from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
@@ -7,14 +8,14 @@ startWithNewPhone();
 
 const kNewPassword = 'correct horse battery';
 
-test('settings, contacts and the password outlive the end of the phone without notice',
+test('settings, contacts and the password survive a sudden loss of power',
     async ({ page, expectStatus }) => {
         await signInTo(page, 'network');
         await send(page, { hostname: 'kept' });
         await expect(told(page)).toHaveText('Saved.');
         await open(page, 'contacts');
         await send(page, { name: 'Aaron Aaronson', number: '12345' });
-        await expect(told(page)).toHaveText('The contact was added.');
+        await expect(told(page)).toHaveText(text('contacts.added'));
         await open(page, 'security');
         await send(page, { oldPassword: kAdmin.password, newPassword: kNewPassword,
             repeat: kNewPassword });
@@ -23,7 +24,7 @@ test('settings, contacts and the password outlive the end of the phone without n
         await killPhone(page.request);
         expectStatus(403);
         await trySignIn(page);
-        await expect(page.getByRole('alert')).toHaveText('Wrong user name or password.');
+        await expect(page.getByRole('alert')).toHaveText(text('login.wrong'));
         await signIn(page, { ...kAdmin, password: kNewPassword });
         await open(page, 'network');
         await expectValues(page, { hostname: 'kept' });

@@ -1,11 +1,11 @@
-// That a spec file which asks for a new phone gets one.
+// startWithNewPhone() really resets the phone.
 import { access, writeFile } from 'node:fs/promises';
 import { expectSignedOut, renewPhone, signIn } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
 
-test('a new phone knows nothing of before and answers at once', async ({ page, request }) => {
+test('a new phone has no earlier data and responds at once', async ({ page, request }) => {
     const kept = `${process.env.BUILD}/device/phone/data/kept`;
     await signIn(page);
     await writeFile(kept, 'something');

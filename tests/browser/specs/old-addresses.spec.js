@@ -1,4 +1,4 @@
-// The addresses of the older interface still lead to the phone.
+// The addresses of the previous web interface still work.
 import { expectAt, expectSignedOut, fillSignIn, signIn } from '../support/phone.js';
 import { startWithNewPhone, test } from '../support/test.js';
 
@@ -9,7 +9,7 @@ for (const address of [
     '/cgi-bin/Quillpage.tpx?page=Status.htm',
     '/cgi-bin/Quillpage.tpx?p=status',
 ]) {
-    test(`${address} leads to the sign-in, and then to the status page`, async ({ page }) => {
+    test(`${address} leads to the sign-in form and then to the status page`, async ({ page }) => {
         await page.goto(address);
         await expectSignedOut(page);
         await fillSignIn(page);

@@ -1,4 +1,4 @@
-// What holds of every page, in every language.
+// Properties of every page, in every language.
 import { kLanguages, textsIn } from '../support/languages.js';
 import { expectAt, expectSignedOut, kPages, open, signIn, signInTo, signOut }
     from '../support/phone.js';
@@ -28,7 +28,7 @@ for (const language of kLanguages) {
         test.use({ language });
         const texts = textsIn(language);
 
-        test('each page has its title, fits its window and has no fault', async ({ page, check }) => {
+        test('each page has its title, fits its window and passes all checks', async ({ page, check }) => {
             test.setTimeout(180_000);
             const titles = { ...kPages, 'contacts-preview': 'preview.title' };
             await signInTo(page, 'status');
@@ -67,7 +67,7 @@ for (const language of kLanguages) {
 test.describe('the language', () => {
     const german = textsIn('de');
 
-    test('is chosen on a page, which stays, and is kept', async ({ page, context }) => {
+    test('can be chosen on any page, which stays open, and is remembered', async ({ page, context }) => {
         await signInTo(page, 'network');
         await languageLink(page, 'Deutsch').click();
         await expectAt(page, 'network');
@@ -86,7 +86,7 @@ test.describe('the language', () => {
         expect(await languageOf(page)).toMatch(/^zh/);
     });
 
-    test('is the one that the browser likes best, of those there are', async ({ visit }) => {
+    test('follows the browser\'s preferences', async ({ visit }) => {
         for (const [liked, spoken] of [
             ['de-AT', 'de'], ['zh-CN', 'zh'], ['fr', 'en'], ['sv-SE', 'en'],
         ]) {
@@ -96,7 +96,7 @@ test.describe('the language', () => {
         }
     });
 
-    test('is not one that there is none of, whatever an address or a cookie says',
+    test('ignores unknown languages in addresses and cookies',
         async ({ page, context, baseURL }) => {
             await open(page, 'language', '&to=xx&back=status');
             expect(await languageOf(page)).toBe('en');
@@ -115,7 +115,7 @@ test.describe('with the keyboard alone', () => {
         return element.getAttribute('href') ?? element.name ?? element.tagName;
     });
 
-    test('the first key leads past the navigation', async ({ page }) => {
+    test('the first Tab stop skips the navigation', async ({ page }) => {
         await signInTo(page, 'audio');
         await page.keyboard.press('Tab');
         const skip = page.getByRole('link', { name: 'Skip to content' });
@@ -127,7 +127,7 @@ test.describe('with the keyboard alone', () => {
         await expect(page.locator('#ringtone')).toBeFocused();
     });
 
-    test('everything on a page can be reached, in the order in which it is read',
+    test('everything on a page can be reached in reading order',
         async ({ page }) => {
             await signInTo(page, 'security');
             const wanted = await page.evaluate(() => [
@@ -143,7 +143,7 @@ test.describe('with the keyboard alone', () => {
             expect(wanted).toContain('remoteAddresses');
         });
 
-    test('a phone is used, from the sign-in to the sign-out', async ({ page }) => {
+    test('the phone can be used from sign-in to sign-out', async ({ page }) => {
         await page.goto('/');
         await expect(page.locator('[name=user]')).toBeFocused();
         await page.keyboard.type('admin');
@@ -178,7 +178,7 @@ test.describe('in a narrow window', () => {
         await signOut(page);
     });
 
-    test('what the navigation has is in the menu, too', async ({ page }) => {
+    test('the menu contains the whole navigation', async ({ page }) => {
         await signIn(page);
         const addressesIn = (place) => page.locator(`${place} nav a`).evaluateAll(
             (links) => links.map((link) => link.getAttribute('href')));

@@ -1,13 +1,14 @@
-// What other web sites and made-up addresses cannot do.
+// Protection against requests from other web sites and forged addresses.
 import { File } from 'node:buffer';
 import { once } from 'node:events';
 import { createServer } from 'node:http';
+import { text } from '../support/languages.js';
 import { expectSignedIn, get, open, signIn, wordOf } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
 
-// Requests that change something, as a page of another site would send them: without the token.
+// Requests that change something, sent without the token, as by a page of another site.
 const kChanges = [
     ['login&q=logout', {}],
     ['accounts&q=save&acc=0', { label: 'Gone' }],
@@ -35,7 +36,7 @@ const kChanges = [
 const hasFile = (fields) => Object.values(fields).some((value) => value instanceof File);
 
 const elsewhere = test.extend({
-    // The port of a web site with a page that the test writes.
+    // Serves a web site with a page of the test's own; returns its port.
     evilPort: async ({}, use) => {
         const server = createServer((request, response) => {
             response.setHeader('Content-Type', 'text/html; charset=utf-8');
@@ -48,7 +49,7 @@ const elsewhere = test.extend({
     },
 });
 
-// All that the phone keeps and does, as far as its pages tell.
+// The phone's data and state as shown on its pages.
 async function stateOf(page, request) {
     const text = async (query) => (await get(page.request, `/servlet?p=${query}`)).text();
     const { desk } = JSON.parse(await text('status-data&quiet=p=notice'));
@@ -78,7 +79,7 @@ async function postFile(page, action, fields) {
     }, { to: action, name, content, fileName: file.name });
 }
 
-// The first is the same site to a browser, which sends the cookie along; the other is not.
+// To a browser the first is the same site, so it sends the cookie; the other is not.
 for (const [host, isSameSite] of [['127.0.0.1', true], ['localhost', false]]) {
     elsewhere(`no form of another web site, on ${host}, changes anything`,
         async ({ page, request, baseURL, evilPort, expectStatus }) => {
@@ -107,7 +108,7 @@ for (const [host, isSameSite] of [['127.0.0.1', true], ['localhost', false]]) {
                 await test.step(query, async () => {
                     await page.goto(`http://${host}:${evilPort}/`);
                     const given = new URLSearchParams(fields);
-                    // Some show the page, others say that they want a form; both are fine.
+                    // Either the page or a refusal; both are fine.
                     if (/logout|localconfig|reboot|reset|now=/.test(query)) {
                         expectStatus(403);
                     }
@@ -124,7 +125,7 @@ for (const [host, isSameSite] of [['127.0.0.1', true], ['localhost', false]]) {
         });
 }
 
-test('a form that was open while its user signed in again says so',
+test('a form that was open while its user signed in again is refused with an explanation',
     async ({ page, expectStatus, check }) => {
     await signIn(page);
     await open(page, 'audio');
@@ -133,14 +134,14 @@ test('a form that was open while its user signed in again says so',
     await other.locator('form[action*="q=logout"] button').first().click();
     await signIn(other);
     expectStatus(403);
-    await page.getByRole('button', { name: 'Save' }).click();
+    await page.getByRole('button', { name: text('form.save') }).click();
     await expect(page.locator('h1')).toHaveText('Request refused');
     await check(page, { schemes: ['light', 'dark'] });
-    await page.getByRole('link', { name: 'Open the page' }).click();
+    await page.getByRole('link', { name: text('refused.back') }).click();
     await expect(page.locator('h1')).toHaveText('Audio');
 });
 
-test('asking for a page that the phone does not have does no harm', async ({ page }) => {
+test('a request for an unknown page does no harm', async ({ page }) => {
     await signIn(page);
     const answer = await get(page.request, '/servlet?p=nowhere');
     expect(await answer.text()).toContain('404 - Not Found');
@@ -149,7 +150,7 @@ test('asking for a page that the phone does not have does no harm', async ({ pag
     await expectSignedIn(page);
 });
 
-test('an address with a script in it is refused', async ({ page, expectStatus }) => {
+test('an address that contains a script is refused', async ({ page, expectStatus }) => {
         expectStatus(404);
         await page.goto('/servlet?p=%3Cscript%3E');
         expect(await page.locator('script').count()).toBe(0);

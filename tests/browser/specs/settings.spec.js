@@ -1,4 +1,6 @@
-// Forms: what is wrong is told beside the field, before and after sending; what is saved stays.
+// The settings forms: errors are shown next to the fields, before and after sending; values are
+// saved.
+import { text } from '../support/languages.js';
 import { errorOf, expectValues, field, get, open, send, signInTo, told } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
@@ -14,7 +16,7 @@ const kAudio = { ringtone: 'pulse', ringVolume: '0', speakerVolume: '10', handse
     micGain: '-6', echo: false, codec: 'pcmu' };
 const kAccess = { idleSeconds: '300', remoteAddresses: '127.0.0.1\n2001:db8::7' };
 
-// Sends what the page would hold off; only the phone checks it.
+// Sends the form without the page's validation, so that only the phone checks it.
 async function uncheckedSend(page, expectStatus, values) {
     expectStatus(422);
     await page.evaluate(() => {
@@ -31,46 +33,46 @@ async function uncheckedSend(page, expectStatus, values) {
 
 for (const [p, good, wrong] of [
     ['accounts', kAccount, [
-        // The field, its value, what is said of it, and what the phone itself says of it when that
-        // is something else. No text: only the phone knows.
-        ['label', '', 'Please fill in this field.'],
-        ['userName', '', 'Please fill in this field.'],
-        ['userName', 'a b', 'Spaces and control characters are not allowed.'],
-        ['server', '', 'Please fill in this field.'],
-        ['server', 'no_such host', 'Enter a valid host name.'],
-        ['server', '300.1.1.1', null, 'Enter a valid host name.'],
-        ['port', '', 'Please fill in this field.'],
-        ['port', '0', 'Enter a value of at least 1.'],
-        ['port', '65536', 'Enter a value of at most 65535.'],
-        ['port', '1.5', 'Enter a whole number.'],
-        ['expiry', '59', 'Enter a value of at least 60.'],
-        ['expiry', '86401', 'Enter a value of at most 86400.'],
+        // Field, value, the error shown by the page, and the one shown by the phone if it differs.
+        // null: only the phone finds the error.
+        ['label', '', text('error.required')],
+        ['userName', '', text('error.required')],
+        ['userName', 'a b', text('error.badUserName')],
+        ['server', '', text('error.required')],
+        ['server', 'no_such host', text('error.badHost')],
+        ['server', '300.1.1.1', null, text('error.badHost')],
+        ['port', '', text('error.required')],
+        ['port', '0', text('error.tooSmall', { limit: 1 })],
+        ['port', '65536', text('error.tooLarge', { limit: 65535 })],
+        ['port', '1.5', text('error.notANumber')],
+        ['expiry', '59', text('error.tooSmall', { limit: 60 })],
+        ['expiry', '86401', text('error.tooLarge', { limit: 86400 })],
     ]],
     ['network', kNetwork, [
-        ['address', '', 'Please fill in this field.'],
-        ['address', '10.0.0.256', 'Enter an IP address, for example 192.168.1.20.'],
-        ['address', '224.0.0.1', null, 'This address is reserved and cannot be used here.'],
-        ['address', '10.0.0.255', null, 'This address is reserved and cannot be used here.'],
-        ['netmask', '255.0.255.0', null, 'Enter a subnet mask, for example 255.255.255.0.'],
-        ['netmask', 'big', 'Enter a subnet mask, for example 255.255.255.0.'],
+        ['address', '', text('error.required')],
+        ['address', '10.0.0.256', text('error.badAddress')],
+        ['address', '224.0.0.1', null, text('error.reserved')],
+        ['address', '10.0.0.255', null, text('error.reserved')],
+        ['netmask', '255.0.255.0', null, text('error.badMask')],
+        ['netmask', 'big', text('error.badMask')],
         ['gateway', '10.0.1.1', null, "This address is outside the phone's network."],
-        ['dns1', '', 'Please fill in this field.'],
-        ['dns2', 'x', 'Enter an IP address, for example 192.168.1.20.'],
-        ['hostname', '-desk', 'Enter a valid host name.'],
-        ['hostname', '', 'Please fill in this field.'],
-        ['vlan', '4095', 'Enter a value of at most 4094.'],
+        ['dns1', '', text('error.required')],
+        ['dns2', 'x', text('error.badAddress')],
+        ['hostname', '-desk', text('error.badHost')],
+        ['hostname', '', text('error.required')],
+        ['vlan', '4095', text('error.tooLarge', { limit: 4094 })],
     ]],
     ['security', kAccess, [
-        ['idleSeconds', '9', 'Enter a value of at least 10.'],
-        ['idleSeconds', '3601', 'Enter a value of at most 3600.'],
-        ['remoteAddresses', 'nobody', null, 'Enter an IP address, for example 192.168.1.20.'],
-        ['remoteAddresses', '127.0.0.1\n127.0.0.1', null, 'This entry already exists.'],
+        ['idleSeconds', '9', text('error.tooSmall', { limit: 10 })],
+        ['idleSeconds', '3601', text('error.tooLarge', { limit: 3600 })],
+        ['remoteAddresses', 'nobody', null, text('error.badAddress')],
+        ['remoteAddresses', '127.0.0.1\n127.0.0.1', null, text('error.duplicate')],
         ['remoteAddresses', Array.from({ length: 17 }, (_, i) => `192.0.2.${i}`).join('\n'), null,
-            'At most 16 entries are allowed.'],
+            text('error.tooMany', { limit: 16 })],
     ]],
 ]) {
     test.describe(`the form of the page ${p}`, () => {
-        test('says before it is sent what is wrong', async ({ page, check }) => {
+        test('shows errors before it is sent', async ({ page, check }) => {
             await signInTo(page, p);
             for (const [name, value, error] of wrong.filter(([, , text]) => text !== null)) {
                 await send(page, { ...good, [name]: value });
@@ -83,7 +85,7 @@ for (const [p, good, wrong] of [
             await check(page, kBothSchemes);
         });
 
-        test('takes the message away as soon as the value is right', async ({ page }) => {
+        test('removes the message once the value is valid', async ({ page }) => {
             const [name, value] = wrong[0];
             await signInTo(page, p);
             await send(page, { ...good, [name]: value });
@@ -93,20 +95,20 @@ for (const [p, good, wrong] of [
             await expect(field(page, name)).not.toHaveAttribute('aria-invalid');
         });
 
-        test('keeps what was entered when the phone refuses it', async ({ page, expectStatus, check }) => {
+        test('keeps the values entered if the phone rejects them', async ({ page, expectStatus, check }) => {
             await signInTo(page, p);
             for (const [name, value, error, ofPhone] of wrong.filter(([, value]) => value !== '1.5')) {
                 await open(page, p);
                 await uncheckedSend(page, expectStatus, { ...good, [name]: value });
                 await expect(errorOf(page, name), `${name}: ${value}`).toHaveText(ofPhone ?? error);
-                await expect(told(page)).toHaveText('One field needs attention. Nothing was saved.');
+                await expect(told(page)).toHaveText(text('form.oneError'));
                 await expect(field(page, name)).toBeFocused();
                 await expectValues(page, { ...good, [name]: value });
             }
             await check(page, kBothSchemes);
         });
 
-        test('is saved, and shows that again', async ({ page, check }) => {
+        test('is saved and shows the saved values', async ({ page, check }) => {
             await signInTo(page, p);
             await send(page, good);
             await expect(told(page)).toHaveText('Saved.');
@@ -120,7 +122,7 @@ for (const [p, good, wrong] of [
 }
 
 test.describe('the page accounts', () => {
-    test('has a form for each of the six', async ({ page }) => {
+    test('has a form for each of the six accounts', async ({ page }) => {
         await signInTo(page, 'accounts');
         const tabs = page.locator('.tabs a');
         await expect(tabs).toHaveCount(6);
@@ -142,12 +144,12 @@ test.describe('the page accounts', () => {
         expect(await kept.text()).not.toContain('open sesame');
     });
 
-    test('says which accounts there are not', async ({ page, expectStatus, check }) => {
+    test('reports unknown accounts', async ({ page, expectStatus, check }) => {
         await signInTo(page, 'accounts');
         for (const acc of ['-1', '6', '99999999999999999999']) {
             expectStatus(404);
             await open(page, 'accounts', `&acc=${acc}`);
-            await expect(page.locator('#main h2'), acc).toHaveText('Account not found');
+            await expect(page.locator('#main h2'), acc).toHaveText(text('accounts.none'));
             await expect(page.locator('#main form')).toHaveCount(0);
         }
         await check(page, kBothSchemes);
@@ -155,7 +157,7 @@ test.describe('the page accounts', () => {
         await expect(field(page, 'label')).toBeVisible();
     });
 
-    test('is not to be had for what cannot be an account', async ({ page, expectStatus }) => {
+    test('refuses invalid account numbers', async ({ page, expectStatus }) => {
         await signInTo(page, 'accounts');
         for (const acc of ['x', '1x', '1.5', '0x1']) {
             expectStatus(404);
@@ -166,11 +168,11 @@ test.describe('the page accounts', () => {
 });
 
 test.describe('the page network', () => {
-    test('asks for addresses only when they are static', async ({ page }) => {
+    test('asks for addresses only in static mode', async ({ page }) => {
         await signInTo(page, 'network');
-        await page.getByLabel('Automatic (DHCP)').check();
+        await page.getByLabel(text('network.dhcp')).check();
         await expect(field(page, 'address')).toBeHidden();
-        await page.getByLabel('Static').check();
+        await page.getByLabel(text('network.static')).check();
         await expect(field(page, 'address')).toBeVisible();
         await send(page, { mode: 'dhcp', hostname: 'desk' });
         await expect(told(page)).toHaveText('Saved.');
@@ -178,7 +180,7 @@ test.describe('the page network', () => {
 });
 
 test.describe('the page audio', () => {
-    test('shows each value beside its slider', async ({ page }) => {
+    test('shows each value next to its slider', async ({ page }) => {
         await signInTo(page, 'audio');
         await field(page, 'micGain').focus();
         await page.keyboard.press('Home');
@@ -187,7 +189,7 @@ test.describe('the page audio', () => {
         await expect(page.locator('[data-reading=micGain]')).toHaveText('-5');
     });
 
-    test('is saved, and shows that again', async ({ page, check }) => {
+    test('is saved and shows the saved values', async ({ page, check }) => {
         await signInTo(page, 'audio');
         await send(page, kAudio);
         await expect(told(page)).toHaveText('Saved.');
@@ -195,15 +197,15 @@ test.describe('the page audio', () => {
         await check(page);
     });
 
-    test('refuses what its form does not offer', async ({ page, expectStatus, check }) => {
+    test('rejects values that its form does not offer', async ({ page, expectStatus, check }) => {
         await signInTo(page, 'audio');
         await page.locator('#codec option').first().evaluate((option) => { option.value = 'mp3'; });
         await page.locator('#micGain').evaluate((slider) => { slider.max = 100; });
         expectStatus(422);
         await send(page, { codec: 'mp3', micGain: '99' });
-        await expect(told(page)).toHaveText('2 fields need attention. Nothing was saved.');
-        await expect(errorOf(page, 'codec')).toHaveText('Choose one of the listed options.');
-        await expect(errorOf(page, 'micGain')).toHaveText('Enter a value of at most 6.');
+        await expect(told(page)).toHaveText(text('form.errors', { errorCount: 2 }));
+        await expect(errorOf(page, 'codec')).toHaveText(text('error.badChoice'));
+        await expect(errorOf(page, 'micGain')).toHaveText(text('error.tooLarge', { limit: 6 }));
         await check(page, kBothSchemes);
     });
 });

@@ -1,4 +1,4 @@
-import { kLanguages } from '../support/languages.js';
+import { kLanguages, text } from '../support/languages.js';
 import { errorOf, expectAt, expectSignedIn, expectSignedOut, field, fillSignIn, kAdmin, open, send,
     signIn, signInTo, signOut, told, trySignIn } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
@@ -21,7 +21,7 @@ for (const language of kLanguages) {
             await check(page);
         });
 
-        test('a wrong password is told', async ({ page, check, expectStatus }) => {
+        test('a wrong password is reported', async ({ page, check, expectStatus }) => {
             expectStatus(403);
             await trySignIn(page, kWrong);
             await expect(page.getByRole('alert')).toBeVisible();
@@ -33,21 +33,21 @@ for (const language of kLanguages) {
     });
 }
 
-test('nothing is sent as long as a field is empty', async ({ page }) => {
+test('the form is not sent while a field is empty', async ({ page }) => {
     await page.goto('/');
     await page.locator('[name=user]').fill('admin');
     await page.locator('form button').click();
-    await expect(errorOf(page, 'password')).toHaveText('Please fill in this field.');
+    await expect(errorOf(page, 'password')).toHaveText(text('error.required'));
     await expect(page.locator('[name=password]')).toBeFocused();
 });
 
-test('whoever guesses has to wait, and then may sign in', async ({ page, expectStatus }) => {
+test('after wrong passwords the user has to wait and can then sign in', async ({ page, expectStatus }) => {
     const guess = () => page.request.post('/servlet?p=login&q=login', { form: kWrong });
     await page.goto('/');
     await page.locator('[name=user]').fill('admin');
     await page.locator('[name=password]').fill('admin');
     while ((await guess()).status() !== 429) {
-        // Guesses on; each wait is twice as long as the one before.
+        // Keeps guessing; each wait is twice as long as the previous one.
     }
     expectStatus(429);
     await page.locator('form button').click();
@@ -59,13 +59,13 @@ test('whoever guesses has to wait, and then may sign in', async ({ page, expectS
     await signIn(page);
 });
 
-test('a page asks whoever is not signed in to do so, and then shows itself', async ({ page }) => {
+test('a page asks the user to sign in and then opens', async ({ page }) => {
     await open(page, 'network');
     await expectSignedOut(page);
     await signInTo(page, 'audio');
 });
 
-test('going back after signing out shows nothing of what was there', async ({ page }) => {
+test('going back after signing out shows no earlier page', async ({ page }) => {
     await signInTo(page, 'contacts');
     await open(page, 'settings-upgrade');
     await signOut(page);
@@ -76,7 +76,7 @@ test('going back after signing out shows nothing of what was there', async ({ pa
     }
 });
 
-test('two visitors have sessions of their own', async ({ visit }) => {
+test('two users have separate sessions', async ({ visit }) => {
     const [one, other] = [await visit(), await visit()];
     await signIn(one);
     await open(other, 'status');
@@ -90,12 +90,11 @@ test('two visitors have sessions of their own', async ({ visit }) => {
     await expectSignedIn(other);
 });
 
-test.describe('without use', () => {
-    // The pages ask in the background as long as somebody is there: ten seconds; then the session
-    // has ten seconds left.
+test.describe('an idle user', () => {
+    // Pages poll for ten seconds after the last input; then the session lasts ten more seconds.
     const kIdleSeconds = 10;
 
-    test('a session ends, though pages are open, and the next click asks to sign in',
+    test('loses the session even if pages are open, and must sign in again',
         async ({ visit, expectStatus }) => {
             test.setTimeout(90_000);
             const [quiet, live] = [await visit(), await visit()];
@@ -106,13 +105,13 @@ test.describe('without use', () => {
 
             await expect(live.locator('[data-paused]')).toBeVisible({ timeout: 20_000 });
             await live.waitForTimeout(1000 * (kIdleSeconds + 1));
-            await expectSignedIn(quiet); // as it was shown
+            await expectSignedIn(quiet); // as loaded
             await quiet.locator('.side').getByRole('link', { name: 'Audio' }).click();
             await expectSignedOut(quiet);
             await fillSignIn(quiet);
             await expectAt(quiet, 'audio');
 
-            // This one asks as soon as somebody is there again.
+            // This one polls again at the first input.
             expectStatus(403, live);
             await live.mouse.move(100, 100);
             await expectSignedOut(live);
@@ -126,11 +125,11 @@ test.describe('the password', () => {
     const change = (page, oldPassword, newPassword, repeat = newPassword) =>
         send(page, { oldPassword, newPassword, repeat });
 
-    test('is not changed by who does not know it', async ({ page, expectStatus, check }) => {
+    test('cannot be changed without the current one', async ({ page, expectStatus, check }) => {
         await signInTo(page, 'security');
         expectStatus(422);
         await change(page, 'not it', kNew);
-        await expect(errorOf(page, 'oldPassword')).toHaveText('The current password is incorrect.');
+        await expect(errorOf(page, 'oldPassword')).toHaveText(text('error.wrongPassword'));
         await expect(field(page, 'oldPassword')).toBeFocused();
         await expect(field(page, 'newPassword')).toHaveValue('');
         await check(page, kBothSchemes);
@@ -139,22 +138,22 @@ test.describe('the password', () => {
     test('is checked before it is sent', async ({ page }) => {
         await signInTo(page, 'security');
         await change(page, 'admin', 'short');
-        await expect(errorOf(page, 'newPassword')).toHaveText('Use at least 8 characters.');
+        await expect(errorOf(page, 'newPassword')).toHaveText(text('error.tooShort', { limit: 8 }));
         await change(page, 'admin', kNew, 'something else');
-        await expect(errorOf(page, 'repeat')).toHaveText('The passwords do not match.');
+        await expect(errorOf(page, 'repeat')).toHaveText(text('error.mismatch'));
         await expect(told(page)).toHaveCount(0);
     });
 
-    test('is changed: the old one is refused, and whoever knew it is signed out',
+    test('can be changed, which rejects the old one and signs out other sessions',
         async ({ visit, expectStatus }) => {
             const [own, other] = [await visit(), await visit()];
             await signInTo(other, 'network');
             await signInTo(own, 'security');
-            await expect(own.getByText('The factory password is still in use.')).toBeVisible();
+            await expect(own.getByText(text('frame.factoryPassword'))).toBeVisible();
 
             await change(own, 'admin', kNew);
             await expect(told(own)).toHaveText('Saved.');
-            await expect(own.getByText('The factory password is still in use.')).toBeHidden();
+            await expect(own.getByText(text('frame.factoryPassword'))).toBeHidden();
             await open(own, 'status');
             await expectSignedIn(own);
 
@@ -162,7 +161,7 @@ test.describe('the password', () => {
             await expectSignedOut(other);
             expectStatus(403, other);
             await trySignIn(other);
-            await expect(other.getByRole('alert')).toHaveText('Wrong user name or password.');
+            await expect(other.getByRole('alert')).toHaveText(text('login.wrong'));
             await signIn(other, { ...kAdmin, password: kNew });
         });
 });

@@ -1,16 +1,17 @@
-// What the phone is doing, as it is shown while it happens.
+// Live updates of the status page and the phone page.
+import { text } from '../support/languages.js';
 import { expectAt, get, open, signInTo } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
 
-// A remote event, as another machine sends it: the query without anything before it.
+// A remote event as another device sends it: the query consists of the event.
 async function sendEvent(request, event) {
     const answer = await get(request, `/servlet?${event}`);
     expect([event, answer.status(), await answer.text()]).toEqual([event, 200, 'OK\n']);
 }
 
-// Marks the document, so that one that was loaded again is noticed.
+// Marks the document, to detect whether it was loaded again.
 const mark = (page) => page.evaluate(() => { document.body.dataset.mark = 'yes'; });
 const expectNotLoadedAgain = (page) => expect(page.locator('body[data-mark]')).toHaveCount(1);
 
@@ -24,7 +25,7 @@ async function hangUp(request) {
 }
 
 test.describe('the status page', () => {
-    test('draws the figures as they change', async ({ page, check }) => {
+    test('draws the live data', async ({ page, check }) => {
         await signInTo(page, 'status');
         await mark(page);
         const uptime = await page.locator('[data-value=uptime]').innerText();
@@ -38,14 +39,14 @@ test.describe('the status page', () => {
         await check(page, { schemes: ['light', 'dark'] });
     });
 
-    test('lists a remote event as it comes', async ({ page, request, check }) => {
+    test('lists remote events as they arrive', async ({ page, request, check }) => {
         await signInTo(page, 'status');
         await mark(page);
-        await expect(page.getByText('No events yet.')).toBeVisible();
+        await expect(page.getByText(text('status.noEvents'))).toBeVisible();
         await sendEvent(request, 'key=OK');
         const newest = page.locator('[data-events] tr').first();
         await expect(newest.locator('td')).toHaveText([/^\d{4}-\d\d-\d\d/, 'key', 'OK', '127.0.0.1']);
-        await expect(page.getByText('No events yet.')).toBeHidden();
+        await expect(page.getByText(text('status.noEvents'))).toBeHidden();
 
         await sendEvent(request, 'number=123');
         await expect(newest.locator('td')).toHaveText([/./, 'number', '123', '127.0.0.1']);
@@ -55,7 +56,7 @@ test.describe('the status page', () => {
         await hangUp(request);
     });
 
-    test('shows an event that the phone cannot follow as text', async ({ page, request }) => {
+    test('shows events that the phone cannot carry out', async ({ page, request }) => {
         await signInTo(page, 'status');
         const answer = await get(request, `/servlet?key=${encodeURIComponent('zq\'"&%')}`);
         expect(answer.status()).toBe(400);
@@ -63,7 +64,7 @@ test.describe('the status page', () => {
             .toHaveText('zq\'"&%');
     });
 
-    test('does not come between somebody and the page that was clicked', async ({ page, expectStatus }) => {
+    test('does not interrupt a click on a link', async ({ page, expectStatus }) => {
         let answerLate;
         await signInTo(page, 'status');
         await page.route(/p=status-data/, (route) => {
@@ -81,7 +82,7 @@ test.describe('the status page', () => {
         await expectAt(page, 'audio');
     });
 
-    test('leads to an account', async ({ page }) => {
+    test('links to the accounts', async ({ page }) => {
         await signInTo(page, 'status');
         await page.getByRole('link', { name: 'Line 2' }).click();
         await expectAt(page, 'accounts');
@@ -90,7 +91,7 @@ test.describe('the status page', () => {
 });
 
 test.describe('the phone page', () => {
-    test('shows what happens to the phone as it happens', async ({ page, request, check }) => {
+    test('shows changes of the phone as they happen', async ({ page, request, check }) => {
         await signInTo(page, 'phone');
         await mark(page);
         await expect(state(page)).toHaveText('On hook');
@@ -107,7 +108,7 @@ test.describe('the phone page', () => {
         await expect(lit).toHaveCount(1);
         await expect(page.locator('[data-desk=key]')).toHaveText('OK');
         await expect(lit).toHaveCount(0);
-        await expect(state(page)).toHaveText('In a call');
+        await expect(state(page)).toHaveText(text('desk.talking'));
         await expect(display(page, 1)).toHaveText('Line 1: In call');
         await expect(lamp(page, 'L1')).toHaveAttribute('data-state', 'on');
         await expect(lamp(page, 'speaker')).toHaveAttribute('data-state', 'on');
@@ -125,7 +126,7 @@ test.describe('the phone page', () => {
         await expectNotLoadedAgain(page);
     });
 
-    test('has keys that work, and stays where it is', async ({ page, request }) => {
+    test('has working keys and is not reloaded', async ({ page, request }) => {
         await signInTo(page, 'phone');
         await mark(page);
         for (const key of [/^5/, /^0/, 'Star']) {
@@ -137,22 +138,22 @@ test.describe('the phone page', () => {
         await page.getByRole('button', { name: 'L3' }).focus();
         await page.keyboard.press('Enter');
         await expect(lamp(page, 'L3')).toHaveAttribute('data-state', 'on');
-        await page.getByRole('button', { name: 'OK' }).click();
-        await page.getByRole('button', { name: 'Mute' }).click();
+        await page.getByRole('button', { name: text('key.ok') }).click();
+        await page.getByRole('button', { name: text('key.mute') }).click();
         await expect(lamp(page, 'mute')).toHaveAttribute('data-state', 'on');
-        await page.getByRole('button', { name: 'Hold' }).click();
+        await page.getByRole('button', { name: text('key.hold') }).click();
         await expect(state(page)).toHaveText('On hold');
         await expectNotLoadedAgain(page);
         await hangUp(request);
     });
 });
 
-test('an event from an address that may send none is refused, and listed all the same',
+test('an event from an address that is not allowed is refused but listed',
     async ({ page, request }) => {
         await signInTo(page, 'security');
         await page.locator('#remoteAddresses').fill('192.0.2.7');
         await page.locator('form[action$="q=access"] button').click();
-        await expect(page.getByText('Saved.')).toBeVisible();
+        await expect(page.getByText(text('form.saved'))).toBeVisible();
         const answer = await get(request, '/servlet?command=ring');
         expect(answer.status()).toBe(403);
 

@@ -1,4 +1,4 @@
-// That the other specs would fail: each fault of a page is noticed.
+// The checks themselves: every fault of a page makes a test fail.
 import { faultsOf } from '../support/check.js';
 import { expect, test } from '../support/test.js';
 import { Watch } from '../support/watch.js';
@@ -9,7 +9,7 @@ const kGood = `<!DOCTYPE html>
 
 const withBody = (body) => kGood.replace('<h1>A page</h1>', `<h1>A page</h1>${body}`);
 
-// A page served at an address that does not exist otherwise, and what is noticed of it.
+// Serves a page at an unused address and returns the problems found.
 const observed = test.extend({
     observe: async ({ browser, baseURL }, use) => {
         const context = await browser.newContext({ baseURL });
@@ -25,7 +25,7 @@ const observed = test.extend({
     },
 });
 
-observed('a page without fault is left in peace', async ({ observe }) => {
+observed('a page without faults passes', async ({ observe }) => {
     const { page, watch } = await observe(kGood);
     expect(watch.takeProblems()).toEqual([]);
     const faults = await faultsOf(
@@ -48,13 +48,13 @@ for (const [what, body, problem] of [
     });
 }
 
-observed('what the content security policy holds off is noticed', async ({ observe }) => {
+observed('a violation of the content security policy is noticed', async ({ observe }) => {
     const { watch } = await observe(withBody('<script>var a</script>'),
         { 'Content-Security-Policy': "default-src 'self'" });
     expect(watch.takeProblems()).toEqual([expect.stringMatching(/Content Security Policy/)]);
 });
 
-observed('an announced failure is none, once; not getting it is one', async ({ observe }) => {
+observed('an expected error status passes once; its absence fails', async ({ observe }) => {
     const { page, watch } = await observe(kGood);
     watch.expectStatus(404);
     await page.goto('/none');
@@ -62,10 +62,10 @@ observed('an announced failure is none, once; not getting it is one', async ({ o
     await page.goto('/none');
     expect(watch.takeProblems()).toEqual([expect.stringMatching(/^status 404: GET/)]);
     watch.expectStatus(403);
-    expect(watch.takeProblems()).toEqual(['no answer with status 403']);
+    expect(watch.takeProblems()).toEqual(['no response with status 403']);
 });
 
-observed('an announced lack of an answer is none, once; getting one is one', async ({ observe }) => {
+observed('an expected request without a response passes once; its absence fails', async ({ observe }) => {
     const { page, watch } = await observe(kGood);
     const ask = () => page.evaluate(() => fetch('http://127.0.0.1:1/').catch(() => {}));
     watch.expectFailure();
@@ -74,7 +74,7 @@ observed('an announced lack of an answer is none, once; getting one is one', asy
     await ask();
     expect(watch.takeProblems()).toEqual([expect.stringMatching(/^failed: GET/)]);
     watch.expectFailure();
-    expect(watch.takeProblems()).toEqual(['no request without an answer']);
+    expect(watch.takeProblems()).toEqual(['no request without a response']);
 });
 
 async function giveUp(page) {
@@ -87,7 +87,7 @@ async function giveUp(page) {
     await failed;
 }
 
-observed('a request that a page gives up while it stays is noticed, unless announced',
+observed('a request aborted by a page that stays open is noticed unless expected',
     async ({ observe }) => {
         const { page, watch } = await observe(kGood);
         await page.context().route('**/endless', () => {});
@@ -99,7 +99,7 @@ observed('a request that a page gives up while it stays is noticed, unless annou
         expect(watch.takeProblems()).toEqual([]);
     });
 
-observed('a request that is given up because the page is left is none', async ({ observe }) => {
+observed('a request aborted because the page is left is no problem', async ({ observe }) => {
     const { page, watch } = await observe(kGood);
     await page.context().route('**/endless', () => {});
     const begun = page.waitForRequest('**/endless');
@@ -111,7 +111,7 @@ observed('a request that is given up because the page is left is none', async ({
     expect(watch.takeProblems()).toEqual([]);
 });
 
-observed('a request that a page makes while it is left is none', async ({ observe }) => {
+observed('a request sent while the page is left is no problem', async ({ observe }) => {
     const { page, watch } = await observe(
         kGood.replace('</body>', '<script>onpagehide = () => fetch("/endless");</script></body>'));
     await page.context().route('**/endless', () => {});
@@ -122,15 +122,15 @@ observed('a request that a page makes while it is left is none', async ({ observ
 });
 
 for (const [what, html, fault] of [
-    ['a picture without a text', withBody('<img src="data:,">'), /^light: axe image-alt/],
-    ['a text that cannot be told from the page in the dark',
+    ['an image without a text', withBody('<img src="data:,">'), /^light: axe image-alt/],
+    ['a text without contrast in the dark scheme',
         kGood.replace('</head>', `<style>:root { color-scheme: light dark }
             body { background: Canvas }
             @media (prefers-color-scheme: dark) { h1 { color: #222 } }</style></head>`),
         /^dark: axe color-contrast/],
     ['an element that is not closed', withBody('<div>'), /^html .*close-order/],
     ['an id twice', withBody('<p id="a">1</p><p id="a">2</p>'), /^html .*no-dup-id/],
-    ['a page that does not say what it is', kGood.replace('<!DOCTYPE html>', ''), /^html .*doctype/],
+    ['a page without a document type', kGood.replace('<!DOCTYPE html>', ''), /^html .*doctype/],
     ['a page in another language', kGood.replace('"en"', '"de"'), /^lang is de, not en$/],
 ]) {
     observed(`${what} is noticed`, async ({ observe }) => {

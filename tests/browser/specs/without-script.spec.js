@@ -1,39 +1,40 @@
-// The pages work for a browser that runs no scripts.
+// The pages work without JavaScript.
+import { text } from '../support/languages.js';
 import { download, errorOf, expectAt, expectSignedOut, expectValues, field, file, open, send,
     signInTo, signOut, told } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
 
-// axe-core is a script, too; whether the HTML is valid, each test of the pages with script asks.
+// Without axe-core, which is a script; other specs validate the HTML.
 test.use({ javaScriptEnabled: false });
 
-test('sign-in and sign-out', async ({ page }) => {
+test('the user signs in and out', async ({ page }) => {
     await signInTo(page, 'network');
     await signOut(page);
     await open(page, 'network');
     await expectSignedOut(page);
 });
 
-test('the figures are those of the moment', async ({ page }) => {
+test('the status page shows current values', async ({ page }) => {
     await signInTo(page, 'status');
     await expect(page.locator('[data-now=memory]')).toHaveText(/^\d+ of \d+ KiB free$/);
     await expect(page.locator('[data-now=events]')).toHaveText('0 since startup');
 });
 
-test('a form is saved', async ({ page }) => {
+test('a form can be saved', async ({ page }) => {
     await signInTo(page, 'audio');
     await send(page, { ringtone: 'bell', codec: 'g722', echo: false });
     await expect(told(page)).toHaveText('Saved.');
     await expectValues(page, { ringtone: 'bell', codec: 'g722', echo: false });
 });
 
-test('the phone says beside the field what is wrong', async ({ page, expectStatus }) => {
+test('the phone shows errors next to the fields', async ({ page, expectStatus }) => {
     await signInTo(page, 'network');
     expectStatus(422);
     await send(page, { mode: 'static', address: '10.0.0.5', netmask: '255.255.255.0',
         gateway: '10.0.1.1', dns1: '10.0.0.1', hostname: 'desk' });
-    await expect(told(page)).toHaveText('One field needs attention. Nothing was saved.');
+    await expect(told(page)).toHaveText(text('form.oneError'));
     await expect(errorOf(page, 'gateway')).toHaveText(
         "This address is outside the phone's network.");
     await expectValues(page, { mode: 'static', gateway: '10.0.1.1' });
@@ -42,7 +43,7 @@ test('the phone says beside the field what is wrong', async ({ page, expectStatu
     await expectValues(page, { mode: 'dhcp', gateway: '' });
 });
 
-test('keys are pressed', async ({ page }) => {
+test('keys can be pressed', async ({ page }) => {
     await signInTo(page, 'phone');
     for (const key of ['4', '2']) {
         await page.locator(`button[value="${key}"]`).click();
@@ -53,28 +54,28 @@ test('keys are pressed', async ({ page }) => {
     await expect(page.locator('dd[data-desk=state]')).toHaveText('On hook');
 });
 
-test('contacts are previewed and imported', async ({ page }) => {
+test('contacts can be previewed and imported', async ({ page }) => {
     await signInTo(page, 'contacts-preview');
     await field(page, 'contacts').setInputFiles(file('some.csv', 'Zoltan Quick,555\n', 'text/csv'));
-    await page.getByRole('button', { name: 'Show preview' }).click();
+    await page.getByRole('button', { name: text('preview.submit') }).click();
     await expect(page.getByRole('cell', { name: 'Zoltan Quick' })).toBeVisible();
-    await page.getByRole('button', { name: 'Import now' }).click();
-    await expect(told(page)).toHaveText('The contacts were imported.');
+    await page.getByRole('button', { name: text('preview.apply') }).click();
+    await expect(told(page)).toHaveText(text('contacts.imported'));
 });
 
-test('firmware is received, and the restart is told', async ({ page }) => {
+test('firmware can be uploaded, and the restart is announced', async ({ page }) => {
     await signInTo(page, 'settings-upgrade');
     const { name, content } = await download(page, page.getByRole('link', { name: /Download/ }));
     await field(page, 'firmware').setInputFiles(file(name, content));
-    await page.getByRole('button', { name: 'Upload' }).click();
+    await page.getByRole('button', { name: text('upgrade.upload') }).click();
     await expect(told(page)).toContainText('The image was received');
-    await page.getByRole('button', { name: 'Restart phone' }).click();
+    await page.getByRole('button', { name: text('upgrade.restartNow') }).click();
     await expect(page.locator('h1')).toHaveText('Please wait');
     await page.getByRole('link', { name: 'status page' }).click();
     await expectAt(page, 'status');
 });
 
-test('the language is chosen', async ({ page }) => {
+test('the language can be chosen', async ({ page }) => {
     await signInTo(page, 'audio');
     await page.locator('.languages').getByRole('link', { name: 'Deutsch' })
         .locator('visible=true').click();

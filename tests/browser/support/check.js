@@ -1,10 +1,10 @@
-// What holds of every page.
+// Checks that every page must pass.
 import axe from 'axe-core';
 import { expect } from '@playwright/test';
 import { faultsOfHtml } from './html.js';
 
 async function faultsOfAccess(page) {
-    // As the debugger, which the page's content security policy does not hold off.
+    // Evaluated by the debugger, which the page's content security policy does not restrict.
     await page.evaluate(axe.source);
     const { violations } = await page.evaluate(() => window.axe.run({ preload: false }));
     return violations.flatMap(({ id, help, nodes }) => nodes.map(
@@ -12,7 +12,7 @@ async function faultsOfAccess(page) {
 }
 
 async function faultsOfDocument(page, document, language) {
-    expect(document?.url().split('#')[0], 'the answer that the page was made from')
+    expect(document?.url().split('#')[0], 'the response of the page')
         .toBe(page.url().split('#')[0]);
     const html = (await document.body()).toString('utf-8');
     const lang = await page.locator('html').getAttribute('lang');
@@ -20,7 +20,7 @@ async function faultsOfDocument(page, document, language) {
     return [...wrong, ...(await faultsOfHtml(html))];
 }
 
-// Accessible, valid and in the right language; in these colour schemes.
+// Returns accessibility problems in these colour schemes, HTML errors, and a wrong language.
 export async function faultsOf(page, document, { language, schemes }) {
     const faults = await faultsOfDocument(page, document, language);
     for (const colorScheme of schemes) {

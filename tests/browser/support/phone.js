@@ -1,11 +1,11 @@
-// The phone as its user works it; what the journeys share.
+// Actions of the phone's user that the specs share.
 import { readFile, rm, readdir } from 'node:fs/promises';
 import { gzipSync } from 'node:zlib';
 import { expect } from '@playwright/test';
 
 export const kAdmin = { user: 'admin', password: 'admin' };
 
-// What each page of the navigation is called in the texts.
+// The text key of each page's title.
 export const kPages = {
     status: 'status.title',
     phone: 'phone.title',
@@ -19,12 +19,12 @@ export const kPages = {
     security: 'security.title',
 };
 
-// ---- Going about
+// ---- Navigation
 
 export const open = (page, p, more = '') => page.goto(`/servlet?p=${p}${more}`);
 
 const signInForm = (page) => page.locator('form[action$="q=login"]');
-// One beside the navigation and one in the menu of narrow windows.
+// One next to the navigation and one in the menu of narrow windows.
 const signOutButtons = (page) => page.locator('form[action*="q=logout"] button');
 
 export async function fillSignIn(page, { user, password } = kAdmin) {
@@ -43,7 +43,7 @@ export async function signIn(page, credentials) {
     await expectSignedIn(page);
 }
 
-// Asks for a page, and signs in when told to.
+// Opens a page and signs in when asked.
 export async function signInTo(page, p, credentials = kAdmin) {
     await open(page, p);
     await fillSignIn(page, credentials);
@@ -71,13 +71,13 @@ export async function expectAt(page, p) {
 
 // ---- Forms
 
-// Buttons have names, too.
+// Excludes buttons, which have names too.
 const fieldSelector = (name) => `[name="${name}"]:not(button)`;
 
 export const field = (page, name) => page.locator(`#main ${fieldSelector(name)}`);
 export const formOf = (page, name) => page.locator(`#main form:has(${fieldSelector(name)})`);
 export const errorOf = (page, name) => page.locator(`#${name}-error`);
-// What the page says of the last change.
+// The message about the last change.
 export const told = (page) => page.locator('#main > [role=alert], #main > [role=status]');
 
 async function set(page, name, value) {
@@ -99,7 +99,7 @@ export async function fill(page, values) {
     }
 }
 
-// Fills in these fields of a form and sends it.
+// Fills in these fields of a form and submits it.
 export async function send(page, values) {
     await fill(page, values);
     await formOf(page, Object.keys(values)[0]).locator('button:not([type=button])').click();
@@ -122,18 +122,18 @@ export async function expectValues(page, values) {
 export const file = (name, content, mimeType = 'application/octet-stream') =>
     ({ name, mimeType, buffer: Buffer.from(content) });
 
-// A firmware image that the phone takes; see examples/phone/src/model/firmware_image.h.
+// A valid firmware image; see examples/phone/src/model/firmware_image.h.
 export function image({ version = '9.8.7', model = 'Desk phone', payload = Buffer.from('new') } = {}) {
     const length = Buffer.alloc(4);
     length.writeUInt32LE(payload.length);
     const text = (content) => Buffer.concat([Buffer.from(content), Buffer.alloc(16)], 16);
     const start = Buffer.concat(
         [Buffer.from('DPFWIMG1'), text(model), text(version), length, payload]);
-    // The same checksum stands at the end of a gzip file, before the length.
+    // A gzip file ends with the same checksum, followed by the length.
     return Buffer.concat([start, gzipSync(start, { level: 1 }).subarray(-8, -4)]);
 }
 
-// The bytes of what a link or button downloads, and the name that it proposes.
+// Returns the content of a download and the file name it proposes.
 export async function download(page, link) {
     const [got] = await Promise.all([page.waitForEvent('download'), link.click()]);
     return { name: got.suggestedFilename(), content: await readFile(await got.path()) };
@@ -141,13 +141,13 @@ export async function download(page, link) {
 
 // ---- The device
 
-// Without the browser. Once more if the web server closed an idle connection just when it was to be
-// used again.
+// A request outside the browser. Retries if the web server closed an idle connection just before it
+// was used again.
 export const get = (request, address) => request.get(address, { maxRetries: 1 });
 
 export const wordOf = async (request) => (await (await get(request, '/servlet?p=notice')).text()).trim();
 
-// Cut off, so that it cannot write what it knows; the web server starts it again.
+// Kills the daemon, so that it cannot save anything; the web server starts it again.
 export async function killPhone(request) {
     process.kill(Number(await readFile(`${process.env.BUILD}/fcgi_host.pid`, 'utf-8')), 'SIGKILL');
     await expect(async () => {
@@ -155,7 +155,7 @@ export async function killPhone(request) {
     }).toPass({ timeout: 10_000 });
 }
 
-// As it comes from the factory: nothing of what it kept is left, and nobody is signed in.
+// Resets the phone to its factory state; nobody is signed in.
 export async function renewPhone(request) {
     const data = `${process.env.BUILD}/device/phone/data`;
     for (const name of await readdir(data)) {

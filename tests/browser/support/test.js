@@ -1,8 +1,8 @@
-// The `test` of all specs: every page that it gives is watched, and what goes wrong in one fails
-// the test at its end.
-//   page, visit({language, ...})  a page; one of another visitor, with cookies of their own
-//   expectStatus(403)             announces an answer that would be a failure
-//   expectFailure()               announces a request that gets no answer at all
+// The `test` of all specs. It watches every page it provides; a problem in one fails the test at its
+// end.
+//   page, visit({language, ...})  a page; a page of another user, with separate cookies
+//   expectStatus(403)             expects a response that would otherwise be a problem
+//   expectFailure()               expects a request without a response
 //   check(page, {schemes})        see check.js
 //   language                      an option: test.use({ language: 'de' })
 import { expect, test as base } from '@playwright/test';
@@ -20,7 +20,7 @@ export const test = base.extend({
         const watches = new Map();
         await use(watches);
         const problems = [...watches.values()].flatMap((watch) => watch.takeProblems());
-        expect(problems, 'what went wrong in the pages').toEqual([]);
+        expect(problems, 'problems in the pages').toEqual([]);
     },
 
     context: async ({ context, language, watches }, use) => {
@@ -53,12 +53,12 @@ export const test = base.extend({
             const watch = watches.get(page.context());
             const faults = await faultsOf(
                 page, watch.documentOf(page), { language: watch.language, schemes });
-            expect(faults, `what is wrong with ${page.url()}`).toEqual([]);
+            expect(faults, `faults of ${page.url()}`).toEqual([]);
         });
     },
 });
 
-// For a spec file that changes what the phone keeps.
+// Call in spec files that change the phone's stored data.
 export function startWithNewPhone() {
     test.beforeAll(async ({ playwright, baseURL }) => {
         const request = await playwright.request.newContext({ baseURL });

@@ -1,30 +1,30 @@
-// Notes all that goes wrong in the pages of a browser context while nobody looks.
+// Records every problem in the pages of a browser context.
 
-// Chromium's word for an answer that the phone gave on purpose or not, or did not give; the status
-// and the failure, which are noted, tell more.
+// Chromium's console message about an error status or a failed request; both are recorded in more
+// detail below.
 const kFailedToLoad = /^Failed to load resource: (the server responded with a status of|net::)/;
 
-// For the document of a page; what comes may be a download instead.
+// Returns whether the request is for the document of a page (which may turn out to be a download).
 const isForPage = (request) =>
     request.isNavigationRequest() && request.frame().parentFrame() === null;
 
 const pageOf = (request) => request.frame().page();
 
-// The browser gives up an answer that the page of another site must not see.
+// The browser aborts responses that a page of another site must not read.
 function isOfAnotherSite(request) {
     return new URL(request.frame().url()).origin !== new URL(request.url()).origin;
 }
 
 export class Watch {
     constructor(context, language) {
-        this.language = language; // of its visitor
+        this.language = language; // of the user
         this.problems = [];
         this.announced = [];
         this.announcedFailures = 0;
         this.documents = new WeakMap();
-        this.askers = new WeakMap(); // the document that each request is for
-        this.departures = new WeakMap(); // the request by which a page is about to be left
-        this.arrivals = new WeakMap(); // the answer that it is about to be made from
+        this.askers = new WeakMap(); // the document that sent each request
+        this.departures = new WeakMap(); // the request that is about to replace a page
+        this.arrivals = new WeakMap(); // the response that is about to replace it
         context.on('page', (page) => page.on('framenavigated', (frame) => this.#onArrival(frame)));
         context.on('console', (message) => this.#onConsole(message));
         context.on('weberror', (error) => this.#note(`uncaught: ${error.error()}`));
@@ -33,26 +33,26 @@ export class Watch {
         context.on('response', (response) => this.#onResponse(response));
     }
 
-    // The next answer with this status, an error, is what the test wants; not getting one is wrong.
+    // Expects a response with this error status; its absence is a problem.
     expectStatus(status) {
         this.announced.push(status);
     }
 
-    // The next request that gets no answer is meant to get none; getting one is wrong.
+    // Expects a request without a response; its absence is a problem.
     expectFailure() {
         ++this.announcedFailures;
     }
 
-    // The answer that the page was last made from.
+    // Returns the response that the page was last loaded from.
     documentOf(page) {
         return this.documents.get(page);
     }
 
-    // What went wrong so far, and forgets it.
+    // Returns and clears the problems so far.
     takeProblems() {
         const missing = [
-            ...this.announced.map((status) => `no answer with status ${status}`),
-            ...Array(this.announcedFailures).fill('no request without an answer'),
+            ...this.announced.map((status) => `no response with status ${status}`),
+            ...Array(this.announcedFailures).fill('no request without a response'),
         ];
         const problems = [...this.problems, ...missing];
         this.problems = [];
@@ -79,7 +79,7 @@ export class Watch {
         }
     }
 
-    // Between the answer and this, the page that is left may still ask for something.
+    // Until now, the page being left may still have sent requests.
     #onArrival(frame) {
         const page = frame.page();
         if (frame === page.mainFrame() && this.arrivals.has(page)) {
@@ -93,8 +93,7 @@ export class Watch {
         this.arrivals.delete(page);
     }
 
-    // A page that is left gives up what it was asking for, and a script may not want to go where it
-    // is sent.
+    // A page that is left aborts its requests, and a script may refuse to follow a redirect.
     #isGivenUp(request) {
         const page = pageOf(request);
         return request.redirectedFrom() !== null || page.isClosed() || this.departures.has(page) ||
@@ -106,7 +105,7 @@ export class Watch {
         if (isForPage(request)) {
             this.#endDeparture(pageOf(request));
         }
-        // A frame that goes elsewhere, or whose upload was answered before it was read to its end.
+        // A frame that navigates away, or an upload answered before it was read completely.
         const isNavigation = request.isNavigationRequest();
         if (reason === 'net::ERR_ABORTED' &&
             (isNavigation || isOfAnotherSite(request) || this.#isGivenUp(request))) {
