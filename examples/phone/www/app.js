@@ -1,16 +1,16 @@
-// What the pages do beyond plain links and forms, which work without this script: tell what the
-// phone is doing, show live figures, check forms before they are sent, show how far an upload is.
-// The words come from the page's element "texts".
+// Enhances the pages, whose links and forms also work without this script: shows the phone's status,
+// live data and the progress of uploads, and checks forms before they are sent. Texts come from the
+// page's element "texts".
 'use strict';
 
 const kNoticeAddress = '/servlet?p=notice';
-// The device's status word says what the last request asked for, and only addresses that contain
-// "p=notice" leave it as it is; so what is read in the background must contain it, too.
+// The status word reflects the last request. Only addresses that contain "p=notice" leave it as it
+// is, so addresses polled in the background must contain that too.
 const kDataAddress = '/servlet?p=status-data&quiet=p=notice';
-const kBusyPause = 2000;
-const kIdlePause = 5000;
+const kBusyInterval = 2000;
+const kIdleInterval = 5000;
 const kTimeout = 5000;
-const kPressPause = 800;
+const kPressTime = 800;
 const kSamples = 60;
 
 const page = document.body.dataset;
@@ -34,29 +34,28 @@ function setText(selector, content) {
     }
 }
 
-// When somebody followed a link or sent a form last.
-let lastLeave = 0;
+// When the user last followed a link or sent a form.
+let lastNavigation = 0;
 
-// Not while somebody is on the way to another page, who would end up at the wrong one.
+// Does nothing while another page is loading, which the user chose.
 function goTo(query) {
-    if (Date.now() - lastLeave >= kTimeout) {
+    if (Date.now() - lastNavigation >= kTimeout) {
         location.replace('/servlet?p=' + query);
     }
 }
 
-// ---- Reading in the background
+// ---- Polling
 
 const idleAfter = 1000 * Number(page.idleSeconds);
 const pollers = [];
 let lastInput = Date.now();
 
-// A window that is not looked at, or that nobody uses, asks nothing; else it would keep its
-// session alive for ever.
-function isForgotten() {
+// Hidden or unused windows do not poll: that would keep their session alive for ever.
+function isUnused() {
     return document.hidden || Date.now() - lastInput >= idleAfter;
 }
 
-// Calls `read`, which gives the pause until its next call, until the window is forgotten.
+// Calls `read`, which returns the milliseconds until its next call, until the window is unused.
 class Poller {
     constructor(read) {
         this.read = read;
@@ -70,27 +69,27 @@ class Poller {
         clearTimeout(this.timer);
         this.timer = 0;
         if (!this.isReading) {
-            this.turn();
+            this.poll();
         }
     }
 
-    async turn() {
+    async poll() {
         this.timer = 0;
-        showPaused(isForgotten());
-        if (isForgotten()) {
+        showPaused(isUnused());
+        if (isUnused()) {
             return;
         }
         this.isReading = true;
         const pause = await this.read();
         this.isReading = false;
-        this.timer = setTimeout(() => this.turn(), pause);
+        this.timer = setTimeout(() => this.poll(), pause);
     }
 }
 
 function noteInput() {
-    const wasForgotten = isForgotten();
+    const wasUnused = isUnused();
     lastInput = Date.now();
-    if (wasForgotten) {
+    if (wasUnused) {
         wakePollers();
     }
 }
@@ -136,25 +135,25 @@ let failures = 0;
 async function readNotice() {
     let word = 'unreachable';
     try {
-        // Without the cookie, since asking is no use of the session.
+        // Without the cookie, so that polling does not keep the session alive.
         word = await request(kNoticeAddress, {credentials: 'omit'}, async answer => {
             return answer.ok ? (await answer.text()).trim() : 'unreachable';
         });
     } catch (error) {
-        // Not reachable, which the banner tells.
+        // Not reachable; the banner shows it.
     }
     failures = word === 'unreachable' ? failures + 1 : 0;
     if (failures === 1) {
-        return kBusyPause; // a single failure may be this page being left
+        return kBusyInterval; // a single failure may be due to leaving this page
     }
     showNotice(word);
     if (word === 'idle' && document.querySelector('[data-restarting]')) {
         goTo('status');
     }
-    return word === 'idle' ? kIdlePause : kBusyPause;
+    return word === 'idle' ? kIdleInterval : kBusyInterval;
 }
 
-// ---- Live figures
+// ---- Live data
 
 const samples = {memory: [], received: [], sent: [], events: []};
 let lastData = null;
@@ -209,7 +208,7 @@ function showCharts(data) {
     const seconds = (now - lastTime) / 1000;
     lastTime = now;
     if (!lastData || data.uptime.seconds < lastData.uptime.seconds) {
-        return; // nothing to compare with: the first answer, or the first after a restart
+        return; // the first response, or the first after a restart: nothing to compare with
     }
     const perSecond = (count, before) => Math.max(0, count - before) / seconds;
     const received = perSecond(data.traffic.received, lastData.traffic.received);
@@ -272,7 +271,7 @@ function showDesk(desk) {
 function showPress(name) {
     for (const key of all('[data-key="' + name + '"]')) {
         key.classList.add('pressed');
-        setTimeout(() => key.classList.remove('pressed'), kPressPause);
+        setTimeout(() => key.classList.remove('pressed'), kPressTime);
     }
 }
 
@@ -309,9 +308,9 @@ async function readData() {
             }
         });
     } catch (error) {
-        // Not reachable, which the banner tells.
+        // Not reachable; the banner shows it.
     }
-    return kBusyPause;
+    return kBusyInterval;
 }
 
 // ---- Forms
@@ -321,7 +320,7 @@ function isOn(id) {
     return control !== null && control.checked;
 }
 
-// What is wrong with the value as a code and a limit; null when nothing is.
+// Returns the error code and limit of an invalid value, or null.
 function faultOf(input) {
     const {validity, value} = input;
     const {sameAs, requiredWith, patternCode} = input.dataset;
@@ -352,7 +351,7 @@ function faultOf(input) {
     return null;
 }
 
-// Shows beside the field what is wrong with it, and says whether nothing is.
+// Shows the error of the field next to it. Returns whether the value is valid.
 function check(input) {
     const place = document.getElementById(input.id + '-error');
     if (!place || input.closest('[hidden]')) {
@@ -378,8 +377,8 @@ function checkAll(form) {
 
 let isPressed = false;
 
-// What moves the content must not happen between a press on a button and its release, or that
-// would miss the button.
+// Runs `action` once no pointer button is pressed: if the content moved between press and release,
+// the click would miss its button.
 function afterPress(action) {
     if (isPressed) {
         window.addEventListener('pointerup', () => setTimeout(action), {once: true});
@@ -437,7 +436,7 @@ function prepareForms(root) {
 
 let keysSent = Promise.resolve();
 
-// One key after the other: of two requests at the same time either may arrive first.
+// Sends one key at a time: simultaneous requests may arrive in any order.
 function pressKey(form, button) {
     const body = new URLSearchParams(new FormData(form));
     body.set(button.name, button.value);
@@ -446,15 +445,15 @@ function pressKey(form, button) {
 
 async function sendKey(form, body) {
     try {
-        // A redirect says that the key was taken, or that nobody is signed in any more: the figures,
-        // which are read next, show which.
+        // A redirect means that the key was accepted or that the session ended; the live data, which
+        // is read next, shows which.
         await request(form.action, {method: 'POST', body, redirect: 'manual'}, async answer => {
             if (answer.type !== 'opaqueredirect' && !answer.ok) {
                 goTo('phone');
             }
         });
     } catch (error) {
-        // Not reachable, which the banner tells.
+        // Not reachable; the banner shows it.
     }
     wakePollers();
 }
@@ -482,7 +481,7 @@ function upload(form) {
         if (event.lengthComputable) {
             const percent = Math.floor(100 * event.loaded / event.total);
             bar.value = percent;
-            // Told in steps, or a screen reader would read numbers all the time.
+            // In steps of ten, so that a screen reader does not read numbers all the time.
             status.textContent = text('uploading', {percent: percent - percent % 10});
         }
     });
@@ -503,7 +502,7 @@ function upload(form) {
     transfer.send(new FormData(form));
 }
 
-// Puts the page that came as an answer in the place of this one; says whether there was one.
+// Replaces this page by the one in the response. Returns whether there was one.
 function showAnswer(transfer) {
     const answer = transfer.response;
     const content = answer && answer.getElementById('main');
@@ -538,13 +537,13 @@ window.addEventListener('pointerdown', () => { isPressed = true; }, true);
 for (const name of ['pointerup', 'pointercancel']) {
     window.addEventListener(name, () => { isPressed = false; }, true);
 }
-window.addEventListener('beforeunload', () => { lastLeave = Date.now(); });
+window.addEventListener('beforeunload', () => { lastNavigation = Date.now(); });
 document.addEventListener('visibilitychange', () => {
     if (!document.hidden) {
         wakePollers();
     }
 });
-// A page that the browser kept must not be seen once nobody is signed in any more.
+// After signing out, pages that the browser kept must not be shown again.
 window.addEventListener('pageshow', event => {
     if (event.persisted) {
         location.reload();
