@@ -1,4 +1,4 @@
-// One template file, ready to be rendered.
+// One template file as instructions, ready to be rendered.
 #ifndef PARSED_TEMPLATE_H
 #define PARSED_TEMPLATE_H
 
@@ -19,37 +19,37 @@ struct Instruction {
     enum class Kind : std::uint8_t {
         Text,       // write `text`
         Variable,   // write the variable `name`, or `text` when it is absent or empty
-        SkipUnless, // go to `number` unless `name` is set or, with `compares`, equals `text`
+        SkipUnless, // go to `number` unless `name` is not empty or, with `compares`, equals `text`
         Jump,       // go to `number`
         LoopBegin,  // enter the first row of the loop `name`; without rows go to `number`
-        LoopEnd,    // enter the next row and go to `number`; after the last one go on
+        LoopEnd,    // enter the next row and go to `number`; after the last row go on
         Include,    // render the include `number`
     };
 
     Kind kind;
     Format format = Format::Html;
     bool compares = false;
-    // What the kind says; for a Variable of a custom format the number of that format.
+    // See Kind; for a Variable with a custom format, the number of that format in customFormats.
     std::uint32_t number = 0;
     Name name;
-    // For a Variable a zero byte stands behind the text, for the formats of the caller.
+    // In a Variable a zero byte follows the text, since the caller's formats take a C string.
     std::string_view text;
 };
 
-// Something outside the file that a line of it refers to.
+// A name that the template refers to, and the line that does.
 struct Reference {
     std::string target;
     unsigned line;
 };
 
-// Never changes once it is parsed; any number of threads may render it.
+// Does not change once it is parsed, so any number of threads may render it.
 struct ParsedTemplate {
     ParsedTemplate() = default;
-    // The instructions point into `source`.
+    // Not to be copied: the instructions point into `source`.
     ParsedTemplate(const ParsedTemplate&) = delete;
     ParsedTemplate& operator=(const ParsedTemplate&) = delete;
 
-    // About how much memory it takes.
+    // Returns about how much memory it takes.
     std::size_t footprint() const {
         return sizeof *this + source.capacity() + instructions.capacity() * sizeof(Instruction) +
                (includes.capacity() + customFormats.capacity()) * sizeof(Reference);
@@ -58,9 +58,9 @@ struct ParsedTemplate {
     std::string file; // as messages name it
     std::string source;
     std::vector<Instruction> instructions;
-    std::vector<Reference> includes;      // paths, relative names already put behind the folder
-    std::vector<Reference> customFormats; // names, each once with the first line that uses it
-    unsigned loopDepth = 0;               // how many loops lie inside each other
+    std::vector<Reference> includes;      // paths; relative ones begin with this file's folder
+    std::vector<Reference> customFormats; // each name once, with the first line that uses it
+    unsigned loopDepth = 0;               // how deep loops are nested
 };
 
 } // namespace tmpl

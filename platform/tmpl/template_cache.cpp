@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstdint>
 #include <ctime>
@@ -15,19 +16,19 @@
 namespace tmpl {
 namespace {
 
-// How often a file that changes while it is read is read again.
+// How often a file is read that changes while it is read; then the last text is used, and not kept.
 constexpr int kMaxReads = 3;
 
 bool same(const timespec& left, const timespec& right) {
     return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
 }
 
-// One open template file; every failure is thrown as one of `asker`.
+// One open template file. Its functions throw Fault; failures are reported at the position `asker`.
 class TemplateFile {
 public:
     TemplateFile(const std::string& path, const Position& asker)
         : m_path(path), m_asker(asker),
-          // A pipe in the place of a file must not stop the thread.
+          // O_NONBLOCK: a pipe instead of a file must not block the thread.
           m_file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
         if (!m_file)
             fail(errno);
@@ -44,10 +45,10 @@ public:
         return FileIdentity(status);
     }
 
-    // From the start to the end, or to one byte above the largest size.
+    // Returns the whole text, or as much of it as shows that it is too large.
     std::string read(off_t expectedSize) const {
         constexpr std::size_t kEnough = kMaxTemplateSize + 1;
-        // One byte more than expected, so that the end is seen without growing.
+        // One byte more than expected, so that reading finds the end without growing the text.
         const auto expected = static_cast<std::uintmax_t>(expectedSize) + 1;
         std::string text(std::min<std::uintmax_t>(expected, kEnough), '\0');
         std::size_t size = 0;
@@ -84,8 +85,8 @@ private:
     base::Descriptor m_file;
 };
 
-// Whether any later change is sure to give the file another time. The time of modification does
-// not tell: copying programs set it back.
+// Returns whether any later change is sure to give the file another time stamp. This must be judged
+// by ctime, since copying programs set mtime back.
 bool isSettled(const FileIdentity& identity) {
     const time_t age = std::time(nullptr) - identity.changed.tv_sec;
     return age > TemplateCache::kSettleTime || age < -TemplateCache::kSettleTime;
@@ -146,7 +147,7 @@ void TemplateCache::keep(const std::string& path, const FileIdentity& identity,
     if (size > m_maxBytes)
         return;
     while (!m_entries.empty() && (m_entries.size() >= m_maxFiles || m_bytes + size > m_maxBytes))
-        forgetLeastUsed();
+        forgetLeastRecentlyUsed();
     m_entries.insert_or_assign(path, Entry{identity, parsed, ++m_uses});
     m_bytes += size;
 }
@@ -159,7 +160,8 @@ void TemplateCache::forget(const std::string& path) {
     m_entries.erase(entry);
 }
 
-void TemplateCache::forgetLeastUsed() {
+void TemplateCache::forgetLeastRecentlyUsed() {
+    assert(!m_entries.empty());
     const auto least = std::min_element(m_entries.begin(), m_entries.end(),
                                         [](const auto& left, const auto& right) {
                                             return left.second.lastUse < right.second.lastUse;

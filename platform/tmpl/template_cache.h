@@ -16,7 +16,7 @@
 
 namespace tmpl {
 
-// What tells one state of a file from another.
+// Identifies one version of a file: a changed file differs in one of these.
 struct FileIdentity {
     explicit FileIdentity(const struct stat& status);
     bool operator==(const FileIdentity& other) const;
@@ -24,25 +24,24 @@ struct FileIdentity {
     dev_t device;
     ino_t inode;
     off_t size;
-    timespec modified;
-    // Cannot be set back, as the other time can.
-    timespec changed;
+    timespec modified; // mtime
+    timespec changed;  // ctime: unlike mtime, programs cannot set it
 };
 
-// All operations may run on any thread at any time; files are read outside the lock.
+// Thread-safe; files are read outside the lock.
 class TemplateCache {
 public:
-    // More than the pages of a device have, and what their parsed files may take of its memory.
+    // More files than the pages of a device have, and the share of its memory for them when parsed.
     static constexpr std::size_t kMaxFiles = 256;
     static constexpr std::size_t kMaxBytes = 2 * 1024 * 1024;
-    // A file changed this short a time ago (in seconds) is not kept: a file system counts time in
-    // steps of up to two seconds, so the next change may leave it looking the same.
+    // A file that changed at most this many seconds ago is not kept: file systems count time in
+    // steps of up to two seconds, so the next change might not change the time stamp.
     static constexpr time_t kSettleTime = 2;
 
     explicit TemplateCache(std::size_t maxFiles = kMaxFiles, std::size_t maxBytes = kMaxBytes);
 
-    // The file as it is on disk now; never null. Throws Fault for a wrong template and for a file
-    // that cannot be read, which is then reported at `asker`; std::bad_alloc without memory.
+    // Returns the file as it is on disk now; never null. Throws Fault for a wrong template, and for
+    // a file that cannot be read, with the position `asker`. Throws std::bad_alloc.
     std::shared_ptr<const ParsedTemplate> get(const std::string& path, const Position& asker);
 
 private:
@@ -57,7 +56,7 @@ private:
     void keep(const std::string& path, const FileIdentity& identity,
               const std::shared_ptr<const ParsedTemplate>& parsed);
     void forget(const std::string& path);
-    void forgetLeastUsed();
+    void forgetLeastRecentlyUsed();
 
     const std::size_t m_maxFiles;
     const std::size_t m_maxBytes;

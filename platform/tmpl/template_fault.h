@@ -1,4 +1,4 @@
-// Why a template is not rendered.
+// The exception for a template that cannot be rendered.
 #ifndef TEMPLATE_FAULT_H
 #define TEMPLATE_FAULT_H
 
@@ -14,10 +14,10 @@ struct Position {
     unsigned line;
 };
 
-// Thrown by everything that reads and checks templates; never leaves the C functions.
+// Thrown by all functions that read and check templates. The C functions catch it.
 class Fault : public std::exception {
 public:
-    // The values are results of TMPL_web_write.
+    // The values are results of TMPL_web_write().
     enum Kind { Unreadable = 1, Wrong = 2 };
 
     Fault(Kind kind, Position position, std::string reason)
@@ -25,7 +25,8 @@ public:
 
     Kind kind() const { return m_kind; }
     const Position& position() const { return m_position; }
-    // English, without the position. May hold text of the template, control characters included.
+    // Returns the reason in English, without the position. It may quote text of the template, with
+    // any control characters.
     const char* what() const noexcept override { return m_reason.c_str(); }
 
 private:

@@ -13,7 +13,7 @@ std::size_t Page::add(TemplateCache& cache, std::shared_ptr<const ParsedTemplate
                       unsigned depth) {
     const std::size_t number = m_files.size();
     m_files.push_back({parsed, {}, 0, true});
-    // By number each time: adding a file may move the others.
+    // Adding a file may move the others in memory, so look up m_files[number] each time.
     for (const Reference& reference : parsed->includes) {
         const Position asker{parsed->file, reference.line};
         const std::size_t included = include(cache, reference.target, asker, depth + 1);
@@ -34,7 +34,7 @@ std::size_t Page::include(TemplateCache& cache, const std::string& path, const P
     const unsigned deepest = known != m_files.end() ? depth + known->includeDepth : depth;
     if (deepest > kMaxIncludeDepth)
         throw Fault(Fault::Wrong, asker,
-                    "includes are more than " + std::to_string(kMaxIncludeDepth) + " deep");
+                    "includes are nested more than " + std::to_string(kMaxIncludeDepth) + " deep");
     if (known != m_files.end())
         return static_cast<std::size_t>(known - m_files.begin());
     return add(cache, cache.get(path, asker), depth);

@@ -4,6 +4,7 @@
 
 #include "template_cache.h"
 
+#include <cassert>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -11,27 +12,32 @@
 
 namespace tmpl {
 
-// Includes inside each other; also what ends an include of itself under changing names.
+// Maximum include depth; also stops a file that includes itself under different paths.
 constexpr unsigned kMaxIncludeDepth = 16;
 
-// Used by one thread. Throws Fault and std::bad_alloc when it is made.
+// Does not change after construction. For one thread.
 class Page {
 public:
     struct File {
         std::shared_ptr<const ParsedTemplate> parsed;
-        // For each include of `parsed` the number of its file in the page.
+        // For each include of `parsed`, the number of its file in the page.
         std::vector<std::size_t> includes;
-        // How deep the includes below this file go; 0 without any.
+        // How deep the includes of this file are nested; 0 without any.
         unsigned includeDepth = 0;
-        // Still being added: whoever includes it now is included by it.
+        // True while its includes are being added: a file that includes it now includes itself.
         bool isOpen = true;
     };
 
-    // `parsed` is the main template; the files that it includes come from the cache.
+    // `parsed` is the main template; the files that it includes come from the cache. Throws Fault
+    // and std::bad_alloc.
     Page(TemplateCache& cache, std::shared_ptr<const ParsedTemplate> parsed);
 
-    // The main template is number 0.
-    const File& file(std::size_t number) const { return m_files[number]; }
+    // Returns a file by its number, which must be below size(). The main template is number 0.
+    const File& file(std::size_t number) const {
+        assert(number < size());
+        return m_files[number];
+    }
+    // Returns the count of files.
     std::size_t size() const { return m_files.size(); }
 
 private:

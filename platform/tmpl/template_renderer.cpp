@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <climits>
 #include <string>
 
@@ -14,11 +15,11 @@ namespace {
 
 constexpr char kHexDigits[] = "0123456789ABCDEF";
 
-// What stands in the place of the first bytes of a text.
+// The text that replaces the first bytes of another one.
 struct Replacement {
     char text[8];
-    unsigned char size; // 0: the byte stays as it is
-    unsigned char replaced = 1;
+    unsigned char size;         // 0: nothing is replaced
+    unsigned char replaced = 1; // how many bytes
 };
 
 using Bytes = std::array<bool, 256>;
@@ -53,7 +54,7 @@ Replacement escapeHtml(std::string_view rest) {
     }
 }
 
-// RFC 3986, section 2.3: all but the unreserved characters.
+// All but the unreserved characters of RFC 3986, section 2.3.
 constexpr bool isSpecialInUrl(unsigned char byte) {
     const auto character = static_cast<char>(byte);
     return !base::isAsciiLetter(character) && !base::isAsciiDigit(character) &&
@@ -65,8 +66,8 @@ Replacement escapeUrl(std::string_view rest) {
     return {{'%', kHexDigits[byte >> 4], kHexDigits[byte & 15]}, 3};
 }
 
-// Nothing that ends a string of any kind, begins an escape or a substitution in one, or that an
-// HTML parser sees before the script does. U+2028 and U+2029 end a line in older scripts.
+// All that ends a string of any kind, begins an escape or a substitution in one, or means something
+// to an HTML parser, which reads the script first. U+2028 and U+2029 end a line in older scripts.
 constexpr unsigned char kFirstOfLineSeparators = 0xe2;
 constexpr bool isSpecialInJs(unsigned char byte) {
     return byte < 0x20 || isOneOf("\\'\"`$<>&/\x7f", byte) || byte == kFirstOfLineSeparators;
@@ -87,10 +88,11 @@ Replacement escapeJs(std::string_view rest) {
 
 } // namespace
 
-// How a built-in format escapes: most bytes stay as they are, and are told by one look.
+// How a built-in format escapes.
 struct Renderer::Escape {
-    Bytes special;
-    Replacement (*replacementOf)(std::string_view rest); // which begins with a special byte
+    Bytes special; // a table, since most bytes stay as they are
+    // Returns what replaces the first bytes of `rest`, which must begin with a special byte.
+    Replacement (*replacementOf)(std::string_view rest);
 };
 
 constexpr Renderer::Escape Renderer::kHtml = {bytesThat(isSpecialInHtml), escapeHtml};
@@ -100,7 +102,7 @@ constexpr Renderer::Escape Renderer::kJs = {bytesThat(isSpecialInJs), escapeJs};
 Renderer::Renderer(const Page& page, const TMPL_fmtlist* formats, const TMPL_varlist* variables)
     : m_page(page) {
     findFormats(formats);
-    // All the memory that rendering needs, so that it cannot fail half way.
+    // Reserve all the memory that rendering needs, so that it cannot fail in the middle of a page.
     std::size_t loopDepth = 0;
     for (std::size_t i = 0; i < page.size(); ++i)
         loopDepth = std::max<std::size_t>(loopDepth, page.file(i).parsed->loopDepth);
@@ -108,7 +110,7 @@ Renderer::Renderer(const Page& page, const TMPL_fmtlist* formats, const TMPL_var
     m_returns.reserve(includeDepth);
     m_scopes.reserve(1 + (includeDepth + 1) * loopDepth);
     if (variables != nullptr)
-        m_scopes.push_back(variables);
+        enterScope(*variables);
 }
 
 void Renderer::findFormats(const TMPL_fmtlist* formats) {
@@ -126,6 +128,7 @@ void Renderer::findFormats(const TMPL_fmtlist* formats) {
 }
 
 void Renderer::render(FCGX_Stream& out) {
+    assert(m_out == nullptr && "renders one page once");
     m_out = &out;
     while (!m_broken) {
         const auto& instructions = m_page.file(m_place.file).parsed->instructions;
@@ -197,7 +200,7 @@ bool Renderer::holds(const Instruction& condition) const {
 void Renderer::beginLoop(const Instruction& instruction) {
     const TMPL_loop* rows = loop(instruction.name);
     if (rows != nullptr && rows->firstRow != nullptr)
-        m_scopes.push_back(rows->firstRow);
+        enterScope(*rows->firstRow);
     else
         m_place.instruction = instruction.number;
 }
@@ -207,11 +210,17 @@ void Renderer::endLoop(const Instruction& instruction) {
     m_scopes.pop_back();
     if (next == nullptr)
         return;
-    m_scopes.push_back(next);
+    enterScope(*next);
     m_place.instruction = instruction.number;
 }
 
+void Renderer::enterScope(const TMPL_varlist& variables) {
+    assert(m_scopes.size() < m_scopes.capacity() && "takes no memory while rendering");
+    m_scopes.push_back(&variables);
+}
+
 void Renderer::enterInclude(const Instruction& instruction) {
+    assert(m_returns.size() < m_returns.capacity() && "takes no memory while rendering");
     m_returns.push_back(m_place);
     m_place = {m_page.file(m_place.file).includes[instruction.number], 0};
 }

@@ -1,4 +1,4 @@
-// Writes a page.
+// Writes a page to a stream.
 #ifndef TEMPLATE_RENDERER_H
 #define TEMPLATE_RENDERER_H
 
@@ -10,14 +10,15 @@
 
 namespace tmpl {
 
-// Renders one page once, on one thread. Page, formats and variables outlive it.
+// Renders one page once, on one thread. Page, formats and variables must outlive it.
 class Renderer {
 public:
-    // Everything that can fail: Fault for a format that nobody knows, std::bad_alloc. Formats and
-    // variables may be null.
+    // Does everything that can fail. Formats and variables may be null. Throws Fault for an unknown
+    // format, and std::bad_alloc.
     Renderer(const Page& page, const TMPL_fmtlist* formats, const TMPL_varlist* variables);
 
-    // Stops when nothing more can be written. Throws only what a format of the caller throws.
+    // Call once. Takes no memory, and stops when the stream takes no more. Throws only what one of
+    // the caller's formats throws.
     void render(FCGX_Stream& out);
 
 private:
@@ -37,6 +38,7 @@ private:
     bool holds(const Instruction& condition) const;
     void beginLoop(const Instruction& instruction);
     void endLoop(const Instruction& instruction);
+    void enterScope(const TMPL_varlist& variables);
     void enterInclude(const Instruction& instruction);
 
     const std::string* variable(const Name& name) const;
@@ -44,22 +46,22 @@ private:
     void write(std::string_view text);
     void writeThrough(std::string_view text);
     void writeCollected();
-    // What the stream takes at once: at most INT_MAX bytes.
+    // Writes at most INT_MAX bytes, which is as many as the stream takes at once.
     void put(std::string_view text);
     void writeEscaped(std::string_view text, const Escape& escape);
 
     const Page& m_page;
     FCGX_Stream* m_out = nullptr;
-    bool m_broken = false;
-    // Most pieces of a page are a few bytes, each of which would be a call of the FastCGI kit.
+    bool m_broken = false; // the stream takes no more
+    // Most pieces of a page have a few bytes; collected here, they need fewer calls of libfcgi.
     char m_collected[512];
     std::size_t m_collectedSize = 0;
-    // For each file of the page the functions of its custom formats.
+    // For each file of the page, the functions of its custom formats.
     std::vector<std::vector<TMPL_format>> m_formats;
     Place m_place{0, 0};
-    // Where the including files go on.
+    // Where to go on behind the includes that are being rendered.
     std::vector<Place> m_returns;
-    // The variables of the page, and the current rows of the loops inside each other.
+    // The variables of the page, then the current row of each loop, from the outermost inwards.
     std::vector<const TMPL_varlist*> m_scopes;
 };
 

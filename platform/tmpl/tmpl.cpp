@@ -1,4 +1,4 @@
-// The C functions: no exception leaves them.
+// The C functions of tmpl.h. They let no exception out.
 #include "tmpl.h"
 
 #include "template_page.h"
@@ -16,10 +16,10 @@
 
 namespace {
 
-// What messages call a template that has no name.
+// The name, in messages, of a template without a name.
 constexpr const char* kUnnamed = "(text)";
 
-// Lives as long as the process: threads may still be rendering when the static objects go.
+// Never destroyed: threads may still be rendering when the static objects are.
 tmpl::TemplateCache& cache() {
     static tmpl::TemplateCache& instance = *new tmpl::TemplateCache;
     return instance;
@@ -28,16 +28,16 @@ tmpl::TemplateCache& cache() {
 std::shared_ptr<const tmpl::ParsedTemplate> mainTemplate(const char* name, const char* text) {
     const tmpl::Position start{name != nullptr ? name : kUnnamed, 1};
     if (text != nullptr) {
-        // One byte above the largest size is enough to refuse it.
+        // One byte above the maximum is enough to refuse the text.
         const std::size_t size = ::strnlen(text, tmpl::kMaxTemplateSize + 1);
         return tmpl::parseTemplate(start.file, std::string(text, size));
     }
     if (name == nullptr)
-        throw tmpl::Fault(tmpl::Fault::Unreadable, start, "there is neither a file nor a text");
+        throw tmpl::Fault(tmpl::Fault::Unreadable, start, "neither a file nor a text was given");
     return cache().get(start.file, start);
 }
 
-// How many names with a value come, up to the first null.
+// Returns how many names with a value come before the first null.
 std::size_t countPairs(va_list arguments) {
     std::size_t count = 0;
     va_list counted;
@@ -48,7 +48,7 @@ std::size_t countPairs(va_list arguments) {
     return count;
 }
 
-// Writes one line whatever the texts hold, in one piece and without taking memory.
+// Writes one line, whatever the texts contain, with one call and without taking memory.
 void report(FILE* err, const char* file, unsigned line, const char* reason) {
     if (err == nullptr)
         return;
@@ -78,7 +78,7 @@ TMPL_varlist* TMPL_add_var(TMPL_varlist* list, ...) {
             list->addVariable(name, value);
         }
     } catch (const std::bad_alloc&) {
-        // The rest of the pairs is left out.
+        // The remaining pairs are left out.
     }
     va_end(arguments);
     return list;
@@ -105,7 +105,7 @@ TMPL_varlist* TMPL_add_loop(TMPL_varlist* list, const char* name, TMPL_loop* loo
         if (name != nullptr)
             list->addLoop(name, std::move(taken));
     } catch (const std::bad_alloc&) {
-        // The loop goes with `taken`, or went with the entry that found no memory.
+        // The loop is freed with `taken`, or was freed with the entry that found no memory.
     }
     return list;
 }
@@ -142,9 +142,9 @@ int TMPL_web_write(const char* name, const char* text, const TMPL_fmtlist* forma
         report(err, fault.position().file.c_str(), fault.position().line, fault.what());
         return fault.kind();
     } catch (const std::bad_alloc&) {
-        report(err, name != nullptr ? name : kUnnamed, 1, "there is not enough memory");
+        report(err, name != nullptr ? name : kUnnamed, 1, "not enough memory");
     } catch (...) {
-        report(err, name != nullptr ? name : kUnnamed, 1, "a format failed");
+        report(err, name != nullptr ? name : kUnnamed, 1, "a format function threw an exception");
     }
     return tmpl::Fault::Wrong;
 }

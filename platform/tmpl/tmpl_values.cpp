@@ -1,6 +1,7 @@
 #include "tmpl_values.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 namespace {
@@ -13,8 +14,8 @@ std::uint32_t hashOf(std::string_view text) {
     return hash;
 }
 
-// Lists are short, rows a few variables each: a search in a row of entries is faster than a map
-// and takes less memory.
+// Lists are short, and rows have a few variables: a linear search is faster than a map and takes
+// less memory.
 template <class Entries>
 auto findByName(Entries& entries, const tmpl::Name& name) -> decltype(entries.data()) {
     for (auto& entry : entries) {
@@ -60,6 +61,7 @@ void TMPL_varlist::makeRoom(std::size_t count) {
 }
 
 void TMPL_varlist::addVariable(const char* name, const char* value) {
+    assert(name != nullptr && value != nullptr);
     const tmpl::Name wanted{name};
     if (Variable* known = findByName(m_variables, wanted))
         known->value = value;
@@ -68,10 +70,11 @@ void TMPL_varlist::addVariable(const char* name, const char* value) {
 }
 
 void TMPL_varlist::addLoop(const char* name, std::unique_ptr<TMPL_loop> loop) {
+    assert(name != nullptr && loop != nullptr);
     const tmpl::Name wanted{name};
     NamedLoop* known = findByName(m_loops, wanted);
     if (known != nullptr && known->loop == loop)
-        static_cast<void>(loop.release()); // handed over once already
+        static_cast<void>(loop.release()); // it was added before, so the list owns it already
     else if (known != nullptr)
         known->loop = std::move(loop);
     else
@@ -89,6 +92,7 @@ const TMPL_loop* TMPL_varlist::loop(const tmpl::Name& name) const {
 }
 
 void TMPL_fmtlist::add(const char* name, TMPL_format format) {
+    assert(name != nullptr && format != nullptr);
     for (Format& known : m_formats) {
         if (known.name == name) {
             known.function = format;

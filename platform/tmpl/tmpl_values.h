@@ -1,15 +1,13 @@
-// What a page is rendered with: variables, loops of rows, formats.
+// The values that a page is rendered with: variables, loops of rows, formats.
 //
-// Where tmpl.h leaves a choice:
-//   - A function that adds starts a list whenever it is given none, even when there is nothing to
-//     add. Without memory it gives back the list as it was.
-//   - A variable whose value is null ends the arguments of TMPL_add_var and is not added: behind
-//     it nothing safe can be read.
-//   - A row or a loop handed over is taken in any case. One that cannot be added (no name, no
-//     memory) is freed.
-//   - A null loop is a loop without rows. A loop replaces one added earlier under its name.
-//   - Variables and loops do not share their names: one of each may have the same. Names are
-//     case-sensitive.
+// Decisions that tmpl.h leaves open:
+//   - A function that adds starts a list whenever it is given null, even when nothing is added.
+//     Without memory it returns the list as it was.
+//   - A null value ends the arguments of TMPL_add_var(), since nothing behind it can be read
+//   safely.
+//   - A row or loop that cannot be added (no name, no memory) is freed.
+//   - A loop replaces the one added earlier under its name.
+//   - A variable and a loop may have the same name.
 //   - A format without a name or a function is not added. The built-in formats cannot be replaced,
 //     so that a format list never turns escaping off.
 #ifndef TMPL_VALUES_H
@@ -26,7 +24,7 @@
 
 namespace tmpl {
 
-// A name to look up. The hash lets a search compare numbers, and texts only on a hit.
+// A name to look up. A search compares hashes first, and texts only if these are equal.
 struct Name {
     Name() = default;
     explicit Name(std::string_view nameText);
@@ -35,8 +33,8 @@ struct Name {
     std::uint32_t hash = 0;
 };
 
-// Frees the rows that begin with `first` and everything in them; null is no row. Takes neither
-// memory nor a deeper stack, however deep loops lie in rows of loops.
+// Frees `first` and the rows behind it with everything in them; null stands for no row. Takes no
+// memory and does not recurse, however deep loops are nested.
 void freeRows(TMPL_varlist* first);
 
 } // namespace tmpl
@@ -47,7 +45,8 @@ struct TMPL_loop {
     TMPL_loop(const TMPL_loop&) = delete;
     TMPL_loop& operator=(const TMPL_loop&) = delete;
 
-    // Takes the row; null is an empty row. Without memory for that one, std::bad_alloc.
+    // Appends the row, which the loop then owns; null stands for an empty row. Throws
+    // std::bad_alloc, for an empty row only.
     void add(TMPL_varlist* row);
 
     TMPL_varlist* firstRow = nullptr;
@@ -60,19 +59,19 @@ public:
     TMPL_varlist(const TMPL_varlist&) = delete;
     TMPL_varlist& operator=(const TMPL_varlist&) = delete;
 
-    // For so many variables that come next; std::bad_alloc.
+    // Reserves memory for `count` more variables. Throws std::bad_alloc.
     void makeRoom(std::size_t count);
 
-    // Both copy the texts and replace what has the same name. std::bad_alloc leaves the list as it
-    // was.
+    // Adds a variable or a loop, or replaces the one of that name. Copies the texts; nothing may be
+    // null. Throws std::bad_alloc, which leaves the list as it was.
     void addVariable(const char* name, const char* value);
     void addLoop(const char* name, std::unique_ptr<TMPL_loop> loop);
 
-    // Null when there is none.
+    // Return the variable or the loop of that name, or null.
     const std::string* variable(const tmpl::Name& name) const;
     const TMPL_loop* loop(const tmpl::Name& name) const;
 
-    // The row behind this one in its loop.
+    // The next row of the loop that this row belongs to.
     TMPL_varlist* nextRow = nullptr;
 
 private:
@@ -95,8 +94,9 @@ private:
 
 struct TMPL_fmtlist {
 public:
+    // Adds a format, or replaces the one of that name. Nothing may be null. Throws std::bad_alloc.
     void add(const char* name, TMPL_format format);
-    // Null when there is none.
+    // Returns the format of that name, or null.
     TMPL_format find(std::string_view name) const;
 
 private:

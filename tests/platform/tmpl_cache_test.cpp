@@ -18,10 +18,10 @@ using tmpl::TemplateCache;
 
 const tmpl::Position kAsker{"asker", 7};
 
-// How many seconds the clock of this program is ahead of that of the files.
+// How many seconds the clock of this program is ahead of the clock of the files.
 std::atomic<time_t> clockAhead{0};
 
-// The cache keeps a file when its last change is some time ago.
+// Makes the last change of all files old enough for the cache to keep them.
 void letTimePass() {
     clockAhead = 10;
 }
@@ -39,14 +39,14 @@ std::string writeOld(const TemplateFolder& folder, const std::string& name,
     return path;
 }
 
-// Lets the file system's clock go on, so that a change is given another time.
+// Waits for the file system's clock, so that the next change gets another time stamp.
 void waitForNextTime() {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
 } // namespace
 
-// In the place of the C library's, also for the library under test.
+// Replaces the C library's function, also for the library under test.
 extern "C" time_t time(time_t* result) noexcept {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
@@ -56,7 +56,7 @@ extern "C" time_t time(time_t* result) noexcept {
     return seconds;
 }
 
-TEST(FileIdentity, IsAnotherOnceAnythingOfTheFileIsAnother) {
+TEST(FileIdentity, DiffersWhenAnyAttributeOfTheFileDiffers) {
     const struct stat file {};
     EXPECT_TRUE(tmpl::FileIdentity(file) == tmpl::FileIdentity(file));
     const std::function<void(struct stat&)> changes[] = {
@@ -74,7 +74,7 @@ TEST(FileIdentity, IsAnotherOnceAnythingOfTheFileIsAnother) {
     }
 }
 
-TEST(Cache, GivesTheSameParsedFileUntilItChanges) {
+TEST(Cache, ReturnsTheSameParsedFileUntilItChanges) {
     const TemplateFolder folder;
     const std::string page = writeOld(folder, "page.html", "old");
     TemplateCache cache;
@@ -88,7 +88,7 @@ TEST(Cache, GivesTheSameParsedFileUntilItChanges) {
     EXPECT_EQ(first->source, "old");
 }
 
-TEST(Cache, SeesAChangeThatLeavesSizeAndTimeOfTheFile) {
+TEST(Cache, NoticesAChangeThatKeepsSizeAndTimeOfTheFile) {
     const TemplateFolder folder;
     const std::string page = writeOld(folder, "page.html", "old");
     TemplateCache cache;
@@ -98,7 +98,7 @@ TEST(Cache, SeesAChangeThatLeavesSizeAndTimeOfTheFile) {
     EXPECT_EQ(cache.get(page, kAsker)->source, "new");
 }
 
-TEST(Cache, SeesAFileThatIsPutInThePlace) {
+TEST(Cache, NoticesAFileThatIsReplaced) {
     const TemplateFolder folder;
     const std::string page = writeOld(folder, "page.html", "old");
     TemplateCache cache;
@@ -107,7 +107,7 @@ TEST(Cache, SeesAFileThatIsPutInThePlace) {
     EXPECT_EQ(cache.get(page, kAsker)->source, "new");
 }
 
-TEST(Cache, DoesNotKeepAFileWhoseNextChangeCouldLookTheSame) {
+TEST(Cache, DoesNotKeepAFileThatHasJustChanged) {
     const TemplateFolder folder;
     const std::string page = folder.write("page.html", "text");
     clockAhead = 0;
@@ -116,7 +116,7 @@ TEST(Cache, DoesNotKeepAFileWhoseNextChangeCouldLookTheSame) {
     EXPECT_NE(cache.get(page, kAsker), first);
 }
 
-TEST(Cache, IsNotTakenInByATimeThatWasSetBack) {
+TEST(Cache, DoesNotKeepAFileThatHasJustChangedAndHadItsTimeSetBack) {
     const TemplateFolder folder;
     const std::string page = folder.write("page.html", "text");
     setTimeBack(page);
@@ -126,7 +126,7 @@ TEST(Cache, IsNotTakenInByATimeThatWasSetBack) {
     EXPECT_NE(cache.get(page, kAsker), first);
 }
 
-TEST(Cache, ReportsAFileThatIsGone) {
+TEST(Cache, ReportsAFileThatWasRemoved) {
     const TemplateFolder folder;
     const std::string page = writeOld(folder, "page.html", "text");
     TemplateCache cache;
@@ -134,7 +134,7 @@ TEST(Cache, ReportsAFileThatIsGone) {
     std::filesystem::remove(page);
     try {
         cache.get(page, kAsker);
-        FAIL() << "a file that is gone was found";
+        FAIL() << "a file that was removed was found";
     } catch (const tmpl::Fault& fault) {
         EXPECT_EQ(fault.kind(), tmpl::Fault::Unreadable);
         EXPECT_EQ(fault.position().file, "asker");
@@ -142,7 +142,7 @@ TEST(Cache, ReportsAFileThatIsGone) {
     }
 }
 
-TEST(Cache, ForgetsTheFileLeastRecentlyUsedWhenThereAreTooMany) {
+TEST(Cache, ForgetsTheLeastRecentlyUsedFileWhenFull) {
     const TemplateFolder folder;
     TemplateCache cache(2);
     const auto a = cache.get(writeOld(folder, "a", "a"), kAsker);
@@ -154,7 +154,7 @@ TEST(Cache, ForgetsTheFileLeastRecentlyUsedWhenThereAreTooMany) {
     EXPECT_NE(cache.get(folder.path("b"), kAsker), b);
 }
 
-TEST(Cache, ForgetsFilesWhenTheyTakeTooMuchMemory) {
+TEST(Cache, ForgetsFilesThatTakeTooMuchMemory) {
     const TemplateFolder folder;
     const std::string large(10000, 'x');
     TemplateCache cache(100, 25000);
@@ -167,7 +167,7 @@ TEST(Cache, ForgetsFilesWhenTheyTakeTooMuchMemory) {
     EXPECT_NE(cache.get(folder.path("b"), kAsker), b);
 }
 
-TEST(Cache, CountsAFileThatChangesOnce) {
+TEST(Cache, CountsAChangedFileOnlyOnce) {
     const TemplateFolder folder;
     const std::string large(10000, 'x');
     TemplateCache cache(100, 25000);
@@ -177,7 +177,7 @@ TEST(Cache, CountsAFileThatChangesOnce) {
     EXPECT_EQ(cache.get(folder.path("a"), kAsker), a);
 }
 
-TEST(Cache, DoesNotKeepWhatIsLargerThanTheWholeOfIt) {
+TEST(Cache, DoesNotKeepAFileLargerThanItsLimit) {
     const TemplateFolder folder;
     TemplateCache cache(100, 5000);
     const auto small = cache.get(writeOld(folder, "small", "x"), kAsker);
@@ -186,7 +186,7 @@ TEST(Cache, DoesNotKeepWhatIsLargerThanTheWholeOfIt) {
     EXPECT_EQ(cache.get(folder.path("small"), kAsker), small);
 }
 
-TEST(Page, IsRenderedFromTheFileAsItIsNow) {
+TEST(Page, IsRenderedFromTheCurrentFile) {
     const TemplateFolder folder;
     const std::string page = writeOld(folder, "page.html", "old");
     EXPECT_EQ(renderFile(page), success("old"));
@@ -197,7 +197,7 @@ TEST(Page, IsRenderedFromTheFileAsItIsNow) {
     EXPECT_EQ(renderFile(page), success("two"));
 }
 
-TEST(Page, IsRenderedFromItsIncludesAsTheyAreNow) {
+TEST(Page, IsRenderedFromTheCurrentIncludes) {
     const TemplateFolder folder;
     const std::string page = writeOld(folder, "page.html", "<TMPL_INCLUDE name=\"part.html\">");
     writeOld(folder, "part.html", "<TMPL_INCLUDE name=\"inner.html\">.");
@@ -214,7 +214,7 @@ TEST(Page, IsRenderedFromItsIncludesAsTheyAreNow) {
     EXPECT_EQ(renderFile(page), success("again"));
 }
 
-TEST(Page, ThatWasWrongIsRenderedOnceItIsRight) {
+TEST(Page, IsRenderedOnceAnErrorIsCorrected) {
     const TemplateFolder folder;
     const std::string page = writeOld(folder, "page.html", "<TMPL_ELSE>");
     EXPECT_EQ(renderFile(page).result, 2);
@@ -224,7 +224,7 @@ TEST(Page, ThatWasWrongIsRenderedOnceItIsRight) {
     EXPECT_EQ(renderFile(page), success("now right.."));
 }
 
-TEST(Page, IsWholeOnEveryThreadWhileItsFilesAreReplaced) {
+TEST(Page, IsConsistentOnEveryThreadWhileItsFilesAreReplaced) {
     const TemplateFolder folder;
     const std::string page = folder.write(
         "page.html", "<TMPL_LOOP name=\"rows\"><TMPL_INCLUDE name=\"part.html\"></TMPL_LOOP>");
@@ -249,7 +249,7 @@ TEST(Page, IsWholeOnEveryThreadWhileItsFilesAreReplaced) {
         threads.emplace_back(work);
     for (int i = 0; i < 200 || pages < 200; ++i) {
         folder.replace("part.html", i % 2 == 0 ? b : a);
-        // Now and then as a file that is kept.
+        // From time to time as a file that the cache keeps.
         clockAhead = i % 3 == 0 ? 10 : 0;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }

@@ -1,9 +1,9 @@
-// Takes the place of operator new in a test program and fails on demand. In a file of its own:
-// seen next to the tests, the compiler takes new and free for a wrong pair.
+// Replaces operator new in a test program and makes it fail on demand. It is in a separate file,
+// because the compiler would warn about new and free that do not match if it saw both in a test.
 #ifndef TMPL_FAILING_NEW_H
 #define TMPL_FAILING_NEW_H
 
-// While it lives only the first `allocations` succeed. One at a time, in programs of one thread.
+// While it lives, only the first `allocations` succeed. For programs of one thread, one at a time.
 class MemoryFor {
 public:
     explicit MemoryFor(int allocations);
@@ -11,7 +11,7 @@ public:
     MemoryFor(const MemoryFor&) = delete;
     MemoryFor& operator=(const MemoryFor&) = delete;
 
-    // Whether something was refused.
+    // Returns whether an allocation has failed.
     bool ranOut() const;
 };
 

@@ -43,7 +43,7 @@ std::string blocks(std::size_t count) {
 
 } // namespace
 
-TEST(WrongTag, IsReportedWithItsLine) {
+TEST(UnknownTag, IsReportedWithItsLine) {
     expectErrors({
         {"<TMPL_FOO>", "page.html:1: unknown tag <TMPL_FOO>"},
         {"\n\n<TMPL_FOO>", "page.html:3: unknown tag <TMPL_FOO>"},
@@ -56,7 +56,7 @@ TEST(WrongTag, IsReportedWithItsLine) {
     });
 }
 
-TEST(TagThatDoesNotEnd, IsReportedWhereItBegins) {
+TEST(UnterminatedTag, IsReportedWhereItBegins) {
     expectErrors({
         {"\n<TMPL_VAR", "page.html:2: <TMPL_VAR> does not end"},
         {"\n<TMPL_VAR\n\n name", "page.html:2: <TMPL_VAR> does not end"},
@@ -89,13 +89,12 @@ TEST(WrongAttribute, IsReported) {
          "page.html:1: <TMPL_VAR> has the attribute \"name\" twice"},
         {"<TMPL_VAR name>", "page.html:1: the attribute \"name\" of <TMPL_VAR> has no value"},
         {"<TMPL_VAR name=a>",
-         "page.html:1: the attribute \"name\" of <TMPL_VAR> does not stand in double quotes"},
+         "page.html:1: the value of the attribute \"name\" of <TMPL_VAR> is not in double quotes"},
         {"<TMPL_VAR name='a'>",
-         "page.html:1: the attribute \"name\" of <TMPL_VAR> does not stand in double quotes"},
-        {"<TMPL_VAR \"a\">",
-         "page.html:1: <TMPL_VAR> holds \"\"\" where an attribute should stand"},
-        {"<TMPL_VAR <b>>", "page.html:1: <TMPL_VAR> holds \"<\" where an attribute should stand"},
-        {"<TMPL_VAR/ name=\"a\">", "page.html:1: <TMPL_VAR> holds a \"/\" that does not end it"},
+         "page.html:1: the value of the attribute \"name\" of <TMPL_VAR> is not in double quotes"},
+        {"<TMPL_VAR \"a\">", "page.html:1: <TMPL_VAR>: expected an attribute name, found '\"'"},
+        {"<TMPL_VAR <b>>", "page.html:1: <TMPL_VAR>: expected an attribute name, found '<'"},
+        {"<TMPL_VAR/ name=\"a\">", "page.html:1: <TMPL_VAR>: \"/\" is not followed by \">\""},
         {"<TMPL_LOOP name=\"a\"/>", "page.html:1: <TMPL_LOOP> cannot end in \"/>\""},
         {"<TMPL_IF name=\"a\"></TMPL_IF/>", "page.html:1: </TMPL_IF> cannot end in \"/>\""},
     });
@@ -144,14 +143,14 @@ TEST(UnknownFormat, IsReportedInTheFileThatUsesIt) {
     EXPECT_EQ(renderFile(page), wrong(part + ":3: unknown format \"none\""));
 }
 
-TEST(Blocks, MayLieSixtyFourDeepAndNoDeeper) {
+TEST(Blocks, MayBeNestedSixtyFourDeepAtMost) {
     EXPECT_EQ(renderText(blocks(tmpl::kMaxNesting)), success(""));
     EXPECT_EQ(renderText("\n" + blocks(tmpl::kMaxNesting + 1)),
-              wrong("page.html:2: more than 64 blocks inside each other"));
+              wrong("page.html:2: blocks are nested more than 64 deep"));
     EXPECT_EQ(renderText(std::string(blocks(tmpl::kMaxNesting)) + blocks(1)), success(""));
 }
 
-TEST(Template, MayBeOneMebibyteLargeAndNoLarger) {
+TEST(Template, MayHaveOneMebibyteAtMost) {
     const TemplateFolder folder;
     const std::string largest(tmpl::kMaxTemplateSize, 'x');
     EXPECT_EQ(renderFile(folder.write("page.html", largest)), success(largest));
@@ -162,7 +161,7 @@ TEST(Template, MayBeOneMebibyteLargeAndNoLarger) {
               wrong("page.html:1: the template is larger than 1048576 bytes"));
 }
 
-TEST(UnreadableFile, IsReportedAtItsFirstLine) {
+TEST(TemplateFile, IsReportedAtItsFirstLineWhenMissing) {
     const TemplateFolder folder;
     const std::string page = folder.path("page.html");
     EXPECT_EQ(renderFile(page),
@@ -171,22 +170,23 @@ TEST(UnreadableFile, IsReportedAtItsFirstLine) {
               unreadable(std::string(":1: cannot read \"\": ") + std::strerror(ENOENT)));
 }
 
-TEST(UnreadableFile, IsAFolderToo) {
+TEST(TemplateFile, DirectoryIsReportedAsUnreadable) {
     const TemplateFolder folder;
     const std::string page = folder.path("");
     EXPECT_EQ(renderFile(page),
               unreadable(page + ":1: cannot read \"" + page + "\": " + std::strerror(EISDIR)));
 }
 
-TEST(UnreadableFile, IsAPipeTooAndIsNotWaitedFor) {
+TEST(TemplateFile, PipeIsReportedAsUnreadableWithoutBlocking) {
     const TemplateFolder folder;
     const std::string page = folder.path("pipe");
     ASSERT_EQ(::mkfifo(page.c_str(), 0600), 0);
     EXPECT_EQ(renderFile(page).result, 1);
 }
 
-TEST(UnreadableFile, IsHavingNeitherNameNorText) {
-    EXPECT_EQ(render(nullptr, nullptr), unreadable("(text):1: there is neither a file nor a text"));
+TEST(TemplateFile, MissingNameAndTextIsReported) {
+    EXPECT_EQ(render(nullptr, nullptr),
+              unreadable("(text):1: neither a file nor a text was given"));
 }
 
 TEST(UnreadableInclude, IsReportedAtItsTag) {
@@ -210,7 +210,7 @@ TEST(WrongInclude, IsReportedInItsFile) {
     EXPECT_EQ(renderFile(page), wrong(part + ":3: </TMPL_IF> without <TMPL_IF>"));
 }
 
-TEST(WrongInclude, MayNotEndABlockOfTheFileThatIncludesIt) {
+TEST(WrongInclude, CannotCloseABlockOfTheFileThatIncludesIt) {
     const TemplateFolder folder;
     const std::string part = folder.write("part.html", "</TMPL_IF>");
     const std::string page =
@@ -220,33 +220,34 @@ TEST(WrongInclude, MayNotEndABlockOfTheFileThatIncludesIt) {
     EXPECT_EQ(renderFile(page), wrong(part + ":1: </TMPL_IF> without <TMPL_IF>"));
 }
 
-TEST(WrongInclude, IsOneOfItself) {
+TEST(IncludeOfItself, IsReported) {
     const TemplateFolder folder;
     const std::string a = folder.write("a.html", "text\n<TMPL_INCLUDE name=\"b.html\">");
     const std::string b = folder.write("b.html", "\n\n<TMPL_INCLUDE name=\"a.html\">");
     EXPECT_EQ(renderFile(a), wrong(b + ":3: \"" + a + "\" includes itself"));
 }
 
-TEST(WrongInclude, IsOneOfItselfUnderChangingNames) {
+TEST(IncludeOfItself, IsReportedUnderChangingPaths) {
     const TemplateFolder folder;
     const std::string page = folder.write("a/a.html", "<TMPL_INCLUDE name=\"../a/a.html\">");
     const Rendered rendered = renderFile(page);
     EXPECT_EQ(rendered.result, 2);
     EXPECT_EQ(rendered.page, "");
-    EXPECT_NE(rendered.error.find(":1: includes are more than 16 deep\n"), std::string::npos);
+    EXPECT_NE(rendered.error.find(":1: includes are nested more than 16 deep\n"),
+              std::string::npos);
 }
 
-TEST(WrongInclude, IsOneSeventeenDeep) {
+TEST(NestedInclude, IsReportedWhenSeventeenDeep) {
     const TemplateFolder folder;
     for (int i = 0; i < 17; ++i)
         folder.write(std::to_string(i) + ".html",
                      "\n<TMPL_INCLUDE name=\"" + std::to_string(i + 1) + ".html\">");
     folder.write("17.html", "end");
     EXPECT_EQ(renderFile(folder.path("0.html")),
-              wrong(folder.path("16.html") + ":2: includes are more than 16 deep"));
+              wrong(folder.path("16.html") + ":2: includes are nested more than 16 deep"));
 }
 
-TEST(WrongInclude, IsOneSeventeenDeepInAFileThatWasIncludedBefore) {
+TEST(NestedInclude, IsReportedWhenSeventeenDeepInAFileIncludedBefore) {
     const TemplateFolder folder;
     for (int i = 0; i < 16; ++i)
         folder.write(std::to_string(i) + ".html",
@@ -256,14 +257,14 @@ TEST(WrongInclude, IsOneSeventeenDeepInAFileThatWasIncludedBefore) {
                                                        "<TMPL_INCLUDE name=\"1.html\">\n"
                                                        "<TMPL_INCLUDE name=\"below.html\">");
     const std::string below = folder.write("below.html", "\n<TMPL_INCLUDE name=\"1.html\">");
-    EXPECT_EQ(renderFile(page), wrong(below + ":2: includes are more than 16 deep"));
+    EXPECT_EQ(renderFile(page), wrong(below + ":2: includes are nested more than 16 deep"));
 }
 
-TEST(Error, IsOneShortLineWhateverTheTemplateHolds) {
+TEST(ErrorMessage, IsOneShortLineWhateverTheTemplateContains) {
     EXPECT_EQ(render("a\nb.html", "<TMPL_ELSE>"),
               wrong("a?b.html:1: <TMPL_ELSE> without <TMPL_IF>"));
     EXPECT_EQ(renderText("<TMPL_VAR \x1b>"),
-              wrong("page.html:1: <TMPL_VAR> holds \"?\" where an attribute should stand"));
+              wrong("page.html:1: <TMPL_VAR>: expected an attribute name, found '?'"));
     EXPECT_EQ(renderText("<TMPL_VAR name=\"a\" fmt=\"b\nc\x7f\">"),
               wrong("page.html:1: unknown format \"b?c?\""));
     const std::string longName(5000, 'x');
@@ -273,7 +274,7 @@ TEST(Error, IsOneShortLineWhateverTheTemplateHolds) {
     EXPECT_EQ(rendered.error.substr(490), ":1: <TMPL_ELSE> without <TMPL_IF>\n");
 }
 
-TEST(Error, GoesNowhereWithoutAnErrorFile) {
+TEST(ErrorMessage, IsOmittedWithoutAnErrorFile) {
     kit::testing::MemoryOutput out;
     EXPECT_EQ(TMPL_web_write("page.html", "a<TMPL_ELSE>", nullptr, nullptr, out.stream(), nullptr),
               2);
@@ -281,13 +282,13 @@ TEST(Error, GoesNowhereWithoutAnErrorFile) {
     EXPECT_EQ(out.text(), "");
 }
 
-TEST(Error, OfAFormatOfTheCallerDoesNotLeaveTheLibrary) {
+TEST(ExceptionOfACallerFormat, IsCaughtAndReported) {
     const Formats formats(TMPL_add_format(nullptr, "throws", throwSomething));
     EXPECT_EQ(renderText("<TMPL_VAR name=\"a\" fmt=\"throws\">", nullptr, formats.get()),
-              wrong("page.html:1: a format failed"));
+              wrong("page.html:1: a format function threw an exception"));
 }
 
-TEST(EveryBeginningOfATemplate, IsRenderedOrRefusedWithOneLine) {
+TEST(TruncatedTemplate, IsRenderedOrReportedWithOneLine) {
     const std::string whole = "a<TMPL_IF name=\"x\" value=\"y\">b<TMPL_ELSIF name=\"z\">c"
                               "<TMPL_ELSE/>d</TMPL_IF><TMPL_LOOP name=\"r\">e"
                               "<TMPL_VAR name=\"v\" default=\"w\" fmt=\"js\">f</TMPL_LOOP>";

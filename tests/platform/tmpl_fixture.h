@@ -1,4 +1,4 @@
-// Templates in a temporary folder, and a page rendered into memory.
+// Helpers of the tests for templates: a temporary folder, and rendering into memory.
 #ifndef TMPL_FIXTURE_H
 #define TMPL_FIXTURE_H
 
@@ -13,7 +13,7 @@
 #include <ostream>
 #include <string>
 
-// Gone with everything in it when the test ends.
+// Removed with its contents when the test ends.
 class TemplateFolder {
 public:
     TemplateFolder() {
@@ -26,7 +26,7 @@ public:
 
     std::string path(const std::string& name) const { return m_path + "/" + name; }
 
-    // Writes the file `name`, in a folder below this one if it says so, and gives its path.
+    // Writes the file `name`, which may be in a folder below this one, and returns its path.
     std::string write(const std::string& name, const std::string& text) const {
         const std::filesystem::path file = path(name);
         std::filesystem::create_directories(file.parent_path());
@@ -34,7 +34,7 @@ public:
         return file;
     }
 
-    // As write(), but in one step and as a new file.
+    // Replaces the file by a new one, atomically, and returns its path.
     std::string replace(const std::string& name, const std::string& text) const {
         std::filesystem::rename(write(name + ".new", text), path(name));
         return path(name);
@@ -59,7 +59,7 @@ inline Variables variables(const char* name, const char* value) {
     return Variables(TMPL_add_var(nullptr, name, value, kEnd));
 }
 
-// What TMPL_web_write gave back and wrote.
+// What TMPL_web_write() returned and wrote.
 struct Rendered {
     int result;
     std::string page;

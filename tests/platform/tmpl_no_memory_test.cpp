@@ -27,7 +27,7 @@ TEST(WithoutMemory, ListsStayAsTheyWere) {
     }
 }
 
-TEST(WithoutMemory, ThereIsNoNewList) {
+TEST(WithoutMemory, NoListIsStarted) {
     MemoryFor memory(0);
     TMPL_varlist* vars = TMPL_add_var(nullptr, "a", "b", kEnd);
     TMPL_loop* loop = TMPL_add_row(nullptr, nullptr);
@@ -36,8 +36,8 @@ TEST(WithoutMemory, ThereIsNoNewList) {
     EXPECT_TRUE(vars == nullptr && loop == nullptr && loops == nullptr && formats == nullptr);
 }
 
-TEST(WithoutMemory, RowsAndLoopsHandedOverAreFreed) {
-    // The leak checker of the sanitizer build is the judge of the rows.
+TEST(WithoutMemory, AddedRowsAndLoopsAreFreed) {
+    // That the rows are freed is checked by the leak detector of the sanitizer build.
     for (int allocations = 0; allocations < 12; ++allocations) {
         Variables vars = variables("kept", "1");
         TMPL_varlist* row = TMPL_add_var(nullptr, kLongValue, kLongValue, kEnd);
@@ -51,7 +51,7 @@ TEST(WithoutMemory, RowsAndLoopsHandedOverAreFreed) {
     }
 }
 
-TEST(WithoutMemory, APageIsRefusedAsAWhole) {
+TEST(WithoutMemory, NothingOfAPageIsWritten) {
     const TemplateFolder folder;
     folder.write("part.html", "<TMPL_VAR name=\"a\" default=\"d\" fmt=\"stars\">");
     const std::string page = folder.write(
@@ -80,7 +80,7 @@ TEST(WithoutMemory, APageIsRefusedAsAWhole) {
     EXPECT_GT(refused, 10);
 }
 
-TEST(WithoutMemory, AWrongPageIsRefusedToo) {
+TEST(WithoutMemory, AWrongPageIsReported) {
     for (int allocations = 0; allocations < 30; ++allocations) {
         kit::testing::MemoryOutput out;
         MemoryFor memory(allocations);

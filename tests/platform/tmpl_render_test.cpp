@@ -11,8 +11,8 @@ struct Example {
     const char* page;
 };
 
-// One list for all tables: full is "f", empty is there without a value, absent is not there;
-// "rows" has the rows 1 and 2 of n, "none" has no rows.
+// Returns the variables for all tables: full is "f", empty is "", n is "main", absent is missing;
+// the loop "rows" has two rows, in which n is 1 and 2; "none" has no rows.
 Variables exampleVariables() {
     Variables vars(TMPL_add_var(nullptr, "full", "f", "empty", "", "n", "main", kEnd));
     TMPL_loop* rows = nullptr;
@@ -56,14 +56,14 @@ TEST(Text, StaysAsItIs) {
     });
 }
 
-TEST(Text, MayHoldZeroBytes) {
+TEST(Text, MayContainZeroBytes) {
     const TemplateFolder folder;
     const std::string text = "a\0b<TMPL_VAR name=\"n\">\0"s;
     EXPECT_EQ(renderFile(folder.write("page.html", text), variables("n", "1").get()),
               success("a\0b1\0"s));
 }
 
-TEST(Tags, AreReadWhateverTheirCaseAndBlanks) {
+TEST(Tags, AreRecognisedInAnyCaseAndSpacing) {
     expectPages({
         {"<tmpl_var NAME=\"full\">", "f"},
         {"<Tmpl_Var Name = \"full\" >", "f"},
@@ -75,7 +75,7 @@ TEST(Tags, AreReadWhateverTheirCaseAndBlanks) {
     });
 }
 
-TEST(Tags, AreReadInCommentsAndAttributesOfThePage) {
+TEST(Tags, AreRecognisedInCommentsAndAttributesOfThePage) {
     expectPages({{"<!-- <TMPL_VAR name=\"full\"> --><a b='<TMPL_VAR name=\"n\">'>",
                   "<!-- f --><a b='main'>"}});
 }
@@ -120,7 +120,7 @@ TEST(UrlFormat, EscapesAllButTheUnreservedCharacters) {
     EXPECT_EQ(formatted("\x01\x7f\x80\xff\n", "url"), "%01%7F%80%FF%0A");
 }
 
-TEST(JsFormat, EscapesWhateverCouldEndAScriptString) {
+TEST(JsFormat, EscapesEverythingThatCouldEndAScriptString) {
     EXPECT_EQ(formatted("plain [text] (1;2) gr\xc3\xbcn", "js"), "plain [text] (1;2) gr\xc3\xbcn");
     EXPECT_EQ(formatted("\\'\"", "js"), "\\u005C\\u0027\\u0022");
     EXPECT_EQ(formatted("</script>&", "js"), "\\u003C\\u002Fscript\\u003E\\u0026");
@@ -135,13 +135,13 @@ TEST(JsFormat, EscapesWhateverCouldEndAScriptString) {
     EXPECT_EQ(formatted("\xe2\x80", "js"), "\xe2\x80");
 }
 
-TEST(JsFormat, EscapesAZeroByteOfADefault) {
+TEST(JsFormat, EscapesAZeroByteInADefault) {
     const TemplateFolder folder;
     const std::string text = "<TMPL_VAR name=\"a\" default=\"x\0y\" fmt=\"js\">"s;
     EXPECT_EQ(renderFile(folder.write("page.html", text)), success("x\\u0000y"));
 }
 
-TEST(FormatsOfTheCaller, GetTheValueOrTheDefault) {
+TEST(CallerFormats, ReceiveTheValueOrTheDefault) {
     const Formats formats(TMPL_add_format(nullptr, "length", writeLength));
     const Variables vars = exampleVariables();
     EXPECT_EQ(renderText("<TMPL_VAR name=\"n\" fmt=\"length\"> "
@@ -151,7 +151,7 @@ TEST(FormatsOfTheCaller, GetTheValueOrTheDefault) {
               success("4 6 0"));
 }
 
-TEST(FormatsOfTheCaller, AreFoundInIncludedFiles) {
+TEST(CallerFormats, WorkInIncludedFiles) {
     const TemplateFolder folder;
     folder.write("part.html", "<TMPL_VAR name=\"a\" fmt=\"length\">");
     const std::string page = folder.write("page.html", "<TMPL_INCLUDE name=\"part.html\">");
@@ -160,7 +160,7 @@ TEST(FormatsOfTheCaller, AreFoundInIncludedFiles) {
               success("5"));
 }
 
-TEST(Condition, IsByWhetherAVariableIsPresentAndNotEmpty) {
+TEST(Condition, IsTrueForAVariableThatIsNotEmpty) {
     expectPages({
         {"<TMPL_IF name=\"full\">yes</TMPL_IF>.", "yes."},
         {"<TMPL_IF name=\"empty\">yes</TMPL_IF>.", "."},
@@ -172,7 +172,7 @@ TEST(Condition, IsByWhetherAVariableIsPresentAndNotEmpty) {
     });
 }
 
-TEST(Condition, WithAValueIsByWhetherTheVariableEqualsIt) {
+TEST(Condition, WithAValueIsTrueIfTheVariableEqualsIt) {
     expectPages({
         {"<TMPL_IF name=\"full\" value=\"f\">yes<TMPL_ELSE>no</TMPL_IF>", "yes"},
         {"<TMPL_IF name=\"full\" value=\"F\">yes<TMPL_ELSE>no</TMPL_IF>", "no"},
@@ -183,7 +183,7 @@ TEST(Condition, WithAValueIsByWhetherTheVariableEqualsIt) {
     });
 }
 
-TEST(Condition, TakesTheFirstBranchThatHolds) {
+TEST(Condition, TakesTheFirstBranchThatIsTrue) {
     const std::string text =
         "<TMPL_IF name=\"v\" value=\"1\">one<TMPL_ELSIF name=\"v\" value=\"2\">"
         "two<TMPL_ELSIF name=\"v\">other<TMPL_ELSE>none</TMPL_IF>.";
@@ -199,7 +199,7 @@ TEST(Condition, MayEndWithoutAnElse) {
     EXPECT_EQ(renderText(text), success("."));
 }
 
-TEST(Condition, MayLieInAnother) {
+TEST(Condition, MayBeNested) {
     expectPages({
         {"<TMPL_IF name=\"full\"><TMPL_IF name=\"absent\">1<TMPL_ELSE>2</TMPL_IF>3<TMPL_ELSE>4"
          "</TMPL_IF>5",
@@ -210,14 +210,14 @@ TEST(Condition, MayLieInAnother) {
     });
 }
 
-TEST(Condition, OnTheNameOfALoopIsByWhetherItHasRows) {
+TEST(Condition, OnALoopIsTrueIfItHasRows) {
     expectPages({
         {"<TMPL_IF name=\"rows\">some<TMPL_ELSE>none</TMPL_IF>", "some"},
         {"<TMPL_IF name=\"none\">some<TMPL_ELSE>none</TMPL_IF>", "none"},
     });
 }
 
-TEST(Condition, OnANameOfBothIsByTheVariable) {
+TEST(Condition, OnANameOfBothAsksTheVariable) {
     Variables vars = variables("both", "");
     TMPL_add_loop(vars.get(), "both", TMPL_add_row(nullptr, nullptr));
     EXPECT_EQ(renderText("<TMPL_IF name=\"both\">yes<TMPL_ELSE>no</TMPL_IF>", vars.get()),
@@ -254,7 +254,7 @@ TEST(Loop, HidesAnOuterValueWithAnEmptyOne) {
 }
 
 TEST(Loop, FindsInnerLoopsInTheRowAndThenOutwards) {
-    // groups: "a" with the items 1 and 2, "b" without any, "c" that leaves it to the page.
+    // groups: "a" with the items 1 and 2, "b" with none, "c" without a loop, so the page's is used.
     const auto item = [](const char* n) { return TMPL_add_var(nullptr, "item", n, kEnd); };
     TMPL_varlist* a = TMPL_add_var(nullptr, "group", "a", kEnd);
     TMPL_add_loop(a, "items", TMPL_add_row(TMPL_add_row(nullptr, item("1")), item("2")));
@@ -271,13 +271,13 @@ TEST(Loop, FindsInnerLoopsInTheRowAndThenOutwards) {
               success("a(a:1 a:2 )b()c(c:page's )"));
 }
 
-TEST(Loop, MayLieInItself) {
+TEST(Loop, MayContainItself) {
     expectPages({{"<TMPL_LOOP name=\"rows\"><TMPL_LOOP name=\"rows\"><TMPL_VAR name=\"n\">"
                   "</TMPL_LOOP>;</TMPL_LOOP>",
                   "12;12;"}});
 }
 
-TEST(Include, IsFoundFromTheFolderOfTheFileThatIncludesIt) {
+TEST(Include, IsRelativeToTheFileThatIncludesIt) {
     const TemplateFolder folder;
     folder.write("parts/top.html", "top <TMPL_INCLUDE name=\"deep/menu.html\">");
     folder.write("parts/deep/menu.html", "menu <TMPL_INCLUDE name=\"../../foot.html\">");
@@ -286,7 +286,7 @@ TEST(Include, IsFoundFromTheFolderOfTheFileThatIncludesIt) {
     EXPECT_EQ(renderFile(page), success("[top menu foot]"));
 }
 
-TEST(Include, OfAnAbsoluteNameIsThatFile) {
+TEST(Include, MayHaveAnAbsolutePath) {
     const TemplateFolder folder;
     const std::string part = folder.write("elsewhere/part.html", "part");
     const std::string page =
@@ -294,7 +294,7 @@ TEST(Include, OfAnAbsoluteNameIsThatFile) {
     EXPECT_EQ(renderFile(page), success("part"));
 }
 
-TEST(Include, SeesTheVariablesOfItsPlaceInAnyBlock) {
+TEST(Include, SeesTheVariablesOfTheBlockAroundIt) {
     const TemplateFolder folder;
     folder.write("cell.html", "[<TMPL_VAR name=\"n\">]");
     const std::string page = folder.write(
@@ -304,7 +304,7 @@ TEST(Include, SeesTheVariablesOfItsPlaceInAnyBlock) {
     EXPECT_EQ(renderFile(page, exampleVariables().get()), success("[1][2][main]"));
 }
 
-TEST(Include, OfATextIsFoundFromTheFolderOfItsName) {
+TEST(Include, IsRelativeToTheNameOfAText) {
     const TemplateFolder folder;
     folder.write("part.html", "part");
     EXPECT_EQ(render(folder.path("no-such-file").c_str(), "<TMPL_INCLUDE name=\"part.html\">"),
@@ -321,7 +321,7 @@ TEST(Include, MayBeSixteenDeep) {
               success("0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 end"));
 }
 
-TEST(Include, MayHoldLoopsAtEveryDepth) {
+TEST(Include, MayContainLoopsAtEveryDepth) {
     const TemplateFolder folder;
     const auto nested = [](const std::string& inner) {
         std::string text = inner;
@@ -347,7 +347,7 @@ TEST(WebWrite, PrefersTheTextToTheFile) {
     EXPECT_EQ(render(folder.write("page.html", "file").c_str(), "text"), success("text"));
 }
 
-TEST(WebWrite, GivesTheSamePageEachTime) {
+TEST(WebWrite, RendersTheSamePageEachTime) {
     const TemplateFolder folder;
     const std::string page =
         folder.write("page.html", "<TMPL_LOOP name=\"rows\"><TMPL_VAR name=\"n\"></TMPL_LOOP>");
@@ -356,12 +356,12 @@ TEST(WebWrite, GivesTheSamePageEachTime) {
     EXPECT_EQ(renderFile(page, vars.get()), success("12"));
 }
 
-TEST(WebWrite, WithoutAnOutputOnlyChecks) {
+TEST(WebWrite, OnlyChecksWithoutAnOutput) {
     EXPECT_EQ(TMPL_web_write("page.html", "text", nullptr, nullptr, nullptr, nullptr), 0);
     EXPECT_EQ(TMPL_web_write("page.html", "<TMPL_ELSE>", nullptr, nullptr, nullptr, nullptr), 2);
 }
 
-TEST(WebWrite, EndsQuietlyWhenTheClientHasHungUp) {
+TEST(WebWrite, SucceedsWhenTheClientHasHungUp) {
     kit::testing::MemoryOutput out;
     out.breakPipe();
     Variables vars(TMPL_add_loop(nullptr, "rows", TMPL_add_row(nullptr, nullptr)));

@@ -26,7 +26,7 @@ TEST(Variables, AreAddedInPairsUpToANullPointer) {
         success("12"));
 }
 
-TEST(Variables, AreAddedToTheListThatIsGiven) {
+TEST(Variables, AreAddedToAnExistingList) {
     TMPL_varlist* list = TMPL_add_var(nullptr, "a", "1", kEnd);
     Variables vars(TMPL_add_var(list, "b", "2", kEnd));
     EXPECT_EQ(vars.get(), list);
@@ -74,19 +74,19 @@ TEST(Variables, MayBeManyAndLong) {
     EXPECT_EQ(renderText("<TMPL_VAR name=\"777\">", vars.get()), success(value));
 }
 
-TEST(FreeingAList, OfNullDoesNothing) {
+TEST(FreeingAList, DoesNothingForNull) {
     TMPL_free_varlist(nullptr);
     TMPL_free_fmtlist(nullptr);
 }
 
-TEST(FreeingAList, NeedsNoStackForLoopsInRowsOfLoops) {
+TEST(FreeingAList, DoesNotRecurseIntoNestedLoops) {
     TMPL_varlist* list = nullptr;
     for (int i = 0; i < 200000; ++i)
         list = TMPL_add_loop(nullptr, "rows", TMPL_add_row(nullptr, list));
     TMPL_free_varlist(list);
 }
 
-TEST(Loops, HaveTheirRowsInTheOrderOfAdding) {
+TEST(Loops, KeepTheirRowsInTheOrderOfAdding) {
     TMPL_loop* loop = TMPL_add_row(nullptr, row("1"));
     EXPECT_EQ(TMPL_add_row(loop, row("2")), loop);
     TMPL_add_row(loop, row("3"));
@@ -94,32 +94,32 @@ TEST(Loops, HaveTheirRowsInTheOrderOfAdding) {
     EXPECT_EQ(renderText(kRows, vars.get()), success("[1][2][3]"));
 }
 
-TEST(Loops, TakeANullRowAsAnEmptyOne) {
+TEST(Loops, TreatANullRowAsAnEmptyOne) {
     TMPL_loop* loop = TMPL_add_row(TMPL_add_row(nullptr, nullptr), row("2"));
     Variables vars(TMPL_add_loop(nullptr, "rows", loop));
     EXPECT_EQ(renderText(kRows, vars.get()), success("[][2]"));
 }
 
-TEST(Loops, ThatAreNullHaveNoRows) {
+TEST(Loops, HaveNoRowsWhenNull) {
     Variables vars(TMPL_add_loop(nullptr, "rows", nullptr));
     ASSERT_NE(vars.get(), nullptr);
     EXPECT_EQ(renderText(kRows, vars.get()), success(""));
 }
 
-TEST(Loops, ReplaceTheOneOfTheirName) {
+TEST(Loops, ReplaceTheLoopOfTheSameName) {
     Variables vars(TMPL_add_loop(nullptr, "rows", TMPL_add_row(nullptr, row("old"))));
     TMPL_add_loop(vars.get(), "rows", TMPL_add_row(nullptr, row("new")));
     EXPECT_EQ(renderText(kRows, vars.get()), success("[new]"));
 }
 
-TEST(Loops, MayBeHandedOverTwiceUnderTheirName) {
+TEST(Loops, MayBeAddedTwiceUnderTheSameName) {
     TMPL_loop* loop = TMPL_add_row(nullptr, row("1"));
     Variables vars(TMPL_add_loop(nullptr, "rows", loop));
     TMPL_add_loop(vars.get(), "rows", loop);
     EXPECT_EQ(renderText(kRows, vars.get()), success("[1]"));
 }
 
-TEST(Loops, WithoutANameAreFreedAndNotAdded) {
+TEST(Loops, AreFreedWhenTheyHaveNoName) {
     Variables vars(TMPL_add_loop(nullptr, nullptr, TMPL_add_row(nullptr, row("1"))));
     ASSERT_NE(vars.get(), nullptr);
     EXPECT_EQ(renderText(kRows, vars.get()), success(""));
@@ -148,14 +148,14 @@ TEST(Formats, AreReplacedByOneAddedLater) {
         success("-1-"));
 }
 
-TEST(Formats, NeverTakeThePlaceOfABuiltInOne) {
+TEST(Formats, CannotReplaceABuiltInOne) {
     Formats formats(TMPL_add_format(nullptr, "html", writeStars));
     EXPECT_EQ(renderText("<TMPL_VAR name=\"a\"><TMPL_VAR name=\"a\" fmt=\"html\">",
                          variables("a", "<").get(), formats.get()),
               success("&lt;&lt;"));
 }
 
-TEST(Formats, WithoutANameOrAFunctionAreNotAdded) {
+TEST(Formats, AreNotAddedWithoutANameOrAFunction) {
     Formats formats(TMPL_add_format(nullptr, nullptr, writeStars));
     ASSERT_NE(formats.get(), nullptr);
     TMPL_add_format(formats.get(), "none", nullptr);
