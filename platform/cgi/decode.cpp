@@ -11,7 +11,7 @@ namespace {
 
 using cgi::Plus;
 
-// -1 for what is no hexadecimal digit, whatever the locale.
+// Returns the value of a hexadecimal digit, or -1 for any other character.
 int hexDigit(char character) {
     if (base::isAsciiDigit(character))
         return character - '0';
@@ -19,7 +19,7 @@ int hexDigit(char character) {
     return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
-// The byte that an escape at the beginning of `text` stands for, or -1 when there is none.
+// Returns the byte that the escape at the beginning of `text` stands for, or -1 without one.
 int escapedByte(std::string_view text) {
     if (text.size() < 3 || text[0] != '%')
         return -1;
@@ -28,7 +28,8 @@ int escapedByte(std::string_view text) {
     return high < 0 || low < 0 ? -1 : high * 16 + low;
 }
 
-// Takes the text up to the next `separator`, and that too, off the front of `rest`.
+// Removes the text up to the next `separator`, and the separator, from the front of `rest`. Returns
+// that text.
 std::string_view takePair(std::string_view& rest, char separator) {
     const std::size_t end = rest.find(separator);
     const std::string_view pair = rest.substr(0, end);
@@ -62,62 +63,64 @@ std::string_view withoutQuotes(std::string_view text) {
     return text;
 }
 
-// Where a decoded text ends, and whether it holds a zero byte.
 struct Decoded {
-    char* end;
-    bool holdsZero;
+    char* end;    // of the text that was written
+    bool hasZero; // whether a zero byte is in it
 };
 
-// Escapes, pluses and zero bytes lie below most bytes.
+// Fast path: '%', '+' and NUL are all <= '+', so any byte above is copied unchanged.
 bool isPlain(char byte) {
     return byte > '+';
 }
 
-// Writes `text`, decoded, to `to`.
+// Writes the decoded `text` to `to`, which has room for as many bytes as `text` has.
 Decoded writeDecoded(std::string_view text, Plus plus, char* to) {
-    bool holdsZero = false;
+    bool hasZero = false;
     for (;;) {
         const auto plainEnd = std::find_if_not(text.begin(), text.end(), isPlain);
         to = std::copy(text.begin(), plainEnd, to);
         text.remove_prefix(plainEnd - text.begin());
         if (text.empty())
-            return {to, holdsZero};
+            return {to, hasZero};
         const int escaped = escapedByte(text);
         if (escaped >= 0)
             *to = static_cast<char>(escaped);
         else
-            *to = text.front() == '+' && plus == Plus::IsBlank ? ' ' : text.front();
+            *to = text.front() == '+' && plus == Plus::Blank ? ' ' : text.front();
         text.remove_prefix(escaped >= 0 ? 3 : 1);
-        holdsZero = holdsZero || *to == '\0';
+        hasZero = hasZero || *to == '\0';
         ++to;
     }
 }
 
+// Adds the decoded pair, unless it is one that no list can hold. There must be a place left.
 void addDecoded(CGI_varlist& list, const Pair& pair, Plus plus) {
     char* const name = list.nextName();
     const Decoded decodedName = writeDecoded(pair.name, plus, name);
     char* const text = decodedName.end + 1;
     const Decoded decodedText = writeDecoded(pair.value, plus, text);
-    if (decodedName.end != name && !decodedName.holdsZero && !decodedText.holdsZero)
+    if (decodedName.end != name && !decodedName.hasZero && !decodedText.hasZero)
         list.add(decodedName.end - name, decodedText.end - text);
 }
 
-// The pairs of `text`, at most `room` of them, as `splitPair` finds them between separators.
+// Returns a list of the pairs between separators, at most `room` of them; `splitPair` splits each
+// into its name and its value. Null when `text` is empty or `room` is 0.
 template <class SplitPair>
-CGI_varlist::Owner pairsOf(std::string_view text, char separator, Plus plus, std::size_t room,
-                           SplitPair splitPair) {
+CGI_varlist::Owner decodePairs(std::string_view text, char separator, Plus plus, std::size_t room,
+                               SplitPair splitPair) {
     if (text.empty() || room == 0)
         return nullptr;
     const std::size_t most = std::min(countPairs(text, separator), room);
-    // A pair without "=" needs one byte more than it has.
+    // Each pair ends in two terminators. They replace the separator and the "=", which a pair may
+    // lack.
     auto list = CGI_varlist::make(most, text.size() + 1 + most);
     while (!text.empty() && !list->isFull())
         addDecoded(*list, splitPair(takePair(text, separator)), plus);
     return list;
 }
 
-// RFC 6265, section 4.2.1. Blanks and quotes are dropped before decoding: those that a client has
-// escaped are the value's own.
+// Splits one pair of a Cookie header (RFC 6265, section 4.2.1). Blanks and quotes are dropped
+// before decoding, so those that a client has escaped stay part of the value.
 Pair splitCookie(std::string_view text) {
     const Pair pair = splitPair(cgi::withoutBlanksAround(text));
     return {pair.name, withoutQuotes(pair.value)};
@@ -156,23 +159,23 @@ std::string cgi::percentDecode(std::string_view text, Plus plus) {
     return decoded;
 }
 
-CGI_varlist::Owner cgi::fieldsOf(std::string_view text, std::size_t room) {
-    // Only "&" separates: the URL Standard, unlike older customs, takes ";" for a plain character.
-    return pairsOf(text, '&', Plus::IsBlank, room, splitPair);
+CGI_varlist::Owner cgi::decodeFields(std::string_view text, std::size_t room) {
+    // Only "&" separates: in the URL Standard ";" is a plain character, unlike in older practice.
+    return decodePairs(text, '&', Plus::Blank, room, splitPair);
 }
 
 CGI_varlist* CGI_get_cookie(CGI_varlist* list, const char* cookie) {
     if (cookie == nullptr)
         return list;
     return cgi::addTo(list, [cookie](std::size_t room) {
-        return pairsOf(cookie, ';', Plus::IsItself, room, splitCookie);
+        return decodePairs(cookie, ';', Plus::Itself, room, splitCookie);
     });
 }
 
 CGI_varlist* CGI_decode_query(CGI_varlist* list, const char* query) {
     if (query == nullptr)
         return list;
-    return cgi::addTo(list, [query](std::size_t room) { return cgi::fieldsOf(query, room); });
+    return cgi::addTo(list, [query](std::size_t room) { return cgi::decodeFields(query, room); });
 }
 
 char* CGI_encode_url(const char* text, const char* keep) {

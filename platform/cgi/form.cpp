@@ -1,4 +1,4 @@
-// Forms, and bodies as they are.
+// Reads urlencoded forms and raw bodies.
 #include "base/ascii.h"
 #include "decode.h"
 #include "header_value.h"
@@ -10,7 +10,8 @@
 
 namespace {
 
-// An empty type is what a front server passes on for a missing one.
+// Returns whether the body is an urlencoded form. Front servers pass on an empty type for a missing
+// one.
 bool isFormType(const char* contentType) {
     if (contentType == nullptr)
         return true;
@@ -18,8 +19,8 @@ bool isFormType(const char* contentType) {
     return type.empty() || base::equalsIgnoringCase(type, "application/x-www-form-urlencoded");
 }
 
-// Reads a body of exactly `length` bytes; false when it is shorter or longer. Memory is taken as
-// the bytes arrive, not because a client announces them.
+// Reads a body of exactly `length` bytes. Returns false when it is shorter or longer. Memory is
+// allocated as bytes arrive, so a client cannot claim memory by announcing them.
 bool readBody(std::string& body, std::size_t length, FCGX_Stream* in) {
     char piece[cgi::kReadBytes];
     while (body.size() < length) {
@@ -42,7 +43,7 @@ CGI_varlist* CGI_get_post(CGI_varlist* list, const char* content_type, int conte
     return cgi::addTo(list, [content_length, in](std::size_t room) {
         std::string body;
         const bool complete = readBody(body, static_cast<std::size_t>(content_length), in);
-        return complete ? cgi::fieldsOf(body, room) : nullptr;
+        return complete ? cgi::decodeFields(body, room) : nullptr;
     });
 }
 

@@ -3,6 +3,7 @@
 #include "base/ascii.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace {
 
@@ -15,7 +16,8 @@ void skipBlanks(std::string_view& rest) {
         rest.remove_prefix(1);
 }
 
-// Takes a quoted text off the front of `rest`; false when its end is missing.
+// Moves a quoted text from the front of `rest` to `value`. Returns false when the closing quote is
+// missing.
 bool takeQuoted(std::string_view& rest, std::string& value) {
     for (std::size_t at = 1; at < rest.size(); ++at) {
         const char next = at + 1 < rest.size() ? rest[at + 1] : '\0';
@@ -30,15 +32,18 @@ bool takeQuoted(std::string_view& rest, std::string& value) {
     return false;
 }
 
-// An unquoted value runs to the ";": clients leave out quotes that RFC 2045 would ask for.
+// Moves an unquoted value from the front of `rest` to `value`. It ends at the next ";": clients
+// leave out quotes that RFC 2045 requires.
 void takeUnquoted(std::string_view& rest, std::string& value) {
     const std::string_view text = rest.substr(0, rest.find(';'));
     value = cgi::withoutBlanksAround(text);
     rest.remove_prefix(text.size());
 }
 
-// Takes `; name=value` off the front of `rest`, with an empty name for a `;` alone.
+// Moves `; name=value` from the front of `rest`, which must not be empty, to `name` and `value`;
+// the name is empty for a ";" alone. Returns false when `rest` begins with something else.
 bool takeParameter(std::string_view& rest, std::string_view& name, std::string& value) {
+    assert(!rest.empty());
     if (rest.front() != ';')
         return false;
     rest.remove_prefix(1);
@@ -59,6 +64,7 @@ bool takeParameter(std::string_view& rest, std::string_view& name, std::string& 
     return !name.empty();
 }
 
+// Keeps the value of a wanted parameter. Returns false when there is one already.
 bool keepWanted(std::string_view name, std::string value,
                 std::initializer_list<cgi::WantedParameter> wanted) {
     for (const cgi::WantedParameter& parameter : wanted) {

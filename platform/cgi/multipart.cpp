@@ -5,6 +5,7 @@
 #include "header_value.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 namespace {
@@ -16,8 +17,8 @@ bool endsWith(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
-// Joins header lines that are folded: the line end goes, the blank behind it stays (RFC 5322,
-// section 2.2.3).
+// Joins folded header lines: removes the line end, keeps the blank behind it (RFC 5322, section
+// 2.2.3).
 void unfold(std::string& headers) {
     std::size_t size = 0;
     for (std::size_t at = 0; at < headers.size(); ++at) {
@@ -29,8 +30,9 @@ void unfold(std::string& headers) {
     headers.resize(size);
 }
 
-// RFC 7578, section 4.2: a name must be given, and "filename*" must not be used. Where it stands
-// beside a "filename" it is passed over; alone it would turn a file into a text field unnoticed.
+// Reads the value of a Content-Disposition header. Returns false when it is malformed or has no
+// name (RFC 7578, section 4.2). The parameter "filename*" must not be used; it is ignored beside a
+// "filename", but alone it makes the header malformed: else a file would pass for a text field.
 bool readDisposition(std::string_view value, cgi::Part& part) {
     std::optional<std::string> name;
     std::optional<std::string> extendedFileName;
@@ -45,14 +47,19 @@ bool readDisposition(std::string_view value, cgi::Part& part) {
     return true;
 }
 
-// Of a header line `name: value` only the Content-Disposition counts: a type adds nothing for
-// those who store bytes, and a transfer encoding must not be used (RFC 7578, section 4.7).
+bool isHeaderName(std::string_view text) {
+    return !text.empty() && text.find_first_of(" \t") == std::string_view::npos;
+}
+
+// Reads a header line `name: value`. Returns false when it is malformed. Only Content-Disposition
+// matters: the type does not change the bytes that are stored, and a transfer encoding must not be
+// used (RFC 7578, section 4.7).
 bool readHeaderLine(std::string_view line, cgi::Part& part, bool& hasDisposition) {
+    constexpr std::string_view kForbidden("\r\n\0", 3);
     const std::size_t colon = line.find(':');
     const std::string_view name = line.substr(0, colon);
-    if (colon == std::string_view::npos || name.empty() ||
-        name.find_first_of(" \t") != std::string_view::npos ||
-        line.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos)
+    if (colon == std::string_view::npos || !isHeaderName(name) ||
+        line.find_first_of(kForbidden) != std::string_view::npos)
         return false;
     if (!base::equalsIgnoringCase(name, "content-disposition"))
         return true;
@@ -61,8 +68,10 @@ bool readHeaderLine(std::string_view line, cgi::Part& part, bool& hasDisposition
     return readDisposition(line.substr(colon + 1), part);
 }
 
-// `headers` ends with an empty line.
+// Reads the headers of a part, which must end with an empty line. Returns nothing when they are
+// malformed.
 std::optional<cgi::Part> readPartHeaders(std::string headers) {
+    assert(headers == kLineEnd || endsWith(headers, kEndOfHeaders));
     unfold(headers);
     cgi::Part part;
     bool hasDisposition = false;
@@ -98,7 +107,9 @@ std::optional<std::string> cgi::multipartBoundary(const char* contentType) {
 
 cgi::MultipartParser::MultipartParser(std::string_view boundary, PartSink& sink)
     : m_sink(sink), m_delimiter("\r\n--" + std::string(boundary)) {
-    beginData(false);
+    assert(!boundary.empty());
+    assert(boundary.find('\r') == std::string_view::npos);
+    beginData();
 }
 
 cgi::MultipartParser::Progress cgi::MultipartParser::push(const char* data, std::size_t size) {
@@ -109,7 +120,7 @@ cgi::MultipartParser::Progress cgi::MultipartParser::push(const char* data, std:
         else if (m_state == State::Headers)
             pushHeaderByte(*data);
         else
-            pushDelimiterByte(*data);
+            pushDelimiterLineByte(*data);
         data += taken;
         size -= taken;
     }
@@ -118,31 +129,32 @@ cgi::MultipartParser::Progress cgi::MultipartParser::push(const char* data, std:
     return m_state == State::Bad ? Progress::Bad : Progress::WantsMore;
 }
 
-// The line end before a delimiter belongs to it (RFC 2046, section 5.1.1). The one before the
-// data stands in for it when there are no data, as the beginning of the body does when there is no
-// preamble.
-void cgi::MultipartParser::beginData(bool inPart) {
+// A delimiter begins with the CRLF before it (RFC 2046, section 5.1.1). For an empty part the CRLF
+// that ends the headers also begins the delimiter; without a preamble the body begins with the rest
+// of the delimiter. So before the first byte of data its CRLF counts as matched.
+void cgi::MultipartParser::beginData() {
     m_state = State::Data;
-    m_inPart = inPart;
-    m_matched = m_borrowed = kLineEnd.size();
+    m_matched = kLineEnd.size();
+    m_matchedBeforeData = kLineEnd.size();
 }
 
-// Returns the count of bytes taken; 0 when the byte is to be looked at again. The delimiter's
-// first byte is found nowhere else in it, so a match that fails cannot hide the beginning of
-// another one: all of it is data, and no byte is looked at a third time.
+// Returns the count of bytes used up. It is 0 after a failed match: the byte that did not match is
+// examined again, as data. The delimiter's first byte occurs nowhere else in the delimiter, so what
+// has matched cannot contain the beginning of another match: all of it is data.
 std::size_t cgi::MultipartParser::pushData(const char* data, std::size_t size) {
     if (m_matched == 0 && *data != m_delimiter.front())
         return pushPlainData(data, size);
     if (*data != m_delimiter[m_matched]) {
-        releaseMatched();
+        deliverMatched();
         return 0;
     }
     if (++m_matched == m_delimiter.size())
-        reachDelimiter();
+        endData();
     return 1;
 }
 
-// A carriage return that no line feed follows is found in any image, and ends nothing.
+// Delivers the data up to the next CRLF, or up to a carriage return that ends the input. A carriage
+// return without a line feed, which any image contains, is plain data.
 std::size_t cgi::MultipartParser::pushPlainData(const char* data, std::size_t size) {
     const std::string_view rest(data, size);
     std::size_t length = rest.find(m_delimiter[0]);
@@ -153,9 +165,9 @@ std::size_t cgi::MultipartParser::pushPlainData(const char* data, std::size_t si
     return length;
 }
 
-void cgi::MultipartParser::releaseMatched() {
-    deliver(m_delimiter.data() + m_borrowed, m_matched - m_borrowed);
-    m_matched = m_borrowed = 0;
+void cgi::MultipartParser::deliverMatched() {
+    deliver(m_delimiter.data() + m_matchedBeforeData, m_matched - m_matchedBeforeData);
+    m_matched = m_matchedBeforeData = 0;
 }
 
 void cgi::MultipartParser::deliver(const char* data, std::size_t size) {
@@ -163,16 +175,16 @@ void cgi::MultipartParser::deliver(const char* data, std::size_t size) {
         fail();
 }
 
-void cgi::MultipartParser::reachDelimiter() {
+void cgi::MultipartParser::endData() {
     m_state = State::AfterDelimiter;
     if (m_inPart && !m_sink.endPart())
         fail();
 }
 
-// What follows a boundary: "--" ends the body, blanks and a line end begin a part. Anything else
-// makes the body bad, since no line of a part may begin with the delimiter, whatever comes behind
-// it (RFC 2046, section 5.1.1).
-void cgi::MultipartParser::pushDelimiterByte(char byte) {
+// Parses the rest of a delimiter's line: "--" ends the body, blanks and a line end begin a part.
+// Anything else makes the body bad, since no line of a part may begin with the delimiter, whatever
+// follows it (RFC 2046, section 5.1.1).
+void cgi::MultipartParser::pushDelimiterLineByte(char byte) {
     if (m_state == State::ClosingDash) {
         m_state = byte == '-' ? State::Complete : State::Bad;
     } else if (m_state == State::LineEnd) {
@@ -195,8 +207,8 @@ void cgi::MultipartParser::pushHeaderByte(char byte) {
         return;
     }
     std::optional<Part> part = readPartHeaders(m_headers);
-    if (part.has_value() && m_sink.beginPart(std::move(*part)))
-        beginData(true);
-    else
-        fail();
+    if (!part.has_value() || !m_sink.beginPart(std::move(*part)))
+        return fail();
+    m_inPart = true;
+    beginData();
 }

@@ -1,4 +1,4 @@
-// Uploads into a file and into memory.
+// Receives uploads into a file or into memory.
 #include "decode.h"
 #include "multipart.h"
 #include "upload_file.h"
@@ -6,6 +6,7 @@
 #include <fcgiapp.h>
 
 #include <algorithm>
+#include <cassert>
 #include <climits>
 #include <cstring>
 
@@ -15,19 +16,21 @@ using cgi::Part;
 using cgi::percentDecode;
 using cgi::Plus;
 
-// The name without its folders, whether the client's system has "/" or "\" between them. Names
-// of folders are no names of files.
+// Returns the name without its folders, whether the client's system separates them by "/" or "\".
+// Empty for "." and "..", which name folders.
 std::string baseName(const std::string& path) {
-    const std::string base = path.substr(path.find_last_of("/\\") + 1); // 0 without either
+    const std::string base = path.substr(path.find_last_of("/\\") + 1); // npos + 1 is 0
     return base == "." || base == ".." ? "" : base;
 }
 
+// Collects the file in a buffer of the caller, which must outlive the target.
 class BufferTarget final : public cgi::UploadTarget {
 public:
     BufferTarget(char* buffer, std::size_t size) : m_buffer(buffer), m_size(size) {}
 
     bool begin() override { return true; }
     bool append(const char* data, std::size_t size) override {
+        assert(!m_kept && "append() comes before keep()");
         if (size > m_size - m_used)
             return false;
         std::memcpy(m_buffer + m_used, data, size);
@@ -35,10 +38,12 @@ public:
         return true;
     }
     bool keep() override {
+        assert(!m_kept && "keep() is called once");
         m_kept = true;
         return true;
     }
 
+    // Returns the count of bytes collected; 0 unless the upload is complete.
     std::size_t received() const { return m_kept ? m_used : 0; }
 
 private:
@@ -48,31 +53,32 @@ private:
     bool m_kept = false;
 };
 
-// Sorts the parts of one upload. Text fields are kept as they arrive, so those before a failure
-// stay. The first file part goes to the target, later ones nowhere.
+// Distributes the parts of one upload. Text fields are kept as they arrive, so those before a
+// failure stay. The first file part goes to the target; later ones are ignored.
 class UploadReceiver final : public cgi::PartSink {
 public:
-    // Takes at most `room` fields. The target must outlive the receiver.
+    // Keeps at most `room` fields. `target` must outlive the receiver.
     UploadReceiver(std::size_t room, cgi::UploadTarget& target) : m_room(room), m_target(target) {}
 
     bool beginPart(Part part) override;
     bool partData(const char* data, std::size_t size) override;
     bool endPart() override;
-    // The closing boundary has arrived: keeps the file and adds its field, both or neither.
-    bool finish();
-    // What was received, or null.
+    // Keeps the file and adds its field, both or neither. Call once, when the closing boundary has
+    // arrived.
+    void finish();
+    // Returns the fields received, or null without any. Call last.
     CGI_varlist::Owner takeFields() { return std::move(m_fields); }
 
 private:
     enum class Kind {
         Text,
         File,
-        NoFileChosen, // an empty file name, and no data as yet
-        PassedOver
+        NoFileChosen, // an empty file name, and no data so far
+        Ignored
     };
 
     bool addText(const char* data, std::size_t size);
-    bool countText(std::size_t size);
+    bool withinTextLimit(std::size_t moreBytes);
     bool beginFile();
     bool isFull() const { return (m_fields != nullptr ? m_fields->size() : 0) == m_room; }
     void keepField(CGI_varlist::Owner field);
@@ -80,7 +86,7 @@ private:
     CGI_varlist::Owner m_fields;
     const std::size_t m_room;
     cgi::UploadTarget& m_target;
-    Kind m_kind = Kind::PassedOver;
+    Kind m_kind = Kind::Ignored;
     std::string m_name;
     std::string m_fileName;
     std::string m_text;
@@ -88,27 +94,27 @@ private:
     CGI_varlist::Owner m_fileField; // null until a file has begun
 };
 
-// Names are escaped: browsers do so with quotes and line ends (HTML Standard, "Multipart form
-// data"), others with whatever is not ASCII (RFC 7578, section 2). Data are never.
+// Names arrive escaped: browsers escape quotes and line ends (HTML Standard, "Multipart form
+// data"), other clients whatever is not ASCII (RFC 7578, section 2). Data are never escaped.
 bool UploadReceiver::beginPart(Part part) {
-    m_name = percentDecode(part.name, Plus::IsItself);
+    m_name = percentDecode(part.name, Plus::Itself);
     m_text.clear();
     if (!part.fileName.has_value()) {
         m_kind = Kind::Text;
-        return countText(m_name.size());
+        return withinTextLimit(m_name.size());
     }
     if (m_fileField != nullptr) {
-        m_kind = Kind::PassedOver;
+        m_kind = Kind::Ignored;
         return true;
     }
-    m_fileName = baseName(percentDecode(*part.fileName, Plus::IsItself));
+    m_fileName = baseName(percentDecode(*part.fileName, Plus::Itself));
     if (!part.fileName->empty())
         return beginFile();
     m_kind = Kind::NoFileChosen;
     return true;
 }
 
-// A file whose field the list cannot hold would arrive without anyone's knowing.
+// Refuses a file whose field no list can hold: the servlet would never know that it has arrived.
 bool UploadReceiver::beginFile() {
     m_kind = Kind::File;
     if (!CGI_varlist::canHold(m_name, m_fileName))
@@ -120,7 +126,7 @@ bool UploadReceiver::beginFile() {
 bool UploadReceiver::partData(const char* data, std::size_t size) {
     if (m_kind == Kind::Text)
         return addText(data, size);
-    if (m_kind == Kind::PassedOver)
+    if (m_kind == Kind::Ignored)
         return true;
     if (m_kind == Kind::NoFileChosen && !beginFile())
         return false;
@@ -128,14 +134,15 @@ bool UploadReceiver::partData(const char* data, std::size_t size) {
 }
 
 bool UploadReceiver::addText(const char* data, std::size_t size) {
-    if (size > cgi::kMaxTextFieldBytes - m_text.size() || !countText(size))
+    if (size > cgi::kMaxTextFieldBytes - m_text.size() || !withinTextLimit(size))
         return false;
     m_text.append(data, size);
     return true;
 }
 
-bool UploadReceiver::countText(std::size_t size) {
-    m_textBytes += size;
+// Counts the bytes. Returns whether all names and text fields together are within their limit.
+bool UploadReceiver::withinTextLimit(std::size_t moreBytes) {
+    m_textBytes += moreBytes;
     return m_textBytes <= cgi::kMaxUploadTextBytes;
 }
 
@@ -152,17 +159,13 @@ void UploadReceiver::keepField(CGI_varlist::Owner field) {
         m_fields = std::move(field);
 }
 
-bool UploadReceiver::finish() {
-    if (m_fileField == nullptr)
-        return true;
-    if (isFull() || !m_target.keep())
-        return false;
-    keepField(std::move(m_fileField));
-    return true;
+void UploadReceiver::finish() {
+    if (m_fileField != nullptr && !isFull() && m_target.keep())
+        keepField(std::move(m_fileField));
 }
 
-// Reads up to the closing boundary or the first thing that is wrong; what comes after stays in the
-// stream or is lost.
+// Reads up to the closing boundary or the first error. The rest of the body stays in the stream,
+// except for what was read along with them.
 void read(FCGX_Stream* in, const std::string& boundary, UploadReceiver& receiver) {
     using Progress = cgi::MultipartParser::Progress;
     cgi::MultipartParser parser(boundary, receiver);
@@ -178,8 +181,8 @@ void read(FCGX_Stream* in, const std::string& boundary, UploadReceiver& receiver
         receiver.finish();
 }
 
-// The fields of an upload, at most `room` of them; null when there is none. Leaves a body of any
-// other type in the stream.
+// Returns the fields of an upload, at most `room` of them, or null without any. A body of any type
+// but multipart/form-data stays in the stream.
 CGI_varlist::Owner receive(const char* contentType, cgi::UploadTarget& target, std::size_t room,
                            FCGX_Stream* in) {
     const std::optional<std::string> boundary = cgi::multipartBoundary(contentType);

@@ -8,16 +8,17 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstdio>
 #include <string_view>
 
 namespace {
 
-// The owner writes, the programs of the device read, as far as the umask lets them.
+// The owner may write, all programs of the device may read, as far as the umask allows.
 constexpr mode_t kFileMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
 
-// Each loss of power may leave one file behind under a name that is wanted again.
+// A power cut can leave a temporary file behind; then the next name is tried.
 constexpr int kMaxNamesTried = 1000;
 
 int openFolder(const char* path) {
@@ -31,13 +32,15 @@ int openFolder(const char* path) {
 } // namespace
 
 cgi::UploadFile::UploadFile(const char* path) {
+    assert(path != nullptr);
     const std::string_view whole = path;
-    const std::size_t nameBegin = whole.rfind('/') + 1; // 0 without a slash
+    const std::size_t nameBegin = whole.rfind('/') + 1; // npos + 1 is 0
     m_folderPath = nameBegin == 0 ? "." : whole.substr(0, nameBegin);
     m_name = whole.substr(nameBegin);
 }
 
 bool cgi::UploadFile::begin() {
+    assert(!m_folder && "begin() is called once");
     m_unwritten.reserve(kWriteBytes);
     if (m_name.empty())
         return false;
@@ -45,7 +48,7 @@ bool cgi::UploadFile::begin() {
     return m_folder && createTemporary();
 }
 
-// The process and its descriptor of the folder tell this upload from all others under way.
+// The process id and the descriptor of the folder make the name unique among uploads under way.
 bool cgi::UploadFile::createTemporary() {
     for (int attempt = 0; attempt < kMaxNamesTried; ++attempt) {
         char name[64];
@@ -60,6 +63,7 @@ bool cgi::UploadFile::createTemporary() {
 }
 
 bool cgi::UploadFile::append(const char* data, std::size_t size) {
+    assert(m_folder && "begin() comes before append()");
     while (size > 0) {
         const std::size_t count = std::min(size, kWriteBytes - m_unwritten.size());
         m_unwritten.insert(m_unwritten.end(), data, data + count);
@@ -78,10 +82,11 @@ bool cgi::UploadFile::flush() {
 }
 
 bool cgi::UploadFile::keep() {
+    assert(m_folder && "begin() comes before keep()");
     if (!flush() || !m_file.sync() || !m_file.close() || !m_file.putInPlace(m_name.c_str()))
         return false;
-    // The upload counts as done even if the folder cannot be synced: then a power cut may bring
-    // back the file of before, whole.
+    // Even if the folder cannot be synced, the upload is complete: at worst a power cut brings back
+    // the old file, whole.
     base::syncToDisk(m_folder.get());
     return true;
 }

@@ -3,12 +3,13 @@
 #include <cstring>
 
 CGI_varlist::Owner CGI_varlist::make(std::size_t places, std::size_t bytes) {
-    static_assert(alignof(Value) <= alignof(CGI_varlist), "values follow the list");
+    static_assert(alignof(Value) <= alignof(CGI_varlist), "values follow the list in memory");
     void* memory = ::operator new(sizeof(CGI_varlist) + places * sizeof(Value) + bytes);
     return Owner(new (memory) CGI_varlist(places));
 }
 
 CGI_varlist::Owner CGI_varlist::make(std::string_view name, std::string_view text) {
+    assert(canHold(name, text));
     Owner list = make(1, name.size() + 1 + text.size() + 1);
     name.copy(list->nextName(), name.size());
     text.copy(list->nextName() + name.size() + 1, text.size());
@@ -31,6 +32,8 @@ bool CGI_varlist::canHold(std::string_view name, std::string_view text) {
 }
 
 void CGI_varlist::take(Owner other) noexcept {
+    assert(other != nullptr);
+    assert(other->size() <= room() && "there must be room for the values");
     m_total += other->m_total;
     m_last->m_next = other.get();
     m_last = other.release()->m_last;
@@ -49,8 +52,8 @@ char** CGI_varlist::all(const char* name) {
     if (texts.empty())
         return nullptr;
     texts.push_back(nullptr);
-    // An array is made anew only when values have come in between, and the old one is kept, since
-    // someone may still hold it.
+    // A new array is made only if values were added since the last call. The old one is kept: the
+    // caller may still use it.
     for (Array& array : m_arrays)
         if (array.texts.size() == texts.size() && array.name == name)
             return array.texts.data();

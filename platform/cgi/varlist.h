@@ -5,6 +5,7 @@
 #include "cgi.h"
 #include "decoding_limits.h"
 
+#include <cassert>
 #include <cstddef>
 #include <exception>
 #include <forward_list>
@@ -14,43 +15,48 @@
 #include <string_view>
 #include <vector>
 
-// One piece of memory holds the list, its values and their texts, since most lists are made of one
-// small text, searched once and freed. What is to be added to a list is made as a list of its own,
-// which the other one then takes as it is: so texts and arrays once handed out stay where they are
+// Most lists are made from one small text, searched once and freed. So the list, its values and
+// their texts are one allocation. Values are added to an existing list by making a second list,
+// which the first one then takes over as it is. So texts and arrays that were returned stay valid
 // until the list is destroyed.
 struct CGI_varlist {
 public:
-    // Made and freed in a way of its own, since its values lie behind it.
+    // Custom deleter: list, values and texts are one allocation.
     struct Free {
         void operator()(CGI_varlist* list) const;
     };
     using Owner = std::unique_ptr<CGI_varlist, Free>;
 
-    // A list with places for so many values, and room for so many bytes of names and texts with
-    // a terminator behind each. Throws std::bad_alloc.
+    // Returns a list with room for `places` values and for `bytes` bytes of names and texts,
+    // including a terminator behind each. Throws std::bad_alloc.
     static Owner make(std::size_t places, std::size_t bytes);
-    // A list of one value, which a list must be able to hold.
+    // Returns a list of one value, which must be one that a list can hold. Throws std::bad_alloc.
     static Owner make(std::string_view name, std::string_view text);
     CGI_varlist(const CGI_varlist&) = delete;
     CGI_varlist& operator=(const CGI_varlist&) = delete;
 
-    // The count of its values, with those of the lists that it has taken.
+    // Returns the count of values, including those of the lists that it has taken over.
     std::size_t size() const { return m_total; }
-    // The count of values it may still take.
+    // Returns how many more values the list may take over.
     std::size_t room() const { return cgi::kMaxValues - m_total; }
 
-    // Whether a list can hold it: its name is not empty and neither text holds a zero byte.
+    // Returns whether a list can hold a value: its name is not empty, and neither name nor text has
+    // a zero byte.
     static bool canHold(std::string_view name, std::string_view text);
 
-    // Whether all places are used.
+    // Returns whether all places are used.
     bool isFull() const { return m_size == m_places; }
-    // Where the name of the next value is to be written. There must be a place left.
-    char* nextName() { return m_free; }
-    // Adds the value whose name and, one byte behind it, whose text have been written there. The
-    // list must be able to hold it.
+    // Returns where to write the name of the next value. There must be a place left.
+    char* nextName() {
+        assert(!isFull() && "there must be a place left");
+        return m_free;
+    }
+    // Adds the value whose name was written at nextName(), with its text one byte behind the name.
+    // It must be one that a list can hold.
     void add(std::size_t nameSize, std::size_t textSize) {
-        char* const name = m_free;
+        char* const name = nextName();
         char* const text = name + nameSize + 1;
+        assert(canHold({name, nameSize}, {text, textSize}));
         name[nameSize] = '\0';
         text[textSize] = '\0';
         new (end()) Value{name, text};
@@ -59,12 +65,13 @@ public:
         m_free = text + textSize + 1;
     }
 
-    // Puts the values of `other` behind its own. There must be room for them.
+    // Appends the values of `other`, which must not be null. There must be room for them.
     void take(Owner other) noexcept;
 
-    // The first value of `name`, or null.
+    // Returns the first value of `name`, or null.
     char* first(const char* name);
-    // All values of `name` and a null, or null when there is none.
+    // Returns all values of `name` with a null behind them, or null when there are none. Throws
+    // std::bad_alloc.
     char** all(const char* name);
 
 private:
@@ -72,12 +79,13 @@ private:
         const char* name;
         char* text;
     };
+    // An array that all() has returned.
     struct Array {
         std::string name;
         std::vector<char*> texts;
     };
 
-    // The values lie behind the list, and the texts behind them.
+    // In memory, the values follow the list, and the texts follow the values.
     explicit CGI_varlist(std::size_t places)
         : m_places(places), m_free(reinterpret_cast<char*>(begin() + places)) {}
 
@@ -89,9 +97,9 @@ private:
 
     const std::size_t m_places;
     std::size_t m_size = 0;
-    char* m_free;
+    char* m_free; // the first byte behind the texts
 
-    // The lists taken, one behind the other, each as it was.
+    // The lists taken over, each linked to the next one.
     CGI_varlist* m_next = nullptr;
     CGI_varlist* m_last = this;
     std::size_t m_total = 0;
@@ -101,9 +109,9 @@ private:
 
 namespace cgi {
 
-// Gives back the list with what `make` gives, all of it or nothing: `make` is told how many values
-// there is room for, and gives a list with no more, or null. Null when there was no list and
-// nothing was added. Nothing thrown by `make`, such as std::bad_alloc, comes out.
+// Calls make(room), which returns a list of at most `room` values, or null, and appends these
+// values to `list`. Returns the list to use from then on: null when `list` is null and nothing was
+// added. Nothing is added when `make` throws; the exception ends here.
 template <class Make>
 CGI_varlist* addTo(CGI_varlist* list, Make make) {
     try {

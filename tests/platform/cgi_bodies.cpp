@@ -7,7 +7,7 @@ using std::string_literals::operator""s;
 const std::string kDisposition = "Content-Disposition: form-data; name=\"f\"; filename=\"x\"";
 const std::string kFile = filePart("f", "x", "data");
 
-// One part with these headers, and all that a body needs around it.
+// Returns a body of one part with these headers.
 std::string headed(const std::string& headers, const std::string& data = "data") {
     return "--b\r\n" + headers + "\r\n\r\n" + data + "\r\n" + kUploadEnd;
 }
@@ -15,7 +15,7 @@ std::string disposed(const std::string& disposition) {
     return headed("Content-Disposition: " + disposition);
 }
 
-// A body of one file with another boundary.
+// Returns a body of one file with another boundary.
 std::string bounded(const std::string& boundary, const std::string& data = "data") {
     return "--" + boundary + "\r\n" + kDisposition + "\r\n\r\n" + data + "\r\n--" + boundary +
            "--\r\n";
@@ -35,8 +35,7 @@ class Table {
 public:
     void add(OddBody body) { m_bodies.push_back(std::move(body)); }
 
-    // The file "x" of the field "f" is stored, with "data" in it unless told otherwise, and that is
-    // all.
+    // Adds a body of which only the file "x" of the field "f" is stored, containing `data`.
     void stores(const std::string& story, const std::string& bytes,
                 const std::string& data = "data") {
         add({story, bytes, {{"f", "x"}}, data});
@@ -45,14 +44,14 @@ public:
                   const std::string& data = "data") {
         add({type, bytes, {{"f", "x"}}, data, type});
     }
-    // Nothing is.
+    // Adds a body of which nothing is stored.
     void takesNothing(const std::string& story, const std::string& bytes) {
         add({story, bytes, {}});
     }
     void takesNothingAs(const std::string& type, const std::string& bytes) {
         add({type, bytes, {}, kNoFile, type});
     }
-    // A text field is all there is.
+    // Adds a body that results in one text field and nothing else.
     void finds(const std::string& name, const std::string& bytes) {
         add({"a field " + name, bytes, {{name, "data"}}});
     }
@@ -87,8 +86,8 @@ void addClosingBoundaries(Table& table) {
     table.takesNothing("three dashes in front", kFile + "---b--\r\n");
     table.takesNothing("a blank in front", kFile + " --b--\r\n");
     table.takesNothing("in capitals", kFile + "--B--\r\n");
-    table.takesNothing("of somebody else", kFile + "--c--\r\n");
-    table.takesNothing("of somebody with a longer one", kFile + "--bb--\r\n");
+    table.takesNothing("of another body", kFile + "--c--\r\n");
+    table.takesNothing("of another body, longer", kFile + "--bb--\r\n");
     for (const char* end : {"", "\n", "\r", "\n\r", "\r\r"})
         table.takesNothing("no line end in front",
                            "--b\r\n" + kDisposition + "\r\n\r\ndata" + end + "--b--\r\n");
@@ -98,7 +97,7 @@ void addClosingBoundaries(Table& table) {
     table.takesNothing("alone behind an empty line", "\r\n" + kUploadEnd);
 }
 
-// Whole blocks of the stream, and one byte more or less than fits.
+// Lengths around those of the stream's blocks, and one byte more or less.
 void addBoundaryLengths(Table& table) {
     for (int length : {1, 2, 69, 70, 71, 72, 4090, 4091, 4092, 4095, 4096, 4097, 8192}) {
         const std::string boundary = repeated("b", length);
@@ -154,7 +153,7 @@ void addBoundaryTexts(Table& table) {
     table.takesNothingAs(typed("boundary=B"), bounded("b"));
 }
 
-// What begins like the delimiter and goes on in another way is data, or preamble.
+// Text that begins like the delimiter and continues differently is data, or preamble.
 void addFalseStarts(Table& table) {
     const std::string type = typed("boundary=false");
     const std::string delimiter = "\r\n--false";
@@ -164,12 +163,12 @@ void addFalseStarts(Table& table) {
             table.storesAs(type, bounded("false", data), data);
         table.storesAs(type, start + "x\r\n" + bounded("false"));
     }
-    // The line end before the data may be the delimiter's own.
+    // The line end before the data may also begin the delimiter.
     for (std::size_t length = 1; length < delimiter.size() - 2; ++length) {
         const std::string data = delimiter.substr(2, length) + "x";
         table.storesAs(type, bounded("false", data), data);
     }
-    // The whole of it ends the data, whatever follows it on its line.
+    // A whole delimiter ends the data, whatever follows it on its line.
     table.takesNothingAs(type, bounded("false", "x\r\n--falsehood"));
     table.takesNothingAs(type, bounded("false", "--false positive"));
 }
@@ -250,11 +249,11 @@ void addHeaders(Table& table) {
     table.stores("a type without a value", headed(kDisposition + "\r\nContent-Type:"));
     table.stores("two types",
                  headed("Content-Type: a/b\r\n" + kDisposition + "\r\nContent-Type: c/d"));
-    table.stores("an encoding, which says nothing (RFC 7578, section 4.7)",
+    table.stores("a transfer encoding, which is ignored (RFC 7578, section 4.7)",
                  headed(kDisposition + "\r\nContent-Transfer-Encoding: base64", "ZGF0YQ=="),
                  "ZGF0YQ==");
-    table.stores("a length that is none", headed(kDisposition + "\r\nContent-Length: 1"));
-    table.stores("bytes of no character set", headed("X: \xff\xfe\x01\r\n" + kDisposition));
+    table.stores("a wrong length", headed(kDisposition + "\r\nContent-Length: 1"));
+    table.stores("bytes that are not UTF-8", headed("X: \xff\xfe\x01\r\n" + kDisposition));
     table.stores("a hundred of them", headed(repeated("X: y\r\n", 100) + kDisposition));
     table.stores("fifteen thousand bytes",
                  headed("X: " + std::string(15000, 'x') + "\r\n" + kDisposition));
@@ -273,7 +272,7 @@ void addHeaders(Table& table) {
     table.takesNothing("a blank before the colon", headed("X : y\r\n" + kDisposition));
     table.takesNothing("a blank in a name", headed("X Y: z\r\n" + kDisposition));
     table.takesNothing("a tab in a name", headed("X\tY: z\r\n" + kDisposition));
-    table.takesNothing("a fold without sense", headed(kDisposition + "\r\n x"));
+    table.takesNothing("a fold into a malformed parameter", headed(kDisposition + "\r\n x"));
     table.takesNothing("two dispositions", headed(kDisposition + "\r\n" + kDisposition));
     table.takesNothing("two dispositions, one in capitals",
                        headed(kDisposition + "\r\nCONTENT-DISPOSITION: form-data; name=g"));
@@ -335,7 +334,7 @@ void addDispositions(Table& table) {
     table.finds("a", disposed("form-data ; name=a"));
     table.finds(std::string(15000, 'n'), disposed("form-data; name=" + std::string(15000, 'n')));
     for (const char* name : {"name=", "name=\"\"", "name=\"%00\"", "name=\"a%00b\""})
-        table.takesNothing("a field whose name no list holds", disposed("form-data; "s + name));
+        table.takesNothing("a field whose name no list can hold", disposed("form-data; "s + name));
 
     for (const char* wrong :
          {"",
@@ -374,7 +373,7 @@ void addDispositions(Table& table) {
                  disposed("form-data; name=f; filename*=UTF-8''y; filename=x"));
 }
 
-// The name of a file is told, never followed.
+// The name of a file is reported, but never used as a path.
 void addFileNames(Table& table) {
     const std::pair<std::string, std::string> names[] = {
         {"", ""},
@@ -465,7 +464,7 @@ void addParts(Table& table) {
     table.add({"two names that differ in case",
                textPart("a", "1") + textPart("A", "2") + kUploadEnd,
                {{"a", "1"}, {"A", "2"}}});
-    // The file's field comes when all is done, wherever its part stands.
+    // The file's field is added last, wherever its part is.
     table.add({"a field of the file's name before it",
                textPart("f", "1") + kFile + kUploadEnd,
                {{"f", "1"}, {"f", "x"}},
@@ -500,7 +499,8 @@ void addParts(Table& table) {
                  repeated(textPart("", "1"), 10000) + kFile + kUploadEnd);
 }
 
-// Stories of one body that ends too early; the field before the file has arrived by then.
+// One body that ends too early, at different places. The field before the file is kept once it has
+// arrived.
 void addEndings(Table& table) {
     const std::string field = textPart("a", "1");
     const std::string body = field + kFile;

@@ -1,5 +1,4 @@
-// Bodies of uploads as no browser sends them, and some as browsers do, with what is to become of
-// each.
+// Upload bodies, most of which no browser sends, each with the expected result.
 #ifndef CGI_BODIES_H
 #define CGI_BODIES_H
 
@@ -11,10 +10,10 @@
 const std::string kNoFile = "(none)";
 
 struct OddBody {
-    std::string story; // what is odd about it
+    std::string story; // what is unusual about it
     std::string bytes;
-    Pairs fields;               // all of them, the file's included; of one name in their order
-    std::string file = kNoFile; // what is stored
+    Pairs fields;               // all fields, including the file's; those of one name in order
+    std::string file = kNoFile; // the data that are stored
     std::string type = kUploadType;
 };
 

@@ -1,5 +1,5 @@
-// What becomes of a body does not depend on the pieces in which it arrives, and a part of a body is
-// never taken for the whole.
+// The result of a body does not depend on the pieces in which it arrives, and a truncated body is
+// never accepted as a whole one.
 #include "cgi_bodies.h"
 #include "cgi_cut_input.h"
 #include "cgi_list.h"
@@ -11,7 +11,7 @@
 
 #include <filesystem>
 
-// Whether data are on the disk is not what is tested here.
+// Does nothing: whether data are on the disk is not tested here, and syncing takes time.
 extern "C" int fsync(int) {
     return 0;
 }
@@ -22,10 +22,10 @@ using namespace kit::testing;
 
 using Names = std::set<std::string>;
 
-// What the parser tells of a body in two pieces.
-class Told : public cgi::PartSink {
+// Records what the parser delivers of a body in two pieces.
+class Recorder : public cgi::PartSink {
 public:
-    Told(const OddBody& body, std::size_t cut) {
+    Recorder(const OddBody& body, std::size_t cut) {
         const auto boundary = cgi::multipartBoundary(body.type.c_str());
         if (!boundary.has_value())
             return;
@@ -59,11 +59,11 @@ std::size_t openDescriptors() {
     return static_cast<std::size_t>(std::distance(begin(open), end(open)));
 }
 
-// Uploads that take the place of "old".
-class OddBodies : public testing::Test {
+// Uploads to a file that contains "old".
+class Uploads : public testing::Test {
 protected:
-    OddBodies() : m_descriptors(openDescriptors()) {}
-    ~OddBodies() override { EXPECT_EQ(m_descriptors, openDescriptors()); }
+    Uploads() : m_descriptors(openDescriptors()) {}
+    ~Uploads() override { EXPECT_EQ(m_descriptors, openDescriptors()); }
 
     List upload(const OddBody& body, std::size_t size, std::size_t pieceSize = 8192) {
         MemoryInput in(body.bytes.substr(0, size), pieceSize);
@@ -89,7 +89,7 @@ private:
 
 } // namespace
 
-TEST_F(OddBodies, ComeToWhatTheyHaveToWholeAndByteByByte) {
+TEST_F(Uploads, GiveTheExpectedResultWholeAndByteByByte) {
     for (const OddBody& body : oddBodies())
         for (const std::size_t pieceSize : {std::size_t{8192}, std::size_t{1}}) {
             SCOPED_TRACE(body.story);
@@ -99,7 +99,7 @@ TEST_F(OddBodies, ComeToWhatTheyHaveToWholeAndByteByByte) {
         }
 }
 
-TEST_F(OddBodies, ComeToTheSameInMemoryWhereverTheyAreCutInTwo) {
+TEST_F(Uploads, GiveTheSameResultInMemoryWhereverTheyAreCut) {
     for (const OddBody& body : oddBodies()) {
         std::vector<char> buffer(body.bytes.size());
         for (const std::size_t cut : cutsIn(body.bytes.size())) {
@@ -115,16 +115,16 @@ TEST_F(OddBodies, ComeToTheSameInMemoryWhereverTheyAreCutInTwo) {
     }
 }
 
-TEST_F(OddBodies, AreToldInTheSameWayWhereverTheyAreCutInTwo) {
+TEST_F(Uploads, AreParsedTheSameWhereverTheyAreCut) {
     for (const OddBody& body : oddBodies()) {
-        const std::string whole = Told(body, 0).text;
+        const std::string whole = Recorder(body, 0).text;
         for (const std::size_t cut : cutsIn(body.bytes.size()))
-            ASSERT_TRUE(whole == Told(body, cut).text) << body.story << ", cut at " << cut;
+            ASSERT_TRUE(whole == Recorder(body, cut).text) << body.story << ", cut at " << cut;
     }
 }
 
-// Up to some byte nothing is stored, and from there on all of it.
-TEST_F(OddBodies, CutShortAnywhereAreStoredWholeOrNotAtAll) {
+// A body that is cut short before a certain byte stores nothing, behind it everything.
+TEST_F(Uploads, AreStoredWholeOrNotAtAllWhenCutShort) {
     for (const OddBody& body : oddBodies()) {
         bool stored = false;
         putOldFile();

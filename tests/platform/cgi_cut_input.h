@@ -1,4 +1,4 @@
-// Input that is cut somewhere, and the fields that are to be found in it all the same.
+// Input that is cut somewhere, and checks of the fields that are found in it.
 #ifndef CGI_CUT_INPUT_H
 #define CGI_CUT_INPUT_H
 
@@ -17,7 +17,8 @@
 
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
-// Every place at which to cut a text; of a long one its ends and some in between.
+// Returns the places at which to cut a text of this size: all of them for a short text; those near
+// the ends and some in between for a long one.
 inline std::vector<std::size_t> cutsIn(std::size_t size) {
     if (size > 100000)
         return {size / 2};
@@ -30,8 +31,8 @@ inline std::vector<std::size_t> cutsIn(std::size_t size) {
     return cuts;
 }
 
-// A text that arrives in two pieces, each in memory of its exact size, so that a sanitizer sees
-// every byte read beyond it.
+// A text that arrives in two pieces, each in memory of its exact size, so that a sanitizer detects
+// reads beyond it.
 class TwoPieces {
 public:
     TwoPieces(const std::string& text, std::size_t cut)
@@ -82,7 +83,7 @@ inline void expectFields(const Pairs& fields, const List& list) {
         EXPECT_EQ(values, valuesOf(list, name.c_str())) << name;
 }
 
-// Whether the list holds nothing but what comes first among the fields of each name.
+// Expects nothing in the list but the first fields of each name, in their order.
 inline void expectNoOtherFields(const Pairs& fields, const List& list) {
     std::size_t found = 0;
     for (const auto& [name, values] : byName(fields)) {

@@ -30,7 +30,7 @@ struct Decoded {
 
 } // namespace
 
-TEST(Library, ExportsItsFunctionsUnderTheirPlainNames) {
+TEST(DeviceLibrary, ExportsItsFunctionsUnderTheirPlainNames) {
     for (const char* name : {"CGI_get_cookie", "CGI_get_post", "CGI_decode_query", "CGI_lookup",
                              "CGI_lookup_all", "CGI_free_varlist", "CGI_encode_url",
                              "CGI_fileupload", "CGI_fileupload_data", "CGI_readblock"})
@@ -81,14 +81,14 @@ TEST(Queries, LeaveOutPairsWithoutNameOrWithAZeroByte) {
     EXPECT_EQ("2", valueOf(query("a=%001&a=2"), "a"));
 }
 
-TEST(Queries, AddToTheListTheyAreGiven) {
+TEST(Queries, AreAddedToAnExistingList) {
     List list = query("a=1");
     EXPECT_EQ(list.get(), CGI_decode_query(list.get(), "a=2&b=3"));
     EXPECT_EQ((Texts{"1", "2"}), valuesOf(list, "a"));
     EXPECT_EQ("3", valueOf(list, "b"));
 }
 
-TEST(Queries, WithNothingInThemGiveBackTheListAsItWas) {
+TEST(Queries, LeaveTheListAsItWasWhenEmptyOrNull) {
     List list = query("a=1");
     EXPECT_EQ(list.get(), CGI_decode_query(list.get(), nullptr));
     EXPECT_EQ(list.get(), CGI_decode_query(list.get(), ""));
@@ -111,7 +111,7 @@ TEST(Cookies, AreSplitAndDecoded) {
         {"a=%3B%3d", "a", {";="}},
         {"%61=1", "a", {"1"}},
         {"a=%zz%4", "a", {"%zz%4"}},
-        // "+" is itself.
+        // "+" stands for itself.
         {"a=x+y", "a", {"x+y"}},
         {"a+b=1", "a+b", {"1"}},
         // Quotes.
@@ -125,7 +125,7 @@ TEST(Cookies, AreSplitAndDecoded) {
         {"\"a\"=1", "\"a\"", {"1"}},
         {"a=\" x \"", "a", {" x "}},
         {"a=\"x;y\"", "a", {"\"x"}},
-        // What was escaped is the value's own.
+        // Escaped blanks and quotes are part of the value.
         {"a=%20", "a", {" "}},
         {"a=%20x%20;b=1", "a", {" x "}},
         {"%20a=1", " a", {"1"}},
@@ -144,7 +144,7 @@ TEST(Cookies, LeaveOutPairsWithoutNameOrWithAZeroByte) {
     EXPECT_EQ(nullptr, CGI_get_cookie(nullptr, nullptr));
 }
 
-TEST(Cookies, AddToTheListTheyAreGiven) {
+TEST(Cookies, AreAddedToAnExistingList) {
     List list = query("a=1");
     EXPECT_EQ(list.get(), CGI_get_cookie(list.get(), "a=2"));
     EXPECT_EQ(list.get(), CGI_get_cookie(list.get(), nullptr));
@@ -164,14 +164,14 @@ TEST(Lists, HoldAThousandValuesAndLeaveOutLaterOnes) {
     EXPECT_EQ("(none)", valueOf(list, "late"));
 }
 
-TEST(Lists, DoNotCountWhatWasLeftOut) {
+TEST(Lists, DoNotCountPairsThatWereLeftOut) {
     std::string text;
     for (int i = 0; i < 5000; ++i)
         text += "=1&a=%00&";
     EXPECT_EQ("1", valueOf(query(text + "a=1"), "a"));
 }
 
-TEST(Lists, KeepTextsAndArraysWhereTheyAre) {
+TEST(Lists, KeepReturnedTextsAndArraysValid) {
     List list = query("a=1&b=2&a=3");
     char* first = CGI_lookup(list.get(), "a");
     char** all = CGI_lookup_all(list.get(), "a");
@@ -187,7 +187,7 @@ TEST(Lists, KeepTextsAndArraysWhereTheyAre) {
     EXPECT_EQ(902u, valuesOf(list, "a").size());
 }
 
-TEST(Lists, GiveTheSameArrayUntilValuesAreAdded) {
+TEST(Lists, ReturnTheSameArrayUntilValuesAreAdded) {
     List list = query("a=1&b=2");
     char** all = CGI_lookup_all(list.get(), "a");
     EXPECT_EQ(all, CGI_lookup_all(list.get(), "a"));
@@ -196,7 +196,7 @@ TEST(Lists, GiveTheSameArrayUntilValuesAreAdded) {
     EXPECT_NE(all, CGI_lookup_all(list.get(), "b"));
 }
 
-TEST(Lists, HaveNothingUnderANameNobodyGave) {
+TEST(Lists, ReturnNullForAnUnknownName) {
     const List list = query("a=1");
     EXPECT_EQ(nullptr, CGI_lookup(list.get(), "b"));
     EXPECT_EQ(nullptr, CGI_lookup_all(list.get(), "b"));
@@ -204,7 +204,7 @@ TEST(Lists, HaveNothingUnderANameNobodyGave) {
     EXPECT_EQ(nullptr, CGI_lookup_all(list.get(), ""));
 }
 
-TEST(Lists, TakeNullForAnything) {
+TEST(Lists, AcceptNullForEveryArgument) {
     const List list = query("a=1");
     EXPECT_EQ(nullptr, CGI_lookup(nullptr, "a"));
     EXPECT_EQ(nullptr, CGI_lookup(list.get(), nullptr));
@@ -213,7 +213,7 @@ TEST(Lists, TakeNullForAnything) {
     CGI_free_varlist(nullptr);
 }
 
-TEST(EncodedUrls, EscapeAllButUnreservedAndKeptCharacters) {
+TEST(UrlEncoding, EscapesAllButUnreservedAndKeptCharacters) {
     const struct {
         const char* text;
         const char* keep;
@@ -237,7 +237,7 @@ TEST(EncodedUrls, EscapeAllButUnreservedAndKeptCharacters) {
         EXPECT_EQ(row.encoded, encoded(row.text, row.keep));
 }
 
-TEST(EncodedUrls, ComeBackAsTheyWereWhenDecoded) {
+TEST(UrlEncoding, IsReversedByDecoding) {
     std::string bytes;
     for (int byte = 1; byte < 256; ++byte)
         bytes += static_cast<char>(byte);

@@ -1,5 +1,5 @@
-// What uploads ask of the disk and in which order, and what they do when it refuses. This program
-// takes the place of the system's calls and can make them fail.
+// Which system calls uploads make for the disk, in which order, and what they do when one fails.
+// This program replaces these system calls and can make them fail.
 #include "cgi_list.h"
 #include "cgi_temporary_folder.h"
 #include "cgi_upload_body.h"
@@ -20,12 +20,12 @@ using namespace kit::testing;
 
 using Names = std::set<std::string>;
 
-// The disk as the library sees it.
+// Records the system calls, and says which of them fail.
 struct Disk {
     Texts calls;             // "write", "fsync file", "fsync folder", "rename"
-    std::string failingCall; // one of them
+    std::string failingCall; // one of these
     int failingError = EIO;
-    int failures = 1000000; // that are still to come
+    int failures = 1000000; // how many are still to come
     std::size_t mostBytesWritten = 1000000;
 
     bool fails(const std::string& call) {
@@ -38,7 +38,7 @@ struct Disk {
     }
 };
 
-Disk* disk = nullptr; // while one is watched
+Disk* disk = nullptr; // set while a test records calls
 
 bool isFolder(int descriptor) {
     struct stat status {};
@@ -71,9 +71,9 @@ extern "C" int renameat(int oldFolder, const char* oldName, int newFolder,
 
 namespace {
 
-class Disks : public testing::Test {
+class UploadsToDisk : public testing::Test {
 protected:
-    Disks() { m_folder.write("new.bin", "old"); }
+    UploadsToDisk() { m_folder.write("new.bin", "old"); }
 
     List upload(const std::string& data) {
         MemoryInput in(filePart("f", "x", data) + kUploadEnd);
@@ -90,17 +90,17 @@ protected:
 
 } // namespace
 
-TEST_F(Disks, HaveTheDataBeforeTheFileIsPutInPlaceAndThenTheFolder) {
+TEST_F(UploadsToDisk, SyncTheFileBeforeTheRenameAndTheFolderAfterIt) {
     EXPECT_EQ("x", valueOf(upload("data"), "f"));
     EXPECT_EQ((Texts{"write", "fsync file", "rename", "fsync folder"}), m_disk.calls);
 }
 
-TEST_F(Disks, GetDataInLargePiecesHoweverSmallTheyArrive) {
+TEST_F(UploadsToDisk, WriteLargePiecesHoweverSmallTheyArrive) {
     upload(std::string(100000, '\r'));
     EXPECT_EQ(7, std::count(m_disk.calls.begin(), m_disk.calls.end(), "write"));
 }
 
-TEST_F(Disks, ThatRefuseLeaveTheOldFileAndNothingElse) {
+TEST_F(UploadsToDisk, LeaveOnlyTheOldFileWhenACallFails) {
     for (const char* call : {"write", "fsync file", "rename"}) {
         m_disk = Disk();
         m_disk.failingCall = call;
@@ -111,20 +111,20 @@ TEST_F(Disks, ThatRefuseLeaveTheOldFileAndNothingElse) {
     }
 }
 
-TEST_F(Disks, ThatWriteNothingDoNotMakeAnUploadWaitForEver) {
+TEST_F(UploadsToDisk, FailWhenNothingIsWritten) {
     m_disk.mostBytesWritten = 0;
     EXPECT_EQ(nullptr, upload("data"));
     EXPECT_EQ("old", m_folder.read("new.bin"));
 }
 
-// The file is in place by then, and whole.
-TEST_F(Disks, ThatCannotSyncFoldersTakeUploadsAllTheSame) {
+// By then the file is in place, and complete.
+TEST_F(UploadsToDisk, SucceedWhenTheFolderCannotBeSynced) {
     m_disk.failingCall = "fsync folder";
     EXPECT_EQ("x", valueOf(upload("data"), "f"));
     EXPECT_EQ("data", m_folder.read("new.bin"));
 }
 
-TEST_F(Disks, ThatAreInterruptedGoOn) {
+TEST_F(UploadsToDisk, RepeatInterruptedCalls) {
     for (const char* call : {"write", "fsync file", "fsync folder"}) {
         m_disk = Disk();
         m_disk.failingCall = call;
@@ -137,7 +137,7 @@ TEST_F(Disks, ThatAreInterruptedGoOn) {
     }
 }
 
-TEST_F(Disks, ThatWriteLessThanTheyAreAskedGetTheRest) {
+TEST_F(UploadsToDisk, ContinueAfterShortWrites) {
     std::string data;
     for (int i = 0; i < 20000; ++i)
         data += static_cast<char>(i % 251);

@@ -21,7 +21,7 @@ List post(const std::string& body, int length) {
     return post(kFormType, length, in);
 }
 
-// A field of `size` bytes, its name and "=" included.
+// Returns a field of `size` bytes, including its name and "=".
 std::string fieldOfSize(int size) {
     return "a=" + std::string(static_cast<std::size_t>(size) - 2, 'x');
 }
@@ -39,7 +39,7 @@ TEST(Forms, AreReadAndDecoded) {
     }
 }
 
-TEST(Forms, LeaveOutPairsWithAZeroByteAsItIsOrEscaped) {
+TEST(Forms, LeaveOutPairsWithARawOrEscapedZeroByte) {
     using namespace std::string_literals;
     const std::string body = "a=1\0&b\0=2&c=%00&d=4"s;
     const List list = post(body, static_cast<int>(body.size()));
@@ -49,7 +49,7 @@ TEST(Forms, LeaveOutPairsWithAZeroByteAsItIsOrEscaped) {
     EXPECT_EQ("4", valueOf(list, "d"));
 }
 
-TEST(Forms, AreKnownByTheirTypeOrByItsAbsence) {
+TEST(Forms, AreRecognisedByTheirTypeOrAMissingOne) {
     for (const char* type :
          {"application/x-www-form-urlencoded", "APPLICATION/X-WWW-Form-UrlEncoded",
           "application/x-www-form-urlencoded; charset=utf-8",
@@ -79,7 +79,7 @@ TEST(Forms, AddNothingWhenTheBodyIsShorterOrLongerThanAnnounced) {
     EXPECT_EQ(nullptr, post("", 0));
 }
 
-TEST(Forms, OfOneMebibyteAreReadAndLargerOnesLeftInTheStream) {
+TEST(Forms, MayHaveOneMebibyteAndStayInTheStreamIfLarger) {
     const List largest = post(fieldOfSize(kMebibyte), kMebibyte);
     EXPECT_EQ(static_cast<std::size_t>(kMebibyte) - 2, valueOf(largest, "a").size());
 
@@ -90,14 +90,14 @@ TEST(Forms, OfOneMebibyteAreReadAndLargerOnesLeftInTheStream) {
     EXPECT_EQ(tooLarge, in.unread());
 }
 
-TEST(Forms, AreNotReadOnBeyondTheAnnouncedLength) {
+TEST(Forms, AreReadToOneByteBeyondTheAnnouncedLength) {
     const std::string body(100000, 'a');
     MemoryInput in(body);
     EXPECT_EQ(nullptr, post(kFormType, 10, in));
     EXPECT_EQ(body.size() - 11, in.unread().size());
 }
 
-TEST(Forms, AddToTheListTheyAreGivenOrLeaveItAsItWas) {
+TEST(Forms, AreAddedToAnExistingListOrLeaveItAsItWas) {
     List list(CGI_decode_query(nullptr, "a=1"));
     MemoryInput good("a=2");
     EXPECT_EQ(list.get(), CGI_get_post(list.get(), kFormType, 3, good.stream()));
@@ -116,7 +116,7 @@ TEST(Forms, StopAtTheThousandthValue) {
     EXPECT_EQ(1000u, valuesOf(post(body, static_cast<int>(body.size())), "a").size());
 }
 
-TEST(Blocks, AreTheRawBytesOfTheBody) {
+TEST(ReadBlock, ReturnsTheRawBytesOfTheBody) {
     const std::string body("a\0b\r\n%41+", 9);
     for (std::size_t pieceSize : {1, 4, 8192}) {
         MemoryInput in(body, pieceSize);
@@ -132,14 +132,14 @@ TEST(Blocks, AreTheRawBytesOfTheBody) {
     }
 }
 
-TEST(Blocks, OfMoreThanAnIntCanCountEndWithTheBody) {
+TEST(ReadBlock, AcceptsASizeBeyondIntMax) {
     MemoryInput in("abc");
     char block[3];
     EXPECT_EQ(3, CGI_readblock(block, ULONG_MAX, in.stream()));
     EXPECT_EQ("abc", std::string(block, 3));
 }
 
-TEST(Blocks, OfNothingLeaveTheBodyInTheStream) {
+TEST(ReadBlock, LeavesTheBodyInTheStreamForNullOrSizeZero) {
     MemoryInput in("abc");
     char block[3];
     EXPECT_EQ(0, CGI_readblock(block, 0, in.stream()));

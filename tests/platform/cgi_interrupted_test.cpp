@@ -1,5 +1,4 @@
-// Uploads that the system refuses something, or that the process does not survive, wherever that
-// happens.
+// Uploads during which a system call fails or the process is killed, at any system call.
 #include "cgi_list.h"
 #include "cgi_temporary_folder.h"
 #include "cgi_upload_body.h"
@@ -23,7 +22,7 @@ std::size_t openDescriptors() {
     return static_cast<std::size_t>(std::distance(begin(open), end(open)));
 }
 
-// Uploads to "new.bin", where "old" stands when the parameter says so.
+// Uploads to "new.bin", which contains "old" before if the parameter is true.
 class InterruptedUploads : public testing::TestWithParam<bool> {
 protected:
     InterruptedUploads() { putOldFile(); }
@@ -42,15 +41,15 @@ protected:
         return valueOf(list, "f") == "x";
     }
 
-    // Of a whole upload of `data`.
+    // Returns the system calls of a successful upload of `data`.
     Calls calls(const std::string& data) const {
         Calls all = disk_calls::of([&] { EXPECT_TRUE(upload(data)); });
         putOldFile();
         return all;
     }
 
-    // The file is put in place by one call. Before it the old one stands, afterwards the new one,
-    // which needs nothing more.
+    // Returns the number of the call that puts the file in place. Before it there is the old file,
+    // afterwards the new one, complete.
     static int placeOfRename(const Calls& calls) {
         return static_cast<int>(std::find(calls.begin(), calls.end(), "renameat") - calls.begin()) +
                1;
@@ -70,15 +69,15 @@ protected:
 
 } // namespace
 
-INSTANTIATE_TEST_SUITE_P(WhereNothingWasAndWhereAFileWas, InterruptedUploads, testing::Bool());
+INSTANTIATE_TEST_SUITE_P(WithoutAndWithAnOldFile, InterruptedUploads, testing::Bool());
 
-TEST_P(InterruptedUploads, AskTheSystemForThis) {
+TEST_P(InterruptedUploads, MakeTheseSystemCalls) {
     EXPECT_EQ((Calls{"openat", "openat", "write", "write", "write", "write", "fsync", "close",
                      "renameat", "fsync", "close"}),
               calls(m_data));
 }
 
-TEST_P(InterruptedUploads, RefusedAnythingLeaveTheOldFileOrTheNewOneAndNothingElse) {
+TEST_P(InterruptedUploads, LeaveOnlyTheOldOrTheNewFileWhenOneCallFails) {
     const Calls all = calls(m_data);
     const std::size_t descriptors = openDescriptors();
     for (const int error : {ENOSPC, EIO, EDQUOT, EROFS, EMFILE, ENOMEM})
@@ -97,7 +96,7 @@ TEST_P(InterruptedUploads, RefusedAnythingLeaveTheOldFileOrTheNewOneAndNothingEl
     EXPECT_TRUE(upload(m_data));
 }
 
-TEST_P(InterruptedUploads, ToADiskThatFailsForGoodLeaveTheOldFileOrTheNewOneAndNothingElse) {
+TEST_P(InterruptedUploads, LeaveOnlyTheOldOrTheNewFileWhenAllCallsFailFromSomeOneOn) {
     const Calls all = calls(m_data);
     for (int number = 1; number <= static_cast<int>(all.size()); ++number) {
         SCOPED_TRACE(all[static_cast<std::size_t>(number) - 1] + ", call " +
@@ -112,8 +111,8 @@ TEST_P(InterruptedUploads, ToADiskThatFailsForGoodLeaveTheOldFileOrTheNewOneAndN
     }
 }
 
-// What the process was writing may stay, under a name of its own.
-TEST_P(InterruptedUploads, KilledAnywhereLeaveTheOldFileOrTheNewOne) {
+// The temporary file may be left behind, under its own name.
+TEST_P(InterruptedUploads, LeaveTheOldOrTheNewFileWhenKilled) {
     const Calls all = calls(m_data);
     for (int number = 1; number <= static_cast<int>(all.size()); ++number) {
         SCOPED_TRACE(all[static_cast<std::size_t>(number) - 1] + ", call " +

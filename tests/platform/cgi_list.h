@@ -1,4 +1,4 @@
-// Lists of values as the tests write and read them.
+// Helpers of the tests for lists of values.
 #ifndef CGI_LIST_H
 #define CGI_LIST_H
 
@@ -22,7 +22,7 @@ inline Texts valuesOf(const List& list, const char* name) {
     return texts;
 }
 
-// The first value, or "(none)".
+// Returns the first value, or "(none)".
 inline std::string valueOf(const List& list, const char* name) {
     const char* value = CGI_lookup(list.get(), name);
     return value != nullptr ? value : "(none)";

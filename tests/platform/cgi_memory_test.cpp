@@ -1,5 +1,5 @@
-// How much memory decoding takes, and what happens when there is none. This program counts what
-// the whole process allocates, libraries included, and can make it fail.
+// How much memory decoding takes, and what happens when allocations fail. This program counts the
+// allocations of the whole process, including its libraries, and can make them fail.
 #include "cgi_list.h"
 #include "cgi_temporary_folder.h"
 #include "cgi_upload_body.h"
@@ -22,13 +22,13 @@ using namespace kit::testing;
 
 std::atomic<long> bytesInUse{0};
 std::atomic<long> mostBytesInUse{0};
-std::atomic<long> allocationsLeft{-1}; // negative: any number
+std::atomic<long> allocationsLeft{-1}; // negative: no limit
 
 } // namespace
 
 void* operator new(std::size_t size) {
     if (allocationsLeft >= 0 && allocationsLeft-- == 0) {
-        allocationsLeft = 0; // the memory stays used up
+        allocationsLeft = 0; // all later ones fail, too
         throw std::bad_alloc();
     }
     void* memory = std::malloc(size != 0 ? size : 1);
@@ -53,7 +53,8 @@ namespace {
 
 using Names = std::set<std::string>;
 
-// A body that nobody holds in memory: `head`, `filler` again and again up to `size` bytes, `tail`.
+// A body that is never in memory as a whole: `head`, then `filler` repeated up to `size` bytes,
+// then `tail`.
 class GeneratedBody {
 public:
     GeneratedBody(std::string head, std::string filler, std::size_t size, std::string tail)
@@ -106,7 +107,7 @@ std::string filler(const std::string& pattern) {
     return text;
 }
 
-// The most memory that was in use at once while `act` ran, beyond what was in use before.
+// Returns the peak of the memory that `act` uses in addition to what was in use before.
 template <class Act>
 long memoryTaken(Act act) {
     const long before = bytesInUse;
@@ -115,8 +116,8 @@ long memoryTaken(Act act) {
     return mostBytesInUse - before;
 }
 
-// Runs `act` with the smallest stack of a thread that has room for the system's own needs. On
-// 64-bit ARM the C library gives 128 KiB at least.
+// Runs `act` on a thread with a small stack: 64 KiB, or the system's minimum, which is 128 KiB on
+// 64-bit ARM.
 template <class Act>
 void runOnASmallStack(Act act) {
     const auto least = static_cast<std::size_t>(PTHREAD_STACK_MIN);
@@ -139,7 +140,7 @@ const std::string kFileHead = "--b\r\nContent-Disposition: form-data; name=f; fi
 
 } // namespace
 
-TEST(MemoryOfUploads, DoesNotGrowWithTheFile) {
+TEST(UploadMemory, DoesNotGrowWithTheFile) {
     const TemporaryFolder folder;
     GeneratedBody body(kFileHead, filler("\r\n--\r\n--a\rdata"), k64Mebibytes, "\r\n" + kUploadEnd);
     const std::string path = folder.path("new.bin");
@@ -154,7 +155,7 @@ TEST(MemoryOfUploads, DoesNotGrowWithTheFile) {
     EXPECT_LT(k64Mebibytes - 100000, std::filesystem::file_size(path));
 }
 
-TEST(MemoryOfUploads, DoesNotGrowWithAnythingElseInTheBody) {
+TEST(UploadMemory, DoesNotGrowWithTheRestOfTheBody) {
     const TemporaryFolder folder;
     const std::string path = folder.path("new.bin");
     const struct {
@@ -163,8 +164,8 @@ TEST(MemoryOfUploads, DoesNotGrowWithAnythingElseInTheBody) {
         std::string filler;
     } table[] = {
         {"preamble", "", "preamble\r\n"},
-        {"files passed over", filePart("f", "x", "data"), filePart("g", "y", "data")},
-        {"a file passed over", filePart("f", "x", "data") + kFileHead, "data"},
+        {"ignored files", filePart("f", "x", "data"), filePart("g", "y", "data")},
+        {"an ignored file", filePart("f", "x", "data") + kFileHead, "data"},
         {"files not chosen", "", filePart("f", "", "")},
         {"blanks behind a boundary", "--b", " \t"},
         {"headers", "--b\r\n", "X: y\r\n"},
@@ -182,8 +183,8 @@ TEST(MemoryOfUploads, DoesNotGrowWithAnythingElseInTheBody) {
     }
 }
 
-// A list may hold a thousand values, and each of them 64 KiB: together they may not.
-TEST(MemoryOfUploads, IsBoundedForTextFieldsTaken) {
+// A list may hold a thousand values, and each may have 64 KiB, but not both at once.
+TEST(UploadMemory, IsLimitedForTextFields) {
     GeneratedBody body("", textPart("a", std::string(60000, 't')), k64Mebibytes, kUploadEnd);
     List list;
     char buffer[1];
@@ -194,7 +195,7 @@ TEST(MemoryOfUploads, IsBoundedForTextFieldsTaken) {
               3 * 1024 * 1024);
 }
 
-TEST(MemoryOfForms, IsNotTakenBecauseAClientAnnouncesIt) {
+TEST(FormMemory, IsNotAllocatedForAnAnnouncedLength) {
     MemoryInput in("a=1");
     EXPECT_LT(memoryTaken([&] {
                   EXPECT_EQ(nullptr, CGI_get_post(nullptr, nullptr, 1024 * 1024, in.stream()));
@@ -202,7 +203,7 @@ TEST(MemoryOfForms, IsNotTakenBecauseAClientAnnouncesIt) {
               8 * 1024);
 }
 
-TEST(MemoryOfLists, DoesNotGrowWithLookUps) {
+TEST(ListMemory, DoesNotGrowWithLookUps) {
     const List list(CGI_decode_query(nullptr, "a=1&a=2&b=3"));
     valuesOf(list, "a");
     valuesOf(list, "b");
@@ -217,7 +218,7 @@ TEST(MemoryOfLists, DoesNotGrowWithLookUps) {
 
 namespace {
 
-// A body on the stack: reading it takes no memory.
+// A body that is read without taking memory.
 class FixedBody {
 public:
     explicit FixedBody(const std::string& text) {
@@ -235,8 +236,8 @@ private:
 };
 
 // Runs `act` with memory for no allocation, for one, for two and so on, until it succeeds and adds
-// a field "f". Before that it must leave the list as it was, keep no memory, and `checkFailure`
-// looks at whatever else it may have left behind.
+// a field "f". Each time that it fails, it must leave the list as it was and keep no memory;
+// `checkFailure` checks everything else.
 template <class Act, class Check>
 void expectHarmlessWithoutMemory(const char* before, Act act, Check checkFailure) {
     bool succeeded = false;
@@ -305,7 +306,7 @@ TEST(WithoutMemory, UploadsAddAndStoreNothing) {
     EXPECT_EQ("data", folder.read("new.bin"));
 }
 
-TEST(WithoutMemory, UploadsIntoMemoryCountNothing) {
+TEST(WithoutMemory, UploadsIntoMemoryPlaceNothing) {
     char buffer[100];
     int received = -1;
     expectHarmlessWithoutMemory(
@@ -319,7 +320,7 @@ TEST(WithoutMemory, UploadsIntoMemoryCountNothing) {
     EXPECT_EQ(4, received);
 }
 
-TEST(WithoutMemory, LookUpsFindNothing) {
+TEST(WithoutMemory, LookUpsReturnNull) {
     const List list(CGI_decode_query(nullptr, "a=1&a=2"));
     for (int count = 0; count < 3; ++count) {
         allocationsLeft = count;

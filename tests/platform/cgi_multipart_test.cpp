@@ -11,7 +11,7 @@ using Progress = cgi::MultipartParser::Progress;
 
 namespace {
 
-// A part as it came out of the parser; the file name of a text field is "(text)".
+// A part that the parser has delivered; the file name of a text field is "(text)".
 struct Received {
     std::string name;
     std::string fileName;
@@ -59,8 +59,7 @@ public:
     bool refuseEnd = false;
 };
 
-// Pieces are copied to memory of their exact size, so that a sanitizer sees every byte read
-// beyond them.
+// Copies the piece to memory of its exact size, so that a sanitizer detects reads beyond it.
 Progress push(cgi::MultipartParser& parser, const std::string& piece) {
     const std::vector<char> exact(piece.begin(), piece.end());
     return parser.push(exact.data(), exact.size());
@@ -95,7 +94,7 @@ std::string filePart(const std::string& fileName, const std::string& data) {
     return "--b\r\nContent-Disposition: form-data; name=\"f\"; filename=\"" + fileName +
            "\"\r\nContent-Type: text/plain\r\n\r\n" + data + "\r\n";
 }
-// A part whose headers are written out, with "x" as its data.
+// Returns a part with these headers and the data "x".
 std::string headedPart(const std::string& headers) {
     return "--b\r\n" + headers + "\r\n\r\nx\r\n";
 }
@@ -104,7 +103,7 @@ const std::string kEnd = "--b--\r\n";
 
 } // namespace
 
-TEST(Boundaries, AreReadFromTheContentType) {
+TEST(Boundary, IsReadFromTheContentType) {
     const struct {
         const char* type;
         std::string boundary;
@@ -126,7 +125,7 @@ TEST(Boundaries, AreReadFromTheContentType) {
         EXPECT_EQ(row.boundary, cgi::multipartBoundary(row.type)) << row.type;
 }
 
-TEST(Boundaries, MayHaveAnyLengthButNone) {
+TEST(Boundary, MayHaveAnyLength) {
     for (std::size_t length : {1, 69, 70, 71, 4091, 4096, 100000}) {
         const std::string boundary(length, 'b');
         const std::string unquoted = "multipart/form-data; boundary=" + boundary;
@@ -136,7 +135,7 @@ TEST(Boundaries, MayHaveAnyLengthButNone) {
     }
 }
 
-TEST(Boundaries, AreNotReadFromOtherTypesOrBadHeaders) {
+TEST(Boundary, MustNotBeEmptyOrMalformedOrOfAnotherType) {
     for (const char* type :
          {static_cast<const char*>(nullptr), "", "multipart/form-data",
           "multipart/mixed; boundary=b", "multipart/form-data2; boundary=b",
@@ -153,7 +152,7 @@ TEST(Boundaries, AreNotReadFromOtherTypesOrBadHeaders) {
             << (type != nullptr ? type : "(null)");
 }
 
-TEST(MultipartBodies, AreReadPartByPart) {
+TEST(MultipartParser, DeliversABodyPartByPart) {
     const struct {
         std::string body;
         Parts parts;
@@ -165,18 +164,18 @@ TEST(MultipartBodies, AreReadPartByPart) {
         {textPart("a", "1") + textPart("a", "2") + kEnd, {text("a", "1"), text("a", "2")}},
         {filePart("x.txt", "data") + kEnd, {file("f", "x.txt", "data")}},
         {filePart("", "") + kEnd, {file("f", "", "")}},
-        // The closing boundary needs no line end, and nothing behind it counts.
+        // The closing boundary needs no line end, and what follows it is ignored.
         {textPart("a", "1") + "--b--", {text("a", "1")}},
         {textPart("a", "1") + "--b--epilogue\r\n" + textPart("c", "2"), {text("a", "1")}},
-        // Nor does anything before the first boundary (RFC 2046, section 5.1.1).
+        // So is what precedes the first boundary (RFC 2046, section 5.1.1).
         {"preamble --b\r\n-\r\n--\r\n" + textPart("a", "1") + kEnd, {text("a", "1")}},
         {"\r\n" + textPart("a", "1") + kEnd, {text("a", "1")}},
         // Blanks may follow a boundary.
         {"--b \t \r\nContent-Disposition: form-data; name=a\r\n\r\n1\r\n--b-- \t\r\n",
          {text("a", "1")}},
-        // A part without data may leave out their line end too.
+        // A part without data may lack their line end, too.
         {"--b\r\nContent-Disposition: form-data; name=a\r\n\r\n--b--", {text("a", "")}},
-        // What looks like a boundary and is none.
+        // Data that look like a boundary.
         {textPart("a", "\r") + kEnd, {text("a", "\r")}},
         {textPart("a", "\r\n") + kEnd, {text("a", "\r\n")}},
         {textPart("a", "\r\r\n") + kEnd, {text("a", "\r\r\n")}},
@@ -198,7 +197,7 @@ TEST(MultipartBodies, AreReadPartByPart) {
     }
 }
 
-TEST(MultipartBodies, AreReadTheSameInWhateverPiecesTheyArrive) {
+TEST(MultipartParser, DeliversTheSamePartsHoweverTheBodyIsCut) {
     const std::string body = "preamble\r\n" + textPart("a", "\r\n--\r\n--c\r\r\n") +
                              filePart("x", "\r\n--c" + std::string(30, '\r')) + textPart("", "") +
                              "--b--epilogue";
@@ -215,9 +214,8 @@ TEST(MultipartBodies, AreReadTheSameInWhateverPiecesTheyArrive) {
         EXPECT_EQ(whole.parts, parse(body, "b", [&] { return sizes(random); }).parts);
 }
 
-// Everything that can be made of a boundary's beginnings, against a search that is too simple to
-// be wrong.
-TEST(MultipartBodies, KeepAllDataThatOnlyBeginLikeABoundary) {
+// Compares the parser with a plain search, for random data made of pieces of the delimiter.
+TEST(MultipartParser, DeliversDataThatStartsLikeADelimiter) {
     const std::string delimiter = "\r\n--b-b";
     std::minstd_rand random(7);
     for (int round = 0; round < 5000; ++round) {
@@ -234,14 +232,14 @@ TEST(MultipartBodies, KeepAllDataThatOnlyBeginLikeABoundary) {
     }
 }
 
-TEST(MultipartBodies, AreNotCompleteBeforeTheClosingBoundary) {
+TEST(MultipartParser, WantsMoreUntilTheClosingBoundary) {
     const std::string body = textPart("a", "1") + filePart("x", "data") + "--b--";
     for (std::size_t length = 0; length < body.size(); ++length)
         EXPECT_EQ(Progress::WantsMore, parseWhole(body.substr(0, length)).progress) << length;
     EXPECT_EQ(Progress::Complete, parseWhole(body).progress);
 }
 
-TEST(MultipartBodies, AreBadWhenTheirSyntaxIs) {
+TEST(MultipartParser, RejectsMalformedBodies) {
     const std::string good = "Content-Disposition: form-data; name=a";
     for (const std::string& body : {
              // A line of data must not begin with the delimiter (RFC 2046, section 5.1.1).
@@ -297,7 +295,7 @@ TEST(PartHeaders, NameFieldsAndFiles) {
          file("a", "x", "x")},
         {"Content-Disposition: form-data; name=\"\xc3\xa4\"", text("\xc3\xa4", "x")},
         {"Content-Disposition: form-data;\r\n name=a;\r\n\tfilename=x", file("a", "x", "x")},
-        // Of a fold the line end goes, and no more (RFC 5322, section 2.2.3).
+        // Unfolding removes the line end only (RFC 5322, section 2.2.3).
         {"Content-Disposition: form-data; name=\"a\r\n b\r\n\tc\"", text("a b\tc", "x")},
         {"X-Other:\r\nContent-Disposition: form-data; name=a\r\nContent-Type: x/y", text("a", "x")},
         {"Content-Transfer-Encoding: base64\r\nContent-Disposition: form-data; name=a",
@@ -310,18 +308,18 @@ TEST(PartHeaders, NameFieldsAndFiles) {
     }
 }
 
-TEST(PartHeaders, OfMoreThan16KibibytesMakeABodyBad) {
+TEST(PartHeaders, MayHave16KibibytesAtMost) {
     const std::string disposition = "Content-Disposition: form-data; name=a\r\nX: ";
     const std::size_t room = 16 * 1024 - disposition.size() - 4;
     EXPECT_EQ(Progress::Complete,
               parseWhole(headedPart(disposition + std::string(room, 'x')) + kEnd).progress);
     EXPECT_EQ(Progress::Bad,
               parseWhole(headedPart(disposition + std::string(room + 1, 'x')) + kEnd).progress);
-    // Whether or not they ever end.
+    // Even if they never end.
     EXPECT_EQ(Progress::Bad, parseWhole("--b\r\n" + std::string(20000, 'x')).progress);
 }
 
-TEST(MultipartParser, EndsWhenItsSinkRefuses) {
+TEST(MultipartParser, StopsWhenItsSinkReturnsFalse) {
     const std::string body = textPart("a", "1") + textPart("c", "2") + kEnd;
     for (const char* refusal : {"begin", "data", "end"}) {
         Recorder recorder;
@@ -336,7 +334,7 @@ TEST(MultipartParser, EndsWhenItsSinkRefuses) {
     }
 }
 
-TEST(MultipartParser, TakesNothingMoreOnceTheBodyIsComplete) {
+TEST(MultipartParser, IgnoresAllBytesAfterTheClosingBoundary) {
     Recorder recorder;
     cgi::MultipartParser parser("b", recorder);
     EXPECT_EQ(Progress::Complete, push(parser, kEnd));
@@ -344,7 +342,7 @@ TEST(MultipartParser, TakesNothingMoreOnceTheBodyIsComplete) {
     EXPECT_EQ(Parts(), recorder.parts);
 }
 
-TEST(MultipartParser, GetsThroughMebibytesOfFalseStarts) {
+TEST(MultipartParser, DeliversMebibytesOfFalseStarts) {
     const std::string boundary(4096, '-');
     const std::string head =
         "--" + boundary + "\r\nContent-Disposition: form-data; name=f; filename=x\r\n\r\n";

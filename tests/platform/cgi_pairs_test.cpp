@@ -1,4 +1,4 @@
-// Queries, forms and cookies as no browser sends them, whole and cut anywhere.
+// Queries, forms and cookies that no browser sends, whole and cut anywhere.
 #include "cgi_cut_input.h"
 #include "cgi_list.h"
 #include <kit/testing/memory_stream.h>
@@ -11,7 +11,7 @@ constexpr const char* kFormType = "application/x-www-form-urlencoded";
 
 struct OddText {
     std::string text;
-    Pairs pairs; // all of them; of one name in their order
+    Pairs pairs; // all pairs; those of one name in order
 };
 
 std::string repeated(const std::string& text, int times) {
@@ -50,7 +50,7 @@ std::vector<OddText> oddQueries() {
         {"a='\"`\\<>", {{"a", "'\"`\\<>"}}},
         {"a=\"b&c\"", {{"a", "\"b"}, {"c\"", ""}}},
         {"a=1&amp;b=2", {{"a", "1"}, {"amp;b", "2"}}},
-        // What is escaped separates nothing.
+        // Escaped characters are no separators.
         {"%26=%3D", {{"&", "="}}},
         {"%3D%3D", {{"==", ""}}},
         {"a%3D1", {{"a=1", ""}}},
@@ -59,7 +59,7 @@ std::vector<OddText> oddQueries() {
         // An escape is decoded once.
         {"%25=%2541", {{"%", "%41"}}},
         {"a=%2500", {{"a", "%00"}}},
-        // What only begins like an escape stands for itself.
+        // An incomplete escape stands for itself.
         {"%", {{"%", ""}}},
         {"%2", {{"%2", ""}}},
         {"%=%", {{"%", "%"}}},
@@ -73,12 +73,12 @@ std::vector<OddText> oddQueries() {
         {"a=%0x41", {{"a", "%0x41"}}},
         {"a=%\xEF\xBC\x91\x31", {{"a", "%\xEF\xBC\x91\x31"}}},
         {"a=%0&%0=b", {{"a", "%0"}, {"%0", "b"}}},
-        // Bytes are bytes, whatever they may mean to others.
+        // Bytes need not be valid UTF-8.
         {"a=%C0%80&b=%E2%82&c=%ff%fe", {{"a", "\xc0\x80"}, {"b", "\xe2\x82"}, {"c", "\xff\xfe"}}},
         {"a=\x01\x1f\x7f\x80", {{"a", "\x01\x1f\x7f\x80"}}},
         {"a=1\r\nb=2", {{"a", "1\r\nb=2"}}},
         {"%0d%0a=%0A", {{"\r\n", "\n"}}},
-        // A zero byte, wherever it stands, takes its pair with it and no other.
+        // A pair with a zero byte is left out, and no other pair.
         {"%00", {}},
         {"a%00b", {}},
         {"a=%000", {}},
@@ -99,7 +99,7 @@ std::vector<OddText> oddQueries() {
     };
 }
 
-// RFC 6265, section 5.4, and what is told of cookies in cgi.h.
+// RFC 6265, section 5.4, and the rules for cookies in cgi.h.
 std::vector<OddText> oddCookies() {
     const Pairs thousand(1000, {"a", "1"});
     return {
@@ -153,7 +153,7 @@ std::vector<OddText> oddCookies() {
 
 using Decode = CGI_varlist* (*)(CGI_varlist*, const char*);
 
-// Decodes a text in memory of its exact size, so that a sanitizer sees every byte read beyond it.
+// Decodes a text in memory of its exact size, so that a sanitizer detects reads beyond it.
 List decoded(Decode decode, const std::string& text, List list = nullptr) {
     const std::vector<char> exact(text.c_str(), text.c_str() + text.size() + 1);
     CGI_varlist* before = list.release();
@@ -170,8 +170,8 @@ void expectWhole(Decode decode, const OddText& odd) {
     expectFields(odd.pairs, decoded(decode, odd.text));
 }
 
-// A text that is cut between two pairs is two texts; one that is cut elsewhere has one more pair at
-// most, the one that was cut.
+// Decodes the text cut anywhere. The halves of a text that is cut between two pairs result in all
+// pairs; the beginning of one that is cut elsewhere has at most one pair too many: the cut one.
 void expectCuts(Decode decode, const OddText& odd, char separator) {
     for (const std::size_t cut : cutsIn(odd.text.size())) {
         SCOPED_TRACE("cut at " + std::to_string(cut));
@@ -202,7 +202,7 @@ TEST(OddCookies, AreSplitAndDecoded) {
     }
 }
 
-TEST(OddForms, ComeToTheSameAsQueriesInWhateverPiecesTheyArrive) {
+TEST(OddForms, AreDecodedLikeQueriesHoweverTheyAreCut) {
     for (const OddText& odd : oddQueries()) {
         SCOPED_TRACE(odd.text.substr(0, 100));
         for (const std::size_t pieceSize : {std::size_t{1}, std::size_t{8192}}) {
@@ -216,7 +216,7 @@ TEST(OddForms, ComeToTheSameAsQueriesInWhateverPiecesTheyArrive) {
     }
 }
 
-TEST(OddForms, CutShortAnywhereAddNothing) {
+TEST(OddForms, AddNothingWhenCutShort) {
     for (const OddText& odd : oddQueries())
         for (const std::size_t size : cutsIn(odd.text.size())) {
             MemoryInput in(odd.text.substr(0, size));

@@ -1,4 +1,4 @@
-// A folder of its own for each test, removed with everything in it.
+// A folder for one test, which is removed with its contents.
 #ifndef CGI_TEMPORARY_FOLDER_H
 #define CGI_TEMPORARY_FOLDER_H
 
@@ -31,7 +31,7 @@ public:
     void write(const std::string& name, const std::string& content) const {
         std::ofstream(path(name), std::ios::binary) << content;
     }
-    // What the file holds, or "(none)".
+    // Returns the contents of the file, or "(none)".
     std::string read(const std::string& name) const {
         std::ifstream file(path(name), std::ios::binary);
         if (!file)
@@ -40,7 +40,7 @@ public:
         content << file.rdbuf();
         return content.str();
     }
-    // Hidden ones too.
+    // Returns the names of all files, also hidden ones.
     std::set<std::string> names() const {
         std::set<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(m_path))

@@ -1,4 +1,4 @@
-// multipart/form-data bodies as the tests write them.
+// Parts of multipart/form-data bodies.
 #ifndef CGI_UPLOAD_BODY_H
 #define CGI_UPLOAD_BODY_H
 

@@ -10,7 +10,7 @@ namespace {
 
 using namespace kit::testing;
 
-// An upload into memory of the exact size, so that a sanitizer sees every byte written beyond it.
+// An upload into memory of the exact size, so that a sanitizer detects writes beyond it.
 struct Upload {
     Upload(const std::string& body, std::size_t size, const char* type = kUploadType)
         : buffer(size) {
@@ -30,7 +30,7 @@ struct Upload {
 
 } // namespace
 
-TEST(UploadsIntoMemory, PlaceTheFileAndNameItInTheList) {
+TEST(UploadsIntoMemory, PlaceTheFileAndAddItsField) {
     const Upload upload(textPart("a", "1") + filePart("f", "dir/x.bin", "data") + kUploadEnd, 100);
     EXPECT_EQ("data", upload.data());
     EXPECT_EQ("x.bin", valueOf(upload.list, "f"));
@@ -46,7 +46,7 @@ TEST(UploadsIntoMemory, MayFillTheBuffer) {
     }
 }
 
-TEST(UploadsIntoMemory, LargerThanTheBufferFail) {
+TEST(UploadsIntoMemory, FailWhenLargerThanTheBuffer) {
     for (std::size_t size : {0, 1, 4, 9999}) {
         const Upload upload(
             textPart("a", "1") + filePart("f", "x", std::string(size + 1, 'd')) + kUploadEnd, size);
@@ -56,7 +56,7 @@ TEST(UploadsIntoMemory, LargerThanTheBufferFail) {
     }
 }
 
-TEST(UploadsIntoMemory, PlaceTheFirstFileOnly) {
+TEST(UploadsIntoMemory, PlaceOnlyTheFirstFile) {
     const Upload upload(filePart("e", "", "") + filePart("f", "x", "data") +
                             filePart("g", "y", std::string(100, 'd')) + kUploadEnd,
                         4);
@@ -66,7 +66,7 @@ TEST(UploadsIntoMemory, PlaceTheFirstFileOnly) {
     EXPECT_EQ("(none)", valueOf(upload.list, "g"));
 }
 
-TEST(UploadsIntoMemory, CutAnywhereCountNothing) {
+TEST(UploadsIntoMemory, PlaceNothingWhenCutShort) {
     const std::string body =
         textPart("a", "1") + filePart("f", "x", "data") + textPart("c", "2") + "--b--";
     for (std::size_t length = 0; length < body.size(); ++length) {
@@ -77,7 +77,7 @@ TEST(UploadsIntoMemory, CutAnywhereCountNothing) {
     EXPECT_EQ("data", Upload(body, 100).data());
 }
 
-TEST(UploadsIntoMemory, OfAnotherTypeOrWithoutAFileCountNothing) {
+TEST(UploadsIntoMemory, PlaceNothingOfAnotherTypeOrWithoutAFile) {
     const std::string body = filePart("f", "x", "data") + kUploadEnd;
     EXPECT_EQ(0, Upload(body, 100, nullptr).received);
     EXPECT_EQ(0, Upload(body, 100, "text/plain").received);
@@ -85,7 +85,7 @@ TEST(UploadsIntoMemory, OfAnotherTypeOrWithoutAFileCountNothing) {
     EXPECT_EQ(0, Upload(filePart("f", "", "") + kUploadEnd, 100).received);
 }
 
-TEST(UploadsIntoMemory, TakeNullForAnything) {
+TEST(UploadsIntoMemory, AcceptNullForEveryArgument) {
     const std::string body = filePart("f", "x", "data") + kUploadEnd;
     List list(CGI_decode_query(nullptr, "a=1"));
     char buffer[100];
@@ -105,7 +105,7 @@ TEST(UploadsIntoMemory, TakeNullForAnything) {
     EXPECT_EQ(nullptr, CGI_fileupload_data(nullptr, nullptr, nullptr, 0, nullptr, nullptr));
 }
 
-TEST(UploadsIntoMemory, TakeASizeThatNoIntCanHold) {
+TEST(UploadsIntoMemory, AcceptASizeBeyondIntMax) {
     MemoryInput in(filePart("f", "x", "data") + kUploadEnd);
     char buffer[100];
     int received = -1;

@@ -20,7 +20,7 @@ using namespace kit::testing;
 
 using Names = std::set<std::string>;
 
-// Uploads go to "new.bin" in a folder of the test's own.
+// Uploads to "new.bin" in the test's own folder.
 class Uploads : public testing::Test {
 protected:
     List upload(const std::string& body, const char* type = kUploadType) {
@@ -39,7 +39,7 @@ protected:
     TemporaryFolder m_folder;
 };
 
-// Root may write everywhere; as long as this lives, the test runs as somebody who may not.
+// Runs the test as another user while it lives, since root may write everywhere.
 class NotAsRoot {
 public:
     NotAsRoot() : m_before(geteuid()) {
@@ -57,8 +57,8 @@ private:
     uid_t m_before;
 };
 
-// No file may grow beyond `size` bytes, as on a full disk: the last write before that is a short
-// one.
+// Imitates a full disk: no file may grow beyond `size` bytes, and the last write before that is a
+// short one.
 class FullDisk {
 public:
     explicit FullDisk(rlim_t size) {
@@ -87,7 +87,7 @@ std::set<int> openDescriptors() {
     return open;
 }
 
-// A body that calls `look` whenever its next piece is to arrive. One at a time.
+// A body that calls `look` before each of its pieces arrives. Only one at a time may exist.
 class WatchedBody {
 public:
     WatchedBody(std::string body, std::function<void()> look)
@@ -111,7 +111,7 @@ private:
 
 } // namespace
 
-TEST_F(Uploads, StoreTheFileAndNameItInTheList) {
+TEST_F(Uploads, StoreTheFileAndAddItsField) {
     const List list = upload(textPart("before", "1") + filePart("f", "x.bin", "data") +
                              textPart("after", "2") + kUploadEnd);
     EXPECT_EQ("data", m_folder.read("new.bin"));
@@ -133,14 +133,14 @@ TEST_F(Uploads, StoreEveryByteOfLargeAndSmallFiles) {
     }
 }
 
-TEST_F(Uploads, ReplaceTheFileThatWasThere) {
+TEST_F(Uploads, ReplaceAnExistingFile) {
     m_folder.write("new.bin", "an older and longer one");
     EXPECT_EQ("x", valueOf(upload(filePart("f", "x", "data") + kUploadEnd), "f"));
     EXPECT_EQ("data", m_folder.read("new.bin"));
     EXPECT_EQ(Names{"new.bin"}, m_folder.names());
 }
 
-TEST_F(Uploads, MakeFilesThatOthersMayReadUnlessTheUmaskForbidsIt) {
+TEST_F(Uploads, CreateFilesThatAllMayReadUnlessTheUmaskForbidsIt) {
     for (mode_t mask : {0022, 0077}) {
         const mode_t before = umask(mask);
         upload(filePart("f", "x", "data") + kUploadEnd);
@@ -151,7 +151,7 @@ TEST_F(Uploads, MakeFilesThatOthersMayReadUnlessTheUmaskForbidsIt) {
     }
 }
 
-TEST_F(Uploads, GoToAnyPathOfAFileInAFolder) {
+TEST_F(Uploads, AcceptAnyPathOfAFile) {
     ASSERT_EQ(0, chdir(m_folder.path().c_str()));
     std::filesystem::create_directory("sub");
     for (const char* path : {"plain", "./dot", "sub/deep", "sub//slashes"}) {
@@ -161,7 +161,7 @@ TEST_F(Uploads, GoToAnyPathOfAFileInAFolder) {
     ASSERT_EQ(0, chdir("/"));
 }
 
-TEST_F(Uploads, NameTheFileWithoutItsFolders) {
+TEST_F(Uploads, ReportTheFileNameWithoutItsFolders) {
     const struct {
         const char* fileName;
         const char* value;
@@ -192,7 +192,7 @@ TEST_F(Uploads, NameTheFileWithoutItsFolders) {
     }
 }
 
-TEST_F(Uploads, StoreTheFirstFileAndPassOverLaterOnes) {
+TEST_F(Uploads, StoreTheFirstFileAndIgnoreLaterOnes) {
     const List list = upload(filePart("f", "first", "1") + filePart("f", "second", "2") +
                              filePart("g", "third", std::string(100000, '3')) + kUploadEnd);
     EXPECT_EQ("1", m_folder.read("new.bin"));
@@ -200,7 +200,7 @@ TEST_F(Uploads, StoreTheFirstFileAndPassOverLaterOnes) {
     EXPECT_EQ("(none)", valueOf(list, "g"));
 }
 
-TEST_F(Uploads, WithoutAFileChosenStoreNothing) {
+TEST_F(Uploads, StoreNothingWhenNoFileIsChosen) {
     const List list = upload(textPart("a", "1") + filePart("f", "", "") + kUploadEnd);
     EXPECT_EQ("1", valueOf(list, "a"));
     EXPECT_EQ("(none)", valueOf(list, "f"));
@@ -208,14 +208,14 @@ TEST_F(Uploads, WithoutAFileChosenStoreNothing) {
     expectNothingStored("no file");
 }
 
-TEST_F(Uploads, TakeTheNextFileWhenNoneWasChosenFirst) {
+TEST_F(Uploads, StoreTheSecondFileWhenTheFirstWasNotChosen) {
     const List list = upload(filePart("f", "", "") + filePart("g", "x", "data") + kUploadEnd);
     EXPECT_EQ("(none)", valueOf(list, "f"));
     EXPECT_EQ("x", valueOf(list, "g"));
     EXPECT_EQ("data", m_folder.read("new.bin"));
 }
 
-TEST_F(Uploads, StoreAFileWithoutANameWhenThereAreData) {
+TEST_F(Uploads, StoreAFileWithoutANameIfItHasData) {
     EXPECT_EQ("", valueOf(upload(filePart("f", "", "data") + kUploadEnd), "f"));
     EXPECT_EQ("data", m_folder.read("new.bin"));
 }
@@ -233,7 +233,7 @@ TEST_F(Uploads, LeaveOutTextFieldsWithoutNameOrWithAZeroByte) {
     EXPECT_EQ((Texts{"4"}), valuesOf(list, "a"));
 }
 
-TEST_F(Uploads, TakeTextFieldsOf64KibibytesAndFailWithLargerOnes) {
+TEST_F(Uploads, AcceptTextFieldsOf64KibibytesAndFailWithLargerOnes) {
     const std::string file = filePart("f", "x", "data");
     const std::string largest(65536, 't');
     EXPECT_EQ(largest, valueOf(upload(file + textPart("a", largest) + kUploadEnd), "a"));
@@ -262,7 +262,7 @@ TEST_F(Uploads, KeepTheTextFieldsThatArrivedBeforeAFailure) {
     EXPECT_EQ("(none)", valueOf(list, "f"));
 }
 
-TEST_F(Uploads, AddToTheListTheyAreGivenOrLeaveItAsItWas) {
+TEST_F(Uploads, AreAddedToAnExistingListOrLeaveItAsItWas) {
     List list(CGI_decode_query(nullptr, "f=query"));
     MemoryInput in(filePart("f", "x", "data") + kUploadEnd);
     const std::string path = m_folder.path("new.bin");
@@ -272,7 +272,7 @@ TEST_F(Uploads, AddToTheListTheyAreGivenOrLeaveItAsItWas) {
     EXPECT_EQ((Texts{"query", "x"}), valuesOf(list, "f"));
 }
 
-TEST_F(Uploads, StoreNothingThatTheListCannotName) {
+TEST_F(Uploads, StoreNothingWhoseFieldTheListCannotHold) {
     std::string query;
     for (int i = 0; i < 1000; ++i)
         query += "a=1&";
@@ -297,7 +297,7 @@ TEST_F(Uploads, StoreNothingThatTheListCannotName) {
     expectNothingStored("a bad name");
 }
 
-TEST_F(Uploads, HaveAsManyTextFieldsAsTheListTakes) {
+TEST_F(Uploads, AddTextFieldsUntilTheListIsFull) {
     std::string body;
     for (int i = 0; i < 1500; ++i)
         body += textPart("a", std::to_string(i));
@@ -330,7 +330,7 @@ TEST_F(Uploads, LeaveABodyOfAnyOtherTypeInTheStream) {
     expectNothingStored("another type");
 }
 
-TEST_F(Uploads, TakeNullForAnything) {
+TEST_F(Uploads, AcceptNullForEveryArgument) {
     List list(CGI_decode_query(nullptr, "a=1"));
     MemoryInput in(filePart("f", "x", "data") + kUploadEnd);
     const std::string path = m_folder.path("new.bin");
@@ -341,7 +341,7 @@ TEST_F(Uploads, TakeNullForAnything) {
     expectNothingStored("null");
 }
 
-TEST_F(Uploads, CutAnywhereLeaveTheOldFileAndNothingElse) {
+TEST_F(Uploads, LeaveOnlyTheOldFileWhenCutShort) {
     const std::string body = "preamble\r\n" + textPart("a", "1") + filePart("f", "x", "data") +
                              filePart("g", "y", "more") + textPart("c", "2") + "--b--";
     m_folder.write("new.bin", "old");
@@ -354,7 +354,7 @@ TEST_F(Uploads, CutAnywhereLeaveTheOldFileAndNothingElse) {
     EXPECT_EQ("data", m_folder.read("new.bin"));
 }
 
-TEST_F(Uploads, CutAnywhereStoreNothingWhereNothingWas) {
+TEST_F(Uploads, StoreNothingWhenCutShort) {
     const std::string body = filePart("f", "x", "data") + "--b--";
     for (std::size_t length = 0; length < body.size(); ++length) {
         EXPECT_EQ(nullptr, upload(body.substr(0, length))) << length;
@@ -362,7 +362,7 @@ TEST_F(Uploads, CutAnywhereStoreNothingWhereNothingWas) {
     }
 }
 
-TEST_F(Uploads, WithABadBodyLeaveTheOldFileAndNothingElse) {
+TEST_F(Uploads, LeaveOnlyTheOldFileWhenTheBodyIsBad) {
     m_folder.write("new.bin", "old");
     const std::string file = filePart("f", "x", std::string(50000, 'd'));
     for (const std::string& rest :
@@ -375,7 +375,7 @@ TEST_F(Uploads, WithABadBodyLeaveTheOldFileAndNothingElse) {
     }
 }
 
-TEST_F(Uploads, OnAFullDiskLeaveTheOldFileAndNothingElse) {
+TEST_F(Uploads, LeaveOnlyTheOldFileWhenTheDiskIsFull) {
     m_folder.write("new.bin", "old");
     const std::string data(100000, 'd');
     for (rlim_t room : {0, 1, 16384, 20000, 99999}) {
@@ -393,7 +393,7 @@ TEST_F(Uploads, OnAFullDiskLeaveTheOldFileAndNothingElse) {
     EXPECT_EQ("x", valueOf(upload(filePart("f", "x", data) + kUploadEnd), "f"));
 }
 
-TEST_F(Uploads, ToWhereNoFileCanBeStoreNothing) {
+TEST_F(Uploads, StoreNothingAtAnImpossiblePath) {
     const std::string body = filePart("f", "x", "data") + kUploadEnd;
     std::filesystem::create_directory(m_folder.path("sub"));
     m_folder.write("file", "old");
@@ -409,7 +409,7 @@ TEST_F(Uploads, ToWhereNoFileCanBeStoreNothing) {
     EXPECT_EQ("old", m_folder.read("file"));
 }
 
-TEST_F(Uploads, ToAFolderThatMayNotBeWrittenStoreNothing) {
+TEST_F(Uploads, StoreNothingInAReadOnlyFolder) {
     m_folder.write("new.bin", "old");
     ASSERT_EQ(0, chmod(m_folder.path().c_str(), 0555));
     {
@@ -421,8 +421,8 @@ TEST_F(Uploads, ToAFolderThatMayNotBeWrittenStoreNothing) {
     ASSERT_EQ(0, chmod(m_folder.path().c_str(), 0755));
 }
 
-TEST_F(Uploads, AreNotDisturbedByAFileThatALossOfPowerLeftBehind) {
-    // The names of the first uploads to come, under any descriptor.
+TEST_F(Uploads, SucceedBesideFilesThatAPowerCutLeftBehind) {
+    // The first name that the next upload tries, for any descriptor of the folder.
     Names leftBehind;
     for (int descriptor = 0; descriptor < 64; ++descriptor)
         leftBehind.insert(".upload-" + std::to_string(getpid()) + "-" + std::to_string(descriptor) +
@@ -436,7 +436,7 @@ TEST_F(Uploads, AreNotDisturbedByAFileThatALossOfPowerLeftBehind) {
     EXPECT_EQ(leftBehind, m_folder.names());
 }
 
-TEST_F(Uploads, AreNotSeenAtTheirPathBeforeTheyAreComplete) {
+TEST_F(Uploads, AppearAtTheirPathOnlyWhenComplete) {
     Names seen;
     WatchedBody body(filePart("f", "x", std::string(50000, 'd')) + kUploadEnd, [&] {
         for (const std::string& name : m_folder.names())
@@ -449,7 +449,7 @@ TEST_F(Uploads, AreNotSeenAtTheirPathBeforeTheyAreComplete) {
     EXPECT_EQ(Names{"new.bin"}, m_folder.names());
 }
 
-TEST_F(Uploads, AreNotHandedToProgramsStartedMeanwhile) {
+TEST_F(Uploads, CloseTheirDescriptorsOnExec) {
     const std::set<int> before = openDescriptors();
     std::set<int> opened;
     WatchedBody body(filePart("f", "x", std::string(50000, 'd')) + kUploadEnd, [&] {
@@ -464,7 +464,7 @@ TEST_F(Uploads, AreNotHandedToProgramsStartedMeanwhile) {
     EXPECT_EQ(2u, opened.size()) << "the folder and the file";
 }
 
-TEST_F(Uploads, CloseWhatTheyOpen) {
+TEST_F(Uploads, CloseEveryDescriptorThatTheyOpen) {
     const std::set<int> before = openDescriptors();
     upload(filePart("f", "x", "data") + kUploadEnd);
     upload(filePart("f", "x", "data"));
