@@ -1,5 +1,5 @@
-// How a host steers the device's log. A log library of a device's own may do without: each of these
-// functions is null where it is missing, so ask before the call.
+// How a host controls the device's log. A device maker's own log library need not have these
+// functions; they are weak, so compare their address with null before the call.
 #ifndef LOG_CONTROL_H
 #define LOG_CONTROL_H
 
@@ -7,22 +7,23 @@
 extern "C" {
 #endif
 
-// The level up to which records are written, 0 to 7. Any thread, at any time.
+// Returns the threshold: records of a higher level than this, 0 to 7, are dropped. Any thread, at
+// any time.
 int app_log_threshold(void) __attribute__((weak));
 
-// Another threshold from the next record on; a level out of range is taken as the nearest. Any
-// thread, at any time.
+// Sets the threshold for all later records; a level out of range becomes the nearest one in range.
+// Any thread, at any time.
 void app_log_set_threshold(int level) __attribute__((weak));
 
-// The request that a thread serves.
+// Identifies the request that a thread serves.
 typedef struct {
     int thread;           // from 1
-    unsigned long number; // 0: none
+    unsigned long number; // 0: no request
 } app_log_request;
 
-// From the next record on, `current` is asked which request the thread serves that writes it, and
-// the record says so. It must not write a record itself. Null, as at first: no record says so. Any
-// thread, at any time.
+// Registers a callback that returns the request being served by the calling thread; later records
+// include it. The callback must not log. Null, the initial value, leaves requests out of records.
+// Any thread, at any time.
 // NOLINTNEXTLINE(modernize-redundant-void-arg): C reads it, too
 void app_log_mark_requests(app_log_request (*current)(void)) __attribute__((weak));
 

@@ -3,6 +3,7 @@
 #include "base/utf8.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstdio>
 #include <cstring>
 
@@ -13,10 +14,11 @@ constexpr std::string_view kLevels[] = {"emergency", "alert",  "critical",    "e
                                         "warning",   "notice", "information", "debug"};
 constexpr std::string_view kEllipsis = "...";
 
+// One character of a text, or one byte that is part of none.
 struct Unit {
     std::size_t consumed;
-    FixedText<2 * 4> escaped; // a control character of two bytes at most
-    std::string_view asItIs;  // used when `escaped` is empty
+    FixedText<2 * 4> escaped;  // "\xHH" twice: control characters have at most two bytes
+    std::string_view original; // to be used when `escaped` is empty
 };
 
 void appendHex(Unit& unit, char byte) {
@@ -26,8 +28,10 @@ void appendHex(Unit& unit, char byte) {
     unit.escaped.append(hex);
 }
 
-// The first character of `text`, escaped if need be.
+// Returns the first character of `text`, which must not be empty; escaped if it is a control
+// character, a backslash or one of `alsoEscaped`.
 Unit nextUnit(std::string_view text, std::string_view alsoEscaped) {
+    assert(!text.empty());
     constexpr std::string_view kShort[] = {"\n\\n", "\r\\r", "\t\\t", "\\\\\\"};
     Unit unit{1, {}, text.substr(0, 1)};
     const char first = text.front();
@@ -43,24 +47,25 @@ Unit nextUnit(std::string_view text, std::string_view alsoEscaped) {
         const bool isControl =
             length == 2 && byte == 0xc2 && static_cast<unsigned char>(text[1]) < 0xa0;
         unit.consumed = std::max<std::size_t>(length, 1);
-        unit.asItIs = text.substr(0, unit.consumed);
+        unit.original = text.substr(0, unit.consumed);
         if (length != 0 && !isControl)
             return unit;
     } else if (byte >= 0x20 && byte != 0x7f && alsoEscaped.find(first) == std::string_view::npos) {
         return unit;
     }
-    for (const char each : unit.asItIs)
+    for (const char each : unit.original)
         appendHex(unit, each);
     return unit;
 }
 
-// Whole units while they fit into `limit` bytes; the ellipsis goes behind them.
+// Appends the escaped text. If it does not fit into `limit` bytes, it is cut between two units, and
+// the ellipsis follows.
 template <class Text>
 void appendEscaped(Text& to, std::string_view text, std::size_t limit,
                    std::string_view alsoEscaped) {
     while (!text.empty()) {
         const Unit unit = nextUnit(text, alsoEscaped);
-        const std::string_view piece = unit.escaped.empty() ? unit.asItIs : unit.escaped.view();
+        const std::string_view piece = unit.escaped.empty() ? unit.original : unit.escaped.view();
         if (to.size() + piece.size() > limit) {
             to.append(kEllipsis);
             return;
@@ -73,13 +78,14 @@ void appendEscaped(Text& to, std::string_view text, std::size_t limit,
 } // namespace
 
 EscapedText formatText(const char* format, va_list arguments) {
-    // One more than the limit, for the newline that is dropped and to see that there is more. A
-    // character that this cuts does not fit in its escaped form either.
+    assert(format != nullptr);
+    // One byte more than the limit: for the newline that is dropped, or to see that the text is too
+    // long. A character that is cut here would not fit in its escaped form either.
     char text[kMaxText + 1 + 1];
     const int wanted = std::vsnprintf(text, sizeof text, format, arguments);
     EscapedText escaped;
     if (wanted < 0) {
-        escaped.append("(a text that cannot be formatted)");
+        escaped.append("(the text cannot be formatted)");
         return escaped;
     }
     std::size_t size = std::min(static_cast<std::size_t>(wanted), sizeof text - 1);

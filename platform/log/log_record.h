@@ -2,15 +2,15 @@
 //
 //     2026-11-21T03:00:00Z warning [65] thread=2 request=1041 user=admin: session expired
 //
-// The time is UTC and the number is the module; records of the web interface have "web" in its
-// place, those of the log itself "log". Thread and request are there while the thread serves a
-// request, where the host has arranged for it; "user=…" is there while somebody is signed in. The
+// The time is UTC. In brackets is the number of the module; records of the web interface have "web"
+// there, those of the log itself "log". Thread and request are named while the thread serves a
+// request, if the host provides them (log_control.h); the user is named while one is set. The
 // system log gets the part from "[" on: it adds time and level itself.
 //
-// Escaping: a line feed is \n, a carriage return \r, a tab \t, the backslash \\; every other
+// Escaping: a line feed becomes \n, a carriage return \r, a tab \t, a backslash \\; every other
 // control character (U+0000 to U+001F, U+007F to U+009F) and every byte that is not part of
-// well-formed UTF-8 is \xHH, byte by byte. Each text thus has one escaped form, and reading it
-// back is unambiguous.
+// well-formed UTF-8 becomes \xHH, byte by byte. So each text has exactly one escaped form, which
+// can be read back.
 #ifndef LOG_RECORD_H
 #define LOG_RECORD_H
 
@@ -23,16 +23,16 @@
 
 namespace device_log {
 
-// Bytes after escaping; what is longer is cut and ends in "...". A whole line stays below 4096
-// bytes, which a pipe takes in one piece whoever else writes to it (PIPE_BUF).
+// Bytes after escaping; a longer text is cut and ends in "...". A whole line stays below 4096 bytes
+// (PIPE_BUF), so a pipe takes it in one piece, whatever other processes write.
 constexpr std::size_t kMaxText = 1024;
 constexpr std::size_t kMaxUser = 64;
 
-// A bounded text that needs no heap, always terminated.
+// A text of at most kCapacity bytes, terminated, that needs no heap.
 template <std::size_t kCapacity>
 class FixedText {
 public:
-    // What does not fit is left out.
+    // Appends as much of `text` as fits.
     void append(std::string_view text) {
         const std::size_t count = text.copy(m_text + m_size, kCapacity - m_size);
         m_size += count;
@@ -52,23 +52,23 @@ constexpr std::size_t kEllipsisSize = 3;
 using EscapedText = FixedText<kMaxText + kEllipsisSize>;
 using UserName = FixedText<kMaxUser + kEllipsisSize>;
 
-// The text of printf(3)'s result, escaped, without one trailing newline. `format` must not be
-// null.
+// Returns the text that printf(3) would write, escaped and without one trailing newline. `format`
+// must not be null.
 EscapedText formatText(const char* format, va_list arguments) __attribute__((format(printf, 1, 0)));
 
-// The name as it stands behind "user=": blanks and colons are escaped too, since they end it.
-// Null gives an empty text, as no user does.
+// Returns the name as it appears behind "user=": blanks and colons are escaped, too, since they end
+// it there. Null, which stands for no user, becomes an empty text.
 UserName escapeUser(const char* user);
 
 class Record {
 public:
-    // `module` is "65" or "web"; a request with the number 0 and an empty user are none.
+    // `module` is the text in brackets. A request of the number 0 and an empty user are left out.
     Record(std::time_t time, int level, std::string_view module, const app_log_request& request,
            const UserName& user, const EscapedText& text);
 
-    // Ends in a line feed.
+    // Returns the whole line with its line feed.
     std::string_view line() const { return m_line.view(); }
-    // What the system log gets, without a line feed.
+    // Returns the part for the system log, without a line feed.
     std::string_view message() const;
 
 private:

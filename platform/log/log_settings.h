@@ -1,4 +1,4 @@
-// What the environment says about the log.
+// The settings of the log that the environment holds.
 #ifndef LOG_SETTINGS_H
 #define LOG_SETTINGS_H
 
@@ -7,11 +7,12 @@ namespace device_log {
 struct LogSettings {
     bool toSyslog = true;
     bool toStderr = true;
-    int threshold = 6; // LOG_INFO: records above it are dropped
-    bool thresholdRefused = false;
+    int threshold = 6;             // LOG_INFO: records above it are dropped
+    bool thresholdRefused = false; // a threshold was given that is not a level
 
-    // `outputs` is "syslog" or "stderr"; anything else, null too, means both. `threshold` is one
-    // digit from 0 to 7; anything else means the default, and is refused unless it is nothing.
+    // Returns the settings for the values of APP_LOG and APP_LOG_LEVEL, which may be null.
+    // `outputs` is "syslog" or "stderr"; anything else means both. `threshold` is one digit from 0
+    // to 7; anything else means the default, and is refused unless it is null or empty.
     static LogSettings parse(const char* outputs, const char* threshold);
 };
 

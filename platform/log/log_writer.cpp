@@ -37,7 +37,7 @@ void writeToStderr(std::string_view line) {
     do {
         written = ::write(STDERR_FILENO, line.data(), line.size());
     } while (written < 0 && errno == EINTR);
-    // There is nobody to tell about a record that is lost.
+    // A failure is ignored: there is no other place to report it.
 }
 
 void put(const LogSettings& where, int severity, std::string_view module, const EscapedText& text) {
@@ -64,7 +64,7 @@ LogSettings readSettings() {
         ::openlog("fcgiServer", LOG_PID, LOG_DAEMON);
     if (settings.thresholdRefused)
         put(settings, LOG_WARNING, "log",
-            textOf("APP_LOG_LEVEL=%s is none of the levels 0 to 7; the threshold is %d", level,
+            textOf("APP_LOG_LEVEL=%s is not a level from 0 to 7; the threshold is %d", level,
                    settings.threshold));
     return settings;
 }

@@ -2,14 +2,14 @@
 
 #include <gtest/gtest.h>
 
-TEST(Ascii, LowersOnlyTheLettersOfAscii) {
+TEST(Ascii, LowersAsciiLettersOnly) {
     EXPECT_EQ(base::asciiLower('A'), 'a');
     EXPECT_EQ(base::asciiLower('Z'), 'z');
     for (const char other : {'@', '[', '`', '{', '0', '\xC4', '\0'})
         EXPECT_EQ(base::asciiLower(other), other);
 }
 
-TEST(Ascii, KnowsDigitsAndLettersFromTheirNeighbours) {
+TEST(Ascii, DistinguishesDigitsAndLettersFromTheirNeighbours) {
     for (const char digit : {'0', '9'})
         EXPECT_TRUE(base::isAsciiDigit(digit));
     for (const char other : {'/', ':', 'a', '\xB2'})

@@ -19,7 +19,7 @@ std::string encoded(unsigned long code) {
             byte(0x80 | (code >> 6 & 0x3F)), byte(0x80 | (code & 0x3F))};
 }
 
-TEST(Utf8, AcceptsEveryCharacterOfUnicodeAndNoSurrogate) {
+TEST(Utf8, AcceptsEveryCharacterButSurrogates) {
     for (unsigned long code = 0; code <= 0x10FFFF; ++code) {
         const std::string text = encoded(code) + "x";
         const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
@@ -28,7 +28,7 @@ TEST(Utf8, AcceptsEveryCharacterOfUnicodeAndNoSurrogate) {
     }
 }
 
-TEST(Utf8, RefusesWhatIsNotWellFormed) {
+TEST(Utf8, RejectsMalformedText) {
     for (const char* text : {
              "\x80", "\xBF",                                             // begins in the middle
              "\xC0\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xF0\x8F\xBF\xBF", // longer than needed
@@ -41,7 +41,7 @@ TEST(Utf8, RefusesWhatIsNotWellFormed) {
     }
 }
 
-TEST(Utf8, FindsNoCharacterInAnEmptyTextWhichIsWellFormed) {
+TEST(Utf8, AcceptsAnEmptyText) {
     EXPECT_EQ(base::utf8Length(""), 0u);
     EXPECT_TRUE(base::isUtf8(""));
 }

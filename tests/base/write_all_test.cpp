@@ -23,9 +23,9 @@ struct Pipe {
     base::Descriptor in;
 };
 
-TEST(WriteAll, WritesWhatTheSystemTakesInPieces) {
+TEST(WriteAll, WritesEverythingInPieces) {
     Pipe pipe;
-    // Much larger than a pipe, which takes what it has room for when it must not wait.
+    // Much larger than the buffer of a pipe.
     const std::string sent(1 << 20, 'x');
     std::string received;
     std::thread reader([&] {
@@ -46,7 +46,7 @@ TEST(WriteAll, ReportsAFullDisk) {
     EXPECT_TRUE(base::writeAll(full.get(), ""));
 }
 
-TEST(SyncToDisk, ReportsWhatCannotBeSynced) {
+TEST(SyncToDisk, ReportsAFailure) {
     const Pipe pipe;
     EXPECT_FALSE(base::syncToDisk(pipe.in.get()));
     EXPECT_EQ(errno, EINVAL);

@@ -47,7 +47,7 @@ def text_of(page):
     ("cgi_8h", "Detailed Description", "Null any pointer may be null; nothing harmful is done"),
     ("tmpl_8h", "int TMPL_web_write(", "Result 0, or 1 when a file cannot be read, 2 when"),
     ("tmpl_8h", "Detailed Description", '<TMPL_VAR name="x" default="y"> y when x is absent'),
-    ("classWebDebug", "void WebDebug::warn(", "One record each, at the syslog level of its name"),
+    ("classWebDebug", "void WebDebug::warn(", "Writes one record at the syslog level of the function's name"),
     ("classHttpSession", "int HttpSession::getLastAccessedTime(", "Seconds of the system's tick"),
     ("classHttpSessionImpl", "bool HttpSessionImpl::setAttribute(", "replacing what was there."),
     ("classFCGIServer", "int FCGIServer::run(", "Accepts and serves requests until accepting fails"),

@@ -58,14 +58,14 @@ TEST(LogLine, NamesEveryLevel) {
                   std::string("2026-11-21T03:00:00Z ") + names[level] + " [1]: x\n");
 }
 
-TEST(LogLine, GivesTheSystemLogWhatItDoesNotAddItself) {
+TEST(LogLine, OmitsTimeAndLevelForTheSystemLog) {
     EscapedText body;
     body.append("text");
     EXPECT_EQ(Record(0, 4, "65", {3, 7}, escapeUser("admin"), body).message(),
               "[65] thread=3 request=7 user=admin: text");
 }
 
-TEST(LogLine, IsOnePieceForAPipeEvenAtItsLongest) {
+TEST(LogLine, FitsIntoOneWriteToAPipe) {
     const std::string user(1000, '\n');
     EscapedText body;
     body.append(text("%05000d", 0));
@@ -77,7 +77,7 @@ TEST(LogLine, IsOnePieceForAPipeEvenAtItsLongest) {
     EXPECT_EQ(record.message().substr(record.message().size() - 5), "00...");
 }
 
-TEST(LogText, IsFormattedAndLosesOneNewlineAtItsEnd) {
+TEST(LogText, IsFormattedWithoutOneTrailingNewline) {
     EXPECT_EQ(text("n = %d, s = %s", 5, "x"), "n = 5, s = x");
     EXPECT_EQ(text("line%c", '\n'), "line");
     EXPECT_EQ(text("line%c%c", '\n', '\n'), "line\\n");
@@ -85,7 +85,7 @@ TEST(LogText, IsFormattedAndLosesOneNewlineAtItsEnd) {
     EXPECT_EQ(text("%s", ""), "");
 }
 
-TEST(LogText, IsEscapedSoThatItIsOneLineAndUnambiguous) {
+TEST(LogText, IsEscapedToOneUnambiguousLine) {
     EXPECT_EQ(escaped("a\nb"), "a\\nb");
     EXPECT_EQ(escaped("a\r\nb"), "a\\r\\nb");
     EXPECT_EQ(escaped("a\tb"), "a\\tb");
@@ -140,7 +140,7 @@ TEST(LogText, IsNeverCutInsideACharacterOrAnEscape) {
     EXPECT_EQ(escaped(std::string(kMaxText, '\n')).size(), kMaxText + 3);
 }
 
-TEST(LogUser, CannotPassForTheTextBehindIt) {
+TEST(LogUser, CannotImitateTheTextBehindIt) {
     EXPECT_EQ(line(4, "65", "admin: x", "text"),
               "2026-11-21T03:00:00Z warning [65] user=admin\\x3A\\x20x: text\n");
     EXPECT_EQ(line(4, "65", "a\nb", "text"),

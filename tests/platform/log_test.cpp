@@ -25,12 +25,13 @@
 
 namespace {
 
-// Where this program's own syslog(3) puts what it gets.
+// The socket to which this program's own syslog(3) writes.
 int syslogEnd = -1;
 
-// What one process wrote, one entry a write(2) and a call of syslog(3) or openlog(3).
+// What one process wrote: one entry for each write(2), and for each call of syslog(3) or
+// openlog(3).
 struct Written {
-    std::vector<std::string> toStderr; // the time replaced by "TIME"
+    std::vector<std::string> toStderr; // with "TIME" instead of the time
     std::vector<std::string> toSyslog;
 };
 
@@ -51,8 +52,8 @@ std::string withoutTime(const std::string& line) {
     return rest != nullptr ? std::string("TIME ") + rest : line;
 }
 
-// Runs `work` in a process of its own, since the environment is read once a process. The outputs
-// are sockets that keep each write apart.
+// Runs `work` in a new process, since each process reads the environment only once. The outputs are
+// sockets that keep the writes apart.
 Written inProcess(const Environment& environment, const std::function<void()>& work) {
     int err[2];
     int log[2];
@@ -91,12 +92,12 @@ const Environment kToStderr = {{"APP_LOG", "stderr"}};
 
 } // namespace
 
-// Take the place of the system's own.
+// These replace the C library's functions.
 extern "C" void openlog(const char* name, int options, int facility) {
     const std::string text = std::string("openlog ") + name + " " + std::to_string(options) + " " +
                              std::to_string(facility);
     ::send(syslogEnd, text.data(), text.size(), 0);
-    errno = EIO; // as it may
+    errno = EIO; // as the C library's function may do
 }
 
 extern "C" void syslog(int priority, const char* format, ...) {
@@ -148,11 +149,11 @@ TEST(Log, DropsRecordsAboveTheThreshold) {
     EXPECT_EQ(inProcess(environment, work).toStderr.size(), 8u);
 }
 
-TEST(Log, SaysWhenTheThresholdIsNoLevel) {
+TEST(Log, ReportsAThresholdThatIsNotALevel) {
     const Written written =
         inProcess({{"APP_LOG_LEVEL", "de\nbug"}}, [] { app_log(65, 4, "%s", "text"); });
     const std::string line =
-        "[log]: APP_LOG_LEVEL=de\\nbug is none of the levels 0 to 7; the threshold is 6";
+        "[log]: APP_LOG_LEVEL=de\\nbug is not a level from 0 to 7; the threshold is 6";
     EXPECT_EQ(written.toStderr,
               (Lines{"TIME warning " + line + "\n", "TIME warning [65]: text\n"}));
     ASSERT_EQ(written.toSyslog.size(), 3u);
@@ -188,7 +189,7 @@ TEST(Log, KeepsAThresholdThatIsSetBeforeTheFirstRecord) {
               Lines{"TIME warning [65]: text\n"});
 }
 
-TEST(Log, TakesAThresholdOutOfRangeAsTheNearest) {
+TEST(Log, ClampsTheThreshold) {
     EXPECT_EQ(inProcess(kToStderr,
                         [] {
                             app_log_set_threshold(99);
@@ -200,7 +201,7 @@ TEST(Log, TakesAThresholdOutOfRangeAsTheNearest) {
               (Lines{"TIME emergency [65]: 7\n", "TIME emergency [65]: 0\n"}));
 }
 
-TEST(Log, TakesALevelOutOfRangeAsTheNearest) {
+TEST(Log, ClampsTheLevel) {
     Environment environment = kToStderr;
     environment["APP_LOG_LEVEL"] = "7";
     EXPECT_EQ(inProcess(environment,
@@ -212,7 +213,7 @@ TEST(Log, TakesALevelOutOfRangeAsTheNearest) {
               (Lines{"TIME emergency [-1]: low\n", "TIME debug [65]: high\n"}));
 }
 
-TEST(Log, CannotBeForgedByWhatAClientSends) {
+TEST(Log, CannotBeForgedByAClient) {
     const Written written = inProcess({}, [] {
         const char* hostile = "x\r\n2026-11-21T03:00:00Z error [65]: forged\x1b[1A\xc2\x85";
         app_log(65, 4, "url = %s, include illegal char\n", hostile);
@@ -228,7 +229,7 @@ TEST(Log, CannotBeForgedByWhatAClientSends) {
         EXPECT_EQ(message.find_first_of("\r\n\x1b"), std::string::npos);
 }
 
-TEST(Log, TakesPercentSignsOfArgumentsAsText) {
+TEST(Log, WritesPercentSignsInArgumentsAsTheyAre) {
     const Written written = inProcess({}, [] { app_log(65, 4, "%s", "%s%n%d"); });
     EXPECT_EQ(written.toStderr, Lines{"TIME warning [65]: %s%n%d\n"});
     EXPECT_EQ(written.toSyslog.back(), "4 [65]: %s%n%d");
@@ -309,7 +310,7 @@ TEST(Log, WritesEachRecordWholeFromSeveralThreads) {
     EXPECT_EQ(written.toStderr.size(), std::size_t{kThreads * kRecords});
 }
 
-TEST(Log, MarksTheRecordsOfEachRequestOnBothOutputs) {
+TEST(Log, NamesTheRequestOnBothOutputs) {
     static thread_local app_log_request served{0, 0};
     const Written written = inProcess({}, [] {
         app_log(65, 4, "before");
@@ -346,7 +347,7 @@ TEST(WebLog, IsOneObjectOfTheProcess) {
     EXPECT_EQ(WebDebug::getInstance(), WebDebug::getInstance());
 }
 
-TEST(WebLog, HasTheLevelsOfItsOperations) {
+TEST(WebLog, HasTheLevelsOfItsFunctionNames) {
     const Written written = inProcess({}, [] {
         WebDebug::getInstance()->info("a");
         WebDebug::getInstance()->warn("b");

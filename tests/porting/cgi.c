@@ -1,5 +1,4 @@
-// Decoding of cookies, queries and forms. Uploads are refused: that is what their functions do on a
-// failure, and a device without uploads need not do more.
+// Decodes cookies, queries and forms. All uploads fail, which is enough for a device without them.
 #include "cgi.h"
 
 #include <fcgiapp.h>
@@ -17,7 +16,7 @@ struct pair {
     char* value;
 };
 
-// What CGI_lookup_all gave, which lives as long as the list.
+// An array that CGI_lookup_all() has returned; it lives as long as the list.
 struct found {
     struct found* next;
     char* values[];
@@ -38,7 +37,7 @@ static int hex(char c) {
     return at != NULL ? (int)(at - digits) % 16 : -1;
 }
 
-// In place; 0 when it decodes to a zero byte.
+// Decodes `text` in place. Returns 0 when it decodes to a zero byte.
 static int decode(char* text, enum kind kind) {
     char* to = text;
     for (const char* from = text; *from != '\0'; ++from, ++to) {
@@ -122,7 +121,7 @@ CGI_varlist* CGI_decode_query(CGI_varlist* list, const char* query) {
 CGI_varlist* CGI_get_post(CGI_varlist* list, const char* content_type, int content_length,
                           FCGX_Stream* in) {
     const char form[] = "application/x-www-form-urlencoded";
-    // An empty one is what front servers send for none.
+    // Front servers send an empty type for a missing one.
     if (content_type != NULL && *content_type != '\0' &&
         (strncasecmp(content_type, form, sizeof form - 1) != 0 ||
          strchr("; \t", content_type[sizeof form - 1]) == NULL))

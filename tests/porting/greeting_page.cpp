@@ -1,4 +1,4 @@
-// A page that asks for everything that the container has from the device's libraries.
+// A page that makes the container call every function of the device's libraries.
 #include <kit/plugin.h>
 
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// The log, on standard error.
+// Writes the log to standard error.
 #include "app_log.h"
 
 #include <errno.h>
@@ -30,6 +30,6 @@ void app_log(int module, int level, const char* format, ...) {
     }
     *to++ = '\n';
     const ssize_t written = write(STDERR_FILENO, line, (size_t)(to - line));
-    (void)written; // there is nobody to tell
+    (void)written; // there is no other place to report a failure
     errno = kept;
 }

@@ -1,4 +1,4 @@
-// Templates with <TMPL_VAR name="x">. One with any other tag is wrong, which is what is said of it.
+// Renders templates with the tag <TMPL_VAR name="x">. Any other tag is reported as unknown.
 #include "tmpl.h"
 
 #include <fcgiapp.h>
@@ -8,7 +8,7 @@
 #include <strings.h>
 
 struct var {
-    struct var* next; // an older one
+    struct var* next; // the one added before
     char* name;
     char* value;
 };
@@ -111,7 +111,7 @@ void TMPL_free_varlist(TMPL_varlist* list) {
     free(list);
 }
 
-// No tag here has a format.
+// Ignores formats, since no tag here has one.
 TMPL_fmtlist* TMPL_add_format(TMPL_fmtlist* list, const char* name, TMPL_format format) {
     (void)name, (void)format;
     return list;
@@ -142,7 +142,7 @@ static int is_tag(const char* text) {
     return strncasecmp(text, "<TMPL_", 6) == 0 || strncasecmp(text, "</TMPL_", 7) == 0;
 }
 
-// The line of the first tag that is not understood, or 0. Writes nothing where `out` is null.
+// Writes the page, or nothing if `out` is null. Returns the line of the first unknown tag, or 0.
 static int render(const char* text, const TMPL_varlist* vars, FCGX_Stream* out) {
     const char tag[] = "<TMPL_VAR name=\"";
     int line = 1;
@@ -189,7 +189,7 @@ int TMPL_web_write(const char* name, const char* text, const TMPL_fmtlist* forma
     const int line = whole != NULL ? render(whole, vars, NULL) : 1;
     if (line != 0 && err != NULL)
         fprintf(err, "%s:%d: %s\n", name != NULL ? name : "(text)", line,
-                whole != NULL ? "a tag that this device does not know" : "cannot be read");
+                whole != NULL ? "unknown tag" : "cannot be read");
     if (line == 0 && out != NULL)
         render(whole, vars, out);
     free(read);

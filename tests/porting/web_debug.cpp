@@ -1,4 +1,4 @@
-// The log of the web interface, on top of the other one.
+// Writes the log of the web interface with app_log().
 #include "web_debug.h"
 
 #include "app_log.h"

@@ -235,7 +235,7 @@ def test_a_threshold_that_is_no_level_is_told_and_the_default_holds(start):
     start.environment["APP_LOG_LEVEL"] = "loud"
     host = start.host("--listen", start.socket_path)
     assert change_threshold(host, LESS) == (5, 6)
-    line = "warning [log]: APP_LOG_LEVEL=loud is none of the levels 0 to 7; the threshold is 6"
+    line = "warning [log]: APP_LOG_LEVEL=loud is not a level from 0 to 7; the threshold is 6"
     assert host.log_lines()[0].endswith(line)
 
 
