@@ -23,8 +23,8 @@ std::string folderOf(const std::string& path) {
     return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
-// Makes a rename last. When it fails the new file is in place all the same, for everybody to read;
-// only a power cut right now could bring the old one back, whole.
+// Makes a rename durable. If that fails, the new file is in place nevertheless; only a power cut
+// soon after could bring back the old one, complete.
 void syncFolder(const std::string& folder) {
     const base::Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!descriptor || !base::syncToDisk(descriptor.get())) {
@@ -36,7 +36,7 @@ void syncFolder(const std::string& folder) {
 } // namespace
 
 bool replaceFile(const std::string& path, std::string_view text) {
-    // Everything that takes memory comes before the rename, after which nothing may fail.
+    // Take all memory before the rename: nothing may fail after it.
     const std::string folder = folderOf(path);
     clearReplacement(path);
     base::ReplacementFile file;
