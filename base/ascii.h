@@ -1,5 +1,5 @@
-// Letters and digits of ASCII, whatever the locale is. Other bytes, those of UTF-8 included, stay
-// as they are.
+// Letters and digits of ASCII, whatever the locale is. All other bytes, also those of UTF-8, are
+// neither, and have no case.
 #ifndef BASE_ASCII_H
 #define BASE_ASCII_H
 

@@ -12,8 +12,7 @@ namespace base {
 // Closes the descriptor that it owns when it is destroyed. One thread at a time.
 class Descriptor {
 public:
-    // Takes ownership of `number`; -1 stands for none, so the result of open(2) can be passed as it
-    // is.
+    // Takes ownership of `number`, which may be -1, so the result of open(2) can be passed at once.
     explicit Descriptor(int number = -1) : m_number(number) {}
     Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
     // Closes what it owned before.

@@ -33,7 +33,7 @@ inline std::size_t utf8Length(std::string_view text) {
     return overlong || surrogate || beyondUnicode ? 0 : length;
 }
 
-// Returns whether all of `text` is well-formed; an empty text is.
+// Returns whether the whole `text` is well-formed; an empty text is.
 inline bool isUtf8(std::string_view text) {
     while (!text.empty()) {
         const std::size_t length = utf8Length(text);

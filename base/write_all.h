@@ -1,4 +1,4 @@
-// Writing and syncing files, interrupted by signals or not.
+// Writes and syncs files, and repeats calls that a signal interrupts.
 #ifndef BASE_WRITE_ALL_H
 #define BASE_WRITE_ALL_H
 
