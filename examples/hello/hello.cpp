@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr std::size_t kLongestName = 20;
-constexpr int kMostTimes = 5;
+constexpr std::size_t kMaxNameLength = 20;
+constexpr int kMaxTimes = 5;
 
 // Shared by the page and the listener; atomic, because request threads use both at the same time.
 std::atomic<long> requestCount{0};
@@ -25,8 +25,8 @@ struct Visitor {
 class HelloPage final : public kit::Page {
     void answer(kit::Request& request, kit::Response& response) override {
         kit::Variables variables;
-        variables.set("longestName", kLongestName)
-            .set("mostTimes", kMostTimes)
+        variables.set("maxNameLength", kMaxNameLength)
+            .set("maxTimes", kMaxTimes)
             .set("requests", requestCount.load());
         if (request.isPost()) {
             greet(request, response, variables);
@@ -40,8 +40,8 @@ class HelloPage final : public kit::Page {
     void greet(kit::Request& request, kit::Response& response, kit::Variables& variables) {
         variables.set("name", request.parameter("name").value_or(""))
             .set("times", request.parameter("times").value_or(""));
-        const auto name = request.text("name", 1, kLongestName);
-        const auto times = request.number("times", 1, kMostTimes);
+        const auto name = request.text("name", 1, kMaxNameLength);
+        const auto times = request.number("times", 1, kMaxTimes);
         if (!name) {
             variables.set("nameProblem", kit::describe(name.problem()));
         }

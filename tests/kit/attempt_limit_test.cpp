@@ -34,9 +34,9 @@ TEST(AttemptLimit, DoublesTheWaitUpToALimit) {
             << "an attempt that is refused does not lengthen the wait";
         advanceSeconds(1);
         EXPECT_EQ(limit.begin("192.0.2.1"), 0);
-        expected = std::min(2 * expected, AttemptLimit::kLongestWait);
+        expected = std::min(2 * expected, AttemptLimit::kMaxWait);
     }
-    EXPECT_EQ(expected, AttemptLimit::kLongestWait);
+    EXPECT_EQ(expected, AttemptLimit::kMaxWait);
 }
 
 #if LONG_MAX == INT_MAX
@@ -69,7 +69,7 @@ TEST(AttemptLimit, ForgetsAfterALongTime) {
     for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
         limit.begin("192.0.2.1");
     }
-    advanceSeconds(AttemptLimit::kFirstWait + AttemptLimit::kLongestWait + 1);
+    advanceSeconds(AttemptLimit::kFirstWait + AttemptLimit::kMaxWait + 1);
     for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
         EXPECT_EQ(limit.begin("192.0.2.1"), 0);
     }

@@ -40,7 +40,7 @@ private:
             token = signIn->token;
             response.text(kit::SignIns::mayChange(request, *signIn) ? "changed" : signIn->user);
         } else {
-            response.text("nobody");
+            response.text("not signed in");
         }
     }
 
@@ -59,13 +59,13 @@ private:
 
 TEST(SignIns, RecordWhoIsSignedIn) {
     Door door;
-    EXPECT_EQ(door.look(), "nobody");
+    EXPECT_EQ(door.look(), "not signed in");
     EXPECT_EQ(door.signIn("wrong").status, 403);
-    EXPECT_EQ(door.look(), "nobody");
+    EXPECT_EQ(door.look(), "not signed in");
     EXPECT_EQ(door.signIn("right").status, 303);
     EXPECT_EQ(door.look(), "ann");
     Browser other(door.served.runner);
-    EXPECT_EQ(door.look(other), "nobody");
+    EXPECT_EQ(door.look(other), "not signed in");
 }
 
 TEST(SignIns, HideTheSessionsCookieFromScriptsAndOtherSites) {
@@ -88,7 +88,7 @@ TEST(SignIns, CreateANewSessionAgainstSessionFixation) {
     EXPECT_EQ(door.look(), "ann");
     const Response stolen =
         door.served.runner.serve(get("/servlet?p=door").cookie("JSESSIONID", before));
-    EXPECT_EQ(stolen.body, "nobody");
+    EXPECT_EQ(stolen.body, "not signed in");
 }
 
 TEST(SignIns, EndWhenTheUserSignsOut) {
@@ -96,7 +96,7 @@ TEST(SignIns, EndWhenTheUserSignsOut) {
     door.signIn("right");
     const std::string id = *door.served.browser.cookie("JSESSIONID");
     door.served.browser.send(post("/servlet?p=door&q=out"));
-    EXPECT_EQ(door.look(), "nobody");
+    EXPECT_EQ(door.look(), "not signed in");
     advanceSeconds(2);
     door.served.runner.sweep();
     EXPECT_EQ(door.served.runner.sessionCount(), 0) << "the session has ended, too";
@@ -105,14 +105,14 @@ TEST(SignIns, EndWhenTheUserSignsOut) {
 TEST(SignIns, IgnoreASignOutWithoutASignIn) {
     Door door;
     door.served.browser.send(post("/servlet?p=door&q=out"));
-    EXPECT_EQ(door.look(), "nobody");
+    EXPECT_EQ(door.look(), "not signed in");
 }
 
 TEST(SignIns, EndWithTheSession) {
     Door door;
     door.signIn("right");
     advanceSeconds(181);
-    EXPECT_EQ(door.look(), "nobody");
+    EXPECT_EQ(door.look(), "not signed in");
 }
 
 TEST(SignIns, EndForAllOtherSessions) {
@@ -121,7 +121,7 @@ TEST(SignIns, EndForAllOtherSessions) {
     door.signIn("right");
     door.signIn(other, "right");
     other.send(post("/servlet?p=door&q=others"));
-    EXPECT_EQ(door.look(), "nobody");
+    EXPECT_EQ(door.look(), "not signed in");
     EXPECT_EQ(door.look(other), "ann");
 }
 

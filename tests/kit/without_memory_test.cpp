@@ -22,16 +22,16 @@ namespace {
 
 using namespace kit::testing;
 
-constexpr long kLongerThanASession = 1000; // seconds
-constexpr std::size_t kMostBytes = 64 * 1024;
-const std::string kName = "somebody with a long name";
+constexpr long kLongerThanASession = 1000; // seconds; a session expires after 180
+constexpr std::size_t kMaxResponseBytes = 64 * 1024;
+const std::string kName = "a name that needs an allocation";
 const std::string kGreeting = "Hello, " + kName + " for time 1!\n";
 
 // A FastCGI request with a buffer for the whole response, so that writing it allocates nothing.
 class Exchange {
 public:
     explicit Exchange(const Request& request)
-        : m_fastCgi(request.inMemory()), m_answer(kMostBytes) {
+        : m_fastCgi(request.inMemory()), m_answer(kMaxResponseBytes) {
         FCGX_Stream* out = m_fastCgi.get()->out;
         out->wrNext = m_answer.data();
         out->stop = m_answer.data() + m_answer.size();

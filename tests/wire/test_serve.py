@@ -203,7 +203,7 @@ def test_a_changed_template_and_a_new_file_are_served_by_the_same_daemon(hello, 
 
 def test_a_changed_source_is_served_by_a_new_daemon_and_no_visitor_notices(hello, project):
     daemon = daemon_of(hello.process)
-    replace(project / "hello.cpp", "kMostTimes = 5", "kMostTimes = 9")
+    replace(project / "hello.cpp", "kMaxTimes = 5", "kMaxTimes = 9")
 
     def replaced():
         page = hello.front.curl("/servlet?p=hello")

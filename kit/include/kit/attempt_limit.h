@@ -21,9 +21,9 @@ namespace kit {
 //   Threads    any, at any time.
 class AttemptLimit {
 public:
-    static constexpr int kFreeAttempts = 3;   // the last of these causes the first wait
-    static constexpr long kFirstWait = 2;     // seconds
-    static constexpr long kLongestWait = 300; // seconds
+    static constexpr int kFreeAttempts = 3; // the last of these causes the first wait
+    static constexpr long kFirstWait = 2;   // seconds
+    static constexpr long kMaxWait = 300;   // seconds
     // To make room for one more, the address whose wait ends first is forgotten.
     static constexpr std::size_t kMaxAddresses = 256;
 
@@ -72,11 +72,11 @@ private:
 
     static void count(Client& client, long now) {
         // An address that has been quiet for long gets its free attempts again.
-        if (now - client.waitUntil > kLongestWait) {
+        if (now - client.waitUntil > kMaxWait) {
             client = Client();
         }
         if (++client.attempts >= kFreeAttempts) {
-            client.lastWait = std::clamp(2 * client.lastWait, kFirstWait, kLongestWait);
+            client.lastWait = std::clamp(2 * client.lastWait, kFirstWait, kMaxWait);
         }
         client.waitUntil = now + client.lastWait;
     }

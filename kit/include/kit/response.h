@@ -86,7 +86,7 @@ public:
 
     // Answers with the template file `name` of the folder WEB-INFO/templates below the document
     // root. It is rendered when the page returns; the last call counts. A template that is missing
-    // or wrong gives an empty page, and a line on standard error.
+    // or wrong results in an empty page and a line on standard error.
     void show(const std::string& name, Variables variables) {
         setDefaults("text/html; charset=utf-8");
         const auto root = m_request.raw().getDocumentRoot();

@@ -12,10 +12,10 @@ struct Visits {
 };
 kit::SessionData<Visits> visits("the visits of a session, under a long name");
 
-class Everybody final : public kit::Listener {
+class PassAll final : public kit::Listener {
     bool admit(kit::Request&, kit::Response& response) override {
         return response.header("X-Listener-With-A-Long-Name",
-                               "everybody is let in, and is told so");
+                               "a value that does not fit into the object itself");
     }
 };
 
@@ -28,7 +28,8 @@ class VisitsPage final : public kit::Page {
             return;
         }
         // Replaced below, unless memory runs out before.
-        response.show("another.html", kit::Variables().set("name", "nobody with a short name"));
+        response.show("another.html",
+                      kit::Variables().set("name", "a value for the template that is not shown"));
         HttpSession* session = request.raw().getSession(true);
         const int count = ++visits.findOrCreate(*session)->count;
         const std::string name(request.parameter("name").value_or("you"));
@@ -39,5 +40,5 @@ class VisitsPage final : public kit::Page {
 
 } // namespace
 
-KIT_LISTENER(createEverybody, Everybody)
+KIT_LISTENER(createPassAll, PassAll)
 KIT_SERVLET(createVisitsPage, VisitsPage)

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::size_t kLongestName = 40;
+constexpr std::size_t kMaxNameLength = 40;
 
 // Shared by the page and the listener; atomic, because request threads use both at the same time.
 std::atomic<long> requestCount{0};
@@ -16,7 +16,7 @@ std::atomic<long> requestCount{0};
 class SamplePage final : public kit::Page {
     void answer(kit::Request& request, kit::Response& response) override {
         kit::Variables variables;
-        variables.set("longestName", kLongestName).set("requests", requestCount.load());
+        variables.set("maxNameLength", kMaxNameLength).set("requests", requestCount.load());
         if (request.isPost()) {
             greet(request, response, variables);
         }
@@ -28,7 +28,7 @@ class SamplePage final : public kit::Page {
     static void greet(kit::Request& request, kit::Response& response, kit::Variables& variables) {
         // Show the input again, valid or not; the template escapes it.
         variables.set("name", request.parameter("name").value_or(""));
-        const auto name = request.text("name", 1, kLongestName);
+        const auto name = request.text("name", 1, kMaxNameLength);
         if (name) {
             variables.set("greeted", *name);
         } else {
