@@ -1,5 +1,6 @@
-// The rules by which the container reads a URL before it asks any servlet, for listeners, which see
-// every request: which requests are events, and which status they give the device.
+// The rules that the container applies to a URL before it calls any listener or servlet: which
+// requests are events, and which status they give the device. For listeners, which see every
+// request.
 #ifndef KIT_CONTAINER_RULES_H
 #define KIT_CONTAINER_RULES_H
 
@@ -14,8 +15,8 @@
 
 namespace kit {
 
-// What the container reports that the device is doing; the values are the container's own.
-enum class DeviceStatus { Idle, Reboot, Reset, Autoprovision, Upgrade, Configuration };
+// What the last request asked the device to do; the values are the container's own.
+enum class DeviceStatus { Idle, Reboot, Reset, AutoProvision, Upgrade, Configuration };
 
 // An event: a remote key press, a number to dial, ...
 struct Event {
@@ -24,8 +25,8 @@ struct Event {
 };
 
 // Returns the part of the URL that the container compares with its rules: everything from the tenth
-// character on, which is behind "/servlet?". Empty for a shorter URL, and for a request without
-// one. It is not decoded, and lives until the request is served.
+// character on, which follows "/servlet?". Empty for a shorter URL, and for a request without a
+// URL. The text is not decoded, and lives until the request is served.
 inline std::string_view containerQuery(Request& request) {
     constexpr std::string_view kBeforeQuery = "/servlet?";
     const char* url = request.raw().getRequestURI();
@@ -35,8 +36,10 @@ inline std::string_view containerQuery(Request& request) {
 
 // Returns the event that the request is, or nothing for a page request. The container passes an
 // event to the listeners and to no servlet.
-//   Rule      the first name below that containerQuery() begins with decides: the request is that
-//             event if it has a parameter of that name too, and a page request otherwise.
+//   Rule      the names are key, number, phonecfg, redirectcall, forward, Server, push, download,
+//             command and csta. The first of them with which containerQuery() begins decides: the
+//             request is that event if it also has a parameter of that name (csta needs none), and
+//             a page request otherwise.
 //   Lifetime  both texts live until the request is served.
 //   Security  an event carries no password and no CSRF token: check remoteAddress() before you act
 //             on it.
@@ -58,8 +61,8 @@ inline std::optional<Event> eventOf(Request& request) {
 }
 
 // Returns the status that the container gives the device for a request with this containerQuery(),
-// or nothing if the request leaves the status as it is. The container sets it before any listener
-// is asked, whether or not a page then does what the query asks for.
+// or nothing if the request does not change the status. The container sets the status before it
+// calls any listener, whether or not a page then does what the query asks for.
 inline std::optional<DeviceStatus> requestedStatus(std::string_view query) {
     const auto contains = [query](std::string_view part) {
         return query.find(part) != std::string_view::npos;
@@ -71,7 +74,7 @@ inline std::optional<DeviceStatus> requestedStatus(std::string_view query) {
         return DeviceStatus::Reset;
     }
     if (contains("now=true")) {
-        return DeviceStatus::Autoprovision;
+        return DeviceStatus::AutoProvision;
     }
     for (std::string_view whole :
          {"p=settings-config&q=import", "p=settings-config&q=localconfig&type=import",
@@ -85,7 +88,8 @@ inline std::optional<DeviceStatus> requestedStatus(std::string_view query) {
 
 // Returns the word with which the container answers p=notice: "idle", "reboot", "reset",
 // "autoprovision", "upgrade" or "configration", spelled as clients expect it; "unkown" for any
-// other value. Never null. While the status is Autoprovision, the container asks the page instead.
+// other value. Never null. While the status is AutoProvision, the container calls the servlet
+// instead.
 inline const char* statusWord(DeviceStatus status) {
     constexpr const char* kWords[] = {"idle",          "reboot",  "reset",
                                       "autoprovision", "upgrade", "configration"};
