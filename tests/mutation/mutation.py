@@ -1,141 +1,205 @@
-"""Tells how good the library's own tests are: prints what of it they run through, then changes a
-condition or a constant at a time, in a copy of the sources, and runs the tests again, one of which
-should fail. Ends with 1 where a change was not noticed."""
+"""Runs mutation testing on fcgiServer and QKSTL: makes mutants of their sources, one at a time in a
+copy, and runs the tests on each. Prints which mutants were killed and which survived. The exit
+status is 1 if one survived, or if equivalent_mutants.txt lists one that the sources do not have."""
 
 import argparse
 import collections
+import concurrent.futures
 import filecmp
+import hashlib
+import itertools
+import os
 import pathlib
-import random
+import queue
 import resource
 import shutil
 import subprocess
 import sys
 
-import changes
+import mutants
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-KNOWN = pathlib.Path(__file__).with_name("equivalent_mutants.txt")
+EQUIVALENT = pathlib.Path(__file__).with_name("equivalent_mutants.txt")
 GIB = 1 << 30
+TIMEOUT = "60"  # seconds for one test program; a mutant may never end
 
-# Which sources, and the programs that test them.
+# Sources, and the programs that test them.
 Area = collections.namedtuple("Area", "sources tests")
 AREAS = [
     Area("fcgiServer/*.cpp",
          ["device_status_test", "fcgi_server_test", "http_request_test", "http_response_test",
-          "http_session_test", "listener_container_test", "plugin_loader_test", "request_end_test", "screening_test",
-          "servlet_container_test", "servlet_controller_test", "session_factory_test",
-          "without_memory_test", "replay_configuration", "replay_connection", "replay_screening",
-          "replay_service"]),
-    Area("QKSTL/*.h", ["QKSTL_test", "QKSTL_ndebug_test", "replay_hash_map"]),
+          "http_session_test", "listener_container_test", "plugin_loader_test", "request_end_test",
+          "screening_test", "servlet_container_test", "servlet_controller_test",
+          "session_factory_test", "without_memory_test", "replay_configuration",
+          "replay_connection", "replay_screening", "replay_service"]),
+    Area("QKSTL/*.h", ["replay_hash_map", "QKSTL_ndebug_test", "QKSTL_test"]),
 ]
-ALL_TESTS = [test for area in AREAS for test in area.tests]
+# The test that most likely kills a mutant of a source that has no test of its own name.
+FIRST_TESTS = {"QKHashMap": "replay_hash_map", "MemoryBlock": "replay_hash_map",
+               "lingering_close": "request_end_test", "loop_activity": "fcgi_server_test",
+               "request_rules": "screening_test"}
 
 
-def run(*command):
-    """A changed program may ask for all the memory there is."""
+def run(*command, cwd=None):
+    """Runs a command with an address space of 8 GiB, since a mutant may allocate without end."""
     limit = 8 * GIB
     return subprocess.run([str(word) for word in command], check=False, stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, text=True, errors="replace",
-                          stdin=subprocess.DEVNULL,
+                          stdin=subprocess.DEVNULL, cwd=cwd, env=build_environment(),
                           preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
 
 
+def build_environment():
+    """Returns an environment in which ccache shares objects between the project and its copies."""
+    if shutil.which("ccache") is None:
+        return None
+    return {"CMAKE_CXX_COMPILER_LAUNCHER": "ccache", "CCACHE_BASEDIR": str(ROOT),
+            "CCACHE_NOHASHDIR": "1", **os.environ}
+
+
 class Copy:
-    """The project in another folder, where changes harm nobody."""
+    """A copy of the project with a build of its own, in which mutants are compiled and tested."""
 
     def __init__(self, folder):
-        self.source = folder / "source"
-        self.build = folder / "build"
+        self.source = folder
+        # The preset's own folder: an object of the project has the same relative paths here.
+        self.build = folder / "build/dev"
         names = subprocess.run(["git", "ls-files", "-z"], cwd=ROOT, check=True,
                                stdout=subprocess.PIPE, text=True).stdout.split("\0")
         for name in filter(None, names):
-            # What is the same keeps its time, so that it is not compiled again.
+            # An equal file keeps its time stamp, so that it is not compiled again.
             target = self.source / name
             if not target.exists() or not filecmp.cmp(ROOT / name, target, shallow=False):
                 target.parent.mkdir(parents=True, exist_ok=True)
                 shutil.copy(ROOT / name, target)
-        done = run("cmake", "-S", self.source, "-B", self.build, "-G", "Ninja",
-                   "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS=--coverage",
-                   "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold",
-                   f"-DDEVICE_ROOT={self.build}/device")
+        done = run("cmake", "--preset", "dev", cwd=self.source)
         if done.returncode != 0:
             sys.exit(done.stdout)
 
-    def compile(self, *tests):
-        return run("cmake", "--build", self.build, "--target", *tests)
+    def compile(self, *tests, jobs=1):
+        return run("cmake", "--build", self.build, "-j", jobs, "--target", *tests)
 
-    def test(self, *tests):
+    def test(self, *tests, jobs=1):
         return run("ctest", "--test-dir", self.build, "-R", f"^({'|'.join(tests)})$",
-                   "--timeout", "60", "--output-on-failure", "-j", "2")
+                   "--timeout", TIMEOUT, "--output-on-failure", "-j", jobs)
 
-    def verdict(self, change, tests):
-        path = self.source / change.path
+    def check_without_mutant(self):
+        """Ends the program unless all tests pass before anything is mutated."""
+        tests = [test for area in AREAS for test in area.tests]
+        for step in self.compile, self.test:
+            done = step(*tests, jobs=os.cpu_count())
+            if done.returncode != 0:
+                sys.exit(f"without a mutant:\n{done.stdout}")
+
+    def verdict(self, mutant):
+        path = self.source / mutant.path
         original = path.read_text()
-        path.write_text(change.made_in(original))
+        path.write_text(mutant.apply_to(original))
         try:
-            # One program after the other: mostly the first one notices.
-            for test in sorted(tests, key=lambda test: path.stem not in test):
+            # One program after the other: usually the first one kills the mutant.
+            for test in by_likelihood(mutant.path, tests_of(mutant.path)):
                 if self.compile(test).returncode != 0:
                     return "does not compile"
                 if self.test(test).returncode != 0:
-                    return "noticed"
-            return "not noticed"
+                    return "killed"
+            return "survived"
         finally:
             path.write_text(original)
 
 
-def print_coverage(copy):
-    done = run("gcovr", "--root", copy.source, "--object-directory", copy.build,
-               "--filter", f"{copy.source}/fcgiServer/", "--filter", f"{copy.source}/QKSTL/",
-               "--exclude-throw-branches", "--exclude-unreachable-branches",
-               "--exclude-directories", ".*CompilerIdCXX", "--print-summary", "--txt")
-    if done.returncode != 0:
-        sys.exit(done.stdout)
-    print(done.stdout[done.stdout.index("-----"):], flush=True)
+def sources_of(area):
+    return [str(path.relative_to(ROOT)) for path in sorted(ROOT.glob(area.sources))]
 
 
-def known_changes():
-    return {line for line in KNOWN.read_text().splitlines() if line and line[0] != "#"}
+def tests_of(path):
+    return next(area.tests for area in AREAS if pathlib.PurePath(path).match(area.sources))
 
 
-def possible_changes(area):
-    known = known_changes()
-    found = [change for path in sorted(ROOT.glob(area.sources))
-             for change in changes.changes_of(str(path.relative_to(ROOT)), path.read_text())]
-    return [(change, area.tests) for change in found if str(change) not in known]
+def first_test(path, tests):
+    stem = pathlib.PurePath(path).stem
+    name = FIRST_TESTS.get(stem, f"{stem}_test")
+    return name if name in tests else None
 
 
-def try_changes(copy, count, seed):
-    """Whether all of `count` changes were noticed."""
-    possible = [one for area in AREAS for one in possible_changes(area)]
-    order = random.Random(seed).sample(possible, len(possible))
-    verdicts = collections.Counter()
-    for change, tests in order:
-        if verdicts["noticed"] + verdicts["not noticed"] == count:
-            break
-        verdict = copy.verdict(change, tests)
-        verdicts[verdict] += 1
-        print(f"{verdict}: {change}", flush=True)
-    print(f"{verdicts['noticed']} changes of {len(possible)} noticed, "
-          f"{verdicts['not noticed']} not")
-    return verdicts["not noticed"] == 0
+def by_likelihood(path, tests):
+    """Returns the tests, beginning with the one that most likely kills a mutant of `path`."""
+    first = first_test(path, tests)
+    return sorted(tests, key=lambda test: test != first)
+
+
+def all_mutants():
+    return [mutant for area in AREAS for path in sources_of(area)
+            for mutant in mutants.mutants_of(path, (ROOT / path).read_text())]
+
+
+def equivalent_mutants():
+    return {line for line in EQUIVALENT.read_text().splitlines() if line and line[0] != "#"}
+
+
+def unknown_mutants(known, listed):
+    """Returns the listed mutants that the sources do not have (any more)."""
+    return sorted(listed - {str(mutant) for mutant in known})
+
+
+def possible_mutants(known, equivalent):
+    return [mutant for mutant in known if str(mutant) not in equivalent]
+
+
+def shuffled(possible, seed):
+    """Returns the mutants in an order that depends on their texts and on `seed` alone, so that a
+    change to one source leaves the sample of the others as it is."""
+    return sorted(possible,
+                  key=lambda mutant: hashlib.sha256(f"{seed}\n{mutant}".encode()).digest())
+
+
+def try_mutants(copies, order, count):
+    """Yields mutants and verdicts until `count` mutants of `order` have compiled."""
+    free = queue.SimpleQueue()
+    for copy in copies:
+        free.put(copy)
+
+    def verdict(mutant):
+        copy = free.get()
+        try:
+            return copy.verdict(mutant)
+        finally:
+            free.put(copy)
+
+    rest = iter(order)
+    with concurrent.futures.ThreadPoolExecutor(len(copies)) as pool:
+        while count > 0:
+            # Mutants of one source follow each other, which saves compiling it as it was.
+            batch = sorted(itertools.islice(rest, count), key=str)
+            if not batch:
+                return
+            for mutant, result in zip(batch, pool.map(verdict, batch)):
+                count -= result != "does not compile"
+                yield mutant, result
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("folder", type=pathlib.Path, help="for the copy")
-    parser.add_argument("count", type=int, help="of changes")
-    parser.add_argument("seed", help="the same one gives the same sample")
+    parser.add_argument("folder", type=pathlib.Path, help="holds the copies of the project")
+    parser.add_argument("count", type=int, help="number of mutants")
+    parser.add_argument("seed", help="selects the sample")
     arguments = parser.parse_args()
 
-    copy = Copy(arguments.folder.resolve())
-    for step in copy.compile, copy.test:
-        done = step(*ALL_TESTS)
-        if done.returncode != 0:
-            sys.exit(f"without a change:\n{done.stdout}")
-    print_coverage(copy)
-    return 0 if try_changes(copy, arguments.count, arguments.seed) else 1
+    known, equivalent = all_mutants(), equivalent_mutants()
+    if unknown := unknown_mutants(known, equivalent):
+        sys.exit("\n".join([f"{EQUIVALENT.relative_to(ROOT)} lists unknown mutants:", *unknown]))
+
+    folder = arguments.folder.resolve()
+    copies = [Copy(folder / str(number)) for number in range(os.cpu_count())]
+    copies[0].check_without_mutant()
+    possible = possible_mutants(known, equivalent)
+    verdicts = collections.Counter()
+    for mutant, verdict in try_mutants(copies, shuffled(possible, arguments.seed),
+                                       arguments.count):
+        verdicts[verdict] += 1
+        print(f"{verdict}: {mutant}", flush=True)
+    print(f"{verdicts['killed']} mutants of {len(possible)} killed, "
+          f"{verdicts['survived']} survived")
+    return 1 if verdicts["survived"] else 0
 
 
 if __name__ == "__main__":
