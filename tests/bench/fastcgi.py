@@ -1,13 +1,13 @@
-"""A FastCGI client: requests as a front server sends them, straight on the back end's socket."""
+"""Sends FastCGI requests to a back end's socket, as a front server does."""
 
 import socket
 import struct
 
-BEGIN_REQUEST, PARAMS, STDIN = 1, 4, 5
+BEGIN_REQUEST, PARAMS, STDIN, STDOUT = 1, 4, 5, 6
 RESPONDER = 1
-MOST_BYTES = 65535  # of a record's content
+MAX_CONTENT = 65535  # bytes of a record
 
-# What lighttpd sends with a small request of a browser.
+# The variables that lighttpd sends with a small request of a browser.
 VARIABLES = {
     "CONTENT_LENGTH": "0",
     "QUERY_STRING": "",
@@ -35,9 +35,9 @@ def record(kind, content):
 
 
 def records(kind, content):
-    """With the empty record that ends a stream."""
-    return b"".join(record(kind, content[at:at + MOST_BYTES])
-                    for at in range(0, len(content), MOST_BYTES)) + record(kind, b"")
+    """Returns the records of a stream, with the empty one that ends it."""
+    return b"".join(record(kind, content[at:at + MAX_CONTENT])
+                    for at in range(0, len(content), MAX_CONTENT)) + record(kind, b"")
 
 
 def length(number):
@@ -45,7 +45,7 @@ def length(number):
 
 
 def request(query, cookie=None, body=None, content_type="application/x-www-form-urlencoded"):
-    """The bytes of one request on a connection of its own."""
+    """Returns the bytes of one request on a connection of its own."""
     variables = dict(VARIABLES, QUERY_STRING=query, REQUEST_URI=f"/servlet?{query}")
     if cookie:
         variables["HTTP_COOKIE"] = cookie
@@ -59,7 +59,7 @@ def request(query, cookie=None, body=None, content_type="application/x-www-form-
 
 
 def receive(connection):
-    """All that the back end sends until it closes."""
+    """Returns all bytes that the back end sends until it closes the connection."""
     pieces = []
     while True:
         piece = connection.recv(1 << 16)
@@ -68,13 +68,13 @@ def receive(connection):
         pieces.append(piece)
 
 
-def text_of(answer):
-    """What the records of standard output hold."""
+def text_of(response):
+    """Returns the content of the standard output records."""
     content, at = [], 0
-    while at + 8 <= len(answer):
-        _, kind, _, size, padding, _ = struct.unpack_from("!BBHHBB", answer, at)
-        if kind == 6:
-            content.append(answer[at + 8:at + 8 + size])
+    while at + 8 <= len(response):
+        _, kind, _, size, padding, _ = struct.unpack_from("!BBHHBB", response, at)
+        if kind == STDOUT:
+            content.append(response[at + 8:at + 8 + size])
         at += 8 + size + padding
     return b"".join(content).decode()
 
@@ -85,8 +85,8 @@ def connect(path):
     return connection
 
 
-def ask(path, data):
-    """Sends the bytes of a request; the text of the answer."""
+def send(path, data):
+    """Sends the bytes of a request, and returns the text of the response."""
     with connect(path) as connection:
         connection.sendall(data)
         return text_of(receive(connection))

@@ -1,9 +1,10 @@
 #!/usr/bin/python3
-"""Measures what the container takes on a device, prints that as tables, and puts them into a document.
+"""Measures the container's sizes, memory, stacks and file writes, and prints them as tables.
 
     footprint.py BUILDS [--document FILE]
 
-BUILDS is the folder that scripts/footprint builds in. The exit status is 1 where an aim is missed.
+BUILDS is the folder that scripts/footprint builds in. With --document the tables replace those in
+FILE. The exit status is 1 if an aim is missed.
 """
 import argparse
 import concurrent.futures
@@ -16,44 +17,40 @@ import tempfile
 import time
 
 import fastcgi
-from backend import Backend, Program, Programs
+from backend import TIMEOUT, Backend, Program, Programs
+from pages import FORM, FORM_TYPE, PAGE, TEMPLATE, UPLOAD_TYPE, upload_of
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 ARCHITECTURES = {"amd64": ("release", "strip"),
                  "armhf": ("release-armhf", "arm-linux-gnueabihf-strip"),
                  "arm64": ("release-arm64", "aarch64-linux-gnu-strip")}
 VARIANTS = {"as shipped": "release-armhf",
-            "all of it compiled for size": "footprint/small",
-            "the linker drops unused sections": "footprint/sections",
+            "everything compiled for size": "footprint/small",
+            "unused sections dropped by the linker": "footprint/sections",
             "link-time optimisation": "footprint/whole"}
 SHIPPED = ("fcgiServer/libfcgiServer.so", "platform/libdevice.so", "host/fcgi_host")
-MOST_BYTES_ON_ARMHF = 200 * 1024
-MOST_BEYOND_BARE_LOOP = 256  # KiB
+MAX_ARMHF_SIZE = 200 * 1024  # bytes
+MAX_BEYOND_BARE_LOOP = 256  # KiB
+MAX_SESSION = 512  # bytes
 LOOPS = 2
 REQUESTS = 10_000
 SESSIONS = 10_000
-FEW, MANY = 100, 600  # requests of two runs, whose difference is that of the requests alone
-PAGE = "p=page&x=1"
-FORM = "&".join(f"field{i}=value+{i}%21" for i in range(10))
-UPLOAD = (b"--frontier\r\nContent-Disposition: form-data; name=\"file\"; filename=\"image\"\r\n"
-          b"Content-Type: application/octet-stream\r\n\r\n" + 100 * 1024 * b"x" +
-          b"\r\n--frontier--\r\n")
-FORM_TYPE = "application/x-www-form-urlencoded"
-UPLOAD_TYPE = "multipart/form-data; boundary=frontier"
-# What is asked for: query, body, content type. An upload does write a file, which shows that such
-# calls are counted.
+# Requests of two runs: their difference has the requests alone, without start and stop.
+FEW, MANY = 100, 600
+# Query, body and content type of each request. The upload writes a file, which proves that file
+# writes are counted.
 KINDS = {"page": (PAGE, None, FORM_TYPE),
-         "template page": ("p=template", None, FORM_TYPE),
+         "template page": (TEMPLATE, None, FORM_TYPE),
          "form of 10 fields": ("p=form", FORM.encode(), FORM_TYPE),
-         "upload of 100 KiB": ("p=upload", UPLOAD, UPLOAD_TYPE)}
+         "upload of 100 KiB": ("p=upload", upload_of(100 * 1024 * b"x"), UPLOAD_TYPE)}
 PHONE_PAGES = ("status", "status-data", "phone", "accounts", "network", "audio", "security",
                "contacts", "settings-config", "settings-upgrade", "settings-autop")
 SIGN_IN = b"user=admin&password=admin"
-# Of a running thread's system call: the stack pointer is the last but one; see proc(5).
+# The stack pointer is the last but one field of /proc/PID/task/TID/syscall; see proc(5).
 STACK_POINTER = re.compile(r"(0x[0-9a-f]+) 0x[0-9a-f]+$")
 MAPPING = re.compile(r"^([0-9a-f]+)-([0-9a-f]+) .*?^Rss:\s+(\d+) kB", re.M | re.S)
-# As strace tells of them, which shows the file behind each descriptor: what may end on a flash disk.
-CHANGES = re.compile(r"\b(?:p?writev?(?:64)?|sendfile|f(?:data)?sync|ftruncate)\(\d+</(?!dev/)"
+# System calls in the output of strace -y that may write to a flash disk.
+FILE_WRITES = re.compile(r"\b(?:p?writev?(?:64)?|sendfile|f(?:data)?sync|ftruncate)\(\d+</(?!dev/)"
                      r"|\bopen(?:at)?\(.*O_(?:WRONLY|RDWR|CREAT)"
                      r"|\b(?:rename|unlink|mkdir|rmdir|link|symlink)(?:at2?)?\(")
 
@@ -65,7 +62,7 @@ def stripped_bytes(path, strip, folder):
 
 
 def sizes(builds, folder):
-    """By file, a size for each architecture."""
+    """Returns the sizes of each file for all architectures."""
     table = {name: [stripped_bytes(builds / preset / name, strip, folder)
                     for preset, strip in ARCHITECTURES.values()] for name in SHIPPED}
     table["together"] = [sum(column) for column in zip(*table.values())]
@@ -79,29 +76,30 @@ def sizes_of_variants(builds, folder):
 
 
 def settle(backend, loops):
-    """Until all loops wait for a request."""
+    """Waits until all loops wait for a request."""
     tasks = pathlib.Path(f"/proc/{backend.process.pid}/task")
-    deadline = time.monotonic() + 30
+    deadline = time.monotonic() + TIMEOUT
     while len(list(tasks.iterdir())) < loops + 1:
         assert time.monotonic() < deadline
         time.sleep(0.01)
     time.sleep(0.2)
 
 
-def ask_by_several(backend, data, times, clients):
+def send_concurrently(backend, data, times, clients):
     with concurrent.futures.ThreadPoolExecutor(clients) as pool:
-        list(pool.map(lambda _: backend.ask_often(data, times // clients), range(clients)))
+        list(pool.map(lambda _: backend.send_repeatedly(data, times // clients), range(clients)))
 
 
 def stack_pointer(task):
-    """Once it waits."""
+    """Waits until the thread blocks in a system call, and returns its stack pointer."""
     while not (found := STACK_POINTER.search((task / "syscall").read_text().strip())):
         time.sleep(0.01)
     return int(found.group(1), 16)
 
 
 def stack_peak(pid):
-    """The most that a loop has used of its stack, in KiB: a page that has been touched stays."""
+    """Returns the largest stack of all loops, in KiB: the resident pages, which are all that were
+    ever touched."""
     process = pathlib.Path(f"/proc/{pid}")
     mappings = [(int(begin, 16), int(end, 16), int(kib))
                 for begin, end, kib in MAPPING.findall((process / "smaps").read_text())]
@@ -128,61 +126,62 @@ class Footprint:
     def after_start(self, loops):
         with Backend(self.programs.container(loops), self.fresh()) as backend:
             settle(backend, loops)
-            return backend.process.private(), backend.process.resident()
+            return backend.process.private_memory(), backend.process.resident_memory()
 
-    def of_a_session(self):
-        """Bytes."""
+    def memory_per_session(self):
+        """Returns the growth of private memory per session, in bytes."""
         with Backend(self.programs.container(1), self.fresh()) as backend:
             data = fastcgi.request("p=sign-in")
-            backend.ask_often(data, 10)
-            before = backend.process.private()
-            backend.ask_often(data, SESSIONS)
-            return (backend.process.private() - before) * 1024 / SESSIONS
+            backend.send_repeatedly(data, 10)
+            before = backend.process.private_memory()
+            backend.send_repeatedly(data, SESSIONS)
+            return (backend.process.private_memory() - before) * 1024 / SESSIONS
 
     def after_requests(self, program, requests):
-        """Private memory, where as many clients as loops ask."""
+        """Returns the private memory after requests of as many clients as there are loops."""
         with Backend(program, self.fresh()) as backend:
             data = fastcgi.request(PAGE, cookie=backend.sign_in())
-            ask_by_several(backend, data, requests, LOOPS)
-            return backend.process.private()
+            send_concurrently(backend, data, requests, LOOPS)
+            return backend.process.private_memory()
 
-    def of_a_loop(self):
-        """Private memory of one more, in KiB, once each of them has served."""
+    def memory_per_loop(self):
+        """Returns the private memory of each further loop that has served requests, in KiB."""
         few, many = 1, 9
-        return (self.of_busy_loops(many) - self.of_busy_loops(few)) / (many - few)
+        return (self.with_busy_loops(many) - self.with_busy_loops(few)) / (many - few)
 
-    def of_busy_loops(self, loops):
+    def with_busy_loops(self, loops):
         with Backend(self.programs.container(loops), self.fresh()) as backend:
             data = fastcgi.request(PAGE, cookie=backend.sign_in())
-            ask_by_several(backend, data, 200 * loops, 2 * loops)
-            return backend.process.private()
+            send_concurrently(backend, data, 200 * loops, 2 * loops)
+            return backend.process.private_memory()
 
     def container(self, environment=None):
         return self.programs.container(
             environment={"FILE": str(self.folder / "uploaded"), **(environment or {})})
 
     @staticmethod
-    def ask(backend, kind, times):
+    def send(backend, kind, times):
         query, body, content_type = KINDS[kind]
-        backend.ask_often(fastcgi.request(query, backend.sign_in(), body, content_type), times)
+        data = fastcgi.request(query, backend.sign_in(), body, content_type)
+        backend.send_repeatedly(data, times)
 
     def stack_of(self, kind):
         with Backend(self.container(), self.fresh()) as backend:
-            self.ask(backend, kind, FEW)
+            self.send(backend, kind, FEW)
             return stack_peak(backend.process.pid)
 
     def stack_of_the_phone(self):
-        """After a sign-in, which hashes a password, and every page once."""
+        """Returns the stack after a sign-in, which hashes a password, and all pages."""
         host = self.builds / "bench/host/fcgi_host"
         with Backend(Program("phone", [host, "--threads=1"]), self.fresh()) as backend:
-            answer = backend.ask("p=login&q=login", body=SIGN_IN)
-            cookie = re.search(r"^Set-Cookie: (\S+?);? ", answer, re.M).group(1)
+            response = backend.send("p=login&q=login", body=SIGN_IN)
+            cookie = re.search(r"^Set-Cookie: (\S+?);? ", response, re.M).group(1)
             for page in PHONE_PAGES:
-                assert "Status: " not in backend.ask(f"p={page}", cookie=cookie), page
+                assert "Status: " not in backend.send(f"p={page}", cookie=cookie), page
             return stack_peak(backend.process.pid)
 
-    def of_one_request(self, count, kind):
-        """By a counter of whole runs."""
+    def per_request(self, count, kind):
+        """Returns the figure of one request; `count` counts it over a whole run."""
         return (count(kind, MANY) - count(kind, FEW)) / (MANY - FEW)
 
     def allocations(self, kind, times):
@@ -196,16 +195,15 @@ class Footprint:
         program = self.container({"LD_PRELOAD": str(self.programs.allocation_counter),
                                   "ALLOCATIONS": str(out)})
         with Backend(program, self.fresh()) as backend:
-            self.ask(backend, kind, times)
+            self.send(backend, kind, times)
         return [int(number) for number in out.read_text().split()]
 
-    def file_changes(self, kind, times):
-        """Calls that change a file."""
+    def file_writes(self, kind, times):
         out = self.fresh()
         with Backend(self.container(), self.fresh(),
                      ["strace", "-f", "-qq", "-y", "-s", "0", "-o", str(out)]) as backend:
-            self.ask(backend, kind, times)
-        return len(CHANGES.findall(out.read_text()))
+            self.send(backend, kind, times)
+        return len(FILE_WRITES.findall(out.read_text()))
 
 
 def row(*cells):
@@ -213,7 +211,8 @@ def row(*cells):
 
 
 def table(head, rows):
-    return [row(*head), row("---", *["---:"] * (len(head) - 1)), *(row(*cells) for cells in rows), ""]
+    line = row("---", *["---:"] * (len(head) - 1))
+    return [row(*head), line, *(row(*cells) for cells in rows), ""]
 
 
 def title():
@@ -232,43 +231,54 @@ def size_tables(by_file, by_variant):
          for what, files in by_variant.items()])
 
 
+def memory_table(private, resident, container, bare, session, loop):
+    return table(["memory on amd64", ""], [
+        (f"private, after the start, {LOOPS} loops", f"{private:,} KiB"),
+        (f"resident, after the start, {LOOPS} loops", f"{resident:,} KiB"),
+        (f"private, after {REQUESTS:,} requests, {LOOPS} loops", f"{container:,} KiB"),
+        (f"the same of a bare libfcgi loop with {LOOPS} threads", f"{bare:,} KiB"),
+        ("private, per session without attributes", f"{session:,.0f} bytes"),
+        ("private, per further loop that has served requests", f"{loop:,.0f} KiB")])
+
+
+def request_table(footprint):
+    return table(["one request on amd64", "allocations", "bytes allocated", "stack, peak",
+                  "file writes"], [
+        (kind, f"{footprint.per_request(footprint.allocations, kind):,.1f}",
+         f"{footprint.per_request(footprint.allocated_bytes, kind):,.0f}",
+         f"{footprint.stack_of(kind):,} KiB",
+         f"{footprint.per_request(footprint.file_writes, kind):,.1f}") for kind in KINDS])
+
+
+def aims_table(aims):
+    return table(["aim", "figure", "at most", ""],
+                 [(name, f"{figure:,.0f}", f"{most:,}", "met" if figure <= most else "**missed**")
+                  for name, figure, most in aims])
+
+
 def measured(footprint, together):
-    """What is measured by running, as lines, and whether all aims are met; `together` is the sum of
-    the stripped sizes on armhf."""
+    """Measures running programs, and returns the tables and whether all aims are met; `together` is
+    the sum of the stripped sizes on armhf."""
     private, resident = footprint.after_start(LOOPS)
     container = footprint.after_requests(footprint.programs.container(LOOPS), REQUESTS)
     bare = footprint.after_requests(footprint.programs.bare_loop(LOOPS), REQUESTS)
-    lines = table(["memory on amd64", ""], [
-        (f"after the start, private, {LOOPS} loops", f"{private:,} KiB"),
-        (f"after the start, resident, {LOOPS} loops", f"{resident:,} KiB"),
-        (f"after {REQUESTS:,} requests, private, {LOOPS} loops", f"{container:,} KiB"),
-        (f"the same of a bare FastCGI loop with {LOOPS} threads", f"{bare:,} KiB"),
-        ("of a session without attributes", f"{footprint.of_a_session():,.0f} bytes"),
-        ("of one more loop that has served", f"{footprint.of_a_loop():,.0f} KiB")])
-
-    lines += table(["one request on amd64", "allocations", "bytes of them", "stack at most",
-                    "calls that change a file"], [
-        (kind, f"{footprint.of_one_request(footprint.allocations, kind):,.1f}",
-         f"{footprint.of_one_request(footprint.allocated_bytes, kind):,.0f}",
-         f"{footprint.stack_of(kind):,} KiB",
-         f"{footprint.of_one_request(footprint.file_changes, kind):,.1f}") for kind in KINDS])
-    lines += [f"Stack at most of a loop that has served a sign-in and every page of the phone: "
+    session = footprint.memory_per_session()
+    lines = memory_table(private, resident, container, bare, session, footprint.memory_per_loop())
+    lines += request_table(footprint)
+    lines += ["Peak stack of a loop that has served a sign-in and every page of the phone: "
               f"{footprint.stack_of_the_phone():,} KiB.", ""]
-
-    aims = [("stripped on armhf, together, bytes", together, MOST_BYTES_ON_ARMHF),
-            (f"private memory after {REQUESTS:,} requests with {LOOPS} loops, beyond the bare "
-             "loop's, KiB", container - bare, MOST_BEYOND_BARE_LOOP)]
-    lines += table(["aim", "figure", "at most", ""],
-                   [(name, f"{figure:,}", f"{most:,}", "met" if figure <= most else "**missed**")
-                    for name, figure, most in aims])
-    return lines, all(figure <= most for _, figure, most in aims)
+    aims = [("stripped on armhf, together, bytes", together, MAX_ARMHF_SIZE),
+            (f"private memory after {REQUESTS:,} requests, {LOOPS} loops, beyond the bare loop's, "
+             "KiB", container - bare, MAX_BEYOND_BARE_LOOP),
+            ("private memory per session without attributes, bytes", session, MAX_SESSION)]
+    return lines + aims_table(aims), all(figure <= most for _, figure, most in aims)
 
 
 def write_into(document, text):
-    """Between two marks, which stay."""
+    """Replaces the text between the two marks of the document."""
     before, mark, rest = document.read_text().partition("<!-- footprint -->\n")
     _, end, after = rest.partition("<!-- end of footprint -->\n")
-    assert mark and end, f"{document} has no place for it"
+    assert mark and end, f"{document} lacks the marks around its tables"
     document.write_text(f"{before}{mark}\n{text}\n{end}{after}")
 
 

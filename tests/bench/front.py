@@ -1,4 +1,4 @@
-"""Front servers as the project configures them, and the load that comes through them."""
+"""Runs front servers with the project's configurations, and load through them."""
 
 import contextlib
 import os
@@ -10,7 +10,7 @@ import subprocess
 import time
 import urllib.request
 
-from backend import PATIENCE, Backend, Process
+from backend import TIMEOUT, Backend, Process
 
 CONFIG = pathlib.Path(__file__).resolve().parents[2] / "packaging/front-servers"
 MILLISECONDS = {"us": 0.001, "ms": 1, "s": 1000}
@@ -23,7 +23,7 @@ def free_port():
 
 
 class Front:
-    """A front server with a program behind it, in a folder of its own."""
+    """A front server with a back end, in a folder of its own."""
 
     def __init__(self, folder):
         self.folder = pathlib.Path(folder)
@@ -35,7 +35,7 @@ class Front:
             command, env={**os.environ, "PORT": str(self.port), "STATE_DIR": str(self.folder),
                           "DOCUMENT_ROOT": str(self.folder), **environment},
             stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        deadline = time.monotonic() + PATIENCE
+        deadline = time.monotonic() + TIMEOUT
         while time.monotonic() < deadline:
             with contextlib.suppress(OSError):
                 self.fetch("p=page")
@@ -48,15 +48,15 @@ class Front:
 
     def __exit__(self, *_):
         self.server.send_signal(signal.SIGTERM)
-        self.server.wait(PATIENCE)
+        self.server.wait(TIMEOUT)
 
     def url(self, query):
         return f"http://127.0.0.1:{self.port}/servlet?{query}"
 
     def fetch(self, query):
         with contextlib.suppress(urllib.error.HTTPError):
-            with urllib.request.urlopen(self.url(query), timeout=PATIENCE) as answer:
-                return answer.headers
+            with urllib.request.urlopen(self.url(query), timeout=TIMEOUT) as response:
+                return response.headers
         return {}
 
     def sign_in(self):
@@ -65,7 +65,7 @@ class Front:
 
 
 class Lighttpd(Front):
-    """It starts the program itself."""
+    """lighttpd, which starts the back end itself."""
 
     name = "lighttpd"
 
@@ -92,7 +92,7 @@ class Nginx(Front):
                            "STATE_DIR": self.folder}.items():
             text = text.replace(f"@{key}@", str(value))
         (self.folder / "nginx.conf").write_text(text)
-        # Else its workers are somebody who may not look into the folder.
+        # The default user of the workers may not read the folder.
         user = ["-g", "user root;"] if os.getuid() == 0 else []
         self.start("nginx", "-c", str(self.folder / "nginx.conf"), "-e", "stderr", *user)
 
@@ -102,7 +102,7 @@ class Nginx(Front):
 
 
 class Load:
-    """One run of wrk(1): its figures."""
+    """The figures of one run of wrk(1)."""
 
     def __init__(self, front, query, clients, seconds, cookie, form=None):
         command = ["wrk", "-t1", f"-c{clients}", f"-d{seconds}s", "--latency",
@@ -113,16 +113,16 @@ class Load:
                 f'wrk.method = "POST"\nwrk.body = "{form}"\n'
                 'wrk.headers["Content-Type"] = "application/x-www-form-urlencoded"\n')
             command += ["-s", str(script)]
-        before = front.process.processor_seconds()
+        before = front.process.cpu_seconds()
         text = subprocess.run([*command, front.url(query)], stdout=subprocess.PIPE, text=True,
                               check=True).stdout
-        used = front.process.processor_seconds() - before
+        used = front.process.cpu_seconds() - before
         assert "Non-2xx" not in text and "Socket errors" not in text, text
         requests = int(re.search(r"(\d+) requests in", text).group(1))
         self.rate = float(re.search(r"Requests/sec:\s+([\d.]+)", text).group(1))
         self.median = self.latency(text, "50%")
-        self.slowest = self.latency(text, "99%")
-        self.processor_seconds = used / requests * 10_000
+        self.percentile_99 = self.latency(text, "99%")
+        self.cpu_seconds = used / requests * 10_000
 
     @staticmethod
     def latency(text, share):

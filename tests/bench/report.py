@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Makes a report of measurements: a table on standard output, report.json, and with --docs the
+"""Makes a report of measurements: tables on standard output, report.json, and with --docs the
 page benchmarks.md with its picture.
 
     tests/bench/report.py --build build/bench --pieces PIECES.json [--whole WHOLE.json] [--docs docs]
 
-PIECES.json is what the program `pieces` writes with --benchmark_out and several repetitions.
-WHOLE.json holds what was measured through web servers:
+PIECES.json is the output of the program `pieces`, run with --benchmark_out and several repetitions.
+WHOLE.json is the output of whole.py:
 
     {"rows":   [{"group", "measure", "subject", "value", "unit", "samples"}, ...],
      "aims":   [{"measure", "figure", "aim", "better": "higher" or "lower"}, ...],
@@ -24,26 +24,23 @@ import chart
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
-# What is looked at by how it grows: operation, what its size counts.
+# Operations drawn as curves, and what their size counts.
 GROWING = [("map/look up", "entries"), ("map/insert", "entries"), ("session/create", "sessions"),
            ("session/look up", "sessions"), ("session/sweep", "sessions"),
            ("template/render", "rows"), ("template/fill and render", "rows"),
            ("request/construct", "parameters"), ("decode/query", "pairs")]
 
-# Operation, size, the other subject, the aim for its time divided by ours.
+# Operation, size, the other subject, and the aim for its time divided by ours.
 AIMS = [("decode/query", 10, "in place", 0.5), ("decode/cookie", 5, "in place", 0.5),
         ("template/fill and render", 50, "ctemplate", 1.0),
         ("template/render", 50, "ctemplate", 1.0),
         ("upload/MiB to a file", 64, "copy", 0.8)]
 UPLOAD_MEMORY = ("upload/MiB to a file", 64, "ours")
 UPLOAD_MEMORY_AIM = 256 * 1024
-# The session and its share of the table.
-SESSION_MEMORY = ("session/create", 10_000, "ours")
-SESSION_MEMORY_AIM = 512
 
 
 def spread(samples):
-    """The middle half of the samples, from its lower to its upper end, by their median."""
+    """Returns the interquartile range of the samples divided by their median, or None for one."""
     if len(samples) < 2:
         return None
     lower, middle, upper = statistics.quantiles(samples, n=4, method="inclusive")
@@ -57,7 +54,7 @@ def is_met(aim):
 
 
 def read_pieces(benchmarks):
-    """By (operation, size, subject): the samples in nanoseconds, and the counters."""
+    """Returns the samples in nanoseconds and the counters of each (operation, size, subject)."""
     to_nanoseconds = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
     pieces = {}
     for run in benchmarks:
@@ -65,13 +62,13 @@ def read_pieces(benchmarks):
             continue
         if run.get("error_occurred"):
             raise ValueError(f"{run['name']}: {run['error_message']}")
-        # What waits for a disk is measured by the clock, the rest by what the processor did.
-        name, of_clock, _ = run["run_name"].partition("/real_time")
+        # Operations that wait for a disk are measured in real time, the others in CPU time.
+        name, in_real_time, _ = run["run_name"].partition("/real_time")
         *operation, size, subject = name.split("/")
-        time = run["real_time" if of_clock else "cpu_time"]
+        time = run["real_time" if in_real_time else "cpu_time"]
         piece = pieces.setdefault(("/".join(operation), int(size), subject), {"samples": []})
         piece["samples"].append(time * to_nanoseconds[run["time_unit"]])
-        for counter in ("allocations", "bytes", "most bytes"):
+        for counter in ("allocations", "bytes", "peak bytes"):
             if counter in run:
                 piece[counter] = run[counter]
     return dict(sorted(pieces.items()))
@@ -82,7 +79,7 @@ def time_of(piece):
 
 
 def ratios_of(pieces):
-    """For each subject beside ours: its time divided by ours, so that more is better."""
+    """Returns, for each other subject, its time divided by ours: above 1, ours is faster."""
     ratios = []
     for (operation, size, subject), piece in pieces.items():
         ours = pieces.get((operation, size, "ours"))
@@ -97,16 +94,12 @@ def aims_of(pieces, ratios):
     for operation, size, subject, aim in AIMS:
         for ratio in ratios:
             if (ratio["operation"], ratio["size"], ratio["subject"]) == (operation, size, subject):
-                aims.append({"measure": f"{operation} of {size}, speed, ours : {subject}",
+                aims.append({"measure": f"{operation} of {size}, speed, ours / {subject}",
                              "figure": ratio["ratio"], "aim": aim, "better": "higher"})
     upload = pieces.get(UPLOAD_MEMORY)
     if upload is not None:
-        aims.append({"measure": "upload of 64 MiB, most bytes in use at once",
-                     "figure": upload["most bytes"], "aim": UPLOAD_MEMORY_AIM, "better": "lower"})
-    session = pieces.get(SESSION_MEMORY)
-    if session is not None:
-        aims.append({"measure": "memory of a session without attributes, bytes",
-                     "figure": session["bytes"], "aim": SESSION_MEMORY_AIM, "better": "lower"})
+        aims.append({"measure": "upload of 64 MiB, peak heap, bytes",
+                     "figure": upload["peak bytes"], "aim": UPLOAD_MEMORY_AIM, "better": "lower"})
     return aims
 
 
@@ -130,7 +123,7 @@ def output_of(*command):
 
 
 def cache_of(build):
-    """The entries of CMake's cache."""
+    """Returns the entries of CMake's cache."""
     entries = {}
     for line in (build / "CMakeCache.txt").read_text().splitlines():
         key, equals, value = line.partition("=")
@@ -154,11 +147,11 @@ def conditions_of(build, context):
                         ":!docs/benchmarks.*")
     return {"processor": processor(), "cores": os.cpu_count(),
             "system": f"{platform.system()} {platform.release()}, {platform.machine()}",
-            "load at the beginning": ", ".join(f"{load:.1f}" for load in context["load_avg"]),
+            "load average before": ", ".join(f"{load:.1f}" for load in context["load_avg"]),
             "compiler": output_of(cache["CMAKE_CXX_COMPILER"], "--version").splitlines()[0],
             "flags": f"{kind}: {flags.strip()}",
             "commit": output_of("git", "rev-parse", "--short", "HEAD") +
-                      (", with changes" if changed else ""),
+                      (", modified" if changed else ""),
             "date": datetime.datetime.fromisoformat(context["date"]).date().isoformat()}
 
 
@@ -184,7 +177,7 @@ def make_report(pieces, whole, conditions):
 
 
 def number(value):
-    """Three digits that count, and thousands set apart."""
+    """Formats a value with three significant digits and thousands separators."""
     if value == int(value) or abs(value) >= 100:
         return f"{value:,.0f}"
     return f"{value:.{2 if abs(value) >= 1 else 3}f}"
@@ -224,37 +217,60 @@ def pieces_table(report):
                      percent(one["spread"]), number(round(one["allocations"], 1)),
                      number(round(one["bytes"], 1)), "" if ratio is None else number(ratio)])
     return table(["operation", "size", "subject", "ns", "spread", "allocations", "bytes",
-                  "its time : ours"], rows)
+                  "time / ours"], rows)
+
+
+INTRODUCTION = """\
+# Benchmarks
+
+What a request costs, compared with the smallest possible libfcgi program, and what the pieces of a
+request cost, compared with simpler code or another library. `scripts/bench` measures and writes
+this page; [footprint.md](footprint.md) has the memory of sessions, loops and requests.
+
+![Figures and their aims, and how times grow](benchmarks.svg)
+"""
+
+SPREAD = """
+Each figure is the median of several repetitions in random order. The spread is the interquartile
+range divided by the median: {median} for the median figure, {largest} for the worst. A difference
+smaller than the spread is noise."""
+
+WHOLE_REQUESTS = """
+## Whole requests
+
+The *bare loop* accepts a request, writes the same 1 KiB and finishes. At the end of each request
+libfcgi waits up to two seconds for the front server to close the connection; *without close wait*,
+that is switched off. The *container* is `fcgi_host` with a session, two listeners and a page.
+"""
+
+PIECES = """
+## Pieces of a request
+
+The time of one operation, and what it asks `malloc(3)` for: the count of allocations and the sum of
+their sizes, without the allocator's own overhead. The size is the number of entries, parameters,
+rows or bytes that the operation handles; the times of the map's operations are per entry. Uploads
+are measured in real time, all others in CPU time.
+"""
 
 
 def document(report):
     noise = report["noise"]
-    lines = ["# Benchmarks", "",
-             "`scripts/bench` measures and writes this page.", "",
-             "![Each figure by its aim, and how times grow](benchmarks.svg)", "",
-             "## Aims", ""] + aims_table(report)
+    lines = [INTRODUCTION, "## Aims", ""] + aims_table(report)
     lines += ["", "## Conditions", ""] + table(
         ["", ""], [[name, str(value)] for name, value in report["conditions"].items()])
     if noise is not None:
-        lines += ["", "Each figure is the median of several repetitions in mixed order. The spread "
-                  "is the width of the middle half of the repetitions, divided by the median: "
-                  f"{percent(noise['median'])} for the median figure, "
-                  f"{percent(noise['largest'])} for the worst. A difference smaller than the "
-                  "spread says nothing."]
+        lines.append(SPREAD.format(median=percent(noise["median"]),
+                                   largest=percent(noise["largest"])))
     if report["rows"]:
-        lines += ["", "## Whole requests", ""] + whole_table(report)
-    lines += ["", "## Pieces of a request", "",
-              "The time of one operation, and what it takes of memory. The size is the count of "
-              "entries, parameters, rows, or bytes that the operation handles; the times of the "
-              "map's operations are those of one entry. Uploads are timed by the clock, the rest "
-              "by the processor's time.", ""] + pieces_table(report)
+        lines += [WHOLE_REQUESTS] + whole_table(report)
+    lines += [PIECES] + pieces_table(report)
     return "\n".join(lines) + "\n"
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", type=pathlib.Path, required=True,
-                        help="the build folder; report.json goes there")
+                        help="the build folder; report.json is written there")
     parser.add_argument("--pieces", type=pathlib.Path, required=True)
     parser.add_argument("--whole", type=pathlib.Path)
     parser.add_argument("--docs", type=pathlib.Path,

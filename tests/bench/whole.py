@@ -1,10 +1,10 @@
 #!/usr/bin/python3
-"""Measures whole requests: the container beside a bare loop on the FastCGI kit.
+"""Measures whole requests: the container compared with a bare libfcgi loop.
 
     whole.py BUILD RESULT
 
-BUILD is the folder of the preset `bench`; RESULT gets the figures as JSON: "rows", "aims" and
-"curves".
+BUILD is the folder of the preset `bench`. The figures are written to RESULT as JSON: "rows", "aims"
+and "curves".
 """
 
 import json
@@ -21,16 +21,16 @@ import time
 import fastcgi
 from backend import Backend, Programs
 from front import Lighttpd, Load, Nginx
+from pages import FORM, PAGE, TEMPLATE, UPLOAD_TYPE, upload_of
 
 ROUNDS = 5
-AIMED_ROUNDS = 15  # of what there is an aim for; a virtual machine has bad moments
-SECONDS = 1  # of load at a time
-FEW, MANY = 200, 1200  # requests of two runs, whose difference is that of the requests alone
-BURST = 3000  # requests that wait in line
+AIMED_ROUNDS = 15  # where there is an aim: other guests of the host disturb some rounds
+SECONDS = 1  # of load per round
+# Requests of two runs: their difference has the requests alone, without start and stop.
+FEW, MANY = 200, 1200
+BURST = 3000  # queued requests
 UPLOAD = 64 << 20
 MEMORY_REQUESTS = 10_000
-FORM = "&".join(f"field{i}=value+{i}%21" for i in range(10))
-PAGE = "p=page&x=1"
 
 
 class Report:
@@ -52,7 +52,7 @@ class Report:
 
 
 def ratio(samples, others):
-    """Of two measured in turn: the median of the rounds' ratios."""
+    """Returns the median of the ratios of two series that were measured in turn."""
     return statistics.median(one / other for one, other in zip(samples, others))
 
 
@@ -66,7 +66,7 @@ class Bench:
         self.folder = pathlib.Path(folder)
         self.report = Report()
         self.started = 0
-        self.file = pathlib.Path(build) / "uploaded"  # on a disk, where a folder for such may not be
+        self.file = pathlib.Path(build) / "uploaded"  # on a disk
 
     def fresh(self):
         self.started += 1
@@ -75,8 +75,8 @@ class Bench:
     # ---- Through a front server
 
     def loads(self, front, programs, clients, query, form=None, rounds=ROUNDS):
-        """The samples of each program, measured in turn, each time in a process of its own: where
-        its memory and its threads come to lie makes a difference."""
+        """Returns the samples of each program. The programs take turns, and each round has a new
+        process, since the addresses of its memory and the cores of its threads matter."""
         samples = {program.name: [] for program in programs}
         for _ in range(rounds):
             for program in programs:
@@ -89,8 +89,8 @@ class Bench:
         for subject, loads in samples.items():
             for measure, unit, attribute in (
                     ("requests/s", "1/s", "rate"), ("median", "ms", "median"),
-                    ("99th percentile", "ms", "slowest"),
-                    ("back-end processor time", "s/10,000", "processor_seconds")):
+                    ("99th percentile", "ms", "percentile_99"),
+                    ("back-end CPU time", "s/10,000", "cpu_seconds")):
                 self.report.row(group, measure, subject,
                                 [getattr(load, attribute) for load in loads], unit)
 
@@ -101,9 +101,9 @@ class Bench:
                     self.page_through(front, loops, clients)
 
     def page_through(self, front, loops, clients):
-        programs = [self.programs.shipped_bare_loop(loops), self.programs.bare_loop(loops),
+        programs = [self.programs.default_bare_loop(loops), self.programs.bare_loop(loops),
                     self.programs.container(loops)]
-        # One loop that has always something to do shows what a request costs.
+        # One loop that is never idle shows what a request costs.
         is_aimed = (loops, clients) == (1, 8)
         samples = self.loads(front, programs, clients, PAGE,
                              rounds=AIMED_ROUNDS if is_aimed else ROUNDS)
@@ -112,45 +112,45 @@ class Bench:
         if is_aimed:
             self.aim_at(front, *samples.values())
 
-    def aim_at(self, front, shipped, bare, container):
+    def aim_at(self, front, default, bare, container):
         def compare(attribute, others):
             return ratio([getattr(load, attribute) for load in container],
                          [getattr(load, attribute) for load in others])
-        self.report.aim(f"requests/s behind {front.name}, container : bare loop without the wait",
+        self.report.aim(f"requests/s behind {front.name}, container / bare loop without close wait",
                         compare("rate", bare), 0.95, "higher")
         if front is Lighttpd:
-            self.report.aim("requests/s behind lighttpd, container : bare loop as the kit ships",
-                            compare("rate", shipped), 3, "higher")
-            self.report.aim("back-end processor time behind lighttpd, container : bare loop as the "
-                            "kit ships", compare("processor_seconds", shipped), 0.6, "lower")
+            self.report.aim("requests/s behind lighttpd, container / bare loop",
+                            compare("rate", default), 3, "higher")
+            self.report.aim("back-end CPU time behind lighttpd, container / bare loop",
+                            compare("cpu_seconds", default), 0.6, "lower")
 
     def other_pages(self):
-        for name, query, form in (("template page", "p=template", None),
+        for name, query, form in (("template page", TEMPLATE, None),
                                   ("form of 10 fields", "p=form", FORM)):
             for front in (Lighttpd, Nginx):
                 programs = [self.programs.bare_loop(), self.programs.container()]
                 self.note_loads(f"{name} behind {front.name}, 1 loop, 8 clients",
                                 self.loads(front, programs, 8, query, form))
 
-    # ---- Straight on the socket
+    # ---- Directly on the socket
 
     def costs(self):
         counts = {}
-        for name, query, body in (("page", PAGE, None), ("template page", "p=template", None),
+        for name, query, body in (("page", PAGE, None), ("template page", TEMPLATE, None),
                                   ("form of 10 fields", "p=form", FORM.encode())):
             for make in (self.programs.bare_loop, self.programs.container):
                 counts[name, make] = self.costs_of(name, make, query, body)
         bare = counts["page", self.programs.bare_loop]
         container = counts["page", self.programs.container]
-        self.report.aim("instructions a request, container : bare loop",
+        self.report.aim("instructions per request, container / bare loop",
                         container["instructions"] / bare["instructions"], 1.5, "lower")
-        self.report.aim("allocations a request beyond the bare loop's",
+        self.report.aim("allocations per request beyond the bare loop's",
                         container["allocations"] - bare["allocations"], 20, "lower")
-        # To whole calls: one read(2) more depends on whether the client has closed by then.
+        # Rounded: whether there is one read(2) more depends on when the client closes.
         beyond = container["system calls"] - bare["system calls"] - container["times"]
-        self.report.aim("system calls a request beyond the bare loop's, without times",
+        self.report.aim("system calls per request beyond the bare loop's, times(2) not counted",
                         round(beyond), 0, "lower")
-        self.report.aim("calls of times a request, one for each clock reading of the session steps",
+        self.report.aim("calls of times(2) per request, one per clock reading of the session steps",
                         round(container["times"], 1), 4, "lower")
 
     def costs_of(self, name, make, query, body):
@@ -176,7 +176,8 @@ class Bench:
 
     def serve(self, program, query, body, times, prefix=()):
         with Backend(program, self.fresh(), prefix) as backend:
-            backend.ask_often(fastcgi.request(query, cookie=backend.sign_in(), body=body), times)
+            data = fastcgi.request(query, cookie=backend.sign_in(), body=body)
+            backend.send_repeatedly(data, times)
 
     def instructions(self, program, query, body, times):
         out = self.fresh()
@@ -192,7 +193,7 @@ class Bench:
         return [int(number) for number in out.read_text().split()]
 
     def system_calls(self, program, query, body, times):
-        """All of them, and those of times(2)."""
+        """Returns the count of all system calls, and of those to times(2)."""
         out = self.fresh()
         self.serve(program, query, body, times, ["strace", "-f", "-qq", "-c", "-o", str(out)])
         rows = [line.split() for line in out.read_text().splitlines()]
@@ -204,11 +205,12 @@ class Bench:
         samples = {}
         for make in (self.programs.bare_loop, self.programs.container):
             with Backend(make(), self.fresh()) as backend:
-                backend.ask_often(fastcgi.request(PAGE, cookie=backend.sign_in()), MEMORY_REQUESTS)
+                data = fastcgi.request(PAGE, cookie=backend.sign_in())
+                backend.send_repeatedly(data, MEMORY_REQUESTS)
                 process = backend.process
-                samples[make] = {"private memory": process.private(),
-                                 "resident memory": process.resident(),
-                                 "peak resident memory": process.peak()}
+                samples[make] = {"private memory": process.private_memory(),
+                                 "resident memory": process.resident_memory(),
+                                 "peak resident memory": process.peak_memory()}
             for measure, value in samples[make].items():
                 self.report.row(f"memory after {MEMORY_REQUESTS:,} requests, 1 loop", measure,
                                 make().name, [value], "KiB")
@@ -218,11 +220,11 @@ class Bench:
                             container[measure] - bare[measure], aim, "lower")
 
     def burst(self, program):
-        """Requests a second of a program that nobody else's work holds up: they all wait in its
-        line, sent and with room for their answers, before it goes on."""
+        """Returns the requests per second and the private memory of a back end that never waits:
+        it is stopped until all requests are sent and queued."""
         with Backend(program, self.fresh()) as backend:
             data = fastcgi.request(PAGE, cookie=backend.sign_in())
-            fastcgi.ask(backend.path, data)
+            fastcgi.send(backend.path, data)
             os.kill(backend.process.pid, signal.SIGSTOP)
             connections = []
             for _ in range(BURST):
@@ -230,7 +232,7 @@ class Bench:
                 connections[-1].sendall(data)
             start = time.perf_counter()
             os.kill(backend.process.pid, signal.SIGCONT)
-            # Served in their order, so that nothing is to be done here until the end.
+            # They are served in order, so waiting for the last one leaves the CPU to the program.
             connections.reverse()
             lengths = {len(fastcgi.receive(connections[0]))}
             seconds = time.perf_counter() - start
@@ -238,7 +240,7 @@ class Bench:
             for connection in connections:
                 connection.close()
             assert len(lengths) == 1
-            memory = backend.process.private()
+            memory = backend.process.private_memory()
         return BURST / seconds, memory
 
     def loops(self):
@@ -250,55 +252,60 @@ class Bench:
                     bursts[loops].append(self.burst(make(loops)))
             rates = {loops: [rate for rate, _ in bursts[loops]] for loops in counts}
             for loops in counts:
-                self.report.row(f"back end alone, {counted(loops, 'loop')}", "requests/s", make().name,
-                                rates[loops], "1/s")
-            self.report.curve("Loops", "loops", "requests a second", make().name,
+                self.report.row(f"back end alone, {counted(loops, 'loop')}", "requests/s",
+                                make().name, rates[loops], "1/s")
+            self.report.curve("Loops", "loops", "requests/s", make().name,
                               [[loops, statistics.median(rates[loops])] for loops in counts])
             self.report.curve("Memory of the loops", "loops", "KiB private", make().name,
                               [[loops, statistics.median(memory for _, memory in bursts[loops])]
                                for loops in counts])
-        self.report.aim("a second loop : one loop, back end alone", ratio(rates[2], rates[1]), 1.7,
-                        "higher")
+        self.report.aim("requests/s of the back end alone, 2 loops / 1 loop",
+                        ratio(rates[2], rates[1]), 1.7, "higher")
 
     def uploads(self):
-        head = ("--frontier\r\nContent-Disposition: form-data; name=\"file\"; filename=\"image\"\r\n"
-                "Content-Type: application/octet-stream\r\n\r\n").encode()
-        content = os.urandom(1 << 20) * (UPLOAD >> 20)
-        data = fastcgi.request("p=upload", body=head + content + b"\r\n--frontier--\r\n",
-                               content_type="multipart/form-data; boundary=frontier")
         environment = {"FILE": str(self.file)}
         programs = [self.programs.bare_loop(environment=environment),
                     self.programs.container(environment=environment)]
+        samples, growth = self.times_of_uploads(programs)
+        for program, seconds in zip(programs, samples):
+            self.report.row("upload of 64 MiB, directly on the socket", "time", program.name,
+                            seconds, "s")
+        self.report.aim("upload of 64 MiB, speed, container / copying without parsing",
+                        ratio(*samples), 0.8, "higher")
+        self.report.aim("additional memory of an upload, KiB", growth, 256, "lower")
+
+    def times_of_uploads(self, programs):
+        """Returns the seconds of the uploads to each program, which take turns, and how much the
+        peak memory of the last one has grown."""
+        data = fastcgi.request("p=upload", body=upload_of(os.urandom(1 << 20) * (UPLOAD >> 20)),
+                               content_type=UPLOAD_TYPE)
         backends = [Backend(program, self.fresh()) for program in programs]
-        samples = [[], []]
-        growth = []
+        samples = [[] for _ in backends]
         try:
             for backend in backends:
-                backend.ask("p=page")
-            before = backends[1].process.peak()
+                backend.send(PAGE)
+            before = backends[-1].process.peak_memory()
             for _ in range(AIMED_ROUNDS):
                 for backend, seconds in zip(backends, samples):
-                    start = time.perf_counter()
-                    answer = fastcgi.ask(backend.path, data)
-                    seconds.append(time.perf_counter() - start)
-                    assert "Status: 422" not in answer
-                assert self.file.stat().st_size == UPLOAD
-            growth.append(backends[1].process.peak() - before)
+                    seconds.append(self.time_of_upload(backend, data))
+            return samples, backends[-1].process.peak_memory() - before
         finally:
             for backend in backends:
                 backend.stop()
             self.file.unlink(missing_ok=True)
-        for program, seconds in zip(programs, samples):
-            self.report.row("upload of 64 MiB, straight on the socket", "time", program.name,
-                            seconds, "s")
-        self.report.aim("upload of 64 MiB, speed of copying without parsing : container",
-                        ratio(*samples), 0.8, "higher")
-        self.report.aim("additional memory of an upload, KiB", growth[0], 256, "lower")
+
+    def time_of_upload(self, backend, data):
+        start = time.perf_counter()
+        response = fastcgi.send(backend.path, data)
+        seconds = time.perf_counter() - start
+        assert "Status: 422" not in response and self.file.stat().st_size == UPLOAD
+        return seconds
 
 
 def main():
     build, result = sys.argv[1:]
-    resource.setrlimit(resource.RLIMIT_NOFILE, [max(resource.getrlimit(resource.RLIMIT_NOFILE))] * 2)
+    most = max(resource.getrlimit(resource.RLIMIT_NOFILE))
+    resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))
     with tempfile.TemporaryDirectory(prefix="bench.") as folder:
         bench = Bench(build, folder)
         os.environ["TEMPLATE"] = str(pathlib.Path(__file__).parent / "requests/page.html")

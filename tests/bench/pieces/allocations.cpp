@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 
-// What the C library calls its own, for those who stand before it.
+// The C library's own functions, behind the names that this file replaces.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
@@ -15,32 +15,32 @@ void __libc_free(void* memory);
 
 namespace {
 
-pieces::Allocations soFar{};
+pieces::Allocations total{};
 long inUse = 0;
-long mostInUse = 0;
+long peakInUse = 0;
 
 long usableSize(void* memory) {
     return static_cast<long>(malloc_usable_size(memory)); // 0 for null
 }
 
-void* taken(void* memory, std::size_t size) {
-    ++soFar.count;
-    soFar.bytes += static_cast<long>(size);
+void* counted(void* memory, std::size_t size) {
+    ++total.count;
+    total.bytes += static_cast<long>(size);
     inUse += usableSize(memory);
-    mostInUse = std::max(mostInUse, inUse);
+    peakInUse = std::max(peakInUse, inUse);
     return memory;
 }
 
 } // namespace
 
 pieces::Allocations pieces::allocationsSoFar() {
-    return soFar;
+    return total;
 }
 
 pieces::AllocationCounter::~AllocationCounter() {
     using benchmark::Counter;
-    // Before the counters themselves take memory.
-    const Allocations now = soFar;
+    // Read first: setting the counters allocates.
+    const Allocations now = total;
     m_state.counters["allocations"] =
         Counter(static_cast<double>(now.count - m_before.count), Counter::kAvgIterations);
     m_state.counters["bytes"] =
@@ -49,34 +49,34 @@ pieces::AllocationCounter::~AllocationCounter() {
 
 void pieces::AllocationCounter::pause() {
     m_state.PauseTiming();
-    m_paused = soFar;
+    m_paused = total;
 }
 
 void pieces::AllocationCounter::resume() {
-    m_before.count += soFar.count - m_paused.count;
-    m_before.bytes += soFar.bytes - m_paused.bytes;
+    m_before.count += total.count - m_paused.count;
+    m_before.bytes += total.bytes - m_paused.bytes;
     m_state.ResumeTiming();
 }
 
 pieces::PeakMemory::PeakMemory() : m_before(inUse) {
-    mostInUse = inUse;
+    peakInUse = inUse;
 }
 
 long pieces::PeakMemory::bytes() const {
-    return mostInUse - m_before;
+    return peakInUse - m_before;
 }
 
 void* malloc(std::size_t size) {
-    return taken(__libc_malloc(size), size);
+    return counted(__libc_malloc(size), size);
 }
 
 void* calloc(std::size_t count, std::size_t size) {
-    return taken(__libc_calloc(count, size), count * size);
+    return counted(__libc_calloc(count, size), count * size);
 }
 
 void* realloc(void* memory, std::size_t size) {
     inUse -= usableSize(memory);
-    return taken(__libc_realloc(memory, size), size);
+    return counted(__libc_realloc(memory, size), size);
 }
 
 void free(void* memory) {

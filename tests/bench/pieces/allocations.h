@@ -1,5 +1,5 @@
-// Takes the place of malloc(3) in the program, and so of what stands on it, operator new too, and
-// counts what it gives, to the libraries of the program too. Of one thread.
+// Counts the allocations of the program and its libraries: replaces malloc(3), on which operator
+// new stands. Not thread-safe.
 #ifndef ALLOCATIONS_H
 #define ALLOCATIONS_H
 
@@ -7,15 +7,15 @@
 
 namespace pieces {
 
-// What was asked for since the program began.
+// The allocations since the program began.
 struct Allocations {
     long count;
     long bytes;
 };
 Allocations allocationsSoFar();
 
-// Sets the counters "allocations" and "bytes" of a benchmark to what one iteration of it takes
-// between construction and destruction, less what was made between pause() and resume().
+// Sets the counters "allocations" and "bytes" of a benchmark to those of one iteration, as made
+// between construction and destruction, without those between pause() and resume().
 class AllocationCounter {
 public:
     explicit AllocationCounter(benchmark::State& state)
@@ -24,7 +24,7 @@ public:
     AllocationCounter(const AllocationCounter&) = delete;
     AllocationCounter& operator=(const AllocationCounter&) = delete;
 
-    // The timing rests too.
+    // Pauses the timing, too.
     void pause();
     void resume();
 
@@ -34,8 +34,8 @@ private:
     Allocations m_paused{};
 };
 
-// The most bytes that are in use at once from construction on, beyond those in use before. One at
-// a time.
+// Measures how much the heap grows, at its peak, beyond its size at construction. Only one object
+// may exist at a time.
 class PeakMemory {
 public:
     PeakMemory();

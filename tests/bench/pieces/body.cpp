@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::size_t kPieceBytes = 8192;
 
-// The kit's streams are not const; nobody writes through a reader.
+// libfcgi's streams are not const, but a reader never writes.
 unsigned char* bytesOf(const std::string& text) {
     return reinterpret_cast<unsigned char*>(const_cast<char*>(text.data()));
 }
@@ -35,13 +35,13 @@ void pieces::Body::fill(FCGX_Stream* stream) {
         stream->isClosed = 1;
 }
 
-pieces::DroppedOutput::DroppedOutput() {
+pieces::DiscardedOutput::DiscardedOutput() {
     m_stream.emptyBuffProc = empty;
     m_stream.data = this;
     m_stream.wrNext = m_buffer;
     m_stream.stop = m_buffer + sizeof m_buffer;
 }
 
-void pieces::DroppedOutput::empty(FCGX_Stream* stream, int) {
-    stream->wrNext = static_cast<DroppedOutput*>(stream->data)->m_buffer;
+void pieces::DiscardedOutput::empty(FCGX_Stream* stream, int) {
+    stream->wrNext = static_cast<DiscardedOutput*>(stream->data)->m_buffer;
 }

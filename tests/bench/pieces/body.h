@@ -1,4 +1,4 @@
-// FastCGI streams that cost next to nothing themselves.
+// FastCGI streams of almost no cost.
 #ifndef BODY_H
 #define BODY_H
 
@@ -9,7 +9,7 @@
 
 namespace pieces {
 
-// A body that can be read again and again, in pieces of the size that the FastCGI kit has.
+// A body that can be read repeatedly, in pieces of libfcgi's size.
 class Body {
 public:
     // `text` is not copied and must outlive the body.
@@ -17,7 +17,7 @@ public:
     Body(const Body&) = delete;
     Body& operator=(const Body&) = delete;
 
-    // From the beginning.
+    // Returns the stream, rewound to the beginning.
     FCGX_Stream* stream();
 
 private:
@@ -28,12 +28,12 @@ private:
     FCGX_Stream m_stream{};
 };
 
-// Takes what is written, through a buffer of the size that the FastCGI kit has, and drops it.
-class DroppedOutput {
+// Discards all output, through a buffer of libfcgi's size.
+class DiscardedOutput {
 public:
-    DroppedOutput();
-    DroppedOutput(const DroppedOutput&) = delete;
-    DroppedOutput& operator=(const DroppedOutput&) = delete;
+    DiscardedOutput();
+    DiscardedOutput(const DiscardedOutput&) = delete;
+    DiscardedOutput& operator=(const DiscardedOutput&) = delete;
 
     FCGX_Stream* stream() { return &m_stream; }
 

@@ -1,5 +1,5 @@
-// Decoding what a client sent, looking one name up and freeing the list; and the same by a decoder
-// that overwrites a copy of the text on the stack of its caller.
+// Decodes what a client sent, looks one name up and frees the list; compared with a decoder that
+// overwrites a copy of the text on the caller's stack.
 #include "pieces.h"
 
 #include "body.h"
@@ -16,12 +16,11 @@ namespace {
 
 using namespace pieces;
 
-constexpr std::size_t kLongestText = 4096;
+constexpr std::size_t kMaxText = 4096;
 
-// The look-up is of the name in the middle.
 struct Text {
     std::string text;
-    std::string wanted;
+    std::string wanted; // the name that is looked up, in the middle of the text
 };
 
 std::string fieldName(long number) {
@@ -53,13 +52,13 @@ void lookUpOurs(Decode decode, const Text& source) {
 using DecodeInPlace = InPlacePairs (*)(char*);
 
 void lookUpInPlace(DecodeInPlace decode, const Text& source) {
-    std::array<char, kLongestText> copy;
+    std::array<char, kMaxText> copy;
     std::memcpy(copy.data(), source.text.c_str(), source.text.size() + 1);
     const InPlacePairs pairs = decode(copy.data());
     benchmark::DoNotOptimize(pairs.find(source.wanted.c_str()));
 }
 
-// A comparison of decoders that do not agree would say nothing.
+// Ends the program if the decoders differ: comparing their times would be meaningless.
 void checkThatBothAgree(Decode ours, DecodeInPlace inPlace, const Text& source) {
     std::string text = source.text;
     const InPlacePairs pairs = inPlace(text.data());

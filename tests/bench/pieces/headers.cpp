@@ -1,4 +1,4 @@
-// A response object whose header block is written.
+// Sets the headers of a response and writes them.
 #include "pieces.h"
 
 #include "body.h"
@@ -9,7 +9,7 @@
 
 namespace {
 
-// One request whose output nobody keeps.
+// One request whose output is discarded.
 class Exchange {
 public:
     Exchange() { m_request.out = m_out.stream(); }
@@ -22,7 +22,7 @@ public:
     }
 
 private:
-    pieces::DroppedOutput m_out;
+    pieces::DiscardedOutput m_out;
     FCGX_Request m_request{};
 };
 

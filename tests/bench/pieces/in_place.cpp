@@ -11,7 +11,7 @@ int digit(char byte) {
     return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
 
-// Takes one byte off the front of `text`, which is terminated, decoded if it is escaped.
+// Takes one byte, or one escape, off the front of the terminated `text`, and returns it decoded.
 char takeByte(char*& text) {
     if (*text == '%' && digit(text[1]) >= 0 && digit(text[2]) >= 0) {
         text += 3;
@@ -20,7 +20,8 @@ char takeByte(char*& text) {
     return *text++;
 }
 
-// False when the text holds a zero byte afterwards. There must be room for a terminator at `end`.
+// Decodes in place and returns whether the result is free of zero bytes. Writes a terminator to
+// `end`.
 bool decode(char* text, char* end) {
     *end = '\0';
     while (text < end && *text != '%')

@@ -1,11 +1,11 @@
-// What the pieces of a request cost: run it with --help for what can be chosen.
+// Measures the pieces of a request; --help lists the options.
 #include "pieces.h"
 #include "template_pages.h"
 
 #include <cstdlib>
 
 int main(int argc, char** argv) {
-    // Records of the daily kind would be most of what some operations do.
+    // Otherwise writing log records would dominate some operations.
     setenv("APP_LOG_LEVEL", "3", 0);
 
     pieces::addMap();

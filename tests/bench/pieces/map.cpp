@@ -1,5 +1,5 @@
-// The hash map beside the standard one, with texts for keys as the session table has them. Times
-// are those of one entry.
+// Compares the hash map with std::unordered_map, with keys like those of the session table. Times
+// are per entry.
 #include "pieces.h"
 
 #include "QKSTL/QKHashMap.h"
@@ -12,8 +12,7 @@ namespace {
 
 using namespace pieces;
 
-// One iteration handles so many entries, in as many maps as they fill: the watch is too coarse for
-// ten of them.
+// Entries of one iteration, in as many maps as they fill: the clock is too coarse for ten entries.
 constexpr long kEntries = 10000;
 
 using Keys = std::vector<std::string>;

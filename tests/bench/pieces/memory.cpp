@@ -1,11 +1,8 @@
-// What small objects take, by the counter "bytes": a session without attributes, and the headers of
-// a response.
+// The memory of a response's headers, shown by the counter "bytes". docs/footprint.md has the
+// memory of a session.
 #include "pieces.h"
 
 #include "QKSTL/QKHashMap.h"
-#include "http_session.h"
-
-#include <memory>
 
 namespace {
 
@@ -19,9 +16,6 @@ void fillHeaderMap(long count) {
 } // namespace
 
 void pieces::addMemory() {
-    const std::string address = "192.0.2.7";
-    add("memory/session", 1, "ours",
-        [address] { benchmark::DoNotOptimize(std::make_unique<HttpSessionImpl>(address)); });
     for (const long count : {0, 1, 3, 10})
         add("memory/header map", count, "ours", [count] { fillHeaderMap(count); });
 }

@@ -1,8 +1,7 @@
-// The benchmarks of this program, and how each of them is measured.
+// Registers the benchmarks of this program.
 //
-// A name is GROUP/OPERATION/SIZE/SUBJECT. The subject "ours" stands beside another one of the same
-// GROUP/OPERATION/SIZE where there is something to compare with; SIZE is the count of what the
-// operation handles, entries, parameters, rows.
+// A name is GROUP/OPERATION/SIZE/SUBJECT. The subject "ours" is compared with other subjects of the
+// same GROUP/OPERATION/SIZE; SIZE is the number of entries, parameters, rows or bytes handled.
 #ifndef PIECES_H
 #define PIECES_H
 
@@ -15,7 +14,7 @@
 
 namespace pieces {
 
-// Each registers the benchmarks of one subject.
+// Each function registers the benchmarks of one group.
 void addMap();
 void addRequest();
 void addHeaders();
@@ -30,7 +29,7 @@ inline std::string nameOf(const std::string& operation, long size, const std::st
     return operation + "/" + std::to_string(size) + "/" + subject;
 }
 
-// Adds a benchmark of `step`, which does the operation once.
+// Adds a benchmark of `step`, which performs the operation once.
 template <class Step>
 benchmark::internal::Benchmark* add(const std::string& operation, long size,
                                     const std::string& subject, Step step) {

@@ -1,4 +1,4 @@
-// Making and dropping the request object, which decodes everything that the client sent.
+// Constructs and destroys the request object, which decodes everything that the client sent.
 #include "pieces.h"
 
 #include "http_request.h"

@@ -1,4 +1,4 @@
-// What every request is looked through for.
+// The screening of every request.
 #include "pieces.h"
 
 #include "servlet_controller.h"
@@ -6,7 +6,7 @@
 #include <memory>
 
 void pieces::addScreening() {
-    // Without a configuration there are no plug-ins, and none are asked.
+    // Screening needs no plug-ins, so the configuration is empty.
     const auto controller = std::make_shared<ServletController>("");
     const std::string url = "/servlet?p=settings-datetime&q=load&acc=0&jumpto=status";
     const std::string value = "settings-datetime";

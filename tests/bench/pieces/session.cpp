@@ -1,4 +1,4 @@
-// Sessions by how many there are. A table of so many is made once and serves all measurements.
+// Operations on session tables of several sizes. Each table is filled once, for all measurements.
 #include "pieces.h"
 
 #include "http_request.h"
@@ -16,10 +16,9 @@ namespace {
 using namespace pieces;
 
 constexpr int kNoLimit = 1000 * 1000 * 1000; // seconds
-// Between two looks at the watch.
-constexpr long kBatch = 64;
+constexpr long kBatch = 64;                  // operations between two readings of the clock
 
-// `count` idle sessions that do not expire, and requests of some of them, spread over the table.
+// A table of idle sessions that do not expire, and requests of some of them, spread over the table.
 class Population {
 public:
     explicit Population(long count) {
@@ -41,7 +40,7 @@ public:
                 session = m_factory.createSession(m_address);
             counter.pause();
             for (HttpSessionImpl* session : made)
-                drop(session);
+                remove(session);
             counter.resume();
         }
     }
@@ -51,7 +50,7 @@ public:
         while (state.KeepRunningBatch(kBatch))
             for (const auto& request : m_requests)
                 if (m_factory.getSession(&request->impl) == nullptr)
-                    state.SkipWithError("a session is gone");
+                    state.SkipWithError("a session was not found");
     }
 
     void sweep() { m_factory.checkSession(); }
@@ -74,7 +73,7 @@ private:
         return session;
     }
 
-    void drop(HttpSessionImpl* session) {
+    void remove(HttpSessionImpl* session) {
         std::string id = session->getId();
         m_factory.removeSession(id);
         delete session;

@@ -1,4 +1,4 @@
-// Pages from templates, by how many rows they have.
+// Renders templates with tables of several lengths.
 #include "pieces.h"
 
 #include "body.h"
@@ -12,7 +12,7 @@ using namespace pieces;
 
 void addPages(long rows) {
     const auto content = std::make_shared<const PageContent>(rows);
-    const auto out = std::make_shared<DroppedOutput>();
+    const auto out = std::make_shared<DiscardedOutput>();
     add("template/fill and render", rows, "ours", [content, out] {
         const OurVariables variables = fillOurs(*content);
         renderOurs(variables.get(), out->stream());
@@ -31,7 +31,7 @@ void addPages(long rows) {
 } // namespace
 
 void pieces::addTemplate() {
-    const auto out = std::make_shared<DroppedOutput>();
+    const auto out = std::make_shared<DiscardedOutput>();
     add("template/parse", static_cast<long>(ourTemplateText().size()), "ours", [out] {
         TMPL_web_write("page.html", ourTemplateText().c_str(), nullptr, nullptr, nullptr, stderr);
     });

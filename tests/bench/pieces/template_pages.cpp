@@ -15,7 +15,7 @@ namespace {
 
 using namespace pieces;
 
-// Longer than the cache of ours lets a new file settle.
+// Longer than the time for which our cache does not trust a new file.
 constexpr std::chrono::seconds kSettleTime{4};
 
 const std::vector<std::string>& variableNames() {

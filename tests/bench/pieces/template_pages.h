@@ -1,5 +1,5 @@
-// One page written by the device's templates and by ctemplate: variables in a head, and a table of
-// rows of six cells, all escaped for HTML.
+// One page, rendered by the device's templates and by ctemplate: variables at the top, and a table
+// with rows of six cells, all escaped for HTML.
 #ifndef TEMPLATE_PAGES_H
 #define TEMPLATE_PAGES_H
 
@@ -16,7 +16,7 @@ namespace pieces {
 constexpr int kVariables = 20;
 constexpr int kCells = 6;
 
-// What the page shows.
+// The values that the page shows.
 struct PageContent {
     explicit PageContent(long rows);
 
@@ -24,9 +24,9 @@ struct PageContent {
     std::vector<std::vector<std::string>> rows;
 };
 
-// The template's text in the language of each.
+// Returns the template in the device's own syntax.
 const std::string& ourTemplateText();
-// Files that both caches keep: waits until they are old enough for that.
+// Returns a template file; waits until the file is old enough to be cached.
 const std::string& ourTemplateFile();
 const std::string& theirTemplateFile();
 
@@ -42,7 +42,7 @@ TheirVariables fillTheirs(const PageContent& content);
 void renderOurs(const TMPL_varlist* variables, FCGX_Stream* out);
 void renderTheirs(const ctemplate::TemplateDictionary& variables, FCGX_Stream* out);
 
-// Ends the program unless both write the same bytes.
+// Ends the program unless both render the same bytes.
 void checkThatPagesAreEqual();
 
 } // namespace pieces

@@ -8,7 +8,7 @@
 pieces::TemporaryFolder::TemporaryFolder()
     : m_path(std::filesystem::temp_directory_path() / "pieces.XXXXXX") {
     if (mkdtemp(m_path.data()) == nullptr) {
-        std::perror("pieces: no temporary folder");
+        std::perror("pieces: cannot create a temporary folder");
         std::abort();
     }
 }

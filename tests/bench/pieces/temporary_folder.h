@@ -1,4 +1,4 @@
-// A folder of its own, removed with everything in it.
+// A temporary folder, removed with its content by the destructor.
 #ifndef TEMPORARY_FOLDER_H
 #define TEMPORARY_FOLDER_H
 
@@ -8,7 +8,7 @@ namespace pieces {
 
 class TemporaryFolder {
 public:
-    // In TMPDIR, or /tmp. Ends the program when there can be none.
+    // Creates it in $TMPDIR or /tmp. Ends the program on failure.
     TemporaryFolder();
     ~TemporaryFolder();
     TemporaryFolder(const TemporaryFolder&) = delete;

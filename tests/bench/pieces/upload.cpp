@@ -1,5 +1,5 @@
-// An upload of 64 MiB into a file, beside the least that storing the same bytes can be: read a
-// piece, write it, sync, rename. The counter "most bytes" is the memory in use at once.
+// Stores an upload of 64 MiB in a file; compared with storing the same bytes in the simplest way:
+// read a piece, write it, sync, rename. The counter "peak bytes" is the peak of the heap.
 #include "pieces.h"
 
 #include "body.h"
@@ -22,7 +22,7 @@ constexpr long kMebibytes = 64;
 constexpr std::size_t kPieceBytes = 16 * 1024;
 const char* const kType = "multipart/form-data; boundary=----kBoundary7MA4YWxkTrZu0gW";
 
-// Bytes of every kind, as a compressed firmware image has them.
+// Random bytes, like those of a compressed firmware image.
 std::string content() {
     std::mt19937_64 random(1);
     std::string bytes(kMebibytes * 1024 * 1024, '\0');
@@ -87,12 +87,12 @@ Upload& upload() {
     return instance;
 }
 
-void storeAgainAndAgain(benchmark::State& state, Upload& made, bool (Upload::*store)()) {
+void storeRepeatedly(benchmark::State& state, Upload& made, bool (Upload::*store)()) {
     const AllocationCounter counter(state);
     for (auto each : state) {
         static_cast<void>(each);
         if (!(made.*store)())
-            state.SkipWithError("nothing was stored");
+            state.SkipWithError("the upload was not stored");
     }
 }
 
@@ -100,8 +100,8 @@ void addOne(const char* subject, bool (Upload::*store)()) {
     const auto run = [store](benchmark::State& state) {
         Upload& made = upload();
         const PeakMemory peak;
-        storeAgainAndAgain(state, made, store);
-        state.counters["most bytes"] = static_cast<double>(peak.bytes());
+        storeRepeatedly(state, made, store);
+        state.counters["peak bytes"] = static_cast<double>(peak.bytes());
         state.SetBytesProcessed(state.iterations() * kMebibytes * 1024 * 1024);
     };
     benchmark::RegisterBenchmark(nameOf("upload/MiB to a file", kMebibytes, subject).c_str(), run)

@@ -1,8 +1,8 @@
-// The least that a FastCGI program can do: what the container is measured against.
+// The smallest libfcgi program, with which the container is compared.
 //   bare_loop [LOOPS]
-// Serves the listening socket at file descriptor 0 by LOOPS threads, 1 by default, until SIGTERM:
-// a page of 1 KiB; for a POST the body is read first, and with FILE in the environment copied to
-// that file, whatever is in it. LIBFCGI_OS_CLOSE_POLL_TIMEOUT is left to the caller.
+// LOOPS threads, 1 by default, accept on file descriptor 0 until SIGTERM and serve a page of 1 KiB.
+// The body of a POST is read first, and copied to the file that the environment variable FILE
+// names, if any. LIBFCGI_OS_CLOSE_POLL_TIMEOUT is left as it is.
 #include <fcgiapp.h>
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -32,7 +32,7 @@ int acceptRequest(FCGX_Request& request) {
     return FCGX_Accept_r(&request);
 }
 
-// Through a file beside it, and to the disk, as a careful program stores an upload.
+// Writes to a temporary file, syncs and renames it, so that a crash leaves no partial upload.
 void copyBody(FCGX_Stream* in, const char* path) {
     const std::string temporary = std::string(path) + ".new";
     const int file = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);

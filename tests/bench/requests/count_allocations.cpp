@@ -1,5 +1,5 @@
-// Preloaded into a program, writes "allocations bytes" of its whole run to the file that the
-// environment names by ALLOCATIONS when the program ends.
+// Counts the allocations of the program into which it is preloaded. At exit writes their number and
+// the sum of their bytes to the file that the environment variable ALLOCATIONS names.
 #include <atomic>
 #include <cstddef>
 #include <cstdio>

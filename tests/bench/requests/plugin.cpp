@@ -1,4 +1,4 @@
-// The pages and listeners that are measured, on the plain plug-in interfaces.
+// The pages and listeners that are measured, written without the plug-in kit.
 #include "HttpListener.h"
 #include "HttpRequest.h"
 #include "HttpResponse.h"
@@ -19,7 +19,7 @@ constexpr int kFields = 10;
 constexpr int kDay = 24 * 60 * 60; // seconds
 const char* const kEnd = nullptr;
 
-class Passing final : public HttpListener {
+class PassingListener final : public HttpListener {
 public:
     void init() override {}
     bool onRequest(HttpRequest*, HttpResponse*) override { return true; }
@@ -40,7 +40,7 @@ void setHeaders(HttpResponse* response) {
     response->setHeader("X-Content-Type-Options", "nosniff");
 }
 
-// Three headers and 1 KiB. Its session must have been found; the page says when it was not.
+// Three headers and 1 KiB. Answers 403 unless the request has a session.
 class Page final : public Servlet {
 public:
     void service(HttpRequest* request, HttpResponse* response) override {
@@ -52,7 +52,7 @@ public:
     }
 };
 
-// Makes the session that the other pages find.
+// Creates the session that the other pages find.
 class SignIn final : public Servlet {
 public:
     void service(HttpRequest* request, HttpResponse* response) override {
@@ -82,7 +82,7 @@ private:
     }
 };
 
-// Shows the fields of a form, which says that they have arrived.
+// Shows the fields of a form, and answers 422 if one is missing.
 class Form final : public Servlet {
 public:
     void service(HttpRequest* request, HttpResponse* response) override {
@@ -110,7 +110,7 @@ public:
 
 extern "C" {
 HttpListener* createListener() {
-    static Passing listener; // nobody frees listeners
+    static PassingListener listener; // the container does not delete listeners
     return &listener;
 }
 HttpServlet* createPage() {

@@ -1,4 +1,4 @@
-// What a request costs in allocations: more than these is noticed here, and has to be wanted.
+// Limits the allocations of a request, so that an additional one is a deliberate decision.
 #include "counted_memory.h"
 #include "http_session.h"
 #include "servlet_controller.h"
@@ -19,10 +19,9 @@ using kit::testing::post;
 using kit::testing::Request;
 
 constexpr char kClient[] = "10.0.0.5";
-constexpr std::size_t kMostBytes = 64 * 1024;
+constexpr std::size_t kMaxResponse = 64 * 1024;
 
-// The container with the plug-in that is measured: two listeners that let everything through, and
-// a client with a session.
+// The container with the benchmark's plug-in, which has two listeners, and a client with a session.
 class Allocations : public testing::Test {
 protected:
     Allocations() {
@@ -33,26 +32,26 @@ protected:
     }
     ~Allocations() override { m_controller.destroy(); }
 
-    // Of the second of two equal requests: the first one makes what is made once.
-    long of(const Request& asked) {
-        serve(asked);
-        return serve(asked);
+    // Returns the allocations of the second of two equal requests: the first one fills caches.
+    long allocationsOf(const Request& request) {
+        serve(request);
+        return serve(request);
     }
 
 private:
-    long serve(const Request& asked) {
-        MemoryRequest request = asked.from(kClient).cookie("JSESSIONID", m_id).inMemory();
-        // Room for the whole answer, which then is no allocation of the stream's.
+    long serve(const Request& description) {
+        MemoryRequest request = description.from(kClient).cookie("JSESSIONID", m_id).inMemory();
+        // Room for the whole response, so that the stream does not allocate.
         FCGX_Stream* out = request.get()->out;
-        std::vector<unsigned char> answer(kMostBytes);
-        out->wrNext = answer.data();
-        out->stop = answer.data() + answer.size();
+        std::vector<unsigned char> response(kMaxResponse);
+        out->wrNext = response.data();
+        out->stop = response.data() + response.size();
         const long before = counted_memory::made();
         EXPECT_EQ(m_controller.doService(request.get()), 200);
         const long made = counted_memory::made() - before;
-        const std::string text(answer.data(), out->wrNext);
+        const std::string text(response.data(), out->wrNext);
         EXPECT_NE(text.find("Cache-Control: no-store"), std::string::npos);
-        EXPECT_EQ(text.find("Status:"), std::string::npos) << "not the page";
+        EXPECT_EQ(text.find("Status:"), std::string::npos) << "the page reports an error";
         return made;
     }
 
@@ -60,22 +59,22 @@ private:
     std::string m_id;
 };
 
-TEST_F(Allocations, OfAPageWithASessionAndThreeHeaders) {
+TEST_F(Allocations, PageWithSessionAndThreeHeadersStaysWithinBudget) {
     // The request, the response and its map of headers; the map's buckets and its block of nodes;
     // a name and a value of more than 15 bytes; the cookies and the query; the variable "local".
-    EXPECT_LE(of(get("/servlet?p=page&x=1")), 11);
+    EXPECT_LE(allocationsOf(get("/servlet?p=page&x=1")), 11);
 }
 
-TEST_F(Allocations, OfAFormOfTenFields) {
+TEST_F(Allocations, FormOfTenFieldsStaysWithinBudget) {
     kit::testing::Fields fields;
     for (int i = 0; i < 10; ++i)
         fields.emplace_back("field" + std::to_string(i), "value " + std::to_string(i) + "!");
-    EXPECT_LE(of(post("/servlet?p=form").form(fields)), 13);
+    EXPECT_LE(allocationsOf(post("/servlet?p=form").form(fields)), 13);
 }
 
-TEST_F(Allocations, OfATemplateOfTwentyVariablesAndFiftyRows) {
+TEST_F(Allocations, TemplateOfTwentyVariablesAndFiftyRowsStaysWithinBudget) {
     // Most are the page's own, for the texts of its rows.
-    EXPECT_LE(of(get("/servlet?p=template")), 163);
+    EXPECT_LE(allocationsOf(get("/servlet?p=template")), 163);
 }
 
 } // namespace
