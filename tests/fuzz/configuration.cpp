@@ -1,5 +1,5 @@
-// The plug-in configuration: any bytes, and documents that are written by what they are to say.
-// The file is in memory, and every library that it names is this program.
+// Reads the plug-in configuration from arbitrary bytes, and from generated documents whose content
+// is known. The file is in memory, and every library that it names is this program.
 #include "fuzz.h"
 #include "plugin_loader.h"
 
@@ -13,7 +13,7 @@ extern "C" {
 void* __real_dlopen(const char* path, int mode);
 
 void* __wrap_dlopen(const char* path, int mode) {
-    fuzz::require(path != nullptr, "a library has a path");
+    fuzz::require(path != nullptr, "a library is opened by its path");
     return __real_dlopen(nullptr, mode);
 }
 }
@@ -28,11 +28,11 @@ public:
         m_path = "/proc/self/fd/" + std::to_string(m_file);
     }
 
-    const char* hold(const std::string& text) {
+    const char* write(const std::string& text) {
         const bool written =
             ftruncate(m_file, 0) == 0 &&
             pwrite(m_file, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
-        require(written, "there is memory for a file");
+        require(written, "the test can write its file");
         return m_path.c_str();
     }
 
@@ -51,8 +51,8 @@ std::string escaped(const std::string& text) {
     return result;
 }
 
-// The characters that a document may hold and that are one byte each.
-std::string asciiOf(const std::string& text) {
+// Returns the printable ASCII characters of the text.
+std::string printableAscii(const std::string& text) {
     std::string result;
     for (const char byte : text)
         if (byte >= ' ' && byte <= '~')
@@ -66,15 +66,16 @@ struct Expected {
     std::list<std::string> listeners;
 };
 
-// Each line is one element: its first byte tells which, then id and function, parted by a blank.
-Expected written(fuzz::Input& input) {
+// Generates a document. Each line is one element: a byte for its kind, then id and function,
+// separated by a blank.
+Expected generated(fuzz::Input& input) {
     Expected expected;
     while (!input.isEmpty()) {
         const unsigned kind = input.byte();
         const std::string text = input.line();
         fuzz::Input line(text);
-        const std::string id = asciiOf(line.upTo(" "));
-        const std::string function = asciiOf(line.rest());
+        const std::string id = printableAscii(line.upTo(" "));
+        const std::string function = printableAscii(line.rest());
         const std::string name = kind == 's' ? "servlet" : kind == 'l' ? "listener" : "other";
         expected.document +=
             "<" + name + " id=\"" + escaped(id) + "\" createfunction='" + escaped(function) + "'/>";
@@ -87,10 +88,10 @@ Expected written(fuzz::Input& input) {
     return expected;
 }
 
-void requireHolds(const PluginLoader& loader, const Expected& expected) {
-    require(*loader.listenerConfig == expected.listeners, "listeners are read in their order");
+void requireContent(const PluginLoader& loader, const Expected& expected) {
+    require(*loader.listenerConfig == expected.listeners, "listeners are read in order");
     require(loader.servletConfig->m_nCount == static_cast<int>(expected.servlets.size()),
-            "there are as many servlets");
+            "all servlets are read, once each");
     for (const auto& [id, function] : expected.servlets) {
         const auto* entry = loader.servletConfig->getAssoc(id);
         require(entry != nullptr && entry->value == function, "a servlet is read as written");
@@ -99,19 +100,19 @@ void requireHolds(const PluginLoader& loader, const Expected& expected) {
 
 } // namespace
 
-// Behind a "+" come elements, else a document as it is.
+// After a "+", lines with elements; otherwise a document.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static MemoryFile file;
     fuzz::Input input(data, size);
     if (size > 0 && *data == '+') {
         input.byte();
-        const Expected expected = written(input);
-        requireHolds(PluginLoader(file.hold(expected.document)), expected);
+        const Expected expected = generated(input);
+        requireContent(PluginLoader(file.write(expected.document)), expected);
     } else {
-        const PluginLoader loader(file.hold(input.rest()));
+        const PluginLoader loader(file.write(input.rest()));
         require(loader.libraryHandle != nullptr ||
                     (loader.listenerConfig->empty() && loader.servletConfig->m_nCount == 0),
-                "without a library there is nothing to make");
+                "without a library, nothing is configured");
     }
     return 0;
 }

@@ -1,4 +1,4 @@
-// Cookie headers.
+// Decodes Cookie headers.
 #include "fuzz.h"
 #include "pairs.h"
 

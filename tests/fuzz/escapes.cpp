@@ -11,7 +11,7 @@ std::string hex(const char* format, char byte) {
     return text;
 }
 
-bool isIn(char byte, const std::string& bytes) {
+bool contains(char byte, const std::string& bytes) {
     return bytes.find(byte) != std::string::npos;
 }
 
@@ -40,8 +40,8 @@ std::string fuzz::url(const std::string& text) {
     std::string result;
     for (const char byte : text) {
         const bool isLetter = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
-        result +=
-            isLetter || isIn(byte, "0123456789-._~") ? std::string(1, byte) : hex("%%%02X", byte);
+        result += isLetter || contains(byte, "0123456789-._~") ? std::string(1, byte)
+                                                               : hex("%%%02X", byte);
     }
     return result;
 }
@@ -54,7 +54,7 @@ std::string fuzz::js(const std::string& text) {
         if (three == "\xe2\x80\xa8" || three == "\xe2\x80\xa9") {
             result += three.back() == '\xa8' ? "\\u2028" : "\\u2029";
             at += 2;
-        } else if (static_cast<unsigned char>(byte) < ' ' || isIn(byte, "\\'\"`$<>&/\x7f")) {
+        } else if (static_cast<unsigned char>(byte) < ' ' || contains(byte, "\\'\"`$<>&/\x7f")) {
             result += hex("\\u00%02X", byte);
         } else {
             result += byte;

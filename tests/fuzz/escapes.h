@@ -1,4 +1,4 @@
-// The formats that templates have, byte by byte.
+// Models of the template formats, which escape byte by byte.
 #ifndef ESCAPES_H
 #define ESCAPES_H
 

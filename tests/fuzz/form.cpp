@@ -1,4 +1,4 @@
-// Urlencoded bodies, as they arrive and however long they say they are.
+// Decodes urlencoded bodies, in pieces of any size and with any announced length.
 #include "fuzz.h"
 #include "pairs.h"
 
@@ -8,22 +8,15 @@
 
 namespace {
 
-std::string trimmed(const std::string& text) {
-    const std::size_t begin = text.find_first_not_of(" \t");
-    return begin == std::string::npos
-               ? ""
-               : text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
-}
-
 bool isForm(const std::string& contentType) {
-    const std::string type = trimmed(contentType.substr(0, contentType.find(';')));
+    const std::string type = fuzz::trimmed(contentType.substr(0, contentType.find(';')));
     return type.empty() || strcasecmp(type.c_str(), "application/x-www-form-urlencoded") == 0;
 }
 
 } // namespace
 
-// One line with the type, one with how much longer than the body it is said to be, and one byte for
-// the size of the pieces in which it arrives; then the body.
+// One line with the content type, one with the announced length minus the real one, one byte for
+// the size of the pieces; then the body.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     const std::string type = fuzz::upToZero(input.line());
@@ -35,9 +28,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     kit::testing::MemoryInput stream(body, pieceSize);
     const auto contentType = fuzz::terminated(type);
     CGI_varlist* list = CGI_get_post(nullptr, contentType.get(), length, stream.stream());
-    const bool counts = isForm(type) && excess == 0;
-    fuzz::requireSame(list, counts ? fuzz::pairsOfQuery(body) : fuzz::Pairs());
-    fuzz::require(isForm(type) || stream.unread() == body, "a body of another type stays");
+    const bool isDecoded = isForm(type) && excess == 0;
+    fuzz::requireSame(list, isDecoded ? fuzz::pairsOfQuery(body) : fuzz::Pairs());
+    fuzz::require(isForm(type) || stream.unread() == body, "a body of another type is left unread");
     CGI_free_varlist(list);
     return 0;
 }

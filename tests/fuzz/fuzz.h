@@ -1,5 +1,5 @@
-// What all fuzzers are made of. Each is one source file with one entry point, which gets bytes that
-// nobody chose, and ends the process where the code under test does not do as its header says.
+// Helpers of all fuzzers. A fuzzer is one source file with one entry point, which receives
+// arbitrary bytes and aborts the process if the code under test breaks its contract.
 #ifndef FUZZ_H
 #define FUZZ_H
 
@@ -16,25 +16,25 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 namespace fuzz {
 
-// Ends the process, which is how a fuzzer tells that it has found something.
+// Aborts unless `holds`, which is how a fuzzer reports a finding.
 inline void require(bool holds, const char* what) {
     if (holds)
         return;
-    std::fprintf(stderr, "does not hold: %s\n", what);
+    std::fprintf(stderr, "violated: %s\n", what);
     std::abort();
 }
 
-// Takes an input apart, from the front.
+// Parses an input from the front.
 class Input {
 public:
     Input(const std::uint8_t* data, std::size_t size)
         : m_rest(reinterpret_cast<const char*>(data), size) {}
-    // Which must outlive this object.
+    // `text` must outlive this object.
     explicit Input(std::string_view text) : m_rest(text) {}
 
     bool isEmpty() const { return m_rest.empty(); }
 
-    // 0 when nothing is left.
+    // Takes one byte; returns 0 when nothing is left.
     unsigned byte() {
         if (m_rest.empty())
             return 0;
@@ -43,10 +43,10 @@ public:
         return byte;
     }
 
-    // The text up to the next line feed, which is taken too.
+    // Takes the text up to the next line feed, and the line feed.
     std::string line() { return upTo("\n"); }
 
-    // The text up to the next `end`, which is taken too, or all that is left.
+    // Takes the text up to the next `end`, and `end`; without one, takes the rest.
     std::string upTo(std::string_view end) {
         const std::size_t size = m_rest.find(end);
         std::string text(m_rest.substr(0, size));
@@ -60,7 +60,8 @@ private:
     std::string_view m_rest;
 };
 
-// The text as C functions take it, without a byte behind its end that could be read unnoticed.
+// Returns a copy with a terminator, in exactly that many bytes, so that a sanitizer sees an
+// over-read.
 inline std::unique_ptr<char[]> terminated(std::string_view text) {
     std::unique_ptr<char[]> copy(new char[text.size() + 1]);
     text.copy(copy.get(), text.size());
@@ -68,25 +69,33 @@ inline std::unique_ptr<char[]> terminated(std::string_view text) {
     return copy;
 }
 
-// What a C function sees of the text.
+// Returns the part of the text that a C function sees.
 inline std::string upToZero(const std::string& text) {
     return text.substr(0, text.find('\0'));
 }
 
-// Each byte 1 becomes 4 KiB of one letter, at most 1.2 MB of it, so that short inputs reach the
-// limits of what is taken from clients.
+// Replaces each byte 1, at most 300 of them, by 4 KiB of one letter, so that short inputs reach the
+// limits of the decoders.
 inline std::string stretched(const std::string& text) {
-    constexpr std::size_t kPiece = 4096;
-    constexpr int kMost = 300;
+    constexpr std::size_t kPieceSize = 4096;
+    constexpr int kMaxPieces = 300;
     std::string result;
     int count = 0;
     for (const char byte : text) {
-        if (byte == '\1' && ++count <= kMost)
-            result.append(kPiece, 'x');
+        if (byte == '\1' && ++count <= kMaxPieces)
+            result.append(kPieceSize, 'x');
         else
             result += byte;
     }
     return result;
+}
+
+// Returns the text without leading and trailing blanks and tabs.
+inline std::string trimmed(const std::string& text) {
+    const std::size_t begin = text.find_first_not_of(" \t");
+    if (begin == std::string::npos)
+        return "";
+    return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
 }
 
 } // namespace fuzz

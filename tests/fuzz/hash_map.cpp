@@ -1,4 +1,4 @@
-// The hash map beside a row of buckets that are lists, over any operations.
+// Applies arbitrary operations to the hash map and to a model, a vector of lists.
 #include "QKSTL/QKHashMap.h"
 #include "fuzz.h"
 
@@ -31,7 +31,7 @@ public:
         else
             known->value = value;
     }
-    // Null when there is none.
+    // Returns null if the key is unknown.
     const Entry* first(const std::string& key) {
         std::list<Entry>& bucket = bucketOf(key);
         const auto known = find(bucket, key);
@@ -75,31 +75,34 @@ private:
 void requireSame(const Map& map, const Model& model) {
     map.assertValid();
     const std::vector<Entry> entries = model.entries();
-    require(map.m_nCount == static_cast<int>(entries.size()), "there are as many entries");
+    require(map.m_nCount == static_cast<int>(entries.size()),
+            "the map has as many entries as the model");
     const Node* node = map.firstAssoc();
     for (const Entry& entry : entries) {
         require(node != nullptr && node->key == entry.key && node->value == entry.value,
-                "the entries come in their order");
+                "the entries come in the order of the model");
         node = map.nextAssoc(node);
     }
-    require(node == nullptr, "there are no other entries");
+    require(node == nullptr, "the map has no other entries");
     require(map.m_nCount > 0 || (map.m_pBlocks == nullptr && map.m_pFreeList == nullptr),
-            "an empty map keeps no memory");
+            "an empty map has no memory");
 }
 
-void look(const Map& map, Model& model, const std::string& key) {
+void lookUp(const Map& map, Model& model, const std::string& key) {
     const Node* node = map.getAssoc(key);
     const Entry* entry = model.first(key);
-    require((node != nullptr) == (entry != nullptr), "what is there is found");
-    require(entry == nullptr || entry->value == node->value, "the first of a key is found");
-    require(map.getAssoc(std::string_view(key)) == node, "a view finds the same");
+    require((node != nullptr) == (entry != nullptr), "a key is found if the map has it");
+    require(entry == nullptr || entry->value == node->value, "the first entry of a key is found");
+    require(map.getAssoc(std::string_view(key)) == node,
+            "a look-up by std::string_view finds the same entry");
 }
 
 void remove(Map& map, Model& model, const std::string& key) {
     if (Node* node = map.getAssoc(key)) {
         const Node* following = map.nextAssoc(node);
         const bool wasLast = map.m_nCount == 1;
-        require(map.removeAssoc(node) == following || wasLast, "the iteration goes on behind it");
+        require(map.removeAssoc(node) == following || wasLast,
+                "removing an entry returns the next one");
     }
     model.remove(key);
 }
@@ -108,13 +111,14 @@ void touch(Map& map, Model& model, const std::string& key) {
     std::string& value = map[key];
     if (model.first(key) == nullptr)
         model.put(key, "");
-    require(value == model.first(key)->value, "the value of a key, or an empty one");
+    require(value == model.first(key)->value,
+            "operator[] returns the value of a key, or a new empty one");
 }
 
 } // namespace
 
-// One byte for the count of buckets and one for several values of a key; then, for each operation,
-// one byte and a line with the key.
+// One byte for the number of buckets, one that allows several values per key; then, for each
+// operation, one byte and a line with the key.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     const unsigned buckets = input.byte() % 16 + 1;
@@ -133,7 +137,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         } else if (operation == 't') {
             touch(map, model, key);
         } else if (operation == 'l') {
-            look(map, model, key);
+            lookUp(map, model, key);
         } else {
             const std::string value = std::to_string(step);
             operation == 'i' ? map.insert(key, value) : map.put(key, value);

@@ -1,4 +1,4 @@
-// Multipart bodies in whatever pieces they arrive, beside a parser that has the whole body.
+// Parses multipart bodies in pieces of any size; compared with a model that has the whole body.
 #include "multipart.h"
 #include "fuzz.h"
 #include "parts.h"
@@ -17,7 +17,7 @@ struct Body {
     Progress progress = Progress::WantsMore;
 };
 
-// `pieceSize` is asked for the size of each piece.
+// Calls `pieceSize` for the size of each piece.
 template <class PieceSize>
 Body parse(const std::string& boundary, const std::string& text, PieceSize pieceSize) {
     Body body;
@@ -33,21 +33,20 @@ Body parse(const std::string& boundary, const std::string& text, PieceSize piece
     return body;
 }
 
-// Whether the headers of a part, with the empty line behind them, are taken is looked at by another
-// fuzzer.
+// Leaves the headers of a part to the parser itself: they are the subject of part_headers.cpp.
 Body parseHeaders(const std::string& headers) {
     return parse("b", "--b\r\n" + headers, [&] { return std::string::npos; });
 }
 
-// What is left of `data` when its end may be the beginning of a delimiter.
-std::string withoutBegun(const std::string& data, const std::string& delimiter) {
+// Returns `data` without an end that could be the beginning of a delimiter.
+std::string withoutPartialDelimiter(const std::string& data, const std::string& delimiter) {
     for (std::size_t size = std::min(data.size(), delimiter.size() - 1); size > 0; --size)
         if (data.compare(data.size() - size, size, delimiter, 0, size) == 0)
             return data.substr(0, data.size() - size);
     return data;
 }
 
-// The same with the whole body in hand.
+// The model.
 class WholeBody {
 public:
     WholeBody(const std::string& boundary, const std::string& text)
@@ -65,11 +64,12 @@ private:
         return false;
     }
 
-    // The rest begins with the line end before the data.
+    // The rest begins with the CRLF before the data.
     bool takeData() {
         const std::size_t size = m_rest.find(m_delimiter);
         const bool found = size != std::string::npos;
-        const std::string data = found ? m_rest.substr(0, size) : withoutBegun(m_rest, m_delimiter);
+        const std::string data =
+            found ? m_rest.substr(0, size) : withoutPartialDelimiter(m_rest, m_delimiter);
         if (!m_body.parts.empty()) {
             m_body.parts.back().data = data.size() > 2 ? data.substr(2) : "";
             m_body.parts.back().isWhole = found;
@@ -92,7 +92,7 @@ private:
         return true;
     }
 
-    // Leaves the line end of the empty line, which stands before the data too.
+    // Leaves the CRLF of the empty line, which is also the one before the data.
     bool takeHeaders() {
         const std::size_t last = m_rest.find("\r\n\r\n");
         std::size_t size = last == std::string::npos ? m_rest.size() : last + 4;
@@ -112,13 +112,13 @@ private:
 };
 
 void requireSame(const Body& got, const Body& expected) {
-    require(got.parts == expected.parts, "the parts are the same");
-    require(got.progress == expected.progress, "the end is the same");
+    require(got.parts == expected.parts, "the parts are those of the model");
+    require(got.progress == expected.progress, "the parser ends like the model");
 }
 
 } // namespace
 
-// One line with the content type, one whose bytes are the sizes of the pieces, again and again;
+// One line with the content type, one whose bytes are the sizes of the pieces, repeated as needed;
 // then the body.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);

@@ -1,4 +1,4 @@
-// Decoding and rendering while memory runs out: all of it is done, or nothing.
+// Decodes and renders while memory runs out: the result must be complete or empty.
 #include "fuzz.h"
 #include "tmpl.h"
 #include "tmpl_failing_new.h"
@@ -11,10 +11,10 @@ namespace {
 using fuzz::require;
 using kit::testing::MemoryInput;
 
-constexpr int kEnough = 1000000;
+constexpr int kUnlimited = 1000000;
 constexpr const char* const kEnd = nullptr;
 
-// What a client sent, and the name of the function that is to decode it.
+// The bytes that a client sent, and a letter for the function that decodes them.
 struct Sent {
     unsigned function;
     std::string type;
@@ -39,7 +39,7 @@ struct Decoded {
     bool ranOut = false;
 };
 
-// Adds to a list of one value, which must stay.
+// Decodes into a list that has one value, which must stay.
 Decoded decodedWith(int allocations, const Sent& sent) {
     MemoryInput stream(sent.body, 7);
     const auto buffer = std::make_unique<char[]>(sent.body.size() + 1);
@@ -50,23 +50,24 @@ Decoded decodedWith(int allocations, const Sent& sent) {
         list = decode(sent, list, stream, buffer.get(), decoded.received);
         char** found = CGI_lookup_all(list, "kept");
         decoded.ranOut = memory.ranOut();
-        require(found != nullptr || decoded.ranOut, "values are found while there is memory");
+        require(found != nullptr || decoded.ranOut,
+                "a look-up finds values unless memory runs out");
     }
-    require(std::string(CGI_lookup(list, "kept")) == "1", "what was there stays");
+    require(std::string(CGI_lookup(list, "kept")) == "1", "the list keeps its value");
     decoded.values = list->size();
     CGI_free_varlist(list);
     return decoded;
 }
 
 void decode(int allocations, const Sent& sent) {
-    const Decoded all = decodedWith(kEnough, sent);
+    const Decoded all = decodedWith(kUnlimited, sent);
     const Decoded some = decodedWith(allocations, sent);
     const bool isAll = some.values == all.values && some.received == all.received;
     const bool isNothing = some.values == 1 && some.received == 0;
-    require(isAll || (some.ranOut && isNothing), "all is added, or nothing");
+    require(isAll || (some.ranOut && isNothing), "a decoder adds everything or nothing");
 }
 
-// Counts what is written, for which it takes no memory.
+// Counts the bytes written, without allocating.
 class Counter {
 public:
     Counter() {
@@ -101,7 +102,7 @@ struct Rendered {
     bool ranOut = false;
 };
 
-// The lists may be shorter than they should be.
+// The lists may be incomplete, too.
 Rendered renderedWith(int allocations, const std::string& text) {
     Counter out;
     Rendered rendered;
@@ -122,17 +123,17 @@ Rendered renderedWith(int allocations, const std::string& text) {
 }
 
 void render(int allocations, const std::string& text) {
-    const Rendered all = renderedWith(kEnough, text);
+    const Rendered all = renderedWith(kUnlimited, text);
     const Rendered some = renderedWith(allocations, text);
-    require(some.result == 0 || some.written == 0, "what fails writes nothing");
-    require(!some.ranOut || some.result != 0, "a page without memory is refused");
-    require(all.result == 0 || some.result != 0, "a fault stays one");
+    require(some.result == 0 || some.written == 0, "a failed rendering writes nothing");
+    require(!some.ranOut || some.result != 0, "rendering without memory fails");
+    require(all.result == 0 || some.result != 0, "a template with an error fails with any memory");
 }
 
 } // namespace
 
-// One byte for the function, one for how many allocations succeed; for an upload one line with its
-// type; then the text.
+// One byte for the function, one for the number of allocations that succeed; for an upload one line
+// with its content type; then the text.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     Sent sent{input.byte(), "", ""};

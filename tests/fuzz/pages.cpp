@@ -1,5 +1,5 @@
-// Pages that do with a request what pages do, for the fuzzers that serve whole requests. They are
-// in the program itself, which the configuration names as the plug-in library.
+// Pages that call every function of a request and a response, for the fuzzers that serve whole
+// requests. The configuration names the fuzzer itself as the plug-in library.
 #include "HttpListener.h"
 #include "HttpRequest.h"
 #include "HttpResponse.h"
@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* const kEnd = nullptr;
 
-const char* given(const char* text) {
+const char* orEmpty(const char* text) {
     return text != nullptr ? text : "";
 }
 
@@ -24,7 +24,7 @@ public:
     void destroy() override {}
 };
 
-// Everything that is known of the request.
+// Shows everything that is known about the request.
 class FactsPage : public Page {
 public:
     void service(HttpRequest* request, HttpResponse* response) override {
@@ -37,11 +37,11 @@ public:
               request->getMethod(), request->getContextPath(), request->getServletPath(),
               request->getAccept(), request->getAcceptLanguage(), request->getAcceptEncoding(),
               request->getAcceptCharset()})
-            response->print("%s\n", given(text));
+            response->print("%s\n", orEmpty(text));
         response->print("%d %d %d\n", request->getServerPort(), request->getContentLength(),
                         request->isSecure() ? 1 : 0);
         char locale[8];
-        response->print("%s\n", given(request->getLocale(locale, sizeof locale)));
+        response->print("%s\n", orEmpty(request->getLocale(locale, sizeof locale)));
         char** values = request->getParameterValues("x");
         for (; values != nullptr && *values != nullptr; ++values)
             response->print("x=%s\n", *values);
@@ -68,13 +68,13 @@ public:
     }
 };
 
-// Takes an upload of at most 64 bytes.
+// Receives an upload of at most 64 bytes.
 class UploadPage : public Page {
 public:
     void service(HttpRequest* request, HttpResponse* response) override {
         const auto buffer = std::make_unique<char[]>(64);
         const int size = request->receiveUploadData(buffer.get(), 64);
-        response->print("%s ", given(request->getParameter("x")));
+        response->print("%s ", orEmpty(request->getParameter("x")));
         response->write(buffer.get(), 1, static_cast<unsigned>(size));
     }
 };
@@ -95,8 +95,9 @@ public:
         if (const char* locale = request->getParameter("locale"))
             request->setLocal(locale);
         response->setDevtype(request->getParameter("x"));
-        response->setTemplate(FUZZ_FOLDER "/templates/page.html",
-                              TMPL_add_var(nullptr, "x", given(request->getParameter("x")), kEnd));
+        response->setTemplate(
+            FUZZ_FOLDER "/templates/page.html",
+            TMPL_add_var(nullptr, "x", orEmpty(request->getParameter("x")), kEnd));
     }
 };
 
@@ -104,10 +105,10 @@ class HeadersPage : public Page {
 public:
     void service(HttpRequest* request, HttpResponse* response) override {
         const char* const value = request->getParameter("x");
-        char* const location = response->encodeURL(given(value));
+        char* const location = response->encodeURL(orEmpty(value));
         response->addHeader("X-Seen", value);
         response->setHeader(value, "seen");
-        response->addCookie("x", given(location));
+        response->addCookie("x", orEmpty(location));
         if (response->containsHeader("X-Seen"))
             response->sendRedirect(location);
         response->setStatus(302);

@@ -9,6 +9,7 @@ namespace {
 
 using fuzz::Pairs;
 using fuzz::require;
+using fuzz::trimmed;
 
 const std::string kHexDigits = "0123456789abcdefABCDEF";
 
@@ -28,13 +29,6 @@ std::string withBlanks(std::string text) {
     return text;
 }
 
-std::string trimmed(const std::string& text) {
-    const std::size_t begin = text.find_first_not_of(" \t");
-    if (begin == std::string::npos)
-        return "";
-    return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
-}
-
 std::string unquoted(const std::string& text) {
     const bool quoted = text.size() >= 2 && text.front() == '"' && text.back() == '"';
     return quoted ? text.substr(1, text.size() - 2) : text;
@@ -48,7 +42,7 @@ std::string valueOf(const std::string& pair) {
     return equals == std::string::npos ? "" : pair.substr(equals + 1);
 }
 
-// The values of `name` one behind the other.
+// Returns the values, each with a line feed.
 std::string joined(char** values) {
     std::string text;
     for (; values != nullptr && *values != nullptr; ++values)
@@ -65,10 +59,11 @@ std::string joined(const Pairs& pairs, const std::string& name) {
 
 void requireValues(CGI_varlist* list, const Pairs& expected, const std::string& name) {
     require(joined(CGI_lookup_all(list, name.c_str())) == joined(expected, name),
-            "all values are found, in their order");
+            "a look-up finds all values of a name, in order");
     const auto first = std::find_if(expected.begin(), expected.end(),
                                     [&](const auto& pair) { return pair.first == name; });
-    require(CGI_lookup(list, name.c_str()) == first->second, "the first value is found");
+    require(CGI_lookup(list, name.c_str()) == first->second,
+            "a look-up finds the first value of a name");
 }
 
 } // namespace
@@ -89,8 +84,8 @@ std::string fuzz::decoded(const std::string& text) {
 }
 
 void fuzz::add(Pairs& pairs, const std::string& name, const std::string& value) {
-    const bool holdsZero = (name + value).find('\0') != std::string::npos;
-    if (!name.empty() && !holdsZero && pairs.size() < 1000)
+    const bool hasZero = (name + value).find('\0') != std::string::npos;
+    if (!name.empty() && !hasZero && pairs.size() < 1000)
         pairs.emplace_back(name, value);
 }
 
@@ -110,11 +105,12 @@ Pairs fuzz::pairsOfCookie(const std::string& text) {
     return pairs;
 }
 
-// Looks for the first names and the last ones: a search takes as long as the list.
+// Looks up the first and the last names only: each look-up takes time linear in the list.
 void fuzz::requireSame(CGI_varlist* list, const Pairs& expected) {
-    constexpr std::size_t kLookedFor = 8;
-    require((list != nullptr ? list->size() : 0) == expected.size(), "there are as many values");
+    constexpr std::size_t kLookedUp = 8;
+    require((list != nullptr ? list->size() : 0) == expected.size(),
+            "the list has as many values as the model");
     for (std::size_t i = 0; i < expected.size(); ++i)
-        if (i < kLookedFor || i + kLookedFor >= expected.size())
+        if (i < kLookedUp || i + kLookedUp >= expected.size())
             requireValues(list, expected, expected[i].first);
 }

@@ -1,5 +1,4 @@
-// Names and values as the description of cgi.h has them, one rule after the other and without
-// regard to time.
+// A model of the decoders in cgi.h, which applies one rule after the other and need not be fast.
 #ifndef PAIRS_H
 #define PAIRS_H
 
@@ -13,16 +12,16 @@ namespace fuzz {
 
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
-// Without its escapes; a bad one stands for itself.
+// Decodes the escapes; a malformed one stays as it is.
 std::string decoded(const std::string& text);
 
 Pairs pairsOfQuery(const std::string& text);
 Pairs pairsOfCookie(const std::string& text);
 
-// Adds what a list may hold, as long as it has room.
+// Adds the pair if a list may contain it and has room.
 void add(Pairs& pairs, const std::string& name, const std::string& value);
 
-// Requires that the list holds these and no others.
+// Requires that the list contains these pairs and no others.
 void requireSame(CGI_varlist* list, const Pairs& expected);
 
 } // namespace fuzz

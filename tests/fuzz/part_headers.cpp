@@ -1,5 +1,5 @@
-// The headers of a part, and the type of a whole upload, beside a reader that goes through them
-// once for each question.
+// Parses the headers of a part, and the content type of an upload; compared with a model that scans
+// them once for each question.
 #include "fuzz.h"
 #include "multipart.h"
 
@@ -10,26 +10,20 @@
 namespace {
 
 using fuzz::require;
+using fuzz::trimmed;
 using Parameters = std::vector<std::pair<std::string, std::string>>;
 
-constexpr std::size_t kMostBytes = 16 * 1024;
+constexpr std::size_t kMaxHeaders = 16 * 1024;
 
-bool same(const std::string& text, const std::string& word) {
+bool equalIgnoringCase(const std::string& text, const std::string& word) {
     return text.size() == word.size() && strncasecmp(text.data(), word.data(), word.size()) == 0;
-}
-
-std::string trimmed(const std::string& text) {
-    const std::size_t begin = text.find_first_not_of(" \t");
-    if (begin == std::string::npos)
-        return "";
-    return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
 }
 
 std::string typeOf(const std::string& value) {
     return trimmed(value.substr(0, value.find(';')));
 }
 
-// Where the quoted text that begins at `begin` ends, past its quote; npos when it does not.
+// Returns the position after the closing quote of the text quoted from `begin`; npos without one.
 std::size_t quotedEnd(const std::string& text, std::size_t begin) {
     for (std::size_t at = begin + 1; at < text.size(); ++at) {
         const std::string two = text.substr(at, 2);
@@ -52,7 +46,7 @@ std::string unescaped(const std::string& text) {
     return result;
 }
 
-// The parameters behind the first ";" of `value`, with small letters in their names; nothing when
+// Returns the parameters after the first ";" of `value`, with names in lower case, or nothing if
 // they are malformed.
 std::optional<Parameters> parametersOf(const std::string& value) {
     Parameters parameters;
@@ -84,7 +78,7 @@ std::optional<Parameters> parametersOf(const std::string& value) {
     return parameters;
 }
 
-// The values of one name.
+// Returns all values of one name.
 std::vector<std::string> valuesOf(const Parameters& parameters, const std::string& name) {
     std::vector<std::string> values;
     for (const auto& [itsName, value] : parameters)
@@ -95,7 +89,7 @@ std::vector<std::string> valuesOf(const Parameters& parameters, const std::strin
 
 std::optional<std::string> expectedBoundary(const std::string& contentType) {
     const auto parameters = parametersOf(contentType);
-    if (!same(typeOf(contentType), "multipart/form-data") || !parameters.has_value())
+    if (!equalIgnoringCase(typeOf(contentType), "multipart/form-data") || !parameters.has_value())
         return std::nullopt;
     const auto boundaries = valuesOf(*parameters, "boundary");
     if (boundaries.size() != 1 || boundaries.front().empty())
@@ -108,7 +102,7 @@ std::optional<std::string> expectedBoundary(const std::string& contentType) {
 
 std::optional<cgi::Part> partOf(const std::string& disposition) {
     const auto parameters = parametersOf(disposition);
-    if (!same(typeOf(disposition), "form-data") || !parameters.has_value())
+    if (!equalIgnoringCase(typeOf(disposition), "form-data") || !parameters.has_value())
         return std::nullopt;
     const auto names = valuesOf(*parameters, "name");
     const auto fileNames = valuesOf(*parameters, "filename");
@@ -136,9 +130,9 @@ std::vector<std::string> unfoldedLines(const std::string& headers) {
     return lines;
 }
 
-// `headers` are lines with their ends, without the empty line.
+// `headers` has the lines with their CRLFs, without the empty line.
 std::optional<cgi::Part> expectedPart(const std::string& headers) {
-    if (headers.size() + 2 > kMostBytes)
+    if (headers.size() + 2 > kMaxHeaders)
         return std::nullopt;
     std::vector<std::string> dispositions;
     for (const std::string& line : unfoldedLines(headers)) {
@@ -147,7 +141,7 @@ std::optional<cgi::Part> expectedPart(const std::string& headers) {
             name.find_first_of(" \t") != std::string::npos ||
             line.find_first_of(std::string("\r\n\0", 3)) != std::string::npos)
             return std::nullopt;
-        if (same(name, "content-disposition"))
+        if (equalIgnoringCase(name, "content-disposition"))
             dispositions.push_back(line.substr(name.size() + 1));
     }
     if (dispositions.size() != 1)
@@ -176,22 +170,23 @@ void requireSamePart(const std::string& headers) {
     const std::string body = "--b\r\n" + headers + "\r\n";
     parser.push(body.data(), body.size());
     const std::optional<cgi::Part> expected = expectedPart(headers);
-    require(first.part().has_value() == expected.has_value(), "the headers are taken, or not");
+    require(first.part().has_value() == expected.has_value(),
+            "headers are accepted if the model accepts them");
     if (!expected.has_value())
         return;
-    require(first.part()->name == expected->name, "the name is found");
-    require(first.part()->fileName == expected->fileName, "the file name is found");
+    require(first.part()->name == expected->name, "the name of a part is the model's");
+    require(first.part()->fileName == expected->fileName, "the file name of a part is the model's");
 }
 
 } // namespace
 
-// One line with the type of the upload, then the headers of a part.
+// One line with the content type of the upload, then the headers of a part.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     const std::string contentType = fuzz::upToZero(input.line());
     require(cgi::multipartBoundary(fuzz::terminated(contentType).get()) ==
                 expectedBoundary(contentType),
-            "the boundary is found");
+            "the boundary is the model's");
     const std::string rest = "\r\n" + fuzz::stretched(input.rest()) + "\r\n\r\n";
     requireSamePart(rest.substr(2, rest.find("\r\n\r\n")));
     return 0;

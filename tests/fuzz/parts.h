@@ -1,4 +1,4 @@
-// The parts of a multipart body, as the parser tells of them.
+// Collects the parts of a multipart body as the parser reports them.
 #ifndef PARTS_H
 #define PARTS_H
 
@@ -30,12 +30,12 @@ public:
         return true;
     }
     bool partData(const char* data, std::size_t size) override {
-        require(!m_parts.empty() && !m_parts.back().isWhole, "data belong to a part");
+        require(!m_parts.empty() && !m_parts.back().isWhole, "data is reported inside a part");
         m_parts.back().data.append(data, size);
         return true;
     }
     bool endPart() override {
-        require(!m_parts.empty() && !m_parts.back().isWhole, "a part ends once");
+        require(!m_parts.empty() && !m_parts.back().isWhole, "a part is ended once");
         return m_parts.back().isWhole = true;
     }
 

@@ -1,4 +1,4 @@
-// Query strings, and the way back: what is escaped for a URL.
+// Decodes query strings, and encodes texts for a URL and decodes them again.
 #include "decode.h"
 #include "fuzz.h"
 #include "pairs.h"
@@ -9,20 +9,20 @@ namespace {
 
 using fuzz::require;
 
-// Escaped, it comes back as it was, and what is to be kept is kept.
+// Requires that decoding reverses encoding, with the bytes of `keep` left unescaped.
 void requireRoundTrip(const char* text, const char* keep) {
     const std::unique_ptr<char, decltype(&std::free)> encoded(CGI_encode_url(text, keep),
                                                               &std::free);
     const std::string field = std::string("field=") + encoded.get();
-    require(field.find_first_of("&+;<> \"") == std::string::npos, "nothing special is left");
+    require(field.find_first_of("&+;<> \"") == std::string::npos, "special bytes are escaped");
     CGI_varlist* list = CGI_decode_query(nullptr, field.c_str());
-    require(std::string(CGI_lookup(list, "field")) == text, "an escaped text comes back");
+    require(std::string(CGI_lookup(list, "field")) == text, "decoding reverses encoding");
     CGI_free_varlist(list);
 }
 
 } // namespace
 
-// The first byte is how many values there is room for, 255 for a list's own limit.
+// One byte for the maximum number of values, 255 for the list's own limit; then the query.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     const std::size_t room = input.byte();

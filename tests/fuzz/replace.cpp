@@ -1,4 +1,4 @@
-// Rewriting a URL in place, beside the same with texts that grow by themselves.
+// Rewrites a URL in place; compared with a model that uses std::string.
 #include "fuzz.h"
 #include "servlet_controller.h"
 
@@ -7,9 +7,9 @@
 
 namespace {
 
-constexpr std::size_t kMostBytes = 511;
+constexpr std::size_t kMaxLength = 511;
 
-// Nothing when there is nothing to replace or the result is too long.
+// Returns nothing if the pattern does not occur or the result is too long.
 std::optional<std::string> replaced(const std::string& target, const std::string& pattern,
                                     const std::string& replacement) {
     if (pattern.empty() || target.find(pattern) == std::string::npos)
@@ -20,7 +20,7 @@ std::optional<std::string> replaced(const std::string& target, const std::string
         result += matches ? replacement : target.substr(at, 1);
         at += matches ? pattern.size() : 1;
     }
-    if (result.size() > kMostBytes)
+    if (result.size() > kMaxLength)
         return std::nullopt;
     return result;
 }
@@ -41,8 +41,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     text[target.copy(text.get(), target.size())] = '\0';
     const int status = ReplaceStr(text.get(), fuzz::terminated(pattern).get(),
                                   fuzz::terminated(replacement).get());
-    fuzz::require(expected == text.get(), "the text is rewritten");
+    fuzz::require(expected == text.get(), "the text is rewritten like the model");
     fuzz::require(status == (result.has_value() ? 0 : -1),
-                  "the result tells whether something was replaced");
+                  "the result is 0 if the text was rewritten");
     return 0;
 }

@@ -1,4 +1,4 @@
-// Gives a fuzzer the inputs that are in the tree, each as a test: its seeds, and what it has found.
+// Runs a fuzzer on the inputs in the tree, each as a test: its seeds and its earlier findings.
 #include "fuzz.h"
 
 #include <algorithm>
@@ -12,8 +12,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Whether there is the time to cut an input everywhere.
-bool isQuick(const std::string& input) {
+// Returns whether an input is small enough to be tried truncated at every byte.
+bool isSmall(const std::string& input) {
     return input.size() <= 1024 && std::count(input.begin(), input.end(), '\1') < 32;
 }
 
@@ -37,7 +37,7 @@ void run(std::string_view input) {
     LLVMFuzzerTestOneInput(bytes.get(), input.size());
 }
 
-// What does not hold ends the program, with the name of the test above it.
+// A violated contract aborts the program, after the name of the running test.
 class Replay : public testing::Test {
 public:
     explicit Replay(fs::path path) : m_path(std::move(path)) {}
@@ -46,7 +46,7 @@ public:
         const std::string input = contentOf(m_path);
         ASSERT_FALSE(input.empty()) << m_path << " cannot be read";
         run(input);
-        if (isQuick(input))
+        if (isSmall(input))
             for (std::size_t size = 0; size < input.size(); ++size)
                 run(std::string_view(input).substr(0, size));
     }
@@ -61,7 +61,7 @@ void registerInputs(const char* kind) {
                               [path]() -> testing::Test* { return new Replay(path); });
 }
 
-TEST(Inputs, AreThere) {
+TEST(Seeds, Exist) {
     EXPECT_FALSE(inputsIn("seeds").empty());
 }
 

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""Prints what a run of scripts/fuzz left in the folder given: the executions of each fuzzer, then
-the lines and branches of each source that they ran through together, and of each folder.
+"""Prints the results of scripts/fuzz in the given folder: the executions of each fuzzer, then the
+line and branch coverage of all of them together, by source and by folder.
 
-Ends with 1 when a fuzzer did not run to its end.
+Exits with 1 if a fuzzer did not finish.
 """
 import collections
 import json
@@ -22,13 +22,13 @@ def number_in(log, name):
 
 def print_executions(results):
     complete = True
-    print(f"{'fuzzer':<28}{'executions':>14}{'a second':>12}")
+    print(f"{'fuzzer':<28}{'executions':>14}{'per second':>12}")
     for path in sorted(results.glob("*.log")):
         log = path.read_text(errors="replace")
         executions = number_in(log, "number_of_executed_units")
         if executions is None:
             complete = False
-            print(f"{path.stem:<28}{'did not run to its end':>26}")
+            print(f"{path.stem:<28}{'did not finish':>26}")
         else:
             rate = number_in(log, "average_exec_per_sec")
             print(f"{path.stem:<28}{executions:>14,}{rate:>12,}")

@@ -1,4 +1,4 @@
-// What URLs and parameters are refused, beside the rules said in other words.
+// Screens URLs and parameters; compared with a model that states the rules differently.
 #include "fuzz.h"
 #include "servlet_controller.h"
 
@@ -38,10 +38,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text = fuzz::upToZero(fuzz::Input(data, size).rest());
     const auto copy = fuzz::terminated(text);
     fuzz::require(controller.CheckUrlIllegalChar(copy.get()) == (isBadUrl(text) ? 1 : 0),
-                  "a URL with markup or script is refused, and no other");
+                  "exactly the URLs with markup or script are refused");
     fuzz::require(controller.CheckParaIllegalChar(copy.get(), false) == (isBadWord(text) ? 1 : 0),
-                  "a word with anything special is refused, and no other");
+                  "exactly the words with special characters are refused");
     fuzz::require(controller.CheckParaIllegalChar(copy.get(), true) == (isBadNumber(text) ? 1 : 0),
-                  "what is no number is refused, and nothing else");
+                  "exactly the texts that are no number are refused");
     return 0;
 }

@@ -1,4 +1,4 @@
-// Whole requests of any variables and any body, one after the other as one client sends them.
+// Serves requests with arbitrary variables and bodies, one after the other, as of one client.
 #include "fuzz.h"
 #include "servlet_controller.h"
 #include "session_factory.h"
@@ -22,28 +22,28 @@ ServletController& controller() {
     return instance;
 }
 
-// With each "$" replaced.
-std::string filled(const std::string& text, const std::string& id) {
+// Returns the text with each "$" replaced by `id`.
+std::string withId(const std::string& text, const std::string& id) {
     std::string result;
     for (const char byte : text)
         result += byte == '$' ? id : std::string(1, byte);
     return result;
 }
 
-// Serves one request and gives the id of its session, or the one before.
+// Serves one request and returns the id of its session, or `id` without a new one.
 std::string serve(const std::string& text, const std::string& id) {
     fuzz::Input input(text);
     const std::size_t pieceSize = input.byte() + 1;
     std::vector<std::string> variables;
     for (std::string line = input.line(); !line.empty(); line = input.line())
-        variables.push_back(filled(line, id));
+        variables.push_back(withId(line, id));
     MemoryRequest request(std::move(variables), input.rest(), pieceSize);
     const int status = controller().doService(request.get());
-    const std::string answer = request.out().text();
-    require(status == 200 || status == 404, "a request is served, or there is no such page");
-    require(status == 404 || answer.find("\r\n") != std::string::npos, "an answer has a header");
+    const std::string response = request.out().text();
+    require(status == 200 || status == 404, "the status is 200 or 404");
+    require(status == 404 || response.find("\r\n") != std::string::npos, "a response has a header");
 
-    fuzz::Input header(answer);
+    fuzz::Input header(response);
     header.upTo(kSessionCookie);
     const std::string newId = header.upTo(" ");
     return newId.empty() ? id : newId;
@@ -51,8 +51,8 @@ std::string serve(const std::string& text, const std::string& id) {
 
 } // namespace
 
-// Requests: one byte for the size of the pieces in which the body arrives, lines with a variable
-// each, an empty line, the body. A "$" in a variable is the id of the session made last.
+// Requests: one byte for the size of the pieces of the body, lines with one variable each, an empty
+// line, the body. A "$" in a variable stands for the id of the newest session.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     std::string id;
@@ -61,6 +61,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     SessionFactory& sessions = *controller().getSessionFactory();
     sessions.onTimer();
     sessions.destory();
-    require(sessions.sessionNum() == 0, "no session is left");
+    require(sessions.sessionNum() == 0, "destory() deletes all sessions");
     return 0;
 }

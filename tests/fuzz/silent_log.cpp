@@ -1,4 +1,4 @@
-// In the place of the device's log: writes each record as that does, and drops it.
+// Replaces the device's log: formats each record and discards it.
 #include "app_log.h"
 #include "fuzz.h"
 #include "web_debug.h"
@@ -7,9 +7,10 @@
 
 namespace {
 
-void drop(const char* format, va_list arguments) {
+void discard(const char* format, va_list arguments) {
     char text[1024];
-    fuzz::require(std::vsnprintf(text, sizeof text, format, arguments) >= 0, "a record is a text");
+    fuzz::require(std::vsnprintf(text, sizeof text, format, arguments) >= 0,
+                  "a record can be formatted");
 }
 
 } // namespace
@@ -17,7 +18,7 @@ void drop(const char* format, va_list arguments) {
 void app_log(int, int, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    drop(format, arguments);
+    discard(format, arguments);
     va_end(arguments);
 }
 
@@ -29,21 +30,21 @@ WebDebug* WebDebug::getInstance() {
 void WebDebug::info(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    drop(format, arguments);
+    discard(format, arguments);
     va_end(arguments);
 }
 
 void WebDebug::warn(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    drop(format, arguments);
+    discard(format, arguments);
     va_end(arguments);
 }
 
 void WebDebug::error(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    drop(format, arguments);
+    discard(format, arguments);
     va_end(arguments);
 }
 

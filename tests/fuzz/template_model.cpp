@@ -9,7 +9,7 @@ namespace {
 
 constexpr const char* kBlanks = " \t\r\n\f\v";
 
-// Null when there is none.
+// Returns null if no scope has the variable.
 const std::string* find(const std::vector<const fuzz::Scope*>& scopes, const std::string& name) {
     for (auto scope = scopes.rbegin(); scope != scopes.rend(); ++scope)
         if ((*scope)->variables.count(name) > 0)
@@ -25,15 +25,15 @@ std::vector<fuzz::Scope> rowsOf(const std::vector<const fuzz::Scope*>& scopes,
     return {};
 }
 
-std::string changed(std::string text, int (*change)(int)) {
+std::string mapped(std::string text, int (*map)(int)) {
     for (char& letter : text)
-        letter = static_cast<char>(change(static_cast<unsigned char>(letter)));
+        letter = static_cast<char>(map(static_cast<unsigned char>(letter)));
     return text;
 }
 
 } // namespace
 
-// Up to the tag that ends it, or a branch of it; that has been read then.
+// Renders up to the tag that ends the block or its branch, and reads that tag.
 std::string fuzz::TemplateModel::block(const Scopes& scopes, bool shown) {
     std::string page;
     for (;;) {
@@ -118,11 +118,11 @@ std::size_t fuzz::TemplateModel::nextTag() const {
 
 void fuzz::TemplateModel::readTag() {
     const std::size_t nameEnd = m_text.find_first_of(std::string(kBlanks) + ">/", m_at + 2);
-    m_tag = {changed(m_text.substr(m_at + 1, nameEnd - m_at - 1), std::toupper), {}};
+    m_tag = {mapped(m_text.substr(m_at + 1, nameEnd - m_at - 1), std::toupper), {}};
     m_at = m_text.find_first_not_of(kBlanks, nameEnd);
     while (m_text[m_at] != '>' && m_text[m_at] != '/') {
         const std::size_t end = m_text.find_first_of(std::string(kBlanks) + "=", m_at);
-        const std::string name = changed(m_text.substr(m_at, end - m_at), std::tolower);
+        const std::string name = mapped(m_text.substr(m_at, end - m_at), std::tolower);
         const std::size_t begin = m_text.find('"', end) + 1;
         const std::size_t quote = m_text.find('"', begin);
         m_tag.attributes[name] = m_text.substr(begin, quote - begin);

@@ -1,5 +1,5 @@
-// A template that is known to be right, rendered while it is read: each loop reads its text again
-// for each row.
+// A model of the template renderer: renders a valid template while reading it, and reads the text
+// of a loop again for each row.
 #ifndef TEMPLATE_MODEL_H
 #define TEMPLATE_MODEL_H
 
@@ -10,13 +10,13 @@
 
 namespace fuzz {
 
-// What a page or a row is rendered with.
+// The variables and loops of a page or a row.
 struct Scope {
     std::map<std::string, std::string> variables;
     std::map<std::string, std::vector<Scope>> loops;
 };
 
-// Without includes; the format "length" writes how long a value is.
+// Knows no includes. The format "length" writes the length of a value.
 class TemplateModel {
 public:
     // The text must outlive this object.
@@ -25,11 +25,11 @@ public:
     std::string render(const Scope& page) { return block({&page}, true); }
 
 private:
-    // From the innermost row outwards, backwards.
+    // The page first, the innermost row last.
     using Scopes = std::vector<const Scope*>;
 
     struct Tag {
-        std::string name; // in capital letters
+        std::string name; // in upper case
         std::map<std::string, std::string> attributes;
     };
 
@@ -43,7 +43,7 @@ private:
 
     const std::string& m_text;
     std::size_t m_at = 0;
-    Tag m_tag; // the one read last
+    Tag m_tag; // the last one read
 };
 
 } // namespace fuzz

@@ -1,4 +1,4 @@
-// Templates of any text: rendered as they read, or refused with one line that says why.
+// Renders arbitrary templates: each is rendered like the model or refused with one line.
 #include "fuzz.h"
 #include "template_model.h"
 #include "tmpl.h"
@@ -17,7 +17,7 @@ using kit::testing::MemoryOutput;
 constexpr const char* kName = FUZZ_FOLDER "/templates/text.html";
 constexpr const char* const kEnd = nullptr;
 
-// The messages of one rendering at a time.
+// Collects the error messages of one rendering at a time.
 class Messages {
 public:
     FILE* file() {
@@ -39,7 +39,7 @@ void writeLength(const char* value, FCGX_Stream* out) {
     FCGX_PutStr(length.data(), static_cast<int>(length.size()), out);
 }
 
-// Loops inside themselves end: each row hides its own loop.
+// A loop inside itself ends, since each row hides its own loop.
 std::vector<Scope> rows(const char* loopName) {
     return {{{{"name", "first"}, {"empty", ""}}, {{loopName, {}}}},
             {{{"name", "last"}, {"yes", ""}}, {{loopName, {}}}}};
@@ -65,17 +65,17 @@ TMPL_varlist* listOf(const Scope& scope) {
     return list;
 }
 
-// A template of files has more text than the model sees.
-bool isWhole(const std::string& text) {
+// The model cannot read included files.
+bool hasNoInclude(const std::string& text) {
     return strcasestr(text.c_str(), "TMPL_INCLUDE") == nullptr;
 }
 
-// The place of a fault, then the reason, on one line.
+// Requires the position of the error, then the reason, on one line.
 void requireOneLine(const std::string& message) {
-    require(message.find('\n') == message.size() - 1, "a fault is told in one line");
+    require(message.find('\n') == message.size() - 1, "an error is reported on one line");
     const std::size_t colon = message.find(".html:");
     require(colon != std::string::npos && std::isdigit(message[colon + 6]) != 0,
-            "a fault is told with its file and its line");
+            "an error is reported with file and line");
 }
 
 } // namespace
@@ -90,12 +90,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
                                       out.stream(), messages.file());
     const std::string message = messages.text();
     if (result == 0) {
-        require(message.empty(), "what is rendered has no fault");
-        require(!isWhole(text) || out.text() == fuzz::TemplateModel(text).render(kPage),
-                "a template is rendered as it reads");
+        require(message.empty(), "a rendered template reports no error");
+        require(!hasNoInclude(text) || out.text() == fuzz::TemplateModel(text).render(kPage),
+                "a template is rendered like the model");
     } else {
-        require(result == 1 || result == 2, "the result is one of three");
-        require(out.text().empty(), "what has a fault is not rendered");
+        require(result == 1 || result == 2, "the result is 0, 1 or 2");
+        require(out.text().empty(), "a template with an error writes nothing");
         requireOneLine(message);
     }
     return 0;

@@ -1,4 +1,4 @@
-// A fixed template with whatever clients sent in its variables, beside escaping byte by byte.
+// Renders a fixed template with arbitrary values; compared with a model that escapes byte by byte.
 #include "escapes.h"
 #include "fuzz.h"
 #include "tmpl.h"
@@ -49,8 +49,8 @@ TMPL_varlist* variables(const std::string& name, const std::string& value,
 
 } // namespace
 
-// One line with the name of a variable, the value of another, then the rows; a zero byte between
-// them. A row that is empty has no variable, so the outer one is found.
+// One line with the name of a variable, then, separated by zero bytes, the value of another one and
+// the rows. An empty row has no variable, so that the outer one is used.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     const std::string name = fuzz::upToZero(input.line());
@@ -62,8 +62,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     TMPL_varlist* list = variables(name, value, rows);
     MemoryOutput out;
     require(TMPL_web_write("page", kTemplate, nullptr, list, out.stream(), nullptr) == 0,
-            "the page is rendered");
-    require(out.text() == expectedPage(value, rows), "the page is as expected");
+            "a valid template is rendered");
+    require(out.text() == expectedPage(value, rows), "the page is the model's");
     TMPL_free_varlist(list);
     return 0;
 }

@@ -1,4 +1,4 @@
-// Uploads into memory and into a file, and what they leave in the stream.
+// Receives uploads in memory and in files, and checks what they leave in the stream.
 #include "fuzz.h"
 #include "pairs.h"
 #include "parts.h"
@@ -20,7 +20,7 @@ using kit::testing::MemoryInput;
 struct Received {
     CGI_varlist::Owner fields;
     std::string data;
-    bool isThere = false; // the file, if it is one
+    bool exists = false; // the file, for an upload to a file
 };
 
 Received receiveInMemory(const char* contentType, const std::string& body, std::size_t pieceSize,
@@ -32,21 +32,21 @@ Received receiveInMemory(const char* contentType, const std::string& body, std::
     received.fields.reset(
         CGI_fileupload_data(nullptr, contentType, buffer.get(), room, stream.stream(), &count));
     require(count >= 0 && static_cast<std::size_t>(count) <= room,
-            "no more than there is room for");
+            "an upload does not exceed its buffer");
     received.data.assign(buffer.get(), static_cast<std::size_t>(count));
 
     const std::string left = stream.unread();
     const auto rest = std::make_unique<char[]>(left.size() + 1);
     const int more = CGI_readblock(rest.get(), left.size() + 1, stream.stream());
     require(std::string(rest.get(), static_cast<std::size_t>(more)) == left,
-            "what the upload leaves can be read");
+            "the rest of the stream stays readable");
     return received;
 }
 
-// A folder as long as the process lives, in memory where the system has that.
+// A folder that lives as long as the process, in memory if /dev/shm is writable.
 class Folder {
 public:
-    Folder() { require(mkdtemp(m_path.data()) != nullptr, "there is a folder for uploads"); }
+    Folder() { require(mkdtemp(m_path.data()) != nullptr, "the test can create a folder"); }
     ~Folder() { std::filesystem::remove_all(m_path); }
     Folder(const Folder&) = delete;
     Folder& operator=(const Folder&) = delete;
@@ -65,16 +65,16 @@ Received receiveInFile(const char* contentType, const std::string& body, std::si
     Received received;
     received.fields.reset(
         CGI_fileupload(nullptr, contentType, folder.file().c_str(), stream.stream()));
-    received.isThere = access(folder.file().c_str(), F_OK) == 0;
+    received.exists = access(folder.file().c_str(), F_OK) == 0;
     std::ostringstream text;
     text << std::ifstream(folder.file()).rdbuf();
     received.data = text.str();
     unlink(folder.file().c_str());
-    require(folder.isEmpty(), "nothing but the upload is left");
+    require(folder.isEmpty(), "an upload leaves no other file");
     return received;
 }
 
-// What the parts of a body come to.
+// The model: the result that the parts of a body must have.
 class Expected {
 public:
     Expected(const std::string& contentType, const std::string& body, std::size_t room)
@@ -86,18 +86,18 @@ public:
         fuzz::PartCollector sink(parts);
         cgi::MultipartParser parser(*boundary, sink);
         const auto progress = parser.push(body.data(), body.size());
-        const bool taken = std::all_of(parts.begin(), parts.end(),
-                                       [this](const auto& part) { return take(part); });
-        if (taken && progress == cgi::MultipartParser::Progress::Complete)
+        const bool accepted = std::all_of(parts.begin(), parts.end(),
+                                          [this](const auto& part) { return take(part); });
+        if (accepted && progress == cgi::MultipartParser::Progress::Complete)
             finish();
     }
 
     const fuzz::Pairs& fields() const { return m_fields; }
-    bool isThere() const { return m_isThere; }
+    bool exists() const { return m_exists; }
     const std::string& data() const { return m_file; }
 
 private:
-    // False for what ends the upload.
+    // Returns false if the part makes the upload fail.
     bool take(const fuzz::ReceivedPart& part) {
         const std::string name = fuzz::decoded(part.name);
         if (!part.fileName.has_value())
@@ -127,7 +127,7 @@ private:
         const std::size_t count = m_fields.size();
         if (m_hasFile)
             fuzz::add(m_fields, m_fileField.first, m_fileField.second);
-        m_isThere = m_fields.size() > count;
+        m_exists = m_fields.size() > count;
     }
 
     const std::size_t m_room;
@@ -136,19 +136,19 @@ private:
     bool m_hasFile = false;
     fuzz::Pairs::value_type m_fileField;
     std::string m_file;
-    bool m_isThere = false;
+    bool m_exists = false;
 };
 
 void requireSame(const Received& received, const Expected& expected) {
     fuzz::requireSame(received.fields.get(), expected.fields());
-    const std::string data = expected.isThere() ? expected.data() : "";
-    require(received.data == data, "the data are those of the file");
+    const std::string data = expected.exists() ? expected.data() : "";
+    require(received.data == data, "the data is that of the file");
 }
 
 } // namespace
 
-// One line with the content type, one byte for the size of the pieces, and one for the room there
-// is, 0 for a file instead; then the body.
+// One line with the content type, one byte for the size of the pieces, one for the size of the
+// buffer, 0 for a file instead; then the body.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     const auto contentType = fuzz::terminated(input.line());
@@ -161,7 +161,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
                                   ? receiveInFile(contentType.get(), body, pieceSize)
                                   : receiveInMemory(contentType.get(), body, pieceSize, room * 8);
     requireSame(received, expected);
-    require(!isFile || received.isThere == expected.isThere(),
-            "there is a file when the upload is complete");
+    require(!isFile || received.exists == expected.exists(),
+            "a file exists exactly if the upload is complete");
     return 0;
 }

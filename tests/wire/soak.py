@@ -1,6 +1,7 @@
-"""The whole stack for a long time: requests of all kinds, uploads that are cut off, and a daemon
-that is killed again and again. Prints what has grown and what was lost, as a table, and puts that
-table into a document. The exit status is 1 where something was lost that must not be."""
+"""Load-tests the whole stack: requests of all kinds, aborted uploads, and a daemon that is killed
+again and again. Prints tables of lost responses, lost sessions and the growth of memory and
+descriptors; with --document they replace those in a document. The exit status is 1 on a loss that
+must not happen."""
 
 import argparse
 import collections
@@ -29,10 +30,10 @@ UPLOAD_HEAD = (b"--cut\r\nContent-Disposition: form-data; name=\"image\"; filena
 UPLOAD_TAIL = b"\r\n--cut--\r\n"
 MULTIPART = "multipart/form-data; boundary=cut"
 FORM = "application/x-www-form-urlencoded"
-GOOD_IMAGE = b"the image that stands there"
+GOOD_IMAGE = b"the earlier image"
 
-# What is asked besides the session's own page, and what must be in the answer. ms=0 keeps the
-# plug-in from taking notes.
+# Requests besides those of the session page: method, target, body, status and a part of the
+# response. ms=0 keeps the plug-in from recording them.
 OTHERS = [
     ("GET", "/servlet?p=facts&ms=0&x=1&x=2", None, 200, b"x=1\nx=2\n"),
     ("GET", "/servlet?p=template&ms=0&x=a%26b", None, 200, b"<p>a&amp;b</p>"),
@@ -46,7 +47,7 @@ OTHERS = [
 
 
 class Client:
-    """One browser with a session. Counts what it lost."""
+    """A browser with a session, which counts lost responses and sessions."""
 
     def __init__(self, port, seed):
         self.port = port
@@ -56,43 +57,43 @@ class Client:
         self.visits = 0
         self.tally = collections.Counter()
 
-    def ask(self, method, target, body=None, headers=None):
-        """Status, headers and body; nothing when there was no answer."""
+    def send(self, method, target, body=None, headers=None):
+        """Returns status, headers and body, or None without a response."""
         if self.connection is None:
             self.connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=60)
         try:
             self.connection.request(method, target, body, headers or {})
-            answer = self.connection.getresponse()
-            return answer.status, answer, answer.read()
+            response = self.connection.getresponse()
+            return response.status, response, response.read()
         except (OSError, http.client.HTTPException):
             self.connection.close()
             self.connection = None
             return None
 
     def visit(self):
-        """A page that counts the visits in the session."""
+        """Requests a page that counts the visits in the session."""
         headers = {"Cookie": self.cookie} if self.cookie else {}
-        answer = self.ask("GET", "/servlet?p=count&ms=0", headers=headers)
-        self.tally["asked"] += 1
-        if answer is None or answer[0] != 200:
-            self.tally["answers lost"] += 1
+        response = self.send("GET", "/servlet?p=count&ms=0", headers=headers)
+        self.tally["requests"] += 1
+        if response is None or response[0] != 200:
+            self.tally["responses lost"] += 1
             return
-        count = int(answer[2].removeprefix(b"count "))
-        # An answer that got lost may have been counted all the same.
+        count = int(response[2].removeprefix(b"count "))
+        # A request whose response got lost may have been counted, too.
         if self.cookie and count <= self.visits:
             self.tally["sessions lost"] += 1
-        if given := answer[1].getheader("Set-Cookie"):
+        if given := response[1].getheader("Set-Cookie"):
             self.cookie = given.strip()
         self.visits = count
 
-    def look_elsewhere(self):
+    def visit_other_page(self):
         method, target, body, status, part = self.random.choice(OTHERS)
-        answer = self.ask(method, target, body, {"Content-Type": FORM} if body else {})
-        self.tally["asked"] += 1
-        if answer is None or answer[0] != status or part not in answer[2]:
-            self.tally["answers lost"] += 1
+        response = self.send(method, target, body, {"Content-Type": FORM} if body else {})
+        self.tally["requests"] += 1
+        if response is None or response[0] != status or part not in response[2]:
+            self.tally["responses lost"] += 1
 
-    def cut_an_upload_off(self):
+    def abort_upload(self):
         sent = self.random.randrange(UPLOAD_SIZE)
         body = (UPLOAD_HEAD + os.urandom(UPLOAD_SIZE) + UPLOAD_TAIL)[:sent]
         length = len(UPLOAD_HEAD) + UPLOAD_SIZE + len(UPLOAD_TAIL)
@@ -100,21 +101,21 @@ class Client:
                 f"Content-Type: {MULTIPART}\r\nContent-Length: {length}\r\n\r\n").encode()
         with socket.create_connection(("127.0.0.1", self.port), 60) as connection:
             connection.sendall(head + body)
-        self.tally["uploads cut off"] += 1
+        self.tally["uploads aborted"] += 1
 
     def upload(self):
-        answer = self.ask("POST", "/servlet?p=upload&ms=0", UPLOAD_HEAD + GOOD_IMAGE + UPLOAD_TAIL,
-                          {"Content-Type": MULTIPART})
-        return answer is not None and answer[2].startswith(b"complete cut.bin")
+        response = self.send("POST", "/servlet?p=upload&ms=0",
+                             UPLOAD_HEAD + GOOD_IMAGE + UPLOAD_TAIL, {"Content-Type": MULTIPART})
+        return response is not None and response[2].startswith(b"complete cut.bin")
 
 
 def run_share(port, seed, requests, uploads, results):
     client = Client(port, seed)
     for number in range(requests):
-        client.visit() if number % 2 == 0 else client.look_elsewhere()
-        # Evenly between the requests.
+        client.visit() if number % 2 == 0 else client.visit_other_page()
+        # Spreads the aborted uploads evenly over the requests.
         if number * uploads // requests < (number + 1) * uploads // requests:
-            client.cut_an_upload_off()
+            client.abort_upload()
     results.put(client.tally)
 
 
@@ -122,7 +123,7 @@ def run_until(port, seed, stopping, results):
     client = Client(port, seed)
     while not stopping.is_set():
         client.visit()
-        client.look_elsewhere()
+        client.visit_other_page()
     results.put(client.tally)
 
 
@@ -136,13 +137,13 @@ def collect(processes, results):
 
 
 def shares(count):
-    """Of a number, one for each client."""
+    """Divides a number among the clients."""
     return [count * (number + 1) // CLIENTS - count * number // CLIENTS
             for number in range(CLIENTS)]
 
 
 def drive(port, requests, uploads, seed):
-    """This many in all, by several clients."""
+    """Sends so many requests and aborted uploads, divided among the clients."""
     results = multiprocessing.Queue()
     processes = [multiprocessing.Process(target=run_share,
                                          args=(port, seed + number, *share, results))
@@ -153,13 +154,13 @@ def drive(port, requests, uploads, seed):
 
 
 def private_memory(host):
-    """What nobody else uses and is written to, in KiB."""
+    """Returns the size of the pages that the daemon has written, in KiB."""
     rollup = pathlib.Path(f"/proc/{host.process.pid}/smaps_rollup").read_text()
     return int(re.search(r"^Private_Dirty:\s+(\d+) kB$", rollup, re.M).group(1))
 
 
 def descriptors(host):
-    """Once no connection is open any more."""
+    """Returns the count of open descriptors: the smallest within a second, without connections."""
     counts = []
     for _ in range(20):
         counts.append(len(os.listdir(f"/proc/{host.process.pid}/fd")))
@@ -167,9 +168,9 @@ def descriptors(host):
     return min(counts)
 
 
-def soak(start, front, requests, uploads):
-    """Figures of one daemon that serves all of them. The first tenth brings everything into memory
-    that a request ever needs."""
+def run_one_daemon(start, front, requests, uploads):
+    """Returns the figures of one daemon that serves all requests. Growth is measured after the
+    first tenth, which warms it up."""
     host = start.host("--threads", THREADS, "--timer", "1", stdin=start.shared_socket())
     assert Client(front.port, 0).upload(), host.log.read_text()
     tally = drive(front.port, requests // 10, uploads // 10, 1)
@@ -179,24 +180,24 @@ def soak(start, front, requests, uploads):
     taken = time.monotonic() - begin
     image = (start.folder / "uploads/image").read_bytes()
     figures = [
-        ("requests", tally["asked"]),
-        ("uploads cut off", tally["uploads cut off"]),
-        ("requests a second", round(requests * 0.9 / taken)),
-        ("answers lost", tally["answers lost"]),
+        ("requests", tally["requests"]),
+        ("uploads aborted", tally["uploads aborted"]),
+        ("requests per second", round(requests * 0.9 / taken)),
+        ("responses lost", tally["responses lost"]),
         ("sessions lost", tally["sessions lost"]),
-        ("private memory before, KiB", memory),
-        ("private memory gained, KiB", private_memory(host) - memory),
-        ("file descriptors gained", descriptors(host) - open_files),
-        ("files of cut uploads left", len(os.listdir(start.folder / "uploads")) - 1),
-        ("image that stood there is whole", "yes" if image == GOOD_IMAGE else "no"),
-        ("stopped in order", "yes" if host.stop() == 0 else "no"),
+        ("private memory after 10 %, KiB", memory),
+        ("growth of private memory, KiB", private_memory(host) - memory),
+        ("growth of file descriptors", descriptors(host) - open_files),
+        ("files left by aborted uploads", len(os.listdir(start.folder / "uploads")) - 1),
+        ("earlier upload unchanged", "yes" if image == GOOD_IMAGE else "no"),
+        ("exit status 0 after SIGTERM", "yes" if host.stop() == 0 else "no"),
     ]
     return figures
 
 
-def kill_again_and_again(start, front, kills):
-    """Figures of daemons that each serve for some milliseconds and are killed, while a supervisor
-    keeps the socket."""
+def run_killed_daemons(start, front, kills):
+    """Returns the figures of daemons that are killed after some milliseconds each, while the
+    listening socket stays open."""
     listener = start.sockets[-1]
     stopping = multiprocessing.Event()
     results = multiprocessing.Queue()
@@ -213,18 +214,18 @@ def kill_again_and_again(start, front, kills):
         host.wait()
         start.processes.remove(host.process)
     host = start.host("--threads", THREADS, stdin=listener)
-    time.sleep(3)  # the web server tries a daemon again that it took for dead
+    time.sleep(3)  # lighttpd does not use a back end for a while after an error
     stopping.set()
     tally = collect(processes, results)
-    answers = Client(front.port, 0)
-    good = [answers.ask("GET", "/servlet?p=facts&ms=0") for _ in range(100)]
+    client = Client(front.port, 0)
+    good = [client.send("GET", "/servlet?p=facts&ms=0") for _ in range(100)]
     return [
         ("kills", kills),
-        ("requests meanwhile", tally["asked"]),
-        ("answers lost with a killed daemon", tally["answers lost"]),
-        ("of 100 requests afterwards, answered", sum(one is not None and one[0] == 200
-                                                     for one in good)),
-        ("stopped in order", "yes" if host.stop() == 0 else "no"),
+        ("requests during the kills", tally["requests"]),
+        ("responses lost with a killed daemon", tally["responses lost"]),
+        ("of 100 later requests, successful",
+         sum(one is not None and one[0] == 200 for one in good)),
+        ("exit status 0 after SIGTERM", "yes" if host.stop() == 0 else "no"),
     ]
 
 
@@ -242,18 +243,19 @@ def table(requests, parts):
 
 
 def is_sound(parts):
-    """What holds whatever the machine does; how much memory may be gained is said elsewhere."""
-    wanted = {"answers lost": 0, "sessions lost": 0, "file descriptors gained": 0,
-              "files of cut uploads left": 0, "image that stood there is whole": "yes",
-              "stopped in order": "yes", "of 100 requests afterwards, answered": 100}
-    return all(value == wanted.get(name, value) for _, figures in parts for name, value in figures)
+    """Returns whether the figures show no loss. The growth of memory has no limit here."""
+    expected = {"responses lost": 0, "sessions lost": 0, "growth of file descriptors": 0,
+                "files left by aborted uploads": 0, "earlier upload unchanged": "yes",
+                "exit status 0 after SIGTERM": "yes", "of 100 later requests, successful": 100}
+    return all(value == expected.get(name, value)
+               for _, figures in parts for name, value in figures)
 
 
 def write_into(document, text):
-    """Between two marks, which stay."""
+    """Replaces the text between the two marks of the document."""
     before, mark, rest = document.read_text().partition("<!-- soak -->\n")
     _, end, after = rest.partition("<!-- end of soak -->\n")
-    assert mark and end, f"{document} has no place for it"
+    assert mark and end, f"{document} lacks the marks around the tables"
     document.write_text(f"{before}{mark}\n{text}\n{end}{after}")
 
 
@@ -273,8 +275,8 @@ def main():
     start.environment["APP_LOG_LEVEL"] = "2"  # requests that fail on purpose are logged as errors
     try:
         front = start.front("lighttpd", ROOT / "packaging/front-servers")
-        parts = [("one daemon", soak(start, front, requests, requests // 100)),
-                 ("killed daemons", kill_again_and_again(start, front, requests // 1000))]
+        parts = [("one daemon", run_one_daemon(start, front, requests, requests // 100)),
+                 ("killed daemons", run_killed_daemons(start, front, requests // 1000))]
     finally:
         start.end()
         shutil.rmtree(folder)

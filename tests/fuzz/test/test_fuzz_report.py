@@ -1,4 +1,4 @@
-"""What scripts/fuzz prints of a run."""
+"""Tests of the report of scripts/fuzz."""
 import json
 import pathlib
 import subprocess
@@ -34,21 +34,21 @@ def test_each_fuzzer_is_shown_with_its_executions(tmp_path):
     assert run.returncode == 0
 
 
-def test_a_fuzzer_that_stopped_before_its_end_fails_the_run(tmp_path):
+def test_a_fuzzer_that_did_not_finish_fails_the_run(tmp_path):
     (tmp_path / "cookies.log").write_text("ERROR\n")
     run = report(tmp_path)
-    assert "did not run to its end" in run.stdout
+    assert "did not finish" in run.stdout
     assert run.returncode == 1
 
 
-def test_sources_and_their_folders_are_shown_with_what_was_run_through(tmp_path):
+def test_sources_and_their_folders_are_shown_with_their_coverage(tmp_path):
     run = report(tmp_path, source("platform/cgi/decode.cpp", (99, 100), (1, 2)),
                  source("platform/cgi/form.cpp", (1, 100), (1, 2)))
     assert ["platform/cgi/decode.cpp", "99/100", "99.0", "%", "1/2", "50.0", "%"] in words(run.stdout)
     assert ["platform/cgi/", "100/200", "50.0", "%", "2/4", "50.0", "%"] in words(run.stdout)
 
 
-def test_a_source_without_branches_has_no_share_of_them(tmp_path):
+def test_a_source_without_branches_has_no_branch_coverage(tmp_path):
     run = report(tmp_path, source("platform/cgi/varlist.h", (2, 2), (0, 0)))
     assert ["platform/cgi/varlist.h", "2/2", "100.0", "%"] in words(run.stdout)
 
