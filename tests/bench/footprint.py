@@ -21,6 +21,9 @@ from backend import TIMEOUT, Backend, Program, Programs
 from pages import FORM, FORM_TYPE, PAGE, TEMPLATE, UPLOAD_TYPE, upload_of
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests/support"))
+from marked_section import replace_section
+
 ARCHITECTURES = {"amd64": ("release", "strip"),
                  "armhf": ("release-armhf", "arm-linux-gnueabihf-strip"),
                  "arm64": ("release-arm64", "aarch64-linux-gnu-strip")}
@@ -274,14 +277,6 @@ def measured(footprint, together):
     return lines + aims_table(aims), all(figure <= most for _, figure, most in aims)
 
 
-def write_into(document, text):
-    """Replaces the text between the two marks of the document."""
-    before, mark, rest = document.read_text().partition("<!-- footprint -->\n")
-    _, end, after = rest.partition("<!-- end of footprint -->\n")
-    assert mark and end, f"{document} lacks the marks around its tables"
-    document.write_text(f"{before}{mark}\n{text}\n{end}{after}")
-
-
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("builds", type=pathlib.Path)
@@ -295,7 +290,7 @@ def main():
         text = "\n".join(title() + size_tables(sizes(builds, folder), by_variant) + lines)
     print(text)
     if arguments.document:
-        write_into(arguments.document, text)
+        replace_section(arguments.document, "footprint", text)
     return 0 if is_met else 1
 
 

@@ -22,6 +22,9 @@ import time
 import service
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+sys.path.insert(0, str(ROOT / "tests/support"))
+from marked_section import replace_section
+
 CLIENTS = 4
 THREADS = "4"
 UPLOAD_SIZE = 1 << 20
@@ -251,14 +254,6 @@ def is_sound(parts):
                for _, figures in parts for name, value in figures)
 
 
-def write_into(document, text):
-    """Replaces the text between the two marks of the document."""
-    before, mark, rest = document.read_text().partition("<!-- soak -->\n")
-    _, end, after = rest.partition("<!-- end of soak -->\n")
-    assert mark and end, f"{document} lacks the marks around the tables"
-    document.write_text(f"{before}{mark}\n{text}\n{end}{after}")
-
-
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("build", type=pathlib.Path)
@@ -283,7 +278,7 @@ def main():
     text = table(requests, parts)
     print(text)
     if arguments.document:
-        write_into(arguments.document, text)
+        replace_section(arguments.document, "soak", text)
     return 0 if is_sound(parts) else 1
 
 

@@ -61,6 +61,6 @@ def test_a_client_counts_lost_responses_and_sessions(client, given, lost):
 def test_the_tables_replace_those_in_the_document(tmp_path):
     document = tmp_path / "reliability.md"
     document.write_text("before\n<!-- soak -->\nold\n<!-- end of soak -->\nafter\n")
-    soak.write_into(document, "new\n")
+    soak.replace_section(document, "soak", "new\n")
     assert document.read_text() == (
         "before\n<!-- soak -->\n\nnew\n\n<!-- end of soak -->\nafter\n")
