@@ -216,7 +216,7 @@ class Bench:
                                 make().name, [value], "KiB")
         bare, container = samples.values()
         for measure, aim in (("private memory", 256), ("resident memory", 512)):
-            self.report.aim(f"{measure} beyond the bare loop's, KiB",
+            self.report.aim(f"{measure} beyond the bare loop's, 1 loop, KiB",
                             container[measure] - bare[measure], aim, "lower")
 
     def burst(self, program):
