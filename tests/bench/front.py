@@ -5,21 +5,17 @@ import os
 import pathlib
 import re
 import signal
-import socket
 import subprocess
+import sys
 import time
 import urllib.request
 
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "support"))
 from backend import TIMEOUT, Backend, Process
+from ports import free_port
 
 CONFIG = pathlib.Path(__file__).resolve().parents[2] / "packaging/front-servers"
 MILLISECONDS = {"us": 0.001, "ms": 1, "s": 1000}
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 class Front:

@@ -1,13 +1,17 @@
 """The package as it is installed, and what else several tests use."""
 
+import contextlib
+import fcntl
 import os
 import pathlib
 import socket
 import subprocess
+import sys
 
 import pytest
 
 SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
+sys.path.append(str(SOURCE / "tests/support"))
 
 
 def run(*command, **options):
@@ -15,29 +19,41 @@ def run(*command, **options):
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **options).stdout
 
 
+@pytest.hookimpl(tryfirst=True)
+def pytest_collection_modifyitems(items):
+    """Where tests run at once, those of one file run one after the other, since they share what they
+    build; so do those of the two files that make Debian packages, which are made in one folder."""
+    for item in items:
+        makes_packages = item.path.name in ("armhf_test.py", "debian_test.py")
+        item.add_marker(pytest.mark.xdist_group("debs" if makes_packages else item.path.stem))
+
+
+@contextlib.contextmanager
+def locked(folder):
+    """Keeps other test processes out of a build folder."""
+    folder.mkdir(parents=True, exist_ok=True)
+    with (folder / "lock").open("w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        yield
+
+
 @pytest.fixture(scope="session")
 def prefix(tmp_path_factory):
     folder = tmp_path_factory.mktemp("package")
-    # The build folder of scripts/packages, so that all is compiled once.
-    build = SOURCE / "build/packages/release"
-    run("cmake", "--preset", "release", "-B", build, f"-DCMAKE_INSTALL_PREFIX={folder}/prefix",
-        cwd=SOURCE)
-    run("cmake", "--build", build)
-    run("cmake", "--install", build)
-    run("cmake", "--install", build, "--component", "phone",
-        env=dict(os.environ, DESTDIR=str(folder / "image")))
+    build = SOURCE / "build/installed"
+    with locked(build):
+        run("cmake", "--preset", "release", "-B", build, f"-DCMAKE_INSTALL_PREFIX={folder}/prefix",
+            cwd=SOURCE)
+        run("cmake", "--build", build)
+        run("cmake", "--install", build)
+        run("cmake", "--install", build, "--component", "phone",
+            env=dict(os.environ, DESTDIR=str(folder / "image")))
     return folder / "prefix"
 
 
 def environment(prefix):
     return dict(os.environ, LD_LIBRARY_PATH=str(prefix / "lib"),
                 PKG_CONFIG_PATH=str(prefix / "lib/pkgconfig"))
-
-
-def free_port():
-    with socket.socket() as taken:
-        taken.bind(("127.0.0.1", 0))
-        return taken.getsockname()[1]
 
 
 def is_listening(port):

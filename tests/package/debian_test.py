@@ -12,8 +12,9 @@ import time
 import pytest
 
 import debs
-from conftest import free_port, is_listening
+from conftest import is_listening
 from debs import NAMES, SOURCE, run
+from ports import free_port
 
 HERE = pathlib.Path(__file__).resolve().parent
 ROOTS = SOURCE / "build/debian"  # what is made there once is kept for the next run

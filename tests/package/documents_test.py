@@ -13,6 +13,7 @@ import urllib.request
 import pytest
 
 import log_lines
+from ports import free_port
 
 SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
 GUIDE = SOURCE / "docs/plugin-guide.md"
@@ -142,12 +143,6 @@ def wait_for_page(serving, log, address, text):
     while text not in page(address):
         assert serving.poll() is None and time.monotonic() < end, log.read_text()
         time.sleep(1)
-
-
-def free_port():
-    with socket.socket() as taken:
-        taken.bind(("127.0.0.1", 0))
-        return taken.getsockname()[1]
 
 
 def run_shell(command, folder, sources):

@@ -16,7 +16,8 @@ import urllib.request
 
 import pytest
 
-from conftest import SOURCE, free_port, is_listening, run
+from conftest import SOURCE, is_listening, run
+from ports import free_port
 
 PATIENCE = 60  # seconds for what normally takes one
 NOBODY = 65534

@@ -13,6 +13,8 @@ SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
 def pytest_addoption(parser):
     parser.addoption("--build", default="build/dev",
                      help="the build folder whose programs are tested")
+    parser.addoption("--one-front", action="store_true",
+                     help="leave out Apache, and put tests of the daemon behind lighttpd alone")
 
 
 def build_of(config):
@@ -20,15 +22,24 @@ def build_of(config):
 
 
 def pytest_collection_modifyitems(config, items):
-    """A sanitizer looks for mistakes of the daemon, which the other two web servers send requests of
-    all kinds already; Apache would take half as long again. scripts/serve builds for itself."""
-    if build_of(config).sanitized:
-        items[:] = [item for item in items
-                    if behind(item) != "apache" and item.path.name != "test_serve.py"]
+    sanitized, one_front = build_of(config).sanitized, config.getoption("--one-front")
+    wanted = [item for item in items if is_wanted(item, sanitized, one_front)]
+    config.hook.pytest_deselected(items=list(set(items) - set(wanted)))
+    items[:] = wanted
+
+
+def is_wanted(item, sanitized, one_front):
+    # Sanitizers look for mistakes of the daemon, and two web servers send it requests of all kinds;
+    # Apache would take half as long again. scripts/serve builds for itself.
+    if sanitized and (behind(item) == "apache" or item.path.name == "test_serve.py"):
+        return False
+    if one_front and item.path.name == "test_front_servers.py":
+        return "apache" not in item.name
+    return not (one_front and behind(item) in ("nginx", "apache"))
 
 
 def behind(item):
-    """The web server of a test that runs with each."""
+    """Returns the web server of a test that runs once with each, or None."""
     return item.callspec.params.get("front") if hasattr(item, "callspec") else None
 
 

@@ -8,8 +8,12 @@ import shutil
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import time
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+from ports import free_port
 
 # A record of the log. The characters left out are the control characters of Unicode.
 RECORD = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ [a-z]+ \[[^]]+\]"
@@ -45,12 +49,6 @@ def wait_until(condition, what, patience=PATIENCE):
             return
         time.sleep(0.005)
     raise AssertionError(f"{what}: not within {patience} s")
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 def accepts_connections(family, address):

@@ -10,7 +10,8 @@ import subprocess
 
 import pytest
 
-from service import free_port, wait_until
+from ports import free_port
+from service import wait_until
 
 
 @pytest.fixture

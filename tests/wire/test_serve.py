@@ -11,7 +11,11 @@ import time
 import pytest
 
 from conftest import SOURCE
-from service import Front, accepts_connections, free_port, wait_until
+from ports import free_port
+from service import Front, accepts_connections, wait_until
+
+# One after the other, since they build in one folder.
+pytestmark = pytest.mark.xdist_group("serve")
 
 BUILDING = 600  # seconds for a first build
 BUILD = SOURCE / "build/browser"  # the browser tests', so that the library is built once

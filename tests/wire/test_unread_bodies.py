@@ -11,7 +11,8 @@ import time
 import pytest
 
 import fastcgi
-from service import PATIENCE, free_port
+from ports import free_port
+from service import PATIENCE
 
 MIB = 1 << 20
 HEAD = (b"--edge\r\nContent-Disposition: form-data; name=\"image\"; filename=\"image.bin\"\r\n"
