@@ -2,6 +2,7 @@
 #include "fuzz.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -17,8 +18,14 @@ bool isSmall(const std::string& input) {
     return input.size() <= 1024 && std::count(input.begin(), input.end(), '\1') < 32;
 }
 
+// The program is called replay_NAME.
+std::string fuzzerName() {
+    const std::string prefix = "replay_", program = program_invocation_short_name;
+    return program.substr(prefix.size());
+}
+
 std::vector<fs::path> inputsIn(const char* kind) {
-    const fs::path folder = fs::path(FUZZ_FOLDER) / kind / FUZZER;
+    const fs::path folder = fs::path(FUZZ_FOLDER) / kind / fuzzerName();
     std::vector<fs::path> inputs;
     if (fs::exists(folder))
         inputs.assign(fs::directory_iterator(folder), fs::directory_iterator());
