@@ -55,13 +55,13 @@ def held(threads, connect, size):
     return first, second
 
 
-def test_a_request_waits_for_the_one_before_to_be_closed(held):
+def test_a_request_waits_until_the_previous_connection_is_closed(held):
     first, second = held
     first.close()
     assert str(fastcgi.reply(second)) == "answer, complete"
 
 
-def test_a_request_waits_for_the_one_before_to_come_whole(held, size):
+def test_a_request_waits_until_the_previous_one_is_complete(held, size):
     first, second = held
     first.sendall(REQUEST[size:])
     assert str(fastcgi.reply(first)) == str(fastcgi.reply(second)) == "answer, complete"
@@ -72,7 +72,7 @@ def kept(connection, uri=PAGE):
     assert str(fastcgi.reply(connection, until_end=True)) == "answer, complete"
 
 
-def test_a_connection_that_is_kept_holds_up_the_only_thread(start, connect):
+def test_a_kept_connection_blocks_the_only_thread(start, connect):
     start.host("--listen", start.socket_path, "--threads", "1")
     first, second = connect(), connect()
     kept(first)
@@ -84,7 +84,7 @@ def test_a_connection_that_is_kept_holds_up_the_only_thread(start, connect):
     assert str(fastcgi.reply(second)) == "answer, complete"
 
 
-def test_a_connection_that_is_kept_waits_for_another_thread_to_accept(start, connect):
+def test_a_kept_connection_waits_for_another_thread_to_accept(start, connect):
     # A thread that is busy for a while finds that the other one has taken the turn.
     slow = "/servlet?p=slow&ms=200"
     start.host("--listen", start.socket_path, "--threads", "2")
@@ -97,7 +97,7 @@ def test_a_connection_that_is_kept_waits_for_another_thread_to_accept(start, con
     assert str(fastcgi.reply(first)) == str(fastcgi.reply(second)) == "answer, complete"
 
 
-def test_half_a_form_holds_up_one_thread_only(start, connect):
+def test_half_a_form_blocks_one_thread_only(start, connect):
     start.host("--listen", start.socket_path, "--threads", "2")
     first, second, third = connect(), connect(), connect()
     first.sendall(REQUEST[:PARAMS_END])
@@ -132,7 +132,7 @@ def client(request, front):
     return request.param
 
 
-def test_no_client_holds_up_another(start, front, client):
+def test_no_client_blocks_another(start, front, client):
     start.host("--listen", start.socket_path, "--threads", "1")
     whole, sent = client
     with contextlib.ExitStack() as opened:
@@ -151,7 +151,7 @@ def test_no_client_holds_up_another(start, front, client):
 @pytest.mark.parametrize("beginning", [
     b"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n", b"\x16\x03\x01", b"\r\n", bytes(100)],
     ids=["HTTP/2", "TLS", "an empty line", "zero bytes"])
-def test_no_client_of_another_protocol_holds_up_another(start, front, beginning):
+def test_a_client_of_another_protocol_blocks_no_other(start, front, beginning):
     start.host("--listen", start.socket_path, "--threads", "1")
     with contextlib.ExitStack() as opened:
         for _ in range(5):
@@ -160,7 +160,7 @@ def test_no_client_of_another_protocol_holds_up_another(start, front, beginning)
         assert raw_http.ask(front, GET) == "200 x=y"
 
 
-def test_no_client_that_keeps_its_connection_holds_up_another(start, front):
+def test_a_client_that_keeps_its_connection_blocks_no_other(start, front):
     host = start.host("--listen", start.socket_path, "--threads", "1")
     idle = host.descriptors()
     request = f"GET {raw_http.PAGE} HTTP/1.1\r\nHost: phone\r\n\r\n".encode()
@@ -175,7 +175,7 @@ def test_no_client_that_keeps_its_connection_holds_up_another(start, front):
         wait_until(lambda: host.descriptors() <= idle, "the connections to the daemon closing")
 
 
-def test_half_an_upload_holds_up_one_thread_only(start, front):
+def test_half_an_upload_blocks_one_thread_only(start, front):
     start.host("--listen", start.socket_path, "--threads", "2")
     head = raw_http.raw("POST /servlet?p=upload HTTP/1.1", "Host: phone",
                         "Content-Type: multipart/form-data; boundary=edge",
@@ -194,7 +194,7 @@ def backend(start):
     return listener
 
 
-def test_a_request_reaches_the_daemon_when_it_is_whole(backend, front, client):
+def test_a_request_reaches_the_daemon_when_it_is_complete(backend, front, client):
     whole, sent = client
     with front.connect() as connection:
         connection.sendall(whole[:sent])

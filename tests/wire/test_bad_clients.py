@@ -42,11 +42,11 @@ GROUPS = {"line": LINES, "address": ADDRESSES, "header": HEADERS, "length": LENG
 
 @pytest.mark.parametrize("data, expected", [
     as_parameter(group, *row) for group, rows in GROUPS.items() for row in rows])
-def test_http_as_no_browser_sends_it(front, data, expected):
+def test_http_that_no_browser_sends(front, data, expected):
     assert raw_http.ask(front, data, expected[front.kind]) == expected[front.kind]
 
 
-def test_the_document_tells_what_is_shown_here():
+def test_the_document_lists_these_answers():
     shown = {row[0]: as_parameter(group, *row).values[1]
              for group, rows in GROUPS.items() for row in rows}
     text = (SOURCE / "docs/front-servers.md").read_text()
@@ -86,7 +86,7 @@ def send_and_close(front, data):
     pytest.param(data, size, id=f"{name} after {size} bytes")
     for name, data in (("page", GET), ("form", POST), ("chunks", CHUNKED))
     for size in range(len(data))])
-def test_nothing_is_asked_of_the_daemon_by_a_client_that_leaves(front, daemon_host, data, size):
+def test_a_client_that_hangs_up_sends_the_daemon_no_request(front, daemon_host, data, size):
     before = daemon_host.lines("requests")
     send_and_close(front, data[:size])
     assert raw_http.ask(front, raw_http.get("/servlet?p=facts&next=1")) == "200"
@@ -94,7 +94,7 @@ def test_nothing_is_asked_of_the_daemon_by_a_client_that_leaves(front, daemon_ho
 
 
 @pytest.mark.parametrize("size", range(0, len(UPLOAD_BODY) - 2, 2))
-def test_an_upload_is_not_kept_when_its_client_leaves(front, daemon_host, size):
+def test_an_upload_is_discarded_when_its_client_hangs_up(front, daemon_host, size):
     uploads = daemon_host.folder / "uploads"
     (uploads / "image").unlink(missing_ok=True)
     send_and_close(front, UPLOAD_HEAD + UPLOAD_BODY[:size])
@@ -117,7 +117,7 @@ def test_a_client_that_sends_byte_by_byte_is_answered(front, data, expected):
         assert raw_http.words(raw_http.received(connection)) == expected
 
 
-def test_a_client_that_reads_slowly_gets_all_of_it(front):
+def test_a_slow_reader_receives_the_complete_response(front):
     with front.connect() as connection:
         connection.sendall(raw_http.raw("GET /servlet?p=big&lines=20000 HTTP/1.0"))
         received = b""
@@ -127,6 +127,6 @@ def test_a_client_that_reads_slowly_gets_all_of_it(front):
     assert received.count(b"b" * 99 + b"\n") == 20000
 
 
-def test_a_client_that_does_not_read_gets_nothing_and_harms_nobody(front):
+def test_a_client_that_does_not_read_affects_no_other(front):
     for _ in range(5):
         send_and_close(front, raw_http.get("/servlet?p=big&lines=20000"))

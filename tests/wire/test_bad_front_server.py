@@ -34,7 +34,7 @@ def program(host, start_once):
 
 
 @pytest.mark.parametrize("check", bad_records.checks(REQUEST), ids=lambda check: check.name)
-def test_records_as_no_front_server_should_send_them(program, check):
+def test_invalid_records(program, check):
     assert check.run(program) in check.expected
     assert program.still_answers()
 
@@ -44,7 +44,7 @@ def run_script(address):
                           text=True, timeout=100, check=False)
 
 
-def test_all_of_them_leave_no_connection_open_and_a_log_of_records(program, host):
+def test_afterwards_no_connection_is_open_and_the_log_is_intact(program, host):
     idle = host.descriptors()
     for check in bad_records.checks(REQUEST):
         check.run(program)
@@ -52,7 +52,7 @@ def test_all_of_them_leave_no_connection_open_and_a_log_of_records(program, host
     assert host.log_lines()
 
 
-def test_the_script_tells_of_each_check_in_tap(program):
+def test_the_script_reports_each_check_in_tap(program):
     result = run_script(program.address)
     version, plan, *lines = result.stdout.splitlines()
     names = [check.name for check in bad_records.checks(REQUEST)]
@@ -83,7 +83,7 @@ class CarelessProgram:
                     pass
 
 
-def test_the_script_tells_of_what_a_careless_program_does_wrong():
+def test_the_script_reports_what_a_careless_program_does_wrong():
     careless = CarelessProgram(fastcgi.record(fastcgi.STDOUT, b"\r\n")
                                + fastcgi.record(fastcgi.END_REQUEST, bytes(8)))
     result = run_script(careless.address)
@@ -93,7 +93,7 @@ def test_the_script_tells_of_what_a_careless_program_does_wrong():
     assert "- version 2\n# got: answer, complete\n# expected: closed\n" in result.stdout
 
 
-def test_the_script_gives_up_where_nothing_is_answered():
+def test_the_script_gives_up_without_an_answer():
     careless = CarelessProgram(b"")
     result = run_script(careless.address)
     careless.listener.close()

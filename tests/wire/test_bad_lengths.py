@@ -24,7 +24,7 @@ LENGTHS = {
 
 
 @pytest.mark.parametrize("text", LENGTHS)
-def test_a_form_is_read_when_it_has_the_length_it_says(daemon, text):
+def test_a_form_is_read_if_it_has_the_announced_length(daemon, text):
     expected = usual(daemon, length=str(LENGTHS[text]))
     if LENGTHS[text] != len(FORM):
         expected = expected.replace(b"x=y\n", b"")
@@ -59,7 +59,7 @@ def test_the_first_of_two_cookies_of_one_name_counts(daemon):
 
 @pytest.mark.parametrize("size", [0, 3, 10, 70000, 1 << 20])
 @pytest.mark.parametrize("length", ["0", "3", "10", "2000000"])
-def test_a_body_that_is_no_form_is_what_comes(daemon, length, size):
+def test_another_body_is_whatever_arrives(daemon, length, size):
     answer = ask(daemon, ("CONTENT_TYPE", "text/plain"), ("CONTENT_LENGTH", length),
                  ("QUERY_STRING", f"p=body&most={2 << 20}"), body=b"x" * size)
     assert facts(answer) == f"read {size}".encode()
@@ -70,7 +70,7 @@ UPLOAD = (b"--edge\r\nContent-Disposition: form-data; name=\"image\"; filename=\
 
 
 @pytest.mark.parametrize("size", range(0, len(UPLOAD) + 1))
-def test_an_upload_is_complete_when_all_of_it_has_come(daemon, daemon_host, size):
+def test_an_upload_is_complete_when_all_of_it_has_arrived(daemon, daemon_host, size):
     answer = ask(daemon, ("CONTENT_TYPE", "multipart/form-data; boundary=edge"),
                  ("CONTENT_LENGTH", str(len(UPLOAD))), ("QUERY_STRING", "p=upload"),
                  body=UPLOAD[:size])

@@ -34,7 +34,7 @@ in_every_way = pytest.mark.parametrize("value", BYTES.values(), ids=BYTES)
 
 @in_every_way
 @pytest.mark.parametrize("variable", SHOWN)
-def test_a_page_gets_a_variable_as_it_came(daemon, variable, value):
+def test_a_page_gets_a_variable_unchanged(daemon, variable, value):
     assert facts(ask(daemon, (variable, value))) == usual(daemon, **{SHOWN[variable]: value})
 
 
@@ -44,7 +44,7 @@ def test_a_variable_ends_at_a_zero_byte(daemon, variable):
 
 
 @in_every_way
-def test_a_page_gets_the_languages_and_the_first_of_them_as_they_came(daemon, value):
+def test_a_page_gets_the_languages_and_the_first_of_them_unchanged(daemon, value):
     answer = facts(ask(daemon, ("HTTP_ACCEPT_LANGUAGE", value + b",de")))
     assert answer == usual(daemon, languages=value + b",de", locale=value)
 
@@ -110,7 +110,7 @@ def test_an_address_that_is_refused_is_escaped_in_the_log(daemon, daemon_host, n
     assert last.endswith(f": url = {PAGE}&x=<{LOGGED[name]}, include illegal char")
 
 
-def test_nobody_forges_a_record_of_the_log(daemon, daemon_host):
+def test_a_client_cannot_forge_log_records(daemon, daemon_host):
     before = len(daemon_host.log_lines())
     forged = "<\n2026-01-01T00:00:00Z error [65]: accept request failed"
     assert ask(daemon, ("REQUEST_URI", PAGE + forged)) == NOT_FOUND
@@ -119,7 +119,7 @@ def test_nobody_forges_a_record_of_the_log(daemon, daemon_host):
 
 @in_every_way
 @pytest.mark.parametrize("name", ["p", "jumpto", "acc", "model"])
-def test_a_field_of_the_address_with_such_bytes_is_refused(daemon, name, value):
+def test_a_query_field_with_such_bytes_is_refused(daemon, name, value):
     query = name.encode() + b"=" + value.replace(b"&", b"")
     assert ask(daemon, ("QUERY_STRING", query)) == NOT_FOUND
 
@@ -133,7 +133,7 @@ def test_an_event_with_such_bytes_is_one(daemon, value):
 
 # No front server passes on line ends in an address; tests/wire/bad_request_lines.py shows it.
 @in_every_way
-def test_an_older_address_is_redirected_as_it_came(daemon, value):
+def test_a_legacy_address_is_redirected_unchanged(daemon, value):
     text = value.replace(b"<b>", b"")
     answer = ask(daemon, ("REQUEST_URI", b"/cgi-bin/Quillpage.tpx?page=" + text))
     assert answer == b"Location: /servlet?page=" + text + b" \r\n\r\n"

@@ -30,7 +30,7 @@ def test_help_goes_to_standard_output(run):
     assert result.stderr == ""
 
 
-def test_the_version_is_told(run):
+def test_the_version_is_printed(run):
     result = run("--version")
     assert result.returncode == 0
     assert re.fullmatch(r"fcgi_host \d+\.\d+\.\d+\n", result.stdout)
@@ -43,7 +43,7 @@ def test_the_version_is_told(run):
     (["--listen", "localhost:80"], "'localhost:80' is neither a path nor a numeric ADDRESS:PORT "
                                    "such as 127.0.0.1:9000"),
 ])
-def test_wrong_usage_is_told_in_one_line(run, arguments, message):
+def test_wrong_usage_is_reported_in_one_line(run, arguments, message):
     result = run(*arguments)
     assert (result.returncode, result.stdout) == (64, "")
     assert result.stderr == f"fcgi_host: {message}\n"
@@ -65,7 +65,7 @@ def test_without_a_standard_input_it_says_what_to_do(run):
     assert "no listening socket" in result.stderr
 
 
-def test_an_address_in_use_is_told(run, start):
+def test_an_address_in_use_is_reported(run, start):
     start.host("--listen", start.socket_path)
     result = run("--listen", start.socket_path)
     assert result.returncode == 69
@@ -73,7 +73,7 @@ def test_an_address_in_use_is_told(run, start):
     assert start.cgi_fcgi("/servlet?p=facts").startswith(b"Content-Type"), "the first was harmed"
 
 
-def test_a_port_in_use_is_told(run):
+def test_a_port_in_use_is_reported(run):
     with socket.socket() as taken:
         taken.bind(("127.0.0.1", 0))
         taken.listen()
@@ -106,14 +106,14 @@ def ids_of(host, field):
 
 
 @pytest.mark.parametrize("options, mode", [([], 0o660), (["--socket-mode=0600"], 0o600)])
-def test_the_socket_has_the_mode_that_was_asked_for(start, options, mode):
+def test_the_socket_has_the_requested_mode(start, options, mode):
     start.host(f"--listen={start.socket_path}", *options)
     wait_until(lambda: os.path.exists(start.socket_path), "listening")
     assert stat.S_IMODE(os.stat(start.socket_path).st_mode) == mode
 
 
 @pytest.mark.parametrize("user", ["no-such-user", "root:no-such-group"])
-def test_a_user_that_does_not_exist_is_told(run, start, user):
+def test_an_unknown_user_is_reported(run, start, user):
     result = run("--user", user, "--listen", start.socket_path)
     assert result.returncode == 67
     kind, name = ("group" if ":" in user else "user"), user.split(":")[-1]
@@ -121,7 +121,7 @@ def test_a_user_that_does_not_exist_is_told(run, start, user):
     assert not os.path.exists(start.socket_path)
 
 
-def test_it_runs_as_the_user_it_is_told_with_that_users_groups(run, start):
+def test_it_runs_as_the_given_user_with_that_users_groups(run, start):
     # Not as another user than root: whose the build folder is, nobody knows here.
     if os.geteuid() != 0:
         result = run("--user=root", "--listen", start.socket_path)
@@ -151,7 +151,7 @@ def test_it_listens_on_a_port(start, address):
     assert host.stop() == 0
 
 
-def test_systemd_hands_its_socket_over_as_descriptor_3(start, build):
+def test_systemd_passes_its_socket_as_descriptor_3(start, build):
     listener = start.shared_socket()
     # As sd_listen_fds(3) describes it: the variable names the process itself.
     script = 'exec 3<&0 </dev/null; LISTEN_PID=$$ LISTEN_FDS=1 exec "$0" --threads 1'

@@ -18,7 +18,7 @@ FRONTS = ["lighttpd", "nginx", "apache"]
 
 @pytest.mark.parametrize("kind, additions", [
     ("lighttpd", ["variables"]), ("nginx", []), ("apache", [])], ids=FRONTS)
-def test_a_page_learns_of_the_browser_and_where_it_comes_from(start, kind, additions):
+def test_a_page_sees_the_browser_and_its_address(start, kind, additions):
     front = start.front(kind, CONFIG, *additions)
     start.host("--listen", start.socket_path)
     known, _ = facts(front.curl("/servlet?p=facts", "--user-agent", "Browser/1 (of a kind)",
@@ -50,7 +50,7 @@ def test_pages_and_uploads_go_through_tls(start, secure, folder):
     assert (folder / "uploads/image").read_bytes() == image.read_bytes()
 
 
-def test_who_does_not_know_the_certificate_does_not_trust_it(secure):
+def test_a_client_that_does_not_trust_the_certificate_hangs_up(secure):
     front, _ = secure
     with pytest.raises(AssertionError, match="certificate"):
         front.curl("/")
@@ -70,12 +70,12 @@ def variables_of_a_request(listener, front, *options):
     return dict(fastcgi.pairs(params))
 
 
-def test_the_daemon_is_told_of_tls(start, secure):
+def test_the_daemon_sees_that_tls_is_used(start, secure):
     front, trust = secure
     assert variables_of_a_request(start.shared_socket(), front, *trust)["HTTPS"] == "on"
 
 
-def test_the_daemon_is_told_of_no_tls_without(start, front):
+def test_the_daemon_sees_that_tls_is_not_used(start, front):
     assert "HTTPS" not in variables_of_a_request(start.shared_socket(), front)
 
 
@@ -101,7 +101,7 @@ def test_lighttpd_alone_speaks_http_2_over_tls(start, secure):
         "HTTP/2.0" if front.kind == "lighttpd" else "HTTP/1.1")
 
 
-def test_a_daemon_that_comes_later_is_found_at_once(start, front):
+def test_a_daemon_that_starts_later_is_used_at_once(start, front):
     assert front.curl("/servlet?p=facts").status in (502, 503)
     start.host("--listen", start.socket_path)
     # lighttpd waits for a second before it tries again.
@@ -122,7 +122,7 @@ def impatient(folder):
 
 
 @pytest.mark.parametrize("kind", ["nginx", "apache"])
-def test_a_daemon_that_says_nothing_is_given_up(start, impatient, kind):
+def test_a_daemon_that_does_not_answer_times_out(start, impatient, kind):
     front = start.front(kind, impatient)
     silent = start.shared_socket()
     # Long before the minute that is the servers' own.
@@ -143,7 +143,7 @@ def test_lighttpd_waits_for_a_daemon(start, impatient):
 
 
 @pytest.mark.parametrize("kind", FRONTS)
-def test_an_upload_takes_the_time_that_it_needs(start, impatient, folder, kind):
+def test_a_slow_upload_does_not_time_out(start, impatient, folder, kind):
     front = start.front(kind, impatient)
     start.host("--listen", start.socket_path)
     image = folder / "image.bin"
@@ -157,7 +157,7 @@ def test_an_upload_takes_the_time_that_it_needs(start, impatient, folder, kind):
     b"POST /servlet?p=facts HTTP/1.1\r\nHost: a\r\nContent-Length: 9\r\n"
     b"Content-Type: application/x-www-form-urlencoded\r\n\r\nx="], ids=["header", "form"])
 @pytest.mark.parametrize("kind", FRONTS)
-def test_a_client_that_does_not_go_on_is_cut_off(start, impatient, kind, begun):
+def test_a_stalled_client_is_disconnected(start, impatient, kind, begun):
     front = start.front(kind, impatient)
     start.host("--listen", start.socket_path)
     with front.connect() as connection:
@@ -199,7 +199,7 @@ def test_lighttpd_starts_another_daemon_when_one_has_ended(start):
     assert only_daemon(start) != daemon
 
 
-def test_lighttpd_ends_the_daemon_in_order(start, folder):
+def test_lighttpd_shuts_the_daemon_down_gracefully(start, folder):
     front = start.front("lighttpd_spawn", CONFIG)
     assert front.curl("/servlet?p=slow").text == "begin end"
     daemon = only_daemon(start)
@@ -226,7 +226,7 @@ def start_as_shown(start, folder):
 
 
 @pytest.mark.parametrize("name", ["start-listening", "start-from-socket"])
-def test_a_daemon_that_is_started_in_the_foreground_serves_until_it_is_told_to_end(
+def test_a_daemon_in_the_foreground_serves_until_it_is_stopped(
         start_as_shown, front, name):
     process = start_as_shown(name)
     assert front.curl("/servlet?p=slow").text == "begin end"

@@ -95,7 +95,7 @@ def test_sessions_may_come_and_go_while_they_are_counted(start):
     assert host.stop() == 0
 
 
-def test_the_status_tells_what_memory_the_daemon_takes(start):
+def test_the_status_shows_the_memory_in_use(start):
     host = start.host("--listen", start.socket_path)
     start.cgi_fcgi("/servlet?p=facts")
     figures = status(host)
@@ -106,7 +106,7 @@ def test_the_status_tells_what_memory_the_daemon_takes(start):
 
 
 @pytest.mark.skipif(os.geteuid() != 0, reason="takes root")
-def test_a_daemon_that_has_dropped_its_rights_tells_all_the_same(start):
+def test_a_daemon_without_privileges_shows_its_status(start):
     os.chmod(start.folder, 0o755)
     os.chmod(start.state, 0o777)
     host = start.host("--listen", start.socket_path, "--user", "nobody")
@@ -126,7 +126,7 @@ def test_twenty_signals_in_a_row_do_no_harm(start):
     assert host.stop() == 0
 
 
-def test_no_request_is_lost_while_the_status_is_asked_for(start, front):
+def test_no_request_is_lost_while_the_status_is_requested(start, front):
     host = start.host("--listen", start.socket_path, "--threads", "4")
     load = Load(front, 6)
     try:
@@ -141,7 +141,7 @@ def test_no_request_is_lost_while_the_status_is_asked_for(start, front):
     assert host.stop() == 0
 
 
-def test_a_daemon_that_is_stopping_tells_what_it_waits_for(start):
+def test_a_stopping_daemon_shows_its_status(start):
     host = start.host("--listen", start.socket_path)
     with in_background(lambda: start.cgi_fcgi("/servlet?p=slow&ms=2000")) as answers:
         slow_request_under_way(host)
@@ -153,7 +153,7 @@ def test_a_daemon_that_is_stopping_tells_what_it_waits_for(start):
     assert host.wait() == 0
 
 
-def test_the_timer_runs_however_often_the_status_is_asked_for(start):
+def test_the_timer_runs_however_often_the_status_is_requested(start):
     host = start.host("--listen", start.socket_path, "--timer", "1")
     start.cgi_fcgi("/servlet?p=count&interval=2")
     end = time.monotonic() + 5
@@ -225,13 +225,13 @@ def test_a_threshold_below_errors_stays_until_it_is_raised(start):
     assert levels_logged(start, host) == {3}
 
 
-def test_the_status_is_told_whatever_the_threshold_is(start):
+def test_the_status_is_logged_whatever_the_threshold_is(start):
     start.environment["APP_LOG_LEVEL"] = "2"
     host = start.host("--listen", start.socket_path)
     assert status(host)["requests"] == 0
 
 
-def test_a_threshold_that_is_no_level_is_told_and_the_default_holds(start):
+def test_an_invalid_threshold_is_logged_and_the_default_used(start):
     start.environment["APP_LOG_LEVEL"] = "loud"
     host = start.host("--listen", start.socket_path)
     assert change_threshold(host, LESS) == (5, 6)
@@ -258,7 +258,7 @@ def test_no_request_is_lost_while_the_threshold_changes(start, front):
 MARKED = re.compile(r" information \[70\] (thread=\d+) (request=\d+): talking (\w+) (\w+)$", re.M)
 
 
-def test_log_lines_of_requests_at_once_can_be_told_apart(start):
+def test_log_lines_of_concurrent_requests_can_be_distinguished(start):
     host = start.host("--listen", start.socket_path, "--threads", "2")
     ask = lambda name: lambda: start.cgi_fcgi(f"/servlet?p=talking&ms=1000&x={name}")
     with in_background(ask("a"), ask("b")):
@@ -297,7 +297,7 @@ def test_log_lines_outside_a_request_have_no_mark(start):
     assert any("accept request failed" in line for line in lines)
 
 
-def test_a_log_of_the_device_s_own_need_not_be_steered(start, build):
+def test_a_device_log_without_a_threshold_is_enough(start, build):
     """All but the marks and the threshold is there."""
     start.environment["LD_LIBRARY_PATH"] = str(build.folder / "tests/wire/plain")
     host = start.host("--listen", start.socket_path)

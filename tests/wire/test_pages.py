@@ -20,7 +20,7 @@ def facts(answer):
     return dict(pairs), [value for name, value in pairs if name == "x"]
 
 
-def test_a_page_learns_what_the_client_asked(web, folder):
+def test_a_page_sees_what_the_client_requested(web, folder):
     known, values = facts(web.curl("/servlet?p=facts&x=a%20b&x=c%2Bd+e&y=%2e",
                                    "--header", "Accept-Language: de,en"))
     assert known["method"] == "GET"
@@ -56,7 +56,7 @@ def test_a_redirect_gets_its_status_from_the_web_server(web):
     assert answer.header("Location").endswith("/servlet?p=facts")
 
 
-def test_a_template_is_rendered_with_what_the_page_gives_it(web, folder):
+def test_a_template_is_rendered_with_the_values_of_the_page(web, folder):
     (folder / "page.html").write_text(
         '<p><TMPL_VAR name="x"> on <TMPL_VAR name="devtype"> in <TMPL_VAR name="local"></p>\n')
     answer = web.curl("/servlet?p=template&x=a%26b", "--header", "Accept-Language: fr")
@@ -64,7 +64,7 @@ def test_a_template_is_rendered_with_what_the_page_gives_it(web, folder):
     assert answer.text == "<p>a&amp;b on T 100 in fr</p>\n"
 
 
-def test_a_large_page_arrives_whole(web):
+def test_a_large_page_arrives_complete(web):
     answer = web.curl("/servlet?p=big&lines=20000")
     assert answer.body == (b"b" * 99 + b"\n") * 20000
 
@@ -79,7 +79,7 @@ def test_four_slow_pages_are_served_at_once(web):
 
 
 @pytest.mark.parametrize("page", ["unknown", "absent", "refusing"])
-def test_a_page_that_cannot_be_had_says_so_in_its_body(web, start, page):
+def test_an_unavailable_page_is_reported_in_the_body(web, start, page):
     # The empty header block of the response is out already when the loop hears of it.
     answer = web.curl(f"/servlet?p={page}")
     assert (answer.status, answer.body) == (200, NOT_FOUND)
@@ -93,7 +93,7 @@ def test_a_page_that_cannot_be_had_says_so_in_its_body(web, start, page):
     "/servlet?p=facts&acc=1a", "/servlet?p=facts&acc=--5", "/servlet?p=facts&model=x",
     "/servlet?p=a.b", "/servlet?p=a/b",
 ])
-def test_what_is_refused_is_not_found_byte_for_byte(start, host, uri):
+def test_a_refused_address_gets_exactly_the_404_answer(start, host, uri):
     assert start.cgi_fcgi(uri) == NOT_FOUND
 
 
@@ -101,13 +101,13 @@ def test_what_is_refused_is_not_found_byte_for_byte(start, host, uri):
     "/servlet?p=facts&jumpto=login-form_2", "/servlet?p=facts&acc=-5", "/servlet?p=facts&acc=-",
     "/servlet?p=facts&model=28", "/servlet?p=facts&jumpto=&acc=&model=",
 ])
-def test_what_is_harmless_reaches_its_page(start, host, uri):
+def test_a_harmless_address_reaches_its_page(start, host, uri):
     assert start.cgi_fcgi(uri).startswith(b"Content-Type: text/plain \r\n\r\nmethod=GET\n")
 
 
 @pytest.mark.parametrize("query", ["p=facts&y=%3Cb", "p=facts&y=javascript", "p=facts&jumpto=a.b",
                                    "p=facts&acc=x"])
-def test_what_is_refused_is_not_found_through_a_web_server(web, query):
+def test_a_refused_address_gets_a_404_through_a_web_server(web, query):
     answer = web.curl("/servlet?" + query)
     assert (answer.status, answer.text) == (404, "<h1>404 - Not Found</h1>")
     assert answer.headers("ContentType") == ["text/html"]
@@ -127,12 +127,12 @@ LEGACY = [
 
 
 @pytest.mark.parametrize("uri, location", LEGACY)
-def test_addresses_of_the_older_interface_lead_to_the_new_one(start, host, uri, location):
+def test_legacy_addresses_are_redirected(start, host, uri, location):
     assert start.cgi_fcgi(uri) == f"Location: {location} \r\n\r\n".encode()
 
 
 @pytest.mark.parametrize("uri, location", LEGACY)
-def test_a_browser_is_led_to_the_new_interface(web, uri, location):
+def test_a_browser_is_redirected_from_legacy_addresses(web, uri, location):
     answer = web.curl(uri)
     assert answer.status == 302
     assert answer.header("Location").endswith(location)
@@ -141,7 +141,7 @@ def test_a_browser_is_led_to_the_new_interface(web, uri, location):
 @pytest.mark.parametrize("query", ["key=1", "number=5", "phonecfg=x", "redirectcall=1",
                                    "forward=1", "Server=a", "push=1", "download=1", "command=1",
                                    "csta", "csta=1&p=facts", "key=1&p=facts"])
-def test_an_event_is_for_the_listeners_alone(web, query, folder):
+def test_events_reach_only_the_listeners(web, query, folder):
     answer = web.curl("/servlet?" + query)
     # The answer is the line end of an empty head; without a header Apache takes it for the body.
     assert (answer.status, answer.body) == (200, b"\r\n" if web.kind == "apache" else b"")
@@ -165,14 +165,14 @@ def test_a_listener_that_refuses_ends_the_request(web, folder):
     ("p=settings-config&q=localconfig&type=remove", "configration"),
     ("p=upgrade&now=true&reboot=true", "reboot"),
 ])
-def test_the_notice_tells_what_was_asked_of_the_device(start, host, asked, word):
+def test_the_notice_is_the_requested_status(start, host, asked, word):
     start.cgi_fcgi("/servlet?" + asked)
     for _ in range(2):  # asking changes nothing
         assert start.cgi_fcgi("/servlet?p=notice") == (
             f"ContentType: text/html \r\n\r\n{word}".encode())
 
 
-def test_the_notice_is_the_servlets_own_while_the_device_provisions_itself(start, host):
+def test_the_servlet_answers_the_notice_during_provisioning(start, host):
     start.cgi_fcgi("/servlet?p=facts&now=true")
     assert start.cgi_fcgi("/servlet?p=notice").endswith(b"\r\n\r\nthe servlet's own notice")
 
@@ -194,14 +194,14 @@ def test_files_are_served_but_not_those_of_the_plug_ins(web, folder):
         assert b"secret" not in answer.body
 
 
-def test_the_root_leads_to_the_sign_in_page(web):
+def test_the_root_redirects_to_the_sign_in_page(web):
     for target in ("/", "/?x=1"):
         answer = web.curl(target)
         assert answer.status == 302
         assert answer.header("Location").endswith("/servlet?p=login&q=loginForm")
 
 
-def test_forms_that_never_end_hold_nobody_up(start, front):
+def test_unfinished_forms_block_no_other_request(start, front):
     start.host("--listen", start.socket_path, "--threads", "1")
     head = (b"POST /servlet?p=facts HTTP/1.1\r\nHost: phone\r\nContent-Length: 100\r\n"
             b"Content-Type: application/x-www-form-urlencoded\r\n\r\na")
@@ -212,7 +212,7 @@ def test_forms_that_never_end_hold_nobody_up(start, front):
         assert front.curl("/servlet?p=facts", "--max-time", "10").status == 200
 
 
-def test_a_form_that_is_larger_than_any_is_refused(web):
+def test_a_form_that_is_too_large_is_refused(web):
     form = "text=" + "x" * (2 << 20)
     assert web.curl("/servlet?p=facts", "--data", "@-", stdin=form.encode()).status == 413
 
@@ -222,7 +222,7 @@ def test_a_form_that_is_larger_than_any_is_refused(web):
     "//elsewhere.example/../servlet?x=cgi-bin/Velmoranix.acx",
     "/\\elsewhere.example/..%2fservlet?x=cgi-bin/Quillpage.tpx",
 ])
-def test_no_address_leads_a_browser_elsewhere(web, target):
+def test_no_address_redirects_to_another_site(web, target):
     answer = web.curl(target)
     assert answer.status in (400, 403, 404)
     assert answer.headers("Location") == []

@@ -41,7 +41,7 @@ def test_the_session_is_found_among_other_cookies(web):
     assert answer.text == "count 2"
 
 
-def test_no_session_is_made_unless_asked_for(web):
+def test_a_session_is_created_only_on_request(web):
     answer = web.curl("/servlet?p=count&create=0")
     assert answer.text == "no session"
     assert answer.headers("Set-Cookie") == []
@@ -49,12 +49,12 @@ def test_no_session_is_made_unless_asked_for(web):
 
 @pytest.mark.parametrize("cookie", ["JSESSIONID=", "JSESSIONID=none", "JSESSIONID", "a=b",
                                     "JSESSIONID=%00", "JSESSIONID=" + "9" * 5000])
-def test_a_made_up_cookie_is_no_session(web, cookie):
+def test_an_invented_cookie_is_no_session(web, cookie):
     answer = web.curl("/servlet?p=count&create=0", *with_cookie(cookie))
     assert answer.text == "no session"
 
 
-def test_a_session_belongs_to_the_address_that_it_was_made_for(web):
+def test_a_session_belongs_to_the_address_that_it_was_created_for(web):
     cookie = cookie_of(web.curl("/servlet?p=count"))
     elsewhere = web.curl("/servlet?p=count&create=0",
                          *with_cookie(cookie, "--interface", "127.0.0.2"))

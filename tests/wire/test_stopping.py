@@ -92,7 +92,7 @@ def test_two_daemons_on_one_socket_stop_one_after_the_other(start, front):
 
 
 @pytest.mark.parametrize("number", STOP_SIGNALS)
-def test_a_request_under_way_is_answered_whole_before_the_daemon_ends(start, front, number):
+def test_an_in_flight_request_is_completed_before_the_daemon_ends(start, front, number):
     listener = start.shared_socket()
     host = start.host("--threads", "2", stdin=listener)
     with in_background(lambda: front.curl("/servlet?p=slow&ms=1500")) as answers:
@@ -105,7 +105,7 @@ def test_a_request_under_way_is_answered_whole_before_the_daemon_ends(start, fro
     assert "fcgi_host: stopping; finishing the requests under way\n" in host.log.read_text()
 
 
-def test_nothing_is_accepted_any_more_while_the_last_request_is_finished(start, front):
+def test_nothing_is_accepted_while_the_last_request_is_completed(start, front):
     listener = start.shared_socket()
     first = start.host("--threads", "4", stdin=listener)
     with in_background(lambda: front.curl("/servlet?p=slow&ms=1500")) as answers:
@@ -158,7 +158,7 @@ def test_an_idle_daemon_ends_though_the_file_of_its_shared_socket_is_gone(start)
 
 
 @pytest.mark.parametrize("address", ["127.0.0.1", "0.0.0.0"])
-def test_an_idle_daemon_ends_that_was_handed_a_port(start, address):
+def test_an_idle_daemon_ends_that_was_passed_a_port(start, address):
     with socket.socket() as listener:
         listener.bind((address, 0))
         listener.listen()
@@ -190,7 +190,7 @@ def test_an_idle_daemon_takes_no_time_to_stop(start, build):
 
 
 @pytest.mark.parametrize("threads", ["1", "4"])
-def test_an_idle_daemon_has_nothing_to_give_up(start, threads):
+def test_an_idle_daemon_abandons_no_request(start, threads):
     host = start.host("--listen", start.socket_path, "--drain", "0", "--threads", threads)
     start.cgi_fcgi("/servlet?p=slow")
     assert host.stop() == 0
@@ -210,7 +210,7 @@ def test_a_request_that_takes_too_long_does_not_keep_the_daemon(start, seconds, 
             in host.log.read_text())
 
 
-def test_five_seconds_are_enough_for_a_request_unless_told_otherwise(start):
+def test_requests_have_five_seconds_to_finish_by_default(start):
     host = start.host("--listen", start.socket_path)
     with in_background(lambda: start.cgi_fcgi("/servlet?p=slow&ms=20000"),
                        lambda: start.cgi_fcgi("/servlet?p=slow&ms=3500")) as answers:
@@ -224,7 +224,7 @@ def test_five_seconds_are_enough_for_a_request_unless_told_otherwise(start):
 # The first two stop other FastCGI programs; the rest means nothing to this one.
 @pytest.mark.parametrize("number", [signal.SIGPIPE, signal.SIGUSR1, signal.SIGURG, signal.SIGWINCH,
                                     signal.SIGCHLD, signal.SIGCONT])
-def test_a_signal_that_is_for_others_does_not_stop_it(start, number):
+def test_other_signals_do_not_stop_the_daemon(start, number):
     host = start.host("--listen", start.socket_path, "--threads", "1")
     with in_background(lambda: start.cgi_fcgi("/servlet?p=slow&ms=500")) as answers:
         slow_request_under_way(host)
@@ -251,7 +251,7 @@ def test_a_second_signal_ends_the_daemon_at_once(start, number, status):
     assert "fcgi_host: ended at once by a second signal\n" in host.log.read_text()
 
 
-def test_clients_in_line_are_served_before_an_own_socket_is_closed(start):
+def test_pending_clients_are_served_before_the_daemons_own_socket_is_closed(start):
     host = start.host("--listen", start.socket_path, "--threads", "1")
     ask = lambda: start.cgi_fcgi("/servlet?p=slow&ms=100")
     with in_background(*[ask] * 5) as answers:
@@ -286,7 +286,7 @@ def test_a_process_without_descriptors_left_serves_again_later(start):
     assert host.stop() == 0
 
 
-def test_a_request_that_is_lost_with_a_killed_daemon_is_noticed(start, front):
+def test_a_request_lost_with_a_killed_daemon_is_noticed(start, front):
     """Without this the tests under load might never fail."""
     host = start.host("--listen", start.socket_path)
     load = Load(front, 2)

@@ -83,14 +83,14 @@ def case(request):
 
 @pytest.mark.parametrize("size, pause, times", [
     (MIB, 0, 20), (MIB, 0.02, 3), (64 * MIB, 0, 3)], ids=["1 MiB", "1 MiB slowly", "64 MiB"])
-def test_no_answer_to_an_upload_is_lost(web, case, size, pause, times):
+def test_no_response_to_an_upload_is_lost(web, case, size, pause, times):
     target, expected = case
     body = multipart(size)
     answers = [post(web, target, body, MULTIPART, pause) for _ in range(times)]
     assert answers == [expected(size)] * times
 
 
-def test_no_answer_to_an_upload_that_is_received_is_lost(web):
+def test_no_response_to_a_received_upload_is_lost(web):
     answers = [post(web, "/servlet?p=upload", multipart(size), MULTIPART)
                for size in [MIB] * 20 + [64 * MIB] * 3]
     assert answers == [(200, "complete image.bin, note -")] * 23
@@ -99,14 +99,14 @@ def test_no_answer_to_an_upload_that_is_received_is_lost(web):
 # A form of more than 1 MiB is passed on by the web servers, but not read by the container.
 @pytest.mark.parametrize("content_type, size", [
     ("application/octet-stream", MIB), ("application/x-www-form-urlencoded", MIB + 50000)])
-def test_no_answer_to_another_body_is_lost(web, case, content_type, size):
+def test_no_response_to_another_body_is_lost(web, case, content_type, size):
     target, expected = case
     body = b"x=" + b"y" * (size - 2)
     answers = [post(web, target, body, content_type) for _ in range(20)]
     assert answers == [expected(size)] * 20
 
 
-def test_no_answer_to_a_chunked_body_is_lost(web):
+def test_no_response_to_a_chunked_body_is_lost(web):
     chunk = b"10000\r\n" + b"x" * 0x10000 + b"\r\n"
     for _ in range(20):
         with web.connect() as connection:
@@ -120,7 +120,7 @@ def test_no_answer_to_a_chunked_body_is_lost(web):
                 assert status == 411
 
 
-def test_an_answer_waits_for_no_body_and_the_only_thread_neither(start, front):
+def test_neither_the_response_nor_the_only_thread_waits_for_the_body(start, front):
     start.host("--listen", start.socket_path, "--threads", "1")
     for _ in range(3):
         with front.connect() as connection:
@@ -173,7 +173,7 @@ ANSWER = b"Content-Type: text/plain \r\n\r\nread 0"
 
 
 @pytest.mark.parametrize("size", [MIB, 64 * MIB], ids=["1 MiB", "64 MiB"])
-def test_a_peer_that_sends_on_after_the_answer_finds_it(connect, size):
+def test_a_peer_that_keeps_sending_receives_the_response(connect, size):
     piece = stdin(b"x" * 0x8000)
     for _ in range(5):
         with connect() as connection:
@@ -185,7 +185,7 @@ def test_a_peer_that_sends_on_after_the_answer_finds_it(connect, size):
             assert answer_until_end(connection) == ANSWER
 
 
-def test_a_peer_that_never_stops_sending_holds_the_thread_for_two_seconds(connect):
+def test_a_peer_that_never_stops_sending_blocks_the_thread_for_two_seconds(connect):
     def send_on():
         with contextlib.suppress(BrokenPipeError, ConnectionResetError):
             while True:
@@ -246,7 +246,7 @@ def test_a_form_that_has_been_read_is_not_waited_for(start, connect_locally):
     assert time_until_closed(connection) < 0.4
 
 
-def test_a_connection_that_is_to_be_kept_is(start, connect_locally):
+def test_a_connection_that_is_to_be_kept_stays_open(start, connect_locally):
     start.host("--listen", start.socket_path, "--threads", "1")
     connection = connect_locally()
     for _ in range(3):
