@@ -1,5 +1,5 @@
-"""Bodies and what announces them, each with what lighttpd, nginx and Apache say to it:
-what is left out is as the one before it."""
+"""Bodies and their headers, each with the answers of lighttpd, nginx and Apache; an omitted answer
+equals the one before it."""
 
 from raw_http import FORM, PAGE, PLAIN, chunked, get, post, raw
 
@@ -49,7 +49,7 @@ WITHOUT_LENGTH = [
      "400"),
 ]
 
-# Apache passes no body on without knowing its length, which its limit goes by.
+# Apache forwards no body of unknown length, since it could not enforce its limit.
 CHUNKS = [(name, data, lighttpd, nginx[0] if nginx else lighttpd, "411")
           for name, data, lighttpd, *nginx in WITHOUT_LENGTH] + [
     ("another coding", post("Transfer-Encoding: gzip"), "501", "501", "400"),

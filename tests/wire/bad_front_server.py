@@ -18,7 +18,7 @@ import fastcgi
 
 
 class Program:
-    """A FastCGI program, and the ordinary request that it answers."""
+    """A FastCGI program, and the usual request that it answers."""
 
     def __init__(self, address, request):
         self.address = address
@@ -29,7 +29,7 @@ class Program:
         return fastcgi.connect(self.address)
 
     def send(self, pieces, pause=0):
-        """Sends all there is, and then its end; the reply."""
+        """Sends the bytes, then half-closes; returns the reply."""
         with self.connect() as connection:
             with contextlib.suppress(BrokenPipeError, ConnectionResetError):
                 for piece in pieces:
@@ -39,24 +39,24 @@ class Program:
             return fastcgi.reply(connection)
 
     def leave(self, pieces):
-        """Sends all there is and closes, whatever there is to read."""
+        """Sends the bytes and closes without reading."""
         with self.connect() as connection, contextlib.suppress(BrokenPipeError):
             connection.sendall(b"".join(pieces))
 
     def ask_as_usual(self):
-        """As a front server asks, which sends no end; the reply."""
+        """Sends the bytes as a front server does, without half-closing; returns the reply."""
         with self.connect() as connection:
             connection.sendall(b"".join(self.request.records()))
             return fastcgi.reply(connection)
 
     def learn(self):
-        """Whether it answers; what it says, if it says the same twice."""
+        """Returns whether the program answers; remembers the response if it is the same twice."""
         first, second = self.ask_as_usual(), self.ask_as_usual()
         self.usual = first.output if first.output == second.output else None
         return str(first) == str(second) == "answer, complete"
 
     def words(self, reply):
-        """The words of a reply, "another answer" being one that differs from the usual one."""
+        """Describes a reply; "another answer" is one that differs from the usual one."""
         if self.usual in (None, reply.output):
             return str(reply)
         return str(reply).replace("answer", "another answer")
@@ -66,7 +66,7 @@ class Program:
 
 
 def tell(number, check, program):
-    """Prints the line of one check; whether it went well."""
+    """Prints the line of one check; returns whether it passed."""
     try:
         words = check.run(program)
         problem = None if words in check.expected + check.permitted else f"got: {words}"

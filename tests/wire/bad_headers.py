@@ -1,5 +1,5 @@
-"""Headers, each with what lighttpd, nginx and Apache say to it:
-what is left out is as the one before it."""
+"""Headers, each with the answers of lighttpd, nginx and Apache; an omitted answer equals the one
+before it."""
 
 from raw_http import FORM, PAGE, PLAIN, get, post, raw
 

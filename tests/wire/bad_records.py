@@ -13,13 +13,13 @@ from fastcgi import (ABORT_REQUEST, AUTHORIZER, BEGIN_REQUEST, DATA, END_REQUEST
 
 FORM = b"x=y"
 ANSWER, ANOTHER, CLOSED = "answer, complete", "another answer, complete", "closed"
-# What becomes of a request that does not come whole, FastCGI 1.0 leaves to the program.
+# FastCGI 1.0 does not define the response to an incomplete request.
 ANY_END = (ANSWER, ANOTHER, CLOSED, "complete")
 PAUSE = 0.001  # long enough for the program to read what has been sent
 
 
 class Request:
-    """An ordinary request, a form of one field, with more variables if need be."""
+    """A usual request: a form of one field, with additional variables if given."""
 
     def __init__(self, uri, more=()):
         self.variables = {
@@ -42,7 +42,8 @@ class Request:
 
 
 class Check:
-    """What is sent, and which words may come. `permitted` are those of another program."""
+    """The bytes to send, and the accepted descriptions of the reply; those in `permitted` are
+    accepted of other programs only."""
 
     def __init__(self, name, talk, *expected, permitted=()):
         self.name = name
@@ -107,8 +108,8 @@ def expected_of(request, length):
 
 
 def abort_checks(request):
-    """An abort between records ends what is being read. Within one it is content, and then the
-    end of the connection comes."""
+    """An abort between records ends the request. Within a record it is content, followed by the
+    end of the connection."""
     whole = b"".join(request.records())
     ends = [sum(map(len, request.records()[:count])) for count in range(1, 6)]
     between = dict(zip(ends, [ANOTHER, ANOTHER, ANOTHER, ANSWER, ANSWER]))
@@ -137,7 +138,7 @@ def five_idle(program):
 
 
 def kept(program, request, times, rest=b""):
-    """The last reply; the ones before it are the usual ones."""
+    """Returns the last reply; all before it must be the usual one."""
     with program.connect() as connection:
         for _ in range(times):
             connection.sendall(begin(keep=True) + b"".join(request.records()[1:]))
@@ -181,7 +182,7 @@ def begin_checks(request):
 
 
 def type_checks(request):
-    """Number 0 stands for the connection itself: a type that it does not know is answered."""
+    """Request id 0 addresses the connection itself: an unknown type gets a reply."""
     whole = request.records()
     for kind in (0, ABORT_REQUEST, END_REQUEST, PARAMS, STDIN, STDOUT, STDERR, DATA,
                  GET_VALUES_RESULT, UNKNOWN_TYPE, 12, 127, 128, 255):

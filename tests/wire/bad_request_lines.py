@@ -1,5 +1,5 @@
-"""Request lines and addresses, each with what lighttpd, nginx and Apache say to it:
-what is left out is as the one before it."""
+"""Request lines and addresses, each with the answers of lighttpd, nginx and Apache; an omitted answer
+equals the one before it."""
 
 from raw_http import PAGE, PLAIN, get, line, raw
 

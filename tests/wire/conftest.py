@@ -29,8 +29,8 @@ def pytest_collection_modifyitems(config, items):
 
 
 def is_wanted(item, sanitized, one_front):
-    # Sanitizers look for mistakes of the daemon, and two web servers send it requests of all kinds;
-    # Apache would take half as long again. scripts/serve builds for itself.
+    # Sanitizers check the daemon, and two web servers already send it all kinds of requests. What
+    # scripts/serve starts is built without sanitizers.
     if sanitized and (behind(item) == "apache" or item.path.name == "test_serve.py"):
         return False
     if one_front and item.path.name == "test_front_servers.py":
@@ -56,7 +56,7 @@ def folder():
 
 @pytest.fixture
 def start(build, folder):
-    """Starts programs that end with the test."""
+    """Starts programs that are stopped after the test."""
     starter = service.Starter(build, folder)
     yield starter
     starter.end()
@@ -64,7 +64,7 @@ def start(build, folder):
 
 @pytest.fixture(scope="module")
 def start_once(build):
-    """Starts programs that end with the tests of a file."""
+    """Starts programs that are stopped after the tests of a file."""
     with service.temporary_folder() as path:
         starter = service.Starter(build, path)
         yield starter
@@ -78,7 +78,7 @@ def daemon_host(start_once):
 
 @pytest.fixture(scope="module")
 def daemon(daemon_host, start_once):
-    """A daemon that is asked without a web server."""
+    """A daemon that gets requests without a web server."""
     program = bad_front_server.Program(start_once.socket_path, bad_records.Request(facts.PAGE))
     assert program.learn()
     return program
@@ -86,12 +86,12 @@ def daemon(daemon_host, start_once):
 
 @pytest.fixture(params=["lighttpd", "nginx", "apache"])
 def front(request, start):
-    """A web server in front of a socket that nobody serves yet."""
+    """A web server, connected to a socket that no daemon serves yet."""
     return start.front(request.param, SOURCE / "packaging/front-servers")
 
 
 @pytest.fixture
 def web(start, front):
-    """The whole: a web server and the daemon behind it."""
+    """A web server with a daemon behind it."""
     start.host("--listen", start.socket_path, "--threads", "4")
     return front

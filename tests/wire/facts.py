@@ -1,4 +1,4 @@
-"""The page that tells what it knows of a request, asked of the daemon itself."""
+"""Requests for the page that prints all it sees of a request, without a web server."""
 
 import fastcgi
 from bad_records import FORM, Request
@@ -15,7 +15,7 @@ def ask_with(daemon, variables, body=FORM):
 
 
 def ask(daemon, *changes, body=FORM):
-    """The answer to the ordinary request with other variables, the changed ones first."""
+    """Sends the usual request with other variables, the changed ones first; returns the response."""
     changed = {name for name, _ in changes}
     rest = [each for each in Request(PAGE).variables.items() if each[0] not in changed]
     return ask_with(daemon, [*changes, *rest], body)
@@ -28,7 +28,7 @@ def facts(output):
 
 
 def usual(daemon, **changes):
-    """The usual facts but for some, whose values may have lines."""
+    """Returns the usual facts, some of them changed; a value may contain line ends."""
     text = b"\n" + facts(daemon.usual)
     for name, value in changes.items():
         begin = text.index(b"\n%s=" % name.encode())

@@ -1,4 +1,4 @@
-"""FastCGI as a front server speaks it, record by record."""
+"""The front server's side of FastCGI, record by record."""
 
 import socket
 import struct
@@ -34,13 +34,13 @@ def pair(name, value):
 
 
 def variables(values):
-    """Names and values, of a dictionary or in pairs, where a name may come twice."""
+    """Encodes names and values, from a dictionary or from pairs, in which a name may repeat."""
     items = values.items() if isinstance(values, dict) else values
     return b"".join(pair(name, value) for name, value in items)
 
 
 def pairs(content):
-    """Names and values."""
+    """Decodes names and values."""
     while content:
         name_size, content = cut_size(content)
         value_size, content = cut_size(content)
@@ -50,20 +50,20 @@ def pairs(content):
 
 
 def cut_size(content):
-    """A length and what follows it."""
+    """Returns a length and the remaining bytes."""
     if content[0] < 128:
         return content[0], content[1:]
     return struct.unpack("!I", content[:4])[0] & ~(1 << 31), content[4:]
 
 
 def stream(kind, content, piece=LARGEST_CONTENT, number=1, padding=b""):
-    """Records of a stream with the empty one that ends it."""
+    """Returns the records of a stream, including the empty one that ends it."""
     pieces = [content[at:at + piece] for at in range(0, len(content), piece)]
     return [record(kind, each, number, padding) for each in pieces + [b""]]
 
 
 def connect(address):
-    """To PATH or HOST:PORT."""
+    """Connects to PATH or HOST:PORT."""
     host, colon, port = address.rpartition(":")
     if colon and port.isdigit():
         return socket.create_connection((host.strip("[]"), int(port)), 10)
@@ -80,7 +80,7 @@ class Record:
 
 
 def records(connection):
-    """What the program sends, until it closes the connection."""
+    """Returns what the program sends until it closes the connection."""
     with connection.makefile("rb") as incoming:
         while header := read(incoming, 8):
             length, padding = struct.unpack("!4xHBx", header)
@@ -88,7 +88,7 @@ def records(connection):
 
 
 def read(incoming, count):
-    """`count` bytes, or none where the program closes, or drops, the connection before them."""
+    """Returns `count` bytes, or none if the program closes or resets the connection first."""
     try:
         data = incoming.read(count) if count else b""
     except ConnectionResetError:
@@ -98,7 +98,7 @@ def read(incoming, count):
 
 
 class Reply:
-    """Everything that came over a connection: what was said, and the words for it in order."""
+    """All data received from a connection, and one word for each event in order."""
 
     def __init__(self):
         self.output = b""
@@ -131,7 +131,7 @@ class Reply:
 
 
 def reply(connection, until_end=False):
-    """What comes until the connection is closed, or until the request has been ended."""
+    """Reads until the connection is closed or the request is ended."""
     result = Reply()
     for received in records(connection):
         result.add(received)

@@ -1,6 +1,6 @@
-// A disk that is full, for the daemon under test: with WIRE_DISK_ROOM=N in the environment no file
-// takes more than N bytes. Takes the place of write(2) in the program it is linked into and in
-// the libraries that program uses.
+// Simulates a full disk for the daemon under test: with WIRE_DISK_ROOM=N in the environment no file
+// accepts more than N bytes. Replaces write(2) in the program that it is linked into, and in the
+// libraries of that program.
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// Standard error may be a file, too; the log is not what is tested.
+// Standard error may be a file, too, and the log must not be affected.
 bool isOnTheDisk(int fd) {
     struct stat status {};
     return fd > STDERR_FILENO && fstat(fd, &status) == 0 && S_ISREG(status.st_mode);

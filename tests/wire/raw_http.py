@@ -1,4 +1,4 @@
-"""HTTP as no browser sends it, and the words for what comes back."""
+"""Sends HTTP that no browser sends, and describes the response in a few words."""
 
 import contextlib
 import re
@@ -9,7 +9,7 @@ import service
 PLAIN = "/servlet?p=facts"
 PAGE = PLAIN + "&x=y"
 FORM = "application/x-www-form-urlencoded"
-SILENCE = 0.2  # seconds after which a web server is taken to wait for more
+SILENCE = 0.2  # seconds without a byte, after which the web server counts as waiting for more
 
 
 def as_bytes(text):
@@ -17,7 +17,7 @@ def as_bytes(text):
 
 
 def raw(line, *headers, body=b""):
-    """A request of a line and headers as they are, without any that would be missing."""
+    """Builds a request from exactly these headers; nothing is added."""
     return b"\r\n".join(map(as_bytes, (line, *headers))) + b"\r\n\r\n" + body
 
 
@@ -39,8 +39,8 @@ def chunked(body, *headers):
 
 
 def ask(front, data, expected=""):
-    """What comes back until the web server closes, in words; nothing is to come where "waits" is
-    expected."""
+    """Sends a request and describes what the web server sends until it closes. Where "waits" is
+    expected, it must send nothing."""
     with front.connect() as connection:
         with contextlib.suppress(BrokenPipeError, ConnectionResetError):
             connection.sendall(data)
@@ -49,13 +49,13 @@ def ask(front, data, expected=""):
 
 
 def received(connection):
-    """Everything, or None if nothing comes."""
+    """Returns everything received, or None if nothing was."""
     data = b""
     try:
         while piece := connection.recv(65536):
             data += piece
             if data.startswith(b"HTTP/1.1 413"):
-                connection.shutdown(socket.SHUT_WR)  # or a body of that size is waited for
+                connection.shutdown(socket.SHUT_WR)  # or the server waits for a body of that size
     except ConnectionResetError:
         pass
     except TimeoutError:
@@ -65,7 +65,7 @@ def received(connection):
 
 
 def words(data):
-    """For each answer its status, where it leads, and what its page tells of the request."""
+    """Describes each response by its status, its Location, and what the page saw of the request."""
     if not data:
         return "waits" if data is None else "closed"
     answers = [each for each in re.split(rb"(?=HTTP/1\.\d \d{3}\b)", data) if each]

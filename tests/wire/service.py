@@ -1,4 +1,4 @@
-"""What the wire tests start and what they ask with."""
+"""Starts the programs of the wire tests, and sends them requests."""
 
 import contextlib
 import os
@@ -15,10 +15,10 @@ import time
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "support"))
 from ports import free_port
 
-# A record of the log. The characters left out are the control characters of Unicode.
+# A log record. The excluded characters are the control characters of Unicode.
 RECORD = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ [a-z]+ \[[^]]+\]"
                     r"( thread=\d+ request=\d+)?: [^\x00-\x1f\x7f-\x9f]*")
-PATIENCE = 30  # seconds for what normally takes much less than one
+PATIENCE = 30  # seconds; normally much less than one is needed
 
 
 class Build:
@@ -27,14 +27,14 @@ class Build:
     def __init__(self, folder):
         self.folder = folder
         self.host = folder / "host/fcgi_host"
-        # The same over a plug-in library of the tests' own.
+        # The same, for the plug-in library of these tests.
         self.wire_host = folder / "tests/wire/fcgi_host_wire"
         self.sanitized = "-fsanitize=" in (folder / "CMakeCache.txt").read_text()
 
 
 @contextlib.contextmanager
 def temporary_folder():
-    """A folder with a short path: that of a Unix socket has at most 107 bytes."""
+    """Creates a folder with a short path: a Unix socket path has at most 107 bytes."""
     path = pathlib.Path(tempfile.mkdtemp(prefix="wire."))
     for name in ("uploads", "www/WEB-INFO", "state"):
         (path / name).mkdir(parents=True)
@@ -68,23 +68,24 @@ class Host:
         self.process.send_signal(number)
 
     def obeys(self):
-        """Whether a stop signal ends it in order; before it has come that far, just so."""
+        """Returns whether the daemon has started far enough for a stop signal to shut it down
+        gracefully."""
         assert self.process.poll() is None, self.log.read_text()
         status = pathlib.Path(f"/proc/{self.process.pid}/status").read_text()
         blocked = int(re.search(r"^SigBlk:\s+([0-9a-f]+)$", status, re.M).group(1), 16)
-        # Blocked together with the stop signals, which look as if they were not while waited for.
+        # Blocked together with the stop signals. Those look unblocked while sigwait(3) waits.
         return bool(blocked & 1 << (signal.SIGUSR1 - 1))
 
     def wait(self, timeout=PATIENCE):
         return self.process.wait(timeout)
 
     def stop(self):
-        """Ends it as a supervisor does; the exit status."""
+        """Stops the daemon as a supervisor does; returns its exit status."""
         self.signal(signal.SIGTERM)
         return self.wait()
 
     def memory(self, field):
-        """A figure of /proc/PID/status, in bytes."""
+        """Returns a figure of /proc/PID/status in bytes."""
         status = pathlib.Path(f"/proc/{self.process.pid}/status").read_text()
         return int(re.search(rf"^{field}:\s+(\d+) kB$", status, re.M).group(1)) * 1024
 
@@ -92,7 +93,7 @@ class Host:
         return len(os.listdir(f"/proc/{self.process.pid}/fd"))
 
     def log_lines(self):
-        """The log, where nothing but records is: a line each, without a control character."""
+        """Returns the log, which must consist of records: one line each, no control characters."""
         text = self.log.read_bytes().decode()
         lines = text.split("\n")
         assert lines.pop() == ""
@@ -101,7 +102,7 @@ class Host:
         return lines
 
     def lines(self, name):
-        """What the plug-in recorded under this name."""
+        """Returns the lines that the plug-in recorded under this name."""
         path = self.folder / name
         if not path.exists():
             return []
@@ -109,7 +110,7 @@ class Host:
 
 
 class Answer:
-    """A raw answer taken apart."""
+    """An HTTP response, parsed."""
 
     def __init__(self, raw):
         self.raw = raw
@@ -142,7 +143,7 @@ class Front:
         self.scheme = scheme
 
     def curl(self, target, *options, stdin=b""):
-        """Asks with curl; the answer."""
+        """Sends a request with curl and returns the response."""
         result = subprocess.run(
             ["curl", "--silent", "--show-error", "--include", "--path-as-is", "--globoff",
              "--max-time", "120", "--header", "Expect:", *map(str, options),
@@ -168,7 +169,7 @@ class Starter:
 
     def end(self):
         for process in self.processes:
-            # With what it has started: nginx has workers, which a killed master leaves behind.
+            # The whole process group: a killed nginx master leaves its workers behind.
             with contextlib.suppress(ProcessLookupError):
                 os.killpg(process.pid, signal.SIGKILL)
             process.wait()
@@ -183,17 +184,17 @@ class Starter:
         return process
 
     def shared_socket(self):
-        """A listening socket as a supervisor holds it: daemons come and go behind it."""
+        """Opens a listening socket as a supervisor does, to be shared by successive daemons."""
         listener = socket.socket(socket.AF_UNIX)
         self.sockets.append(listener)
         listener.bind(self.socket_path)
         listener.listen(socket.SOMAXCONN)
-        os.chmod(self.socket_path, 0o666)  # the web server's workers may be another user
+        os.chmod(self.socket_path, 0o666)  # the web server's workers may run as another user
         return listener
 
     def host(self, *arguments, stdin=subprocess.DEVNULL, wait=True, **options):
-        """Starts fcgi_host over the tests' plug-in, and waits until it obeys stop signals and,
-        with --listen, listens."""
+        """Starts fcgi_host with the plug-in of the tests, and waits until it handles stop signals
+        and, with --listen, listens."""
         process = self.start(self.build.wire_host, *arguments, log="host.log", stdin=stdin,
                              env=self.environment, **options)
         host = Host(process, self.folder, self.folder / "host.log")
@@ -211,7 +212,8 @@ class Starter:
         os.chmod(self.socket_path, 0o666)
 
     def front(self, kind, config, *additions):
-        """Starts a web server by packaging/front-servers/KIND.conf, with packaging/front-servers/KIND-ADDITION.conf for additions."""
+        """Starts a web server with packaging/front-servers/KIND.conf and, for each addition,
+        KIND-ADDITION.conf."""
         os.chmod(self.folder, 0o755)
         os.chmod(self.state, 0o777)
         port = free_port()
@@ -228,7 +230,8 @@ class Starter:
         return Front(kind, port, "https" if "tls" in additions else "http")
 
     def certificate(self):
-        """The file of a certificate, signed by itself, for the web server that is started next."""
+        """Creates a self-signed certificate for the web server that is started next; returns its
+        file."""
         certificate, key = self.folder / "certificate.pem", self.folder / "key.pem"
         subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "1",
                         "-subj", "/CN=phone", "-addext", "subjectAltName=IP:127.0.0.1",
@@ -237,7 +240,7 @@ class Starter:
         return certificate
 
     def _lighttpd(self, config, additions):
-        # What they include is looked for beside the first file.
+        # Included files are searched for beside the first file.
         for path in config.glob("lighttpd*"):
             shutil.copy(path, self.folder)
         path = self.folder / "front.conf"
@@ -262,7 +265,7 @@ class Starter:
         return ["nginx", "-p", self.state, "-e", "stderr", "-c", path]
 
     def _apache(self, config, additions):
-        # Its workers are another user, whom the path to the sources may be closed for.
+        # Its workers run as another user, who may be unable to read the source folder.
         for path in config.glob("apache*"):
             shutil.copy(path, self.folder)
         self.front_variables["CONFIG_DIR"] = str(self.folder)
@@ -272,7 +275,7 @@ class Starter:
         return command
 
     def cgi_fcgi(self, uri, **variables):
-        """Asks the daemon itself; what it answered, byte for byte."""
+        """Sends a request to the daemon without a web server; returns the raw response."""
         query = uri.partition("?")[2]
         environment = dict(REQUEST_METHOD="GET", REQUEST_URI=uri, QUERY_STRING=query,
                            SCRIPT_NAME="/servlet", REMOTE_ADDR="127.0.0.1", **variables)
@@ -283,14 +286,14 @@ class Starter:
 
 
 def system_environment():
-    """Debian keeps the web servers where only root's path leads."""
+    """Returns the environment with /usr/sbin in PATH, where Debian installs the web servers."""
     return dict(os.environ, PATH=os.environ["PATH"] + ":/usr/sbin")
 
 
 @contextlib.contextmanager
 def in_background(*functions):
-    """Runs functions at once on threads of their own; gives a list that holds their results,
-    in any order, after the block."""
+    """Runs each function on its own thread. Yields a list that contains their results, in any
+    order, after the block."""
     import threading
     results = []
     threads = [threading.Thread(target=lambda f=function: results.append(f()))

@@ -17,7 +17,7 @@ from service import PATIENCE, wait_until
 
 REQUEST = b"".join(Request(PAGE).records())
 PARAMS_END = len(REQUEST) - len(b"".join(fastcgi.stream(fastcgi.STDIN, b"x=y")))
-WHILE = 0.2  # seconds in which an answer would have come
+WHILE = 0.2  # seconds, within which a response would have arrived
 
 
 def has_news(connection, seconds=WHILE):
@@ -35,7 +35,7 @@ def connect(start):
         yield lambda: opened.enter_context(fastcgi.connect(start.socket_path))
 
 
-# How much of a request has come.
+# How much of a request has arrived.
 BEGINNINGS = {"nothing": 0, "half a record's head": 4, "half a beginning": 12, "a beginning": 16,
               "half the variables": 100, "all but the end of the variables": PARAMS_END - 1}
 
@@ -47,7 +47,7 @@ def size(request):
 
 @pytest.fixture
 def held(threads, connect, size):
-    """A connection in whose turn to be read the daemon waits, and the next one."""
+    """Two connections: the daemon is reading the first, so the second one waits."""
     first, second = connect(), connect()
     first.sendall(REQUEST[:size])
     second.sendall(REQUEST)
@@ -85,7 +85,7 @@ def test_a_kept_connection_blocks_the_only_thread(start, connect):
 
 
 def test_a_kept_connection_waits_for_another_thread_to_accept(start, connect):
-    # A thread that is busy for a while finds that the other one has taken the turn.
+    # When the first thread has finished, the other one already holds the accept lock.
     slow = "/servlet?p=slow&ms=200"
     start.host("--listen", start.socket_path, "--threads", "2")
     first = connect()
@@ -113,7 +113,7 @@ def test_half_a_form_blocks_one_thread_only(start, connect):
 
 GET, FORM = raw_http.get(), raw_http.post("Content-Length: 3")
 CHUNKED = raw_http.chunked(b"3\r\nx=y\r\n0\r\n\r\n")
-# What a client sends, and then no more for a while.
+# What a client sends before it pauses.
 CLIENTS = {
     "nothing": (GET, 0), "half a line": (GET, 10), "a line": (GET, GET.index(b"Host")),
     "half a head": (GET, 50), "all but the last byte of a head": (GET, len(GET) - 1),
@@ -188,7 +188,7 @@ def test_half_an_upload_blocks_one_thread_only(start, front):
 
 @pytest.fixture
 def backend(start):
-    """The socket behind a front server, where the daemon would be."""
+    """A listening socket in the place of the daemon."""
     listener = start.shared_socket()
     listener.settimeout(PATIENCE)
     return listener
@@ -208,7 +208,7 @@ def test_a_request_reaches_the_daemon_when_it_is_complete(backend, front, client
 
 
 def until_end_of_stdin(connection):
-    """The records of one request, which come without a pause."""
+    """Reads the records of one request, which must arrive without a pause."""
     connection.settimeout(2)
     received = []
     for record in fastcgi.records(connection):

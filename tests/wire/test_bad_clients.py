@@ -1,5 +1,5 @@
-"""Clients of lighttpd, nginx and Apache that speak HTTP badly: each gets the expected answer, and
-the next one the usual."""
+"""Clients that send invalid HTTP to lighttpd, nginx and Apache: each gets the expected response, and
+the next client the usual one."""
 
 import re
 import socket
@@ -58,7 +58,7 @@ def test_the_document_lists_these_answers():
 
 
 def told(expected):
-    """The document's word for an answer."""
+    """Returns the word of the document for an answer."""
     status, _, rest = expected.partition(" ")
     session = re.fullmatch("session=(.*) x=y", rest)
     if session:

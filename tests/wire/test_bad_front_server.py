@@ -1,5 +1,5 @@
-"""A front server that speaks FastCGI badly: the daemon gives the expected answer, and the usual one
-to the next request."""
+"""A front server that sends invalid FastCGI: it gets the expected response, and the next request the
+usual one."""
 
 import contextlib
 import pathlib
@@ -62,7 +62,7 @@ def test_the_script_reports_each_check_in_tap(program):
 
 
 class CarelessProgram:
-    """Gives the same answer to whatever comes."""
+    """Answers every request alike, whatever it is."""
 
     def __init__(self, answer):
         self.answer = answer

@@ -1,4 +1,4 @@
-"""Bodies that have another length than is announced: what a page learns, and the next request is
+"""Bodies of another length than announced: what a page sees of them, and that the next request is
 answered."""
 
 import pytest
@@ -31,7 +31,7 @@ def test_a_form_is_read_if_it_has_the_announced_length(daemon, text):
     assert facts(ask(daemon, ("CONTENT_LENGTH", text))) == expected
 
 
-def test_no_length_is_none(daemon):
+def test_without_a_length_there_is_no_body(daemon):
     variables = Request(PAGE).variables
     del variables["CONTENT_LENGTH"]
     answer = facts(ask_with(daemon, variables))

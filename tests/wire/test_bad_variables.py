@@ -1,5 +1,5 @@
-"""Variables as no front server should pass them on: what a page learns, what the log says, and the
-next request is answered."""
+"""Invalid CGI variables: what a page sees of them, what is logged, and that the next request is
+answered."""
 
 import pytest
 
@@ -15,7 +15,7 @@ def answered_and_logged(daemon, daemon_host):
     assert daemon_host.log_lines()
 
 
-# The fact that each variable shows in.
+# The line of the page that shows each variable.
 SHOWN = {
     "DOCUMENT_ROOT": "root", "REMOTE_HOST": "host", "SERVER_NAME": "name",
     "SERVER_PROTOCOL": "protocol", "REFFERER": "referrer", "USER_AGENT": "agent",
@@ -90,7 +90,7 @@ def test_a_field_is_what_it_is_in_the_query(daemon, value):
     assert answer == usual(daemon, query=query) + b"x=" + text + b"\n"
 
 
-# The address is the one text of a request that gets into the log: when it is refused.
+# Only the address of a request is ever logged: when it is refused.
 LOGGED = {
     "line ends": r"a\r\nSet-Cookie: forged=1\r\n\r\n<b>", "a line feed": r"a\nb",
     "an escape": r"\x1B[2J\x1B]0;b\x07", "bytes above 0x7f": r"\x80\xFE\xFF\xC0\xAF",
@@ -131,7 +131,7 @@ def test_an_event_with_such_bytes_is_one(daemon, value):
                ("QUERY_STRING", b"key=" + text)) == b"\r\n"
 
 
-# No front server passes on line ends in an address; tests/wire/bad_request_lines.py shows it.
+# No front server forwards line ends in an address; see tests/wire/bad_request_lines.py.
 @in_every_way
 def test_a_legacy_address_is_redirected_unchanged(daemon, value):
     text = value.replace(b"<b>", b"")

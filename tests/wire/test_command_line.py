@@ -1,4 +1,4 @@
-"""fcgi_host as a user of the command line meets it."""
+"""The command line of fcgi_host."""
 
 import grp
 import os
@@ -122,7 +122,7 @@ def test_an_unknown_user_is_reported(run, start, user):
 
 
 def test_it_runs_as_the_given_user_with_that_users_groups(run, start):
-    # Not as another user than root: whose the build folder is, nobody knows here.
+    # No other user than root: another one may be unable to read the build folder.
     if os.geteuid() != 0:
         result = run("--user=root", "--listen", start.socket_path)
         assert (result.returncode, os.path.exists(start.socket_path)) == (71, False)
@@ -153,7 +153,7 @@ def test_it_listens_on_a_port(start, address):
 
 def test_systemd_passes_its_socket_as_descriptor_3(start, build):
     listener = start.shared_socket()
-    # As sd_listen_fds(3) describes it: the variable names the process itself.
+    # See sd_listen_fds(3): LISTEN_PID must be the process itself.
     script = 'exec 3<&0 </dev/null; LISTEN_PID=$$ LISTEN_FDS=1 exec "$0" --threads 1'
     process = start.start("bash", "-c", script, build.wire_host, log="host.log", stdin=listener,
                           env=start.environment)

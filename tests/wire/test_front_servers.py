@@ -1,4 +1,4 @@
-"""What is set up differently at each web server: variables, TLS, and who starts the daemon."""
+"""What is configured differently for each web server: variables, TLS, and who starts the daemon."""
 
 import os
 import re
@@ -33,7 +33,7 @@ def test_a_page_sees_the_browser_and_its_address(start, kind, additions):
 
 @pytest.fixture(params=FRONTS)
 def secure(request, start):
-    """A web server with TLS, and what curl trusts it by."""
+    """A web server with TLS, and the options with which curl trusts it."""
     certificate = start.certificate()
     return start.front(request.param, CONFIG, "tls"), ("--cacert", certificate)
 
@@ -57,7 +57,7 @@ def test_a_client_that_does_not_trust_the_certificate_hangs_up(secure):
 
 
 def variables_of_a_request(listener, front, *options):
-    """What a web server sends along; nobody answers."""
+    """Returns the variables that a web server sends; the request is not answered."""
     listener.settimeout(PATIENCE)
     params = b""
     with in_background(lambda: front.curl("/servlet?p=facts", *options)):
@@ -85,7 +85,7 @@ def version(answer):
 
 def test_lighttpd_alone_speaks_http_2_without_tls(start, front):
     start.host("--listen", start.socket_path)
-    # The beginning of HTTP/2, and what each side settles first.
+    # The connection preface of HTTP/2, and the settings of both sides.
     with front.connect() as connection:
         connection.sendall(b"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n" + bytes([0, 0, 0, 4, 0, 0, 0, 0, 0]))
         answer = connection.recv(9)
@@ -104,13 +104,13 @@ def test_lighttpd_alone_speaks_http_2_over_tls(start, secure):
 def test_a_daemon_that_starts_later_is_used_at_once(start, front):
     assert front.curl("/servlet?p=facts").status in (502, 503)
     start.host("--listen", start.socket_path)
-    # lighttpd waits for a second before it tries again.
+    # lighttpd retries after a second.
     wait_until(lambda: front.curl("/servlet?p=facts").status == 200, "an answer", 3)
 
 
 @pytest.fixture
 def impatient(folder):
-    """The configurations with a second in the place of each time-out."""
+    """The configurations with all time-outs set to one second."""
     copies = folder / "impatient"
     copies.mkdir()
     for path in CONFIG.glob("*.*"):
@@ -125,11 +125,11 @@ def impatient(folder):
 def test_a_daemon_that_does_not_answer_times_out(start, impatient, kind):
     front = start.front(kind, impatient)
     silent = start.shared_socket()
-    # Long before the minute that is the servers' own.
+    # Long before the servers' default of a minute.
     patience = ("--max-time", PATIENCE)
     assert front.curl("/servlet?p=facts", *patience).status == 504
     assert front.curl("/servlet?p=facts", *patience, "--form", "x=upload").status == 504
-    # The next one is asked as ever.
+    # The next request is forwarded as usual.
     silent.close()
     Path(start.socket_path).unlink()
     start.host("--listen", start.socket_path)
@@ -171,7 +171,7 @@ def test_a_stalled_client_is_disconnected(start, impatient, kind, begun):
 
 
 def only_daemon(start):
-    """The process id of the one daemon that lighttpd has started."""
+    """Returns the process id of the only daemon that lighttpd has started."""
     lighttpd = start.processes[0].pid
 
     def children():
@@ -211,14 +211,14 @@ def test_lighttpd_shuts_the_daemon_down_gracefully(start, folder):
 
 @pytest.fixture
 def start_as_shown(start, folder):
-    """Starts the daemon by a file of config/."""
+    """Starts the daemon with a script of packaging/front-servers/."""
     def start_as_shown(name):
         programs = folder / "bin"
         programs.mkdir()
         (programs / "fcgi_host").symlink_to(start.build.wire_host)
         environment = dict(start.environment, STATE_DIR=str(start.state),
                            PATH=f"{programs}:{os.environ['PATH']}")
-        # systemd-socket-activate does not pass WIRE_FOLDER on.
+        # systemd-socket-activate does not forward WIRE_FOLDER.
         process = start.start("sh", CONFIG / name, log="host.log", env=environment, cwd=folder)
         start.wait_for_socket(process)
         return process

@@ -1,4 +1,4 @@
-"""What somebody finds out about a daemon while it runs: by signals and from its log."""
+"""Signals that query and control a running daemon, and its log."""
 
 import os
 import re
@@ -19,7 +19,7 @@ def status_lines(host):
 
 
 def status(host):
-    """The figures of the next status line."""
+    """Requests a status line and returns its figures."""
     before = len(status_lines(host))
     host.signal(signal.SIGUSR2)
     wait_until(lambda: len(status_lines(host)) > before, "the status line")
@@ -29,7 +29,7 @@ def status(host):
 
 
 def wait_for_status(host, **expected):
-    """Until the figures are these: an answer is there somewhat earlier than its request's end."""
+    """Waits for these figures: a response arrives a little before its request ends."""
     wait_until(lambda: expected.items() <= status(host).items(), str(expected))
 
 
@@ -101,7 +101,7 @@ def test_the_status_shows_the_memory_in_use(start):
     figures = status(host)
     resident = host.memory("VmRSS") // 1024
     assert 0 < figures["private_kib"] < figures["resident_kib"]
-    # The kernel counts this one less exactly.
+    # The kernel updates VmRSS less often.
     assert abs(figures["resident_kib"] - resident) < 0.25 * resident
 
 
@@ -172,7 +172,7 @@ def threshold_lines(host):
 
 
 def change_threshold(host, number):
-    """The threshold after this signal and before it."""
+    """Returns the threshold after this signal and before it."""
     count = len(threshold_lines(host))
     host.signal(number)
     wait_until(lambda: len(threshold_lines(host)) > count, "the new threshold")
@@ -180,7 +180,7 @@ def change_threshold(host, number):
 
 
 def levels_logged(start, host):
-    """Of the levels that requests are logged at, those that are logged now."""
+    """Returns those levels of the requests in PROBES that are logged now."""
     logged = set()
     for level, uri in PROBES.items():
         before = len(host.log_lines())
@@ -206,7 +206,7 @@ def test_no_signal_keeps_errors_out_of_the_log(start):
     host = start.host("--listen", start.socket_path)
     for _ in range(20):
         host.signal(LESS)
-    # One line for each: signals of this kind are queued.
+    # One line for each signal: real-time signals are queued.
     wait_until(lambda: len(threshold_lines(host)) == 20, "twenty lines")
     assert threshold_lines(host)[-1] == ("3", "3")
     assert 3 in levels_logged(start, host)
@@ -254,7 +254,7 @@ def test_no_request_is_lost_while_the_threshold_changes(start, front):
     assert host.stop() == 0
 
 
-# Thread, request and message of each line of the page that logs.
+# Thread, request and message of a log line of the page.
 MARKED = re.compile(r" information \[70\] (thread=\d+) (request=\d+): talking (\w+) (\w+)$", re.M)
 
 
@@ -298,7 +298,7 @@ def test_log_lines_outside_a_request_have_no_mark(start):
 
 
 def test_a_device_log_without_a_threshold_is_enough(start, build):
-    """All but the marks and the threshold is there."""
+    """Only the request marks and the threshold are missing."""
     start.environment["LD_LIBRARY_PATH"] = str(build.folder / "tests/wire/plain")
     host = start.host("--listen", start.socket_path)
     assert b"said" in start.cgi_fcgi("/servlet?p=talking&x=a")

@@ -1,4 +1,4 @@
-"""Pages, redirects, events and the notice, through the web servers and on the socket itself."""
+"""Pages, redirects, events and the notice, through the web servers and without them."""
 
 import concurrent.futures
 import contextlib
@@ -80,7 +80,7 @@ def test_four_slow_pages_are_served_at_once(web):
 
 @pytest.mark.parametrize("page", ["unknown", "absent", "refusing"])
 def test_an_unavailable_page_is_reported_in_the_body(web, start, page):
-    # The empty header block of the response is out already when the loop hears of it.
+    # The empty header block has been sent before the container reports the error.
     answer = web.curl(f"/servlet?p={page}")
     assert (answer.status, answer.body) == (200, NOT_FOUND)
     assert start.cgi_fcgi(f"/servlet?p={page}") == b"\r\n" + NOT_FOUND
@@ -143,7 +143,7 @@ def test_a_browser_is_redirected_from_legacy_addresses(web, uri, location):
                                    "csta", "csta=1&p=facts", "key=1&p=facts"])
 def test_events_reach_only_the_listeners(web, query, folder):
     answer = web.curl("/servlet?" + query)
-    # The answer is the line end of an empty head; without a header Apache takes it for the body.
+    # The response is an empty header block, which Apache takes for the body.
     assert (answer.status, answer.body) == (200, b"\r\n" if web.kind == "apache" else b"")
     assert (folder / "requests").read_text() == f"/servlet?{query}\n"
 
@@ -167,7 +167,7 @@ def test_a_listener_that_refuses_ends_the_request(web, folder):
 ])
 def test_the_notice_is_the_requested_status(start, host, asked, word):
     start.cgi_fcgi("/servlet?" + asked)
-    for _ in range(2):  # asking changes nothing
+    for _ in range(2):  # a request does not change it
         assert start.cgi_fcgi("/servlet?p=notice") == (
             f"ContentType: text/html \r\n\r\n{word}".encode())
 

@@ -1,4 +1,4 @@
-"""Sessions: kept by their cookie, bound to the client's address, expired by the host's timer."""
+"""Sessions: identified by a cookie, bound to the client's address, expired by the daemon's timer."""
 
 import time
 
@@ -6,7 +6,7 @@ import pytest
 
 
 def cookie_of(answer):
-    """The cookie as a browser would send it back."""
+    """Returns the cookie as a browser would send it back."""
     cookie = answer.header("Set-Cookie").strip()
     assert cookie.startswith("JSESSIONID=")
     assert len(cookie) > len("JSESSIONID=")
@@ -81,6 +81,6 @@ def test_requests_keep_a_session_from_expiring(web):
 def test_the_timer_keeps_a_session_alive_that_is_being_served(start, front):
     start.host("--listen", start.socket_path, "--timer", "1")
     cookie = cookie_of(front.curl("/servlet?p=count&interval=2"))
-    # Longer than it may be idle; each run of the timer finds it busy.
+    # Longer than the session may be idle; it is busy whenever the timer runs.
     assert front.curl("/servlet?p=count&ms=4000", *with_cookie(cookie)).text == "count 2"
     assert front.curl("/servlet?p=count&create=0", *with_cookie(cookie)).text == "count 3"

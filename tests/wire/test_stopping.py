@@ -20,7 +20,7 @@ def slow_request_under_way(host):
 
 
 class Load:
-    """Clients that ask one thing after the other until told to stop."""
+    """Clients that send one request after the other until they are stopped."""
 
     def __init__(self, front, clients):
         self.front = front
@@ -37,7 +37,7 @@ class Load:
         target = f"/servlet?p=slow&ms={number * 5}"
         while not self.stopping.is_set():
             try:
-                # A new connection each time, so that no client's own keep-alive plays a part.
+                # A new connection each time, so that keep-alive has no influence.
                 connection = http.client.HTTPConnection("127.0.0.1", self.front.port, timeout=60)
                 connection.request("GET", target)
                 answer = connection.getresponse()
@@ -173,7 +173,7 @@ def test_a_stop_signal_during_the_start_is_obeyed(start):
         host = start.host(stdin=listener, wait=False)
         time.sleep(delay)
         host.signal(signal.SIGTERM)
-        # Before the daemon has had a chance to arrange for it, the signal just ends it.
+        # Before the daemon has blocked the signal, the signal kills it.
         assert host.wait() in (0, -signal.SIGTERM)
 
 
@@ -185,7 +185,7 @@ def test_an_idle_daemon_takes_no_time_to_stop(start, build):
         begin = time.monotonic()
         assert host.stop() == 0
         taken.append(time.monotonic() - begin)
-    # The quickest, whatever else the machine does; a sanitizer looks for leaks at the end.
+    # The quickest of several, since the machine may be busy; a sanitizer searches for leaks at exit.
     assert min(taken) < (2 if build.sanitized else 0.25), taken
 
 
@@ -221,7 +221,7 @@ def test_requests_have_five_seconds_to_finish_by_default(start):
     assert sorted(answer[-9:] for answer in answers)[1] == b"begin end"
 
 
-# The first two stop other FastCGI programs; the rest means nothing to this one.
+# The first two stop other FastCGI programs; the daemon ignores the others.
 @pytest.mark.parametrize("number", [signal.SIGPIPE, signal.SIGUSR1, signal.SIGURG, signal.SIGWINCH,
                                     signal.SIGCHLD, signal.SIGCONT])
 def test_other_signals_do_not_stop_the_daemon(start, number):
@@ -287,7 +287,7 @@ def test_a_process_without_descriptors_left_serves_again_later(start):
 
 
 def test_a_request_lost_with_a_killed_daemon_is_noticed(start, front):
-    """Without this the tests under load might never fail."""
+    """Proves that the tests under load can fail."""
     host = start.host("--listen", start.socket_path)
     load = Load(front, 2)
     wait_until(lambda: load.answered > 5, "requests answered")

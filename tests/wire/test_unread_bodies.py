@@ -1,5 +1,5 @@
-"""The end of a request: no answer is lost with a body that nobody reads, or not to its end, and no
-thread waits longer than that takes."""
+"""Unread request bodies: no response is lost when the page reads the body in part or not at all, and
+no thread waits longer than needed."""
 
 import contextlib
 import http.client
@@ -22,7 +22,7 @@ MULTIPART = "multipart/form-data; boundary=edge"
 WAIT = "LIBFCGI_OS_CLOSE_POLL_TIMEOUT"
 NOT_FOUND = "<h1>404 - Not Found</h1>"
 
-# What is asked, and what is to be answered to a body of `size` bytes.
+# The address of a request, and the expected response to a body of `size` bytes.
 CASES = {
     "read": (f"/servlet?p=body&most={100 * MIB}", lambda size: (200, f"read {size}")),
     "unread": ("/servlet?p=body", lambda size: (200, "read 0")),
@@ -35,13 +35,13 @@ CASES = {
 
 
 def multipart(size):
-    """An upload, of `size` bytes in all."""
+    """Returns an upload of `size` bytes in all."""
     return HEAD + b"x" * (size - len(HEAD) - len(TAIL)) + TAIL
 
 
 def send(connection, body, pause):
-    """In sixteen pieces with a pause after each. A web server need not listen to the end: it may
-    have closed after its answer."""
+    """Sends sixteen pieces with a pause after each. The web server may close the connection after its
+    response, before it has read them all."""
     piece = len(body) // 16
     with contextlib.suppress(BrokenPipeError, ConnectionResetError):
         for begin in range(0, len(body), piece):
@@ -61,7 +61,7 @@ def answer_on(connection):
 
 
 def post(front, target, body, content_type, pause=0.0):
-    """Sends as a browser does, which listens meanwhile; status and text of the answer."""
+    """Sends a body and reads the response meanwhile, as a browser does; returns its status and text."""
     with front.connect() as connection:
         connection.sendall(head(target, content_type, f"Content-Length: {len(body)}"))
         sender = threading.Thread(target=send, args=(connection, body, pause))
@@ -96,7 +96,7 @@ def test_no_response_to_a_received_upload_is_lost(web):
     assert answers == [(200, "complete image.bin, note -")] * 23
 
 
-# A form of more than 1 MiB is passed on by the web servers, but not read by the container.
+# The web servers forward a form of more than 1 MiB, but the container does not read it.
 @pytest.mark.parametrize("content_type, size", [
     ("application/octet-stream", MIB), ("application/x-www-form-urlencoded", MIB + 50000)])
 def test_no_response_to_another_body_is_lost(web, case, content_type, size):
@@ -139,7 +139,7 @@ def test_neither_the_response_nor_the_only_thread_waits_for_the_body(start, fron
 
 
 def request(uri, length, content_type=MULTIPART, keep=False):
-    """A request as a web server sends it, up to where its body begins."""
+    """Returns a request as a web server sends it, without the body."""
     variables = fastcgi.variables(dict(
         REQUEST_METHOD="POST" if length else "GET", REQUEST_URI=uri,
         QUERY_STRING=uri.partition("?")[2], REMOTE_ADDR="127.0.0.1", CONTENT_TYPE=content_type,
@@ -159,8 +159,8 @@ def answer_until_end(connection):
 
 @pytest.fixture
 def connect(start):
-    """Connections to a daemon with one thread; a port, since there a reset takes the answer with
-    it."""
+    """Connects to a daemon with one thread. Over TCP, because there a reset would discard the
+    response."""
     def connect():
         return socket.create_connection(("127.0.0.1", port), PATIENCE)
     port = free_port()
@@ -178,7 +178,7 @@ def test_a_peer_that_keeps_sending_receives_the_response(connect, size):
     for _ in range(5):
         with connect() as connection:
             connection.sendall(request("/servlet?p=body", size))
-            time.sleep(0.05)  # the answer has been given
+            time.sleep(0.05)  # the response has been sent
             for _ in range(size // 0x8000):
                 connection.sendall(piece)
             connection.sendall(stdin())
@@ -208,7 +208,7 @@ def test_a_peer_that_never_stops_sending_blocks_the_thread_for_two_seconds(conne
 def time_until_closed(connection):
     begin = time.monotonic()
     closed = select.poll()
-    closed.register(connection, 0)  # tells when the other side is closed both ways
+    closed.register(connection, 0)  # reports when the peer has closed both directions
     assert closed.poll(PATIENCE * 1000)
     return time.monotonic() - begin
 

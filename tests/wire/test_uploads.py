@@ -1,4 +1,4 @@
-"""Uploads of a firmware image's size, and such as go wrong."""
+"""Uploads of the size of a firmware image, and failing uploads."""
 
 import filecmp
 import os
@@ -13,7 +13,7 @@ MIB = 1 << 20
 
 @pytest.fixture(scope="module")
 def image(tmp_path_factory):
-    """64 MiB, none of them like the next."""
+    """64 MiB, each different from the next."""
     path = tmp_path_factory.mktemp("image") / "firmware.bin"
     with path.open("wb") as file:
         for _ in range(64):
@@ -38,13 +38,13 @@ def test_an_image_of_64_mib_arrives_in_memory_that_does_not_grow(start, front, f
     grown = host.memory("VmHWM") - peak, host.memory("RssAnon") - private
     assert filecmp.cmp(folder / "uploads/image", image, shallow=False)
     assert os.listdir(folder / "uploads") == ["image"]
-    # The sanitizers keep freed memory for a while.
+    # The sanitizers hold freed memory back for a while.
     if not build.sanitized:
         assert max(grown) < 256 * 1024, grown
 
 
 def send_part_of_an_upload(front):
-    """An upload of which half has been sent; the open connection."""
+    """Sends half of an upload; returns the open connection."""
     announced = 8 * MIB
     connection = front.connect()
     head = (b"--cut\r\nContent-Disposition: form-data; name=\"image\"; filename=\"cut.bin\"\r\n"

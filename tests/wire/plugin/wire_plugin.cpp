@@ -1,4 +1,4 @@
-// The pages and listeners of the wire tests. What they keep goes into the folder that the
+// The pages and listeners of the wire tests. They record what they do in the folder that the
 // environment variable WIRE_FOLDER names.
 #include "HttpListener.h"
 #include "HttpRequest.h"
@@ -47,7 +47,7 @@ public:
     void destroy() override {}
 };
 
-// One line for each thing known of the request, "name=value".
+// Prints all that a page can read of a request, one line "name=value" for each.
 class FactsPage : public Page {
 public:
     void service(HttpRequest* request, HttpResponse* response) override {
@@ -96,11 +96,11 @@ public:
         usleep(static_cast<useconds_t>(number(request, "ms", 0)) * 1000);
         response->print("%s", "end");
     }
-    // Of all pages only this one tells that the service was torn down in order.
+    // Only this page records that it was destroyed, which shows an orderly shutdown.
     void destroy() override { record("destroyed", "slow"); }
 };
 
-// Two lines of the log, with the value of x in them, and some time between them.
+// Logs two lines with the value of x, some time apart.
 class TalkingPage : public Page {
 public:
     void service(HttpRequest* request, HttpResponse* response) override {
@@ -126,8 +126,8 @@ public:
     }
 };
 
-// Counts a client's requests in its session. With interval=N sets how long the session may idle,
-// with ms=N takes its time.
+// Counts a client's requests in its session. interval=N sets how long the session may be idle, ms=N
+// delays the response.
 class CountPage : public Page {
 public:
     void service(HttpRequest* request, HttpResponse* response) override {
@@ -158,7 +158,7 @@ public:
     }
 };
 
-// Reads the first bytes of the body, as many as most=N says, and tells how many there were.
+// Reads at most N bytes of the body, given by most=N, and prints how many it read.
 class BodyPage : public Page {
 public:
     void service(HttpRequest* request, HttpResponse* response) override {
@@ -226,7 +226,7 @@ public:
     }
 };
 
-// Keeps the address of each request that gets as far as here.
+// Records the address of each request that reaches the listeners.
 class RecordingListener : public HttpListener {
 public:
     void init() override {}
@@ -237,7 +237,7 @@ public:
     }
 };
 
-// Nobody frees a listener: the library keeps them until it is closed.
+// The container does not delete listeners, so the library owns them.
 template <class Listener>
 HttpListener* createListener() {
     static std::deque<Listener> listeners;
