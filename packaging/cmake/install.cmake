@@ -1,8 +1,8 @@
-# What is installed: the libraries, the host program, the tools, the headers (one folder, so that they
-# find each other by their bare names), the kit, the test kit, and the CMake and pkg-config packages.
+# Installs the libraries, the daemon, the tools, the headers (in one folder, since they include each
+# other by their bare names), the kit, the test kit, and the CMake and pkg-config packages.
 #
-#   dev      what somebody else's projects are built with
-#   phone    the phone's pages; only when asked for by name
+#   dev      for the development of plug-ins and hosts
+#   phone    the phone's pages; only if named explicitly
 #   runtime  the rest
 include(CMakePackageConfigHelpers)
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME runtime)
@@ -28,7 +28,7 @@ foreach(tool servlet_new servlet_serve)
     install(PROGRAMS tools/${tool}/${tool} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT dev)
     install(FILES packaging/man/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dev)
 endforeach()
-# What servlet_new makes projects of, and servlet_serve serves with.
+# The template of servlet_new, and the configuration of servlet_serve.
 set(tools_dir ${CMAKE_INSTALL_DATADIR}/fcgiServer)
 install(DIRECTORY tools/servlet_new/project DESTINATION ${tools_dir} COMPONENT dev
     PATTERN "build" EXCLUDE)
@@ -75,8 +75,8 @@ foreach(name fcgiServer fcgiServer-static fcgiServer-kit)
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 endforeach()
 
-# The phone's pages where the library looks for them; only when asked for by name, since that is at
-# the root of the file tree.
+# The phone's pages where the library reads them; only if named explicitly, since that is at the root
+# of the file tree.
 install(DIRECTORY ${PROJECT_BINARY_DIR}/device/phone DESTINATION /
     COMPONENT phone EXCLUDE_FROM_ALL
     PATTERN "lib" EXCLUDE)

@@ -1,10 +1,10 @@
-# Debian packages, by scripts/packages; one for each component of install.cmake:
+# Debian packages, made by scripts/packages, one for each component of install.cmake:
 #
 #   runtime  fcgiserver        the libraries, the daemon and its systemd units
-#   dev      fcgiserver-dev    what somebody else's projects are built with
+#   dev      fcgiserver-dev    for the development of plug-ins and hosts
 #   phone    fcgiserver-phone  the phone's pages
 #
-# What is installed here is in them only.
+# The files that are installed here are in the packages only.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME runtime)
 set(packages ${PROJECT_SOURCE_DIR}/packaging/debian)
 
@@ -26,7 +26,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-# The name of the processor, from the compiler's own.
+# Derives Debian's name of the architecture from the compiler's.
 if(NOT CPACK_DEBIAN_PACKAGE_ARCHITECTURE)
     execute_process(
         COMMAND dpkg-architecture -t ${CMAKE_LIBRARY_ARCHITECTURE} -q DEB_HOST_ARCH
@@ -66,7 +66,7 @@ This package has the daemon, its systemd units and the libraries behind it.")
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME fcgiserver-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libfcgi-dev, libpugixml-dev")
-# What the projects of servlet_new are built, tested and served with.
+# Needed to build, test and serve the projects of servlet_new.
 set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "cmake, g++, libgtest-dev, lighttpd, pkg-config")
 set(CPACK_DEBIAN_DEV_DESCRIPTION
 "servlet container for the web interface of a device (development)

@@ -1,5 +1,5 @@
-# Debian's cross compiler, which has the system's libraries with it, and the other libraries that
-# "scripts/setup arm" lays under build/sysroot.
+# Debian's cross compiler, which includes the system's libraries; "scripts/setup arm" unpacks the others
+# into build/sysroot.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${triple}-gcc)
 set(CMAKE_CXX_COMPILER ${triple}-g++)
@@ -16,6 +16,6 @@ set(ENV{PKG_CONFIG_LIBDIR}
     ${sysroot}/usr/lib/${triple}/pkgconfig:${sysroot}/usr/share/pkgconfig)
 set(CMAKE_CXX_FLAGS_INIT "-isystem ${sysroot}/usr/include -isystem ${sysroot}/usr/include/${triple}")
 
-# Tests run under qemu-user, by its name, so that the kernel need not know foreign programs. They find
-# its name in EMULATOR: what can only be seen without one is skipped, and tells why.
+# Tests are run by qemu-user explicitly, so that binfmt_misc is not needed. The variable EMULATOR lets
+# them skip what an emulator cannot show.
 set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator} -L /usr/${triple} -E EMULATOR=${emulator})

@@ -1,5 +1,5 @@
-"""docs/binary-interface.md: plug-ins and hosts that have been compiled go on working, and scripts/abi
-tells of every change with which they would not."""
+"""docs/binary-interface.md: compiled plug-ins and hosts go on working, and scripts/abi reports every
+change with which they would not."""
 
 import pathlib
 import re
@@ -21,7 +21,7 @@ def abi(sources, *arguments):
 
 
 def results(printed):
-    """By architecture and library."""
+    """Returns the results by architecture and library."""
     return dict(line.removeprefix("== ").split(": ", 1) for line in printed.splitlines()
                 if line.startswith("== "))
 
@@ -37,7 +37,7 @@ def test_compiled_plug_ins_and_hosts_go_on_working(architecture):
 
 
 @pytest.mark.parametrize("name", ["HttpServlet", "HttpListener"])
-def test_what_each_operation_of_a_plug_in_takes_is_recorded(name):
+def test_the_parameters_of_each_operation_of_a_plug_in_are_recorded(name):
     header = (SOURCE / f"fcgiServer/include/{name}.h").read_text()
     operations = re.findall(r"virtual \w+ (\w+)\(", header)
     assert operations and header.count("virtual ") == len(operations)
@@ -47,13 +47,13 @@ def test_what_each_operation_of_a_plug_in_takes_is_recorded(name):
 
 
 class Changed:
-    """This project, in which somebody changes something."""
+    """A copy of this project, to be changed."""
 
     def __init__(self, folder):
         self.folder = pathlib.Path(shutil.copytree(
             SOURCE, folder / "fcgiServer",
             ignore=shutil.ignore_patterns("build", ".git", "node_modules", "__pycache__")))
-        # In half of the time; the interface is the same.
+        # Compiles in half of the time, and does not change the interface.
         subprocess.run(["cmake", "--preset", "dev", "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-g -O0"],
                        cwd=self.folder, check=True, stdout=subprocess.DEVNULL)
 
@@ -64,7 +64,7 @@ class Changed:
         path.write_text(text.replace(old, new))
 
     def swap(self, name, first, second):
-        """Two declarations."""
+        """Swaps two declarations."""
         self.change(name, first, "<first>")
         self.change(name, second, first)
         self.change(name, "<first>", second)
@@ -77,7 +77,7 @@ def changed(tmp_path_factory):
 
 @pytest.fixture(scope="module")
 def added(changed):
-    """What is told of a function more."""
+    """Adds a function; returns the result of scripts/abi."""
     changed.change("fcgiServer/fcgi_server.h", "    int onTimer();\n",
                    "    int onTimer();\n    int waiting();\n")
     changed.change("fcgiServer/fcgi_server.cpp", "int FCGIServer::onTimer() {",
@@ -85,7 +85,7 @@ def added(changed):
     return abi(changed.folder, "check", "amd64")
 
 
-def test_a_function_more_breaks_nothing_and_is_shown(added):
+def test_an_added_function_breaks_nothing_and_is_shown(added):
     status, printed = added
     assert status == 0, printed
     assert "[A] 'method int FCGIServer::waiting()'" in printed
@@ -97,7 +97,7 @@ def test_a_function_more_breaks_nothing_and_is_shown(added):
 
 @pytest.fixture(scope="module")
 def broken(changed, added):
-    """What is told when all sorts of things have been changed at once."""
+    """Makes several incompatible changes; returns the result of scripts/abi."""
     changed.swap("fcgiServer/include/HttpServlet.h", "virtual void init() = 0;",
                  "virtual void destroy() = 0;")
     changed.change("fcgiServer/include/HttpServlet.h", "HttpResponse* response) = 0;",
@@ -138,7 +138,7 @@ def test_each_library_that_breaks_something_is_named(broken):
                                 for library in LIBRARIES}
 
 
-def test_what_is_recorded_is_held_from_then_on(changed, broken):
+def test_a_new_record_counts_from_then_on(changed, broken):
     status, printed = abi(changed.folder, "record", "amd64")
     assert (status, printed.partition("==")[2]) == (0, broken[1].partition("==")[2])
     status, printed = abi(changed.folder, "check", "amd64")
@@ -146,10 +146,10 @@ def test_what_is_recorded_is_held_from_then_on(changed, broken):
     assert set(results(printed).values()) == {"as recorded"}
 
 
-def test_a_library_without_debug_information_is_not_taken_for_one_without_changes(changed, broken):
+def test_a_library_without_debug_information_does_not_count_as_unchanged(changed, broken):
     subprocess.run(["strip", "--strip-debug",
                     changed.folder / "build/dev/platform/libdevice.so"], check=True)
     status, printed = abi(changed.folder, "check", "amd64")
     assert status == 1
     for name in ("WebDebug", "app_log_request"):
-        assert f"== amd64: nothing tells what is in {name}\n" in printed
+        assert f"== amd64: no debug information about {name}\n" in printed

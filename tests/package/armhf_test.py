@@ -1,4 +1,4 @@
-"""The Debian packages for 32-bit ARM, made here, and what is built with them for such a device."""
+"""The Debian packages for 32-bit ARM, and projects that are built with them for such a device."""
 
 import os
 import pathlib
@@ -21,7 +21,7 @@ def packages():
 
 @pytest.fixture(scope="module")
 def device(packages, tmp_path_factory):
-    """A tree with the files of all three."""
+    """A file tree with the files of all three packages."""
     folder = tmp_path_factory.mktemp("device")
     for package in packages:
         run("dpkg-deb", "-x", package, folder)
@@ -29,7 +29,7 @@ def device(packages, tmp_path_factory):
 
 
 def on_arm(device, program, *arguments):
-    """What a program prints under an emulator, with the libraries of the packages."""
+    """Runs a program in an emulator with the libraries of the packages; returns its output."""
     search = f"{device}/{LIBRARIES}:{SOURCE}/build/sysroot/armhf/{LIBRARIES}"
     return run("qemu-arm", "-L", "/usr/arm-linux-gnueabihf", "-E", f"LD_LIBRARY_PATH={search}",
                program, *arguments)
@@ -39,8 +39,8 @@ def test_lintian_finds_nothing(packages):
     debs.assert_lintian_finds_nothing(packages)
 
 
-def test_they_depend_on_what_such_a_device_has(packages):
-    """On what the compiler has linked, in Debian's own packages and in each other."""
+def test_they_depend_only_on_packages_of_such_a_device(packages):
+    """They depend on each other, and on Debian's packages of the libraries that were linked."""
     depends = [{re.sub(r" .*", "", name) for name in
                 run("dpkg-deb", "--field", package, "Depends").strip().split(", ")}
                for package in packages]
@@ -68,7 +68,7 @@ def test_the_daemon_starts_on_such_a_processor(device):
 
 @pytest.fixture(scope="module")
 def consumer(device, tmp_path_factory):
-    """A project of somebody else's, built against the files of the packages."""
+    """A plug-in author's project, built with the files of the packages."""
     build = tmp_path_factory.mktemp("consumer")
     run("cmake", "-S", CONSUMER, "-B", build, "-G", "Ninja", f"-DCMAKE_TOOLCHAIN_FILE={TOOLCHAIN}",
         f"-DfcgiServer_DIR={device}/{LIBRARIES}/cmake/fcgiServer")
@@ -76,11 +76,11 @@ def consumer(device, tmp_path_factory):
     return build
 
 
-def test_somebody_elses_plug_in_passes_its_test_there(device, consumer):
+def test_a_plug_in_passes_its_test_there(device, consumer):
     assert on_arm(device, consumer / "hello_test") == "0 failures\n"
 
 
-def test_pkg_config_tells_all_that_a_plug_in_needs_there(device, tmp_path):
+def test_pkg_config_lists_all_that_a_plug_in_needs_there(device, tmp_path):
     env = dict(os.environ, PKG_CONFIG_SYSROOT_DIR=str(device),
                PKG_CONFIG_LIBDIR=str(device / LIBRARIES / "pkgconfig"))
     flags = run("pkg-config", "--cflags", "--libs", "fcgiServer-kit", env=env).split()
@@ -90,7 +90,7 @@ def test_pkg_config_tells_all_that_a_plug_in_needs_there(device, tmp_path):
     assert "Shared library: [libdevice.so]" in run("readelf", "--dynamic", library)
 
 
-def test_somebody_elses_host_runs_there(device, consumer):
+def test_another_host_runs_there(device, consumer):
     assert on_arm(device, consumer / "own_host").endswith("0 sessions\n")
     plugin, host = on_arm(device, consumer / "static_host", consumer / "mutex.xml",
                           "/servlet?p=mutex").splitlines()[-2:]

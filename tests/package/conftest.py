@@ -1,4 +1,4 @@
-"""The package as it is installed, and what else several tests use."""
+"""The installed package, and other helpers of several tests."""
 
 import contextlib
 import fcntl

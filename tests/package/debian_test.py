@@ -1,4 +1,4 @@
-"""The Debian packages: made, checked, and put into a fresh Debian, which serves the phone's pages."""
+"""The Debian packages: made, checked, and installed in a fresh Debian, which serves the phone's pages."""
 
 import contextlib
 import os
@@ -17,12 +17,12 @@ from debs import NAMES, SOURCE, run
 from ports import free_port
 
 HERE = pathlib.Path(__file__).resolve().parent
-ROOTS = SOURCE / "build/debian"  # what is made there once is kept for the next run
+ROOTS = SOURCE / "build/debian"  # kept for the next run
 ARCHITECTURE = run("dpkg", "--print-architecture").strip()
 UNITS = "usr/lib/systemd/system"
 SOCKET = "/run/fcgi_host.sock"
 FRONT = "/run/front.conf"
-PATIENCE = 60  # seconds for what normally takes one
+PATIENCE = 60  # seconds; normally one is enough
 
 AS_ROOT = [] if os.geteuid() == 0 else ["sudo"]
 needs_root = pytest.mark.skipif(bool(AS_ROOT and not shutil.which("sudo")),
@@ -43,7 +43,7 @@ def newer_packages(packages, tmp_path_factory):
 
 
 class Debian:
-    """The file tree of one."""
+    """A file tree with a Debian system."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -59,12 +59,12 @@ class Debian:
         self.run("rm", *inside)
 
     def append(self, path, text):
-        """To a file, which is made where there is none."""
+        """Appends to a file, which is created if need be."""
         subprocess.run([*AS_ROOT, "tee", "--append", self.folder / path], text=True, input=text,
                        check=True, stdout=subprocess.DEVNULL)
 
     def files(self):
-        """What there is, by path: owner, mode and, but for folders, size and time."""
+        """Returns all files by path: owner, mode and, except for folders, size and time."""
         listing = run(*AS_ROOT, "find", self.folder, "-xdev", "-mindepth", "1",
                       "(", "-type", "d", "-printf", r"%P\t%M %U %G\n", ")",
                       "-o", "-printf", r"%P\t%M %U %G %s %T@ %l\n")
@@ -72,7 +72,7 @@ class Debian:
 
 
 def release_and_mirror():
-    """What this machine is, and where it has it from."""
+    """Returns the release of this machine, and the mirror that it is installed from."""
     system = dict(line.split("=", 1) for line in
                   pathlib.Path("/etc/os-release").read_text().splitlines() if "=" in line)
     release = system["VERSION_CODENAME"]
@@ -84,7 +84,7 @@ def release_and_mirror():
 
 @pytest.fixture(scope="module")
 def base(packages):
-    """A small Debian with lighttpd, and with the archives of what the packages depend on."""
+    """A small Debian with lighttpd, and with the archives that the packages depend on."""
     release, mirror = release_and_mirror()
     folder = ROOTS / release
     if not folder.exists():
@@ -95,7 +95,7 @@ def base(packages):
             *["--include=ca-certificates"] * mirror.startswith("https"),
             release, unfinished, mirror)
         debian = Debian(unfinished)
-        # Nothing is started when it is installed.
+        # Services must not be started when they are installed.
         debian.append("usr/sbin/policy-rc.d", "#!/bin/sh\nexit 101\n")
         debian.run("chmod", "755", "/usr/sbin/policy-rc.d")
         debian.run("apt-get", "-y", "-q", "--no-install-recommends", "install", "lighttpd")
@@ -106,7 +106,7 @@ def base(packages):
 
 @pytest.fixture(scope="module")
 def device(base, packages):
-    """A Debian of this run's own with the packages, whose pages lighttpd is told to serve."""
+    """A Debian of its own for this run, with the packages, and lighttpd configured for the pages."""
     folder = ROOTS / "device"
     run(*AS_ROOT, "rm", "-rf", folder)
     run(*AS_ROOT, "cp", "-a", "--reflink=auto", base.folder, folder)
@@ -119,7 +119,7 @@ def device(base, packages):
 
 @contextlib.contextmanager
 def running(log, *command):
-    """A program that is ended at the end."""
+    """Starts a program that is stopped after the block."""
     with log.open("w") as output:
         process = subprocess.Popen([*AS_ROOT, *map(str, command)], stdout=output,
                                    stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
@@ -138,14 +138,14 @@ def wait_until(condition, process, log):
 
 
 class Phone:
-    """The pages, as a browser gets them."""
+    """Requests pages as a browser does."""
 
     def __init__(self, port, folder):
         self.address = f"http://127.0.0.1:{port}"
         self.cookies = folder / "cookies"
 
     def get(self, path, *options):
-        """The status and the body."""
+        """Returns the status and the body."""
         printed = run("curl", "--silent", "--show-error", "--max-time", PATIENCE, "--location",
                       "--cookie", self.cookies, "--cookie-jar", self.cookies,
                       "--write-out", r"\n%{http_code}", *options, self.address + path)
@@ -158,8 +158,8 @@ class Phone:
 
 @contextlib.contextmanager
 def serving(device, folder):
-    """The daemon, started as its unit says, behind Debian's lighttpd. Its system calls go to the
-    file "calls" in `folder`."""
+    """Starts the daemon as its unit does, behind Debian's lighttpd. Its system calls are recorded in
+    the file "calls" in `folder`."""
     port = free_port()
     device.run("rm", "-f", SOCKET, FRONT)
     device.append(FRONT.lstrip("/"),
@@ -182,19 +182,19 @@ def test_lintian_finds_nothing(packages):
     debs.assert_lintian_finds_nothing(packages)
 
 
-def test_systemd_understands_the_units_and_leaves_little_to_the_daemon(packages, tmp_path):
+def test_systemd_accepts_the_units_and_confines_the_daemon(packages, tmp_path):
     run("dpkg-deb", "-x", packages[0], tmp_path)
     units = tmp_path / UNITS
     for target in pathlib.Path("/", UNITS).glob("*.target"):
         shutil.copy(target, units)
     assert run("systemd-analyze", "verify", "--man=no", "--root", tmp_path,
                *[f"/{UNITS}/{name}" for name in ("fcgi_host.service", "fcgi_host.socket")]) == ""
-    # In tenths of what it prints, from 0 to 10.
+    # In tenths of the exposure level that it prints, 0 to 10.
     run("systemd-analyze", "security", "--offline=true", "--threshold=10",
         units / "fcgi_host.service")
 
 
-def test_a_project_is_built_with_what_the_development_package_brings(packages, tmp_path):
+def test_a_project_is_built_with_the_development_package(packages, tmp_path):
     for package in packages[:2]:
         run("dpkg-deb", "-x", package, tmp_path / "root")
     usr = tmp_path / "root/usr"
@@ -208,7 +208,7 @@ def test_a_project_is_built_with_what_the_development_package_brings(packages, t
 
 
 def allowed_calls(service):
-    """The names that the unit's filters leave."""
+    """Returns the system calls that the filters of the unit allow."""
     def names(filters):
         for name in filters:
             if name.startswith("@"):
@@ -237,7 +237,7 @@ def test_the_pages_are_served_by_a_daemon_that_does_what_its_unit_allows(device,
     assert run(*AS_ROOT, "find", device.folder / "phone/data", "-printf", "%P %M\n").splitlines() \
         == [" drwxr-x---", "state.xml -rw-------"]
 
-    # From the daemon's own first one on.
+    # Beginning with the first one of the daemon itself.
     calls = run(*AS_ROOT, "cat", tmp_path / "calls").partition("execve(\"/usr/sbin/fcgi_host\"")[2]
     made = set(re.findall(r"^\d+ +(?:<\.\.\. )?([a-z0-9_]+)\(", calls, re.MULTILINE))
     service = (device.folder / UNITS / "fcgi_host.service").read_text()
@@ -250,7 +250,7 @@ def test_the_pages_are_served_by_a_daemon_that_does_what_its_unit_allows(device,
 
 
 @needs_root
-def test_an_upgrade_leaves_what_an_administrator_has_edited(device, newer_packages, tmp_path):
+def test_an_upgrade_keeps_files_that_an_administrator_has_edited(device, newer_packages, tmp_path):
     edited = ["etc/fcgiserver/servlet.xml", "etc/lighttpd/conf-available/50-fcgiserver-phone.conf"]
     comments = {"xml": "<!-- edited -->\n", "conf": "# edited\n"}
     for path in edited:
@@ -264,7 +264,7 @@ def test_an_upgrade_leaves_what_an_administrator_has_edited(device, newer_packag
         assert phone.sign_in()[0] == 200
 
 
-# What the package system and the linker write for themselves, and those the system's accounts.
+# Files of the package system, the linker and the account database.
 NOT_THE_PACKAGES = re.compile(
     r"var/lib/dpkg/(status|available|diversions|statoverride|lock|triggers/|info/)|"
     r"var/lib/apt/(extended_states|lists/)|var/cache/(apt|ldconfig|debconf)/|"
@@ -274,7 +274,7 @@ NOT_THE_PACKAGES = re.compile(
 
 
 @needs_root
-def test_nothing_is_left_after_a_purge_but_the_daemons_user(base, device):
+def test_a_purge_leaves_only_the_daemons_user(base, device):
     device.run("apt-get", "-y", "-q", "--autoremove", "purge", *NAMES)
     before, after = base.files(), device.files()
     changed = {path for path in before.keys() | after.keys()

@@ -1,4 +1,4 @@
-"""What scripts/packages makes."""
+"""The Debian packages that scripts/packages makes."""
 
 import subprocess
 
@@ -16,7 +16,7 @@ def run(*command, **options):
 
 
 def debs(folder, architecture, release=1):
-    """The packages of one release of this version, in the order of NAMES."""
+    """Returns the packages of one release of this version, in the order of NAMES."""
     found = [list(folder.glob(f"{name}_*-{release}_{architecture}.deb")) for name in NAMES]
     assert [len(paths) for paths in found] == [1] * len(NAMES), found
     return [path for path, in found]

@@ -1,5 +1,5 @@
-"""The log lines that the sources can write, as docs/operations.md shows them: "…" stands for what is
-filled in at run time."""
+"""The log lines that the sources can write, as docs/operations.md shows them: "…" stands for text that
+is inserted at run time."""
 
 import re
 
@@ -8,8 +8,8 @@ TOKEN = re.compile(rf"(?P<string>{STRING})|'(?:[^'\\]|\\.)+'|\w+|\S")
 COMMENT = re.compile(rf"({STRING})|//[^\n]*|/\*.*?\*/", re.DOTALL)
 PLACEHOLDER = re.compile(r"%[-+ 0#]*[\d.]*(?:hh|h|ll|l|z)?[diouxXcsp]")
 
-# Who writes a line, and its level where the text does not come with one. Without a level it is for
-# standard error alone.
+# The functions that write a line, and its level unless it is an argument. A line without a level goes
+# to standard error only.
 WEB = r"(?:getInstance\(\)|\blog)->{}\(\s*"
 WRITERS = [
     (r"\bapp_log\([^,()]+,\s*(?P<level>[0-7]|LOG_\w+),\s*", None),
@@ -27,7 +27,7 @@ HOST_WRITERS = [
     (r"\bfputs\(", ""),
 ]
 LEVELS = {"LOG_ERR": "3", "LOG_WARNING": "4", "LOG_INFO": "6"}
-# By other ways a source must not write to the log or to standard error.
+# Sources must not write to the log or to standard error in other ways.
 OTHER_WAYS = re.compile(r"\b(?:v?syslog|v?fprintf|fputs|perror)\(|\bstd::c(?:err|log)\b"
                         r"|\bwrite\(STDERR_FILENO|\bapp_log\(\w+, [a-z]+,")
 
@@ -37,8 +37,8 @@ def without_comments(source):
 
 
 def text_of(expression):
-    """Of the C++ expression that begins here and makes a text; its first string, if it is a format
-    that arguments follow. None when there is no text of its own in it."""
+    """Returns the text that the C++ expression beginning here makes, or its first string if that is a
+    format with arguments. None if it contains no text of its own."""
     depth = 0
     text = ""
     for token in TOKEN.finditer(expression):
@@ -55,7 +55,7 @@ def text_of(expression):
 
 
 def lines_of(path):
-    """(line, level) of each line that a source file writes."""
+    """Returns (line, level) for each line that a source file writes."""
     source = without_comments(path.read_text())
     source = re.sub(rf"std::string\(({STRING})\)", r"\1", source)
     source = re.sub(r"systemError\(((?:[^()]|\(\))*)\)", r'\1 + ": " + reason', source)

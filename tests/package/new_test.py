@@ -19,13 +19,13 @@ import pytest
 from conftest import SOURCE, is_listening, run
 from ports import free_port
 
-PATIENCE = 60  # seconds for what normally takes one
+PATIENCE = 60  # seconds; normally one is enough
 NOBODY = 65534
 
 
 @pytest.fixture(scope="module")
 def place(prefix):
-    """A folder that every user can read, with what is installed and room for projects."""
+    """A folder that every user can read, with the installed files and room for projects."""
     folder = pathlib.Path(tempfile.mkdtemp())
     folder.chmod(0o755)
     shutil.copytree(prefix, folder / "prefix", symlinks=True)
@@ -39,7 +39,7 @@ def place(prefix):
 
 
 def processes(place):
-    """Those that run what is installed there, by number, and their command lines."""
+    """Returns the processes that run installed programs: their ids and command lines."""
     commands = {}
     for process in pathlib.Path("/proc").glob("[0-9]*"):
         with contextlib.suppress(OSError):
@@ -56,7 +56,7 @@ def env(place):
 
 
 def outcome(*command, **options):
-    """The exit status and all that is printed."""
+    """Returns the exit status and the output."""
     done = subprocess.run([str(part) for part in command], check=False, text=True,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **options)
     return done.returncode, done.stdout
@@ -64,7 +64,7 @@ def outcome(*command, **options):
 
 @pytest.fixture(scope="module")
 def greeting(place, env):
-    """A new project of this name."""
+    """A new project named greeting."""
     folder = place / "some projects"
     assert run("servlet_new", "greeting", cwd=folder, env=env) == (
         "greeting/ is there; greeting/README.md tells how to build, test and serve it.\n")
@@ -72,7 +72,7 @@ def greeting(place, env):
 
 
 def commands(project):
-    """What the project's own README tells: to build, to test and to serve it."""
+    """Returns the commands of the project's README that build, test and serve it."""
     block, = re.findall(r"^```sh\n(.*?)^```$", (project / "README.md").read_text(), re.M | re.S)
     build, test, serve = block.splitlines()
     return build, test, serve
@@ -98,7 +98,7 @@ def test_a_new_project_passes_its_test(built, env):
     assert "100% tests passed, 0 tests failed out of 1" in printed
 
 
-def test_a_new_project_has_nothing_for_servlet_check_to_tell(built, place, env):
+def test_servlet_check_finds_nothing_wrong_with_a_new_project(built, place, env):
     image = built.parent / "image"
     run("cmake", "--install", built / "build", env=dict(env, DESTDIR=str(image)))
     status, printed = outcome(
@@ -115,13 +115,13 @@ def wait_until(condition, what):
 
 
 class Pages:
-    """What is served on a port, as a browser gets it."""
+    """Requests pages from a port, as a browser does."""
 
     def __init__(self, port):
         self.address = f"http://127.0.0.1:{port}"
 
     def get(self, path, form=None):
-        """The status and the body."""
+        """Returns the status and the body."""
         data = urllib.parse.urlencode(form).encode() if form else None
         try:
             with urllib.request.urlopen(self.address + path, data, PATIENCE) as answer:
@@ -131,13 +131,13 @@ class Pages:
 
 
 def as_on_a_terminal():
-    """Ctrl-C ends it, even where the tests run in the background."""
+    """Lets Ctrl-C end the program, even if the tests run in the background."""
     signal.signal(signal.SIGINT, signal.SIG_DFL)
 
 
 @contextlib.contextmanager
 def serving(project, place, env, **user):
-    """Until Ctrl-C, of which nothing is left."""
+    """Serves a project until Ctrl-C, after which no process must be left."""
     port = free_port()
     log = place / "serve.log"
     with log.open("w") as output:
@@ -173,7 +173,7 @@ def assert_serves(project, place, env, **user):
         status, page = pages.get("/servlet?p=greeting")
         assert status == 200 and "<h1>Hello, stranger!</h1>" in page
         assert "This is request number 1." in page
-        # The listener sees those of other pages, too.
+        # The listener also sees the requests for other pages.
         assert "404" in pages.get("/servlet?p=other")[1]
         status, page = pages.get("/servlet?p=greeting", {"name": "Ann & Bob"})
         assert status == 200 and "<h1>Hello, Ann &amp; Bob!</h1>" in page
@@ -190,12 +190,12 @@ def test_a_new_project_is_served(built, place, env):
 
 
 @pytest.mark.skipif(os.geteuid() != 0, reason="whoever runs this has no root's rights anyway")
-def test_a_user_without_rights_serves_a_project(built, place, env):
+def test_an_unprivileged_user_serves_a_project(built, place, env):
     run("chown", "-R", f"{NOBODY}:{NOBODY}", built)
     assert_serves(built, place, env, user=NOBODY, group=NOBODY, extra_groups=[])
 
 
-def test_a_change_is_there_when_the_project_is_served_again(built, place, env):
+def test_a_change_is_served_after_a_restart(built, place, env):
     if is_refused_a_tree():
         pytest.skip("this machine refuses a file tree of one's own")
     template = built / "www/WEB-INFO/templates/greeting.html"
@@ -212,7 +212,7 @@ def test_a_change_is_there_when_the_project_is_served_again(built, place, env):
 
 @pytest.fixture(scope="module")
 def other(place, env):
-    """A project whose name is a word of CMake's and of the test's, without its test."""
+    """A project named like a word of CMake and of the test, without its test."""
     folder = place / "some projects"
     run("servlet_new", "test", cwd=folder, env=env)
     run("cmake", "-B", folder / "test/build", "-DBUILD_TESTING=OFF", folder / "test", env=env)
@@ -240,7 +240,7 @@ def files(folder):
 
 
 @pytest.mark.parametrize("name", ["a", "Sample", "mySample", "sample2", "my_news_2", "x" * 32])
-def test_any_name_gives_the_same_project_but_for_the_name(name, tmp_path, env):
+def test_projects_of_all_names_differ_only_in_the_name(name, tmp_path, env):
     run("servlet_new", name, cwd=tmp_path, env=env)
     of_class = "".join(part[:1].upper() + part[1:] for part in name.split("_"))
 
@@ -252,7 +252,7 @@ def test_any_name_gives_the_same_project_but_for_the_name(name, tmp_path, env):
         *tmp_path.rglob("*.cpp"))
 
 
-def test_the_tool_in_the_sources_makes_the_same_as_the_installed_one(greeting, tmp_path):
+def test_the_tool_in_the_sources_makes_the_same_project(greeting, tmp_path):
     run(SOURCE / "tools/servlet_new/servlet_new", "greeting", cwd=tmp_path)
     made = files(tmp_path / "greeting")
     assert len(made) > 5
@@ -270,7 +270,7 @@ def test_the_tool_in_the_sources_makes_the_same_as_the_installed_one(greeting, t
     *[([name], "refuses every address") for name in ("script", "DeScRiPtion")],
     (["notice"], "is the container's own"),
 ])
-def test_what_is_no_name_is_refused_and_nothing_is_made(arguments, reason, tmp_path, env):
+def test_an_invalid_name_is_refused_and_nothing_created(arguments, reason, tmp_path, env):
     status, printed = outcome("servlet_new", *arguments, cwd=tmp_path, env=env)
     assert status == 64 and printed.startswith("servlet_new: ") and reason in printed
     assert not list(tmp_path.iterdir())
@@ -279,7 +279,7 @@ def test_what_is_no_name_is_refused_and_nothing_is_made(arguments, reason, tmp_p
 @pytest.mark.parametrize("make", [
     lambda path: path.mkdir(), lambda path: path.write_text(""),
     lambda path: path.symlink_to("nowhere")], ids=["folder", "file", "link to nowhere"])
-def test_what_is_there_already_stays_as_it_is(make, tmp_path, env):
+def test_an_existing_file_or_folder_is_not_changed(make, tmp_path, env):
     make(tmp_path / "news")
     before = os.lstat(tmp_path / "news").st_ino
     assert outcome("servlet_new", "news", cwd=tmp_path, env=env) == (
@@ -290,7 +290,7 @@ def test_what_is_there_already_stays_as_it_is(make, tmp_path, env):
 
 @pytest.fixture
 def instead(tmp_path, env):
-    """instead(NAME, LINES): the environment with a program of the machine's replaced."""
+    """instead(NAME, LINES) returns the environment with a program of the system replaced."""
     def instead(name, lines):
         folder = tmp_path / "programs"
         folder.mkdir()
@@ -309,12 +309,12 @@ def test_a_project_that_cannot_be_finished_leaves_nothing(instead, tmp_path):
     assert not list((tmp_path / "here").iterdir())
 
 
-def test_a_folder_in_which_nothing_can_be_made_is_told(env):
+def test_a_folder_without_write_permission_is_reported(env):
     status, printed = outcome("servlet_new", "news", cwd="/proc", env=env)
     assert status == 73 and "servlet_new: no folder can be made here\n" in printed
 
 
-def test_a_tool_without_its_files_says_so(tmp_path):
+def test_a_tool_without_its_files_reports_it(tmp_path):
     shutil.copy(SOURCE / "tools/servlet_new/servlet_new", tmp_path)
     status, printed = outcome(tmp_path / "servlet_new", "news", cwd=tmp_path)
     assert status == 66 and "is not the project that others are made of" in printed
@@ -322,7 +322,7 @@ def test_a_tool_without_its_files_says_so(tmp_path):
 
 
 @pytest.mark.parametrize("tool", ["servlet_new", "servlet_serve"])
-def test_help_tells_the_usage_and_the_exit_statuses_of_the_man_page(tool, env):
+def test_help_shows_the_usage_and_the_exit_statuses_of_the_man_page(tool, env):
     status, printed = outcome(tool, "--help", env=env)
     assert status == 0 and printed.startswith(f"Usage: {tool} ")
     page = (SOURCE / f"man/{tool}.1").read_text()
@@ -339,12 +339,12 @@ def test_help_tells_the_usage_and_the_exit_statuses_of_the_man_page(tool, env):
     ([], 66, "build is no build folder; make it by cmake -B build"),
     (["elsewhere"], 66, "elsewhere is no build folder; make it by cmake -B build"),
 ])
-def test_wrong_usage_of_servlet_serve_is_told(arguments, status, reason, tmp_path, env):
+def test_wrong_usage_of_servlet_serve_is_reported(arguments, status, reason, tmp_path, env):
     assert outcome("servlet_serve", *arguments, cwd=tmp_path, env=env) == (
         status, f"servlet_serve: {reason}\n")
 
 
-def test_a_port_that_is_taken_is_told(other, env):
+def test_a_port_in_use_is_reported(other, env):
     with socket.socket() as taken:
         taken.bind(("127.0.0.1", 0))
         taken.listen()
@@ -354,7 +354,7 @@ def test_a_port_that_is_taken_is_told(other, env):
                 "end what listens there or choose another with --port\n")
 
 
-def test_a_machine_that_refuses_a_file_tree_is_told(other, instead):
+def test_a_system_that_refuses_a_mount_is_reported(other, instead):
     refusing = instead("unshare", 'echo "unshare: unshare failed: Operation not permitted" >&2; exit 1')
     assert outcome("servlet_serve", "-p", free_port(), cwd=other, env=refusing) == (
         71, "servlet_serve: this machine refuses a file tree of one's own: "
@@ -373,7 +373,7 @@ def test_a_project_that_does_not_build_is_not_served(other, env):
     assert status == 1 and "#error not yet" in printed
 
 
-def test_a_project_that_installs_no_configuration_is_told(other, env):
+def test_a_project_that_installs_no_configuration_is_reported(other, env):
     if is_refused_a_tree():
         pytest.skip("this machine refuses a file tree of one's own")
     config = other / "www/WEB-INFO/servlet/servlet.xml"
@@ -391,7 +391,7 @@ SLOW = """
 """
 
 
-def test_ctrl_c_lets_a_page_finish_what_it_does(other, place, env):
+def test_ctrl_c_lets_a_page_finish(other, place, env):
     if is_refused_a_tree():
         pytest.skip("this machine refuses a file tree of one's own")
     source, log = other / "test.cpp", place / "serve.log"
@@ -400,7 +400,7 @@ def test_ctrl_c_lets_a_page_finish_what_it_does(other, place, env):
     assert start in text
     source.write_text("#include <chrono>\n#include <thread>\n" + text.replace(start, SLOW + start))
     with serving(other, place, env) as pages:
-        # Nobody waits for the answer.
+        # The response is not read.
         asking = subprocess.Popen(["curl", "--silent", f"{pages.address}/servlet?p=test"],
                                   stdout=subprocess.DEVNULL)
         wait_until(lambda: "begins to save" in log.read_text(), log.read_text)

@@ -1,4 +1,4 @@
-"""The installed package, as somebody else's project uses it."""
+"""The installed package, as another project uses it."""
 
 import os
 import pathlib
@@ -29,7 +29,7 @@ def test_a_project_finds_the_cmake_package_and_builds_a_host(consumer, prefix):
 
 
 def answer_of(host, config, uri, prefix):
-    """What the plug-in says, and what the host itself does."""
+    """Returns what the plug-in prints, and what the host itself prints."""
     return run(host, config, uri, env=environment(prefix)).splitlines()[-2:]
 
 
@@ -49,9 +49,8 @@ def test_a_host_that_exports_nothing_opens_plug_ins_that_need_the_kit_only(consu
     assert "undefined symbol: session_mutex" in failure.value.stdout
 
 
-# Opens a library, closes it, and looks whether the process still has it. What the container has
-# from its start is there before: the C++ library never goes, and would keep a library that brings
-# it along.
+# Opens a library, closes it, and prints whether the process still has it. The libraries of the container
+# are loaded before: the C++ library is never unloaded, and would keep a library that loads it.
 IS_KEPT = """
 import ctypes, sys, _ctypes
 ctypes.CDLL("libdevice.so")
@@ -67,13 +66,13 @@ print(loaded())
 def assert_exports_its_creation_functions_only(library, functions, env):
     symbols = [line.split() for line in
                run("nm", "-D", "--defined-only", "--format=posix", library).splitlines()]
-    # Weak ones are the C++ library's, instantiated here; it gives them its own visibility.
+    # Weak symbols are instances of templates of the C++ library, which sets their visibility.
     assert {name for name, kind, *_ in symbols if kind not in "WV"} == functions
     assert not [name for name, *_ in symbols if re.match("_Z[A-Z]*3kit", name)]
     assert run(sys.executable, "-c", IS_KEPT, library, env=env) == "False\n"
 
 
-def test_a_plug_in_exports_its_creation_functions_only_and_goes_when_it_is_closed(
+def test_a_plug_in_exports_only_its_creation_functions_and_can_be_unloaded(
         consumer, prefix):
     assert_exports_its_creation_functions_only(consumer / "libpages.so", {"createHelloPage"},
                                                environment(prefix))
@@ -89,7 +88,7 @@ OFFERED = {
 
 
 @pytest.mark.parametrize("library", OFFERED)
-def test_a_library_offers_its_interface_only(prefix, library):
+def test_a_library_exports_only_its_interface(prefix, library):
     symbols = run("nm", "--dynamic", "--demangle", "--defined-only", "--format=posix",
                   prefix / "lib" / library).splitlines()
     assert symbols
@@ -98,7 +97,7 @@ def test_a_library_offers_its_interface_only(prefix, library):
 
 
 @pytest.mark.parametrize("library", OFFERED)
-def test_a_library_offers_all_that_is_recorded_of_its_binary_interface(prefix, library):
+def test_a_library_exports_its_whole_recorded_interface(prefix, library):
     record = xml.etree.ElementTree.parse(
         SOURCE / f"tests/abi/amd64/{pathlib.Path(library).stem}.abi")
     recorded = {symbol.get("name") for symbol in record.iter("elf-symbol")}
@@ -106,7 +105,7 @@ def test_a_library_offers_all_that_is_recorded_of_its_binary_interface(prefix, l
     assert recorded and recorded <= {line.split()[0] for line in symbols.splitlines()}
 
 
-def test_pkg_config_tells_all_that_a_plug_in_needs(prefix, tmp_path):
+def test_pkg_config_lists_all_that_a_plug_in_needs(prefix, tmp_path):
     env = environment(prefix)
     flags = run("pkg-config", "--cflags", "--libs", "fcgiServer-kit", env=env).split()
     library = tmp_path / "libhello.so"
@@ -147,7 +146,7 @@ def test_a_project_tests_its_plug_in_with_the_installed_test_kit(consumer, prefi
     assert printed == "0 failures\n"
 
 
-def test_a_device_makers_library_takes_the_place_of_the_installed_one(consumer, prefix, tmp_path):
+def test_a_device_makers_library_replaces_the_installed_one(consumer, prefix, tmp_path):
     run("cmake", "-S", SOURCE / "tests/porting", "-B", tmp_path, "-G", "Ninja")
     run("cmake", "--build", tmp_path)
     env = environment(prefix)
@@ -158,7 +157,7 @@ def test_a_device_makers_library_takes_the_place_of_the_installed_one(consumer, 
 
 
 @pytest.mark.parametrize("package", ["fcgiServer", "fcgiServer-static"])
-def test_pkg_config_tells_all_that_a_host_needs(prefix, tmp_path, package):
+def test_pkg_config_lists_all_that_a_host_needs(prefix, tmp_path, package):
     flags = run("pkg-config", "--cflags", "--libs", package, env=environment(prefix)).split()
     run("g++", "-std=c++17", HERE / "consumer/own_host.cpp", "-o", tmp_path / "own_host", *flags)
     assert run(tmp_path / "own_host", env=environment(prefix)).endswith("0 sessions\n")
@@ -172,7 +171,7 @@ def test_the_installed_library_reads_the_fixed_path_and_no_other(prefix):
 @pytest.mark.parametrize("name", ["prefix/lib/libfcgiServer.so", "prefix/lib/libdevice.so",
                                   "prefix/sbin/fcgi_host", "prefix/bin/servlet_check",
                                   "image/phone/www/WEB-INFO/lib/libphone.so"])
-def test_nothing_that_is_installed_knows_where_it_was_built(prefix, name):
+def test_no_installed_file_contains_the_path_of_the_build(prefix, name):
     contents = (prefix.parent / name).read_bytes()
     assert str(SOURCE).encode() not in contents
     assert str(prefix.parent).encode() not in contents

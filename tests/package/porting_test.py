@@ -1,4 +1,4 @@
-"""docs/porting.md: the container on a device maker's own libraries, those in tests/porting."""
+"""docs/porting.md: the container with a device maker's libraries, those in tests/porting."""
 
 import os
 import pathlib
@@ -13,7 +13,7 @@ import pytest
 SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
 GUIDE = SOURCE / "docs/porting.md"
 LIBRARIES = re.compile(r"(?:CGI|TMPL)_\w+|app_log|WebDebug::\w+")
-# Who breaks the rules of ownership is told by these.
+# These report violations of the ownership rules.
 SANITIZER = "-fsanitize=address,undefined -fno-sanitize-recover=all -g1"
 
 
@@ -23,7 +23,7 @@ def run(*command, **options):
 
 
 def commands():
-    """What the guide has its reader type: to build, and to serve a request."""
+    """Returns the commands of the guide that build, and that serve a request."""
     return [re.sub("^   ", "", block, flags=re.MULTILINE)
             for block in re.findall(r"^   ```sh\n((?:   .*\n)+)   ```$", GUIDE.read_text(),
                                     re.MULTILINE)]
@@ -31,7 +31,7 @@ def commands():
 
 @pytest.fixture(scope="module")
 def sources(tmp_path_factory):
-    """This project as somebody has got it, built as the guide says."""
+    """A copy of this project, built as the guide says."""
     folder = pathlib.Path(shutil.copytree(
         SOURCE, tmp_path_factory.mktemp("port") / "fcgiServer",
         ignore=shutil.ignore_patterns("build", ".git", "node_modules", "__pycache__")))
@@ -93,12 +93,12 @@ def test_a_body_without_a_type_is_a_form(host, content_type):
     assert body.startswith("<h1>Hello, you!</h1>")
 
 
-def test_what_is_no_form_is_left_for_the_page(host):
+def test_a_body_that_is_no_form_is_left_to_the_page(host):
     _, _, body = host.serve("p=greeting&q=all", "raw bytes", CONTENT_TYPE="text/plain")
     assert body == "cookie=none\nurl=/a%20b?c=%E4\nfile=0\nbody=raw bytes\n"
 
 
-def test_a_request_with_nothing_in_it_is_answered(host):
+def test_an_empty_request_is_answered(host):
     header, _, _ = host.serve("")
     assert "404" in header
 
@@ -144,7 +144,7 @@ def test_nothing_of_the_projects_own_device_library_is_built(sources):
                 if path.name.startswith("libdevice") or path.match("platform/*.o")]
 
 
-def test_the_port_has_all_that_a_plug_in_may_call(sources):
+def test_the_port_exports_all_that_a_plug_in_may_call(sources):
     headers = "".join(path.read_text() for path in (SOURCE / "platform/include").glob("*.h"))
     declared = set(re.findall(r"\b((?:CGI|TMPL)_\w+|app_log)\(", headers))
     assert declared and declared <= symbols(

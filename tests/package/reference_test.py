@@ -1,4 +1,4 @@
-"""scripts/reference: what the headers promise can be read there, and nothing is without a promise."""
+"""scripts/reference: it shows the contracts of the headers, and every declaration has one."""
 
 import html
 import pathlib
@@ -13,7 +13,7 @@ SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
 
 @pytest.fixture(scope="module")
 def sources(tmp_path_factory):
-    """This project as somebody has got it."""
+    """A copy of this project."""
     return pathlib.Path(shutil.copytree(
         SOURCE, tmp_path_factory.mktemp("somewhere") / "fcgiServer",
         ignore=shutil.ignore_patterns("build", ".git", "node_modules", "__pycache__")))
@@ -36,13 +36,13 @@ def squeezed(text):
 
 
 def text_of(page):
-    """What a reader sees of it, without the blanks."""
+    """Returns the visible text of a page without white space."""
     return squeezed(html.unescape(re.sub(r"(?s)<script.*?</script>|<[^>]*>", "", page.read_text())))
 
 
-# The page, what is declared there, and what is said of it.
+# The page, a declaration on it, and part of its contract.
 @pytest.mark.parametrize("page, declaration, promise", [
-    # A comment of its own, with a term; the comment of a run; one before a template.
+    # A comment for one declaration, with a term; one for several; one before a template.
     ("cgi_8h", "char * CGI_encode_url(", "The caller frees the result with free(3);"),
     ("cgi_8h", "Detailed Description", "Null any pointer may be null; nothing harmful is done"),
     ("tmpl_8h", "int TMPL_web_write(", "Result 0, or 1 when a file cannot be read, 2 when"),
@@ -54,9 +54,9 @@ def text_of(page):
     ("classQKHashMap", "FUN >::put(", "An entry that is already there gets"),
     ("classkit_1_1Page", "kit::Page::answer(", "Keep no reference to the two objects"),
     ("plugin_8h", "#define KIT_SERVLET(", "Defines and exports the creation function"),
-    # Behind a member.
+    # Beside a member.
     ("structkit_1_1Cookie", "bool kit::Cookie::secure", "sent over HTTPS only"),
-    # A class that is told about at the top of its file, with the example that is there.
+    # A class that is described at the top of its file, with the example from there.
     ("classkit_1_1SessionData", "Class Template Reference", "Data that a plug-in keeps for each"),
     ("classkit_1_1SessionData", "Detailed Description", 'kit::SessionData<Cart> carts("cart");'),
     ("index", "To write a host", "FCGIServer"),
@@ -81,7 +81,7 @@ def test_what_is_private_is_not_shown(reference, page):
     ("kit/include/kit/secrets.h", "// Returns 32 hexadecimal digits",
      "class Forgotten {\npublic:\n    // Told.\n    void tell();\n};", "Forgotten"),
 ])
-def test_something_without_a_contract_is_a_mistake(sources, header, where, declaration, name):
+def test_a_declaration_without_a_contract_is_an_error(sources, header, where, declaration, name):
     path = sources / header
     before = path.read_text()
     assert before.count(where) == 1

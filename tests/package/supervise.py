@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Becomes the daemon in the folder ROOT, as far as can be without systemd: with the socket, the
-user, the environment and the command line that its units name. Run by root."""
+"""Starts the daemon in the folder ROOT as systemd would: with the socket, the user, the environment
+and the command line of its units. Must be run by root."""
 import configparser
 import grp
 import os
