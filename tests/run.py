@@ -112,8 +112,12 @@ def quick_steps():
     ]
 
 
+def arm_steps(preset):
+    # The fuzzers' inputs are replayed natively only, for the sake of time.
+    return [build(preset, "unit_tests"), unit(preset, "-E", "^replay_")]
+
+
 def all_steps():
-    arm_tests = "^replay_"  # the fuzzers' inputs are replayed natively only, for the sake of time
     return [
         build("dev"),
         unit("dev"),
@@ -130,8 +134,7 @@ def all_steps():
         unit("tsan", "-R", f"^({'|'.join(WITH_THREADS)})$"),
         wire("tsan", *files("test_operations.py", "test_sessions.py", "test_soak.py",
                             "test_stopping.py")),
-        build("armhf", "unit_tests"),
-        unit("armhf", "-E", arm_tests),
+        *arm_steps("armhf"),
         browser(),
         pytest("packages", "tests/package", "tests/abi", after=["armhf-build", "dev-build"],
                jobs=CORES + 1),
@@ -247,9 +250,13 @@ def one_file(name, preset, options):
                   after=[f"{preset}-build"], environment=SANITIZERS)
 
 
+def known_steps():
+    return {step.name: step for step in [*all_steps(), *arm_steps("arm64"), *quick_steps()]}
+
+
 def named_steps(names, preset, options):
     """Returns the steps for what was named on the command line."""
-    known = {step.name: step for step in [*all_steps(), *quick_steps()]}
+    known = known_steps()
     programs = []
     for name in names:
         if name in known:
@@ -284,7 +291,7 @@ def parse_command_line(words):
 def main():
     arguments, names, options = parse_command_line(sys.argv[1:])
     if arguments.list:
-        print("\n".join(dict.fromkeys(step.name for step in [*quick_steps(), *all_steps()])))
+        print("\n".join(known_steps()))
         return 0
     if names:
         steps = named_steps(names, arguments.preset, options)

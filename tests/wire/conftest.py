@@ -1,4 +1,5 @@
 import pathlib
+import shutil
 
 import pytest
 
@@ -24,6 +25,10 @@ def build_of(config):
 def pytest_collection_modifyitems(config, items):
     sanitized, one_front = build_of(config).sanitized, config.getoption("--one-front")
     wanted = [item for item in items if is_wanted(item, sanitized, one_front)]
+    if not shutil.which("apache2", path=service.system_environment()["PATH"]):
+        for item in wanted:
+            if "apache" in item.name:
+                item.add_marker(pytest.mark.skip(reason="Apache is missing: run scripts/setup all"))
     config.hook.pytest_deselected(items=list(set(items) - set(wanted)))
     items[:] = wanted
 
