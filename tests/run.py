@@ -1,5 +1,5 @@
-"""What scripts/test does, which see: runs the steps below, each as soon as those that it needs have
-passed, one at a time in each lane. While one preset is compiled, the tests of the one before run."""
+"""Runs the steps of scripts/test. Each step starts when those that it needs have passed, and when no
+other step of its lane runs: so the tests of one preset run while the next one is compiled."""
 
 import argparse
 import dataclasses
@@ -21,7 +21,7 @@ from ports import free_port
 
 PYTEST = ["/usr/bin/python3", "-m", "pytest", "-q", "-p", "no:cacheprovider"]
 CORES = os.cpu_count()
-# Wire tests mostly wait.
+# More than cores, since wire tests mostly wait.
 WIRE_JOBS = 3 * CORES
 
 # The programs whose tests use several threads.
@@ -47,7 +47,7 @@ class Step:
 
 
 def build(preset, *targets):
-    # Tests that run meanwhile go first.
+    # With less priority than the tests that run meanwhile.
     compile_all = ["nice", "cmake", "--build", f"build/{preset}"]
     return Step(f"{preset}-build", "build", [
         ["cmake", "--preset", preset],
@@ -55,7 +55,8 @@ def build(preset, *targets):
 
 
 def unit(preset, *options):
-    """Each run leaves a report; what crashed before it could leaves none, and counts all the same."""
+    """Runs test programs with ctest. A program that crashes leaves no report of its own, but counts as a
+    failure in the report of ctest."""
     folder = RESULTS / f"{preset}-unit"
     return Step(f"{preset}-unit", "tests", [
         ["ctest", "--preset", preset, "-j", str(CORES), "--output-junit", folder / "ctest.xml",
@@ -63,10 +64,10 @@ def unit(preset, *options):
         [f"{preset}-build"], [folder / "ctest.xml"], {"GTEST_OUTPUT": f"xml:{folder}/unit/"})
 
 
-def pytest(name, *arguments, after=("dev-build",), lane="tests", jobs=0, environment=None):
+def pytest(name, *arguments, after=("dev-build",), jobs=0, environment=None):
     report = RESULTS / name / "pytest.xml"
     spread = ["-n", str(jobs), "--dist", "loadgroup"] if jobs else []
-    return Step(name, lane, [[*PYTEST, *arguments, *spread, "--junitxml", report]], list(after),
+    return Step(name, "tests", [[*PYTEST, *arguments, *spread, "--junitxml", report]], list(after),
                 [report], environment or {})
 
 
@@ -88,7 +89,8 @@ def browser(*specs):
     report = ROOT / "build/browser/results/browser.xml"
     install = "[ node_modules/.package-lock.json -nt package-lock.json ] || npm ci --no-fund"
     there = ["env", "-C", "tests/browser"]
-    return Step("browser", "browser", [
+    # In the lane of the wire tests: those of scripts/serve use the same build folder.
+    return Step("browser", "tests", [
         ["rm", "-f", report],
         [*there, "sh", "-c", install],
         [*there, "npx", "playwright", "test", *specs]],
@@ -102,7 +104,7 @@ def quick_steps():
         wire("dev", "tests/wire", "--one-front"),
         pytest("servlet_check", "tests/servlet_check", jobs=CORES),
         pytest("scripts", "tests/support", "tests/translation", "tests/bench/test",
-               "tests/fuzz/test", "tests/mutation", after=()),
+               "tests/fuzz/test", "tests/mutation"),
         pytest("documents", "tests/package/documents_test.py", "-k", "not guide_leads", after=()),
         pytest("abi", "tests/abi", "-k", "amd64 or operation_of_a_plug_in"),
         build("asan"),
@@ -124,7 +126,7 @@ def all_steps():
         wire("dev", "tests/wire"),
         pytest("servlet_check", "tests/servlet_check", jobs=CORES),
         pytest("scripts", "tests/support", "tests/translation", "tests/bench/test",
-               "tests/fuzz/test", "tests/mutation", after=()),
+               "tests/fuzz/test", "tests/mutation"),
         build("asan"),
         unit("asan"),
         wire("asan", "tests/wire"),
