@@ -153,20 +153,20 @@ TEST(Registration, DependsOnTheAccount) {
     }
 }
 
-TEST(StatusWords, AreRightForWhatBecameOfTheLastRequest) {
+TEST(StatusWord, IsCorrectForTheResultOfTheLastRequest) {
     StatusWord word;
-    word.pageAsked(true);
+    word.pageRequested(true);
     word.began(Task::restart);
-    EXPECT_TRUE(word.isRight(Task::restart));
-    EXPECT_FALSE(word.isRight(Task::provisioning));
-    EXPECT_FALSE(word.isRight(Task::none)) << "when that is over";
-    word.pageAsked(true);
+    EXPECT_TRUE(word.isCorrect(Task::restart));
+    EXPECT_FALSE(word.isCorrect(Task::provisioning));
+    EXPECT_FALSE(word.isCorrect(Task::none)) << "the task is over";
+    word.pageRequested(true);
     for (Task task : {Task::none, Task::restart, Task::factoryReset, Task::provisioning}) {
-        EXPECT_FALSE(word.isRight(task)) << "it tells what was asked for, not what was done";
+        EXPECT_FALSE(word.isCorrect(task)) << "the requested task did not begin";
     }
-    word.pageAsked(false);
-    EXPECT_TRUE(word.isRight(Task::none));
-    EXPECT_FALSE(word.isRight(Task::restart)) << "which goes on while somebody looks at a page";
+    word.pageRequested(false);
+    EXPECT_TRUE(word.isCorrect(Task::none));
+    EXPECT_FALSE(word.isCorrect(Task::restart)) << "another page was requested";
 }
 
 TEST(Firmware, RunsTheInstalledImageFromTheNextStartOn) {

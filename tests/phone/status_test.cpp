@@ -132,7 +132,8 @@ TEST_F(StatusPage, ReportsEventsThatCannotBeCarriedOut) {
                               "Server=x", "push=x", "download=x", "csta"}) {
         const Answer answer = event(query);
         EXPECT_EQ(answer.status, 400) << query;
-        EXPECT_EQ(answer.body, "The phone does not know this, or cannot do it now.\n") << query;
+        EXPECT_EQ(answer.body, "Unknown command, or not possible in the current call state.\n")
+            << query;
         EXPECT_EQ(data().at("events.recent[0].followed"), "false") << query;
     }
     EXPECT_EQ(data().at("events.recent[0].name"), "csta");

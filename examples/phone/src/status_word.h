@@ -1,4 +1,4 @@
-// Whether what the container says the phone is doing can be believed.
+// Detects when the container's status word is stale or wrong.
 #ifndef STATUS_WORD_H
 #define STATUS_WORD_H
 
@@ -8,27 +8,27 @@
 
 namespace phone {
 
-// The container answers p=notice with a word that follows the address of the last request: it tells
-// what was asked for. Not whether that was refused, or is over, or still goes on while somebody
-// looks at another page; nor whether a page knows it, since a part of an address is enough. This
-// remembers what was made of the last request. Any thread.
+// The container answers p=notice with a status word that it takes from the address of the last
+// request. So the word reports what was requested, even if that was refused, is over, is still
+// going on while other pages are requested, or is no task at all. This class stores what became of
+// the last request. Thread-safe.
 class StatusWord {
 public:
-    // A page request arrived; the container's word is about it from now on. Where its address names
-    // a task, the word is wrong until that begins.
-    void pageAsked(bool namesTask) { m_began = namesTask ? kNotBegun : Task::none; }
-    // The request began the task that its address names; the word is right, unless another request
-    // came meanwhile.
+    // Call for each page request, which sets the container's word. If its address names a task, the
+    // word is wrong until that task begins.
+    void pageRequested(bool namesTask) { m_began = namesTask ? kNotBegun : Task::none; }
+    // Call when the request has begun the task that its address names. The word is correct then,
+    // unless another page was requested meanwhile.
     void began(Task task) {
         Task expected = kNotBegun;
         m_began.compare_exchange_strong(expected, task);
     }
 
-    // Whether the word is the one for `now`, which is what the phone is doing.
-    bool isRight(Task now) const { return m_began == now; }
+    // Returns whether the word is correct while the phone is doing `now`.
+    bool isCorrect(Task now) const { return m_began == now; }
 
 private:
-    // No task that a page begins, so that the word is never taken for right.
+    // A task that no page begins, so that isCorrect() is always false.
     static constexpr Task kNotBegun = Task::upgrade;
 
     std::atomic<Task> m_began{Task::none};

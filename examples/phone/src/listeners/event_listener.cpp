@@ -11,27 +11,27 @@ bool EventListener::admit(kit::Request& request, kit::Response& response) {
         return true;
     }
     const std::string_view sender = request.remoteAddress();
-    const bool allowed = mayCome(sender);
-    const bool followed = allowed && follow(*event);
+    const bool allowed = isAllowed(sender);
+    const bool followed = allowed && carryOut(*event);
     m_phone.events.add({std::string(event->name), std::string(event->value), std::string(sender),
                         std::time(nullptr), followed});
     if (!allowed) {
         response.status(403).text("This address may not send events.\n");
     } else if (!followed) {
-        response.status(400).text("The phone does not know this, or cannot do it now.\n");
+        response.status(400).text("Unknown command, or not possible in the current call state.\n");
     } else {
         response.text("OK\n");
     }
     return true;
 }
 
-bool EventListener::mayCome(std::string_view address) const {
+bool EventListener::isAllowed(std::string_view address) const {
     const auto state = m_phone.device.state();
-    const auto& friends = state->settings.web.remoteAddresses;
-    return std::find(friends.begin(), friends.end(), address) != friends.end();
+    const auto& allowed = state->settings.web.remoteAddresses;
+    return std::find(allowed.begin(), allowed.end(), address) != allowed.end();
 }
 
-bool EventListener::follow(const kit::Event& event) {
+bool EventListener::carryOut(const kit::Event& event) {
     if (event.name == "key") {
         return m_phone.desk.press(event.value);
     }

@@ -8,9 +8,9 @@
 
 namespace phone {
 
-// Does what events say (key=, number=, command=), if they come from an address that may send them,
-// answers them with a line of text, and records all. An event brings no password and no token:
-// the address is all that there is to tell friends by, so only those in the settings are followed.
+// Carries out events (key=, number=, command=) from allowed addresses, answers each event with a
+// line of text, and records all of them. Events carry no password and no token, so only the
+// addresses in the settings are trusted.
 class EventListener final : public kit::Listener {
 public:
     // `phone` must outlive the listener.
@@ -19,8 +19,8 @@ public:
     bool admit(kit::Request& request, kit::Response& response) override;
 
 private:
-    bool mayCome(std::string_view address) const;
-    bool follow(const kit::Event& event);
+    bool isAllowed(std::string_view address) const;
+    bool carryOut(const kit::Event& event);
 
     Phone& m_phone;
 };

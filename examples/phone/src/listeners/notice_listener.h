@@ -7,7 +7,7 @@
 
 namespace phone {
 
-// Lets the container answer p=notice, unless its word is wrong: then this tells the right one.
+// Lets the container answer p=notice unless its status word is wrong; then sends the correct one.
 class NoticeListener final : public kit::Listener {
 public:
     // `phone` must outlive the listener.

@@ -8,13 +8,13 @@
 namespace phone {
 namespace {
 
-bool isForAll(kit::Request& request) {
+bool needsNoSignIn(kit::Request& request) {
     const std::string_view page = request.page();
     return page == "login" || page == "language" || page == "notice" || kit::eventOf(request);
 }
 
-// Scripts that only keep their page up to date write "p=notice" somewhere into the URL, so that the
-// container's status word stays; they count as no visit.
+// Returns whether a script is polling. Polling scripts put "p=notice" anywhere in the URL, so that
+// the container keeps its status word; they do not count as visits.
 bool isPoll(kit::Request& request) {
     return kit::containerQuery(request).find("p=notice") != std::string_view::npos;
 }
@@ -24,7 +24,7 @@ bool isPoll(kit::Request& request) {
 bool SignInListener::admit(kit::Request& request, kit::Response& response) {
     const auto signIn = m_phone.signIns.find(request);
     visitor = isPoll(request) ? nullptr : signIn.get();
-    if (signIn || isForAll(request)) {
+    if (signIn || needsNoSignIn(request)) {
         return true;
     }
     const std::string page(request.page());

@@ -37,10 +37,10 @@ std::optional<FieldError> checkNewPassword(const std::string& password, const st
 }
 
 // Renames a damaged file so that it can be examined.
-void setAside(const std::string& path) {
+void renameDamaged(const std::string& path) {
     const std::string aside = path + ".damaged";
     std::rename(path.c_str(), aside.c_str());
-    WebDebug::getInstance()->error("%s is damaged: kept as %s; the factory settings hold",
+    WebDebug::getInstance()->error("%s is damaged: renamed to %s; using factory settings",
                                    path.c_str(), aside.c_str());
 }
 
@@ -67,7 +67,7 @@ std::shared_ptr<const State> Device::load() const {
     }
     std::optional<State> state = text ? readState(*text) : std::nullopt;
     if (!state) {
-        setAside(m_files.state);
+        renameDamaged(m_files.state);
         return nullptr;
     }
     return std::make_shared<const State>(std::move(*state));
@@ -94,7 +94,7 @@ std::shared_ptr<const State> Device::state() const {
 bool Device::saveAndPublish(std::shared_ptr<const State> state) {
     // Without a hash nobody could sign in again to correct it.
     if (!isPasswordHash(state->settings.web.passwordHash)) {
-        WebDebug::getInstance()->error("No hash of the password could be made");
+        WebDebug::getInstance()->error("Cannot hash the password");
         return false;
     }
     if (!replaceFile(m_files.state, stateText(*state))) {

@@ -27,7 +27,7 @@ bool sortsBefore(std::string_view left, std::string_view right) {
     return left < right; // equal except for case
 }
 
-bool holds(std::string_view text, std::string_view part) {
+bool contains(std::string_view text, std::string_view part) {
     return std::search(text.begin(), text.end(), part.begin(), part.end(),
                        [](char left, char right) {
                            return base::asciiLower(left) == base::asciiLower(right);
@@ -80,7 +80,7 @@ const Contact* Directory::find(std::string_view name) const {
 Directory::Page Directory::search(std::string_view text, std::int64_t page) const {
     std::vector<const Contact*> found;
     for (const Contact& contact : m_contacts) {
-        if (holds(contact.name, text) || holds(contact.number, text)) {
+        if (contains(contact.name, text) || contains(contact.number, text)) {
             found.push_back(&contact);
         }
     }

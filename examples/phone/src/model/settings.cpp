@@ -25,7 +25,7 @@ std::optional<std::uint32_t> ipv4(const std::string& text) {
     return ntohl(address.s_addr);
 }
 
-bool isOfHosts(std::uint32_t address) {
+bool isHostAddress(std::uint32_t address) {
     const std::uint32_t first = address >> 24;
     return first != 0 && first != 127 && first < 224;
 }
@@ -44,7 +44,7 @@ public:
     // Returns nothing if the field is empty or invalid.
     std::optional<std::uint32_t> read(const char* field, std::string& text, bool optional = false) {
         const auto address = readAny(field, text, optional, ErrorCode::badAddress);
-        if (address && !isOfHosts(*address)) {
+        if (address && !isHostAddress(*address)) {
             m_fields.fail(field, ErrorCode::reserved);
             return std::nullopt;
         }
@@ -135,7 +135,7 @@ std::vector<std::string> readRemoteAddresses(FieldReader& fields, std::string_vi
 }
 
 template <typename Part>
-Errors setIfGood(const FieldReader& fields, Part part, Part& target) {
+Errors setIfValid(const FieldReader& fields, Part part, Part& target) {
     if (fields.errors().empty()) {
         target = std::move(part);
     }
@@ -236,7 +236,7 @@ Errors readValues(const Values& values, Account& account) {
     read.port = fields.number("port", 1, 65535);
     read.transport = fields.choice("transport", {"udp", "tcp", "tls"});
     read.expiry = fields.number("expiry", 60, 86400);
-    return setIfGood(fields, std::move(read), account);
+    return setIfValid(fields, std::move(read), account);
 }
 
 Errors readValues(const Values& values, Network& network) {
@@ -249,7 +249,7 @@ Errors readValues(const Values& values, Network& network) {
         fields.fail("hostname", ErrorCode::badHost);
     }
     read.vlan = trimmed(valueOf(values, "vlan")).empty() ? 0 : fields.number("vlan", 1, 4094);
-    return setIfGood(fields, std::move(read), network);
+    return setIfValid(fields, std::move(read), network);
 }
 
 Errors readValues(const Values& values, Audio& audio) {
@@ -262,7 +262,7 @@ Errors readValues(const Values& values, Audio& audio) {
     read.micGain = fields.number("micGain", -6, 6);
     read.echo = fields.box("echo");
     read.codec = fields.choice("codec", {"opus", "g722", "pcma", "pcmu"});
-    return setIfGood(fields, std::move(read), audio);
+    return setIfValid(fields, std::move(read), audio);
 }
 
 Errors readValues(const Values& values, WebAccess& web) {
@@ -270,7 +270,7 @@ Errors readValues(const Values& values, WebAccess& web) {
     WebAccess read = web;
     read.idleSeconds = fields.number("idleSeconds", 10, 3600);
     read.remoteAddresses = readRemoteAddresses(fields, valueOf(values, "remoteAddresses"));
-    return setIfGood(fields, std::move(read), web);
+    return setIfValid(fields, std::move(read), web);
 }
 
 } // namespace phone

@@ -20,7 +20,7 @@ kit::Variables changedRow(const ImportPlan::Change& change) {
 
 // Returns the code of the message for a row: for a line as a whole, badCharacters means that it
 // could not be split into columns.
-const char* reasonOf(const FieldError& error) {
+const char* messageCodeOf(const FieldError& error) {
     const bool isLine = error.field == "line" && error.code == ErrorCode::badCharacters;
     return isLine ? "badLine" : nameOf(error.code);
 }
@@ -30,7 +30,7 @@ kit::Variables refusedRow(const ImportPlan::Refused& refused) {
     row.set("line", refused.line)
         .set("text", refused.text)
         .set("field", refused.error.field)
-        .set("code", reasonOf(refused.error));
+        .set("code", messageCodeOf(refused.error));
     if (refused.error.limit) {
         row.set("limit", *refused.error.limit);
     }
@@ -51,7 +51,7 @@ void addPlan(kit::Variables& variables, const ImportPlan& plan) {
 
 // Returns why the upload was empty. If a larger body was announced and not received, it was too
 // large; a client that hung up does not see the answer.
-const char* whatIsMissing(kit::Request& request) {
+const char* uploadFault(kit::Request& request) {
     const bool tooLarge = !request.parameter("contacts") &&
                           request.raw().getContentLength() > static_cast<int>(kMaxCsvBytes);
     return tooLarge ? "tooLarge" : "empty";
@@ -109,7 +109,7 @@ void ContactsPreviewPage::preview(kit::Request& request, kit::Response& response
             return;
         }
         forget(request);
-        fault = whatIsMissing(request);
+        fault = uploadFault(request);
         if (!file.empty()) {
             plan =
                 std::make_shared<ImportPlan>(planImport(file, m_phone.device.state()->directory));
