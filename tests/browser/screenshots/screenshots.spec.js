@@ -1,6 +1,6 @@
 // The screenshots in docs/images; add a line to the list for each.
 import { fileURLToPath } from 'node:url';
-import { errorOf, field, file, kAdmin, send, signInTo, told } from '../support/phone.js';
+import { errorOf, field, file, kAdmin, resultMessage, send, signInTo } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
@@ -94,7 +94,7 @@ test('the password is changed, or each page would ask for that', async ({ page }
     await signInTo(page, 'security');
     await send(page, { oldPassword: kAdmin.password, newPassword: kOwner.password,
         repeat: kOwner.password });
-    await expect(told(page)).toHaveText('Saved.');
+    await expect(resultMessage(page)).toHaveText('Saved.');
 });
 
 for (const { name, p, before, after, viewport = kDesk, colorScheme = 'light', language = 'en' } of [

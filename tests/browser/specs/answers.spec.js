@@ -1,7 +1,7 @@
 // Every error message and every result of a form, in each language and without script.
 import { kLanguages, textIn } from '../support/languages.js';
 import { errorOf, expectSignedOut, field, file, fill, fillSignIn, formOf, image, kAdmin, open,
-    signIn, told } from '../support/phone.js';
+    resultMessage, signIn } from '../support/phone.js';
 import { expect, startWithNewPhone, test as base } from '../support/test.js';
 
 const test = base.extend({
@@ -48,7 +48,7 @@ for (const language of kLanguages) {
 
         // Expects this message, on a page that passes all checks.
         async function expectAnswer(page, check, says) {
-            await expect(told(page)).toHaveText(says);
+            await expect(resultMessage(page)).toHaveText(says);
             await check(page);
         }
 

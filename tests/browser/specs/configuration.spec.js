@@ -1,6 +1,6 @@
 // The configuration file.
 import { text } from '../support/languages.js';
-import { download, expectValues, field, file, open, send, signInTo, told }
+import { download, expectValues, field, file, open, resultMessage, send, signInTo }
     from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
@@ -20,7 +20,7 @@ async function importFile(page, content) {
 async function setHostName(page, hostname) {
     await open(page, 'network');
     await send(page, { hostname });
-    await expect(told(page)).toHaveText('Saved.');
+    await expect(resultMessage(page)).toHaveText('Saved.');
 }
 
 async function expectHostName(page, hostname) {
@@ -37,7 +37,7 @@ test('an exported configuration can be imported', async ({ page, check }) => {
 
     await setHostName(page, 'after');
     await importFile(page, content);
-    await expect(told(page)).toHaveText(text('config.imported'));
+    await expect(resultMessage(page)).toHaveText(text('config.imported'));
     await check(page, kBothSchemes);
     expect((await takeFile(page)).content).toEqual(content);
     await expectHostName(page, 'before');
@@ -52,13 +52,13 @@ test('the local copy restores the settings from before an import', async ({ page
 
     await open(page, 'settings-config');
     await page.getByRole('button', { name: text('config.restore') }).click();
-    await expect(told(page)).toHaveText(text('config.restored'));
+    await expect(resultMessage(page)).toHaveText(text('config.restored'));
     await check(page);
     await expectHostName(page, 'kept');
 
     await open(page, 'settings-config');
     await page.getByRole('button', { name: 'Remove' }).click();
-    await expect(told(page)).toHaveText(text('config.removed'));
+    await expect(resultMessage(page)).toHaveText(text('config.removed'));
     await expect(page.getByText(text('config.localNone'))).toBeVisible();
     await expect(page.getByRole('button', { name: text('config.restore') })).toHaveCount(0);
 });
@@ -69,11 +69,11 @@ test('a removed local copy cannot be restored', async ({ page, expectStatus, che
     const other = await page.context().newPage();
     await open(other, 'settings-config');
     await other.getByRole('button', { name: 'Remove' }).click();
-    await expect(told(other)).toHaveText(text('config.removed'));
+    await expect(resultMessage(other)).toHaveText(text('config.removed'));
 
     expectStatus(422);
     await page.getByRole('button', { name: text('config.restore') }).click();
-    await expect(told(page)).toHaveText(text('config.noCopy'));
+    await expect(resultMessage(page)).toHaveText(text('config.noCopy'));
     await check(page);
 });
 
@@ -101,7 +101,7 @@ test('a file with errors is rejected as a whole', async ({ page, expectStatus, c
         await test.step(what, async () => {
             expectStatus(422);
             await importFile(page, content);
-            await expect(told(page)).toHaveText(
+            await expect(resultMessage(page)).toHaveText(
                 text('config.errors'));
             await expect(page.locator('tbody td')).toHaveText(rows.flat());
             await check(page);
@@ -109,7 +109,7 @@ test('a file with errors is rejected as a whole', async ({ page, expectStatus, c
     }
     expectStatus(422);
     await importFile(page, `<configuration>${' '.repeat(64 * 1024)}</configuration>`);
-    await expect(told(page)).toHaveText(text('config.tooLarge'));
+    await expect(resultMessage(page)).toHaveText(text('config.tooLarge'));
     await expectHostName(page, 'stays');
 });
 
@@ -117,5 +117,5 @@ test('the form is not sent without a file', async ({ page }) => {
     await signInTo(page, 'settings-config');
     await page.getByRole('button', { name: 'Import' }).click();
     await expect(page.locator('#config-error')).toHaveText(text('error.required'));
-    await expect(told(page)).toHaveCount(0);
+    await expect(resultMessage(page)).toHaveCount(0);
 });

@@ -1,7 +1,7 @@
 // The contacts page, starting with a thousand contacts.
 import { text } from '../support/languages.js';
-import { download, errorOf, expectAt, expectValues, field, file, open, send, signInTo, told }
-    from '../support/phone.js';
+import { download, errorOf, expectAt, expectValues, field, file, open, resultMessage, send,
+    signInTo } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
@@ -92,7 +92,7 @@ test.describe('a contact', () => {
     test('can be added, found and removed', async ({ page, check }) => {
         await signInTo(page, 'contacts');
         await send(page, kContact);
-        await expect(told(page)).toHaveText(text('contacts.added'));
+        await expect(resultMessage(page)).toHaveText(text('contacts.added'));
         await search(page, 'zed');
         await expect(rows(page)).toHaveCount(1);
         await expect(rows(page)).toContainText(kContact.name);
@@ -100,7 +100,7 @@ test.describe('a contact', () => {
         await check(page, kBothSchemes);
 
         await page.getByRole('button', { name: `Remove: ${kContact.name}` }).click();
-        await expect(told(page)).toHaveText(text('contacts.removed'));
+        await expect(resultMessage(page)).toHaveText(text('contacts.removed'));
         await expect(page.getByText(text('contacts.nothing', { search: 'zed' }))).toBeVisible();
     });
 
@@ -114,7 +114,7 @@ test.describe('a contact', () => {
             [other, text('contacts.gone')],
         ]) {
             await rows(page).first().getByRole('button').click();
-            await expect(told(page)).toHaveText(message);
+            await expect(resultMessage(page)).toHaveText(message);
         }
     });
 
@@ -134,7 +134,7 @@ test.describe('a contact', () => {
             text('error.badNumber'));
         await send(page, { name: '', number: '1' });
         await expect(errorOf(page, 'name')).toHaveText(text('error.required'));
-        await expect(told(page)).toHaveCount(0);
+        await expect(resultMessage(page)).toHaveCount(0);
     });
 });
 
@@ -166,7 +166,7 @@ test.describe('a contact file', () => {
         await check(page, kBothSchemes);
 
         await page.getByRole('button', { name: text('preview.apply') }).click();
-        await expect(told(page)).toHaveText(text('contacts.imported'));
+        await expect(resultMessage(page)).toHaveText(text('contacts.imported'));
         await expect(rows(page).first()).toContainText('Aaron, A.');
         await search(page, 'Benjamin Brooks');
         await expect(rows(page)).toContainText('222');
@@ -193,7 +193,7 @@ test.describe('a contact file', () => {
         await open(elsewhere, 'audio');
         expectStatus(409);
         await page.getByRole('button', { name: text('preview.apply') }).click();
-        await expect(told(page)).toHaveText(
+        await expect(resultMessage(page)).toHaveText(
             text('preview.gone'));
         await check(page, kBothSchemes);
         await open(page, 'contacts-preview');
@@ -229,7 +229,7 @@ test.describe('a contact file', () => {
             await signInTo(page, 'contacts');
             expectStatus(422);
             await preview(page, content);
-            await expect(told(page)).toHaveText(says);
+            await expect(resultMessage(page)).toHaveText(says);
             await check(page);
         });
     }

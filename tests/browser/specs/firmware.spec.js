@@ -2,8 +2,9 @@
 import { once } from 'node:events';
 import { connect, createServer } from 'node:net';
 import { text } from '../support/languages.js';
-import { download, expectAt, expectSignedIn, expectSignedOut, expectValues, field, file, fillSignIn,
-    image, kPages, open, send, signIn, signInTo, told, wordOf } from '../support/phone.js';
+import { download, expectAt, expectSignedIn, expectSignedOut, expectValues, field, file,
+    fillSignIn, image, kPages, open, resultMessage, send, signIn, signInTo, wordOf }
+    from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
@@ -75,7 +76,7 @@ test.describe('a firmware upload', () => {
         await expect.poll(() => progressOf(page)).toBeGreaterThan(first);
         await expect(uploadStatus(page)).toHaveText(/^\d0% sent$/);
         await expect(page.getByRole('button', { name: text('upgrade.upload') })).toBeHidden();
-        await expect(told(page)).toContainText('Version 9.8.7 was received.');
+        await expect(resultMessage(page)).toContainText('Version 9.8.7 was received.');
         await expect(page.locator('#main')).toBeFocused();
         await expect(bar(page)).toBeHidden();
     });
@@ -91,7 +92,7 @@ test.describe('a firmware upload', () => {
         await expect(bar(page)).toBeHidden();
         await slowDown(page, -1);
         await upload(page, image());
-        await expect(told(page)).toContainText('was received');
+        await expect(resultMessage(page)).toContainText('was received');
     });
 
     test('that is cut off leaves the firmware unchanged', async ({ page, expectFailure }) => {
@@ -111,7 +112,7 @@ test.describe('a firmware upload', () => {
         await open(page, 'settings-upgrade');
         await expect(version(page)).toHaveText(before);
         await upload(page, image());
-        await expect(told(page)).toContainText('was received');
+        await expect(resultMessage(page)).toContainText('was received');
     });
 
     test('of an invalid image is rejected', async ({ page, expectStatus }) => {
@@ -130,7 +131,7 @@ test.describe('a firmware upload', () => {
         ]) {
             expectStatus(422);
             await upload(page, content);
-            await expect(told(page)).toHaveText(says);
+            await expect(resultMessage(page)).toHaveText(says);
             await expect(version(page)).toHaveText(before);
         }
     });
@@ -149,7 +150,8 @@ test('new firmware runs from the next restart on, which every open page announce
         await signInTo(own, 'settings-upgrade');
         const before = await factoryVersion(own);
         await upload(own, image({ version: '9.8.7' }));
-        await expect(told(own)).toContainText('version 9.8.7. It runs from the next restart on.');
+        await expect(resultMessage(own)).toContainText(
+            text('upgrade.received', { newVersion: '9.8.7' }));
         await expect(version(own)).toHaveText(before);
 
         await own.getByRole('button', { name: text('upgrade.restartNow') }).click();
@@ -202,7 +204,7 @@ test('a factory reset requires confirmation',
         await signInTo(other, 'contacts');
         await signInTo(page, 'network');
         await send(page, { hostname: 'lost-soon' });
-        await expect(told(page)).toHaveText('Saved.');
+        await expect(resultMessage(page)).toHaveText('Saved.');
 
         await open(page, 'settings-upgrade');
         await page.getByText(text('upgrade.resetOpen')).click();

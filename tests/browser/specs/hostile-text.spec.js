@@ -1,6 +1,6 @@
 // Text with a meaning in HTML, URLs, CSV or templates is always shown literally.
 import { text } from '../support/languages.js';
-import { expectValues, field, file, fill, formOf, get, image, open, signInTo, told }
+import { expectValues, field, file, fill, formOf, get, image, open, resultMessage, signInTo }
     from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
@@ -38,7 +38,7 @@ for (const [p, names] of Object.entries(kFields)) {
         await fill(page, Object.fromEntries(names.map((name) => [name, kHostile])));
         expectStatus(422);
         await sendUnchecked(form);
-        await expect(told(page)).toHaveText(/attention/);
+        await expect(resultMessage(page)).toHaveText(/attention/);
         for (const name of names) {
             // Passwords are not sent back.
             await expectValues(page, { [name]: name === 'secret' ? '' : kHostile });
@@ -102,7 +102,7 @@ test('hostile text as the label of an account, wherever it is shown', async ({ p
     await signInTo(page, 'accounts');
     await fill(page, { label: kHostile, displayName: kHostile });
     await page.getByRole('button', { name: text('form.save') }).click();
-    await expect(told(page)).toHaveText('Saved.');
+    await expect(resultMessage(page)).toHaveText('Saved.');
     await expectValues(page, { label: kHostile, displayName: kHostile });
     await expect(page.locator('.tabs a').first()).toContainText(kHostile);
     await expectText(page, check);
@@ -115,13 +115,13 @@ test('hostile text as a contact, which can be removed again', async ({ page, che
     await signInTo(page, 'contacts');
     await fill(page, { name: kHostile, number: '1' });
     await page.getByRole('button', { name: text('contacts.addOne') }).click();
-    await expect(told(page)).toHaveText(text('contacts.added'));
+    await expect(resultMessage(page)).toHaveText(text('contacts.added'));
     await fill(page, { search: kHostile });
     await page.getByRole('button', { name: text('contacts.find') }).click();
     await expect(page.getByRole('cell', { name: kHostile, exact: true })).toBeVisible();
     await expectText(page, check);
     await page.getByRole('button', { name: `Remove: ${kHostile}` }).click();
-    await expect(told(page)).toHaveText(text('contacts.removed'));
+    await expect(resultMessage(page)).toHaveText(text('contacts.removed'));
 });
 
 test('hostile text in a contact file', async ({ page, check }) => {
@@ -149,7 +149,7 @@ test('hostile text as the file name of a firmware image', async ({ page, check }
     await signInTo(page, 'settings-upgrade');
     await field(page, 'firmware').setInputFiles(file(`${kHostile}.img`, image()));
     await page.getByRole('button', { name: text('upgrade.upload') }).click();
-    await expect(told(page)).toContainText(`${kHostile}.img: The image was received`);
+    await expect(resultMessage(page)).toContainText(`${kHostile}.img: The image was received`);
     await expectText(page, check);
 });
 
@@ -182,7 +182,7 @@ test('hostile text as the values of a configuration file, wherever they are show
     await field(page, 'config').setInputFiles(file('hostile.xml', `<configuration><account>
         <label>${escaped}</label><displayName>${escaped}</displayName></account></configuration>`));
     await page.getByRole('button', { name: 'Import' }).click();
-    await expect(told(page)).toHaveText(text('config.imported'));
+    await expect(resultMessage(page)).toHaveText(text('config.imported'));
     await open(page, 'accounts');
     await expectValues(page, { label: kHostile, displayName: kHostile });
     await expectText(page, check);

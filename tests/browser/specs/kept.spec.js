@@ -1,7 +1,7 @@
 // Saved data survives a sudden loss of power.
 import { text } from '../support/languages.js';
-import { expectValues, kAdmin, killPhone, open, send, signIn, signInTo, told, trySignIn }
-    from '../support/phone.js';
+import { expectValues, kAdmin, killPhone, open, resultMessage, send, signIn, signInTo,
+    trySignIn } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
@@ -12,14 +12,14 @@ test('settings, contacts and the password survive a sudden loss of power',
     async ({ page, expectStatus }) => {
         await signInTo(page, 'network');
         await send(page, { hostname: 'kept' });
-        await expect(told(page)).toHaveText('Saved.');
+        await expect(resultMessage(page)).toHaveText('Saved.');
         await open(page, 'contacts');
         await send(page, { name: 'Aaron Aaronson', number: '12345' });
-        await expect(told(page)).toHaveText(text('contacts.added'));
+        await expect(resultMessage(page)).toHaveText(text('contacts.added'));
         await open(page, 'security');
         await send(page, { oldPassword: kAdmin.password, newPassword: kNewPassword,
             repeat: kNewPassword });
-        await expect(told(page)).toHaveText('Saved.');
+        await expect(resultMessage(page)).toHaveText('Saved.');
 
         await killPhone(page.request);
         expectStatus(403);

@@ -1,7 +1,8 @@
 // The settings forms: errors are shown next to the fields, before and after sending; values are
 // saved.
 import { text } from '../support/languages.js';
-import { errorOf, expectValues, field, get, open, send, signInTo, told } from '../support/phone.js';
+import { errorOf, expectValues, field, get, open, resultMessage, send, signInTo }
+    from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
@@ -55,7 +56,7 @@ for (const [p, good, wrong] of [
         ['address', '10.0.0.255', null, text('error.reserved')],
         ['netmask', '255.0.255.0', null, text('error.badMask')],
         ['netmask', 'big', text('error.badMask')],
-        ['gateway', '10.0.1.1', null, "This address is outside the phone's network."],
+        ['gateway', '10.0.1.1', null, text('error.notInNetwork')],
         ['dns1', '', text('error.required')],
         ['dns2', 'x', text('error.badAddress')],
         ['hostname', '-desk', text('error.badHost')],
@@ -80,7 +81,7 @@ for (const [p, good, wrong] of [
                 await expect(field(page, name)).toBeFocused();
                 await expect(field(page, name)).toHaveAttribute('aria-invalid', 'true');
                 await expect(page.locator('#main .error:not(:empty)')).toHaveCount(1);
-                await expect(told(page)).toHaveCount(0);
+                await expect(resultMessage(page)).toHaveCount(0);
             }
             await check(page, kBothSchemes);
         });
@@ -101,7 +102,7 @@ for (const [p, good, wrong] of [
                 await open(page, p);
                 await uncheckedSend(page, expectStatus, { ...good, [name]: value });
                 await expect(errorOf(page, name), `${name}: ${value}`).toHaveText(ofPhone ?? error);
-                await expect(told(page)).toHaveText(text('form.oneError'));
+                await expect(resultMessage(page)).toHaveText(text('form.oneError'));
                 await expect(field(page, name)).toBeFocused();
                 await expectValues(page, { ...good, [name]: value });
             }
@@ -111,11 +112,11 @@ for (const [p, good, wrong] of [
         test('is saved and shows the saved values', async ({ page, check }) => {
             await signInTo(page, p);
             await send(page, good);
-            await expect(told(page)).toHaveText('Saved.');
+            await expect(resultMessage(page)).toHaveText('Saved.');
             await expectValues(page, good);
             await check(page, kBothSchemes);
             await open(page, p);
-            await expect(told(page)).toHaveCount(0);
+            await expect(resultMessage(page)).toHaveCount(0);
             await expectValues(page, good);
         });
     });
@@ -129,7 +130,7 @@ test.describe('the page accounts', () => {
         await tabs.nth(5).click();
         await expect(tabs.nth(5)).toHaveAttribute('aria-current', 'page');
         await send(page, { label: 'The sixth' });
-        await expect(told(page)).toHaveText('Saved.');
+        await expect(resultMessage(page)).toHaveText('Saved.');
         await expect(tabs.nth(5)).toHaveText('6 The sixth');
         await tabs.nth(4).click();
         await expect(field(page, 'label')).toHaveValue('Line 5');
@@ -138,7 +139,7 @@ test.describe('the page accounts', () => {
     test('never shows a password', async ({ page }) => {
         await signInTo(page, 'accounts');
         await send(page, { ...kAccount, secret: 'open sesame' });
-        await expect(told(page)).toHaveText('Saved.');
+        await expect(resultMessage(page)).toHaveText('Saved.');
         expect(await page.content()).not.toContain('open sesame');
         const kept = await get(page.request, '/servlet?p=settings-config&q=export');
         expect(await kept.text()).not.toContain('open sesame');
@@ -175,7 +176,7 @@ test.describe('the page network', () => {
         await page.getByLabel(text('network.static')).check();
         await expect(field(page, 'address')).toBeVisible();
         await send(page, { mode: 'dhcp', hostname: 'desk' });
-        await expect(told(page)).toHaveText('Saved.');
+        await expect(resultMessage(page)).toHaveText('Saved.');
     });
 });
 
@@ -192,7 +193,7 @@ test.describe('the page audio', () => {
     test('is saved and shows the saved values', async ({ page, check }) => {
         await signInTo(page, 'audio');
         await send(page, kAudio);
-        await expect(told(page)).toHaveText('Saved.');
+        await expect(resultMessage(page)).toHaveText('Saved.');
         await expectValues(page, kAudio);
         await check(page);
     });
@@ -203,7 +204,7 @@ test.describe('the page audio', () => {
         await page.locator('#micGain').evaluate((slider) => { slider.max = 100; });
         expectStatus(422);
         await send(page, { codec: 'mp3', micGain: '99' });
-        await expect(told(page)).toHaveText(text('form.errors', { errorCount: 2 }));
+        await expect(resultMessage(page)).toHaveText(text('form.errors', { errorCount: 2 }));
         await expect(errorOf(page, 'codec')).toHaveText(text('error.badChoice'));
         await expect(errorOf(page, 'micGain')).toHaveText(text('error.tooLarge', { limit: 6 }));
         await check(page, kBothSchemes);

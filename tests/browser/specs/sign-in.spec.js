@@ -1,6 +1,6 @@
 import { kLanguages, text } from '../support/languages.js';
-import { errorOf, expectAt, expectSignedIn, expectSignedOut, field, fillSignIn, kAdmin, open, send,
-    signIn, signInTo, signOut, told, trySignIn } from '../support/phone.js';
+import { errorOf, expectAt, expectSignedIn, expectSignedOut, field, fillSignIn, kAdmin, open,
+    resultMessage, send, signIn, signInTo, signOut, trySignIn } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
@@ -100,7 +100,7 @@ test.describe('an idle user', () => {
             const [quiet, live] = [await visit(), await visit()];
             await signInTo(quiet, 'security');
             await send(quiet, { idleSeconds: String(kIdleSeconds) });
-            await expect(told(quiet)).toHaveText('Saved.');
+            await expect(resultMessage(quiet)).toHaveText('Saved.');
             await signInTo(live, 'status');
 
             await expect(live.locator('[data-paused]')).toBeVisible({ timeout: 20_000 });
@@ -141,7 +141,7 @@ test.describe('the password', () => {
         await expect(errorOf(page, 'newPassword')).toHaveText(text('error.tooShort', { limit: 8 }));
         await change(page, 'admin', kNew, 'something else');
         await expect(errorOf(page, 'repeat')).toHaveText(text('error.mismatch'));
-        await expect(told(page)).toHaveCount(0);
+        await expect(resultMessage(page)).toHaveCount(0);
     });
 
     test('can be changed, which rejects the old one and signs out other sessions',
@@ -152,7 +152,7 @@ test.describe('the password', () => {
             await expect(own.getByText(text('frame.factoryPassword'))).toBeVisible();
 
             await change(own, 'admin', kNew);
-            await expect(told(own)).toHaveText('Saved.');
+            await expect(resultMessage(own)).toHaveText('Saved.');
             await expect(own.getByText(text('frame.factoryPassword'))).toBeHidden();
             await open(own, 'status');
             await expectSignedIn(own);

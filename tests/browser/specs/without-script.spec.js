@@ -1,7 +1,7 @@
 // The pages work without JavaScript.
 import { text } from '../support/languages.js';
-import { download, errorOf, expectAt, expectSignedOut, expectValues, field, file, open, send,
-    signInTo, signOut, told } from '../support/phone.js';
+import { download, errorOf, expectAt, expectSignedOut, expectValues, field, file, open,
+    resultMessage, send, signInTo, signOut } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
@@ -25,7 +25,7 @@ test('the status page shows current values', async ({ page }) => {
 test('a form can be saved', async ({ page }) => {
     await signInTo(page, 'audio');
     await send(page, { ringtone: 'bell', codec: 'g722', echo: false });
-    await expect(told(page)).toHaveText('Saved.');
+    await expect(resultMessage(page)).toHaveText('Saved.');
     await expectValues(page, { ringtone: 'bell', codec: 'g722', echo: false });
 });
 
@@ -34,7 +34,7 @@ test('the phone shows errors next to the fields', async ({ page, expectStatus })
     expectStatus(422);
     await send(page, { mode: 'static', address: '10.0.0.5', netmask: '255.255.255.0',
         gateway: '10.0.1.1', dns1: '10.0.0.1', hostname: 'desk' });
-    await expect(told(page)).toHaveText(text('form.oneError'));
+    await expect(resultMessage(page)).toHaveText(text('form.oneError'));
     await expect(errorOf(page, 'gateway')).toHaveText(
         "This address is outside the phone's network.");
     await expectValues(page, { mode: 'static', gateway: '10.0.1.1' });
@@ -60,7 +60,7 @@ test('contacts can be previewed and imported', async ({ page }) => {
     await page.getByRole('button', { name: text('preview.submit') }).click();
     await expect(page.getByRole('cell', { name: 'Zoltan Quick' })).toBeVisible();
     await page.getByRole('button', { name: text('preview.apply') }).click();
-    await expect(told(page)).toHaveText(text('contacts.imported'));
+    await expect(resultMessage(page)).toHaveText(text('contacts.imported'));
 });
 
 test('firmware can be uploaded, and the restart is announced', async ({ page }) => {
@@ -68,7 +68,7 @@ test('firmware can be uploaded, and the restart is announced', async ({ page }) 
     const { name, content } = await download(page, page.getByRole('link', { name: /Download/ }));
     await field(page, 'firmware').setInputFiles(file(name, content));
     await page.getByRole('button', { name: text('upgrade.upload') }).click();
-    await expect(told(page)).toContainText('The image was received');
+    await expect(resultMessage(page)).toContainText('was received');
     await page.getByRole('button', { name: text('upgrade.restartNow') }).click();
     await expect(page.locator('h1')).toHaveText('Please wait');
     await page.getByRole('link', { name: 'status page' }).click();

@@ -78,7 +78,7 @@ export const field = (page, name) => page.locator(`#main ${fieldSelector(name)}`
 export const formOf = (page, name) => page.locator(`#main form:has(${fieldSelector(name)})`);
 export const errorOf = (page, name) => page.locator(`#${name}-error`);
 // The message about the last change.
-export const told = (page) => page.locator('#main > [role=alert], #main > [role=status]');
+export const resultMessage = (page) => page.locator('#main > [role=alert], #main > [role=status]');
 
 async function set(page, name, value) {
     const input = field(page, name).first();
