@@ -1,4 +1,4 @@
-// A new file that takes the place of another one as a whole or not at all.
+// A new file that replaces another one as a whole or not at all.
 #ifndef BASE_REPLACEMENT_FILE_H
 #define BASE_REPLACEMENT_FILE_H
 

@@ -1,4 +1,4 @@
-// The settings of the log that the environment holds.
+// The settings of the log, from the environment.
 #ifndef LOG_SETTINGS_H
 #define LOG_SETTINGS_H
 

@@ -14,7 +14,7 @@ namespace tmpl {
 
 enum class Format : std::uint8_t { Html, Raw, Url, Js, Custom };
 
-// Blocks become jumps, so that rendering needs no recursion whatever the nesting.
+// Blocks become jumps, so that rendering needs no recursion, however deep they are nested.
 struct Instruction {
     enum class Kind : std::uint8_t {
         Text,       // write `text`

@@ -45,7 +45,7 @@ public:
         return FileIdentity(status);
     }
 
-    // Returns the whole text, or as much of it as shows that it is too large.
+    // Returns the whole text; if it is too large, only one byte more than the maximum.
     std::string read(off_t expectedSize) const {
         constexpr std::size_t kEnough = kMaxTemplateSize + 1;
         // One byte more than expected, so that reading finds the end without growing the text.

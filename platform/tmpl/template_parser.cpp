@@ -9,8 +9,8 @@
 namespace tmpl {
 namespace {
 
-// Turns the text between tags, and the tags, into instructions. Jumps get their targets when the
-// block that they belong to goes on or ends.
+// Turns the text between tags, and the tags, into instructions. A jump gets its target when the
+// next branch of its block begins or the block ends.
 class Parser {
 public:
     explicit Parser(ParsedTemplate& result) : m_result(result) {}
@@ -69,8 +69,8 @@ private:
         return m_result.instructions.back();
     }
 
-    // Lets the jump `number`, or the like, lead to the next instruction.
-    void leadHere(std::uint32_t number) { m_result.instructions[number].number = next(); }
+    // Sets the target of the instruction `number` to the next instruction.
+    void targetHere(std::uint32_t number) { m_result.instructions[number].number = next(); }
 
     void addText(std::size_t begin, std::size_t end) {
         if (begin < end)
@@ -161,15 +161,15 @@ private:
             fail(m_line, inBrackets(tag.spelling) + " after <TMPL_ELSE>");
         block.branchEnds.push_back(next());
         emit(Kind::Jump);
-        leadHere(block.begin);
+        targetHere(block.begin);
     }
 
     void endIf(const Tag& tag) {
         const Block& block = innermost(tag, "TMPL_IF");
         if (!block.hasElse)
-            leadHere(block.begin);
+            targetHere(block.begin);
         for (const std::uint32_t branchEnd : block.branchEnds)
-            leadHere(branchEnd);
+            targetHere(branchEnd);
         m_blocks.pop_back();
     }
 
@@ -181,7 +181,7 @@ private:
     void endLoop(const Tag& tag) {
         const std::uint32_t begin = innermost(tag, "TMPL_LOOP").begin;
         emit(Kind::LoopEnd).number = begin + 1;
-        leadHere(begin);
+        targetHere(begin);
         m_blocks.pop_back();
         --m_openLoops;
     }

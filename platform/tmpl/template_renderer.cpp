@@ -150,7 +150,7 @@ void Renderer::run(const Instruction& instruction) {
     case Instruction::Kind::Variable:
         return writeVariable(instruction);
     case Instruction::Kind::SkipUnless:
-        if (!holds(instruction))
+        if (!isTrue(instruction))
             m_place.instruction = instruction.number;
         return;
     case Instruction::Kind::Jump:
@@ -187,7 +187,7 @@ void Renderer::writeVariable(const Instruction& instruction) {
     }
 }
 
-bool Renderer::holds(const Instruction& condition) const {
+bool Renderer::isTrue(const Instruction& condition) const {
     const std::string* value = variable(condition.name);
     if (condition.compares)
         return condition.text == (value != nullptr ? std::string_view(*value) : "");

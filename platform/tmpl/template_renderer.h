@@ -35,7 +35,7 @@ private:
     void findFormats(const TMPL_fmtlist* formats);
     void run(const Instruction& instruction);
     void writeVariable(const Instruction& instruction);
-    bool holds(const Instruction& condition) const;
+    bool isTrue(const Instruction& condition) const;
     void beginLoop(const Instruction& instruction);
     void endLoop(const Instruction& instruction);
     void enterScope(const TMPL_varlist& variables);
@@ -59,7 +59,7 @@ private:
     // For each file of the page, the functions of its custom formats.
     std::vector<std::vector<TMPL_format>> m_formats;
     Place m_place{0, 0};
-    // Where to go on behind the includes that are being rendered.
+    // Where to continue after each of the includes that are being rendered.
     std::vector<Place> m_returns;
     // The variables of the page, then the current row of each loop, from the outermost inwards.
     std::vector<const TMPL_varlist*> m_scopes;

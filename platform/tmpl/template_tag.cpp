@@ -14,7 +14,7 @@ constexpr std::size_t kMaxQuoted = 60;
 
 constexpr std::string_view kBlanks = " \t\r\n\f\v";
 
-// In the order of the enumeration.
+// The spellings, in the order of the enumeration.
 constexpr std::array<std::string_view, kAttributeCount> kAttributes = {"name", "value", "default",
                                                                        "fmt"};
 

@@ -20,7 +20,7 @@ struct Tag {
     TagKind kind;
     std::string_view spelling; // in capitals, without "<" and ">"
     std::array<std::optional<std::string_view>, kAttributeCount> attributes;
-    std::size_t end = 0; // where the text goes on
+    std::size_t end = 0; // where the text continues
 
     bool has(Attribute attribute) const {
         return attributes[static_cast<std::size_t>(attribute)].has_value();

@@ -45,10 +45,10 @@ public:
         add({type, bytes, {{"f", "x"}}, data, type});
     }
     // Adds a body of which nothing is stored.
-    void takesNothing(const std::string& story, const std::string& bytes) {
+    void storesNothing(const std::string& story, const std::string& bytes) {
         add({story, bytes, {}});
     }
-    void takesNothingAs(const std::string& type, const std::string& bytes) {
+    void storesNothingAs(const std::string& type, const std::string& bytes) {
         add({type, bytes, {}, kNoFile, type});
     }
     // Adds a body that results in one text field and nothing else.
@@ -76,25 +76,25 @@ void addClosingBoundaries(Table& table) {
     table.stores("a file behind it", kFile + kUploadEnd + filePart("f", "y", "more") + kUploadEnd);
     table.stores("half a part behind it", kFile + kUploadEnd + "--b\r\nContent-Disp");
 
-    table.takesNothing("missing", kFile);
-    table.takesNothing("missing, another part instead", kFile + "--b\r\n");
-    table.takesNothing("one dash, and the end", kFile + "--b-");
-    table.takesNothing("one dash, and a line end", kFile + "--b-\r\n");
-    table.takesNothing("a blank between its dashes", kFile + "--b- -\r\n");
-    table.takesNothing("a zero byte between its dashes", kFile + "--b-\0-\r\n"s);
-    table.takesNothing("one dash in front", kFile + "-b--\r\n");
-    table.takesNothing("three dashes in front", kFile + "---b--\r\n");
-    table.takesNothing("a blank in front", kFile + " --b--\r\n");
-    table.takesNothing("in capitals", kFile + "--B--\r\n");
-    table.takesNothing("of another body", kFile + "--c--\r\n");
-    table.takesNothing("of another body, longer", kFile + "--bb--\r\n");
+    table.storesNothing("missing", kFile);
+    table.storesNothing("missing, another part instead", kFile + "--b\r\n");
+    table.storesNothing("one dash, and the end", kFile + "--b-");
+    table.storesNothing("one dash, and a line end", kFile + "--b-\r\n");
+    table.storesNothing("a blank between its dashes", kFile + "--b- -\r\n");
+    table.storesNothing("a zero byte between its dashes", kFile + "--b-\0-\r\n"s);
+    table.storesNothing("one dash in front", kFile + "-b--\r\n");
+    table.storesNothing("three dashes in front", kFile + "---b--\r\n");
+    table.storesNothing("a blank in front", kFile + " --b--\r\n");
+    table.storesNothing("in capitals", kFile + "--B--\r\n");
+    table.storesNothing("of another body", kFile + "--c--\r\n");
+    table.storesNothing("of another body, longer", kFile + "--bb--\r\n");
     for (const char* end : {"", "\n", "\r", "\n\r", "\r\r"})
-        table.takesNothing("no line end in front",
-                           "--b\r\n" + kDisposition + "\r\n\r\ndata" + end + "--b--\r\n");
-    table.takesNothing("among the headers", "--b\r\n" + kDisposition + "\r\n--b--\r\n\r\n");
-    table.takesNothing("before all parts", kUploadEnd + kFile + kUploadEnd);
-    table.takesNothing("alone", kUploadEnd);
-    table.takesNothing("alone behind an empty line", "\r\n" + kUploadEnd);
+        table.storesNothing("no line end in front",
+                            "--b\r\n" + kDisposition + "\r\n\r\ndata" + end + "--b--\r\n");
+    table.storesNothing("among the headers", "--b\r\n" + kDisposition + "\r\n--b--\r\n\r\n");
+    table.storesNothing("before all parts", kUploadEnd + kFile + kUploadEnd);
+    table.storesNothing("alone", kUploadEnd);
+    table.storesNothing("alone behind an empty line", "\r\n" + kUploadEnd);
 }
 
 // Lengths around those of the stream's blocks, and one byte more or less.
@@ -105,8 +105,8 @@ void addBoundaryLengths(Table& table) {
         table.storesAs(typed("boundary=" + boundary), bounded(boundary, data), data);
         table.storesAs(typed("boundary=\"" + boundary + "\""), bounded(boundary, data), data);
     }
-    table.takesNothingAs(typed("boundary="), bounded(""));
-    table.takesNothingAs(typed("boundary=\"\""), bounded(""));
+    table.storesNothingAs(typed("boundary="), bounded(""));
+    table.storesNothingAs(typed("boundary=\"\""), bounded(""));
 }
 
 void addBoundaryTexts(Table& table) {
@@ -143,14 +143,14 @@ void addBoundaryTexts(Table& table) {
          {"boundary", "boundary=b; boundary=b", "boundary=b; Boundary=c", "boundary=\"b",
           "boundary=\"b\"c", "boundary=\"b\\\"", "boundary=b\x01", "boundary=b\x7f",
           "boundary*=utf-8''b", "boundary*0=b", "xboundary=b", "=b"})
-        table.takesNothingAs(typed(parameters), bounded("b"));
+        table.storesNothingAs(typed(parameters), bounded("b"));
     for (const char* type : {"multipart/mixed; boundary=b", "multipart/form-data, boundary=b",
                              "multipart/form-data boundary=b", "form-data; boundary=b",
                              "multipart/form-dat; boundary=b", "; boundary=b", ""})
-        table.takesNothingAs(type, bounded("b"));
-    table.takesNothingAs(typed("boundary=\"b\""), bounded("\"b\""));
-    table.takesNothingAs(typed("boundary=%62"), bounded("b"));
-    table.takesNothingAs(typed("boundary=B"), bounded("b"));
+        table.storesNothingAs(type, bounded("b"));
+    table.storesNothingAs(typed("boundary=\"b\""), bounded("\"b\""));
+    table.storesNothingAs(typed("boundary=%62"), bounded("b"));
+    table.storesNothingAs(typed("boundary=B"), bounded("b"));
 }
 
 // Text that begins like the delimiter and continues differently is data, or preamble.
@@ -169,8 +169,8 @@ void addFalseStarts(Table& table) {
         table.storesAs(type, bounded("false", data), data);
     }
     // A whole delimiter ends the data, whatever follows it on its line.
-    table.takesNothingAs(type, bounded("false", "x\r\n--falsehood"));
-    table.takesNothingAs(type, bounded("false", "--false positive"));
+    table.storesNothingAs(type, bounded("false", "x\r\n--falsehood"));
+    table.storesNothingAs(type, bounded("false", "--false positive"));
 }
 
 void addDelimiterLines(Table& table) {
@@ -196,7 +196,7 @@ void addDelimiterLines(Table& table) {
         "\r\n\n",
     };
     for (const std::string& end : wrong)
-        table.takesNothing("a boundary that goes on with \"" + end + "\"", "--b" + end + rest);
+        table.storesNothing("a boundary followed by \"" + end + "\"", "--b" + end + rest);
 }
 
 void addPreambles(Table& table) {
@@ -220,9 +220,9 @@ void addPreambles(Table& table) {
     // Not on a line of its own, the first boundary is part of the preamble.
     for (const std::string& preamble : {"preamble"s, "\xEF\xBB\xBF"s, " "s, "\t"s, "\n"s, "\r"s,
                                         "preamble\n"s, "\r\n "s, "\0"s, "-"s})
-        table.takesNothing("the preamble " + preamble, preamble + kFile + kUploadEnd);
+        table.storesNothing("the preamble " + preamble, preamble + kFile + kUploadEnd);
     for (const std::string& preamble : {"--bx\r\n"s, "--b\r\n"s, "--b-\r\n"s, "\r\n--bb\r\n"s})
-        table.takesNothing("the preamble " + preamble, preamble + kFile + kUploadEnd);
+        table.storesNothing("the preamble " + preamble, preamble + kFile + kUploadEnd);
 
     for (const std::string& epilogue :
          {"epilogue"s, std::string(10000, '\xff'), "\r\n--b\r\n\r\n\r\n--b--\r\n"s, "\0"s})
@@ -235,7 +235,7 @@ void addLineEnds(Table& table) {
         std::string changed;
         for (const char byte : body)
             changed += byte == '\n' ? end : byte == '\r' ? "" : std::string(1, byte);
-        table.takesNothing("another line end throughout", changed);
+        table.storesNothing("another line end throughout", changed);
     }
 }
 
@@ -264,33 +264,33 @@ void addHeaders(Table& table) {
                headed("Content-Disposition: form-data; name=\"a\r\n b\r\n\tc\""),
                {{"a b\tc", "data"}}});
 
-    table.takesNothing("none", "--b\r\n\r\ndata\r\n" + kUploadEnd);
-    table.takesNothing("a type alone", headed("Content-Type: text/plain"));
-    table.takesNothing("no colon", headed(kDisposition + "\r\nnonsense"));
-    table.takesNothing("no name", headed(": y\r\n" + kDisposition));
-    table.takesNothing("a blank before all", headed(" " + kDisposition));
-    table.takesNothing("a blank before the colon", headed("X : y\r\n" + kDisposition));
-    table.takesNothing("a blank in a name", headed("X Y: z\r\n" + kDisposition));
-    table.takesNothing("a tab in a name", headed("X\tY: z\r\n" + kDisposition));
-    table.takesNothing("a fold into a malformed parameter", headed(kDisposition + "\r\n x"));
-    table.takesNothing("two dispositions", headed(kDisposition + "\r\n" + kDisposition));
-    table.takesNothing("two dispositions, one in capitals",
-                       headed(kDisposition + "\r\nCONTENT-DISPOSITION: form-data; name=g"));
-    table.takesNothing("a zero byte in a name", headed("X\0: y\r\n"s + kDisposition));
-    table.takesNothing("a zero byte in a value", headed("X: \0\r\n"s + kDisposition));
-    table.takesNothing("a carriage return", headed("X: y\rz\r\n" + kDisposition));
-    table.takesNothing("a line feed", headed("X: y\nX: z\r\n" + kDisposition));
-    table.takesNothing("line feeds at their end",
-                       "--b\r\n" + kDisposition + "\n\ndata\r\n" + kUploadEnd);
-    table.takesNothing("no empty line at their end",
-                       "--b\r\n" + kDisposition + "\r\ndata\r\n" + kUploadEnd);
-    table.takesNothing("no empty line, and data like a header",
-                       "--b\r\n" + kDisposition + "\r\nX: y\r\n--b--\r\n\r\n");
-    table.takesNothing("no end", "--b\r\n" + kDisposition);
-    table.takesNothing("no end, and one without", "--b\r\nX: " + std::string(20000, 'x'));
-    table.takesNothing("no end of many", "--b\r\n" + repeated("X: y\r\n", 3000));
-    table.takesNothing("more than 16 KiB",
-                       headed("X: " + std::string(16384, 'x') + "\r\n" + kDisposition));
+    table.storesNothing("none", "--b\r\n\r\ndata\r\n" + kUploadEnd);
+    table.storesNothing("a type alone", headed("Content-Type: text/plain"));
+    table.storesNothing("no colon", headed(kDisposition + "\r\nnonsense"));
+    table.storesNothing("no name", headed(": y\r\n" + kDisposition));
+    table.storesNothing("a blank before all", headed(" " + kDisposition));
+    table.storesNothing("a blank before the colon", headed("X : y\r\n" + kDisposition));
+    table.storesNothing("a blank in a name", headed("X Y: z\r\n" + kDisposition));
+    table.storesNothing("a tab in a name", headed("X\tY: z\r\n" + kDisposition));
+    table.storesNothing("a fold into a malformed parameter", headed(kDisposition + "\r\n x"));
+    table.storesNothing("two dispositions", headed(kDisposition + "\r\n" + kDisposition));
+    table.storesNothing("two dispositions, one in capitals",
+                        headed(kDisposition + "\r\nCONTENT-DISPOSITION: form-data; name=g"));
+    table.storesNothing("a zero byte in a name", headed("X\0: y\r\n"s + kDisposition));
+    table.storesNothing("a zero byte in a value", headed("X: \0\r\n"s + kDisposition));
+    table.storesNothing("a carriage return", headed("X: y\rz\r\n" + kDisposition));
+    table.storesNothing("a line feed", headed("X: y\nX: z\r\n" + kDisposition));
+    table.storesNothing("line feeds at their end",
+                        "--b\r\n" + kDisposition + "\n\ndata\r\n" + kUploadEnd);
+    table.storesNothing("no empty line at their end",
+                        "--b\r\n" + kDisposition + "\r\ndata\r\n" + kUploadEnd);
+    table.storesNothing("no empty line, and data like a header",
+                        "--b\r\n" + kDisposition + "\r\nX: y\r\n--b--\r\n\r\n");
+    table.storesNothing("no end", "--b\r\n" + kDisposition);
+    table.storesNothing("no end, and one without", "--b\r\nX: " + std::string(20000, 'x'));
+    table.storesNothing("no end of many", "--b\r\n" + repeated("X: y\r\n", 3000));
+    table.storesNothing("more than 16 KiB",
+                        headed("X: " + std::string(16384, 'x') + "\r\n" + kDisposition));
 }
 
 // RFC 7578, section 4.2.
@@ -334,7 +334,7 @@ void addDispositions(Table& table) {
     table.finds("a", disposed("form-data ; name=a"));
     table.finds(std::string(15000, 'n'), disposed("form-data; name=" + std::string(15000, 'n')));
     for (const char* name : {"name=", "name=\"\"", "name=\"%00\"", "name=\"a%00b\""})
-        table.takesNothing("a field whose name no list can hold", disposed("form-data; "s + name));
+        table.storesNothing("a field whose name no list can hold", disposed("form-data; "s + name));
 
     for (const char* wrong :
          {"",
@@ -368,7 +368,7 @@ void addDispositions(Table& table) {
           "form-data; name=; filename=x",
           "form-data; name=\"%00\"; filename=x",
           "form-data; name=f; filename=\"x%00.txt\""})
-        table.takesNothing("the disposition "s + wrong, disposed(wrong));
+        table.storesNothing("the disposition "s + wrong, disposed(wrong));
     table.stores("an extended file name beside the plain one",
                  disposed("form-data; name=f; filename*=UTF-8''y; filename=x"));
 }
@@ -507,12 +507,12 @@ void addEndings(Table& table) {
     const auto upTo = [&body](const std::string& text, std::size_t more = 0) {
         return body.substr(0, body.rfind(text) + more);
     };
-    table.takesNothing("nothing at all", "");
-    table.takesNothing("a dash", "-");
-    table.takesNothing("the first boundary", "--b");
-    table.takesNothing("the first line", "--b\r\n");
-    table.takesNothing("the field, but not its end", field);
-    table.takesNothing("the field and half a boundary", field + "--");
+    table.storesNothing("nothing at all", "");
+    table.storesNothing("a dash", "-");
+    table.storesNothing("the first boundary", "--b");
+    table.storesNothing("the first line", "--b\r\n");
+    table.storesNothing("the field, but not its end", field);
+    table.storesNothing("the field and half a boundary", field + "--");
     const Pairs arrived = {{"a", "1"}};
     table.add({"the boundary behind the field", field + "--b", arrived});
     table.add({"half a disposition", upTo("filename", 4), arrived});
