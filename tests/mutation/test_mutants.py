@@ -1,6 +1,7 @@
 """Tests of the mutants that scripts/mutation makes, and of its choice among them."""
 
 import pathlib
+import subprocess
 import sys
 
 import pytest
@@ -88,6 +89,54 @@ class Killer:
         if mutant.line % 5 == 0:
             return "does not compile"
         return "killed" if mutant.line % 2 else "survived"
+
+
+class Runs(mutation.Copy):
+    """A copy that records its steps instead of running them; its tests fail as given."""
+
+    def __init__(self, folder, failing):
+        self.source = folder
+        self.passing = set()
+        self.steps = []
+        self.failing = failing
+
+    def is_mutated(self):
+        return (self.source / "QKSTL/QKHashMap.h").read_text() != "return 1;"
+
+    def compile(self, test):
+        return subprocess.CompletedProcess([], 0)
+
+    def test(self, test):
+        self.steps.append((test, self.is_mutated()))
+        fails = (test, self.is_mutated()) in self.failing
+        return subprocess.CompletedProcess([], int(fails), "failed")
+
+
+@pytest.fixture
+def hash_map(tmp_path):
+    (tmp_path / "QKSTL").mkdir()
+    (tmp_path / "QKSTL/QKHashMap.h").write_text("return 1;")
+    return mutants.mutants_of("QKSTL/QKHashMap.h", "return 1;")[0]
+
+
+def test_each_test_runs_without_the_mutant_first(tmp_path, hash_map):
+    copy = Runs(tmp_path, {("replay_hash_map", True)})
+    assert copy.verdict(hash_map) == "killed"
+    assert copy.verdict(hash_map) == "killed"
+    assert copy.steps == [("replay_hash_map", False), ("replay_hash_map", True),
+                          ("replay_hash_map", True)]
+    assert not copy.is_mutated()
+
+
+def test_a_mutant_survives_if_no_test_fails(tmp_path, hash_map):
+    copy = Runs(tmp_path, set())
+    assert copy.verdict(hash_map) == "survived"
+    assert [test for test, is_mutated in copy.steps if is_mutated] == mutation.AREAS[1].tests
+
+
+def test_a_test_that_fails_without_a_mutant_ends_the_run(tmp_path, hash_map):
+    with pytest.raises(RuntimeError, match="without a mutant:\nfailed"):
+        Runs(tmp_path, {("replay_hash_map", False)}).verdict(hash_map)
 
 
 def test_mutants_that_do_not_compile_are_replaced_by_the_next_ones():
