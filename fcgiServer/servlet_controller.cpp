@@ -38,7 +38,7 @@ struct ServletController::Exchange {
         sessions->onRequest(request.get());
     }
 
-    // Sends the response and gives `result` back.
+    // Sends the response and returns `result`.
     int finish(int result) {
         response->flush();
         sessions->onRequestFinished(request.get());
@@ -99,7 +99,7 @@ int ServletController::onTimer() {
 }
 
 int ServletController::doService(FCGX_Request* frequest) {
-    if (frequest == nullptr) // the message by which crash reports of this service are known
+    if (frequest == nullptr) // with the message that crash reports of this service are known by
         __assert_fail("frequest != __null", "servlet_controller.cpp", 90,
                       "int ServletController::doService(FCGX_Request*)");
     Exchange exchange(frequest, sessionFactory.get());

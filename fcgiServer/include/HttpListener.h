@@ -1,7 +1,7 @@
 // The interface of a plug-in that sees every request before any servlet does.
 //
 // The plug-in library exports, for each listener, a creation function under exactly the name that
-// the configuration file gives:
+// the configuration file contains:
 //
 //     extern "C" HttpListener* createSignInListener() { return new SignInListener; }
 //

@@ -6,7 +6,7 @@ class HttpSession;
 struct CGI_varlist;
 
 // Compiled plug-ins depend on the order of the operations. Some names are misspelt
-// (getContextType gives the content type, getProtocal, getRefferer, setLocal); they are part of
+// (getContextType returns the content type, getProtocal, getRefferer, setLocal); they are part of
 // the interface.
 //   Owner     the container; the object and every text that it returns live until the request has
 //             been served. The texts may be read, not changed.

@@ -1,7 +1,7 @@
 // The interface of a page plug-in.
 //
 // The plug-in library exports, for each servlet, a creation function under exactly the name that
-// the configuration file gives:
+// the configuration file contains:
 //
 //     extern "C" HttpServlet* createStatusPage() { return new StatusPage; }
 //

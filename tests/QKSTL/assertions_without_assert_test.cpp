@@ -11,7 +11,7 @@ namespace {
 
 using Map = QKHashMap<std::string, std::string, INT_HASH<std::string>>;
 
-TEST(AssertionsWithoutAssertDeathTest, OfTheMapStayActive) {
+TEST(AssertionsWithNdebugDeathTest, StayActiveInTheMap) {
     assert(!"assert() is off in this program");
     Map map;
     map.put("a", "1");
@@ -19,14 +19,14 @@ TEST(AssertionsWithoutAssertDeathTest, OfTheMapStayActive) {
                                       "Assertion `m_nCount == 0' failed");
 }
 
-TEST(AssertionsWithoutAssertDeathTest, OfTheElementHelpersStayActive) {
+TEST(AssertionsWithNdebugDeathTest, StayActiveInTheElementHelpers) {
     std::string* nothing = nullptr;
     EXPECT_DEATH(container_construct(nothing, 1),
                  ": QKSTL/QKHashMap\\.h:[0-9]+: .*container_construct.*: "
                  "Assertion `nCount == 0 \\|\\| __null != pElements' failed");
 }
 
-TEST(AssertionsWithoutAssertDeathTest, OfTheMemoryBlocksStayActive) {
+TEST(AssertionsWithNdebugDeathTest, StayActiveInTheMemoryBlocks) {
     TMemPlex* chain = nullptr;
     EXPECT_DEATH(TMemPlex::create(chain, 0, 1), ": QKSTL/MemoryBlock\\.h:[0-9]+: .*create.*: "
                                                 "Assertion `nMax > 0 && cbElement > 0' failed");

@@ -1,4 +1,4 @@
-// Keys for tests that need to know in which bucket a key goes.
+// Keys for tests that need to know the bucket of a key.
 #ifndef BUCKET_KEYS_H
 #define BUCKET_KEYS_H
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// The hash as a sum, byte by byte from the end, each byte weighted with a power of 131.
+// Returns the hash as a sum over the bytes from the end, each weighted with a power of 131.
 inline std::uint32_t expectedHash(const std::string& key) {
     const std::uint64_t kModulus = std::uint64_t{1} << 32;
     const std::string hashed = key.substr(0, key.find('\0'));
@@ -20,7 +20,7 @@ inline std::uint32_t expectedHash(const std::string& key) {
     return static_cast<std::uint32_t>(sum % (std::uint64_t{1} << 31));
 }
 
-// Different keys that all go into `bucket` of `buckets`.
+// Returns different keys that all belong to `bucket` of `buckets`.
 inline std::vector<std::string> keysInBucket(std::uint32_t bucket, std::size_t count,
                                              std::uint32_t buckets = 100) {
     std::vector<std::string> keys;

@@ -17,7 +17,7 @@ private:
     alignas(TYPE) unsigned char m_bytes[4 * sizeof(TYPE)];
 };
 
-// Notes its own end.
+// Records its own destruction.
 struct Mortal {
     ~Mortal() { *m_ends += m_name; }
     std::string* m_ends;
@@ -41,7 +41,7 @@ TEST(ElementHelpers, ConstructNullPointersInRawMemory) {
         EXPECT_EQ(elements.get()[i], nullptr);
 }
 
-TEST(ElementHelpers, ConstructAsManyElementsAsTheyAreTold) {
+TEST(ElementHelpers, ConstructExactlyTheGivenNumberOfElements) {
     RawElements<void*> elements(0xFF);
     container_construct(elements.get() + 1, 2);
     for (std::size_t i = 0; i < 4 * sizeof(void*); ++i) {
@@ -59,7 +59,7 @@ TEST(ElementHelpers, DestructEachElementOnceAndInOrder) {
     EXPECT_EQ(ends, "abc");
 }
 
-TEST(ElementHelpers, LeaveWhatPointersPointToAlone) {
+TEST(ElementHelpers, DoNotDeleteWhatPointersPointTo) {
     std::string ends;
     Mortal mortal{&ends, 'x'};
     Mortal* pointers[] = {&mortal, &mortal};
@@ -107,7 +107,7 @@ TEST(ElementHelpers, CompareStringsByLengthAndBytes) {
     }
 }
 
-TEST(ElementHelpersDeathTest, AbortWithoutTheElementsTheyAreTold) {
+TEST(ElementHelpersDeathTest, AbortIfTheElementsAreNull) {
     std::string* noStrings = nullptr;
     void** noPointers = nullptr;
     const std::string source = ": QKSTL/QKHashMap\\.h:[0-9]+: ";
@@ -119,7 +119,7 @@ TEST(ElementHelpersDeathTest, AbortWithoutTheElementsTheyAreTold) {
     EXPECT_DEATH(container_destruct(noPointers, 1), source + ".*container_destruct" + assertion);
 }
 
-TEST(ElementHelpersDeathTest, AbortOverANullStringToCompare) {
+TEST(ElementHelpersDeathTest, AbortIfAComparedStringIsNull) {
     const std::string text = "a";
     const std::string* nothing = nullptr;
     const std::string source = ": QKSTL/QKHashMap\\.h:[0-9]+: .*container_compare.*: ";

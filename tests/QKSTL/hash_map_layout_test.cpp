@@ -1,4 +1,4 @@
-// Code that was compiled against the map reads its members where they are today.
+// Compiled code reads the map's members at these offsets.
 #include "QKSTL/QKHashMap.h"
 
 #include <cstddef>

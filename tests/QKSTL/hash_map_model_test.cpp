@@ -1,5 +1,5 @@
-// The map against containers too simple to be wrong, over random operations. A failure names its
-// seed; --gtest_random_seed=<seed> replays it.
+// Compares the map with containers too simple to be wrong, under random operations. A failure
+// prints its seed; --gtest_random_seed=<seed> repeats it.
 #include "QKSTL/QKHashMap.h"
 
 #include "bucket_keys.h"
@@ -26,7 +26,7 @@ unsigned int seedOfThisRun() {
     return given != 0 ? static_cast<unsigned int>(given) : std::random_device()() % 99999 + 1;
 }
 
-// Keys that meet in buckets, with zero bytes and high bytes among them.
+// Returns keys that share buckets, some with zero bytes and high bytes.
 std::vector<std::string> someKeys() {
     std::vector<std::string> keys = keysInBucket(0, 6);
     for (std::uint32_t bucket : {1, 50, 98, 99})
@@ -46,7 +46,7 @@ int blocksOf(const Map& map) {
     return blocks;
 }
 
-// What holds after every operation; gives the entries bucket by bucket.
+// Checks the invariants that hold after every operation. Returns the entries bucket by bucket.
 std::vector<const Node*> checkedEntries(const Map& map) {
     map.assertValid();
     std::vector<const Node*> entries;
@@ -74,7 +74,7 @@ std::vector<const Node*> checkedEntries(const Map& map) {
     return entries;
 }
 
-class HashMapOverRandomOperations : public testing::Test {
+class HashMapUnderRandomOperations : public testing::Test {
 protected:
     const std::string& anyKey() { return m_keys[below(m_keys.size())]; }
     std::string anyValue() { return std::string(below(40), static_cast<char>('a' + below(26))); }
@@ -87,7 +87,7 @@ protected:
                                  "--gtest_random_seed=" + std::to_string(m_seed)};
 };
 
-TEST_F(HashMapOverRandomOperations, HoldsWhatAStandardMapHolds) {
+TEST_F(HashMapUnderRandomOperations, MatchesAStandardMap) {
     const long live = counted_memory::live();
     {
         Map map;
@@ -133,7 +133,7 @@ TEST_F(HashMapOverRandomOperations, HoldsWhatAStandardMapHolds) {
     EXPECT_EQ(counted_memory::live(), live);
 }
 
-TEST_F(HashMapOverRandomOperations, HoldsTheValuesOfAKeyAsAListDoes) {
+TEST_F(HashMapUnderRandomOperations, KeepsTheValuesOfAKeyLikeAList) {
     Map map;
     map.m_bMultiValue = true;
     std::map<std::string, std::vector<std::string>> model;
@@ -165,7 +165,7 @@ TEST_F(HashMapOverRandomOperations, HoldsTheValuesOfAKeyAsAListDoes) {
     }
 }
 
-TEST_F(HashMapOverRandomOperations, VisitsEachEntryOnceWhileItRemovesSome) {
+TEST_F(HashMapUnderRandomOperations, VisitsEachEntryOnceWhileItRemovesSome) {
     Map map;
     for (int round = 0; round < 200; ++round) {
         for (std::size_t i = below(m_keys.size() + 1); i-- > 0;)

@@ -13,7 +13,7 @@ using Map = QKHashMap<std::string, std::string, INT_HASH<std::string>>;
 using PointerMap = QKHashMap<std::string, void*, INT_HASH<std::string>>;
 using Node = Map::TAssoc;
 
-// Entries in the order of an iteration.
+// Returns the entries in the order of an iteration.
 std::vector<std::string> keysOf(const Map& map) {
     std::vector<std::string> keys;
     for (Node* node = map.firstAssoc(); node != nullptr; node = map.nextAssoc(node))
@@ -30,7 +30,7 @@ void remove(Map& map, const std::string& key) {
     map.removeAssoc(map.getAssoc(key));
 }
 
-// No bucket array, no nodes, no blocks.
+// Returns whether the map has no bucket array, no nodes and no blocks.
 void expectUnallocated(const Map& map) {
     EXPECT_EQ(map.m_nCount, 0);
     EXPECT_EQ(map.m_pHashTable, nullptr);
@@ -42,7 +42,7 @@ std::string nthKey(int number) {
     return "key" + std::to_string(number);
 }
 
-TEST(HashMap, BeginsWithItsDefaultsAndAllocatesNothing) {
+TEST(HashMap, StartsWithItsDefaultsAndAllocatesNothing) {
     const long made = counted_memory::made();
     Map map;
     EXPECT_FALSE(map.m_bMultiValue);
@@ -114,7 +114,7 @@ TEST(HashMap, PutsEachEntryIntoTheBucketOfItsHash) {
     }
 }
 
-TEST(HashMap, GivesBackWhatWasPut) {
+TEST(HashMap, ReturnsWhatWasPut) {
     Map map;
     map.put("Location", "/servlet");
     map.put("Status", "302");
@@ -136,7 +136,7 @@ TEST(HashMap, KeepsItsOwnCopies) {
     EXPECT_EQ(map.m_nCount, 1);
 }
 
-TEST(HashMap, ReplacesTheValueOfAKeyThatIsThere) {
+TEST(HashMap, ReplacesTheValueOfAnExistingKey) {
     Map map;
     map.put("a", "1");
     const Node* node = map.getAssoc("a");
@@ -147,7 +147,7 @@ TEST(HashMap, ReplacesTheValueOfAKeyThatIsThere) {
     EXPECT_EQ(keysOf(map), std::vector<std::string>{"a"});
 }
 
-TEST(HashMap, InsertsAsItPuts) {
+TEST(HashMap, InsertsTheSameWayAsItPuts) {
     Map map;
     map.insert("a", "1");
     map.insert("a", "2");
@@ -160,7 +160,7 @@ TEST(HashMap, InsertsAsItPuts) {
     EXPECT_EQ(valueOf(map, "a"), "2");
 }
 
-TEST(HashMap, MakesAnEmptyValueForAnUnknownSubscript) {
+TEST(HashMap, AddsAnEmptyValueForAnUnknownSubscript) {
     Map map;
     std::string& value = map["a"];
     EXPECT_EQ(value, "");
@@ -186,7 +186,7 @@ TEST(HashMap, KeepsTheEmptyKeyInTheFirstBucket) {
     expectUnallocated(map);
 }
 
-TEST(HashMap, TellsKeysApartBehindAZeroByte) {
+TEST(HashMap, DistinguishesKeysAfterAZeroByte) {
     const std::string one("ab\0c", 4);
     const std::string other("ab\0d", 4);
     Map map;
@@ -278,7 +278,7 @@ TEST(HashMap, AllocatesABlockForEveryTenEntries) {
     EXPECT_EQ(counted_memory::live(), live + 4);
 }
 
-TEST(HashMap, GivesEverythingBackWithTheLastOfElevenEntries) {
+TEST(HashMap, FreesAllMemoryWithTheLastOfElevenEntries) {
     const long live = counted_memory::live();
     Map map;
     for (int number = 0; number < 11; ++number)
@@ -292,7 +292,7 @@ TEST(HashMap, GivesEverythingBackWithTheLastOfElevenEntries) {
     expectUnallocated(map);
 }
 
-TEST(HashMap, CanBeFilledAgainAfterItsLastEntryWent) {
+TEST(HashMap, CanBeFilledAgainAfterItsLastEntryWasRemoved) {
     Map map;
     map.put("a", "1");
     remove(map, "a");
@@ -333,7 +333,7 @@ TEST(HashMap, UsesFreedNodesBeforeItAllocatesABlock) {
     EXPECT_EQ(counted_memory::made(), made + 1);
 }
 
-TEST(HashMap, HandsOutTheNodesOfABlockInAscendingOrder) {
+TEST(HashMap, UsesTheNodesOfABlockInAscendingOrder) {
     Map map;
     Node* first = map.newAssoc();
     EXPECT_EQ(first, map.m_pBlocks->data());
@@ -350,7 +350,7 @@ TEST(HashMap, HandsOutTheNodesOfABlockInAscendingOrder) {
     map.freeAssoc(eleventh);
 }
 
-TEST(HashMap, HandsOutNodesThatAreEmptyAndInNoBucket) {
+TEST(HashMap, ReturnsNewNodesEmptyAndInNoBucket) {
     Map map;
     map.put("a", "1");
     const std::string text = "a text that is too long to be stored in the string object itself";
@@ -368,7 +368,7 @@ TEST(HashMap, HandsOutNodesThatAreEmptyAndInNoBucket) {
     EXPECT_EQ(map.m_pFreeList, node);
 }
 
-TEST(HashMap, FollowsAnotherBlockSize) {
+TEST(HashMap, UsesTheBlockSizeThatIsSet) {
     Map map;
     map.m_nBlockSize = 1;
     map.put("a", "");
@@ -401,7 +401,7 @@ TEST(HashMap, RemovesTheHeadTheMiddleAndTheTailOfABucket) {
     }
 }
 
-TEST(HashMap, GivesTheFollowingBucketsHeadWhenItRemovesATail) {
+TEST(HashMap, ReturnsTheNextBucketsHeadWhenItRemovesATail) {
     Map map;
     const std::string first = keysInBucket(10, 1)[0];
     const auto second = keysInBucket(60, 2);
@@ -426,7 +426,7 @@ TEST(HashMap, CanRemoveWhileItIterates) {
         EXPECT_EQ(map.getAssoc(nthKey(number)) == nullptr, number % 3 == 0) << number;
 }
 
-TEST(HashMap, GivesEverythingBackWhenAnIterationRemovesAll) {
+TEST(HashMap, FreesAllMemoryWhenAnIterationRemovesAll) {
     const long live = counted_memory::live();
     Map map;
     for (int number = 0; number < 200; ++number)
@@ -439,7 +439,7 @@ TEST(HashMap, GivesEverythingBackWhenAnIterationRemovesAll) {
     EXPECT_EQ(counted_memory::live(), live);
 }
 
-TEST(HashMap, GivesEverythingBackWhenNodesAreFreedDirectly) {
+TEST(HashMap, FreesAllMemoryWhenNodesAreFreedDirectly) {
     const long live = counted_memory::live();
     Map map;
     Node* node = map.newAssoc();
@@ -449,7 +449,7 @@ TEST(HashMap, GivesEverythingBackWhenNodesAreFreedDirectly) {
     EXPECT_EQ(counted_memory::live(), live);
 }
 
-TEST(HashMap, ForgetsAllWhenItIsClearedButKeepsItsSizes) {
+TEST(HashMap, IsEmptyAfterClearButKeepsItsSizes) {
     const long live = counted_memory::live();
     Map map;
     map.init(7, false);
@@ -474,7 +474,7 @@ TEST(HashMap, ForgetsAllWhenItIsClearedButKeepsItsSizes) {
     expectUnallocated(map);
 }
 
-TEST(HashMap, GivesEverythingBackAtItsEnd) {
+TEST(HashMap, FreesAllMemoryInItsDestructor) {
     const long live = counted_memory::live();
     {
         Map map;
@@ -503,7 +503,7 @@ TEST(HashMap, ResizesItsBucketsWithInit) {
     map.init(3, true); // replaces the array
     EXPECT_EQ(counted_memory::live(), live + 1);
     EXPECT_EQ(counted_memory::newestSize(), 3 * sizeof(void*));
-    map.init(5, false); // gives it back
+    map.init(5, false); // frees the array
     EXPECT_EQ(map.m_pHashTable, nullptr);
     EXPECT_EQ(counted_memory::live(), live);
     EXPECT_EQ(map.m_nHashTableSize, 5u);
@@ -522,7 +522,7 @@ TEST(HashMap, IsAllocatedAndEmptyAfterInit) {
     EXPECT_EQ(valueOf(map, "a"), "1");
 }
 
-TEST(HashMap, GivesThePreparedBucketsBackWithClear) {
+TEST(HashMap, FreesPreparedBucketsInClear) {
     const long live = counted_memory::live();
     Map map;
     map.init(50, true);
@@ -552,9 +552,9 @@ TEST(HashMap, NeverRehashes) {
         EXPECT_EQ(valueOf(map, nthKey(number)), std::to_string(number));
 }
 
-// With several values a key
+// Several values per key
 
-TEST(HashMapOfManyValues, PutsALaterValueRightBehindTheFirst) {
+TEST(MultiValueHashMap, PutsALaterValueRightAfterTheFirst) {
     Map map;
     map.m_bMultiValue = true;
     const auto keys = keysInBucket(20, 2);
@@ -577,7 +577,7 @@ TEST(HashMapOfManyValues, PutsALaterValueRightBehindTheFirst) {
     }
 }
 
-TEST(HashMapOfManyValues, FindsTheFirstValue) {
+TEST(MultiValueHashMap, FindsTheFirstValue) {
     Map map;
     map.m_bMultiValue = true;
     map.put("a", "1");
@@ -589,7 +589,7 @@ TEST(HashMapOfManyValues, FindsTheFirstValue) {
     EXPECT_EQ(map.m_nCount, 3);
 }
 
-TEST(HashMapOfManyValues, RemovesTheEntryItIsGiven) {
+TEST(MultiValueHashMap, RemovesExactlyTheGivenEntry) {
     Map map;
     map.m_bMultiValue = true;
     map.put("a", "1");
@@ -604,7 +604,7 @@ TEST(HashMapOfManyValues, RemovesTheEntryItIsGiven) {
     expectUnallocated(map);
 }
 
-TEST(HashMapOfManyValues, CanHaveTheSameValueTwice) {
+TEST(MultiValueHashMap, CanHaveTheSameValueTwice) {
     Map map;
     map.m_bMultiValue = true;
     map.put("a", "1");
@@ -612,7 +612,7 @@ TEST(HashMapOfManyValues, CanHaveTheSameValueTwice) {
     EXPECT_EQ(map.m_nCount, 2);
 }
 
-// Lives of keys and values
+// Lifetime of keys and values
 
 std::string trace;
 
@@ -635,7 +635,7 @@ struct TracedValue {
 
 using TracedMap = QKHashMap<TracedKey, TracedValue, INT_HASH<std::string>>;
 
-TEST(HashMap, EndsTheValueOfARemovedEntryAndThenItsKey) {
+TEST(HashMap, DestroysTheValueOfARemovedEntryThenItsKey) {
     TracedMap map;
     map.put("a", TracedValue(1));
     map.put("b", TracedValue(2));
@@ -645,7 +645,7 @@ TEST(HashMap, EndsTheValueOfARemovedEntryAndThenItsKey) {
     EXPECT_EQ(trace, "value 1, key a. ");
 }
 
-TEST(HashMap, EndsEachEntryOnceWhenItIsCleared) {
+TEST(HashMap, DestroysEachEntryOnceWhenItIsCleared) {
     TracedMap map;
     map.put("b", TracedValue(2)); // bucket 98
     map.put("a", TracedValue(1)); // bucket 97
@@ -670,9 +670,9 @@ TEST(HashMap, NeverDeletesWhatItsPointersPointTo) {
     EXPECT_EQ(other, 2);
 }
 
-// When memory is out
+// Out of memory
 
-TEST(HashMap, KeepsItsEntriesWhenMemoryIsOut) {
+TEST(HashMap, KeepsItsEntriesWhenMemoryRunsOut) {
     Map map;
     for (int number = 0; number < 10; ++number)
         map.put(nthKey(number), "old");
@@ -692,7 +692,7 @@ TEST(HashMap, KeepsItsEntriesWhenMemoryIsOut) {
     EXPECT_EQ(valueOf(map, "new"), "1");
 }
 
-TEST(HashMap, KeepsItsEntriesWhenMemoryForASecondValueIsOut) {
+TEST(HashMap, KeepsItsEntriesWhenMemoryForASecondValueRunsOut) {
     Map map;
     map.m_bMultiValue = true;
     for (int number = 0; number < 10; ++number)
@@ -704,7 +704,7 @@ TEST(HashMap, KeepsItsEntriesWhenMemoryForASecondValueIsOut) {
     EXPECT_EQ(keysOf(map).size(), 10u);
 }
 
-TEST(HashMap, StaysEmptyWhenMemoryForTheFirstEntryIsOut) {
+TEST(HashMap, StaysEmptyWhenMemoryForTheFirstEntryRunsOut) {
     const long live = counted_memory::live();
     for (const int successes : {0, 1}) { // buckets, block
         Map map;
@@ -736,7 +736,7 @@ TEST(HashMapDeathTest, AbortsWhenItIsResizedWithEntries) {
     EXPECT_DEATH(map.init(0, true), assertionIn("init", "m_nCount == 0"));
 }
 
-TEST(HashMapDeathTest, AbortsWhenItIsToHaveNoBuckets) {
+TEST(HashMapDeathTest, AbortsWhenItIsResizedToNoBuckets) {
     Map map;
     EXPECT_DEATH(map.init(0, true), assertionIn("init", "nHashSize > 0"));
     EXPECT_DEATH(map.init(0, false), assertionIn("init", "nHashSize > 0"));

@@ -37,7 +37,7 @@ TEST_F(MemoryBlocks, AreOneAllocationOfHeaderAndElements) {
     EXPECT_EQ(counted_memory::newestSize(), sizeof(void*) + 7 * 12);
 }
 
-TEST_F(MemoryBlocks, KeepTheirElementsRightBehindTheHeader) {
+TEST_F(MemoryBlocks, HaveTheirElementsRightAfterTheHeader) {
     TMemPlex* block = TMemPlex::create(m_chain, 3, 5);
     EXPECT_EQ(static_cast<char*>(block->data()), reinterpret_cast<char*>(block) + sizeof(void*));
     std::memset(block->data(), 0xA5, 3 * 5); // all of it may be written
@@ -50,7 +50,7 @@ TEST_F(MemoryBlocks, CanHoldASingleByte) {
     EXPECT_EQ(counted_memory::newestSize(), sizeof(void*) + 1);
 }
 
-TEST_F(MemoryBlocks, ComeToTheFrontOfTheChain) {
+TEST_F(MemoryBlocks, ArePutAtTheFrontOfTheChain) {
     TMemPlex* first = TMemPlex::create(m_chain, 1, 8);
     EXPECT_EQ(m_chain, first);
     EXPECT_EQ(olderBlock(first), nullptr);
@@ -66,7 +66,7 @@ TEST_F(MemoryBlocks, ComeToTheFrontOfTheChain) {
     EXPECT_EQ(olderBlock(first), nullptr);
 }
 
-TEST_F(MemoryBlocks, LeaveTheOlderBlocksElementsAlone) {
+TEST_F(MemoryBlocks, DoNotChangeTheElementsOfOlderBlocks) {
     auto* numbers = static_cast<std::uint32_t*>(TMemPlex::create(m_chain, 2, 4)->data());
     numbers[0] = 1;
     numbers[1] = 2;
@@ -75,7 +75,7 @@ TEST_F(MemoryBlocks, LeaveTheOlderBlocksElementsAlone) {
     EXPECT_EQ(numbers[1], 2u);
 }
 
-TEST_F(MemoryBlocks, AreReleasedAllTogether) {
+TEST_F(MemoryBlocks, AreAllReleasedTogether) {
     const long live = counted_memory::live();
     for (unsigned int count = 1; count <= 20; ++count)
         TMemPlex::create(m_chain, count, 16);
@@ -85,7 +85,7 @@ TEST_F(MemoryBlocks, AreReleasedAllTogether) {
     EXPECT_EQ(m_chain, nullptr);
 }
 
-TEST_F(MemoryBlocks, MayBeReleasedWhenThereAreNone) {
+TEST_F(MemoryBlocks, CanBeReleasedWhenThereAreNone) {
     const long live = counted_memory::live();
     TMemPlex::release(m_chain);
     EXPECT_EQ(m_chain, nullptr);
@@ -98,7 +98,7 @@ TEST_F(MemoryBlocks, StartANewChainAfterARelease) {
     EXPECT_EQ(olderBlock(TMemPlex::create(m_chain, 1, 8)), nullptr);
 }
 
-TEST_F(MemoryBlocks, LeaveTheChainAsItWasWhenMemoryIsOut) {
+TEST_F(MemoryBlocks, DoNotChangeTheChainWhenMemoryRunsOut) {
     TMemPlex* first = TMemPlex::create(m_chain, 1, 8);
     counted_memory::failAfter(0);
     EXPECT_THROW(TMemPlex::create(m_chain, 1, 8), std::bad_alloc);
@@ -107,7 +107,7 @@ TEST_F(MemoryBlocks, LeaveTheChainAsItWasWhenMemoryIsOut) {
     EXPECT_EQ(olderBlock(first), nullptr);
 }
 
-TEST_F(MemoryBlocks, OfMoreBytesThanThereCanBeAreRefused) {
+TEST_F(MemoryBlocks, AreRefusedForMoreBytesThanASizeCanHold) {
     struct {
         unsigned int count;
         unsigned int size;
@@ -124,7 +124,7 @@ TEST_F(MemoryBlocks, OfMoreBytesThanThereCanBeAreRefused) {
     EXPECT_EQ(counted_memory::live(), live);
 }
 
-TEST_F(MemoryBlocksDeathTest, AbortsWithoutElements) {
+TEST_F(MemoryBlocksDeathTest, AbortForNoElements) {
     const char message[] = ": QKSTL/MemoryBlock\\.h:[0-9]+: .*TMemPlex::create.*: "
                            "Assertion `nMax > 0 && cbElement > 0' failed\\.";
     EXPECT_DEATH(TMemPlex::create(m_chain, 0, 8), message);

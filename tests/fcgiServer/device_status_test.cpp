@@ -29,7 +29,8 @@ protected:
         return word();
     }
 
-    // The code is private, and the last member behind the virtual table and four pointers.
+    // The code is private: it is the last member, after the virtual table pointer and four
+    // pointers.
     char* codeField() { return reinterpret_cast<char*>(&m_controller) + 5 * sizeof(void*); }
     std::int32_t code() {
         std::int32_t code;
@@ -63,7 +64,7 @@ TEST_F(DeviceStatus, FollowsTheQuery) {
         std::int32_t code;
         const char* word;
     } rows[] = {
-        // contained anywhere
+        // rules for a part of the query
         {"reboot=true", 1, "reboot"},
         {"p=x&reboot=true&y=1", 1, "reboot"},
         {"reboot=trueish", 1, "reboot"},
@@ -77,7 +78,7 @@ TEST_F(DeviceStatus, FollowsTheQuery) {
         {"now=true", 3, "autoprovision"},
         {"p=settings-autop&now=true&x=1", 3, "autoprovision"},
         {"know=true", 3, "autoprovision"},
-        // the whole query
+        // rules for the whole query
         {"p=settings-config&q=import", 5, "configration"},
         {"p=settings-config&q=localconfig&type=import", 5, "configration"},
         {"p=settings-config&q=localconfig&type=remove", 5, "configration"},
@@ -93,7 +94,7 @@ TEST_F(DeviceStatus, FollowsTheQuery) {
         {"p=settings-config&q=localconfig&type=imports", 0, "idle"},
         {"q=import&p=settings-config", 0, "idle"},
         {"P=settings-config&q=import", 0, "idle"},
-        // none of these
+        // no rule
         {"", 0, "idle"},
         {"p=status", 0, "idle"},
         {"reboot", 0, "idle"},
@@ -142,7 +143,7 @@ TEST_F(DeviceStatus, IsNotChangedByANotice) {
     EXPECT_TRUE(recorded_log::records().empty());
 }
 
-TEST_F(DeviceStatus, GoesBackToIdleWithAnyOtherRequest) {
+TEST_F(DeviceStatus, ReturnsToIdleWithAnyOtherRequest) {
     for (const char* query :
          {"q=reboot", "p=settings-upgrade&q=reset", "now=true", "p=settings-config&q=import"}) {
         EXPECT_NE(wordAfter(query), "idle") << query;
@@ -150,14 +151,14 @@ TEST_F(DeviceStatus, GoesBackToIdleWithAnyOtherRequest) {
     }
 }
 
-TEST_F(DeviceStatus, StaysAndLogsOnceWithoutAQuery) {
+TEST_F(DeviceStatus, IsKeptAndLogsOnceForANullQuery) {
     m_controller.setStatus("now=true");
     m_controller.setStatus(nullptr);
     EXPECT_EQ(recorded_log::records(), std::vector<LogRecord>{kNullArgument});
     EXPECT_EQ(word(), "autoprovision");
 }
 
-TEST_F(DeviceStatus, LogsOnceWithoutAPlaceForItsWord) {
+TEST_F(DeviceStatus, LogsOnceWhenTheOutputIsNull) {
     m_controller.setStatus("now=true");
     m_controller.getStatus(nullptr);
     EXPECT_EQ(recorded_log::records(), std::vector<LogRecord>{kNullArgument});
@@ -190,7 +191,7 @@ TEST_F(DeviceStatus, WritesItsWordAndATerminatorAndNothingElse) {
     }
 }
 
-TEST(ServletControllerWithoutConfiguration, LogsThatAndHasNoPlugIns) {
+TEST(ServletControllerWithoutConfiguration, LogsAMissingFileAndHasNoPlugIns) {
     recorded_log::clear();
     ServletController controller;
     EXPECT_EQ(recorded_log::records(),

@@ -257,7 +257,7 @@ std::string demangled(const char* symbol) {
     return result;
 }
 
-// A symbol's length as the linker sees it.
+// Returns a symbol's size in the symbol table.
 std::size_t sizeOf(void* address) {
     Dl_info info;
     const ElfW(Sym)* entry = nullptr;

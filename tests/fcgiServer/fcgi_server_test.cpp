@@ -28,13 +28,12 @@ namespace {
 
 using namespace kit::testing;
 
-constexpr int kKitModule = 4;
+constexpr int kLibfcgiModule = 4;
 
-// Stands for the FastCGI kit and the web server behind it: what accepting gives is written down
-// before.
+// Stands for libfcgi and the front server behind it. Tests say in advance what each accept returns.
 class FrontServer {
 public:
-    // The next call of accept gives a request, or this result.
+    // Make the next call of accept() return a request, or this result.
     MemoryRequest& willSend(const std::string& uri) {
         m_requests.emplace_back(new MemoryRequest(get(uri).inMemory()));
         m_steps.push_back({m_requests.back().get(), acceptedResult});
@@ -46,7 +45,7 @@ public:
 
     int accept(FCGX_Request* request) {
         const int inside = ++m_accepting;
-        app_log(kKitModule, 6, "accept");
+        app_log(kLibfcgiModule, 6, "accept");
         if (inside > mostAccepting)
             mostAccepting = inside;
         if (slowAccept)
@@ -58,7 +57,7 @@ public:
         return step.result;
     }
     void finish(FCGX_Request* request) {
-        app_log(kKitModule, 6, "finish");
+        app_log(kLibfcgiModule, 6, "finish");
         meet(meetBefore);
         {
             std::lock_guard<std::mutex> lock(m_lock);
@@ -74,13 +73,13 @@ public:
     std::atomic<int> mostAccepting{0};
     std::vector<FCGX_Request*> initialised; // guarded by m_lock, as is the next
     std::vector<FCGX_Request*> finished;
-    std::vector<CurrentRequest> current; // as the server told when each was finished
+    std::vector<CurrentRequest> current; // as the server reported it when each was finished
     int mostBusy = 0;
     Rendezvous* meetBefore = nullptr; // where requests wait for each other
     Rendezvous* meetAfter = nullptr;
 
     void initialise(FCGX_Request* request, int socket, int flags) {
-        app_log(kKitModule, 6, "init request %d %d", socket, flags);
+        app_log(kLibfcgiModule, 6, "init request %d %d", socket, flags);
         *request = FCGX_Request{};
         std::lock_guard<std::mutex> lock(m_lock);
         initialised.push_back(request);
@@ -119,10 +118,10 @@ const unsigned long kRequestsAtStart = loopActivity().requests;
 
 } // namespace
 
-// The names are the linker's.
+// The linker puts these in the place of libfcgi's functions.
 extern "C" {
 int __wrap_FCGX_Init() {
-    app_log(kKitModule, 6, "init");
+    app_log(kLibfcgiModule, 6, "init");
     return 0;
 }
 int __wrap_FCGX_InitRequest(FCGX_Request* request, int socket, int flags) {
@@ -154,11 +153,11 @@ LogRecord acceptFailed(int result) {
                   "FCGIServer::run() accept request failed. err= " + std::to_string(result) + "\n");
 }
 
-// What the kit was asked to do, in order.
-Names kitCalls() {
+// Returns the calls of libfcgi, in order.
+Names libfcgiCalls() {
     Names result;
     for (const LogRecord& record : recorded_log::records())
-        if (record.call == "app_log" && record.module == kKitModule)
+        if (record.call == "app_log" && record.module == kLibfcgiModule)
             result.push_back(record.text);
     return result;
 }
@@ -179,7 +178,7 @@ protected:
     }
 
     const Records& start() const { return m_start; }
-    // Runs the server on several threads until accepting fails on each.
+    // Executes run() on several threads until accepting fails on each.
     void runOnThreads(int count) {
         front.willFail(-1, count);
         std::vector<std::thread> threads;
@@ -197,9 +196,9 @@ private:
     std::unique_ptr<ListenersOf> m_listeners;
 };
 
-TEST_F(Server, StartsTheKitThenReadsTheConfigurationThenCreatesTheListeners) {
+TEST_F(Server, InitialisesLibfcgiThenReadsTheConfigurationThenCreatesTheListeners) {
     ASSERT_GE(start().size(), 4u);
-    EXPECT_EQ(start().front(), (LogRecord{"app_log", kKitModule, 6, "init"}));
+    EXPECT_EQ(start().front(), (LogRecord{"app_log", kLibfcgiModule, 6, "init"}));
     EXPECT_EQ(start()[1].text, "PluginLoader::loadConfigFile Begin.configfile =" SERVLET_XML);
     const auto position = [this](const LogRecord& record) {
         return std::find(start().begin(), start().end(), record) - start().begin();
@@ -207,9 +206,9 @@ TEST_F(Server, StartsTheKitThenReadsTheConfigurationThenCreatesTheListeners) {
     EXPECT_LT(position(webDebug("info", "PluginLoader::init End")),
               position(plugin_watch::event("A 1 created")));
     EXPECT_EQ(start().back(), plugin_watch::event("C 1 init"));
-    EXPECT_EQ(
-        std::count(start().begin(), start().end(), (LogRecord{"app_log", kKitModule, 6, "init"})),
-        1);
+    EXPECT_EQ(std::count(start().begin(), start().end(),
+                         (LogRecord{"app_log", kLibfcgiModule, 6, "init"})),
+              1);
 }
 
 TEST_F(Server, ReadsTheFixedConfigurationUnlessItIsGivenAnother) {
@@ -222,10 +221,10 @@ TEST_F(Server, ReadsTheFixedConfigurationUnlessItIsGivenAnother) {
 
 TEST_F(Server, InitialisesARequestOnTheSocketThatTheWebServerPassed) {
     EXPECT_EQ(server->run(), -1);
-    EXPECT_EQ(kitCalls(), (Names{"init request 0 0", "accept"}));
+    EXPECT_EQ(libfcgiCalls(), (Names{"init request 0 0", "accept"}));
 }
 
-TEST_F(Server, OnlyFinishesARequestThatWasServed) {
+TEST_F(Server, WritesNoErrorPageForARequestThatWasServed) {
     const MemoryRequest& page = front.willSend("/servlet?p=status&text=hello");
     const MemoryRequest& event = front.willSend("/servlet?key=1");
     const MemoryRequest& older = front.willSend("/cgi-bin/Velmoranix.acx?Id=2");
@@ -233,8 +232,8 @@ TEST_F(Server, OnlyFinishesARequestThatWasServed) {
     EXPECT_EQ(page.out().text(), "\r\n<page hello>");
     EXPECT_EQ(event.out().text(), "\r\n");
     EXPECT_EQ(older.out().text(), "Location: /servlet?Id=2 \r\n\r\n");
-    EXPECT_EQ(kitCalls(), (Names{"init request 0 0", "accept", "finish", "accept", "finish",
-                                 "accept", "finish", "accept"}));
+    EXPECT_EQ(libfcgiCalls(), (Names{"init request 0 0", "accept", "finish", "accept", "finish",
+                                     "accept", "finish", "accept"}));
 }
 
 TEST_F(Server, ServesOneRequestBetweenAcceptingAndFinishing) {
@@ -253,7 +252,7 @@ TEST_F(Server, AnswersARequestWithoutPageWithTheBareErrorPage) {
     MemoryRequest& request = front.willSend("/servlet?q=1");
     EXPECT_EQ(server->run(), -1);
     EXPECT_EQ(request.out().text(), kNotFoundPage);
-    EXPECT_EQ(kitCalls(), (Names{"init request 0 0", "accept", "finish", "accept"}));
+    EXPECT_EQ(libfcgiCalls(), (Names{"init request 0 0", "accept", "finish", "accept"}));
 }
 
 TEST_F(Server, AnswersARefusedRequestWithTheBareErrorPage) {
@@ -262,7 +261,7 @@ TEST_F(Server, AnswersARefusedRequestWithTheBareErrorPage) {
     EXPECT_EQ(request.out().text(), kNotFoundPage);
 }
 
-TEST_F(Server, WritesTheErrorPageBehindHeadersThatAreSentAlready) {
+TEST_F(Server, WritesTheErrorPageAfterHeadersThatWereAlreadySent) {
     MemoryRequest& request = front.willSend("/servlet?p=unknown");
     server->run();
     EXPECT_EQ(request.out().text(), "\r\n" + kNotFoundPage);
@@ -277,7 +276,7 @@ TEST_F(Server, UsesOneRequestObjectForAllThatARunAccepts) {
               (std::vector<FCGX_Request*>{front.initialised[0], front.initialised[0]}));
 }
 
-TEST_F(Server, GoesOnForEveryResultThatIsNotNegative) {
+TEST_F(Server, KeepsRunningUnlessAcceptingReturnsANegativeResult) {
     front.acceptedResult = 7;
     front.willSend("/servlet?p=status");
     front.willSend("/servlet?p=status");
@@ -285,14 +284,14 @@ TEST_F(Server, GoesOnForEveryResultThatIsNotNegative) {
     EXPECT_EQ(front.finished.size(), 2u);
 }
 
-TEST_F(Server, EndsItsRunWithOneLineWhenAcceptingFails) {
+TEST_F(Server, LogsOnceAndReturnsWhenAcceptingFails) {
     for (const int result : {-1, -9, -88, -2147483647}) {
         SCOPED_TRACE(result);
         front.willFail(result);
         recorded_log::clear();
         EXPECT_EQ(server->run(), -1);
         EXPECT_EQ(messages(), Records{acceptFailed(result)});
-        EXPECT_EQ(kitCalls(), (Names{"init request 0 0", "accept"}));
+        EXPECT_EQ(libfcgiCalls(), (Names{"init request 0 0", "accept"}));
     }
 }
 
@@ -324,14 +323,14 @@ TEST_F(Server, CountsRequestsFromTheStartOfTheProcess) {
     EXPECT_EQ(kRequestsAtStart, 0u);
 }
 
-TEST_F(Server, TellsThatAThreadOfAnotherKindServesNothing) {
+TEST_F(Server, ReportsNoRequestOnOtherThreads) {
     std::thread([] {
         EXPECT_EQ(currentRequest().number, 0u);
         EXPECT_EQ(currentRequest().thread, 0);
     }).join();
 }
 
-TEST_F(Server, TellsTheRequestsOfItsThreadsApart) {
+TEST_F(Server, NumbersConcurrentRequestsAndTheirThreadsDifferently) {
     Rendezvous before(2);
     Rendezvous after(2);
     front.meetBefore = &before;
@@ -369,7 +368,7 @@ TEST_F(Server, WritesItsErrorPagesByteForByte) {
     EXPECT_EQ(recorded_log::records(), Records{});
 }
 
-TEST_F(Server, HasATimerThatExpiresNothing) {
+TEST_F(Server, ExpiresNoSessionInOnTimer) {
     std::string address = "10.0.0.5";
     SessionFactory* sessions = server->getController()->getSessionFactory();
     HttpSessionImpl* session = sessions->createSession(address);
@@ -380,12 +379,12 @@ TEST_F(Server, HasATimerThatExpiresNothing) {
     EXPECT_EQ(recorded_log::records(), Records{});
 }
 
-TEST_F(Server, KeepsItsControllerBehindItsVirtualTable) {
+TEST_F(Server, HasItsControllerAfterItsVirtualTablePointer) {
     EXPECT_EQ(reinterpret_cast<void**>(server.get())[1], server->getController());
     EXPECT_EQ(sizeof(FCGIServer), 2 * sizeof(void*));
 }
 
-TEST_F(Server, EndsServletsThenSessionsThenTheLibrary) {
+TEST_F(Server, DestroysServletsThenSessionsThenClosesTheLibrary) {
     front.willSend("/servlet?p=status");
     server->run();
     std::string address = "10.0.0.5";
@@ -397,7 +396,7 @@ TEST_F(Server, EndsServletsThenSessionsThenTheLibrary) {
                        plugin_watch::event("unloaded")}));
 }
 
-TEST_F(Server, AcceptsOneAfterTheOtherWhateverRuns) {
+TEST_F(Server, AcceptsOneRequestAtATimeEvenWithSeveralServers) {
     FCGIServer other(SERVLET_XML);
     const ListenersOf listeners(*other.getController());
     recorded_log::clear();
@@ -420,7 +419,7 @@ TEST_F(Server, AcceptsOneAfterTheOtherWhateverRuns) {
     EXPECT_EQ(std::count(all.begin(), all.end(), acceptFailed(-1)), kThreads);
 }
 
-TEST_F(Server, ServesSeveralRequestsAtOnce) {
+TEST_F(Server, ServesSeveralRequestsConcurrently) {
     constexpr int kThreads = 3;
     for (int i = 0; i < kThreads; ++i)
         front.willSend("/servlet?p=status");
@@ -434,7 +433,7 @@ TEST_F(Server, ServesSeveralRequestsAtOnce) {
     EXPECT_EQ(met, kThreads);
 }
 
-TEST_F(Server, LetsOtherThreadsGoOnWhenOneFailsToAccept) {
+TEST_F(Server, KeepsOtherThreadsRunningWhenOneFailsToAccept) {
     // The page waits until the other thread has failed and ended.
     MemoryRequest& page = front.willSend("/servlet?p=status");
     front.willFail(-5);

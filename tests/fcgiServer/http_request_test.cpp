@@ -1,4 +1,4 @@
-// What a request tells about its environment, and its shape for compiled plug-ins.
+// What a request returns about its environment, and its binary layout for compiled plug-ins.
 #include "HttpSession.h"
 #include "binary_layout.h"
 #include "http_request.h"
@@ -102,21 +102,21 @@ TEST(RequestEnvironment, EachGetterReadsExactlyItsVariable) {
         EXPECT_EQ((*request.operator->().*getter.get)(), valueOf(getter.variable));
 }
 
-TEST(RequestEnvironment, AGetterGivesNullForAnAbsentVariableWhateverElseThereIs) {
+TEST(RequestEnvironment, ReturnsNullForAnAbsentVariable) {
     for (const TextGetter& getter : kTextGetters) {
         Request request(fullEnvironment(getter.variable));
         EXPECT_EQ((*request.operator->().*getter.get)(), nullptr) << getter.variable;
     }
 }
 
-TEST(RequestEnvironment, AnEmptyVariableIsAnEmptyText) {
+TEST(RequestEnvironment, ReturnsAnEmptyTextForAnEmptyVariable) {
     for (const TextGetter& getter : kTextGetters) {
         Request request({std::string(getter.variable) + "="});
         EXPECT_STREQ((*request.operator->().*getter.get)(), "") << getter.variable;
     }
 }
 
-TEST(RequestEnvironment, ATextIsTheEnvironmentsOwnAndIsReadAgainAtEachCall) {
+TEST(RequestEnvironment, ReturnsTheEnvironmentsOwnTextAndReadsItAtEachCall) {
     Request request({"REQUEST_METHOD=GET", "SERVER_NAME=phone"});
     EXPECT_EQ(request->getServerName(), request.environment()[1] + std::strlen("SERVER_NAME="));
     char renamed[] = "SERVER_NAME=desk";
@@ -136,7 +136,7 @@ const NumberRow kNumbers[] = {
     {"abc", 0},    {"", 0},
 };
 
-TEST(RequestEnvironment, ALengthAndAPortAreTheLeadingDecimalDigits) {
+TEST(RequestEnvironment, ReadsTheLeadingDigitsOfLengthAndPort) {
     for (const NumberRow& row : kNumbers) {
         Request length({std::string("CONTENT_LENGTH=") + row.text, "SERVER_PORT=1"});
         EXPECT_EQ(length->getContentLength(), row.number) << row.text;
@@ -145,13 +145,13 @@ TEST(RequestEnvironment, ALengthAndAPortAreTheLeadingDecimalDigits) {
     }
 }
 
-TEST(RequestEnvironment, AnAbsentLengthOrPortIsZero) {
+TEST(RequestEnvironment, ReturnsZeroForAnAbsentLengthOrPort) {
     Request request({"REQUEST_METHOD=GET"});
     EXPECT_EQ(request->getContentLength(), 0);
     EXPECT_EQ(request->getServerPort(), 0);
 }
 
-TEST(RequestEnvironment, ARequestIsSecureWhenItsScriptNameIsANumberOtherThanZero) {
+TEST(RequestEnvironment, IsSecureIfTheScriptNameIsANumberOtherThanZero) {
     const struct {
         const char* scriptName;
         bool secure;
@@ -166,19 +166,19 @@ TEST(RequestEnvironment, ARequestIsSecureWhenItsScriptNameIsANumberOtherThanZero
     EXPECT_FALSE(nameless->isSecure());
 }
 
-TEST(RequestEnvironment, ANumberWiderThanAnIntCountsAsTheLargestOrSmallestInt) {
+TEST(RequestEnvironment, SaturatesNumbersWiderThanAnInt) {
     Request request({"CONTENT_LENGTH=4294967301", "SERVER_PORT=-99999999999999999999"});
     EXPECT_EQ(request->getContentLength(), INT_MAX);
     EXPECT_EQ(request->getServerPort(), INT_MIN);
 }
 
 // A long of 64 bits holds it, though its lower half is zero; one of 32 bits is capped.
-TEST(RequestEnvironment, ARequestIsSecureAlsoWhenTheNumberIsWiderThanAnInt) {
+TEST(RequestEnvironment, IsSecureEvenIfTheNumberIsWiderThanAnInt) {
     Request request({"SCRIPT_NAME=4294967296"});
     EXPECT_TRUE(request->isSecure());
 }
 
-TEST(RequestEnvironment, AnIPv4AddressMappedIntoIPv6LosesItsPrefix) {
+TEST(RequestEnvironment, StripsThePrefixOfAnIPv4AddressMappedIntoIPv6) {
     const struct {
         const char* variable;
         const char* address;
@@ -200,7 +200,7 @@ TEST(RequestEnvironment, AnIPv4AddressMappedIntoIPv6LosesItsPrefix) {
     }
 }
 
-TEST(RequestEnvironment, AnAbsentRemoteAddressIsNull) {
+TEST(RequestEnvironment, ReturnsNullForAnAbsentRemoteAddress) {
     Request request({"REQUEST_METHOD=GET"});
     EXPECT_EQ(request->getRemoteAddr(), nullptr);
 }
@@ -266,7 +266,7 @@ TEST(RequestLocale, IsTheFirstAcceptedLanguageIfTheBufferHoldsIt) {
     }
 }
 
-TEST(RequestLocale, IsWhatWasSetWhateverTheBufferAndItsSize) {
+TEST(RequestLocale, IsTheTextThatWasSetWhateverTheBuffer) {
     Request request({"REQUEST_METHOD=GET", "HTTP_ACCEPT_LANGUAGE=de"});
     request->setLocal("zh_CN");
     char buffer[8] = "#######";
@@ -291,7 +291,7 @@ TEST(RequestLocale, IsACopyOfTheTextThatWasSet) {
     EXPECT_STREQ(request->getLocale(nullptr, 0), "fr_FR");
 }
 
-TEST(RequestLocale, StaysAsItIsWhenNullIsSet) {
+TEST(RequestLocale, IsUnchangedWhenNullIsSet) {
     Request request({"REQUEST_METHOD=GET", "HTTP_ACCEPT_LANGUAGE=de"});
     char buffer[8];
     request->setLocal(nullptr);
@@ -301,14 +301,14 @@ TEST(RequestLocale, StaysAsItIsWhenNullIsSet) {
     EXPECT_STREQ(request->getLocale(buffer, sizeof buffer), "fr");
 }
 
-TEST(RequestLocale, SetTwiceIsTheSecondWhileTheFirstTextStaysReadable) {
+TEST(RequestLocale, CanBeSetTwiceWhileTheFirstTextStaysReadable) {
     Request request({"REQUEST_METHOD=GET"});
     request->setLocal("fr");
     char* first = request->getLocale(nullptr, 0);
     request->setLocal("de");
     EXPECT_STREQ(request->getLocale(nullptr, 0), "de");
     EXPECT_STREQ(first, "fr");
-    std::free(first); // nobody else does
+    std::free(first); // which the request leaks
 }
 
 TEST(RequestLocale, AsksTheMostDerivedClassForTheAcceptedLanguage) {
@@ -327,7 +327,7 @@ TEST(RequestLocale, AsksTheMostDerivedClassForTheAcceptedLanguage) {
     EXPECT_STREQ(request.getLocale(buffer, sizeof buffer), "it");
 }
 
-// The tests below call the operations as a plug-in that was compiled long ago calls them.
+// The tests below call the operations as an already compiled plug-in calls them.
 
 class RequestVirtualTable : public testing::Test {
 protected:
@@ -413,7 +413,7 @@ TEST_F(RequestVirtualTable, HasTheUploadsInTheirPlaces) {
     EXPECT_EQ(lastCall(), "CGI_readblock(the buffer, 15, the body)");
 }
 
-TEST_F(RequestVirtualTable, EndsWithTheDestructorAndTheDeletingDestructor) {
+TEST_F(RequestVirtualTable, EndsWithTheTwoDestructors) {
     static int deletions;
     struct Counted : HttpRequestImpl {
         using HttpRequestImpl::HttpRequestImpl;

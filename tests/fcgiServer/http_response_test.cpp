@@ -1,4 +1,4 @@
-// The header block of a response, and a response's shape for compiled plug-ins.
+// The header block of a response, and a response's binary layout for compiled plug-ins.
 #include "binary_layout.h"
 #include "http_request.h"
 #include "http_response.h"
@@ -40,7 +40,7 @@ protected:
         recorded_log::clear();
     }
 
-    // The header block, written now.
+    // Writes and returns the header block.
     std::string sent() {
         m_response.commitHeader();
         return m_fcgi.out().text();
@@ -50,8 +50,8 @@ protected:
     HttpResponseImpl m_response;
 };
 
-// One line a header, in the order of their buckets and in a bucket the newest first: the order
-// worked out in the simplest way.
+// Returns one line per header, in the order of their buckets, and newest first within a bucket: the
+// expected order, computed in the simplest way.
 std::uint32_t bucketOf(const std::string& name) {
     std::uint64_t hash = 0;
     for (unsigned char byte : name)
@@ -70,7 +70,7 @@ std::string blockOf(Headers headers) {
     return block + "\r\n";
 }
 
-TEST_F(ResponseHeaders, WithoutAnyAreAnEmptyLineAlone) {
+TEST_F(ResponseHeaders, AreOnlyAnEmptyLineIfNoneIsSet) {
     EXPECT_EQ(sent(), "\r\n");
 }
 
@@ -91,28 +91,28 @@ TEST_F(ResponseHeaders, AreSentInTheOrderOfTheirHashesAndNotAsTheyWereSet) {
                       "\r\n");
 }
 
-TEST_F(ResponseHeaders, OfOneBucketAreSentNewestFirst) {
+TEST_F(ResponseHeaders, AreSentNewestFirstWithinABucket) {
     ASSERT_EQ(bucketOf("Cache-Control"), bucketOf("Connection"));
     m_response.setHeader("Cache-Control", "no-store");
     m_response.setHeader("Connection", "close");
     EXPECT_EQ(sent(), "Connection: close \r\nCache-Control: no-store \r\n\r\n");
 }
 
-TEST_F(ResponseHeaders, SetAgainAreTheNewestOfTheirBucket) {
+TEST_F(ResponseHeaders, AreTheNewestOfTheirBucketWhenSetAgain) {
     m_response.setHeader("Cache-Control", "no-store");
     m_response.setHeader("Connection", "close");
     m_response.setHeader("Cache-Control", "no-cache");
     EXPECT_EQ(sent(), "Cache-Control: no-cache \r\nConnection: close \r\n\r\n");
 }
 
-TEST_F(ResponseHeaders, AddedToStayInTheirPlaceInTheBucket) {
+TEST_F(ResponseHeaders, KeepTheirPlaceInTheBucketWhenAddedTo) {
     m_response.addHeader("Cache-Control", "no-store");
     m_response.addHeader("Connection", "close");
     m_response.addHeader("Cache-Control", ", private");
     EXPECT_EQ(sent(), "Connection: close \r\nCache-Control: no-store, private \r\n\r\n");
 }
 
-TEST_F(ResponseHeaders, MayBeMany) {
+TEST_F(ResponseHeaders, CanBeMany) {
     Headers headers;
     for (int i = 0; i < 250; ++i) {
         headers.emplace_back("X-" + std::to_string(i), std::to_string(i * i));
@@ -121,7 +121,7 @@ TEST_F(ResponseHeaders, MayBeMany) {
     EXPECT_EQ(sent(), blockOf(headers));
 }
 
-TEST_F(ResponseHeaders, MayHaveNamesAndValuesOfAnyBytes) {
+TEST_F(ResponseHeaders, CanHaveNamesAndValuesOfAnyBytes) {
     const Headers headers{
         {"", "no name"},
         {"Empty", ""},
@@ -135,7 +135,7 @@ TEST_F(ResponseHeaders, MayHaveNamesAndValuesOfAnyBytes) {
     EXPECT_EQ(sent(), blockOf(headers));
 }
 
-TEST_F(ResponseHeaders, MayBeLong) {
+TEST_F(ResponseHeaders, CanBeLong) {
     const std::string name(3000, 'n');
     const std::string value(100000, 'v');
     m_response.setHeader(name.c_str(), value.c_str());
@@ -151,13 +151,13 @@ TEST_F(ResponseHeaders, AreCopies) {
     EXPECT_EQ(sent(), "X: 11 \r\n\r\n");
 }
 
-TEST_F(ResponseHeaders, SetTwiceHaveTheSecondValue) {
+TEST_F(ResponseHeaders, HaveTheSecondValueWhenSetTwice) {
     m_response.setHeader("X", "1");
     m_response.setHeader("X", "2");
     EXPECT_EQ(sent(), "X: 2 \r\n\r\n");
 }
 
-TEST_F(ResponseHeaders, AddedTwiceHaveBothValuesRunTogether) {
+TEST_F(ResponseHeaders, HaveBothValuesConcatenatedWhenAddedTwice) {
     m_response.addHeader("X", "1");
     m_response.addHeader("X", "2");
     m_response.addHeader("X", "");
@@ -165,7 +165,7 @@ TEST_F(ResponseHeaders, AddedTwiceHaveBothValuesRunTogether) {
     EXPECT_EQ(sent(), "X: 123 \r\n\r\n");
 }
 
-TEST_F(ResponseHeaders, SetReplaceWhatWasAddedAndAreAddedTo) {
+TEST_F(ResponseHeaders, AreReplacedBySettingAndExtendedByAdding) {
     m_response.addHeader("X", "1");
     m_response.addHeader("X", "2");
     m_response.setHeader("X", "3");
@@ -173,7 +173,7 @@ TEST_F(ResponseHeaders, SetReplaceWhatWasAddedAndAreAddedTo) {
     EXPECT_EQ(sent(), "X: 34 \r\n\r\n");
 }
 
-TEST_F(ResponseHeaders, OfDifferentCaseAreDifferentHeaders) {
+TEST_F(ResponseHeaders, HaveCaseSensitiveNames) {
     m_response.setHeader("Location", "/a");
     EXPECT_FALSE(m_response.containsHeader("location"));
     EXPECT_FALSE(m_response.containsHeader("LOCATION"));
@@ -183,7 +183,7 @@ TEST_F(ResponseHeaders, OfDifferentCaseAreDifferentHeaders) {
     EXPECT_EQ(sent(), blockOf({{"Location", "/a"}, {"location", "/b"}}));
 }
 
-TEST_F(ResponseHeaders, AreThereFromBeingSetUntilTheyAreRemoved) {
+TEST_F(ResponseHeaders, AreContainedUntilTheyAreRemoved) {
     EXPECT_FALSE(m_response.containsHeader("X"));
     m_response.setHeader("X", "");
     EXPECT_TRUE(m_response.containsHeader("X"));
@@ -204,13 +204,13 @@ TEST_F(ResponseHeaders, CanBeRemovedOneByOne) {
     EXPECT_EQ(sent(), "Connection: 1 \r\n\r\n");
 }
 
-TEST_F(ResponseHeaders, RemovedAllLeaveTheEmptyLine) {
+TEST_F(ResponseHeaders, LeaveTheEmptyLineWhenAllAreRemoved) {
     m_response.setHeader("X", "1");
     m_response.removeHeader("X");
     EXPECT_EQ(sent(), "\r\n");
 }
 
-TEST_F(ResponseHeaders, SetWithANullAreLoggedAndChangeNothing) {
+TEST_F(ResponseHeaders, AreUnchangedWhenANullIsSetWhichIsLogged) {
     m_response.setHeader("X", "1");
     m_response.setHeader("X", nullptr);
     m_response.setHeader(nullptr, "1");
@@ -220,7 +220,7 @@ TEST_F(ResponseHeaders, SetWithANullAreLoggedAndChangeNothing) {
     EXPECT_EQ(sent(), "X: 1 \r\n\r\n");
 }
 
-TEST_F(ResponseHeaders, AddedWithANullAreLoggedAndChangeNothing) {
+TEST_F(ResponseHeaders, AreUnchangedWhenANullIsAddedWhichIsLogged) {
     m_response.addHeader("X", "1");
     m_response.addHeader("X", nullptr);
     m_response.addHeader(nullptr, "1");
@@ -230,7 +230,7 @@ TEST_F(ResponseHeaders, AddedWithANullAreLoggedAndChangeNothing) {
     EXPECT_EQ(sent(), "X: 1 \r\n\r\n");
 }
 
-TEST_F(ResponseHeaders, AskedForOrRemovedByANullNameAreNotLogged) {
+TEST_F(ResponseHeaders, LogNothingForANullNameThatIsQueriedOrRemoved) {
     m_response.setHeader("", "1");
     EXPECT_FALSE(m_response.containsHeader(nullptr));
     m_response.removeHeader(nullptr);
@@ -238,7 +238,7 @@ TEST_F(ResponseHeaders, AskedForOrRemovedByANullNameAreNotLogged) {
     EXPECT_EQ(sent(), ": 1 \r\n\r\n");
 }
 
-TEST_F(ResponseHeaders, ForTheContentTypeAndTheRedirectionAreLoggedAsSetHeaderWhenNull) {
+TEST_F(ResponseHeaders, LogANullContentTypeOrLocationAsSetHeader) {
     m_response.setContextType(nullptr);
     m_response.sendRedirect(nullptr);
     const LogRecord record = recorded_log::appLog(4, "HttpResponseImpl::setHeader End1\n");
@@ -252,7 +252,7 @@ TEST_F(ResponseHeaders, NameTheContentTypeWithoutAHyphen) {
     EXPECT_EQ(sent(), "ContentType: text/html \r\n\r\n");
 }
 
-TEST_F(ResponseHeaders, OfARedirectionAreTheLastLocationWithoutAStatus) {
+TEST_F(ResponseHeaders, HaveTheLastLocationAndNoStatusForARedirection) {
     m_response.sendRedirect("/old");
     m_response.sendRedirect("/new?a=b&c");
     EXPECT_FALSE(m_response.containsHeader("Status"));
@@ -283,7 +283,7 @@ TEST_F(ResponseHeaders, HaveTheStatusInDecimals) {
     }
 }
 
-TEST_F(ResponseHeaders, HaveTheDigitsOfASecondStatusBehindTheFirst) {
+TEST_F(ResponseHeaders, HaveTheDigitsOfASecondStatusAfterTheFirst) {
     m_response.setStatus(200);
     m_response.setStatus(404);
     EXPECT_EQ(sent(), "Status: 200404 \r\n\r\n");
@@ -333,7 +333,7 @@ TEST_F(ResponseHeaders, CountAsCommittedBeforeTheFirstByteIsSent) {
     EXPECT_EQ(committed, std::vector<bool>{true});
 }
 
-TEST_F(ResponseHeaders, CountAsCommittedAlsoWhenTheFrontServerHasHungUp) {
+TEST_F(ResponseHeaders, CountAsCommittedEvenWhenTheFrontServerHasHungUp) {
     m_fcgi.out().breakPipe();
     m_response.setHeader("X", "1");
     m_response.commitHeader();
@@ -357,7 +357,7 @@ TEST_F(ResponseHeaders, MakeNoCallToTheDevice) {
     EXPECT_EQ(recorded_device::calls(), Calls{});
 }
 
-TEST_F(ResponseHeaders, GoThroughTheMostDerivedClass) {
+TEST_F(ResponseHeaders, CallTheMostDerivedClass) {
     class Watched : public HttpResponseImpl {
     public:
         using HttpResponseImpl::HttpResponseImpl;
@@ -382,7 +382,7 @@ TEST_F(ResponseHeaders, GoThroughTheMostDerivedClass) {
 
 class DeviceType : public ResponseHeaders {
 protected:
-    // The device type that a template named now is given.
+    // Returns the device type that a template set now receives.
     std::string shown() {
         m_response.setTemplate("page.html", nullptr);
         const std::string call = recorded_device::calls().back();
@@ -415,7 +415,7 @@ TEST_F(DeviceType, HasAtMost31Characters) {
     EXPECT_EQ(recorded_log::records(), Logs{});
 }
 
-TEST_F(DeviceType, StaysAsItIsWhenNullIsSetWhichIsLogged) {
+TEST_F(DeviceType, IsUnchangedWhenNullIsSetWhichIsLogged) {
     set("T9000");
     m_response.setDevtype(nullptr);
     EXPECT_EQ(recorded_log::records(),
@@ -423,7 +423,7 @@ TEST_F(DeviceType, StaysAsItIsWhenNullIsSetWhichIsLogged) {
     EXPECT_EQ(shown(), "T9000");
 }
 
-// The tests below call the operations as a plug-in that was compiled long ago calls them.
+// The tests below call the operations as an already compiled plug-in calls them.
 
 class ResponseVirtualTable : public ResponseHeaders {
 protected:
@@ -478,7 +478,7 @@ TEST_F(ResponseVirtualTable, HasTheTemplateOperationsInTheirPlaces) {
               Calls{"TMPL_add_var(null, 'devtype', 'T9000', null) = variables 1"});
 }
 
-TEST_F(ResponseVirtualTable, EndsWithTheDestructorAndTheDeletingDestructor) {
+TEST_F(ResponseVirtualTable, EndsWithTheTwoDestructors) {
     static int deletions;
     struct Counted : HttpResponseImpl {
         using HttpResponseImpl::HttpResponseImpl;

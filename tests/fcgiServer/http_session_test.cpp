@@ -23,9 +23,9 @@ namespace {
 
 using namespace kit::testing;
 
-// What a session looked like when it told the log that nobody is signed in any more.
+// The state of a session when it called WebDebug::setUser().
 struct SetUserCall {
-    bool nobody;
+    bool isNull;
     bool locked;
     bool valid;
     int attributes;
@@ -66,7 +66,7 @@ protected:
     }
     ~Sessions() override { test_clock::setTicks(100000); }
 
-    // Calls `operation` while session_mutex is held elsewhere: whether it waits until that ends.
+    // Calls `operation` while another thread holds session_mutex. Returns whether it waits for it.
     static bool waitsForTheMutex(const std::function<void()>& operation) {
         pthread_mutex_lock(&session_mutex);
         BackgroundCall call(operation);
@@ -85,7 +85,7 @@ protected:
 using SessionIds = Sessions;
 using SessionTimes = Sessions;
 using SessionAttributes = Sessions;
-using SessionLocks = Sessions;
+using SessionMutex = Sessions;
 using SessionInterface = Sessions;
 
 // Ids
@@ -98,13 +98,13 @@ std::string expectedId(const void* addressText, int createTime, const void* sess
     return id;
 }
 
-TEST_F(SessionIds, AreMadeOfTheAddressTextTheTimeAndTheSession) {
+TEST_F(SessionIds, ConsistOfTheAddressOfTheTextTheTimeAndTheSession) {
     EXPECT_EQ(m_session->getId(), expectedId(m_address.data(), 1300, m_session.get()));
     EXPECT_EQ(m_session->m_id, m_session->getId());
     EXPECT_EQ(&m_session->getId(), &m_session->m_id);
 }
 
-TEST_F(SessionIds, AreMadeOfTheCallersTextNotOfItsCopy) {
+TEST_F(SessionIds, UseTheCallersTextNotACopy) {
     const std::string sameText = m_address.c_str();
     ASSERT_NE(sameText.data(), m_address.data());
     const HttpSessionImpl session(sameText);
@@ -118,7 +118,7 @@ TEST_F(SessionIds, HaveASignedTime) {
     EXPECT_NE(session.m_id.find("-700"), std::string::npos);
 }
 
-TEST_F(SessionIds, HoldTheLongestTime) {
+TEST_F(SessionIds, FitTheLongestTime) {
     const long long ticks = std::min<long long>(LONG_MAX, (INT_MAX - kOffset) * 100LL);
     test_clock::setTicks(static_cast<long>(ticks));
     const HttpSessionImpl session(m_address);
@@ -141,13 +141,13 @@ TEST_F(SessionIds, NeverChange) {
 
 // Times
 
-TEST_F(SessionTimes, OfANewSessionAreNowPlusThreeHundredSeconds) {
+TEST_F(SessionTimes, AreNowPlusThreeHundredSecondsInANewSession) {
     EXPECT_EQ(m_session->getCreateTime(), test_clock::seconds() + kOffset);
     EXPECT_EQ(m_session->getLastAccessedTime(), test_clock::seconds() + kOffset);
     EXPECT_EQ(m_session->getMaxInactiveInterval(), 180);
 }
 
-TEST_F(SessionTimes, AreWholeSecondsTowardsZero) {
+TEST_F(SessionTimes, AreWholeSecondsRoundedTowardsZero) {
     const struct {
         long ticks;
         int seconds;
@@ -238,13 +238,13 @@ TEST_F(SessionTimes, KeepASessionValidWhenTheClockGoesBack) {
 }
 
 #if LONG_MAX == INT_MAX
-TEST_F(SessionTimes, GoOnWhereAClockOf32BitsStartsAgain) {
+TEST_F(SessionTimes, ContinueWhenA32BitClockWraps) {
     test_clock::setTicks(LONG_MAX - 50 * 100);
     m_session->update();
     test_clock::advanceSeconds(178);
     ASSERT_LT(test_clock::seconds(), 0);
     EXPECT_TRUE(m_session->isValidate());
-    test_clock::advanceSeconds(3); // a round has not a whole number of seconds
+    test_clock::advanceSeconds(3); // 2^32 ticks are not a whole number of seconds
     EXPECT_FALSE(m_session->isValidate());
     m_session->update();
     EXPECT_TRUE(m_session->isValidate());
@@ -261,7 +261,7 @@ TEST_F(SessionTimes, DoNotReviveAnInvalidatedSession) {
 
 // Attributes
 
-TEST_F(SessionAttributes, GiveBackWhatWasSet) {
+TEST_F(SessionAttributes, AreReturnedAsTheyWereSet) {
     EXPECT_TRUE(m_session->setAttribute("user", &m_one));
     EXPECT_TRUE(m_session->setAttribute("User", &m_other));
     EXPECT_EQ(m_session->getAttribute("user"), &m_one);
@@ -277,7 +277,7 @@ TEST_F(SessionAttributes, AreAbsentUntilTheyAreSet) {
     m_session->setAttribute("user", &m_one);
     EXPECT_FALSE(m_session->existAttribute("use"));
     EXPECT_FALSE(m_session->existAttribute("users"));
-    EXPECT_EQ(attributeCount(), 1); // and asking made none
+    EXPECT_EQ(attributeCount(), 1); // looking an attribute up adds none
 }
 
 TEST_F(SessionAttributes, AreReplacedNotAdded) {
@@ -285,10 +285,10 @@ TEST_F(SessionAttributes, AreReplacedNotAdded) {
     EXPECT_TRUE(m_session->setAttribute("user", &m_other));
     EXPECT_EQ(attributeCount(), 1);
     EXPECT_EQ(m_session->getAttribute("user"), &m_other);
-    EXPECT_EQ(m_one, 1); // no allocator was handed a pointer to this test
+    EXPECT_EQ(m_one, 1); // nothing freed or changed what the pointers point to
 }
 
-TEST_F(SessionAttributes, AreForgottenWhenTheyAreRemoved) {
+TEST_F(SessionAttributes, AreAbsentAfterTheyAreRemoved) {
     m_session->setAttribute("user", &m_one);
     m_session->setAttribute("page", &m_other);
     m_session->removeAttribute("user");
@@ -336,7 +336,7 @@ TEST_F(SessionAttributes, BelongToOneSession) {
     EXPECT_EQ(other.getAttribute("user"), nullptr);
 }
 
-TEST_F(SessionAttributes, EndWithTheSession) {
+TEST_F(SessionAttributes, AreRemovedWhenTheSessionIsInvalidated) {
     m_session->setAttribute("user", &m_one);
     m_session->setAttribute("page", &m_other);
     m_session->invalidate();
@@ -349,7 +349,7 @@ TEST_F(SessionAttributes, EndWithTheSession) {
     EXPECT_EQ(m_other, 2);
 }
 
-TEST_F(SessionAttributes, OfAnInvalidSessionAreAcceptedAndNotStored) {
+TEST_F(SessionAttributes, AreAcceptedButNotStoredInAnInvalidSession) {
     m_session->invalidate();
     EXPECT_TRUE(m_session->setAttribute("user", &m_one));
     EXPECT_EQ(m_session->getAttribute("user"), nullptr);
@@ -360,7 +360,7 @@ TEST_F(SessionAttributes, OfAnInvalidSessionAreAcceptedAndNotStored) {
     EXPECT_FALSE(m_session->setAttribute("user", nullptr));
 }
 
-TEST_F(SessionAttributes, OfAnInvalidSessionAreNeitherReadNorRemoved) {
+TEST_F(SessionAttributes, AreNeitherReadNorRemovedInAnInvalidSession) {
     m_session->setAttribute("user", &m_one);
     m_session->m_bValid = false; // as a reader sees it in the middle of invalidate()
     EXPECT_EQ(m_session->getAttribute("user"), nullptr);
@@ -371,7 +371,7 @@ TEST_F(SessionAttributes, OfAnInvalidSessionAreNeitherReadNorRemoved) {
     EXPECT_EQ(m_session->getAttribute("user"), &m_one);
 }
 
-TEST_F(SessionAttributes, OfAnExpiredSessionStayUntilItIsInvalidated) {
+TEST_F(SessionAttributes, AreKeptInAnExpiredSessionUntilItIsInvalidated) {
     m_session->setAttribute("user", &m_one);
     test_clock::advanceSeconds(1000);
     EXPECT_EQ(m_session->getAttribute("user"), &m_one);
@@ -379,7 +379,7 @@ TEST_F(SessionAttributes, OfAnExpiredSessionStayUntilItIsInvalidated) {
     EXPECT_EQ(m_session->getAttribute("page"), &m_other);
 }
 
-TEST_F(SessionAttributes, GiveTheirMemoryBackAtTheEnd) {
+TEST_F(SessionAttributes, AreFreedWithTheSession) {
     const long live = counted_memory::live();
     {
         HttpSessionImpl session(std::string(100, 'a'));
@@ -389,10 +389,10 @@ TEST_F(SessionAttributes, GiveTheirMemoryBackAtTheEnd) {
     }
     EXPECT_EQ(counted_memory::live(), live);
     EXPECT_EQ(m_one, 1);
-    EXPECT_TRUE(setUserCalls.empty()); // an end is no invalidation
+    EXPECT_TRUE(setUserCalls.empty()); // destruction does not invalidate
 }
 
-TEST_F(SessionAttributes, LeaveTheMutexFreeWhenMemoryIsOut) {
+TEST_F(SessionAttributes, UnlockTheMutexWhenMemoryRunsOut) {
     for (const int successes : {0, 1}) {
         counted_memory::failAfter(successes);
         EXPECT_THROW(m_session->setAttribute("user", &m_one), std::bad_alloc);
@@ -404,7 +404,7 @@ TEST_F(SessionAttributes, LeaveTheMutexFreeWhenMemoryIsOut) {
     EXPECT_TRUE(m_session->setAttribute("user", &m_one));
 }
 
-TEST_F(SessionAttributes, MayBeUsedByManyThreadsAtOnce) {
+TEST_F(SessionAttributes, CanBeUsedByManyThreadsAtOnce) {
     HttpSessionImpl other(m_address);
     std::vector<std::thread> threads;
     for (const char* name : {"a", "b", "c", "d"})
@@ -425,7 +425,7 @@ TEST_F(SessionAttributes, MayBeUsedByManyThreadsAtOnce) {
 
 // Invalidation
 
-TEST_F(Sessions, BeginValidAndInARequest) {
+TEST_F(Sessions, StartValidAndBusy) {
     EXPECT_TRUE(m_session->m_bValid);
     EXPECT_TRUE(m_session->m_bInRequest);
     EXPECT_TRUE(m_session->isValidate());
@@ -445,12 +445,12 @@ TEST_F(Sessions, KeepTheirOwnAddress) {
     EXPECT_EQ(session.m_remoteAddr, "192.0.2.1");
 }
 
-TEST_F(Sessions, TellTheLogOnceThatNobodyIsSignedInWhenTheyAreInvalidated) {
+TEST_F(Sessions, ClearTheUserOfTheLogOnceWhenInvalidated) {
     m_session->setAttribute("user", &m_one);
     EXPECT_TRUE(setUserCalls.empty());
     m_session->invalidate();
     ASSERT_EQ(setUserCalls.size(), 1u);
-    EXPECT_TRUE(setUserCalls[0].nobody);
+    EXPECT_TRUE(setUserCalls[0].isNull);
     EXPECT_TRUE(setUserCalls[0].locked);
     EXPECT_FALSE(setUserCalls[0].valid);
     EXPECT_EQ(setUserCalls[0].attributes, 0);
@@ -461,7 +461,7 @@ TEST_F(Sessions, TellTheLogOnceThatNobodyIsSignedInWhenTheyAreInvalidated) {
     EXPECT_EQ(setUserCalls.size(), 2u);
 }
 
-TEST_F(Sessions, StayInTheirRequestWhenTheyAreInvalidated) {
+TEST_F(Sessions, KeepTheirBusyFlagWhenInvalidated) {
     m_session->invalidate();
     EXPECT_TRUE(m_session->m_bInRequest);
     EXPECT_EQ(m_session->getCreateTime(), 1300);
@@ -471,14 +471,14 @@ TEST_F(Sessions, StayInTheirRequestWhenTheyAreInvalidated) {
 
 // Locks
 
-TEST_F(SessionLocks, AreOneMutexThatIsNotRecursive) {
+TEST_F(SessionMutex, IsOneAndNotRecursive) {
     EXPECT_FALSE(isLocked(session_mutex));
     pthread_mutex_lock(&session_mutex);
     EXPECT_TRUE(isLocked(session_mutex)); // also for the thread that holds it
     pthread_mutex_unlock(&session_mutex);
 }
 
-TEST_F(SessionLocks, MakeAttributeOperationsAndInvalidationWait) {
+TEST_F(SessionMutex, BlocksAttributeOperationsAndInvalidation) {
     const struct {
         const char* operation;
         std::function<void()> call;
@@ -500,7 +500,7 @@ TEST_F(SessionLocks, MakeAttributeOperationsAndInvalidationWait) {
     }
 }
 
-TEST_F(SessionLocks, HoldInvalidationBackBeforeItChangesAnything) {
+TEST_F(SessionMutex, BlocksInvalidationBeforeItChangesAnything) {
     m_session->setAttribute("a", &m_one);
     pthread_mutex_lock(&session_mutex);
     BackgroundCall call([&] { m_session->invalidate(); });
@@ -511,7 +511,7 @@ TEST_F(SessionLocks, HoldInvalidationBackBeforeItChangesAnything) {
     pthread_mutex_unlock(&session_mutex);
 }
 
-TEST_F(SessionLocks, HoldNobodyElseBack) {
+TEST_F(SessionMutex, DoesNotBlockReadsOfTimesAndId) {
     const struct {
         const char* operation;
         std::function<void()> call;
@@ -540,7 +540,7 @@ TEST_F(SessionLocks, HoldNobodyElseBack) {
         EXPECT_FALSE(waitsForTheMutex(row.call)) << row.operation;
 }
 
-// What compiled plug-ins depend on
+// Binary interface
 
 using Slot = void (*)();
 
@@ -593,7 +593,7 @@ public:
     }
 };
 
-TEST_F(SessionInterface, HasTheTwoDestructorsBehindItsOperations) {
+TEST_F(SessionInterface, HasTheTwoDestructorsAfterItsOperations) {
     destructions = deletions = 0;
     alignas(WatchedSession) unsigned char memory[sizeof(WatchedSession)];
     HttpSession* inPlace = ::new (static_cast<void*>(memory)) WatchedSession(m_address);

@@ -29,8 +29,8 @@ using Records = std::vector<LogRecord>;
 
 const LogRecord kRefused = appLog(4, "ListenerContainer::onRequest End.result = false\n");
 
-// Listeners outlive their container on purpose; so that no test leaks them, each is given back
-// here by the place where the interface keeps it.
+// Listeners outlive their container by contract. So that no test leaks them, the fixture frees each
+// one, which it finds through the container's memory layout.
 class Listeners : public testing::Test {
 protected:
     Listeners() : m_loader(SCRATCH_FOLDER "/no configuration.xml") {
@@ -54,7 +54,7 @@ protected:
         Visit visit(query);
         return container.onRequest(visit.request(), visit.response());
     }
-    // The container's only member, behind its virtual table.
+    // Returns the container's only member, after its virtual table pointer.
     std::list<HttpListener*>* held() {
         return static_cast<std::list<HttpListener*>*>(reinterpret_cast<void**>(&container)[1]);
     }
@@ -70,13 +70,15 @@ protected:
     ListenerContainer container;
 };
 
+using ListenerContainers = Listeners;
+
 TEST_F(Listeners, AreNoneAtFirst) {
     EXPECT_EQ(request(), 1);
     EXPECT_TRUE(held()->empty());
     EXPECT_EQ(recorded_log::records(), Records{});
 }
 
-TEST_F(Listeners, MayBeNone) {
+TEST_F(Listeners, CanBeNone) {
     EXPECT_EQ(init({}), 0);
     EXPECT_EQ(request(), 1);
     EXPECT_EQ(recorded_log::records(), Records{});
@@ -90,13 +92,13 @@ TEST_F(Listeners, AreCreatedAndInitialisedOneByOneInOrder) {
     EXPECT_EQ(held()->size(), 3u);
 }
 
-TEST_F(Listeners, AreLookedUpWithoutForgettingEarlierLoadingErrors) {
+TEST_F(Listeners, AreLookedUpWithoutClearingEarlierLoaderErrors) {
     EXPECT_EQ(init({"createA", "createB"}), 0);
     EXPECT_EQ(recorded_loading::calls(),
               (Names{lookup("createA"), "dlerror()", lookup("createB"), "dlerror()"}));
 }
 
-TEST_F(Listeners, AllSeeARequestThatNobodyRefuses) {
+TEST_F(Listeners, AllSeeARequestThatNoneRefuses) {
     init({"createC", "createA", "createB"});
     recorded_log::clear();
     EXPECT_EQ(request(), 1);
@@ -124,21 +126,21 @@ TEST_F(Listeners, DoNotSeeARequestThatAnEarlierOneRefused) {
     EXPECT_EQ(request(), 1);
 }
 
-TEST_F(Listeners, AnswerTheRequestThatTheyRefuse) {
+TEST_F(Listeners, WriteTheResponseToARequestThatTheyRefuse) {
     init({"createA"});
     Visit visit("refuse=A");
     EXPECT_EQ(container.onRequest(visit.request(), visit.response()), 0);
     EXPECT_EQ(visit.output(), "\r\n<refused by A>");
 }
 
-TEST_F(Listeners, AreNotWrittenForByTheContainer) {
+TEST_F(ListenerContainers, WriteNothingToTheResponse) {
     init({"createA"});
     Visit visit("p=status");
     EXPECT_EQ(container.onRequest(visit.request(), visit.response()), 1);
     EXPECT_EQ(visit.output(), "");
 }
 
-TEST_F(Listeners, OfOneFunctionAreSeparateObjects) {
+TEST_F(Listeners, AreSeparateObjectsEvenOfOneFunction) {
     EXPECT_EQ(init({"createA", "createA"}), 0);
     EXPECT_EQ(events(), (Names{"A 1 created", "A 1 init", "A 2 created", "A 2 init"}));
     recorded_log::clear();
@@ -184,7 +186,7 @@ TEST_F(Listeners, AreNoneWithALoaderThatFoundNoConfiguration) {
     EXPECT_EQ(recorded_log::records(), Records{});
 }
 
-TEST_F(Listeners, AreLetGoWithoutBeingToldOrFreed) {
+TEST_F(Listeners, AreNeitherCalledNorFreedByDestory) {
     init({"createA", "createB"});
     const std::vector<const void*> listeners(held()->begin(), held()->end());
     recorded_log::clear();
@@ -201,7 +203,7 @@ TEST_F(Listeners, AreLetGoWithoutBeingToldOrFreed) {
     EXPECT_EQ(recorded_log::records(), Records{});
 }
 
-TEST_F(Listeners, AreLetGoWithTheirContainerWithoutBeingTold) {
+TEST_F(Listeners, AreNotCalledWhenTheirContainerIsDestroyed) {
     HttpListener* listener = nullptr;
     loader().listenerConfig->push_back("createA");
     {
@@ -215,7 +217,7 @@ TEST_F(Listeners, AreLetGoWithTheirContainerWithoutBeingTold) {
     ::operator delete(listener);
 }
 
-TEST_F(Listeners, AreCalledByTheFirstTwoSlotsOfTheirVirtualTableOnly) {
+TEST_F(Listeners, AreCalledOnlyThroughTheFirstTwoSlotsOfTheirVirtualTable) {
     EXPECT_EQ(init({"createRawListener"}), 0);
     EXPECT_EQ(request(), 1);
     EXPECT_EQ(request("refuse=raw"), 0);

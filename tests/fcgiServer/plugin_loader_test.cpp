@@ -43,7 +43,7 @@ LogRecord listenerAdded(const std::string& function) {
                     "PluginLoader::init() add a listener config.createfunction =" + function);
 }
 
-// In a death test: shows the parent what was logged when the process ends.
+// Prints, in a death test, what was logged before the process ends, for the parent to check.
 void printRecordsAtExit() {
     std::atexit([] {
         for (const LogRecord& record : recorded_log::records())
@@ -89,7 +89,7 @@ protected:
     static Names listeners(const PluginLoader& loader) {
         return {loader.listenerConfig->begin(), loader.listenerConfig->end()};
     }
-    // What was logged about the children of the root.
+    // Returns what was logged about the children of the root.
     std::vector<LogRecord> aboutChildren() const {
         std::vector<LogRecord> all = plugin_watch::messages();
         EXPECT_GE(all.size(), 2u);
@@ -183,7 +183,7 @@ TEST_F(PluginConfiguration, IgnoresOtherAttributes) {
     EXPECT_EQ(servlets(loader), (Servlets{{"status", "createPage"}}));
 }
 
-TEST_F(PluginConfiguration, NeverVisitsWhatIsNestedInAnElement) {
+TEST_F(PluginConfiguration, IgnoresNestedElements) {
     PluginLoader& loader = loadChildren(
         "<servlet id='outer' createfunction='createPage'>"
         "<servlet id='inner' createfunction='createOther'/><listener createfunction='createA'/>"
@@ -208,7 +208,7 @@ TEST_F(PluginConfiguration, SkipsUnknownChildrenWithAWarningEach) {
     }
 }
 
-TEST_F(PluginConfiguration, DoesNotSeeCommentsBlanksAndProcessingInstructions) {
+TEST_F(PluginConfiguration, IgnoresCommentsBlanksAndProcessingInstructions) {
     PluginLoader& loader = load(
         "<?xml version='1.0'?>\n<!DOCTYPE plugins>\n<!-- pages -->\n<plugins path='" + kPlugin +
         "'>\n\t<!-- <servlet id='x' createfunction='f'/> -->\n  <?hint servlet?>\r\n "
@@ -228,7 +228,7 @@ TEST_F(PluginConfiguration, DecodesEscapesAndBlanksInAttributes) {
     EXPECT_EQ(servlets(loader), (Servlets{{"a&bA<", "one two three"}}));
 }
 
-TEST_F(PluginConfiguration, MayCallTheRootAnything) {
+TEST_F(PluginConfiguration, AcceptsAnyNameOfTheRoot) {
     for (const char* root : {"servlet", "listener", "x", "web-app"}) {
         SCOPED_TRACE(root);
         PluginLoader& loader = load("<" + std::string(root) + " path='" + kPlugin +
@@ -244,20 +244,20 @@ TEST_F(PluginConfiguration, ReadsOnlyTheFirstRoot) {
     EXPECT_EQ(listeners(loader), Names{"createA"});
 }
 
-TEST_F(PluginConfiguration, MayHaveNoChildren) {
+TEST_F(PluginConfiguration, CanHaveNoChildren) {
     PluginLoader& loader = loadChildren("");
     EXPECT_NE(loader.libraryHandle, nullptr);
     EXPECT_EQ(aboutChildren(), Records{});
 }
 
-TEST_F(PluginConfiguration, IsReadInWhateverEncodingItsFirstBytesTell) {
+TEST_F(PluginConfiguration, IsReadInTheEncodingThatItsFirstBytesIndicate) {
     std::string utf16 = "\xFF\xFE";
     for (const char character : withChildren("<listener createfunction='createA'/>"))
         utf16 += {character, '\0'};
     EXPECT_EQ(listeners(load(utf16)), Names{"createA"});
 }
 
-TEST_F(PluginConfiguration, IsUsedAsFarAsAMalformedFileGoes) {
+TEST_F(PluginConfiguration, IsReadUpToTheErrorInAMalformedFile) {
     for (const char* end : {"<servlet id='lost' createfunction=", "</other>", "<", "<listener"}) {
         SCOPED_TRACE(end);
         startOver();
@@ -298,7 +298,7 @@ TEST_F(PluginConfiguration, IsEmptyWhenTheFileHasNoElement) {
     }
 }
 
-TEST_F(PluginConfiguration, TellsWhetherTheFileWasReadToItsEnd) {
+TEST_F(PluginConfiguration, ReturnsWhetherTheFileWasReadToItsEnd) {
     PluginLoader loader((path() + ".missing").c_str());
     EXPECT_EQ(loader.loadConfigFile((path() + ".missing").c_str()), -1);
     write(withChildren("<neither/><listener createfunction='createA'/>"));
@@ -313,7 +313,7 @@ TEST_F(PluginConfiguration, HasTheTableSizesOfTheServletContainer) {
     EXPECT_FALSE(loader.servletConfig->m_bMultiValue);
 }
 
-TEST_F(PluginConfiguration, KeepsItsMembersWhereTheyWere) {
+TEST_F(PluginConfiguration, HasItsMembersInTheirPlaces) {
     const PluginLoader& loader = loadChildren("");
     const auto offset = [&loader](const auto& member) {
         return reinterpret_cast<const char*>(&member) - reinterpret_cast<const char*>(&loader);
@@ -325,7 +325,7 @@ TEST_F(PluginConfiguration, KeepsItsMembersWhereTheyWere) {
     EXPECT_EQ(sizeof loader, 4 * sizeof(void*));
 }
 
-TEST_F(PluginConfiguration, OpensTheLibraryLazilyAndThenForgetsAnyLoadingError) {
+TEST_F(PluginConfiguration, OpensTheLibraryLazilyAndThenClearsAnyLoaderError) {
     loadChildren("<listener createfunction='createA'/>");
     EXPECT_EQ(recorded_loading::calls(),
               (Names{"dlopen(" + kPlugin + ", " + std::to_string(RTLD_LAZY) + ")", "dlerror()"}));
@@ -336,19 +336,19 @@ TEST_F(PluginConfiguration, OpensTheLibraryLazilyAndThenForgetsAnyLoadingError) 
                             "dlerror", "PluginLoader::init", "PluginLoader::init End"}));
 }
 
-TEST_F(PluginConfiguration, KeepsTheLibrarysNamesToTheLibrary) {
+TEST_F(PluginConfiguration, OpensTheLibraryWithLocalSymbols) {
     PluginLoader& loader = loadChildren("");
     EXPECT_NE(dlsym(loader.libraryHandle, "createPage"), nullptr);
     EXPECT_EQ(dlsym(RTLD_DEFAULT, "createPage"), nullptr);
 }
 
-TEST_F(PluginConfiguration, MayNameALibraryWithUndefinedFunctionsThatNobodyCalls) {
+TEST_F(PluginConfiguration, AcceptsALibraryWithUndefinedFunctionsThatAreNotCalled) {
     PluginLoader& loader = loadChildren("");
-    EXPECT_NE(dlsym(loader.libraryHandle, "callWhatNobodyDefines"), nullptr);
-    EXPECT_EQ(dlsym(RTLD_DEFAULT, "definedByNobody"), nullptr);
+    EXPECT_NE(dlsym(loader.libraryHandle, "callUndefinedFunction"), nullptr);
+    EXPECT_EQ(dlsym(RTLD_DEFAULT, "undefinedFunction"), nullptr);
 }
 
-TEST_F(PluginConfiguration, EndsTheProcessWithALibraryThatCannotBeOpened) {
+TEST_F(PluginConfiguration, EndsTheProcessIfTheLibraryCannotBeOpened) {
     write("<plugins path='/no/such/library.so'><listener createfunction='createA'/></plugins>");
     EXPECT_EXIT(
         {
@@ -364,7 +364,7 @@ TEST_F(PluginConfiguration, EndsTheProcessWithALibraryThatCannotBeOpened) {
         "No such file or directory\\]$");
 }
 
-TEST_F(PluginConfiguration, EndsTheProcessWithAFileThatIsNoLibrary) {
+TEST_F(PluginConfiguration, EndsTheProcessIfTheFileIsNoLibrary) {
     write("<plugins path='" + path() + "'/>");
     EXPECT_EXIT(
         {
@@ -375,8 +375,8 @@ TEST_F(PluginConfiguration, EndsTheProcessWithAFileThatIsNoLibrary) {
         "\\[info libPath = .*\\.xml\\].*\\[error Cannot load library error=.*\\.xml: .+\\]$");
 }
 
-// What an empty name means is the platform's to say: some give the program itself.
-TEST_F(PluginConfiguration, HandsAnEmptyNameToThePlatformWithoutAPath) {
+// The platform defines what an empty name means: some open the program itself.
+TEST_F(PluginConfiguration, PassesAnEmptyNameToDlopenWithoutAPath) {
     for (const char* text : {"<plugins/>", "<plugins path=''/>", "<plugins PATH='/x'/>"}) {
         SCOPED_TRACE(text);
         write(text);
@@ -399,7 +399,7 @@ TEST_F(PluginConfiguration, HandsAnEmptyNameToThePlatformWithoutAPath) {
     }
 }
 
-TEST_F(PluginConfiguration, ClosesTheLibraryAfterAllElseIsGone) {
+TEST_F(PluginConfiguration, ClosesTheLibraryLast) {
     PluginLoader& loader = loadChildren("<servlet id='status' createfunction='createPage'/>"
                                         "<listener createfunction='createA'/>"
                                         "<listener createfunction='createB'/>"
@@ -435,8 +435,8 @@ TEST_F(PluginConfiguration, ClosesNothingWhenNothingWasOpened) {
     EXPECT_EQ(recorded_loading::calls(), Names{});
 }
 
-// This program has the container's sources as a device has them.
-TEST(ShippedConfiguration, IsReadFromItsFixedPathWhenTheControllerIsMade) {
+// This program compiles the container's sources without DEVICE_ROOT, as for a device.
+TEST(ShippedConfiguration, IsReadFromItsFixedPathByTheController) {
     recorded_log::clear();
     ServletController controller;
     ASSERT_FALSE(recorded_log::records().empty());

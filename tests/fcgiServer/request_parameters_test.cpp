@@ -1,4 +1,4 @@
-// What a request makes of cookies, form, query and uploads, and how it finds its session.
+// How a request decodes cookies, form, query and uploads, and finds its session.
 #include "http_request.h"
 #include "http_response.h"
 #include "http_session.h"
@@ -24,14 +24,14 @@ using recorded_device::answers;
 using recorded_device::calls;
 using recorded_device::nameOf;
 
-// One request at a time, and the calls that it makes to the device.
-class RequestTest : public testing::Test {
+// Makes one request at a time, and records its calls of the device.
+class RequestFixture : public testing::Test {
 protected:
-    RequestTest() {
+    RequestFixture() {
         recorded_device::reset();
         recorded_log::clear();
     }
-    ~RequestTest() override {
+    ~RequestFixture() override {
         m_request.reset();
         m_factory.destory();
     }
@@ -49,7 +49,7 @@ protected:
     }
     void finishRequest() { m_request.reset(); }
 
-    // The calls made since the last time.
+    // Returns the calls since the last time.
     Calls newCalls() {
         const Calls all = calls();
         Calls fresh(all.begin() + static_cast<std::ptrdiff_t>(m_seen), all.end());
@@ -70,7 +70,7 @@ private:
     std::size_t m_seen = 0;
 };
 
-using RequestDecoding = RequestTest;
+using RequestDecoding = RequestFixture;
 
 TEST_F(RequestDecoding, ReadsCookiesThenTheFormThenTheQueryThenLooksForTheSession) {
     answers().cookies = {{"c", "3"}};
@@ -88,7 +88,7 @@ TEST_F(RequestDecoding, ReadsCookiesThenTheFormThenTheQueryThenLooksForTheSessio
                        }));
 }
 
-TEST_F(RequestDecoding, AsksTheDeviceAlsoWhenTheClientSentNothing) {
+TEST_F(RequestDecoding, CallsTheDeviceEvenWhenTheClientSentNothing) {
     receive({"REQUEST_METHOD=POST"});
     EXPECT_EQ(calls(), (Calls{
                            "CGI_get_cookie(null, null) = null",
@@ -116,7 +116,7 @@ TEST_F(RequestDecoding, ReadsABodyOnlyForTheMethodPostInCapitals) {
     }
 }
 
-TEST_F(RequestDecoding, WithoutAMethodIsLoggedAndDecodesNothing) {
+TEST_F(RequestDecoding, LogsAMissingMethodAndDecodesNothing) {
     answers().cookies = {{"JSESSIONID", "an id"}};
     answers().queryFields = {{"b", "2"}};
     HttpRequestImpl& request = receive({"HTTP_COOKIE=JSESSIONID=an id", "QUERY_STRING=b=2"});
@@ -131,14 +131,14 @@ TEST_F(RequestDecoding, WithoutAMethodIsLoggedAndDecodesNothing) {
     EXPECT_EQ(request.doProcessData(), -1);
 }
 
-TEST_F(RequestDecoding, SaysThatItWorkedWhetherOrNotThereIsASessionCookie) {
+TEST_F(RequestDecoding, SucceedsWithAndWithoutASessionCookie) {
     EXPECT_EQ(receive({"REQUEST_METHOD=GET"}).doProcessData(), 0);
     answers().cookies = {{"JSESSIONID", "an id"}};
     EXPECT_EQ(receive({"REQUEST_METHOD=GET"}).doProcessData(), 0);
     EXPECT_EQ(recorded_log::records(), Logs{});
 }
 
-TEST_F(RequestDecoding, AsksTheMostDerivedClassForWhatItDecodes) {
+TEST_F(RequestDecoding, CallsTheGettersOfTheMostDerivedClass) {
     class Rewritten : public HttpRequestImpl {
     public:
         using HttpRequestImpl::HttpRequestImpl;
@@ -167,9 +167,9 @@ TEST_F(RequestDecoding, AsksTheMostDerivedClassForWhatItDecodes) {
                           }));
 }
 
-using RequestParameters = RequestTest;
+using RequestParameters = RequestFixture;
 
-TEST_F(RequestParameters, AreThoseOfTheFormAndThoseOfTheQuery) {
+TEST_F(RequestParameters, ComeFromTheFormAndTheQuery) {
     answers().formFields = {{"a", "1"}, {"x", "form"}};
     answers().queryFields = {{"b", "2"}, {"x", "query"}};
     HttpRequestImpl& request = receive({"REQUEST_METHOD=POST"});
@@ -188,7 +188,7 @@ TEST_F(RequestParameters, AreThoseOfTheFormAndThoseOfTheQuery) {
                                  "CGI_lookup_all(list 2, 'x')", "CGI_lookup_all(list 2, 'y')"}));
 }
 
-TEST_F(RequestParameters, AreNotTheCookies) {
+TEST_F(RequestParameters, DoNotIncludeCookies) {
     answers().cookies = {{"c", "3"}};
     HttpRequestImpl& request = receive({"REQUEST_METHOD=GET"});
     EXPECT_EQ(request.getParameter("c"), nullptr);
@@ -202,7 +202,7 @@ TEST_F(RequestParameters, AreLookedUpByANullNameToo) {
     EXPECT_EQ(newCalls(), (Calls{"CGI_lookup(null, null)", "CGI_lookup_all(null, null)"}));
 }
 
-TEST_F(RequestParameters, AreFreedBeforeTheCookiesWhenTheRequestGoes) {
+TEST_F(RequestParameters, AreFreedBeforeTheCookiesWithTheRequest) {
     answers().cookies = {{"c", "3"}};
     answers().queryFields = {{"b", "2"}};
     receive({"REQUEST_METHOD=GET"});
@@ -211,14 +211,14 @@ TEST_F(RequestParameters, AreFreedBeforeTheCookiesWhenTheRequestGoes) {
     EXPECT_EQ(newCalls(), (Calls{"CGI_free_varlist(list 2)", "CGI_free_varlist(list 1)"}));
 }
 
-TEST_F(RequestParameters, AreFreedAlsoWhenThereAreNone) {
+TEST_F(RequestParameters, AreFreedEvenIfThereAreNone) {
     receive({"REQUEST_METHOD=GET"});
     newCalls();
     finishRequest();
     EXPECT_EQ(newCalls(), (Calls{"CGI_free_varlist(null)", "CGI_free_varlist(null)"}));
 }
 
-TEST_F(RequestParameters, TakeNeitherTheSessionNorTheResponseWithThem) {
+TEST_F(RequestParameters, AreFreedWithoutTheSessionAndTheResponse) {
     HttpRequestImpl& request = receive({"REQUEST_METHOD=GET", "REMOTE_ADDR=10.0.0.5"});
     auto* session = static_cast<HttpSessionImpl*>(request.getSession(true));
     finishRequest();
@@ -228,7 +228,7 @@ TEST_F(RequestParameters, TakeNeitherTheSessionNorTheResponseWithThem) {
     EXPECT_EQ(recorded_log::records(), Logs{});
 }
 
-class Uploads : public RequestTest {
+class Uploads : public RequestFixture {
 protected:
     Uploads() {
         answers().queryFields = {{"b", "2"}};
@@ -243,7 +243,7 @@ protected:
     char m_buffer[8] = "";
 };
 
-TEST_F(Uploads, IntoAFileBecomeParameters) {
+TEST_F(Uploads, AddTheFieldsOfAFileUploadToTheParameters) {
     CGI_varlist* list = m_upload->receiveUploadFile("/tmp/x");
     EXPECT_EQ(newCalls(), Calls{"CGI_fileupload(list 1, 'multipart/form-data', '/tmp/x', the body)"
                                 " = list 2"});
@@ -255,7 +255,7 @@ TEST_F(Uploads, IntoAFileBecomeParameters) {
     EXPECT_EQ(newCalls(), (Calls{"CGI_free_varlist(list 2)", "CGI_free_varlist(null)"}));
 }
 
-TEST_F(Uploads, HandTheirTargetOnAsItIs) {
+TEST_F(Uploads, PassTheirTargetOnUnchanged) {
     m_upload->receiveUploadFile("");
     m_upload->receiveUploadFile(nullptr);
     m_upload->receiveUploadFile("../../etc/%41");
@@ -268,7 +268,7 @@ TEST_F(Uploads, HandTheirTargetOnAsItIs) {
         }));
 }
 
-TEST_F(Uploads, IntoMemoryBecomeParametersAndAreCounted) {
+TEST_F(Uploads, AddTheFieldsOfAMemoryUploadAndReturnItsSize) {
     answers().received = 6;
     EXPECT_EQ(m_upload->receiveUploadData(m_buffer, 8), 6);
     EXPECT_EQ(newCalls(), Calls{"CGI_fileupload_data(list 1, 'multipart/form-data', the buffer, 8,"
@@ -282,12 +282,12 @@ TEST_F(Uploads, IntoMemoryBecomeParametersAndAreCounted) {
     EXPECT_EQ(newCalls(), (Calls{"CGI_free_varlist(list 3)", "CGI_free_varlist(null)"}));
 }
 
-TEST_F(Uploads, CountNothingWhereTheDeviceReportsNoCount) {
+TEST_F(Uploads, ReturnZeroIfTheDeviceReportsNoCount) {
     answers().received = std::nullopt;
     EXPECT_EQ(m_upload->receiveUploadData(m_buffer, 8), 0);
 }
 
-TEST_F(Uploads, OfRawBlocksLeaveTheParametersAlone) {
+TEST_F(Uploads, KeepTheParametersWhenReadAsRawBlocks) {
     for (int size : {8, 0, -1}) {
         answers().blockSize = size;
         EXPECT_EQ(m_upload->receiveBlockData(m_buffer, 8), size);
@@ -297,7 +297,7 @@ TEST_F(Uploads, OfRawBlocksLeaveTheParametersAlone) {
     EXPECT_EQ(newCalls(), (Calls{"CGI_free_varlist(list 1)", "CGI_free_varlist(null)"}));
 }
 
-TEST_F(Uploads, ThatFailAreNotLogged) {
+TEST_F(Uploads, LogNothingWhenTheyFail) {
     answers() = {};
     m_upload->receiveUploadFile("/tmp/x");
     m_upload->receiveUploadData(m_buffer, 8);
@@ -305,7 +305,7 @@ TEST_F(Uploads, ThatFailAreNotLogged) {
     EXPECT_EQ(recorded_log::records(), Logs{});
 }
 
-TEST_F(Uploads, AskTheMostDerivedClassForTheContentType) {
+TEST_F(Uploads, CallTheMostDerivedClassForTheContentType) {
     class Relabelled : public HttpRequestImpl {
     public:
         using HttpRequestImpl::HttpRequestImpl;
@@ -324,7 +324,7 @@ TEST_F(Uploads, AskTheMostDerivedClassForTheContentType) {
     EXPECT_NE(made[1].find("'mine'"), std::string::npos) << made[1];
 }
 
-class SessionBinding : public RequestTest {
+class SessionBinding : public RequestFixture {
 protected:
     static constexpr const char* kAddress = "10.0.0.5";
 
@@ -353,7 +353,7 @@ TEST_F(SessionBinding, KeepsAnIdOfUpTo63CharactersAndNoLongerOne) {
         EXPECT_EQ(receiveWithCookie(std::string(length, 'f')).getSessionId(), nullptr) << length;
 }
 
-TEST_F(SessionBinding, TakesNoCookieAnEmptyOneAndASingleBlankForNoSession) {
+TEST_F(SessionBinding, TreatsNoCookieAnEmptyOneAndASingleBlankAsNoSession) {
     EXPECT_EQ(receiveWithoutCookie().getSessionId(), nullptr);
     EXPECT_EQ(receiveWithCookie("").getSessionId(), nullptr);
     EXPECT_EQ(receiveWithCookie(" ").getSessionId(), nullptr);
@@ -362,18 +362,18 @@ TEST_F(SessionBinding, TakesNoCookieAnEmptyOneAndASingleBlankForNoSession) {
     EXPECT_STREQ(receiveWithCookie("\t").getSessionId(), "\t");
 }
 
-TEST_F(SessionBinding, TakesTheFirstCookieOfExactlyItsName) {
+TEST_F(SessionBinding, UsesTheFirstCookieOfExactlyItsName) {
     answers().cookies = {{"jsessionid", "1"}, {"JSESSIONID", "2"}, {"JSESSIONID", "3"}};
     EXPECT_STREQ(receive({"REQUEST_METHOD=GET"}).getSessionId(), "2");
 }
 
-TEST_F(SessionBinding, TakesNoParameterForTheCookie) {
+TEST_F(SessionBinding, DoesNotUseAParameterAsTheCookie) {
     answers().formFields = {{"JSESSIONID", "1"}};
     answers().queryFields = {{"JSESSIONID", "2"}};
     EXPECT_EQ(receive({"REQUEST_METHOD=POST"}).getSessionId(), nullptr);
 }
 
-TEST_F(SessionBinding, FindsTheLiveSessionOfTheCookieAndSendsNone) {
+TEST_F(SessionBinding, FindsTheSessionOfTheCookieAndSendsNoCookie) {
     HttpSessionImpl* session = makeSession();
     HttpRequestImpl& request = receiveWithCookie(session->getId());
     EXPECT_EQ(request.getSession(false), session);
@@ -384,12 +384,12 @@ TEST_F(SessionBinding, FindsTheLiveSessionOfTheCookieAndSendsNone) {
     EXPECT_EQ(recorded_log::records(), Logs{});
 }
 
-TEST_F(SessionBinding, FindsItAlsoWhenTheAddressIsMappedIntoIPv6) {
+TEST_F(SessionBinding, FindsTheSessionEvenIfTheAddressIsMappedIntoIPv6) {
     HttpSessionImpl* session = makeSession();
     EXPECT_EQ(receiveWithCookie(session->getId(), "::ffff:10.0.0.5").getSession(false), session);
 }
 
-TEST_F(SessionBinding, GivesNoneForAnUnknownIdUnlessAskedToMakeOne) {
+TEST_F(SessionBinding, ReturnsNullForAnUnknownIdUnlessAskedToCreate) {
     HttpRequestImpl& request = receiveWithCookie("unknown");
     EXPECT_EQ(request.getSession(false), nullptr);
     EXPECT_EQ(m_factory.sessionNum(), 0);
@@ -404,7 +404,7 @@ TEST_F(SessionBinding, GivesNoneForAnUnknownIdUnlessAskedToMakeOne) {
     EXPECT_EQ(sentHeaders(), "Set-Cookie: JSESSIONID=" + session->getId() + "  \r\n\r\n");
 }
 
-TEST_F(SessionBinding, GivesLaterCallsOfTheSameRequestTheSessionThatItMade) {
+TEST_F(SessionBinding, ReturnsTheCreatedSessionToLaterCallsOfTheSameRequest) {
     HttpRequestImpl& request = receiveWithoutCookie();
     HttpSession* session = request.getSession(true);
     EXPECT_EQ(request.getSession(false), session);
@@ -413,26 +413,26 @@ TEST_F(SessionBinding, GivesLaterCallsOfTheSameRequestTheSessionThatItMade) {
     EXPECT_EQ(sentHeaders(), "Set-Cookie: JSESSIONID=" + session->getId() + "  \r\n\r\n");
 }
 
-TEST_F(SessionBinding, GivesTheNextRequestTheSessionThatItMade) {
+TEST_F(SessionBinding, ReturnsTheCreatedSessionToTheNextRequest) {
     HttpSession* session = receiveWithoutCookie().getSession(true);
     EXPECT_EQ(receiveWithCookie(session->getId()).getSession(false), session);
 }
 
-TEST_F(SessionBinding, MakesASessionInPlaceOfAnIdThatIsTooLong) {
+TEST_F(SessionBinding, ReplacesAnIdThatIsTooLong) {
     HttpRequestImpl& request = receiveWithCookie(std::string(64, 'f'));
     EXPECT_EQ(request.getSession(false), nullptr);
     HttpSession* session = request.getSession(true);
     EXPECT_EQ(request.getSessionId(), session->getId());
 }
 
-TEST_F(SessionBinding, LeavesNothingOfALongerIdBehindTheNewOne) {
+TEST_F(SessionBinding, OverwritesALongerIdCompletely) {
     HttpRequestImpl& request = receiveWithCookie(std::string(63, 'f'));
     HttpSession* session = request.getSession(true);
     ASSERT_LT(session->getId().size(), 63u);
     EXPECT_EQ(request.getSessionId(), session->getId());
 }
 
-TEST_F(SessionBinding, DoesNotGiveASessionToAnotherAddress) {
+TEST_F(SessionBinding, DoesNotReturnASessionToAnotherAddress) {
     HttpSessionImpl* session = makeSession();
     HttpRequestImpl& request = receiveWithCookie(session->getId(), "10.0.0.6");
     EXPECT_EQ(request.getSession(false), nullptr);
@@ -441,7 +441,7 @@ TEST_F(SessionBinding, DoesNotGiveASessionToAnotherAddress) {
     EXPECT_EQ(static_cast<HttpSessionImpl*>(own)->m_remoteAddr, "10.0.0.6");
 }
 
-TEST_F(SessionBinding, MakesANewSessionInPlaceOfAnExpiredOne) {
+TEST_F(SessionBinding, ReplacesAnExpiredSession) {
     HttpSessionImpl* session = makeSession();
     test_clock::advanceSeconds(180);
     HttpRequestImpl& request = receiveWithCookie(session->getId());
@@ -460,7 +460,7 @@ TEST_F(SessionBinding, BindsASessionToTheClientsAddress) {
     EXPECT_EQ(static_cast<HttpSessionImpl*>(session)->m_remoteAddr, kAddress);
 }
 
-TEST_F(SessionBinding, BindsASessionToTheEmptyAddressWhenThereIsNone) {
+TEST_F(SessionBinding, BindsASessionToTheEmptyAddressIfTheClientHasNone) {
     HttpRequestImpl& request = receive({"REQUEST_METHOD=GET"});
     HttpSession* session = request.getSession(true);
     ASSERT_NE(session, nullptr);
@@ -491,7 +491,7 @@ TEST_F(SessionBinding, SendsTheCookieThroughTheResponsesInterface) {
     EXPECT_EQ(response.m_cookies, Calls{"JSESSIONID is " + session->getId()});
 }
 
-// Counts what is asked of it; the session factory asks it too when it is asked for a session.
+// Counts the calls of its getters; the session factory calls them too when it looks for a session.
 class Watched : public HttpRequestImpl {
 public:
     using HttpRequestImpl::HttpRequestImpl;
@@ -509,7 +509,7 @@ public:
     char m_address[6] = "their";
 };
 
-TEST_F(SessionBinding, DoesNotAskTheFactoryWhenTheIdIsABlank) {
+TEST_F(SessionBinding, DoesNotCallTheFactoryWhenTheIdIsABlank) {
     Watched& request = receiveWithCookie<Watched>(" ");
     EXPECT_EQ(request.getSession(false), nullptr);
     EXPECT_EQ(request.m_idsAsked, 1);
@@ -521,7 +521,7 @@ TEST_F(SessionBinding, DoesNotAskTheFactoryWhenTheIdIsABlank) {
     EXPECT_EQ(request.m_idsAsked, 4);
 }
 
-TEST_F(SessionBinding, AsksTheMostDerivedClassForTheIdAndTheAddress) {
+TEST_F(SessionBinding, CallsTheMostDerivedClassForTheIdAndTheAddress) {
     std::string address = "their";
     HttpSessionImpl* theirs = m_factory.createSession(address);
     const std::string id = theirs->getId();

@@ -1,4 +1,4 @@
-// The body of a response: what is written directly, and the template that is rendered at the end.
+// The body of a response: what a servlet writes directly, and the template rendered at the end.
 #include "http_request.h"
 #include "http_response.h"
 #include "recorded_device.h"
@@ -60,7 +60,7 @@ TEST_F(ResponseBody, ComesAfterAnEmptyLineWhenThereAreNoHeaders) {
     EXPECT_EQ(sent(), "\r\nb");
 }
 
-TEST_F(ResponseBody, PrintedIsFlushedWithTheHeaders) {
+TEST_F(ResponseBody, IsFlushedWithTheHeadersByPrint) {
     m_response.setHeader("X", "1");
     EXPECT_EQ(m_response.print("%d", 5), 1);
     EXPECT_EQ(flushed(), "X: 1 \r\n\r\n5");
@@ -68,18 +68,18 @@ TEST_F(ResponseBody, PrintedIsFlushedWithTheHeaders) {
     EXPECT_EQ(flushed(), "X: 1 \r\n\r\n5six and 7%");
 }
 
-TEST_F(ResponseBody, PrintedEmptyFlushesTheHeaders) {
+TEST_F(ResponseBody, FlushesTheHeadersEvenIfPrintWritesNothing) {
     EXPECT_EQ(m_response.print("%s", ""), 0);
     EXPECT_EQ(flushed(), "\r\n");
 }
 
-TEST_F(ResponseBody, PrintedMayBeLong) {
+TEST_F(ResponseBody, CanBePrintedInAnyLength) {
     const std::string text(20000, 'b');
     EXPECT_EQ(m_response.print("%s", text.c_str()), 20000);
     EXPECT_EQ(flushed(), "\r\n" + text);
 }
 
-TEST_F(ResponseBody, WrittenIsNotFlushed) {
+TEST_F(ResponseBody, IsNotFlushedByWrite) {
     m_response.write("abc", 1, 3);
     m_response.write('d');
     EXPECT_EQ(sent(), "\r\nabcd");
@@ -102,13 +102,13 @@ TEST_F(ResponseBody, KeepsZeroBytesAndPercentSigns) {
     EXPECT_EQ(sent(), "\r\n" + bytes);
 }
 
-TEST_F(ResponseBody, MayBeLargerThanTheStreamsBuffer) {
+TEST_F(ResponseBody, CanBeLargerThanTheStreamsBuffer) {
     const std::string bytes(100000, 'b');
     EXPECT_EQ(m_response.write(bytes.data(), 1000, 100), 100u);
     EXPECT_EQ(sent(), "\r\n" + bytes);
 }
 
-TEST_F(ResponseBody, OfNoItemsOrOfEmptyItemsIsEmptyBehindTheHeaders) {
+TEST_F(ResponseBody, IsEmptyAfterTheHeadersForNoItemsOrEmptyItems) {
     const struct {
         unsigned int size;
         unsigned int count;
@@ -122,7 +122,7 @@ TEST_F(ResponseBody, OfNoItemsOrOfEmptyItemsIsEmptyBehindTheHeaders) {
     }
 }
 
-TEST_F(ResponseBody, OfMoreBytesThanAnIntCountsIsRefusedBehindTheHeaders) {
+TEST_F(ResponseBody, RefusesMoreBytesThanAnIntCountsAfterTheHeaders) {
     const struct {
         unsigned int size;
         unsigned int count;
@@ -137,7 +137,7 @@ TEST_F(ResponseBody, OfMoreBytesThanAnIntCountsIsRefusedBehindTheHeaders) {
     }
 }
 
-TEST_F(ResponseBody, OfNullDataIsLoggedAndRefusedBehindTheHeaders) {
+TEST_F(ResponseBody, RefusesAndLogsNullDataAfterTheHeaders) {
     const LogRecord record =
         recorded_log::appLog(4, "HttpResponseImpl::write() End. ptr == NULL\n");
     m_response.setHeader("X", "1");
@@ -149,7 +149,7 @@ TEST_F(ResponseBody, OfNullDataIsLoggedAndRefusedBehindTheHeaders) {
     EXPECT_EQ(sent(), "X: 1 \r\n\r\n");
 }
 
-TEST_F(ResponseBody, OfOneCharacterGivesTheCharacterAsAByte) {
+TEST_F(ResponseBody, ReturnsAWrittenCharacterAsAByte) {
     EXPECT_EQ(m_response.write('A'), 'A');
     EXPECT_EQ(m_response.write(0), 0);
     EXPECT_EQ(m_response.write(0xff), 0xff);
@@ -160,11 +160,11 @@ TEST_F(ResponseBody, OfOneCharacterGivesTheCharacterAsAByte) {
                                   7));
 }
 
-TEST_F(ResponseBody, GivesWhatTheStreamGivesWhenTheFrontServerHasHungUp) {
+TEST_F(ResponseBody, ReturnsTheLargestCountWhenTheFrontServerHasHungUp) {
     m_fcgi.out().breakPipe();
     EXPECT_EQ(m_response.write('A'), -1);
     EXPECT_LT(m_response.print("%d", 5), 0);
-    // A failed write counts -1 bytes, which the division takes for the largest number.
+    // A failed write returns -1, which the division treats as the largest unsigned number.
     EXPECT_EQ(m_response.write("abcdefgh", 1, 8), UINT_MAX);
     EXPECT_EQ(m_response.write("abcdefgh", 4, 2), UINT_MAX / 4);
     EXPECT_EQ(m_response.write("abcdefgh", 8, 1), UINT_MAX / 8);
@@ -173,7 +173,7 @@ TEST_F(ResponseBody, GivesWhatTheStreamGivesWhenTheFrontServerHasHungUp) {
     EXPECT_EQ(recorded_log::records(), Logs{});
 }
 
-TEST_F(ResponseBody, EncodesAUrlByTheDeviceWithoutTouchingPathsAndQueries) {
+TEST_F(ResponseBody, EncodesAUrlButNotTheDelimitersOfPathsAndQueries) {
     char encoded[] = "/a%20b?c=d&e";
     answers().encodedUrl = encoded;
     EXPECT_EQ(m_response.encodeURL("/a b?c=d&e"), encoded);
@@ -185,12 +185,12 @@ TEST_F(ResponseBody, EncodesAUrlByTheDeviceWithoutTouchingPathsAndQueries) {
     EXPECT_EQ(sent(), "");
 }
 
-// A response with its request, of which the controller flushes the page.
+// A response with its request, as the controller flushes it.
 class Page : public testing::Test {
 protected:
     Page() { receive({"REQUEST_METHOD=GET"}); }
 
-    // Starts anew with a request of these variables.
+    // Starts again with a request that has these variables.
     template <class Request = HttpRequestImpl>
     Request& receive(std::vector<std::string> environment) {
         recorded_device::reset();
@@ -207,12 +207,12 @@ protected:
         m_atStart = calls().size();
         return received;
     }
-    // What was called since the request had been received.
+    // Returns the calls since the request was received.
     Calls newCalls() {
         const Calls all = calls();
         return Calls(all.begin() + static_cast<std::ptrdiff_t>(m_atStart), all.end());
     }
-    // The language that the page is rendered for.
+    // Returns the language that the page is rendered in.
     std::string flushedLocale() {
         m_response->flush();
         const std::string call = newCalls().front();
@@ -245,7 +245,7 @@ TEST_F(Page, IsRenderedWithTheDeviceTypeAndTheLanguageBehindTheHeaders) {
     EXPECT_EQ(recorded_log::records(), Logs{});
 }
 
-TEST_F(Page, WithoutATemplateStillBuildsAndFreesItsList) {
+TEST_F(Page, BuildsAndFreesItsListEvenWithoutATemplate) {
     m_response->flush();
     EXPECT_EQ(newCalls(), (Calls{"TMPL_add_var(null, 'local', 'en', null) = variables 1",
                                  "TMPL_free_varlist(variables 1)"}));
@@ -253,7 +253,7 @@ TEST_F(Page, WithoutATemplateStillBuildsAndFreesItsList) {
     EXPECT_TRUE(m_response->isHeaderCommited());
 }
 
-TEST_F(Page, OfATemplateWithoutANameIsNotRendered) {
+TEST_F(Page, IsNotRenderedIfItsTemplateHasNoName) {
     m_response->setTemplate("", nullptr);
     m_response->flush();
     EXPECT_EQ(newCalls(), (Calls{"TMPL_add_var(null, 'devtype', '', null) = variables 1",
@@ -268,7 +268,7 @@ TEST_F(Page, IsNotFlushedToTheFrontServer) {
     EXPECT_EQ(m_fcgi->out().flushedText(), "");
 }
 
-TEST_F(Page, ComesBehindWhatWasWrittenDirectlyWithoutSecondHeaders) {
+TEST_F(Page, FollowsWhatWasWrittenDirectlyWithoutSecondHeaders) {
     answers().page = "page";
     m_response->setHeader("X", "1");
     m_response->print("first ");
@@ -279,7 +279,7 @@ TEST_F(Page, ComesBehindWhatWasWrittenDirectlyWithoutSecondHeaders) {
     EXPECT_TRUE(m_response->containsHeader("Y"));
 }
 
-TEST_F(Page, ThatCannotBeRenderedIsLoggedWithTheResultAndItsListFreed) {
+TEST_F(Page, LogsAFailureToRenderAndFreesItsList) {
     for (int result : {1, 2, -7}) {
         receive({"REQUEST_METHOD=GET"});
         answers().renderResult = result;
@@ -294,7 +294,7 @@ TEST_F(Page, ThatCannotBeRenderedIsLoggedWithTheResultAndItsListFreed) {
     }
 }
 
-TEST_F(Page, NamesItsTemplateByACopy) {
+TEST_F(Page, CopiesTheNameOfItsTemplate) {
     char name[] = "page.html";
     m_response->setTemplate(name, nullptr);
     name[0] = '#';
@@ -302,7 +302,7 @@ TEST_F(Page, NamesItsTemplateByACopy) {
     EXPECT_EQ(newCalls()[2].substr(0, 26), "TMPL_web_write('page.html'");
 }
 
-TEST_F(Page, TakesTheVariablesThatTheServletGives) {
+TEST_F(Page, AddsToTheServletsVariablesAndFreesThem) {
     TMPL_varlist* servlets = TMPL_add_var(nullptr, "a", "1", static_cast<char*>(nullptr));
     EXPECT_EQ(m_response->getMainVarList(), nullptr);
     m_response->setTemplate("page.html", servlets);
@@ -318,7 +318,7 @@ TEST_F(Page, TakesTheVariablesThatTheServletGives) {
               }));
 }
 
-TEST_F(Page, NamedTwiceIsTheSecondAndLeavesTheFirstListAlone) {
+TEST_F(Page, UsesTheSecondTemplateAndDoesNotFreeTheFirstList) {
     m_response->setTemplate("first.html", nullptr);
     m_response->setTemplate("second.html", nullptr);
     EXPECT_EQ(nameOf(m_response->getMainVarList()), "variables 2");
@@ -342,19 +342,19 @@ TEST_F(Page, ShowsNoDeviceTypeThatIsSetAfterTheTemplate) {
     EXPECT_EQ(newCalls()[1], "TMPL_add_var(variables 1, 'local', 'en', null) = variables 2");
 }
 
-TEST_F(Page, NamingATemplateSendsNothing) {
+TEST_F(Page, SendsNothingWhenItsTemplateIsSet) {
     m_response->setTemplate("page.html", nullptr);
     EXPECT_FALSE(m_response->isHeaderCommited());
     EXPECT_EQ(m_fcgi->out().text(), "");
 }
 
-TEST_F(Page, ThatIsNeverFlushedFreesNoList) {
+TEST_F(Page, FreesNoListUnlessItIsFlushed) {
     m_response->setTemplate("page.html", nullptr);
     m_response.reset();
     EXPECT_EQ(newCalls(), Calls{"TMPL_add_var(null, 'devtype', '', null) = variables 1"});
 }
 
-TEST_F(Page, ThatIsFlushedFreesItsListOnlyThen) {
+TEST_F(Page, FreesItsListOnlyWhenItIsFlushed) {
     m_response->setTemplate("page.html", nullptr);
     m_response->flush();
     const Calls flushed = newCalls();
@@ -380,7 +380,7 @@ TEST_F(Page, IsInEnglishWhenTheLanguageIsLongerThan127Characters) {
     EXPECT_EQ(flushedLocale(), "en");
 }
 
-TEST_F(Page, IsInTheLanguageThatWasSetOfWhichItKeeps127Characters) {
+TEST_F(Page, IsInTheFirst127CharactersOfTheLanguageThatWasSet) {
     for (std::size_t length : {0, 5, 126, 127, 128, 200, 5000}) {
         receive({"REQUEST_METHOD=GET", "HTTP_ACCEPT_LANGUAGE=de"});
         m_request->setLocal(std::string(length, 'l').c_str());
@@ -388,7 +388,7 @@ TEST_F(Page, IsInTheLanguageThatWasSetOfWhichItKeeps127Characters) {
     }
 }
 
-// Answers flush() in the ways that a locale can be given.
+// Returns a locale to flush() in each way that getLocale() can.
 class Localised : public HttpRequestImpl {
 public:
     using HttpRequestImpl::HttpRequestImpl;
@@ -422,20 +422,20 @@ protected:
     Localised* m_localised = nullptr;
 };
 
-TEST_F(PageLanguage, IsAskedOnceOfTheMostDerivedRequestAfterTheHeadersWithAClearBuffer) {
+TEST_F(PageLanguage, IsRequestedOnceAfterTheHeadersWithAnEmptyBuffer) {
     flushedLocaleFor(nullptr);
     EXPECT_EQ(m_localised->m_asked, "128");
     EXPECT_TRUE(m_localised->m_bufferWasClear);
     EXPECT_EQ(m_localised->m_sentBefore, "X: 1 \r\n\r\n");
 }
 
-TEST_F(PageLanguage, IsWhatTheRequestGivesInTheBufferOrElsewhere) {
+TEST_F(PageLanguage, IsTheTextThatTheRequestReturnsInTheBufferOrElsewhere) {
     char text[] = "it";
     EXPECT_EQ(flushedLocaleFor(Localised::kBuffer), "in the buffer");
     EXPECT_EQ(flushedLocaleFor(text), "it");
 }
 
-TEST_F(PageLanguage, IsEnglishWhenTheRequestGivesNoneWhateverItLeftInTheBuffer) {
+TEST_F(PageLanguage, IsEnglishIfTheRequestReturnsNullWhateverIsInTheBuffer) {
     EXPECT_EQ(flushedLocaleFor(nullptr), "en");
 }
 

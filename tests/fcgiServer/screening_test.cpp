@@ -18,7 +18,7 @@ class Screening : public testing::Test {
 protected:
     Screening() { recorded_log::clear(); }
 
-    // What ReplaceStr() makes of `text`, which has room for long results.
+    // Calls ReplaceStr() with `text` in a buffer that has room for long results.
     int replace(const std::string& text, const char* pattern, const char* replacement) {
         m_result.assign(4096, '#');
         m_result.replace(0, text.size() + 1, text.c_str(), text.size() + 1);
@@ -68,12 +68,12 @@ TEST_F(UrlScreening, AcceptsOrdinaryUrlsSilently) {
     EXPECT_TRUE(recorded_log::records().empty());
 }
 
-TEST_F(UrlScreening, AcceptsNoUrl) {
+TEST_F(UrlScreening, AcceptsNull) {
     EXPECT_EQ(m_controller.CheckUrlIllegalChar(nullptr), 0);
     EXPECT_TRUE(recorded_log::records().empty());
 }
 
-TEST_F(UrlScreening, RefusesMarkupAndScriptWhereverItStandsAndLogsTheUrlAsItCame) {
+TEST_F(UrlScreening, RefusesMarkupAndScriptAnywhereAndLogsTheUnchangedUrl) {
     const char* const urls[] = {
         "/servlet?p=x&q=%3Cb%3E",
         "/servlet?p=SCRIPTS",
@@ -116,7 +116,7 @@ TEST_F(UrlScreening, DoesNotReadTheUrlAsAFormat) {
                                            3, "url = /%s%n%d<, include illegal char\n")});
 }
 
-TEST_F(UrlScreening, LeavesTheUrlAlone) {
+TEST_F(UrlScreening, DoesNotChangeTheUrl) {
     char url[] = "/Servlet?P=SCRIPT";
     m_controller.CheckUrlIllegalChar(url);
     EXPECT_STREQ(url, "/Servlet?P=SCRIPT");
@@ -205,7 +205,7 @@ TEST_F(ParameterScreening, AcceptsExactlyItsCharacters) {
 
 // Replacing
 
-TEST_F(Replacing, PutsTheReplacementInEveryPlace) {
+TEST_F(Replacing, ReplacesEveryOccurrence) {
     const struct {
         const char* text;
         const char* pattern;
@@ -235,7 +235,7 @@ TEST_F(Replacing, PutsTheReplacementInEveryPlace) {
     EXPECT_TRUE(recorded_log::records().empty());
 }
 
-TEST_F(Replacing, LeavesATextWithoutThePatternAsItWas) {
+TEST_F(Replacing, DoesNotChangeATextWithoutThePattern) {
     const struct {
         const char* text;
         const char* pattern;
@@ -249,7 +249,7 @@ TEST_F(Replacing, LeavesATextWithoutThePatternAsItWas) {
     }
 }
 
-TEST_F(Replacing, NeedsAllItsArguments) {
+TEST_F(Replacing, FailsIfAnArgumentIsNull) {
     char text[] = "x";
     EXPECT_EQ(ReplaceStr(nullptr, "x", "y"), -1);
     EXPECT_EQ(ReplaceStr(text, nullptr, "y"), -1);
@@ -259,7 +259,7 @@ TEST_F(Replacing, NeedsAllItsArguments) {
     EXPECT_TRUE(recorded_log::records().empty());
 }
 
-TEST_F(Replacing, WritesNothingBehindItsResult) {
+TEST_F(Replacing, WritesNothingAfterItsResult) {
     ASSERT_EQ(replace("/cgi-bin/x", "cgi-bin", "servlet"), 0);
     const std::string before = m_result;
     ASSERT_EQ(replace("/cgi-bin/x", "cgi-bin", "s"), 0);
@@ -291,7 +291,7 @@ TEST_F(Replacing, AcceptsResultsOfUpToFiveHundredAndElevenCharacters) {
     }
 }
 
-TEST_F(Replacing, RefusesLongerResultsAndLeavesTheTextAsItWas) {
+TEST_F(Replacing, RefusesLongerResultsAndDoesNotChangeTheText) {
     const std::string limit(kLongestResult, 'f');
     const struct {
         std::string text;

@@ -59,6 +59,8 @@ protected:
     ServletContainer container;
 };
 
+using ServletContainerObject = Servlets;
+
 TEST_F(Servlets, AreNotCreatedBeforeARequestNamesThem) {
     configure("status", "createPage");
     container.init(&loader());
@@ -76,14 +78,14 @@ TEST_F(Servlets, AreCreatedByTheFirstRequestAndKept) {
     EXPECT_EQ(messages(), Records{});
 }
 
-TEST_F(Servlets, SeeTheRequestAndAnswerByTheResponse) {
+TEST_F(Servlets, ReadTheRequestAndWriteTheResponse) {
     configure("status", "createPage");
     Visit visit("p=status&text=hello");
     EXPECT_EQ(container.onRequest(visit.request(), visit.response()), 200);
     EXPECT_EQ(visit.output(), "\r\n<page hello>");
 }
 
-TEST_F(Servlets, AreOnePerIdAlsoWhenTheyShareACreationFunction) {
+TEST_F(Servlets, AreOnePerIdEvenWhenTheyShareACreationFunction) {
     configure("status", "createPage");
     configure("network", "createPage");
     request("status");
@@ -94,7 +96,7 @@ TEST_F(Servlets, AreOnePerIdAlsoWhenTheyShareACreationFunction) {
     EXPECT_EQ(container.getServlet("status"), container.getServlet("status"));
 }
 
-TEST_F(Servlets, AreLookedUpOnlyAfterEarlierLoadingErrorsWereForgotten) {
+TEST_F(Servlets, AreLookedUpAfterEarlierLoaderErrorsAreCleared) {
     configure("status", "createPage");
     dlsym(loader().libraryHandle, "leavesAnErrorBehind");
     recorded_log::clear();
@@ -183,23 +185,23 @@ TEST_F(Servlets, AreFoundAsSoonAsTheirCreationSucceeds) {
     EXPECT_EQ(request("status"), 200);
 }
 
-TEST_F(Servlets, WriteNothingForTheContainerIfThereAreNone) {
+TEST_F(Servlets, LeaveTheResponseEmptyIfNoneIsFound) {
     Visit visit("p=unknown");
     EXPECT_EQ(container.onRequest(visit.request(), visit.response()), 404);
     EXPECT_EQ(visit.output(), "");
     EXPECT_FALSE(visit.response()->isHeaderCommited());
 }
 
-TEST_F(Servlets, AreRegisteredAnewByAddServlet) {
+TEST_F(Servlets, AreReplacedByAddServlet) {
     configure("status", "createPage");
     HttpServlet* first = container.getServlet("status");
     HttpServlet* second = container.addServlet("status");
     EXPECT_NE(first, second);
     EXPECT_EQ(container.getServlet("status"), second);
-    ::operator delete(first); // nobody else knows it any more
+    ::operator delete(first); // the container has lost it
 }
 
-TEST_F(Servlets, AreTornDownByDestroyAndTheFreeingOfTheirStorage) {
+TEST_F(Servlets, AreDestroyedByDestroyAndThenFreed) {
     configure("status", "createPage");
     request("status");
     const void* servlet = container.getServlet("status");
@@ -217,7 +219,7 @@ TEST_F(Servlets, AreTornDownByDestroyAndTheFreeingOfTheirStorage) {
     EXPECT_LT(freed_storage::indexOf(freed, servlet), freed.size());
 }
 
-TEST_F(Servlets, AreTornDownInTheOrderOfTheirTable) {
+TEST_F(Servlets, AreDestroyedInTheOrderOfTheirTable) {
     QKHashMap<std::string, std::string, INT_HASH<std::string>> table;
     for (const char* id : {"zebra", "login", "status", "settings-config", "a"}) {
         configure(id, "createPage");
@@ -232,7 +234,7 @@ TEST_F(Servlets, AreTornDownInTheOrderOfTheirTable) {
     EXPECT_EQ(events(), expected);
 }
 
-TEST_F(Servlets, AreTornDownOnce) {
+TEST_F(Servlets, AreDestroyedOnce) {
     configure("status", "createPage");
     container.destory();
     EXPECT_EQ(recorded_log::records(), Records{});
@@ -243,7 +245,7 @@ TEST_F(Servlets, AreTornDownOnce) {
     EXPECT_EQ(recorded_log::records(), Records{});
 }
 
-TEST_F(Servlets, AreCreatedAnewAfterATeardown) {
+TEST_F(Servlets, AreCreatedAgainAfterDestory) {
     configure("status", "createPage");
     request("status");
     container.destory();
@@ -252,7 +254,7 @@ TEST_F(Servlets, AreCreatedAnewAfterATeardown) {
     EXPECT_EQ(events(), (Names{"page 2 created", "page 2 init", "page 2 service"}));
 }
 
-TEST_F(Servlets, AreTornDownWithTheirContainer) {
+TEST_F(Servlets, AreDestroyedWithTheirContainer) {
     configure("status", "createPage");
     {
         ServletContainer other;
@@ -263,7 +265,7 @@ TEST_F(Servlets, AreTornDownWithTheirContainer) {
     EXPECT_EQ(events(), Names{"page 1 destroy"});
 }
 
-TEST_F(Servlets, AreCalledByTheFirstThreeSlotsOfTheirVirtualTableOnly) {
+TEST_F(Servlets, AreCalledOnlyThroughTheFirstThreeSlotsOfTheirVirtualTable) {
     configure("raw", "createRawPage");
     EXPECT_EQ(request("raw"), 200);
     EXPECT_EQ(request("raw"), 200);
@@ -271,7 +273,7 @@ TEST_F(Servlets, AreCalledByTheFirstThreeSlotsOfTheirVirtualTableOnly) {
     EXPECT_EQ(events(), (Names{"raw slot 1", "raw slot 2", "raw slot 2", "raw slot 3"}));
 }
 
-TEST_F(Servlets, KeepTheContainersMembersWhereTheyWere) {
+TEST_F(ServletContainerObject, HasItsMembersInTheirPlaces) {
     using Table = QKHashMap<std::string, HttpServlet*, INT_HASH<std::string>>;
     const auto* members = reinterpret_cast<void* const*>(&container);
     const auto* table = static_cast<const Table*>(members[1]);
@@ -299,7 +301,7 @@ protected:
     }
 };
 
-TEST_F(ContactsPreview, DropsWhatItHoldsBeforeAnotherServletServes) {
+TEST_F(ContactsPreview, ReleasesItsDataBeforeAnotherServletServes) {
     EXPECT_EQ(request("contacts-preview"), 200);
     recorded_log::clear();
     EXPECT_EQ(request("status"), 200);
@@ -307,7 +309,7 @@ TEST_F(ContactsPreview, DropsWhatItHoldsBeforeAnotherServletServes) {
               (Names{"page 1 created", "page 1 init", "preview 1 destroy", "page 1 service"}));
 }
 
-TEST_F(ContactsPreview, IsCreatedToBeToldByTheFirstRequestForAnotherServlet) {
+TEST_F(ContactsPreview, IsCreatedAndReleasedByTheFirstRequestForAnotherServlet) {
     EXPECT_EQ(request("status"), 200);
     EXPECT_EQ(events(), (Names{"page 1 created", "page 1 init", "preview 1 created",
                                "preview 1 init", "preview 1 destroy", "page 1 service"}));
@@ -316,14 +318,14 @@ TEST_F(ContactsPreview, IsCreatedToBeToldByTheFirstRequestForAnotherServlet) {
     EXPECT_EQ(events(), (Names{"preview 1 destroy", "page 1 service"}));
 }
 
-TEST_F(ContactsPreview, ServesWithoutBeingToldForItself) {
+TEST_F(ContactsPreview, KeepsItsDataForItsOwnRequests) {
     EXPECT_EQ(request("contacts-preview"), 200);
     EXPECT_EQ(request("contacts-preview"), 200);
     EXPECT_EQ(events(), (Names{"preview 1 created", "preview 1 init", "preview 1 service",
                                "preview 1 service"}));
 }
 
-TEST_F(ContactsPreview, StaysAfterItWasTold) {
+TEST_F(ContactsPreview, IsKeptAfterReleasingItsData) {
     request("contacts-preview");
     HttpServlet* preview = container.getServlet("contacts-preview");
     request("status");
@@ -340,14 +342,14 @@ TEST_F(ContactsPreview, IsAnotherServletUnderAnyOtherSpelling) {
     EXPECT_EQ(*(events().end() - 2), "preview 1 destroy");
 }
 
-TEST_F(ContactsPreview, IsLeftAloneByARequestThatFindsNoServlet) {
+TEST_F(ContactsPreview, KeepsItsDataWhenARequestFindsNoServlet) {
     request("contacts-preview");
     recorded_log::clear();
     EXPECT_EQ(request("unknown"), 404);
     EXPECT_EQ(recorded_log::records(), Records{kNotFound});
 }
 
-TEST_F(ContactsPreview, FailsOpenlyAndWithoutHarmToTheOtherServlet) {
+TEST_F(ContactsPreview, LogsAFailureWithoutAffectingTheOtherServlet) {
     configure("contacts-preview", "createNoPage");
     for (int attempt = 0; attempt < 2; ++attempt) {
         recorded_log::clear();
@@ -358,7 +360,7 @@ TEST_F(ContactsPreview, FailsOpenlyAndWithoutHarmToTheOtherServlet) {
     }
 }
 
-TEST_F(ContactsPreview, IsToldOnceMoreAtTheTeardown) {
+TEST_F(ContactsPreview, IsDestroyedOnceMoreInDestory) {
     request("contacts-preview");
     request("status");
     recorded_log::clear();
@@ -384,7 +386,7 @@ TEST_F(ServletsOnManyThreads, AreCreatedOnceEach) {
     const char* const ids[] = {"one", "two", "three"};
     for (const char* id : ids)
         configure(id, "createPage");
-    // Long enough for the other threads to come into the creation, if they could.
+    // Long enough for the other threads to enter the creation, if nothing stopped them.
     plugin_watch::OnEvent slowCreation([](const std::string& event) {
         if (event.find("created") != std::string::npos)
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -422,7 +424,7 @@ TEST_F(ServletsOnManyThreads, ServeSeveralRequestsAtOnce) {
     EXPECT_EQ(met, 3);
 }
 
-TEST_F(ServletsOnManyThreads, ServeWhileThePreviewDropsWhatItHolds) {
+TEST_F(ServletsOnManyThreads, ServeWhileThePreviewReleasesItsData) {
     configure("status", "createPage");
     configure("contacts-preview", "createPreview");
     request("status");

@@ -35,7 +35,7 @@ using namespace kit::testing;
 
 constexpr int kEndModule = 3;
 
-// The session of the request under test, which tells whether that request has been finished.
+// The session of the request under test: its busy flag shows whether the request has been finished.
 HttpSessionImpl* watchedSession = nullptr;
 
 void noteEnd(const char* what) {
@@ -45,8 +45,8 @@ void noteEnd(const char* what) {
 
 } // namespace
 
-// The response's flush ends with the freeing of the template's variables, and the deletion of the
-// request frees its two lists. The names are the linker's.
+// Flushing the response ends with freeing the template's variables; deleting the request frees its
+// two lists. The linker puts these in the place of the device's functions.
 extern "C" {
 void __real_TMPL_free_varlist(TMPL_varlist* list);
 void __real_CGI_free_varlist(CGI_varlist* list);
@@ -80,7 +80,7 @@ std::string redirect(const std::string& location) {
     return "Location: " + location + " \r\n\r\n";
 }
 
-// How a request ended, as its session and its objects show it.
+// How a request ended, as its session and its objects show.
 const Names kDropped = {"list of the request freed, session busy",
                         "list of the request freed, session busy"};
 const Names kFinishedOnly = {"list of the request freed, session idle",
@@ -131,7 +131,7 @@ protected:
         return *reinterpret_cast<std::int32_t*>(reinterpret_cast<void**>(m_controller.get()) + 5);
     }
 
-    // Serves a request of the client and gives the result; `output` is what it was answered.
+    // Serves a request of the client and returns the result; `output` contains the response.
     int serve(const Request& asked) {
         MemoryRequest request =
             asked.from(kClient).cookie("JSESSIONID", m_session->getId()).inMemory();
@@ -140,11 +140,11 @@ protected:
         recorded_log::clear();
         const int result = controller().doService(request.get());
         output = request.out().text();
-        // Every request begins with the session being told of it.
+        // Serving a request begins by marking its session as busy.
         EXPECT_EQ(m_session->getLastAccessedTime(), test_clock::seconds() + 300);
         return result;
     }
-    // A GET request for this URI, with a query of its own or the given one.
+    // Serves a GET request for this URI, with the URI's query or the given one.
     int get(const std::string& uri) { return serve(kit::testing::get(uri)); }
     int get(const std::string& uri, const std::string& query) {
         return serve(kit::testing::get(uri).variable("QUERY_STRING", query));
@@ -216,7 +216,7 @@ TEST_F(Service, ServesAPageByItsServletAfterAllListeners) {
     EXPECT_EQ(statusWord(), "idle");
 }
 
-TEST_F(Service, GivesTheResultOfTheServletContainer) {
+TEST_F(Service, ReturnsTheResultOfTheServletContainer) {
     for (const char* page : {"unknown", "Status", "notices", "login"}) {
         SCOPED_TRACE(page);
         EXPECT_EQ(get(std::string("/servlet?p=") + page), 404);
@@ -234,7 +234,7 @@ TEST_F(Service, FindsNoServletForAnEmptyPage) {
     EXPECT_EQ(messages()[1], kNoServlet);
 }
 
-TEST_F(Service, TakesThePageFromAForm) {
+TEST_F(Service, ReadsThePageFromAForm) {
     EXPECT_EQ(serve(post("/servlet").form({{"p", "status"}})), 200);
     EXPECT_EQ(events().back(), "page 1 service");
 }
@@ -251,7 +251,7 @@ TEST_F(Service, RefusesARequestWithNeitherPageNorEvent) {
     expectNoPage("/servlet?q=1", "");
     expectNoPage("/servlet?", "");
     expectNoPage("/", "");
-    // Only the beginning of the query makes an event.
+    // Only a prefix of the query makes an event.
     expectNoPage("/servlet?q=1&key=1", "q=1&key=1");
     expectNoPage("/servlet?q=csta", "q=csta");
     expectNoPage("/servlet?Key=1", "Key=1");
@@ -269,26 +269,26 @@ TEST_F(Service, EndsAnEventWithTheListeners) {
         expectEvent("/servlet?" + event + "=1&p=notice");
         expectEvent("/servlet?" + event + "=");
         expectEvent("/servlet?" + event);
-        // The prefix may go on, when the parameter comes from elsewhere.
+        // The query may continue after the prefix, if the parameter comes from elsewhere.
         expectEvent("/servlet?" + event + "board=1&" + event + "=2");
     }
 }
 
-TEST_F(Service, IsNotDeceivedByTheBeginningOfAnEventWithoutItsParameter) {
+TEST_F(Service, SeesNoEventWithoutItsParameter) {
     for (const std::string event : kEvents) {
         const std::string query = event + "board=1";
         expectNoPage("/servlet?" + query, query);
         expectPage("/servlet?" + query + "&p=status");
-        // The parameters of other events do not count.
+        // Parameters of other events are ignored.
         const std::string other = event == "key" ? "&push=1" : "&key=1";
         expectNoPage("/servlet?" + query + other, query + other);
-        // A prefix cut short is none.
+        // An incomplete prefix does not match.
         const std::string shorter = event.substr(0, event.size() - 1) + "=1&" + event + "=1";
         expectNoPage("/servlet?" + shorter, shorter);
     }
 }
 
-TEST_F(Service, AlwaysTakesAQueryThatBeginsWithCstaForAnEvent) {
+TEST_F(Service, TreatsEveryQueryThatBeginsWithCstaAsAnEvent) {
     for (const char* query : {"csta", "csta=1", "cstaX", "csta&p=status", "csta=1&p=notice"})
         expectEvent(std::string("/servlet?") + query);
 }
@@ -334,12 +334,12 @@ TEST_F(Service, RewritesTheOtherPagesOfTheOlderPrograms) {
         {"//cgi-bin/Quillpage.tpx?page=Status.htm", "//servlet?page=Status.htm"},
         {"cgi-bin/Quillpage.tpx", "servlet"},
         {"/cgi-bin/Quillpage.tpxx", "/servletx"},
-        // all of one program, and the first program alone
+        // every occurrence, but only of the first program that occurs
         {"/cgi-bin/Quillpage.tpx?a=/cgi-bin/Quillpage.tpx", "/servlet?a=/servlet"},
         {"/cgi-bin/Velmoranix.acx?a=cgi-bin/Velmoranix.acxcgi-bin/Velmoranix.acx",
          "/servlet?a=servletservlet"},
         {"/cgi-bin/Velmoranix.acx?a=/cgi-bin/Quillpage.tpx", "/cgi-bin/Velmoranix.acx?a=/servlet"},
-        // what a rewriting joins is not looked at again
+        // the result is not rewritten again
         {"/cgi-bin/Velmoranix.acx?a=cgi-bin/Vcgi-bin/Velmoranix.acx",
          "/servlet?a=cgi-bin/Vservlet"},
     };
@@ -363,11 +363,11 @@ TEST_F(Service, RewritesTheFirst511CharactersOfALongUri) {
         const std::string kept = uri.substr(0, 511);
         expectRedirect(uri, redirect("/servlet?page=" + kept.substr(program.size())));
     }
-    // Nothing of a long URI is left for the next one.
+    // The next URI does not see the rest of a long one.
     expectRedirect("/cgi-bin/Quillpage.tpx?page=b", redirect("/servlet?page=b"));
 }
 
-TEST_F(Service, DoesNotSeeAnOlderProgramBehindThe511thCharacter) {
+TEST_F(Service, DoesNotRewriteAnOlderProgramAfterThe511thCharacter) {
     const std::string program = "/cgi-bin/Quillpage.tpx";
     const std::string padding = "/servlet?p=unknown&x=";
     const auto uri = [&](std::size_t end) {
@@ -386,14 +386,14 @@ TEST_F(Service, ServesAPageWithALongUri) {
     expectPage("/servlet?p=status&x=" + std::string(5000, 'a'));
 }
 
-TEST_F(Service, LeavesTheStatusAloneWhenItRedirects) {
+TEST_F(Service, KeepsTheStatusWhenItRedirects) {
     get("/servlet?p=status&q=reboot");
     get("/cgi-bin/Velmoranix.acx?Id=1");
     get("/cgi-bin/Quillpage.tpx?now=true");
     EXPECT_EQ(statusWord(), "reboot");
 }
 
-TEST_F(Service, TakesTheQueryFromTheTenthCharacterOn) {
+TEST_F(Service, ReadsTheQueryFromTheTenthCharacterOn) {
     expectEvent("/abcdefghkey=1", "key=1");
     expectNoPage("/servlets?key=1", "key=1");
     expectNoPage("/cgi?key=1", "key=1");
@@ -401,7 +401,7 @@ TEST_F(Service, TakesTheQueryFromTheTenthCharacterOn) {
     EXPECT_EQ(statusWord(), "configration");
 }
 
-TEST_F(Service, TakesTheQueryOfAShortUriForEmpty) {
+TEST_F(Service, TreatsTheQueryOfAShortUriAsEmpty) {
     for (const std::string uri : {"", "/", "/key", "key", "/servlet", "/servlet?"}) {
         SCOPED_TRACE(uri);
         get("/servlet?p=status&q=reboot");
@@ -412,7 +412,7 @@ TEST_F(Service, TakesTheQueryOfAShortUriForEmpty) {
     }
 }
 
-TEST_F(Service, TakesTheQueryOfARequestWithoutUriForEmpty) {
+TEST_F(Service, TreatsTheQueryOfARequestWithoutUriAsEmpty) {
     get("/servlet?p=status&q=reboot");
     EXPECT_EQ(serve(kit::testing::get("/servlet?p=status").without("REQUEST_URI")), 200);
     EXPECT_EQ(events().back(), "page 1 service");
@@ -440,7 +440,7 @@ TEST_F(Service, RefusesAUriWithMarkupOrScript) {
     }
 }
 
-TEST_F(Service, RefusesParametersWithOtherCharactersWithoutAWord) {
+TEST_F(Service, RefusesIllegalParametersWithoutLogging) {
     for (const char* parameter :
          {"jumpto=a.b", "jumpto=a%20b", "jumpto=%2e", "jumpto=a/b", "acc=1a", "acc=a", "acc=5-",
           "acc=--5", "acc=1.0", "acc=%20", "acc=_", "model=x1", "model=1_", "model=-1-"}) {
@@ -457,7 +457,7 @@ TEST_F(Service, RefusesParametersWithOtherCharactersWithoutAWord) {
     expectRefused("/cgi-bin/Quillpage.tpx?page=Home.htm&acc=x");
 }
 
-TEST_F(Service, RefusesOnceWhateverIsWrongBesidesTheUri) {
+TEST_F(Service, LogsOnlyTheUriWhenParametersAreIllegalToo) {
     const std::string uri = "/servlet?p=.&q=<&jumpto=.&acc=x&model=x";
     expectRefused(uri);
     EXPECT_EQ(messages(), Records{appLog(3, "url = " + uri + ", include illegal char\n")});
@@ -475,14 +475,14 @@ TEST_F(Service, ScreensOnlyTheFirstValueAndOnlyItsFourParameters) {
     expectPage("/servlet?p=status&q=a.b&Acc=x&JUMPTO=.");
 }
 
-TEST_F(Service, LeavesTheStatusAloneWhenItRefuses) {
+TEST_F(Service, KeepsTheStatusWhenItRefuses) {
     get("/servlet?p=status&q=reboot");
     get("/servlet?p=status&acc=x");
     get("/servlet?p=status&now=true&q=<");
     EXPECT_EQ(statusWord(), "reboot");
 }
 
-TEST_F(Service, TakesTheStatusFromARequestThatFindsNoPage) {
+TEST_F(Service, SetsTheStatusFromARequestThatFindsNoPage) {
     get("/servlet?q=reboot");
     EXPECT_EQ(messages(), Records{kNoPage});
     EXPECT_EQ(statusWord(), "reboot");
@@ -514,7 +514,7 @@ TEST_F(Service, AnswersANoticeWithTheStatusWord) {
     }
 }
 
-TEST_F(Service, AnswersANoticeAlsoWithWordsThatNoRequestSets) {
+TEST_F(Service, AnswersANoticeEvenWithWordsThatNoRequestSets) {
     for (const auto& [code, word] : {std::pair(4, "upgrade"), {6, "unkown"}, {-1, "unkown"}}) {
         status() = code;
         EXPECT_EQ(get("/servlet?p=notice"), 200);
@@ -522,7 +522,7 @@ TEST_F(Service, AnswersANoticeAlsoWithWordsThatNoRequestSets) {
     }
 }
 
-TEST_F(Service, HandsANoticeToItsServletDuringAutoprovisioning) {
+TEST_F(Service, PassesANoticeToItsServletDuringAutoprovisioning) {
     get("/servlet?p=status&now=true");
     EXPECT_EQ(statusWord(), "autoprovision");
     EXPECT_EQ(get("/servlet?p=notice"), 200);
@@ -532,7 +532,7 @@ TEST_F(Service, HandsANoticeToItsServletDuringAutoprovisioning) {
     EXPECT_EQ(statusWord(), "autoprovision");
 }
 
-TEST_F(Service, TakesOnlyTheWholeNameForANotice) {
+TEST_F(Service, AnswersOnlyThePageNamedExactlyNotice) {
     for (const char* page : {"notices", "Notice", "notic", "notice-"}) {
         EXPECT_EQ(get(std::string("/servlet?p=") + page), 404) << page;
         EXPECT_EQ(messages(), Records{kNoServlet}) << page;
@@ -561,13 +561,13 @@ TEST_F(Service, SendsTheCookieOfASessionOnlyWhenAPageMakesOne) {
 
 using ServiceDeathTest = Service;
 
-TEST_F(ServiceDeathTest, EndsTheProcessForANullRequest) {
+TEST_F(ServiceDeathTest, AbortsForANullRequest) {
     EXPECT_EXIT(controller().doService(nullptr), testing::KilledBySignal(SIGABRT),
                 "servlet_controller.cpp:90: int ServletController::doService\\(FCGX_Request\\*\\): "
                 "Assertion `frequest != __null' failed\\.");
 }
 
-TEST_F(Service, HasATimerThatExpiresNothing) {
+TEST_F(Service, ExpiresNoSessionInOnTimer) {
     session().m_bInRequest = false;
     test_clock::advanceSeconds(1000);
     EXPECT_EQ(controller().onTimer(), 0);
@@ -578,7 +578,7 @@ TEST_F(Service, HasATimerThatExpiresNothing) {
     watchedSession = nullptr;
 }
 
-TEST_F(Service, EndsServletsThenSessions) {
+TEST_F(Service, DestroysServletsThenSessions) {
     get("/servlet?p=status");
     recorded_log::clear();
     EXPECT_EQ(controller().destroy(), 0);
@@ -588,7 +588,7 @@ TEST_F(Service, EndsServletsThenSessions) {
     EXPECT_EQ(controller().getSessionFactory()->sessionNum(), 0);
 }
 
-TEST_F(Service, HasNoListenersAfterItsEndAndCreatesServletsAnew) {
+TEST_F(Service, HasNoListenersAfterDestroyAndCreatesServletsAgain) {
     get("/servlet?p=status");
     EXPECT_EQ(controller().destroy(), 0);
     watchedSession = nullptr;
@@ -598,7 +598,7 @@ TEST_F(Service, HasNoListenersAfterItsEndAndCreatesServletsAnew) {
     EXPECT_EQ(events(), (Names{"page 2 created", "page 2 init", "page 2 service"}));
 }
 
-TEST_F(Service, IsTakenApartInTheOrderOfItsMembers) {
+TEST_F(Service, IsDestroyedInTheOrderOfItsMembers) {
     controller().destroy();
     const void* const members[] = {member(0), member(1), member(2), member(3)};
     recorded_log::clear();
@@ -614,14 +614,14 @@ TEST_F(Service, IsTakenApartInTheOrderOfItsMembers) {
         order.push_back(freed_storage::indexOf(freed, storage));
     EXPECT_TRUE(std::is_sorted(order.begin(), order.end())) << testing::PrintToString(order);
     EXPECT_LT(order.back(), freed.size());
-    // The library goes with the loader, whose own storage is freed after its destructor.
+    // The loader's destructor closes the library; its own storage is freed after that.
     const std::size_t unloading = freed_storage::indexOf(freed, nullptr);
     EXPECT_LT(order[2], unloading);
     EXPECT_LT(unloading, order[3]);
     EXPECT_EQ(events(), Names{"unloaded"});
 }
 
-TEST_F(Service, KeepsItsMembersWhereTheyWere) {
+TEST_F(Service, HasItsMembersInTheirPlaces) {
     const auto virtualTable = [](const void* object) { return *static_cast<void* const*>(object); };
     const SessionFactory sessions;
     const ServletContainer servlets;
@@ -638,7 +638,7 @@ TEST_F(Service, KeepsItsMembersWhereTheyWere) {
     EXPECT_EQ(status(), 2);
 }
 
-TEST(ServiceAtItsStart, ReadsTheConfigurationFirstAndCreatesTheListenersInInit) {
+TEST(ServiceStart, ReadsTheConfigurationFirstAndCreatesTheListenersInInit) {
     recorded_log::clear();
     ServletController controller(SERVLET_XML);
     const Records constructed = recorded_log::records();
@@ -648,7 +648,7 @@ TEST(ServiceAtItsStart, ReadsTheConfigurationFirstAndCreatesTheListenersInInit) 
     EXPECT_EQ(constructed.back(), webDebug("info", "PluginLoader::init End"));
     EXPECT_EQ(events(), Names{});
 
-    // Something for init() to set back.
+    // A status for init() to reset.
     controller.setStatus("q=reboot");
     recorded_log::clear();
     controller.init();

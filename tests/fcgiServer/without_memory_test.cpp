@@ -1,5 +1,4 @@
-// What a request, its session and its response are after an allocation has failed: each of them in
-// turn.
+// The state of the container's objects after an allocation has failed: each allocation in turn.
 #include "failing_allocations.h"
 #include "fcgi_server.h"
 #include "http_request.h"
@@ -38,7 +37,7 @@ const std::string kLongName = "a_name_too_long_to_be_kept_inside_a_string";
 const std::string kLongValue = "a value that is too long to be kept inside a string";
 const char* const kEnd = nullptr;
 
-// A request and its response, as the controller makes them.
+// A request and its response, as the controller creates them.
 struct Exchange {
     Exchange(const Request& asked, SessionFactory& sessions)
         : fastCgi(asked.from(kClient).inMemory()), response(fastCgi.get()),
@@ -69,7 +68,7 @@ protected:
     HttpRequest& request() { return m_exchange->asked(); }
     HttpResponse& response() { return m_exchange->answer(); }
 
-    // What the controller does at the end of a request that has failed in a servlet.
+    // Ends the request as the controller does after a servlet has failed.
     void finish() {
         m_exchange->response.flush();
         m_sessions.onRequestFinished(&m_exchange->request);
@@ -94,8 +93,8 @@ const Request kForm = post("/servlet?p=form&" + kLongName + "=query")
 
 } // namespace
 
-// A source of fields that cannot be decoded is as if it were empty.
-TEST_F(WithoutMemory, ARequestHasAllFieldsOfItsFormOrNoneAndSoOfItsQuery) {
+// If there is no memory to decode a source of fields, it counts as empty.
+TEST_F(WithoutMemory, RequestHasAllFieldsOrNoneOfItsFormAndOfItsQuery) {
     failEachAllocation([] {}, [this] { makeExchange(kForm); },
                        [this](bool refused) {
                            if (!refused) {
@@ -124,8 +123,8 @@ TEST_F(WithoutMemory, ARequestHasAllFieldsOfItsFormOrNoneAndSoOfItsQuery) {
                        });
 }
 
-// One that nobody has been told of is nobody's; it must not stay busy for ever.
-TEST_F(WithoutMemory, ASessionThatIsMadeEndsWhetherOrNotItsCookieIsSent) {
+// A session whose cookie could not be sent must not stay busy for ever.
+TEST_F(WithoutMemory, SessionExpiresWhetherOrNotItsCookieIsSent) {
     int made = 0;
     failEachAllocation([this] { makeExchange(get("/servlet?p=page")); },
                        [this] { request().getSession(true); },
@@ -139,10 +138,10 @@ TEST_F(WithoutMemory, ASessionThatIsMadeEndsWhetherOrNotItsCookieIsSent) {
                            EXPECT_EQ(m_sessions.sessionNum(), 0);
                            m_sessions.destory(); // the table may keep room for the next session
                        });
-    EXPECT_GT(made, 1) << "none was made whose cookie could not be";
+    EXPECT_GT(made, 1) << "no session was created whose cookie could not be sent";
 }
 
-TEST_F(WithoutMemory, ASessionKeepsItsAttributes) {
+TEST_F(WithoutMemory, SessionKeepsItsAttributes) {
     std::string address = kClient;
     HttpSession* session = m_sessions.createSession(address);
     int values[20] = {};
@@ -180,7 +179,7 @@ TEST_F(WithoutMemory, ASessionKeepsItsAttributes) {
                        });
 }
 
-TEST_F(WithoutMemory, AResponseHasWholeHeadersOnly) {
+TEST_F(WithoutMemory, ResponseHasOnlyCompleteHeaders) {
     const std::string other = "Other-" + kLongName;
     const std::string added = "Added-" + kLongName;
     const struct {
@@ -245,7 +244,7 @@ protected:
         std::ofstream(m_path) << "<TMPL_VAR name=\"" << kLongName << "\">";
         makeExchange(get("/servlet?p=page"));
         response().setTemplate(m_path.c_str(), variables());
-        finish(); // the template is kept from now on
+        finish(); // the template is cached from now on
         end();
     }
     ~TemplatesWithoutMemory() override { std::remove(m_path.c_str()); }
@@ -261,8 +260,8 @@ protected:
 
 } // namespace
 
-// The variables are the response's whatever else it has memory for.
-TEST_F(TemplatesWithoutMemory, ATemplateIsShownOrNot) {
+// The response owns the variables even if there is no memory for the template's name.
+TEST_F(TemplatesWithoutMemory, RenderTheirPageOrNothing) {
     TMPL_varlist* list = nullptr;
     failEachAllocation(
         [&] {
@@ -277,8 +276,8 @@ TEST_F(TemplatesWithoutMemory, ATemplateIsShownOrNot) {
         });
 }
 
-// A page may have freed the variables of what it wanted to show at first.
-TEST_F(TemplatesWithoutMemory, AnotherTemplateTakesThePlaceOfTheFirst) {
+// A page may have freed the variables of its first template.
+TEST_F(TemplatesWithoutMemory, ReplaceTheFirstTemplateOrKeepNone) {
     TMPL_varlist* list = nullptr;
     failEachAllocation(
         [&] {
@@ -296,7 +295,7 @@ TEST_F(TemplatesWithoutMemory, AnotherTemplateTakesThePlaceOfTheFirst) {
         });
 }
 
-TEST_F(TemplatesWithoutMemory, APageIsWrittenWholeOrNotAtAll) {
+TEST_F(TemplatesWithoutMemory, WriteTheWholePageOrNothing) {
     failEachAllocation(
         [&] {
             makeExchange(get("/servlet?p=page"));

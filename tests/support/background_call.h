@@ -1,4 +1,4 @@
-// A call on a thread of its own, for tests that ask whether it waits for a lock.
+// Makes a call on its own thread, for tests that check whether the call waits for a lock.
 #ifndef BACKGROUND_CALL_H
 #define BACKGROUND_CALL_H
 
@@ -11,7 +11,7 @@
 #include <unistd.h>
 #include <utility>
 
-// `call` must sleep nowhere but in the locks that the test is about.
+// `call` must sleep nowhere except in the locks under test.
 class BackgroundCall {
 public:
     explicit BackgroundCall(std::function<void()> call)
@@ -22,10 +22,10 @@ public:
           }) {}
     BackgroundCall(const BackgroundCall&) = delete;
     BackgroundCall& operator=(const BackgroundCall&) = delete;
-    // Waits for the end of the call: the locks it needs must be free.
+    // Waits for the end of the call: the locks that it needs must be free.
     ~BackgroundCall() { m_thread.join(); }
 
-    // Whether the call waits for a lock. Gives the answer as soon as it waits or has ended.
+    // Returns whether the call waits for a lock, as soon as it waits or has ended.
     bool waits() const {
         while (!m_ended) {
             const std::string switches = switchesWhileAsleep();
@@ -39,7 +39,7 @@ public:
     bool ended() const { return m_ended; }
 
 private:
-    // How often the thread has gone to sleep so far, empty when it is awake.
+    // Returns how often the thread has gone to sleep so far; empty if it is awake.
     std::string switchesWhileAsleep() const {
         std::ifstream status("/proc/self/task/" + std::to_string(m_threadId) + "/status");
         bool asleep = false;

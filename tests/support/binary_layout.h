@@ -1,5 +1,5 @@
-// What compiled plug-ins and hosts rely on beyond names: an operation's place in the virtual table
-// and a member's place in an object.
+// What compiled plug-ins and hosts rely on besides names: an operation's slot in the virtual table
+// and a member's offset in an object.
 #ifndef BINARY_LAYOUT_H
 #define BINARY_LAYOUT_H
 
@@ -8,8 +8,8 @@
 
 namespace binary_layout {
 
-// The operation in slot `number`, counted from 0, of the virtual table of `object` (Itanium C++
-// ABI, section 2.5.2). It takes the object as its first argument.
+// Returns the operation in slot `number`, counted from 0, of the virtual table of `object` (Itanium
+// C++ ABI, section 2.5.2). It takes the object as its first argument.
 template <class Function>
 Function* slot(const void* object, int number) {
     void** table = nullptr;
@@ -17,7 +17,7 @@ Function* slot(const void* object, int number) {
     return reinterpret_cast<Function*>(table[number]);
 }
 
-// Calls it.
+// Calls the operation in slot `number`.
 template <class Result, class... Arguments>
 Result callSlot(void* object, int number, Arguments... arguments) {
     return slot<Result(void*, Arguments...)>(object, number)(object, arguments...);

@@ -1,5 +1,5 @@
-// Takes the place of the global operator new in a test program: counts, and fails when it is told
-// to.
+// Replaces the global operator new in a test program: counts allocations, and lets one fail on
+// request.
 #ifndef COUNTED_MEMORY_H
 #define COUNTED_MEMORY_H
 
@@ -7,13 +7,15 @@
 
 namespace counted_memory {
 
-// Allocations that have not been given back, all that were ever made, and the size of the newest.
+// Return the number of allocations that have not been freed, the number of all allocations so far,
+// and the size of the newest.
 long live();
 long made();
 std::size_t newestSize();
 
-// The allocation after the next `count` ones fails, and then no more. At most one order is kept;
-// cancelFailure() forgets it and tells whether there was one left. Any thread's allocations count.
+// Lets the allocation after the next `count` ones fail, on any thread; a second call replaces the
+// first. cancelFailure() cancels a failure that has not happened yet and returns whether there was
+// one.
 void failAfter(long count);
 bool cancelFailure();
 

@@ -1,5 +1,5 @@
-// Takes the place of the system's calls that make, change and close files, in the test program and
-// in the libraries it uses: counts them, makes one of them fail, or ends the process at one.
+// Replaces the system calls that create, change and close files, in the test program and in the
+// libraries that it uses: counts them, lets one of them fail, or kills the process at one.
 #ifndef DISK_CALLS_H
 #define DISK_CALLS_H
 
@@ -11,17 +11,17 @@ namespace disk_calls {
 
 using Calls = std::vector<std::string>;
 
-// What `act` asks of the system, in its order: "openat", "write", "fsync", "rename" and so on.
+// Returns the system calls of `act`, in order: "openat", "write", "fsync", "rename" and so on.
 Calls of(const std::function<void()>& act);
 
-// The same while the call of this number, counted from 1, fails with `error`; calls that remove
-// a file do not fail, but count. A file whose closing fails is closed all the same.
+// Does the same while the call with this number, counted from 1, fails with `error`; calls that
+// remove a file are counted but do not fail. A file whose closing fails is closed nevertheless.
 Calls withFailure(int number, int error, const std::function<void()>& act);
-// The same while it and all that follow fail.
+// Does the same while that call and all later ones fail.
 Calls withFailuresFrom(int number, int error, const std::function<void()>& act);
 
-// Runs `act` in a process of its own, which is killed before it makes the call of this number.
-// False when it has made no such call.
+// Runs `act` in a child process, which is killed before it makes the call with this number. Returns
+// false if it makes no such call.
 bool killedAt(int number, const std::function<void()>& act);
 
 } // namespace disk_calls

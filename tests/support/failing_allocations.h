@@ -1,4 +1,4 @@
-// Lets the allocations of an action fail, one in each run. The test program has counted_memory.cpp.
+// Lets each allocation of an action fail in turn. The test program must contain counted_memory.cpp.
 #ifndef FAILING_ALLOCATIONS_H
 #define FAILING_ALLOCATIONS_H
 
@@ -9,9 +9,9 @@
 #include <new>
 #include <string>
 
-// One round for each allocation that `act` makes, and one in which none fails: `prepare`, `act`,
-// and `check(refused)`, which is told whether std::bad_alloc came out. After all rounds as much
-// memory is in use as before.
+// Runs one round for each allocation that `act` makes, and one in which none fails: `prepare`,
+// `act`, then `check(refused)`, where `refused` says whether `act` threw std::bad_alloc. Checks
+// that no round leaks memory.
 template <class Prepare, class Act, class Check>
 void failEachAllocation(Prepare prepare, Act act, Check check) {
     long live = 0;
@@ -31,7 +31,7 @@ void failEachAllocation(Prepare prepare, Act act, Check check) {
         check(refused);
         const long left = counted_memory::live() - live;
         EXPECT_TRUE(allocations == 0 || left == 0) << left << " pieces of memory are left";
-        live = counted_memory::live(); // with what was made once, and with what a failure kept
+        live = counted_memory::live(); // the first round may cache something
         ASSERT_LT(allocations, 10000);
         ASSERT_TRUE(failed || allocations > 0) << "no memory is needed";
     }

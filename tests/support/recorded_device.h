@@ -1,5 +1,5 @@
-// Takes the place of the device's decoding and template functions in a test program: keeps what
-// was called, with what and in which order, and answers as the test says.
+// Replaces the device's decoding and template functions in a test program: records the calls with
+// their arguments, in order, and returns what the test says.
 #ifndef RECORDED_DEVICE_H
 #define RECORDED_DEVICE_H
 
@@ -21,22 +21,22 @@ struct Answers {
     int blockSize = 0;               // the result of CGI_readblock
     char* encodedUrl = nullptr;
     std::string page;     // what TMPL_web_write writes
-    int renderResult = 0; // what TMPL_web_write gives back
+    int renderResult = 0; // what TMPL_web_write returns
 };
 
-// Forgets everything and answers with nothing. Lists made before must not be used any more.
+// Clears the calls and the answers. Lists created before must not be used any more.
 void reset();
 
-// The answers from now on, to be changed by the test.
+// Returns the answers from now on, for the test to change.
 Answers& answers();
 
-// Every call since reset(), such as "CGI_decode_query(list 1, 'a=1') = list 2". A call that adds
-// always gives back another list than it was given, and the given one is "stale list 1" from then
-// on: a caller that goes on with the old one shows. So does one that uses a list after freeing it.
-// A pointer that nobody has named is "a stranger".
+// Returns every call since reset(), such as "CGI_decode_query(list 1, 'a=1') = list 2". A call that
+// adds always returns another list, and the old one is "stale list 1" from then on: so tests notice
+// a caller that continues to use it, and one that uses a list after freeing it. A pointer without a
+// name is "a stranger".
 std::vector<std::string> calls();
 
-// Gives `thing`, a stream or a buffer, the name that it has in calls().
+// Sets and returns the name that `thing`, a stream or a buffer, has in calls().
 void name(const void* thing, const std::string& name);
 std::string nameOf(const void* thing);
 

@@ -1,5 +1,5 @@
-// How a test watches the test plug-in. Everything that happens in the plug-in is a record in the
-// recorded log, in order with all that the container logs.
+// Lets a test watch the test plug-in, which adds a record to the recorded log for every call, in
+// order with what the container logs.
 #ifndef PLUGIN_WATCH_H
 #define PLUGIN_WATCH_H
 
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// The test program exports it to the plug-in, which calls it after it has logged each event.
+// Exported by the test program; the plug-in calls it after it has logged an event.
 extern "C" void pluginReached(const char* event);
 
 namespace plugin_watch {
@@ -21,12 +21,12 @@ inline kit::testing::LogRecord event(std::string text) {
     return {"app_log", kModule, 6, std::move(text)};
 }
 
-// The plug-in's own records since the log was cleared.
+// Returns the plug-in's records since the log was cleared.
 std::vector<std::string> events();
-// All the others.
+// Returns all other records.
 std::vector<kit::testing::LogRecord> messages();
 
-// While it lives, runs `action` in the plug-in whenever something happens there, on its thread.
+// While this object exists, every event in the plug-in calls `action`, on the thread of the event.
 // `action` must not throw.
 class OnEvent {
 public:

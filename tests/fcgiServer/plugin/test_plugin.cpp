@@ -1,4 +1,4 @@
-// A plug-in library that tells the log what happens to its servlets and listeners.
+// A plug-in library that logs every call of its servlets and listeners.
 #include "HttpListener.h"
 #include "HttpRequest.h"
 #include "HttpResponse.h"
@@ -13,8 +13,8 @@
 #include <new>
 #include <typeinfo>
 
-// Nobody defines it: the library can only be opened with lazy binding.
-extern "C" void definedByNobody();
+// Undefined everywhere: the library can only be opened with lazy binding.
+extern "C" void undefinedFunction();
 
 namespace {
 
@@ -23,7 +23,7 @@ void note(const char* event) {
     pluginReached(event);
 }
 
-// Its objects are told apart by their number.
+// Numbers its objects.
 class Numbered {
 protected:
     Numbered(const char* name, int number) : m_name(name), m_number(number) { tell("created"); }
@@ -70,8 +70,8 @@ public:
     }
 };
 
-// Objects with a virtual table made by hand, as a plug-in of another compiler may have. In front
-// of the slots stand the offset to the whole object and the type.
+// Objects with a hand-made virtual table, as a plug-in from another compiler may have. The offset
+// to the whole object and the type precede the slots.
 struct VirtualTable {
     std::ptrdiff_t offsetToTop;
     const std::type_info* type;
@@ -171,8 +171,8 @@ HttpListener* createRawListener() {
     return reinterpret_cast<HttpListener*>(createRaw(kRawListener));
 }
 
-void callWhatNobodyDefines() {
-    definedByNobody();
+void callUndefinedFunction() {
+    undefinedFunction();
 }
 
 } // extern "C"

@@ -1,5 +1,4 @@
-// What a test needs to see inside a controller, by the places that the interface gives its
-// members.
+// Access to the private members of a controller, through its memory layout.
 #ifndef CONTROLLER_MEMBERS_H
 #define CONTROLLER_MEMBERS_H
 
@@ -8,13 +7,13 @@
 #include <list>
 #include <vector>
 
-// The pointers behind the virtual table: session factory, servlet container, listener container,
-// plug-in loader.
+// Returns a member after the virtual table pointer: 0 is the session factory, 1 the servlet
+// container, 2 the listener container, 3 the plug-in loader.
 inline void* controllerMember(const ServletController& controller, int index) {
     return reinterpret_cast<void* const*>(&controller)[1 + index];
 }
 
-// Nobody ever frees a listener. Tests do, to see other leaks.
+// Frees the listeners, which the container never does, so that tests can detect other leaks.
 class ListenersOf {
 public:
     explicit ListenersOf(const ServletController& controller) {

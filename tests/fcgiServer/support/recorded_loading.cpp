@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-// The names are the linker's.
+// The linker puts these in the place of the dynamic loader's functions.
 extern "C" {
 void* __real_dlopen(const char* path, int flags);
 void* __real_dlsym(void* handle, const char* name);

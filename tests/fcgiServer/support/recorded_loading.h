@@ -1,5 +1,5 @@
-// Puts the program's calls of the dynamic loader into the recorded log, in order with all else.
-// The test program is linked with --wrap for the four functions.
+// Adds the program's calls of the dynamic loader to the recorded log, in order with all other
+// records. The test program is linked with --wrap for the four functions.
 #ifndef RECORDED_LOADING_H
 #define RECORDED_LOADING_H
 
@@ -12,11 +12,11 @@ namespace recorded_loading {
 
 constexpr int kModule = 2;
 
-// The calls since the log was cleared: "dlopen(path, flags)", "dlsym(handle, name)", "dlerror()",
-// "dlclose(handle)".
+// Returns the calls since the log was cleared: "dlopen(path, flags)", "dlsym(handle, name)",
+// "dlerror()", "dlclose(handle)".
 std::vector<std::string> calls();
 
-// A handle as the calls show it.
+// Returns a handle as it appears in calls().
 std::string shown(const void* handle);
 
 } // namespace recorded_loading

@@ -10,7 +10,7 @@ class Rendezvous {
 public:
     explicit Rendezvous(int expected) : m_missing(expected) {}
 
-    // True when all have arrived, false when that takes longer than anyone should wait.
+    // Waits for all others. Returns false if one has not arrived within five seconds.
     bool arrive() {
         std::unique_lock<std::mutex> lock(m_lock);
         --m_missing;

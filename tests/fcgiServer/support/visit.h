@@ -1,4 +1,4 @@
-// A request with everything that a servlet or listener gets to see, without a controller.
+// A request with everything that a servlet or listener uses, without a controller.
 #ifndef VISIT_H
 #define VISIT_H
 
