@@ -37,6 +37,8 @@ install(FILES
     packaging/front-servers/lighttpd-phone.conf
     packaging/front-servers/lighttpd-spawn.conf
     DESTINATION ${tools_dir}/config COMPONENT dev)
+install(FILES tools/servlet_serve/lighttpd.bash DESTINATION ${tools_dir} COMPONENT dev)
+install(PROGRAMS tools/servlet_serve/keep_daemon DESTINATION ${tools_dir} COMPONENT dev)
 install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir} COMPONENT dev
     FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY fcgiServer/ DESTINATION ${header_dir} COMPONENT dev

@@ -325,7 +325,7 @@ def test_a_tool_without_its_files_reports_it(tmp_path):
 def test_help_shows_the_usage_and_the_exit_statuses_of_the_man_page(tool, env):
     status, printed = outcome(tool, "--help", env=env)
     assert status == 0 and printed.startswith(f"Usage: {tool} ")
-    page = (SOURCE / f"man/{tool}.1").read_text()
+    page = (SOURCE / f"packaging/man/{tool}.1").read_text()
     assert re.findall(r"^ {3,4}(\d+)  ", printed, re.M) == re.findall(r"^\.It (\d+)$", page, re.M)
 
 

@@ -1,0 +1,47 @@
+"""scripts/serve leaves no process behind, however it is ended."""
+
+import os
+import pathlib
+import socket
+import sys
+
+import pytest
+
+from conftest import SOURCE
+from service import Front, accepts_connections, free_port, wait_until
+from test_serve import BUILD, BUILDING
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+from terminal import ENDINGS, Terminal
+
+PROJECTS = {"phone": [], "plug-in": ["--plugin", SOURCE / "examples/hello"]}
+
+
+@pytest.fixture(params=PROJECTS)
+def served(request, folder):
+    port = free_port()
+    terminal = Terminal(
+        [SOURCE / "scripts/serve", "--port", port, "--build", BUILD, *PROJECTS[request.param]],
+        env=dict(os.environ, TMPDIR=str(folder)))
+
+    def answers():
+        assert terminal.process.poll() is None, terminal.log()
+        return (accepts_connections(socket.AF_INET, ("127.0.0.1", port)) and
+                b"HTTP/1." in Front("lighttpd", port).curl("/servlet?p=hello").raw)
+    try:
+        wait_until(answers, "serving", BUILDING)
+        assert any("fcgi_host" in command for command in terminal.processes().values())
+        yield terminal
+    finally:
+        terminal.end()
+
+
+@pytest.mark.parametrize("ending", ENDINGS)
+def test_no_process_is_left(served, folder, ending):
+    end, status = ENDINGS[ending]
+    end(served)
+    assert served.process.wait(30) == status, served.log()
+    assert not served.processes_after(10), served.log()
+    if status == 0:
+        assert not list(folder.glob("serve.*/")), "temporary files"
+        assert not (BUILD / "fcgi_host.pid").exists()
