@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <cassert>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -15,7 +16,7 @@ namespace {
 constexpr auto kDrainLimit = std::chrono::seconds(1);
 constexpr auto kDrainStep = std::chrono::milliseconds(2);
 
-// A socket bound to all addresses is reached by the loopback one.
+// A socket that is bound to all addresses is reachable at the loopback address.
 void makeReachable(SocketAddress& address) {
     if (address.family() == AF_INET) {
         auto* where = reinterpret_cast<sockaddr_in*>(&address.storage);
@@ -30,54 +31,59 @@ void makeReachable(SocketAddress& address) {
 
 } // namespace
 
-std::optional<AcceptGate> AcceptGate::open(std::optional<OwnSocket> own, std::string& error) {
-    const int source = own ? own->get() : kListenFd;
-    Descriptor listener(fcntl(source, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    if (!listener || (own && dup2(source, kListenFd) < 0)) {
+std::optional<AcceptGate> AcceptGate::open(std::optional<BoundSocket> bound, std::string& error) {
+    const int source = bound ? bound->get() : kListenFd;
+    base::Descriptor listener(fcntl(source, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    if (!listener || (bound && dup2(source, kListenFd) < 0)) {
         error = std::string("cannot duplicate the listening socket: ") + std::strerror(errno);
         return std::nullopt;
     }
-    return AcceptGate(std::move(listener), std::move(own));
+    return AcceptGate(std::move(listener), std::move(bound));
 }
 
-bool AcceptGate::somebodyInLine() const {
-    pollfd line{m_listener.get(), POLLIN, 0};
-    return poll(&line, 1, 0) > 0 && (line.revents & POLLIN) != 0;
+bool AcceptGate::hasPendingConnection() const {
+    pollfd backlog{m_listener.get(), POLLIN, 0};
+    return poll(&backlog, 1, 0) > 0 && (backlog.revents & POLLIN) != 0;
 }
 
 void AcceptGate::close() {
-    if (m_own) {
-        m_own->removeFile();
+    assert(!m_isClosed); // call once
+    m_isClosed = true;
+    if (m_bound) {
+        m_bound->removeFile();
         const auto deadline = std::chrono::steady_clock::now() + kDrainLimit;
-        while (somebodyInLine() && std::chrono::steady_clock::now() < deadline)
+        while (hasPendingConnection() && std::chrono::steady_clock::now() < deadline)
             std::this_thread::sleep_for(kDrainStep);
     }
-    // Whatever stands at the descriptor instead: accept(2) refuses what is no socket.
-    const Descriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
+    // Not just closed: the next file to be opened would get the number. accept(2) refuses what is
+    // not a socket.
+    const base::Descriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
     if (!nothing || dup2(nothing.get(), kListenFd) < 0)
         ::close(kListenFd);
 }
 
-bool AcceptGate::connectOnce() const {
+bool AcceptGate::connectToSelf() const {
     SocketAddress address;
     address.length = sizeof address.storage;
     if (getsockname(m_listener.get(), address.get(), &address.length) != 0)
         return false;
     makeReachable(address);
-    const Descriptor client(
+    const base::Descriptor client(
         socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    // Closed at once: who accepts it finds the end of the connection and goes on.
+    // Closed on return: the thread that accepts it reads end-of-file and goes on.
     return client && (connect(client.get(), address.get(), address.length) == 0 ||
                       errno == EINPROGRESS || errno == EAGAIN);
 }
 
 void AcceptGate::wake(const RequestLoops& loops) {
-    if (m_own) {
-        // Nobody else accepts from it, so this harms nobody: accept(2) fails.
+    assert(m_isClosed); // call after close()
+    if (m_bound) {
+        // No other process accepts from it, so it may be shut down: accept(2) fails.
         shutdown(m_listener.get(), SHUT_RD);
         return;
     }
-    // While a client is in line no thread waits; one more would only be in the way of others.
-    if (!somebodyInLine() && !connectOnce())
-        loops.interrupt(); // the socket file is gone: nobody can connect any more
+    // While a connection is pending no thread waits in accept(2), and one more would only delay the
+    // clients of other processes.
+    if (!hasPendingConnection() && !connectToSelf())
+        loops.interrupt(); // the socket file was removed, so there is nothing to connect to
 }

@@ -1,43 +1,46 @@
-// Ends the accepting of requests without losing one.
+// Stops accepting requests without losing one.
 //
 // The listening socket may be shared with a supervisor and with other processes, which go on
 // accepting from it, so it cannot simply be shut down; and a thread that waits in accept(2)
-// notices neither a flag nor a descriptor that is closed under it. Hence two steps: close() takes
-// the socket away from file descriptor 0, wake() makes the waiting thread look again.
+// notices neither a flag nor that its descriptor was closed. Hence two steps: close() removes the
+// socket from file descriptor 0, wake() makes the waiting thread call accept(2) again.
 #ifndef ACCEPT_GATE_H
 #define ACCEPT_GATE_H
 
-#include "descriptor.h"
+#include "base/descriptor.h"
 #include "listen_socket.h"
 #include "request_loops.h"
 
 #include <optional>
 #include <string>
+#include <utility>
 
 class AcceptGate {
 public:
-    // Puts `own` at file descriptor 0, or guards the socket that stands there already when it is
-    // null. Nothing on failure; `error` then says why.
-    static std::optional<AcceptGate> open(std::optional<OwnSocket> own, std::string& error);
+    // Puts `bound` at file descriptor 0; without a value, takes the shared socket that is there
+    // already. Returns nothing on failure; `error` then says why.
+    static std::optional<AcceptGate> open(std::optional<BoundSocket> bound, std::string& error);
 
-    // From here on nobody accepts a connection any more, but for one thread that may be waiting
-    // for one right now. Clients of a socket of our own that have got in line are accepted first,
-    // for up to a second; those of a shared socket are left to the next process.
+    // Makes accept(2) fail from now on, except on a thread that is waiting in it right now.
+    // Connections pending on a socket that this process opened are accepted first, for up to a
+    // second; those of a shared socket are left to the next process. Call once.
     void close();
 
-    // After close(): wakes the thread that waits for a connection, if one does. One call need not
-    // be enough; repeat it until the loops have ended. Threads that serve are not disturbed.
+    // Wakes the thread that waits for a connection, if there is one; threads that serve are not
+    // disturbed. Call after close(), and again until the loops have ended: one call may not be
+    // enough.
     void wake(const RequestLoops& loops);
 
 private:
-    AcceptGate(Descriptor listener, std::optional<OwnSocket> own)
-        : m_listener(std::move(listener)), m_own(std::move(own)) {}
+    AcceptGate(base::Descriptor listener, std::optional<BoundSocket> bound)
+        : m_listener(std::move(listener)), m_bound(std::move(bound)) {}
 
-    bool somebodyInLine() const;
-    bool connectOnce() const;
+    bool hasPendingConnection() const;
+    bool connectToSelf() const;
 
-    Descriptor m_listener; // outlives the one at file descriptor 0
-    std::optional<OwnSocket> m_own;
+    base::Descriptor m_listener; // stays open when file descriptor 0 is closed
+    std::optional<BoundSocket> m_bound;
+    bool m_isClosed = false;
 };
 
 #endif

@@ -31,7 +31,7 @@ std::optional<Account> findAccount(const std::string& text, std::string& error) 
 }
 
 bool become(const Account& account, std::string& error) {
-    // The groups first: afterwards nobody may set them any more.
+    // The groups first: only root may set them.
     if (initgroups(account.name.c_str(), account.gid) == 0 &&
         setresgid(account.gid, account.gid, account.gid) == 0 &&
         setresuid(account.uid, account.uid, account.uid) == 0)

@@ -1,4 +1,4 @@
-// Who the daemon runs as.
+// The account that the daemon runs as.
 #ifndef ACCOUNT_H
 #define ACCOUNT_H
 
@@ -13,13 +13,13 @@ struct Account {
     gid_t gid = 0;
 };
 
-// The account of "NAME", with the user's own group, or of "NAME:GROUP". Nothing when there is no
-// such user or group; `error` then says which.
+// Returns the account of "NAME", with the user's primary group, or of "NAME:GROUP". Returns nothing
+// if there is no such user or group; `error` then says which.
 std::optional<Account> findAccount(const std::string& text, std::string& error);
 
-// Makes this process run as `account`, with the groups that its user is a member of, and no way
-// back. For root, before a thread is started. False when the system refuses; `error` then says
-// what, and the process must end, since it may be half-way.
+// Drops root's rights for good: makes this process run as `account`, with the groups that its user
+// is a member of. Call as root, before the first thread is started. Returns false if the system
+// refuses; `error` then says why, and the process must end, since only some ids may have changed.
 bool become(const Account& account, std::string& error);
 
 #endif

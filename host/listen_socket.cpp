@@ -57,24 +57,24 @@ bool setHost(const std::string& host, in_port_t port, SocketAddress& address) {
     return inet_pton(AF_INET, host.c_str(), &where->sin_addr) == 1;
 }
 
-bool somebodyListens(const SocketAddress& address) {
-    const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+bool isInUse(const SocketAddress& address) {
+    const base::Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!probe)
         return true;
     return connect(probe.get(), address.get(), address.length) == 0 || errno != ECONNREFUSED;
 }
 
-// Makes room for a socket file.
+// Removes the socket file that a killed process has left.
 bool removeStaleFile(const SocketAddress& address, std::string& error) {
     const std::string& path = address.text;
     struct stat file {};
     if (lstat(path.c_str(), &file) != 0)
-        return true; // bind(2) says what is wrong, if anything is
+        return true; // bind(2) reports what is wrong, if anything is
     if (!S_ISSOCK(file.st_mode)) {
         error = path + " exists and is not a socket; remove it or listen elsewhere";
         return false;
     }
-    if (somebodyListens(address)) {
+    if (isInUse(address)) {
         error = path + " is in use by another process";
         return false;
     }
@@ -84,8 +84,8 @@ bool removeStaleFile(const SocketAddress& address, std::string& error) {
     return false;
 }
 
-// The file appears with its mode, whatever the umask is, so that nobody slips in before a change of
-// it.
+// Sets the mode by the umask and not with chmod(2) afterwards, before which any client could
+// connect.
 int bindUnix(int fd, const SocketAddress& address, const SocketAccess& access) {
     const mode_t before = umask(~access.mode & 0777);
     const int result = bind(fd, address.get(), address.length);
@@ -98,7 +98,7 @@ int bindUnix(int fd, const SocketAddress& address, const SocketAccess& access) {
 }
 
 int bindInet(int fd, const SocketAddress& address) {
-    // Else a restart had to wait for the last connections to be forgotten.
+    // Otherwise a restarted daemon could not bind while old connections are in TIME_WAIT.
     const int on = 1;
     if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0)
         return -1;
@@ -126,9 +126,9 @@ bool isListening(int fd) {
     return getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) == 0 && listening != 0;
 }
 
-std::optional<OwnSocket> OwnSocket::open(const SocketAddress& address, const SocketAccess& access,
-                                         std::string& error) {
-    Descriptor listener(socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC, 0));
+std::optional<BoundSocket> BoundSocket::open(const SocketAddress& address,
+                                             const SocketAccess& access, std::string& error) {
+    base::Descriptor listener(socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!listener) {
         error = systemError("cannot open a socket");
         return std::nullopt;
@@ -136,19 +136,19 @@ std::optional<OwnSocket> OwnSocket::open(const SocketAddress& address, const Soc
     const bool isUnix = address.family() == AF_UNIX;
     if (isUnix && !removeStaleFile(address, error))
         return std::nullopt;
-    const int bound =
+    const int result =
         isUnix ? bindUnix(listener.get(), address, access) : bindInet(listener.get(), address);
-    if (bound != 0 || listen(listener.get(), SOMAXCONN) != 0) {
+    if (result != 0 || listen(listener.get(), SOMAXCONN) != 0) {
         error = systemError("cannot listen on " + address.text);
         return std::nullopt;
     }
-    OwnSocket own(std::move(listener));
-    if (isUnix && lstat(address.text.c_str(), &own.m_file) == 0)
-        own.m_path = address.text;
-    return own;
+    BoundSocket bound(std::move(listener));
+    if (isUnix && lstat(address.text.c_str(), &bound.m_file) == 0)
+        bound.m_path = address.text;
+    return bound;
 }
 
-void OwnSocket::removeFile() const {
+void BoundSocket::removeFile() const {
     struct stat now {};
     if (m_path.empty() || lstat(m_path.c_str(), &now) != 0)
         return;
@@ -162,6 +162,6 @@ bool takeInheritedSocket() {
     const char* pid = std::getenv("LISTEN_PID");
     if (!pid || std::to_string(getpid()) != pid || !isListening(kFirstSystemdFd))
         return false;
-    const Descriptor passed(kFirstSystemdFd);
+    const base::Descriptor passed(kFirstSystemdFd);
     return dup2(passed.get(), kListenFd) == kListenFd;
 }

@@ -1,15 +1,16 @@
-// The listening socket. The FastCGI kit expects it at file descriptor 0.
+// The listening socket. libfcgi expects it at file descriptor 0.
 #ifndef LISTEN_SOCKET_H
 #define LISTEN_SOCKET_H
 
 #include "account.h"
-#include "descriptor.h"
+#include "base/descriptor.h"
 
 #include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <optional>
 #include <string>
+#include <utility>
 
 constexpr int kListenFd = 0;
 
@@ -23,46 +24,46 @@ struct SocketAddress {
     int family() const { return storage.ss_family; }
 };
 
-// "ADDRESS:PORT" with a numeric address, an IPv6 one in brackets; anything with a slash, and
-// anything without a colon, is the path of a Unix socket. Nothing when it is none of these;
+// Parses "ADDRESS:PORT", where ADDRESS is numeric and an IPv6 address stands in brackets. A text
+// with a slash or without a colon is the path of a Unix socket. Returns nothing if it is neither;
 // `error` then says so.
 std::optional<SocketAddress> parseSocketAddress(const std::string& text, std::string& error);
 
-// Whether `fd` is a listening stream socket.
+// Returns whether `fd` is a listening stream socket.
 bool isListening(int fd);
 
-// Who may connect to a Unix socket.
+// Permissions of a Unix socket's file.
 struct SocketAccess {
     mode_t mode = 0660;
-    // Whom the file belongs to; nothing for who opens it.
-    std::optional<Account> owner;
+    std::optional<Account> owner; // by default this process's user and group
 };
 
-// A socket that this process opened and nobody else accepts from.
-class OwnSocket {
+// A listening socket that this process opened; no other process accepts from it.
+class BoundSocket {
 public:
-    // Opens it, listening. A socket file that nobody listens on any more is replaced; any other
-    // file is not touched. `access` is for a Unix socket. Nothing on failure; `error` then says
-    // why.
-    static std::optional<OwnSocket> open(const SocketAddress& address, const SocketAccess& access,
-                                         std::string& error);
+    // Opens a socket and listens. Replaces a socket file on which no process listens any more;
+    // fails if there is any other file. `access` applies to Unix sockets only. Returns nothing on
+    // failure; `error` then says why.
+    static std::optional<BoundSocket> open(const SocketAddress& address, const SocketAccess& access,
+                                           std::string& error);
 
+    // Returns the descriptor, which stays owned.
     int get() const { return m_socket.get(); }
-    // Removes the socket file, if there is one and it is still this socket's, so that no further
-    // client finds it.
+    // Removes the socket file, so that no further client connects. Does nothing if there is none,
+    // or if another process has replaced it.
     void removeFile() const;
 
 private:
-    explicit OwnSocket(Descriptor socket) : m_socket(std::move(socket)) {}
+    explicit BoundSocket(base::Descriptor socket) : m_socket(std::move(socket)) {}
 
-    Descriptor m_socket;
+    base::Descriptor m_socket;
     std::string m_path;
     struct stat m_file {};
 };
 
-// Makes sure that the listening socket which this process was handed stands at file descriptor 0:
-// the web server put it there, systemd (see sd_listen_fds(3)) one or more from 3 on, of which the
-// first counts. False when there is none.
+// Makes sure that the listening socket which this process inherited is at file descriptor 0. A web
+// server puts it there; systemd passes one or more from descriptor 3 on (see sd_listen_fds(3)), of
+// which the first is used. Returns false if none was passed.
 bool takeInheritedSocket();
 
 #endif

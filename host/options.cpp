@@ -9,38 +9,38 @@ const char kHelpText[] =
     "Usage: fcgi_host [OPTION]...\n"
     "Serves the web pages of the device to a web server that speaks FastCGI.\n"
     "\n"
-    "The listening socket is the one that the web server hands over as file descriptor 0, the\n"
-    "first one of a systemd socket unit, or the one that --listen opens.\n"
+    "The listening socket is the one that the web server passes as file descriptor 0, the first\n"
+    "one of a systemd socket unit, or the one that --listen opens.\n"
     "\n"
     "  -l, --listen=PATH          listen on a Unix socket\n"
     "  -l, --listen=ADDRESS:PORT  listen on 127.0.0.1:9000, [::1]:9000 or the like\n"
-    "  -m, --socket-mode=MODE     mode of that socket's file, in octal (0660)\n"
+    "  -m, --socket-mode=MODE     mode of the socket file that --listen creates, in octal (0660)\n"
     "  -u, --user=NAME[:GROUP]    run as this user, with the user's groups, once the socket is\n"
     "                             open; a Unix socket of --listen then belongs to them\n"
     "  -n, --threads=N            serve up to N requests at once, 1 to 64 (2)\n"
     "  -t, --timer=SECONDS        expire idle sessions this often, 1 to 3600 (10)\n"
-    "  -d, --drain=SECONDS        after a signal to stop, wait this long for the requests under\n"
-    "                             way, 0 to 3600 (5)\n"
+    "  -d, --drain=SECONDS        after a stop signal, wait this long for requests in flight,\n"
+    "                             0 to 3600 (5)\n"
     "  -h, --help                 show this text and exit\n"
     "  -V, --version              show the version and exit\n"
     "\n"
-    "SIGTERM, SIGINT or SIGHUP stops it: it accepts no further request, finishes those under way\n"
-    "and exits. A second one ends it at once. SIGUSR2 makes it log a line of its status;\n"
-    "SIGRTMIN+1 raises the log's threshold by a level, SIGRTMIN+2 lowers it.\n"
+    "SIGTERM, SIGINT or SIGHUP stops it: it accepts no further request, finishes those in flight\n"
+    "and exits. A second one ends it at once. SIGUSR2 makes it log a status line; SIGRTMIN+1\n"
+    "raises the log's threshold by one level, SIGRTMIN+2 lowers it.\n"
     "\n"
     "Exit status:\n"
     "    0  stopped by a signal\n"
-    "   64  wrong usage, or no listening socket was handed over\n"
+    "   64  wrong usage, or no listening socket was passed\n"
     "   67  there is no such user or group\n"
-    "   69  the address to listen on is in use or not to be had\n"
-    "   71  the system refused something else\n"
-    "   75  stopped by a signal, with requests under way that took too long\n"
+    "   69  the listen address is in use or unavailable\n"
+    "   71  another system call failed\n"
+    "   75  stopped by a signal before all requests in flight were finished\n"
     "  129, 130, 143  ended at once by a second SIGHUP, SIGINT, SIGTERM\n"
     "  255  the plug-in library could not be opened\n";
 
 namespace {
 
-// One kit request with its buffers takes some 20 KiB and each thread a stack.
+// Each thread needs a stack, and about 20 KiB for libfcgi's request and its buffers.
 constexpr int kMostThreads = 64;
 constexpr int kMostSeconds = 3600;
 
@@ -71,7 +71,7 @@ bool readNumber(const char* name, const char* text, Range range, int& number, st
     return false;
 }
 
-// Of read and write for user, group and others.
+// Accepts only read and write permissions.
 bool readMode(const char* text, mode_t& mode, std::string& error) {
     constexpr int kOctal = 8;
     const char* end = text + std::strlen(text);
@@ -125,9 +125,9 @@ bool takeOption(int letter, const char* value, const char* word, Options& option
 std::optional<Options> parseOptions(int argc, char* const argv[], std::string& error) {
     Options options;
     opterr = 0;
-    optind = 0; // makes getopt start afresh
+    optind = 0; // makes getopt_long(3) start again
     while (options.action == Options::Action::Serve) {
-        // The word an error is about; getopt moves on only behind its last letter.
+        // The word that an error refers to; optind moves on only after its last letter.
         const int current = optind == 0 ? 1 : optind;
         const int letter = getopt_long(argc, argv, "+:l:m:u:n:t:d:hV", kLongOptions, nullptr);
         if (letter == -1)

@@ -11,25 +11,19 @@ struct Options {
     enum class Action { Serve, Help, Version };
 
     Action action = Action::Serve;
-    // Request loops: as many requests are served at once.
-    int threads = 2;
-    // Between two runs of the timer.
-    int timerSeconds = 10;
-    // After a stop signal, for the requests under way.
-    int drainSeconds = 5;
-    // Where to listen; empty for the socket that is handed over as file descriptor 0.
-    std::string listen;
-    // Of the file of a Unix socket that is opened here.
-    mode_t socketMode = 0660;
-    // Who to run as, NAME or NAME:GROUP; empty to stay who started it.
-    std::string user;
+    int threads = 2;          // requests that are served at once
+    int timerSeconds = 10;    // between two sweeps of expired sessions
+    int drainSeconds = 5;     // that requests in flight get after a stop signal
+    std::string listen;       // PATH or ADDRESS:PORT; empty for the inherited socket
+    mode_t socketMode = 0660; // of the socket file that --listen creates
+    std::string user;         // NAME or NAME:GROUP; empty to keep the current user
 };
 
-// Nothing for a command line that makes no sense; `error` then says in one line what is wrong
-// with it. One thread at a time.
+// Parses the command line. Returns nothing if it is wrong; `error` then says why, in one line. Not
+// thread-safe, since getopt_long(3) is not.
 std::optional<Options> parseOptions(int argc, char* const argv[], std::string& error);
 
-// Several lines, the last with its newline.
+// The text of --help: several lines, each with its line feed.
 extern const char kHelpText[];
 
 #endif

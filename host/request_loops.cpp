@@ -1,17 +1,19 @@
 #include "request_loops.h"
 
+#include <cassert>
 #include <csignal>
 #include <system_error>
 
 namespace {
 
-// Whoever else sends it before it is needed does no harm: unless it is handled, it is ignored.
+// Ignored by default, so it does no harm if it arrives before interrupt() installs the handler.
 constexpr int kInterruptSignal = SIGURG;
 constexpr auto kPauseAfterFailure = std::chrono::seconds(1);
 
 } // namespace
 
 RequestLoops::RequestLoops(std::function<void()> serve, int count) : m_serve(std::move(serve)) {
+    assert(count >= 1); // "at least one"
     m_threads.reserve(static_cast<std::size_t>(count));
     start(count);
 }
@@ -44,6 +46,10 @@ void RequestLoops::startOne() {
 }
 
 RequestLoops::~RequestLoops() {
+    {
+        const std::lock_guard lock(m_mutex);
+        assert(m_stopping); // stop() must have been called
+    }
     for (const pthread_t thread : m_threads)
         pthread_join(thread, nullptr);
 }
@@ -74,7 +80,7 @@ bool RequestLoops::waitForEnd(std::chrono::milliseconds limit) {
 void RequestLoops::interrupt() const {
     struct sigaction action {};
     action.sa_handler = [](int) {};
-    action.sa_flags = SA_RESTART; // the FastCGI kit takes an interrupted read for a failure
+    action.sa_flags = SA_RESTART; // libfcgi treats an interrupted read as an error
     sigaction(kInterruptSignal, &action, nullptr);
     for (const pthread_t thread : m_threads)
         pthread_kill(thread, kInterruptSignal);

@@ -13,31 +13,32 @@
 
 class RequestLoops {
 public:
-    // The stack of each loop, which is address space until it is used. Unless told, the system sets
-    // 8 MiB aside for each, which is much on a 32-bit device that counts what it promises.
-    // docs/footprint.md shows what requests have used at most; the rest is for the buffers of
-    // pages.
+    // The stack size of each thread. The system's default, 8 MiB, is too much for a 32-bit device
+    // that does not overcommit memory. docs/footprint.md shows how much requests use; the rest is
+    // for the buffers of pages.
     static constexpr std::size_t kStackBytes = 256 * 1024;
 
-    // `serve` accepts and serves requests until accepting fails; it runs on every thread. A
-    // failure that comes while the loops should go on (the process has no descriptor left, say)
-    // is survived: after a second the thread calls it again.
-    // Where the system grants fewer threads than `count`, these have to do; std::system_error when
-    // it grants none.
+    // Calls `serve` on `count` threads, at least one. It accepts and serves requests, and returns
+    // when accepting fails. Unless stop() was called, the thread calls it again after a second: the
+    // process may have run out of descriptors, for example.
+    // If fewer than `count` threads can be created, continues with those; throws std::system_error
+    // if none can.
     RequestLoops(std::function<void()> serve, int count);
-    // The loops must have ended.
+    // stop() must have been called. Waits for the threads, so waitForEnd() should have returned
+    // true.
     ~RequestLoops();
 
     RequestLoops(const RequestLoops&) = delete;
     RequestLoops& operator=(const RequestLoops&) = delete;
 
-    // Lets every loop end as soon as its `serve`, which is called once in any case, returns.
+    // Ends each loop when its `serve` returns. A loop that has not called it yet calls it once.
     void stop();
+    // Returns the number of threads that were created.
     int count() const { return static_cast<int>(m_threads.size()); }
-    // Whether all loops have ended; waits up to `limit` for it.
+    // Waits up to `limit`. Returns whether all loops have ended.
     bool waitForEnd(std::chrono::milliseconds limit);
-    // Makes a system call that a loop waits in start again, so that it looks up its descriptor
-    // afresh. Reading and writing go on unharmed. Meant for accept(2), when nothing else helps.
+    // Restarts the system call that each thread waits in, so that accept(2) looks up its descriptor
+    // again. Reads and writes are not disturbed.
     void interrupt() const;
 
 private:
@@ -48,7 +49,7 @@ private:
     std::function<void()> m_serve;
     std::vector<pthread_t> m_threads;
 
-    std::mutex m_mutex; // guards what follows
+    std::mutex m_mutex; // guards the members below
     std::condition_variable m_changed;
     bool m_stopping = false;
     int m_running = 0;

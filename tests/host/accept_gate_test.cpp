@@ -14,13 +14,13 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Request loops as the container runs them: one at a time accepts, all serve at once. A request
-// is one line, and so is its answer.
+// Request loops as the container runs them: one at a time accepts, all serve at once. A request is
+// one line, and so is its response.
 class Service {
 public:
     Service(AcceptGate& gate, int threads) : m_gate(gate), m_loops([this] { run(); }, threads) {}
 
-    // True when all loops have ended within the time.
+    // Returns whether all loops have ended within `limit`.
     bool stop(std::chrono::milliseconds limit = 10s) {
         m_loops.stop();
         m_gate.close();
@@ -40,7 +40,7 @@ public:
 private:
     void run() {
         for (;;) {
-            const Descriptor connection = acceptNext();
+            const base::Descriptor connection = acceptNext();
             if (!connection)
                 return;
             char line[16];
@@ -50,13 +50,13 @@ private:
         }
     }
 
-    Descriptor acceptNext() {
+    base::Descriptor acceptNext() {
         const std::lock_guard lock(m_acceptLock);
         int fd = -1;
         do
             fd = accept(kListenFd, nullptr, nullptr);
         while (fd < 0 && errno == EINTR);
-        return Descriptor(fd);
+        return base::Descriptor(fd);
     }
 
     AcceptGate& m_gate;
@@ -80,7 +80,7 @@ public:
     }
 
 private:
-    Descriptor m_socket;
+    base::Descriptor m_socket;
 };
 
 class AcceptGates : public testing::Test {
@@ -98,37 +98,37 @@ protected:
     std::string path() const { return m_folder.file("socket"); }
     SocketAddress address() const { return parse(path()); }
 
-    // A listening socket, opened by this program.
-    OwnSocket openSocket() {
+    // Opens a listening socket, as --listen does.
+    BoundSocket openSocket() {
         std::string error;
-        auto own = OwnSocket::open(address(), {}, error);
-        EXPECT_TRUE(own) << error;
-        return std::move(own).value();
+        auto bound = BoundSocket::open(address(), {}, error);
+        EXPECT_TRUE(bound) << error;
+        return std::move(bound).value();
     }
-    static AcceptGate gate(std::optional<OwnSocket> own) {
+    static AcceptGate gate(std::optional<BoundSocket> bound) {
         std::string error;
-        auto gate = AcceptGate::open(std::move(own), error);
+        auto gate = AcceptGate::open(std::move(bound), error);
         EXPECT_TRUE(gate) << error;
         return std::move(gate).value();
     }
-    // The gate of a socket that a supervisor holds too.
-    static AcceptGate sharedGate(const OwnSocket& supervisor) {
+    // Returns the gate of a socket that a supervisor has open too.
+    static AcceptGate sharedGate(const BoundSocket& supervisor) {
         dup2(supervisor.get(), kListenFd);
         return gate(std::nullopt);
     }
 
     TemporaryFolder m_folder;
-    Descriptor m_standardInput;
+    base::Descriptor m_standardInput;
 };
 
-bool somebodyInLine(int fd) {
-    pollfd line{fd, POLLIN, 0};
-    return poll(&line, 1, 0) > 0;
+bool hasPendingConnection(int fd) {
+    pollfd backlog{fd, POLLIN, 0};
+    return poll(&backlog, 1, 0) > 0;
 }
 
-TEST_F(AcceptGates, LetRequestsThroughUntilTheyAreClosed) {
-    AcceptGate own = gate(openSocket());
-    Service service(own, 2);
+TEST_F(AcceptGates, ServeRequestsUntilClosed) {
+    AcceptGate bound = gate(openSocket());
+    Service service(bound, 2);
     for (int i = 0; i < 5; ++i) {
         Client client(address());
         client.send();
@@ -137,17 +137,17 @@ TEST_F(AcceptGates, LetRequestsThroughUntilTheyAreClosed) {
     EXPECT_TRUE(service.stop());
 }
 
-TEST_F(AcceptGates, EndLoopsThatWaitOnAnOwnSocketAndRemoveItsFile) {
-    AcceptGate own = gate(openSocket());
-    Service service(own, 4);
-    std::this_thread::sleep_for(50ms); // until one waits in accept(2)
+TEST_F(AcceptGates, EndLoopsThatWaitOnABoundSocketAndRemoveItsFile) {
+    AcceptGate bound = gate(openSocket());
+    Service service(bound, 4);
+    std::this_thread::sleep_for(50ms); // so that one waits in accept(2)
     EXPECT_TRUE(service.stop());
     EXPECT_FALSE(std::filesystem::exists(path()));
     EXPECT_FALSE(isListening(kListenFd));
 }
 
 TEST_F(AcceptGates, EndLoopsThatWaitOnASharedSocketAndLeaveItListening) {
-    const OwnSocket supervisor = openSocket();
+    const BoundSocket supervisor = openSocket();
     AcceptGate shared = sharedGate(supervisor);
     {
         Service service(shared, 4);
@@ -159,8 +159,8 @@ TEST_F(AcceptGates, EndLoopsThatWaitOnASharedSocketAndLeaveItListening) {
     EXPECT_FALSE(isListening(kListenFd));
 }
 
-TEST_F(AcceptGates, EndLoopsThatWaitOnASharedSocketWhoseFileIsGone) {
-    const OwnSocket supervisor = openSocket();
+TEST_F(AcceptGates, EndLoopsThatWaitOnASharedSocketWhoseFileWasRemoved) {
+    const BoundSocket supervisor = openSocket();
     AcceptGate shared = sharedGate(supervisor);
     Service service(shared, 4);
     std::this_thread::sleep_for(50ms);
@@ -169,11 +169,11 @@ TEST_F(AcceptGates, EndLoopsThatWaitOnASharedSocketWhoseFileIsGone) {
 }
 
 TEST_F(AcceptGates, EndLoopsThatWaitOnAllAddressesOfAPort) {
-    // Only an IPv4 one: a machine may be without the other kind.
+    // IPv4 only, since a machine may lack IPv6.
     std::string error;
-    std::optional<OwnSocket> supervisor;
+    std::optional<BoundSocket> supervisor;
     for (int port = 20000; !supervisor && port < 60000; port += 97)
-        supervisor = OwnSocket::open(parse("0.0.0.0:" + std::to_string(port)), {}, error);
+        supervisor = BoundSocket::open(parse("0.0.0.0:" + std::to_string(port)), {}, error);
     ASSERT_TRUE(supervisor) << error;
     AcceptGate shared = sharedGate(*supervisor);
     Service service(shared, 2);
@@ -181,10 +181,10 @@ TEST_F(AcceptGates, EndLoopsThatWaitOnAllAddressesOfAPort) {
     EXPECT_TRUE(service.stop());
 }
 
-TEST_F(AcceptGates, LeaveClientsOfASharedSocketToTheNextProcess) {
-    const OwnSocket supervisor = openSocket();
+TEST_F(AcceptGates, LeavePendingConnectionsOfASharedSocketToTheNextProcess) {
+    const BoundSocket supervisor = openSocket();
     AcceptGate first = sharedGate(supervisor);
-    first.close(); // nobody has accepted yet
+    first.close(); // before any connection was accepted
     Client client(address());
     client.send();
     AcceptGate next = sharedGate(supervisor);
@@ -193,44 +193,44 @@ TEST_F(AcceptGates, LeaveClientsOfASharedSocketToTheNextProcess) {
     EXPECT_TRUE(service.stop());
 }
 
-TEST_F(AcceptGates, ServeTheClientsOfAnOwnSocketThatHaveGotInLine) {
-    AcceptGate own = gate(openSocket());
+TEST_F(AcceptGates, ServePendingConnectionsOfABoundSocket) {
+    AcceptGate bound = gate(openSocket());
     std::vector<Client> clients;
     for (int i = 0; i < 20; ++i) {
         clients.emplace_back(address());
         clients.back().send();
     }
-    Service service(own, 1);
+    Service service(bound, 1);
     EXPECT_TRUE(service.stop());
     for (Client& client : clients)
         EXPECT_EQ(client.receive(), "answer\n");
 }
 
-TEST_F(AcceptGates, WaitForARequestUnderWay) {
-    const OwnSocket supervisor = openSocket();
+TEST_F(AcceptGates, WaitForARequestInFlight) {
+    const BoundSocket supervisor = openSocket();
     AcceptGate shared = sharedGate(supervisor);
     Service service(shared, 1);
     Client client(address());
-    while (somebodyInLine(supervisor.get()))
+    while (hasPendingConnection(supervisor.get()))
         std::this_thread::sleep_for(1ms);
-    EXPECT_FALSE(service.stop(200ms)) << "its request has not come yet";
+    EXPECT_FALSE(service.stop(200ms)) << "its request has not arrived yet";
     client.send();
     EXPECT_EQ(client.receive(), "answer\n");
     EXPECT_TRUE(service.waitForEnd(10s));
 }
 
-TEST_F(AcceptGates, PutAtMostOneClientOfTheirOwnInLine) {
-    const OwnSocket supervisor = openSocket();
+TEST_F(AcceptGates, AddAtMostOnePendingConnectionOfTheirOwn) {
+    const BoundSocket supervisor = openSocket();
     AcceptGate shared = sharedGate(supervisor);
     Service service(shared, 1);
     Client busy(address());
-    while (somebodyInLine(supervisor.get()))
+    while (hasPendingConnection(supervisor.get()))
         std::this_thread::sleep_for(1ms);
-    EXPECT_FALSE(service.stop(300ms)) << "the only loop serves, nobody accepts";
-    int inLine = 0;
-    for (; somebodyInLine(supervisor.get()); ++inLine)
-        Descriptor(accept(supervisor.get(), nullptr, nullptr));
-    EXPECT_LE(inLine, 1);
+    EXPECT_FALSE(service.stop(300ms)) << "the only loop serves, none accepts";
+    int pending = 0;
+    for (; hasPendingConnection(supervisor.get()); ++pending)
+        base::Descriptor(accept(supervisor.get(), nullptr, nullptr));
+    EXPECT_LE(pending, 1);
     busy.send();
     EXPECT_TRUE(service.waitForEnd(10s));
 }

@@ -11,7 +11,7 @@
 
 namespace {
 
-TEST(Account, HasItsUsersNumberAndGroup) {
+TEST(Account, HasTheIdAndThePrimaryGroupOfItsUser) {
     std::string error;
     const auto account = findAccount("www-data", error);
     ASSERT_TRUE(account) << error;
@@ -21,7 +21,7 @@ TEST(Account, HasItsUsersNumberAndGroup) {
     EXPECT_EQ(account->gid, user->pw_gid);
 }
 
-TEST(Account, HasTheGroupThatIsNamedWithIt) {
+TEST(Account, HasTheGroupAfterTheColon) {
     std::string error;
     const auto account = findAccount("www-data:daemon", error);
     ASSERT_TRUE(account) << error;
@@ -30,7 +30,7 @@ TEST(Account, HasTheGroupThatIsNamedWithIt) {
     EXPECT_NE(account->gid, getpwnam("www-data")->pw_gid);
 }
 
-TEST(Account, IsToldWhenThereIsNone) {
+TEST(Account, IsNotFoundForAnUnknownUserOrGroup) {
     struct Case {
         const char* text;
         const char* error;
@@ -46,8 +46,8 @@ TEST(Account, IsToldWhenThereIsNone) {
     }
 }
 
-// Whether this process has no rights but the account's, and no way to others.
-bool isNobodyElse(const Account& account) {
+// Returns whether this process has the ids of the account only, and cannot change them.
+bool hasOnlyIdsOf(const Account& account) {
     uid_t users[3];
     gid_t groups[3];
     if (getresuid(&users[0], &users[1], &users[2]) != 0 ||
@@ -64,9 +64,9 @@ bool isNobodyElse(const Account& account) {
            setgid(0) != 0;
 }
 
-// What `body` gives in a process of its own, which root's rights may be taken from.
+// Runs `body` in a child process, since dropping root's rights is for good. Returns its result.
 template <class Body>
-int inAnotherProcess(Body body) {
+int inChildProcess(Body body) {
     const pid_t child = fork();
     if (child == 0)
         _exit(body());
@@ -75,24 +75,24 @@ int inAnotherProcess(Body body) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-TEST(Account, IsAllThatIsLeftOfRoot) {
+TEST(Account, ReplacesAllIdsAndGroupsOfRoot) {
     std::string error;
     const auto account = findAccount("nobody", error);
     ASSERT_TRUE(account) << error;
-    const int outcome = inAnotherProcess([&account] {
+    const int outcome = inChildProcess([&account] {
         const gid_t rootsGroups[] = {0, 1, 2};
         if (getuid() == 0 && setgroups(3, rootsGroups) != 0)
             return 1;
         std::string refusal;
         if (!become(*account, refusal))
             return refusal == "cannot become the user nobody: Operation not permitted" ? 2 : 3;
-        return isNobodyElse(*account) ? 0 : 4;
+        return hasOnlyIdsOf(*account) ? 0 : 4;
     });
     EXPECT_EQ(outcome, getuid() == 0 ? 0 : 2);
 }
 
-TEST(Account, IsNotTakenByWhoIsNotRoot) {
-    const int outcome = inAnotherProcess([] {
+TEST(Account, CannotBeChangedWithoutRootsRights) {
+    const int outcome = inChildProcess([] {
         std::string error;
         const auto nobody = findAccount("nobody", error);
         const auto root = findAccount("root", error);

@@ -19,19 +19,19 @@ SocketAddress addressOf(const std::string& text) {
     return address.value_or(SocketAddress());
 }
 
-std::optional<OwnSocket> openAt(const std::string& text, std::string& error,
-                                const SocketAccess& access = {}) {
-    return OwnSocket::open(addressOf(text), access, error);
+std::optional<BoundSocket> openAt(const std::string& text, std::string& error,
+                                  const SocketAccess& access = {}) {
+    return BoundSocket::open(addressOf(text), access, error);
 }
 
-// 0, or the number of the error.
+// Returns 0 or errno.
 int connectTo(const SocketAddress& address) {
-    const Descriptor client(socket(address.family(), SOCK_STREAM, 0));
+    const base::Descriptor client(socket(address.family(), SOCK_STREAM, 0));
     return connect(client.get(), address.get(), address.length) == 0 ? 0 : errno;
 }
 
 std::string freePort() {
-    const Descriptor probe(socket(AF_INET, SOCK_STREAM, 0));
+    const base::Descriptor probe(socket(AF_INET, SOCK_STREAM, 0));
     sockaddr_in where{};
     where.sin_family = AF_INET;
     where.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -70,7 +70,7 @@ TEST(SocketAddress, IsAnAddressInBracketsWithAPort) {
     EXPECT_EQ(ntohs(where->sin6_port), 65535);
 }
 
-TEST(SocketAddress, IsRefusedWhenItIsNeither) {
+TEST(SocketAddress, IsInvalidWhenItIsNeither) {
     for (const std::string text :
          {":9000", "localhost:9000", "127.0.0.1:", "127.0.0.1:0", "127.0.0.1:65536",
           "127.0.0.1:+80", "127.0.0.1: 80", "127.0.0.1:80x", "127.0.0:80", "::1:9000", "[::1]",
@@ -83,7 +83,7 @@ TEST(SocketAddress, IsRefusedWhenItIsNeither) {
     }
 }
 
-TEST(SocketAddress, HoldsAPathOf107BytesAndNoLonger) {
+TEST(SocketAddress, HasAPathOfAtMost107Bytes) {
     const std::string longest = "/" + std::string(106, 'x');
     EXPECT_EQ(addressOf(longest).family(), AF_UNIX);
     std::string error;
@@ -91,22 +91,22 @@ TEST(SocketAddress, HoldsAPathOf107BytesAndNoLonger) {
     EXPECT_EQ(error, "the path of a Unix socket has at most 107 bytes: " + longest + "x");
 }
 
-TEST(OwnSocket, ListensOnAPathThatOwnerAndGroupMayUseWhateverTheUmask) {
+TEST(BoundSocket, HasMode0660WhateverTheUmask) {
     const TemporaryFolder folder;
     for (const mode_t mask : {0, 022, 077}) {
         const std::string path = folder.file("mask" + std::to_string(mask));
         const mode_t before = umask(mask);
         std::string error;
-        const auto own = openAt(path, error);
+        const auto bound = openAt(path, error);
         EXPECT_EQ(umask(before), mask);
-        ASSERT_TRUE(own) << error;
-        EXPECT_TRUE(isListening(own->get()));
+        ASSERT_TRUE(bound) << error;
+        EXPECT_TRUE(isListening(bound->get()));
         EXPECT_EQ(modeOf(path), 0660u);
         EXPECT_EQ(connectTo(addressOf(path)), 0);
     }
 }
 
-TEST(OwnSocket, GetsTheModeAndTheOwnerThatItIsGiven) {
+TEST(BoundSocket, HasTheRequestedModeAndOwner) {
     const TemporaryFolder folder;
     const std::string path = folder.file("socket");
     SocketAccess access;
@@ -121,18 +121,18 @@ TEST(OwnSocket, GetsTheModeAndTheOwnerThatItIsGiven) {
     EXPECT_EQ(file.st_gid, access.owner->gid);
 }
 
-TEST(OwnSocket, ReplacesASocketFileThatNobodyListensOn) {
+TEST(BoundSocket, ReplacesAStaleSocketFile) {
     const TemporaryFolder folder;
     const std::string path = folder.file("socket");
     std::string error;
     ASSERT_TRUE(openAt(path, error)) << error; // and leaves its file behind
     ASSERT_EQ(connectTo(addressOf(path)), ECONNREFUSED);
-    const auto own = openAt(path, error);
-    ASSERT_TRUE(own) << error;
+    const auto bound = openAt(path, error);
+    ASSERT_TRUE(bound) << error;
     EXPECT_EQ(connectTo(addressOf(path)), 0);
 }
 
-TEST(OwnSocket, LeavesASocketAloneThatSomebodyListensOn) {
+TEST(BoundSocket, KeepsASocketFileThatIsInUse) {
     const TemporaryFolder folder;
     const std::string path = folder.file("socket");
     std::string error;
@@ -143,7 +143,7 @@ TEST(OwnSocket, LeavesASocketAloneThatSomebodyListensOn) {
     EXPECT_EQ(connectTo(addressOf(path)), 0);
 }
 
-TEST(OwnSocket, LeavesAFileAloneThatIsNoSocket) {
+TEST(BoundSocket, KeepsAFileThatIsNotASocket) {
     const TemporaryFolder folder;
     const std::string path = folder.file("precious");
     std::ofstream(path) << "data";
@@ -155,7 +155,7 @@ TEST(OwnSocket, LeavesAFileAloneThatIsNoSocket) {
     EXPECT_EQ(content, "data");
 }
 
-TEST(OwnSocket, LeavesASymbolicLinkAlone) {
+TEST(BoundSocket, KeepsASymbolicLink) {
     const TemporaryFolder folder;
     std::string error;
     ASSERT_TRUE(openAt(folder.file("socket"), error)) << error;
@@ -164,7 +164,7 @@ TEST(OwnSocket, LeavesASymbolicLinkAlone) {
     EXPECT_TRUE(std::filesystem::is_symlink(folder.file("link")));
 }
 
-TEST(OwnSocket, SaysWhyAPathCannotBeHad) {
+TEST(BoundSocket, ReportsWhyItCannotListenOnAPath) {
     const TemporaryFolder folder;
     std::string error;
     EXPECT_FALSE(openAt(folder.file("missing/socket"), error));
@@ -172,45 +172,45 @@ TEST(OwnSocket, SaysWhyAPathCannotBeHad) {
               "cannot listen on " + folder.file("missing/socket") + ": No such file or directory");
 }
 
-TEST(OwnSocket, RemovesItsFileOnce) {
+TEST(BoundSocket, CanRemoveItsFileTwice) {
     const TemporaryFolder folder;
     const std::string path = folder.file("socket");
     std::string error;
-    const auto own = openAt(path, error);
-    ASSERT_TRUE(own) << error;
-    own->removeFile();
+    const auto bound = openAt(path, error);
+    ASSERT_TRUE(bound) << error;
+    bound->removeFile();
     EXPECT_FALSE(std::filesystem::exists(path));
-    own->removeFile();
+    bound->removeFile();
 }
 
-TEST(OwnSocket, LeavesTheFileOfASuccessorAlone) {
+TEST(BoundSocket, KeepsTheSocketFileOfASuccessor) {
     const TemporaryFolder folder;
     const std::string path = folder.file("socket");
     std::string error;
-    const auto own = openAt(path, error);
-    ASSERT_TRUE(own) << error;
+    const auto bound = openAt(path, error);
+    ASSERT_TRUE(bound) << error;
     std::filesystem::rename(path, folder.file("moved"));
     const auto successor = openAt(path, error);
     ASSERT_TRUE(successor) << error;
-    own->removeFile();
+    bound->removeFile();
     EXPECT_EQ(connectTo(addressOf(path)), 0);
 }
 
-TEST(OwnSocket, ListensOnAPortThatHasJustBeenUsed) {
+TEST(BoundSocket, ReusesAPortWhoseConnectionsAreInTimeWait) {
     const std::string where = "127.0.0.1:" + freePort();
     std::string error;
     for (int round = 0; round < 2; ++round) {
-        const auto own = openAt(where, error);
-        ASSERT_TRUE(own) << error;
+        const auto bound = openAt(where, error);
+        ASSERT_TRUE(bound) << error;
         const SocketAddress address = addressOf(where);
-        const Descriptor client(socket(AF_INET, SOCK_STREAM, 0));
+        const base::Descriptor client(socket(AF_INET, SOCK_STREAM, 0));
         ASSERT_EQ(connect(client.get(), address.get(), address.length), 0);
         // The side that closes first keeps the port busy for a minute.
-        Descriptor(accept(own->get(), nullptr, nullptr));
+        base::Descriptor(accept(bound->get(), nullptr, nullptr));
     }
 }
 
-TEST(OwnSocket, SaysThatAPortIsInUse) {
+TEST(BoundSocket, ReportsThatAPortIsInUse) {
     const std::string where = "127.0.0.1:" + freePort();
     std::string error;
     const auto first = openAt(where, error);
@@ -219,7 +219,7 @@ TEST(OwnSocket, SaysThatAPortIsInUse) {
     EXPECT_EQ(error, "cannot listen on " + where + ": Address already in use");
 }
 
-// Puts something else at a descriptor for as long as it lives.
+// Replaces a descriptor, and restores it when it is destroyed.
 class Replaced {
 public:
     Replaced(int fd, int by) : m_fd(fd), m_before(fcntl(fd, F_DUPFD, 100)) { dup2(by, fd); }
@@ -232,36 +232,36 @@ public:
 
 private:
     int m_fd;
-    Descriptor m_before;
+    base::Descriptor m_before;
 };
 
-TEST(InheritedSocket, IsTheOneAtFileDescriptorZero) {
+TEST(InheritedSocket, MayBeAtFileDescriptorZero) {
     const TemporaryFolder folder;
     std::string error;
-    const auto own = openAt(folder.file("socket"), error);
-    ASSERT_TRUE(own) << error;
-    const Replaced zero(kListenFd, own->get());
+    const auto bound = openAt(folder.file("socket"), error);
+    ASSERT_TRUE(bound) << error;
+    const Replaced zero(kListenFd, bound->get());
     EXPECT_TRUE(takeInheritedSocket());
 }
 
-TEST(InheritedSocket, IsMissingWhereNothingListens) {
+TEST(InheritedSocket, IsMissingWhereNoSocketListens) {
     unsetenv("LISTEN_PID");
-    const Descriptor file(open("/dev/null", O_RDWR));
+    const base::Descriptor file(open("/dev/null", O_RDWR));
     const Replaced zero(kListenFd, file.get());
     EXPECT_FALSE(takeInheritedSocket());
-    const Descriptor unconnected(socket(AF_UNIX, SOCK_STREAM, 0));
+    const base::Descriptor unconnected(socket(AF_UNIX, SOCK_STREAM, 0));
     const Replaced zeroAgain(kListenFd, unconnected.get());
     EXPECT_FALSE(takeInheritedSocket());
 }
 
-TEST(InheritedSocket, IsTheFirstThatSystemdPassed) {
+TEST(InheritedSocket, IsTheFirstOneThatSystemdPassed) {
     const TemporaryFolder folder;
     std::string error;
-    const auto own = openAt(folder.file("socket"), error);
-    ASSERT_TRUE(own) << error;
-    const Descriptor file(open("/dev/null", O_RDWR));
+    const auto bound = openAt(folder.file("socket"), error);
+    ASSERT_TRUE(bound) << error;
+    const base::Descriptor file(open("/dev/null", O_RDWR));
     const Replaced zero(kListenFd, file.get());
-    const Replaced three(3, own->get());
+    const Replaced three(3, bound->get());
     setenv("LISTEN_FDS", "1", 1);
 
     setenv("LISTEN_PID", std::to_string(getpid() + 1).c_str(), 1);

@@ -22,7 +22,7 @@ Parsed parse(std::vector<std::string> words) {
     return parsed;
 }
 
-TEST(Options, AreTwoThreadsTenSecondsAndTheSocketHandedOverUnlessGiven) {
+TEST(Options, HaveDefaults) {
     const auto options = parse({}).options;
     ASSERT_TRUE(options);
     EXPECT_EQ(options->action, Options::Action::Serve);
@@ -60,14 +60,14 @@ TEST(Options, AreReadInTheirShortForms) {
     EXPECT_EQ(options->user, "phone");
 }
 
-TEST(Options, AskForHelpOrTheVersionWhateverComesLater) {
+TEST(Options, IgnoreWhateverFollowsHelpOrVersion) {
     EXPECT_EQ(parse({"--help", "--nonsense"}).options->action, Options::Action::Help);
     EXPECT_EQ(parse({"-h"}).options->action, Options::Action::Help);
     EXPECT_EQ(parse({"-n", "3", "--version", "more"}).options->action, Options::Action::Version);
     EXPECT_EQ(parse({"-V"}).options->action, Options::Action::Version);
 }
 
-TEST(Options, SayWhatIsWrongWithThem) {
+TEST(Options, AreRejectedWithAReason) {
     struct Case {
         std::vector<std::string> words;
         std::string error;

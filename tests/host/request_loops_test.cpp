@@ -12,7 +12,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-TEST(RequestLoops, ServeOnAsManyThreadsAsAskedFor) {
+TEST(RequestLoops, ServeOnTheRequestedNumberOfThreads) {
     std::atomic<int> started{0};
     std::promise<void> end;
     auto ended = end.get_future().share();
@@ -42,13 +42,13 @@ std::size_t ownStackBytes() {
     return bytes;
 }
 
-TEST(RequestLoops, HaveStacksOfTheSizeThatIsPromised) {
+TEST(RequestLoops, HaveStacksOfTheDocumentedSize) {
     std::atomic<std::size_t> bytes{0};
     RequestLoops loops([&] { bytes = ownStackBytes(); }, 1);
     loops.stop();
     ASSERT_TRUE(loops.waitForEnd(10s));
 #ifdef __SANITIZE_THREAD__
-    // It adds what it needs itself; the system's own size is 8 MiB.
+    // The sanitizer adds what it needs; the system's default is 8 MiB.
     EXPECT_GE(bytes, RequestLoops::kStackBytes);
     EXPECT_LT(bytes, RequestLoops::kStackBytes + (1 << 20));
 #else
@@ -56,7 +56,7 @@ TEST(RequestLoops, HaveStacksOfTheSizeThatIsPromised) {
 #endif
 }
 
-TEST(RequestLoops, AcceptAgainASecondAfterAFailure) {
+TEST(RequestLoops, AcceptAgainOneSecondAfterAFailure) {
     std::atomic<int> calls{0};
     const auto begin = std::chrono::steady_clock::now();
     RequestLoops loops([&] { ++calls; }, 1);
@@ -69,7 +69,7 @@ TEST(RequestLoops, AcceptAgainASecondAfterAFailure) {
     EXPECT_TRUE(loops.waitForEnd(10s));
 }
 
-TEST(RequestLoops, DoNotSitOutThePauseWhenStopped) {
+TEST(RequestLoops, EndWithoutThatPauseWhenStopped) {
     std::atomic<int> calls{0};
     RequestLoops loops([&] { ++calls; }, 2);
     while (calls < 2)
@@ -80,7 +80,7 @@ TEST(RequestLoops, DoNotSitOutThePauseWhenStopped) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 900ms);
 }
 
-TEST(RequestLoops, GoOnReadingWhenInterrupted) {
+TEST(RequestLoops, ContinueReadingWhenInterrupted) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     std::promise<void> begun;
@@ -94,7 +94,7 @@ TEST(RequestLoops, GoOnReadingWhenInterrupted) {
         1);
     begun.get_future().wait();
     loops.stop();
-    std::this_thread::sleep_for(50ms); // until it waits in read(2)
+    std::this_thread::sleep_for(50ms); // so that it waits in read(2)
     loops.interrupt();
     EXPECT_FALSE(loops.waitForEnd(50ms));
     EXPECT_EQ(write(ends[1], "x", 1), 1);

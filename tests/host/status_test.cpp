@@ -20,9 +20,9 @@ TEST(Status, IsOneLineWithAKeyForEachFigure) {
                                   "private_kib=1832 resident_kib=6120");
 }
 
-TEST(ProcessMemory, CountsWhatIsWrittenToAsItsOwn) {
+TEST(ProcessMemory, CountsWrittenPagesAsPrivate) {
     if (const char* emulator = std::getenv("EMULATOR"))
-        GTEST_SKIP() << "of this process the system tells what " << emulator << " takes";
+        GTEST_SKIP() << "/proc shows the memory of " << emulator << ", which runs this process";
     constexpr std::size_t kSize = 8 * 1024 * 1024;
     constexpr long kSizeKib = kSize / 1024;
     void* memory = mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -35,11 +35,11 @@ TEST(ProcessMemory, CountsWhatIsWrittenToAsItsOwn) {
     munmap(memory, kSize);
     const ProcessMemory atTheEnd = processMemory();
     EXPECT_GE(after.privateKib, before.privateKib + kSizeKib);
-    // Sanitizers take several times as much for themselves.
+    // Sanitizers need several times as much for themselves.
     EXPECT_LT(after.privateKib, before.privateKib + 10 * kSizeKib);
     EXPECT_GE(after.residentKib, before.residentKib + kSizeKib);
 #ifdef __SANITIZE_ADDRESS__
-    // It holds back for a while what has been released, as what the figures are read with.
+    // The sanitizer delays freeing memory, that of the stream which reads the figures included.
     constexpr long kHeldBackKib = 64;
 #else
     constexpr long kHeldBackKib = 0;

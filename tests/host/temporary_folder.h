@@ -1,4 +1,4 @@
-// A folder that lasts as long as a test.
+// Creates a folder and removes it, with its contents, when it is destroyed.
 #ifndef TEMPORARY_FOLDER_H
 #define TEMPORARY_FOLDER_H
 

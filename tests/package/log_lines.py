@@ -20,7 +20,7 @@ WRITERS = [
     (r"\bsnprintf\(message, [^,]+,\s*", ""),
 ]
 HOST_WRITERS = [
-    (r"\banswer\(", "5"),
+    (r"\blogReply\(", "5"),
     (r"\breturn (?=\"status )", "5"),
     (r"\bfail\((?:\w+|kSignalStatus \+ signal),\s*", ""),
     (r"\berror =\s*", ""),
