@@ -1,4 +1,4 @@
-"""A device's file tree, made up by a test, and what servlet_check says of it."""
+"""A device's file tree, created by a test, and servlet_check's findings in it."""
 
 import json
 import os
@@ -27,11 +27,11 @@ class Device:
         return path
 
     def configure(self, *lines, path=LIBRARY):
-        """A servlet.xml whose root element stands in its first line, and `lines` from the second."""
+        """Writes servlet.xml: the root element is line 1, `lines` begin at line 2."""
         return self.put(SERVLET_XML, "\n".join([f'<servlets path="{path}">', *lines, "</servlets>"]))
 
     def put_whole(self, *functions, machine=elf.ARM, bits=32, **options):
-        """A container, and a plug-in library with these creation functions."""
+        """Writes a container, and a plug-in library with these creation functions."""
         def library():
             return elf.Elf(machine, bits, **options)
 
@@ -39,7 +39,7 @@ class Device:
         self.put(LIBRARY, library().exports(*functions).bytes())
 
     def run(self, *arguments):
-        # What nothing is found in must not be because of a crash.
+        # A crash must not look like a run without findings.
         ran = subprocess.run([str(self.program), "--root", str(self.root), *map(str, arguments)],
                              capture_output=True, text=True, errors="surrogateescape",
                              env=dict(os.environ, LC_ALL="C"), timeout=60)
@@ -47,7 +47,7 @@ class Device:
         return ran
 
     def findings(self, *arguments):
-        """(line, message) of each finding in servlet.xml; for other files (name, line, message)."""
+        """Returns (line, message) of each finding in servlet.xml; for other files (name, line, message)."""
         ran = self.run(*arguments)
         assert ran.stderr == ""
         found = []

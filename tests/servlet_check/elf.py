@@ -1,9 +1,9 @@
-"""Programs and libraries for any processor: as much of them as a dynamic linker looks at."""
+"""Writes ELF programs and libraries for any processor: only what a dynamic linker reads."""
 
 import struct
 
 ARM, X86_64, AARCH64, MIPS = 40, 62, 183, 8
-HARD_FLOATS, SOFT_FLOATS = 0x05000400, 0x05000200  # of ARM, with version 5 of its interface
+HARD_FLOATS, SOFT_FLOATS = 0x05000400, 0x05000200  # ARM EABI version 5
 
 LIBRARY, PROGRAM = 3, 2
 STRTAB, RELA, DYNAMIC, REL, DYNSYM = 3, 4, 6, 9, 11

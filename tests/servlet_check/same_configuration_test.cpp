@@ -1,5 +1,5 @@
-// servlet_check reads a configuration as the container's loader does, down to files cut off
-// anywhere.
+// Compares servlet_check's reading of a configuration with that of the container's loader, for
+// files truncated at every byte, too.
 #include "configuration.h"
 #include "plugin_loader.h"
 
@@ -18,7 +18,7 @@
 extern "C" {
 void* __real_dlopen(const char* path, int mode);
 
-// Every library is this program, and may be opened.
+// Opens this program instead of any library.
 std::string opened;
 void* __wrap_dlopen(const char* path, int mode) {
     opened = path;
@@ -33,7 +33,7 @@ std::string contentsOf(const std::filesystem::path& file) {
     return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 
-class SameConfiguration : public testing::Test {
+class ConfigurationReader : public testing::Test {
 protected:
     void SetUp() override {
         const int file = mkstemp(m_file.data());
@@ -63,7 +63,7 @@ protected:
         }
     }
 
-    void expectSameWhereverItIsCut(const std::string& text) {
+    void expectSameTruncatedAnywhere(const std::string& text) {
         for (std::size_t size = 0; size <= text.size() && !HasFailure(); ++size) {
             SCOPED_TRACE(text.substr(0, size));
             expectSame(text.substr(0, size));
@@ -74,25 +74,25 @@ private:
     std::string m_file = testing::TempDir() + "servlet-XXXXXX";
 };
 
-TEST_F(SameConfiguration, OfThePhone) {
+TEST_F(ConfigurationReader, AgreesWithPluginLoaderOnThePhonesFile) {
     const std::string text = contentsOf(SERVLET_XML);
     ASSERT_NE(text.find("createfunction"), std::string::npos);
     expectSame(text);
 }
 
-TEST_F(SameConfiguration, OfWhatTheFuzzerStartsFrom) {
+TEST_F(ConfigurationReader, AgreesWithPluginLoaderOnTruncatedFuzzerSeeds) {
     for (const auto& seed : std::filesystem::directory_iterator(SEEDS))
-        expectSameWhereverItIsCut(contentsOf(seed.path()));
+        expectSameTruncatedAnywhere(contentsOf(seed.path()));
 }
 
-TEST_F(SameConfiguration, OfWhatNobodyShouldWrite) {
-    expectSameWhereverItIsCut(
+TEST_F(ConfigurationReader, AgreesWithPluginLoaderOnTruncatedOddities) {
+    expectSameTruncatedAnywhere(
         "<!DOCTYPE a [<!ENTITY b 'c'>]><x pth='1' path='/lib/a.so' path='2'>text"
         "<servlet id='a' createfunction='f'><servlet id='b' createfunction='g'/></servlet>"
         "<listener createfunction='h'/><Listener createfunction='i'/><listener/>"
         "<servlet createfunction='j'/><servlet id='a' createfunction='&amp;k&#10;l'/>"
         "<![CDATA[z]]><?pi?><!-- r --><servlet id='&b;'/></x><x><listener/></x>");
-    expectSameWhereverItIsCut("<![CDATA[a]]><x path='b'/>");
+    expectSameTruncatedAnywhere("<![CDATA[a]]><x path='b'/>");
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-"""How it is called, how it prints, and how it ends."""
+"""The command line, the output and the exit status."""
 
 import subprocess
 
@@ -26,7 +26,7 @@ def test_findings_are_sorted_by_file_and_line(wrong):
         f"{wrong.path(WEB_INFO)}/templates/a.html:2"]
 
 
-def test_json_holds_the_same(wrong):
+def test_json_contains_the_same_findings(wrong):
     ran = wrong.run()
     as_json = wrong.json()
     assert wrong.run("--json").returncode == ran.returncode == 1
@@ -35,7 +35,17 @@ def test_json_holds_the_same(wrong):
     assert {entry["severity"] for entry in as_json} == {"problem"}
 
 
-def test_json_tells_notes_from_problems(phone):
+def test_json_replaces_invalid_utf8(phone):
+    phone.put_whole()
+    phone.configure()
+    path = phone.path(SERVLET_XML)
+    path.write_bytes(path.read_bytes().replace(b"</servlets>", b"<filter\xe4/>\n</servlets>"))
+    assert '"file":' in phone.run("--json").stdout
+    (entry,) = phone.json()
+    assert entry["message"].startswith("<filter\ufffd> is skipped")
+
+
+def test_json_distinguishes_notes_from_problems(phone):
     phone.put_whole()
     phone.path("/usr/lib/libfcgiServer.so").unlink()
     phone.configure()
@@ -43,14 +53,14 @@ def test_json_tells_notes_from_problems(phone):
     assert phone.run("--json").returncode == 0
 
 
-def test_nothing_found_is_an_empty_array(phone):
+def test_no_finding_is_an_empty_array(phone):
     phone.put_whole()
     phone.configure()
     assert phone.json() == []
     assert phone.run().stdout == ""
 
 
-def test_the_configuration_may_be_named(phone, tmp_path):
+def test_another_configuration_can_be_checked(phone, tmp_path):
     phone.put_whole()
     phone.configure()
     other = tmp_path / "other.xml"
@@ -62,8 +72,8 @@ def test_the_configuration_may_be_named(phone, tmp_path):
 @pytest.mark.parametrize("arguments, said", [
     (["--rot", "x"], "there is no option '--rot'"), (["--root"], "option '--root' needs a value"),
     (["a", "b"], "unexpected argument 'b'"),
-    (["--explain", "/", "--json"], "--explain goes with --root and SERVLET.XML only")])
-def test_wrong_usage(program, arguments, said):
+    (["--explain", "/", "--json"], "--explain can be combined with --root and SERVLET.XML only")])
+def test_wrong_usage_is_rejected(program, arguments, said):
     ran = run(program, *arguments)
     assert (ran.returncode, ran.stdout) == (64, "")
     assert ran.stderr == f"servlet_check: {said}; see servlet_check --help\n"
@@ -72,7 +82,7 @@ def test_wrong_usage(program, arguments, said):
 @pytest.mark.parametrize("arguments", [
     ["/nowhere/servlet.xml"], ["--root", "/nowhere"], ["--provides", "/nowhere"],
     ["--templates", "/nowhere"], ["--explain", "/", "/nowhere"], ["--provides", "/"]])
-def test_what_cannot_be_read(phone, arguments):
+def test_unreadable_files_are_reported(phone, arguments):
     phone.put_whole()
     phone.configure()
     ran = phone.run(*arguments)

@@ -1,4 +1,4 @@
-"""What the container would do with a URL."""
+"""What --explain says that the container would do with a URL."""
 
 import pytest
 
@@ -22,19 +22,19 @@ def becomes(word):
     return f'status     the device status becomes "{word}"'
 
 
-def test_a_page(explain):
+def test_a_page_is_explained(explain):
     assert explain("/servlet?p=status&q=load") == [
         "/servlet?p=status&q=load", PASSES, becomes("idle"), *LISTENERS, "before     " + DROPS,
         'result     servlet "status", createStatus (4)']
 
 
-def test_the_preview_of_contacts_drops_nothing(explain):
+def test_the_contacts_preview_page_is_not_destroyed_first(explain):
     assert explain("/servlet?p=contacts-preview")[-1] == \
         'result     servlet "contacts-preview", createPreview (6)'
     assert DROPS not in str(explain("/servlet?p=contacts-preview"))
 
 
-def test_a_page_that_is_not_there(explain):
+def test_an_unknown_page_is_404(explain):
     assert explain("/servlet?p=sta%41")[-1] == \
         'result     404: there is no servlet "staA"; the container logs ' \
         '"ServletContainer::onRequest End.404"'
@@ -42,7 +42,7 @@ def test_a_page_that_is_not_there(explain):
 
 @pytest.mark.parametrize("url", ["http://192.0.2.1:8080/servlet?p=status#top",
                                  "HTTPS://phone/servlet?p=status"])
-def test_whole_addresses(explain, url):
+def test_absolute_urls_are_accepted(explain, url):
     assert explain(url) == explain("/servlet?p=status")
 
 
@@ -50,13 +50,13 @@ def test_whole_addresses(explain, url):
                                         ("/servlet?p=status&acc=1a", '"acc" is "1a"'),
                                         ("/servlet?p=status&model=--5", '"model" is "--5"'),
                                         ("/servlet?p=status&jumpto=a%20b", '"jumpto" is "a b"')])
-def test_parameters_that_screening_refuses(explain, url, value):
+def test_parameters_that_screening_rejects_are_explained(explain, url, value):
     assert explain(url)[1:] == [
         f"screening  refuses the request: the parameter {value}, nothing is logged", "result     404"]
 
 
 @pytest.mark.parametrize("url", ["/servlet?p=status&q=%3Cb", "/servlet?p=status&q=<b", "/Script"])
-def test_addresses_that_screening_refuses(explain, url):
+def test_addresses_that_screening_rejects_are_explained(explain, url):
     assert explain(url)[1:] == [
         f'screening  refuses the URL: the container logs "url = {url}, include illegal char"',
         "result     404"]
@@ -67,7 +67,7 @@ def test_addresses_that_screening_refuses(explain, url):
     ("/cgi-bin/Quillpage.tpx?page=Status.htm", "/servlet?p=login&q=loginForm&jumpto=status"),
     ("/cgi-bin/Velmoranix.acx?Id=1&x=y", "/servlet?p=login&q=loginForm&jumpto=status"),
     ("/cgi-bin/Velmoranix.acx?Id=2", "/servlet?Id=2")])
-def test_addresses_of_the_older_interface(explain, url, successor):
+def test_addresses_of_the_older_interface_are_redirected(explain, url, successor):
     assert explain(url)[1:] == [
         PASSES, f'result     an address of the older interface: redirect to "{successor}"']
 
@@ -76,11 +76,11 @@ def test_addresses_of_the_older_interface(explain, url, successor):
     ("p=status&reboot=true", "reboot"), ("p=settings-upgrade&q=reset", "reset"),
     ("p=settings-config&q=import", "configration"), ("p=settings-config&q=import&x=1", "idle"),
     ("p=status&now=true", "autoprovision")])
-def test_the_device_status(explain, query, word):
+def test_the_device_status_follows_the_request(explain, query, word):
     assert explain("/servlet?" + query)[2] == becomes(word)
 
 
-def test_the_word_of_the_device_status_is_the_containers_own_answer(explain):
+def test_the_container_answers_the_notice_page_itself(explain):
     words = '"idle", "reboot", "reset", "upgrade", "configration"'
     when = 'while the status is "autoprovision": '
     assert explain("/servlet?p=notice")[1:] == [
@@ -89,33 +89,33 @@ def test_the_word_of_the_device_status_is_the_containers_own_answer(explain):
         f"before     {when}{DROPS}", f'result     {when}servlet "notice", createNotice (5)']
 
 
-def test_a_request_that_settles_the_status_leaves_one_case(explain):
+def test_a_request_that_sets_the_status_leaves_one_case(explain):
     assert explain("/servlet?p=notice&now=true")[-1] == 'result     servlet "notice", createNotice (5)'
     assert explain("/servlet?p=notice&q=reboot")[-1] == \
         'result     while the status is "reboot": the container answers with that word, text/html'
 
 
-def test_an_event(explain):
+def test_an_event_reaches_the_listeners_only(explain):
     assert explain("/servlet?key=1&p=status")[3:] == [
         'event      "key" for the listeners', *LISTENERS,
         "result     what the listeners answer; an event reaches no servlet"]
     assert explain("/servlet?csta-anything")[3] == 'event      "csta" for the listeners'
 
 
-def test_what_only_looks_like_an_event(explain):
+def test_a_longer_parameter_name_is_no_event(explain):
     none = 'event      none: the query begins with "key", but there is no such parameter'
     assert explain("/servlet?keys=1&p=status")[3] == none
     assert explain("/servlet?keys=1&p=status")[-1] == 'result     servlet "status", createStatus (4)'
 
 
 @pytest.mark.parametrize("url", ["/servlet?q=1", "/servlet", "/", "", "/servlet?"])
-def test_neither_a_page_nor_an_event(explain, url):
+def test_neither_a_page_nor_an_event_is_404(explain, url):
     assert explain(url)[-1] == \
         'result     404: there is neither "p" nor an event; the container logs ' \
         '"ServletContext::doService() End. p parameter not found!"'
 
 
-def test_without_listeners(phone):
+def test_no_listener_is_explained(phone):
     phone.configure('<servlet id="a" createfunction="createA"/>')
     assert phone.explain("/servlet?p=a")[3:] == ["listeners  none",
                                                 'result     servlet "a", createA (2)']

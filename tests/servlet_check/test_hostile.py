@@ -1,4 +1,4 @@
-"""Files that nobody would write: each gives a clear line, and none a crash."""
+"""Malformed and hostile files: each is reported in a clear line, and none causes a crash."""
 
 import os
 import random
@@ -33,35 +33,35 @@ def pages(phone):
 
 
 @pytest.mark.parametrize("contents, said", [
-    (b"", "is no ELF file"), (b"\x7fELF", "is "), (b"#!/bin/sh\n", "is no ELF file"),
-    (b"!<arch>\n", "is no ELF file"), (NOISE, "is no ELF file")],
+    (b"", "is not an ELF file"), (b"\x7fELF", "is "), (b"#!/bin/sh\n", "is not an ELF file"),
+    (b"!<arch>\n", "is not an ELF file"), (NOISE, "is not an ELF file")],
     ids=["empty", "magic", "script", "archive", "noise"])
-def test_what_is_no_library(pages, contents, said):
+def test_a_file_that_is_not_a_library_is_reported(pages, contents, said):
     text = said_of(pages, contents)
     assert text.startswith(str(pages.path(SERVLET_XML)) + ":1: ") and said in text
     assert text.count("\n") == 1
 
 
-def test_a_folder_in_the_place_of_the_library(pages):
+def test_a_folder_instead_of_the_library_is_reported(pages):
     pages.path(LIBRARY).mkdir(parents=True)
     assert "cannot be read: Is a directory" in pages.run().stdout
 
 
-def test_a_pipe_in_the_place_of_the_library(pages):
+def test_a_pipe_instead_of_the_library_is_reported(pages):
     pages.path(LIBRARY).parent.mkdir(parents=True)
     os.mkfifo(pages.path(LIBRARY))
     assert "cannot be read" in pages.run().stdout
 
 
 @pytest.mark.parametrize("step", [1, None], ids=["crafted", "compiled"])
-def test_a_library_that_is_cut_off_anywhere(pages, step, build):
+def test_a_library_truncated_anywhere_is_reported(pages, step, build):
     whole = plugin() if step else (build / "platform/libdevice.so").read_bytes()
     for size in range(0, len(whole), step or len(whole) // 60):
         said = said_of(pages, whole[:size])
-        assert "cut off" in said or "is no ELF file" in said, size
+        assert "truncated" in said or "is not an ELF file" in said, size
 
 
-def test_every_byte_of_a_library_may_be_wrong(pages):
+def test_any_corrupted_byte_of_a_library_is_survived(pages):
     whole = bytearray(plugin())
     for at in range(0, len(whole)):
         changed = whole.copy()
@@ -69,7 +69,7 @@ def test_every_byte_of_a_library_may_be_wrong(pages):
         said_of(pages, bytes(changed))
 
 
-def test_the_tables_of_a_compiled_library_may_be_noise(pages, build):
+def test_corrupted_tables_of_a_compiled_library_are_survived(pages, build):
     chance = random.Random(20)
     whole = (build / "platform/libdevice.so").read_bytes()
     table = struct.unpack_from("<Q", whole, 40)[0]  # of its sections
@@ -87,7 +87,7 @@ def test_the_tables_of_a_compiled_library_may_be_noise(pages, build):
     b"<a path='" + b"x" * 100000 + b"'/>",
     b"<a path='\x1b[2J&#10;/:1: b'><servlet id='\xff\x01' createfunction='&#10;'/></a>"],
     ids=range(14))
-def test_rubbish_in_the_place_of_the_configuration(phone, text):
+def test_garbage_instead_of_the_configuration_is_reported(phone, text):
     path = phone.put(SERVLET_XML, text)
     ran = phone.run()
     assert ran.returncode == 1 and ran.stderr == ""
@@ -97,20 +97,20 @@ def test_rubbish_in_the_place_of_the_configuration(phone, text):
     assert phone.run("--explain", "/servlet?p=a").returncode == 0
 
 
-def test_a_great_many_elements(phone):
+def test_20000_elements_are_checked(phone):
     phone.put_whole()
     phone.configure(*[f'<servlet id="{n % 5000}" createfunction="f{n}"/>' for n in range(20000)])
     assert phone.run().stdout.count("replaces the one of line") == 15000
 
 
-def test_a_folder_in_the_place_of_the_configuration(phone):
+def test_a_folder_instead_of_the_configuration_is_reported(phone):
     phone.path(SERVLET_XML).mkdir(parents=True)
     ran = phone.run()
     assert (ran.returncode, ran.stdout) == (66, "")
-    assert ran.stderr == f'servlet_check: cannot read "{phone.path(SERVLET_XML)}": it is no file\n'
+    assert ran.stderr == f'servlet_check: cannot read "{phone.path(SERVLET_XML)}": not a regular file\n'
 
 
-def test_what_stands_among_the_templates(phone):
+def test_odd_files_among_the_templates_are_survived(phone):
     phone.put_whole()
     phone.configure()
     folder = phone.path(f"{WEB_INFO}/templates")

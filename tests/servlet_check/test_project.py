@@ -1,4 +1,4 @@
-"""The plug-ins of this project."""
+"""Checks the plug-ins of this project."""
 
 import pathlib
 import re
@@ -21,13 +21,13 @@ def phones(build):
     return build / "device/phone/www/WEB-INFO"
 
 
-def test_the_phones_own_plug_in_is_clean(program, build, phones):
+def test_the_phones_plug_in_has_no_finding(program, build, phones):
     assert run(program, "--provides", build / "host/fcgi_host",
                phones / "servlet/servlet.xml") == (0, "", "")
 
 
-def test_all_of_the_phones_plug_in_has_been_looked_at(program, build, phones, tmp_path):
-    """The same, with one name changed at each place."""
+def test_each_function_of_the_phones_plug_in_is_checked(program, build, phones, tmp_path):
+    """Changes one function's name at a time, which must be found."""
     text = (phones / "servlet/servlet.xml").read_text()
     assert (phones / "templates/en/status.html").exists()
     functions = [part.split('"')[0] for part in text.split('createfunction="')[1:]]
@@ -64,7 +64,7 @@ def without_notes(text):
     return [line for line in text.splitlines() if ": note: " not in line]
 
 
-def test_the_example_is_clean(program, build, image):
+def test_the_example_has_no_problem(program, build, image):
     status, out, err = run(program, "--root", image, "--partial", "--provides",
                            build / "platform/libdevice.so", "--provides", build / "host/fcgi_host")
     assert (status, err, without_notes(out)) == (0, "", [])

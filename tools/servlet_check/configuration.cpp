@@ -1,9 +1,9 @@
 #include "configuration.h"
 
+#include "base/ascii.h"
 #include "request_rules.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -15,7 +15,8 @@
 
 namespace {
 
-// Lines by the parser's offsets, which count in UTF-8 whatever the file is written in.
+// Converts the parser's offsets into line numbers. Offsets count bytes of UTF-8, whatever the
+// file's encoding is.
 class Lines {
 public:
     Lines(std::string_view text, pugi::xml_encoding encoding) {
@@ -51,30 +52,29 @@ private:
     }
 
     static std::uint32_t unitAt(std::string_view bytes, pugi::xml_encoding encoding) {
-        const bool lastFirst =
+        const bool isLittleEndian =
             encoding == pugi::encoding_utf16_le || encoding == pugi::encoding_utf32_le;
         std::uint32_t unit = 0;
         for (std::size_t i = 0; i < bytes.size(); ++i)
             unit = unit << 8U |
-                   static_cast<unsigned char>(bytes[lastFirst ? bytes.size() - 1 - i : i]);
+                   static_cast<unsigned char>(bytes[isLittleEndian ? bytes.size() - 1 - i : i]);
         return unit;
     }
 
     static std::size_t sizeInUtf8(std::uint32_t unit) {
-        const bool halfOfAPair = unit >= 0xD800 && unit <= 0xDFFF;
-        return unit < 0x80 ? 1 : unit < 0x800 || halfOfAPair ? 2 : unit < 0x10000 ? 3 : 4;
+        const bool isSurrogate = unit >= 0xD800 && unit <= 0xDFFF;
+        return unit < 0x80 ? 1 : unit < 0x800 || isSurrogate ? 2 : unit < 0x10000 ? 3 : 4;
     }
 
     std::vector<std::size_t> m_ends;
 };
 
 std::string lowered(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::transform(text.begin(), text.end(), text.begin(), base::asciiLower);
     return text;
 }
 
-// How many letters must be changed, added or taken away to come from one to the other.
+// Returns the Levenshtein distance: how many letters to replace, insert or delete.
 std::size_t distance(const std::string& one, const std::string& other) {
     std::vector<std::size_t> row(other.size() + 1);
     std::iota(row.begin(), row.end(), 0);
@@ -91,10 +91,10 @@ std::size_t distance(const std::string& one, const std::string& other) {
 
 using Names = std::initializer_list<const char*>;
 
-// `; did you mean "id"?` when a known name is nearly so written, else nothing.
+// Returns `; did you mean "id"?` if `name` resembles a known name, else an empty text.
 std::string suggestion(const std::string& name, Names known) {
-    constexpr std::size_t kLongest = 40; // that somebody mistypes
-    if (name.size() > kLongest)
+    constexpr std::size_t kMaxLength = 40; // longer names are no typing errors
+    if (name.size() > kMaxLength)
         return "";
     for (const std::string candidate : known)
         if (distance(lowered(name), candidate) <= std::min<std::size_t>(2, candidate.size() - 1))
@@ -111,12 +111,12 @@ std::string contentOf(const pugi::xml_node& node) {
     return node.type() == pugi::node_element ? tag(node) : "text";
 }
 
-class Walk {
+class ConfigurationReader {
 public:
-    Walk(Configuration& configuration, const Lines& lines, Findings& findings)
+    ConfigurationReader(Configuration& configuration, const Lines& lines, Findings& findings)
         : m_configuration(configuration), m_lines(lines), m_findings(findings) {}
 
-    void document(const pugi::xml_document& document) {
+    void read(const pugi::xml_document& document) {
         const pugi::xml_node root = document.first_child();
         if (!root) {
             problem(1, "there is no root element: the container logs \"PluginLoader::init() error "
@@ -127,8 +127,9 @@ public:
         for (pugi::xml_node node = root.first_child(); node; node = node.next_sibling())
             child(node);
         for (pugi::xml_node node = root.next_sibling(); node; node = node.next_sibling())
-            problem(line(node), contentOf(node) + " stands behind the root element: the container "
-                                                  "does not read it");
+            problem(line(node), contentOf(node) +
+                                    " follows the root element: the container does not "
+                                    "read it");
         checkUses();
     }
 
@@ -144,13 +145,13 @@ private:
         m_configuration.rootLine = line(root);
         m_configuration.library = root.attribute("path").as_string("");
         if (root.type() != pugi::node_element)
-            problem(line(root), "the container takes this text for the root element");
+            problem(line(root), "the container treats this text as the root element");
         checkAttributes(root, {"path"});
         if (m_configuration.library.empty())
             problem(line(root), tag(root) +
                                     " has no \"path\": the container opens \"\", which is the host "
-                                    "program itself where the system takes it, and else ends the "
-                                    "process with status 255");
+                                    "program itself where dlopen(3) accepts that; otherwise the "
+                                    "process ends with status 255");
     }
 
     void child(const pugi::xml_node& node) {
@@ -178,7 +179,7 @@ private:
                                         " is ignored" + suggestion(name, known));
             else if (first != attribute)
                 problem(line(node), "the attribute " + quoted(name) + " of " + tag(node) +
-                                        " is there twice: the container takes the first, " +
+                                        " is repeated: the container uses the first, " +
                                         quoted(first.value()));
         }
     }
@@ -217,19 +218,19 @@ private:
         earlier = servlet;
     }
 
-    // By the container's own rules for what a request may hold.
+    // Applies the container's own rules for request parameters.
     void checkId(const ServletElement& servlet) {
         const std::string address = "/servlet?p=" + servlet.id;
         if (servlet.id.empty())
-            problem(servlet.line, "a servlet without \"id\" is never asked: a request whose \"p\" "
+            problem(servlet.line, "a servlet without \"id\" is never called: a request whose \"p\" "
                                   "is empty ends with 404");
         else if (rules::isIllegalValue(servlet.id.c_str(), false))
             problem(servlet.line, "servlet " + quoted(servlet.id) +
-                                      " is never asked: a request ends with 404 when its \"p\" "
-                                      "holds anything but letters, digits, \"-\" and \"_\"");
+                                      " is never called: a request ends with 404 when its \"p\" "
+                                      "contains anything but letters, digits, \"-\" and \"_\"");
         else if (rules::isIllegalUrl(address.c_str()))
             problem(servlet.line, "servlet " + quoted(servlet.id) +
-                                      " is asked by no address: the container refuses " +
+                                      " cannot be requested: the container refuses " +
                                       quoted(address));
     }
 
@@ -243,13 +244,13 @@ private:
             problem(listener.line, "a listener has no \"createfunction\"");
         else if (!isNew)
             problem(listener.line, "listener " + quoted(listener.createFunction) +
-                                       " is there since line " + std::to_string(earlier->second) +
-                                       ": the container creates another, and both see each "
-                                       "request");
+                                       " repeats the one of line " +
+                                       std::to_string(earlier->second) +
+                                       ": the container creates both, and both see each request");
         m_configuration.listeners.push_back(listener);
     }
 
-    // What a function makes is called by the one interface or by the other.
+    // Reports functions that are used for a servlet and for a listener.
     void checkUses() {
         for (const ServletElement& servlet : m_configuration.servlets) {
             const auto listener = m_listenerLines.find(servlet.createFunction);
@@ -257,7 +258,7 @@ private:
                 problem(servlet.line,
                         quoted(servlet.createFunction) + " creates servlet " + quoted(servlet.id) +
                             " here and the listener of line " + std::to_string(listener->second) +
-                            ": the container calls one of them by the wrong interface");
+                            ": the container calls one of them through the wrong interface");
         }
     }
 
@@ -286,9 +287,9 @@ Configuration readConfiguration(const std::string& file, const std::string& text
     const Lines lines(text, result.encoding);
     if (!result && result.status != pugi::status_no_document_element)
         findings.problem(file, lines.at(result.offset),
-                         std::string("this is no XML (") + result.description() +
-                             "): the container does not say so, and goes on with what it has read "
+                         std::string("not well-formed XML (") + result.description() +
+                             "): the container does not report this, and uses what it has read "
                              "before");
-    Walk(configuration, lines, findings).document(document);
+    ConfigurationReader(configuration, lines, findings).read(document);
     return configuration;
 }

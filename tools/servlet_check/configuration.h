@@ -1,4 +1,4 @@
-// The plug-in configuration, read as PluginLoader reads it, with the line of each element.
+// Reads the plug-in configuration as PluginLoader does, and keeps the line of each element.
 #ifndef CONFIGURATION_H
 #define CONFIGURATION_H
 
@@ -19,18 +19,19 @@ struct ListenerElement {
 };
 
 struct Configuration {
-    std::string file;                       // as messages name it
-    bool hasRoot = false;                   // without one the container opens nothing
+    std::string file;                       // as it appears in messages
+    bool hasRoot = false;                   // otherwise the container opens no library
     unsigned rootLine = 1;                  // of the root element
     std::string library;                    // the root's "path"; may be empty
-    std::vector<ServletElement> servlets;   // in document order, each id once, as the last names it
+    std::vector<ServletElement> servlets;   // in document order; the last one of each id
     std::vector<ListenerElement> listeners; // in document order
 
-    // Null when there is none.
+    // Returns the servlet with this id, or null.
     const ServletElement* servlet(const std::string& id) const;
 };
 
-// Reads `text`, any bytes, and adds to `findings` whatever in it does not do what it seems to.
+// Reads `text`, which may be any bytes. Adds to `findings` whatever has no effect or not the one
+// that it seems to have.
 Configuration readConfiguration(const std::string& file, const std::string& text,
                                 Findings& findings);
 

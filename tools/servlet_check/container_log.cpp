@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t kLongestRecord = 1024;
+constexpr std::size_t kMaxRecord = 1024;
 
 std::string lastRecord;
 
@@ -20,7 +20,7 @@ std::string takeLastRecord() {
 }
 
 void app_log(int, int, const char* format, ...) {
-    char record[kLongestRecord];
+    char record[kMaxRecord];
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(record, sizeof record, format, arguments);
@@ -30,7 +30,7 @@ void app_log(int, int, const char* format, ...) {
         lastRecord.pop_back();
 }
 
-// By this the container tells how it starts; here the findings do.
+// The container logs its start-up with these; here the findings report it.
 WebDebug* WebDebug::getInstance() {
     static WebDebug instance;
     return &instance;

@@ -1,10 +1,11 @@
-// What the container's code, which is part of this program, would write to the device's log.
+// Captures what the container's code, which is linked into this program, logs.
 #ifndef CONTAINER_LOG_H
 #define CONTAINER_LOG_H
 
 #include <string>
 
-// The last record since the last call, without a line end; empty when there is none. One thread.
+// Returns the last record since the previous call, without its line feed, or an empty text. Not
+// thread-safe.
 std::string takeLastRecord();
 
 #endif

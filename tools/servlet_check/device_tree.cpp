@@ -9,12 +9,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kMostLinks = 40; // as the kernel follows
+constexpr int kMaxLinks = 40; // the kernel's limit
 
-// On the device these are one folder each, or hold one more for each architecture.
+// May contain a subfolder for each architecture.
 const char* const kSystemFolders[] = {"/lib", "/usr/lib", "/lib64", "/usr/lib64", "/usr/local/lib"};
 
-bool isOfArchitecture(const fs::path& folder) {
+bool isForOneArchitecture(const fs::path& folder) {
     return folder.filename().string().find("-linux-") != std::string::npos;
 }
 
@@ -43,7 +43,7 @@ std::optional<fs::path> DeviceTree::find(const fs::path& path) const {
             continue;
         }
         const fs::path target = fs::read_symlink(m_root / here / name, error);
-        if (error || ++links > kMostLinks)
+        if (error || ++links > kMaxLinks)
             return std::nullopt;
         if (target.is_absolute())
             here.clear();
@@ -75,7 +75,7 @@ std::vector<fs::path> DeviceTree::systemFolders() const {
             continue;
         std::vector<fs::path> inside;
         for (const auto& entry : fs::directory_iterator(*here, error))
-            if (isOfArchitecture(entry.path()))
+            if (isForOneArchitecture(entry.path()))
                 inside.push_back(folder / entry.path().filename());
         std::sort(inside.begin(), inside.end());
         result.insert(result.end(), inside.begin(), inside.end());

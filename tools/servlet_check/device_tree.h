@@ -1,4 +1,4 @@
-// The device's files on the machine that checks, and the libraries among them.
+// The device's files, in a folder of this machine, and the libraries among them.
 #ifndef DEVICE_TREE_H
 #define DEVICE_TREE_H
 
@@ -17,13 +17,13 @@ public:
 
     const std::filesystem::path& root() const { return m_root; }
 
-    // Where a file that the device has under the absolute path `path` is on this machine; nothing
-    // when it is not there. Links are followed as on the device, where they stay below its root.
+    // Returns where the file that has the absolute path `path` on the device is on this machine, or
+    // nothing if it does not exist. Follows symbolic links as the device does, below its root.
     std::optional<std::filesystem::path> find(const std::filesystem::path& path) const;
 
-    // The library that the dynamic linker would take for `name`: a path, or a name that is looked
-    // for in `folders` and in the system's own. Others that do not fit the architecture are passed
-    // over. Null when there is none. The result lives as long as this object.
+    // Returns the library that the dynamic linker would open for `name`: a path, or a name that is
+    // looked for in `folders` and then in the system's, skipping libraries for another
+    // architecture. Null if there is none. The result lives as long as this object.
     const SharedObject* library(const std::string& name, const std::vector<std::string>& folders,
                                 const std::optional<Architecture>& architecture);
 
@@ -32,7 +32,7 @@ private:
     std::vector<std::filesystem::path> systemFolders() const;
 
     std::filesystem::path m_root;
-    std::map<std::filesystem::path, std::unique_ptr<SharedObject>> m_read; // null: is none
+    std::map<std::filesystem::path, std::unique_ptr<SharedObject>> m_read; // null: not an ELF file
 };
 
 #endif

@@ -6,12 +6,12 @@
 #include <vector>
 
 struct Finding {
-    enum class Severity { Problem, Note }; // a note tells what could not be looked at
+    enum class Severity { Problem, Note }; // a note reports what could not be checked
 
     std::string file;
-    unsigned line; // counts from 1
+    unsigned line; // from 1
     Severity severity;
-    std::string message; // any bytes; the printed form escapes them
+    std::string message; // may contain any bytes; escaped when it is printed
 };
 
 class Findings {
@@ -19,25 +19,29 @@ public:
     void problem(std::string file, unsigned line, std::string message);
     void note(std::string file, unsigned line, std::string message);
 
-    bool holdProblems() const;
-    // By file and line, the same finding once; of one line as they were found.
+    // Returns whether any of them is a problem.
+    bool containProblems() const;
+    // Returns the findings by file and line, those of one line in the order in which they were
+    // added, without repetitions.
     std::vector<Finding> sorted() const;
 
 private:
     std::vector<Finding> m_findings;
 };
 
-// "file:line: what", a line each; notes as "file:line: note: what". Control characters are escaped.
+// Returns one line for each finding, "file:line: message" or "file:line: note: message". Control
+// characters are escaped.
 std::string asLines(const std::vector<Finding>& findings);
 
-// An array of objects with file, line, severity ("problem" or "note") and message; bytes that are
-// no UTF-8 become U+FFFD.
+// Returns a JSON array of objects with the members file, line, severity ("problem" or "note") and
+// message, one object on each line. Invalid UTF-8 becomes U+FFFD.
 std::string asJson(const std::vector<Finding>& findings);
 
-// As messages quote what others wrote: at most 200 bytes of it, in double quotes.
+// Returns at most 200 bytes of `text` in double quotes, for a message that quotes a file.
 std::string quoted(const std::string& text);
 
-// One line for a terminal: control characters are escaped.
+// Returns `text` with its control characters escaped, so that it is one line and safe to print on a
+// terminal.
 std::string printable(const std::string& text);
 
 #endif

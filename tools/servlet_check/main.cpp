@@ -1,4 +1,4 @@
-// servlet_check: tells before a plug-in is on the device what would fail there.
+// servlet_check: checks a plug-in, its configuration and its templates before deployment.
 #include "configuration.h"
 #include "device_tree.h"
 #include "explain.h"
@@ -24,22 +24,22 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kFound = 1;
+constexpr int kProblemsFound = 1;
 
 int fail(int status, const std::string& message) {
     std::fprintf(stderr, "servlet_check: %s\n", printable(message).c_str());
     return status;
 }
 
-// What was named cannot be read.
+// A file or folder of the command line cannot be read.
 class NoInput : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
 std::string contentsOf(const std::string& file) {
-    if (!fs::is_regular_file(file)) // says why when there is no such file
-        throw NoInput("cannot read " + quoted(file) + ": it is no file");
+    if (!fs::is_regular_file(file)) // throws if there is no such file
+        throw NoInput("cannot read " + quoted(file) + ": not a regular file");
     std::ifstream stream(file, std::ios::binary);
     std::string text((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
     if (!stream)
@@ -59,21 +59,21 @@ std::vector<SharedObject> readProvided(const std::vector<std::string>& files) {
     return result;
 }
 
-// Those that were named, or the one where the phone has it.
+// Returns the folders of --templates, or else the one beside the configuration's, if it exists.
 std::vector<fs::path> templateFolders(const Options& options) {
     for (const std::string& folder : options.templates)
         if (!fs::is_directory(folder))
-            throw NoInput("cannot read " + quoted(folder) + ": it is no folder");
+            throw NoInput("cannot read " + quoted(folder) + ": not a folder");
     if (!options.templates.empty())
         return {options.templates.begin(), options.templates.end()};
-    const fs::path usual =
+    const fs::path byDefault =
         (fs::path(options.configuration).parent_path() / ".." / "templates").lexically_normal();
-    return fs::is_directory(usual) ? std::vector<fs::path>{usual} : std::vector<fs::path>();
+    return fs::is_directory(byDefault) ? std::vector<fs::path>{byDefault} : std::vector<fs::path>();
 }
 
 int check(const Options& options) {
     if (!fs::is_directory(options.root))
-        throw NoInput("cannot read " + quoted(options.root) + ": it is no folder");
+        throw NoInput("cannot read " + quoted(options.root) + ": not a folder");
     Findings findings;
     const Configuration configuration =
         readConfiguration(options.configuration, contentsOf(options.configuration), findings);
@@ -83,11 +83,11 @@ int check(const Options& options) {
         checkTemplates(folder, findings);
     const std::vector<Finding> sorted = findings.sorted();
     std::fputs((options.asJson ? asJson(sorted) : asLines(sorted)).c_str(), stdout);
-    return findings.holdProblems() ? kFound : EX_OK;
+    return findings.containProblems() ? kProblemsFound : EX_OK;
 }
 
 int explainUrl(const Options& options) {
-    Findings ignored; // a check tells them
+    Findings ignored; // reported by a check
     const Configuration configuration =
         readConfiguration(options.configuration, contentsOf(options.configuration), ignored);
     std::fputs(explain(options.url, configuration).c_str(), stdout);

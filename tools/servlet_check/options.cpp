@@ -7,32 +7,32 @@
 const char kHelpText[] =
     "Usage: servlet_check [OPTION]... [SERVLET.XML]\n"
     "       servlet_check --explain=URL [--root=DIR] [SERVLET.XML]\n"
-    "Tells what of a device's plug-in, its configuration and its templates would fail on the\n"
-    "device. Nothing of the plug-in is run, so it may be one for another processor.\n"
+    "Checks a device's plug-in, its configuration and its templates before deployment. Does not\n"
+    "run the plug-in, which may be built for another processor.\n"
     "\n"
     "SERVLET.XML is /phone/www/WEB-INFO/servlet/servlet.xml below the root by default.\n"
     "\n"
-    "  -r, --root=DIR        the device's file tree on this machine (/)\n"
-    "  -p, --provides=FILE   the host program, or a library, that the device has and the root\n"
-    "                        lacks; may be given several times\n"
-    "  -P, --partial         the device has other libraries than the root: those that are not\n"
-    "                        there are told in a note\n"
-    "  -t, --templates=DIR   look at the templates in this folder, not in the folder templates\n"
+    "  -r, --root=DIR        the folder that contains the device's files (/)\n"
+    "  -p, --provides=FILE   the path of the host program, or of a library, that the device has\n"
+    "                        and the root lacks; may be given several times\n"
+    "  -P, --partial         the root lacks libraries that the device has: report missing ones\n"
+    "                        in a note, not as problems\n"
+    "  -t, --templates=DIR   check the templates in this folder instead of the folder templates\n"
     "                        beside that of SERVLET.XML; may be given several times\n"
     "  -j, --json            print the findings as a JSON array\n"
     "  -e, --explain=URL     print what the container would do with a GET of this URL\n"
     "  -h, --help            show this text and exit\n"
     "  -V, --version         show the version and exit\n"
     "\n"
-    "Each finding is a line \"file:line: what\". Notes, which tell what could not be looked at,\n"
-    "begin with \"note: \" and leave the exit status alone.\n"
+    "Each finding is a line \"file:line: message\". Notes report what could not be checked; they\n"
+    "begin with \"note: \" and do not change the exit status.\n"
     "\n"
     "Exit status:\n"
-    "    0  nothing was found, or the URL was explained\n"
-    "    1  something was found\n"
+    "    0  no problem was found, or the URL was explained\n"
+    "    1  problems were found\n"
     "   64  wrong usage\n"
-    "   66  a file or folder that was named, or SERVLET.XML, cannot be read\n"
-    "   71  the system refused something else\n";
+    "   66  SERVLET.XML, or a file or folder of an option, cannot be read\n"
+    "   71  another system call failed\n";
 
 namespace {
 
@@ -87,7 +87,7 @@ bool takeOption(int letter, const char* value, const char* word, Options& option
     }
 }
 
-bool isOver(const Options& options) {
+bool needsNoMore(const Options& options) {
     return options.action == Options::Action::Help || options.action == Options::Action::Version;
 }
 
@@ -95,12 +95,12 @@ bool takeArguments(int argc, char* const argv[], Options& options, std::string& 
     options.configuration = (std::filesystem::path(options.root) / kConfigFile).string();
     if (optind < argc)
         options.configuration = argv[optind++];
-    const bool isOnlyOfChecks = options.asJson || options.isPartial || !options.provided.empty() ||
-                                !options.templates.empty();
+    const bool hasCheckOptions = options.asJson || options.isPartial || !options.provided.empty() ||
+                                 !options.templates.empty();
     if (optind < argc)
         error = std::string("unexpected argument '") + argv[optind] + "'";
-    else if (options.action == Options::Action::Explain && isOnlyOfChecks)
-        error = "--explain goes with --root and SERVLET.XML only";
+    else if (options.action == Options::Action::Explain && hasCheckOptions)
+        error = "--explain can be combined with --root and SERVLET.XML only";
     return error.empty();
 }
 
@@ -109,9 +109,9 @@ bool takeArguments(int argc, char* const argv[], Options& options, std::string& 
 std::optional<Options> parseOptions(int argc, char* const argv[], std::string& error) {
     Options options;
     opterr = 0;
-    optind = 0; // makes getopt start afresh
-    while (!isOver(options)) {
-        const int current = optind == 0 ? 1 : optind; // the word an error is about
+    optind = 0; // makes getopt_long(3) start again
+    while (!needsNoMore(options)) {
+        const int current = optind == 0 ? 1 : optind; // the word that an error refers to
         const int letter = getopt_long(argc, argv, ":r:p:Pt:je:hV", kLongOptions, nullptr);
         if (letter == -1)
             break;
@@ -119,7 +119,7 @@ std::optional<Options> parseOptions(int argc, char* const argv[], std::string& e
         if (!takeOption(letter, optarg, word, options, error))
             return std::nullopt;
     }
-    if (!isOver(options) && !takeArguments(argc, argv, options, error))
+    if (!needsNoMore(options) && !takeArguments(argc, argv, options, error))
         return std::nullopt;
     return options;
 }

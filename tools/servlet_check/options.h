@@ -10,20 +10,20 @@ struct Options {
     enum class Action { Check, Explain, Help, Version };
 
     Action action = Action::Check;
-    std::string root = "/";             // the device's files on this machine
-    std::string configuration;          // the file; never empty once parsed
-    std::vector<std::string> templates; // folders; empty for the one beside the configuration's
-    std::vector<std::string> provided;  // the host program, and libraries that the device has
-    bool isPartial = false;             // the root lacks files that the device has
+    std::string root = "/";             // the folder that contains the device's files
+    std::string configuration;          // the file, by default the one below the root
+    std::vector<std::string> templates; // folders; by default the one beside the configuration's
+    std::vector<std::string> provided;  // host programs and libraries that the root lacks
+    bool isPartial = false;             // the root lacks libraries that the device has
     bool asJson = false;
     std::string url; // to explain
 };
 
-// Nothing for a command line that makes no sense; `error` then says in one line what is wrong
-// with it. One thread at a time.
+// Parses the command line. Returns nothing if it is wrong; `error` then says why, in one line. Not
+// thread-safe, since getopt_long(3) is not.
 std::optional<Options> parseOptions(int argc, char* const argv[], std::string& error);
 
-// Several lines, the last with its newline.
+// The text of --help: several lines, each with its line feed.
 extern const char kHelpText[];
 
 #endif

@@ -10,8 +10,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const char kEnds[] = ": the container logs \"Cannot load library error=...\", and the process ends "
-                     "with status 255";
+const char kProcessEnds[] =
+    ": the container logs \"Cannot load library error=...\", and the process ends "
+    "with status 255";
 const char* const kHostPrograms[] = {"/usr/sbin/fcgi_host",      "/usr/local/sbin/fcgi_host",
                                      "/sbin/fcgi_host",          "/usr/bin/fcgi_host",
                                      "/usr/local/bin/fcgi_host", "/bin/fcgi_host"};
@@ -25,7 +26,8 @@ struct MissingLibrary {
     std::string neededBy;
 };
 
-// Objects that one process has open, with all that they need, in the order of the dynamic linker.
+// The objects that one process has open, their dependencies included, in the order in which the
+// dynamic linker searches them.
 class Scope {
 public:
     Scope(DeviceTree& tree, const std::vector<SharedObject>& provided)
@@ -46,7 +48,7 @@ public:
                            [&](const MissingLibrary& other) { return other.name == library; });
     }
 
-    // Null when none is open under this name.
+    // Returns the open object with this name, or null.
     const SharedObject* named(const std::string& name) const {
         const auto found =
             std::find_if(m_objects.begin(), m_objects.end(), [&](const SharedObject* object) {
@@ -78,11 +80,11 @@ private:
         }
     }
 
-    const SharedObject* find(const std::string& name, const SharedObject& asker) {
+    const SharedObject* find(const std::string& name, const SharedObject& dependent) {
         for (const SharedObject& object : m_provided)
             if (object.name == name || baseName(object) == name)
                 return &object;
-        return m_tree.library(name, foldersOf(asker), asker.architecture);
+        return m_tree.library(name, foldersOf(dependent), dependent.architecture);
     }
 
     std::vector<std::string> foldersOf(const SharedObject& object) const {
@@ -114,19 +116,19 @@ public:
         if (!plugin)
             return;
         addHost();
-        const std::size_t first = m_scope.objects().size(); // of what the plug-in brings along
+        const std::size_t first = m_scope.objects().size(); // of the plug-in and its dependencies
         const bool fits = fitsHost(*plugin);
         if (fits)
             m_scope.add(*plugin);
         checkCreationFunctions(*plugin);
         if (!fits)
             return;
-        tellMissing();
+        reportMissing();
         for (std::size_t i = first; i < m_scope.objects().size(); ++i) {
             checkVersions(*m_scope.objects()[i]);
             checkUndefined(*m_scope.objects()[i]);
         }
-        tellLeftOut();
+        noteMissing();
     }
 
 private:
@@ -139,13 +141,12 @@ private:
 
     std::string root() const { return quoted(m_tree.root().string()); }
 
-    // Null, and a finding, when there is none that the container could open.
+    // Returns nothing, after adding a finding, if the container could not open the plug-in.
     std::optional<SharedObject> open() {
         const std::string& path = m_configuration.library;
         if (path.find('/') != std::string::npos && path.front() != '/') {
             problem("the path " + quoted(path) +
-                    " goes by the folder that the daemon runs in: it "
-                    "could not be looked at");
+                    " is relative to the daemon's working directory: it could not be checked");
             return std::nullopt;
         }
         std::string file;
@@ -156,19 +157,20 @@ private:
             file = library->file;
         }
         if (file.empty()) {
-            problem("the library " + quoted(path) + " is not below " + root() + kEnds);
+            problem("the library " + quoted(path) + " is not below " + root() + kProcessEnds);
             return std::nullopt;
         }
         std::string error;
         auto plugin = readSharedObject(file, error);
         if (!plugin)
-            problem("the library " + quoted(path) + ' ' + error + kEnds);
+            problem("the library " + quoted(path) + ' ' + error + kProcessEnds);
         else if (!plugin->isLibrary)
-            problem("the library " + quoted(path) + " is a program" + kEnds);
+            problem("the library " + quoted(path) + " is a program" + kProcessEnds);
         return plugin && plugin->isLibrary ? std::move(plugin) : std::nullopt;
     }
 
-    // Whatever opens the plug-in: what the caller named, and what is found in the tree.
+    // Adds the programs and libraries that may open the plug-in: those of the command line and
+    // those in the tree.
     void addHost() {
         for (const SharedObject& object : m_provided)
             m_hosts.push_back(&object);
@@ -181,8 +183,8 @@ private:
             m_scope.add(*host);
         if (m_hosts.empty())
             note("neither fcgi_host nor libfcgiServer.so is below " + root() +
-                 ": what the plug-in may have from them, and for which processor they are, could "
-                 "not be looked at; --provides names others");
+                 ": their symbols and their processor could not be checked; name them with "
+                 "--provides");
     }
 
     bool fitsHost(const SharedObject& plugin) {
@@ -191,7 +193,7 @@ private:
                 continue;
             problem("the library " + quoted(m_configuration.library) + " is for " +
                     plugin.architecture.name() + ", " + quoted(baseName(*host)) + " for " +
-                    host->architecture.name() + kEnds);
+                    host->architecture.name() + kProcessEnds);
             return false;
         }
         return true;
@@ -226,7 +228,8 @@ private:
         }
     }
 
-    // Empty for a function that the container finds: in the plug-in or in what that needs.
+    // Returns why the container does not find the function in the plug-in or in a library that it
+    // needs; empty if it does.
     std::string whyNotCreated(const SharedObject& plugin, const std::string& function) const {
         const std::string library = quoted(m_configuration.library);
         const SharedObject* owner = &plugin;
@@ -236,10 +239,11 @@ private:
                 owner = object;
         const auto exported = owner->exported.find(function);
         if (exported != owner->exported.end())
-            return exported->second ? "" : quoted(function) + " in " + library + " is no function";
+            return exported->second ? ""
+                                    : quoted(function) + " in " + library + " is not a function";
         const std::string mangled = "_Z" + std::to_string(function.size()) + function;
-        for (const auto& [symbol, mayBeCalled] : plugin.exported)
-            if (symbol.compare(0, mangled.size(), mangled) == 0 && mayBeCalled)
+        for (const auto& [symbol, canBeCalled] : plugin.exported)
+            if (symbol.compare(0, mangled.size(), mangled) == 0 && canBeCalled)
                 return library + " exports " + quoted(function) + " as C++, " + quoted(symbol) +
                        ", and not as extern \"C\"";
         if (plugin.hidden.count(function) != 0)
@@ -254,13 +258,13 @@ private:
                            });
     }
 
-    void tellMissing() {
+    void reportMissing() {
         if (m_isPartial)
             return;
         for (const MissingLibrary& library : m_scope.missing())
             problem("the library " + quoted(library.name) + ", which " + quoted(library.neededBy) +
                     " needs, is not below " + root() +
-                    ": the dynamic linker opens nothing without it");
+                    ": the dynamic linker cannot open the plug-in without it");
     }
 
     void checkVersions(const SharedObject& object) {
@@ -269,8 +273,8 @@ private:
             if (library == nullptr || library->versions.empty() || need.isWeak ||
                 library->versions.count(need.version) != 0)
                 continue;
-            problem(quoted(baseName(object)) + " needs the version " + quoted(need.version) +
-                    " of " + quoted(need.library) + ", which that does not have" + kEnds);
+            problem(quoted(baseName(object)) + " needs version " + quoted(need.version) + " of " +
+                    quoted(need.library) + ", which that library does not define" + kProcessEnds);
         }
     }
 
@@ -278,18 +282,19 @@ private:
         for (const UndefinedSymbol& symbol : object.undefined) {
             if (m_scope.provides(symbol.name))
                 continue;
-            if (mayBeLeftOut(object, symbol))
-                ++m_leftOut;
+            if (mayBeInMissingLibrary(object, symbol))
+                ++m_unchecked;
             else
-                problem(quoted(baseName(object)) + " needs " + quoted(demangled(symbol.name)) +
-                        ", which nobody provides" +
-                        (symbol.isWanted ? kEnds : ": the process ends when it is called first"));
+                problem(
+                    quoted(baseName(object)) + " needs " + quoted(demangled(symbol.name)) +
+                    ", which no library provides" +
+                    (symbol.neededAtLoad ? kProcessEnds : ": the process ends at the first call"));
         }
     }
 
-    // Whether a library that is not there may have it. One that gives its symbols versions gives
-    // them to all.
-    bool mayBeLeftOut(const SharedObject& object, const UndefinedSymbol& symbol) const {
+    // Returns whether a missing library may define the symbol. A library with symbol versions
+    // defines no symbol without one.
+    bool mayBeInMissingLibrary(const SharedObject& object, const UndefinedSymbol& symbol) const {
         if (!symbol.library.empty())
             return m_scope.isMissing(symbol.library);
         return std::any_of(
@@ -300,14 +305,14 @@ private:
             });
     }
 
-    void tellLeftOut() {
+    void noteMissing() {
         if (m_scope.missing().empty())
             return;
         std::string names;
         for (const MissingLibrary& library : m_scope.missing())
             names += (names.empty() ? "" : ", ") + library.name;
-        note("not below " + root() + ", so not looked at: " + names + "; " +
-             std::to_string(m_leftOut) + " symbols that the plug-in needs may be theirs");
+        note("not below " + root() + ", so not checked: " + names + "; " +
+             std::to_string(m_unchecked) + " symbols that the plug-in needs may be defined there");
     }
 
     const Configuration& m_configuration;
@@ -317,7 +322,7 @@ private:
     Findings& m_findings;
     std::vector<const SharedObject*> m_hosts;
     Scope m_scope;
-    std::size_t m_leftOut = 0;
+    std::size_t m_unchecked = 0;
 };
 
 } // namespace

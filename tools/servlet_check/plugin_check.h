@@ -1,4 +1,4 @@
-// The plug-in library, as the container would open and use it.
+// Checks whether the container could open and use the plug-in library.
 #ifndef PLUGIN_CHECK_H
 #define PLUGIN_CHECK_H
 
@@ -9,10 +9,10 @@
 
 #include <vector>
 
-// Adds to `findings` whatever keeps the container from opening the library that the configuration
-// names, or from creating what the configuration asks it for. `provided` are the host program and
-// libraries that the device has besides those in `tree`; where `isPartial`, it has others, too,
-// that cannot be looked at.
+// Adds to `findings` whatever prevents the container from opening the configured library or from
+// creating the configured servlets and listeners. `provided` are the host program and libraries
+// that the device has besides those in `tree`; if `isPartial`, the device has further ones, which
+// cannot be checked.
 void checkPlugin(const Configuration& configuration, DeviceTree& tree,
                  const std::vector<SharedObject>& provided, bool isPartial, Findings& findings);
 

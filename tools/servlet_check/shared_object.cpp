@@ -1,8 +1,9 @@
 #include "shared_object.h"
 
+#include "base/descriptor.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -19,42 +20,27 @@
 
 namespace {
 
-constexpr unsigned kVersionIndex = 0x7fff; // without the bit that hides a version
+constexpr unsigned kVersionIndex = 0x7fff; // mask: the highest bit marks a hidden version
 
-// Why a file is not what it should be; never leaves this file.
+// Why a file cannot be used; readSharedObject() catches it.
 class Fault : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-class Descriptor {
-public:
-    explicit Descriptor(const std::string& file)
-        : m_number(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
-        struct stat status;
-        if (m_number < 0 || ::fstat(m_number, &status) != 0)
-            fail(errno);
-        if (!S_ISREG(status.st_mode))
-            fail(S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
-    }
-    ~Descriptor() { close(); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int number() const { return m_number; }
-
-private:
-    void close() const {
-        if (m_number >= 0)
-            ::close(m_number);
-    }
-    [[noreturn]] void fail(int error) const {
-        close();
+base::Descriptor openFile(const std::string& file) {
+    // O_NONBLOCK: opening a named pipe would wait for a writer.
+    base::Descriptor result(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {};
+    int error = 0;
+    if (!result || ::fstat(result.get(), &status) != 0)
+        error = errno;
+    else if (!S_ISREG(status.st_mode))
+        error = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    if (error != 0)
         throw Fault("cannot be read: " + std::generic_category().message(error));
-    }
-
-    int m_number;
-};
+    return result;
+}
 
 struct EndElf {
     void operator()(Elf* elf) const { elf_end(elf); }
@@ -78,11 +64,11 @@ struct Dynamic {
 
 class Reader {
 public:
-    explicit Reader(const std::string& file) : m_descriptor(file) {
+    explicit Reader(const std::string& file) : m_descriptor(openFile(file)) {
         elf_version(EV_CURRENT);
-        m_elf.reset(elf_begin(m_descriptor.number(), ELF_C_READ, nullptr));
+        m_elf.reset(elf_begin(m_descriptor.get(), ELF_C_READ, nullptr));
         if (m_elf == nullptr || elf_kind(m_elf.get()) != ELF_K_ELF)
-            throw Fault("is no ELF file");
+            throw Fault("is not an ELF file");
         if (gelf_getehdr(m_elf.get(), &m_header) == nullptr)
             fail();
         m_result.file = file;
@@ -92,8 +78,8 @@ public:
         readArchitecture();
         readSections();
         if (m_dynamicSymbols.empty() || m_dynamicSections.empty())
-            throw Fault("is cut off, or no shared library: the tables of the dynamic linker are "
-                        "not there");
+            throw Fault("is truncated, or not a shared library: the dynamic linker's tables are "
+                        "missing");
         readDynamic();
         readVersions();
         readRelocations();
@@ -107,7 +93,7 @@ public:
 private:
     [[noreturn]] static void fail() {
         const char* reason = elf_errmsg(-1);
-        throw Fault(std::string("is cut off or damaged") +
+        throw Fault(std::string("is truncated or damaged") +
                     (reason != nullptr ? std::string(": ") + reason : ""));
     }
 
@@ -165,7 +151,7 @@ private:
         return size != 0 ? static_cast<int>(section.data->d_size / size) : 0;
     }
 
-    // Of the string table that a section goes with.
+    // Returns a string of the table that belongs to `section`.
     std::string text(const Section& section, std::size_t offset) const {
         const char* result = elf_strptr(m_elf.get(), section.header.sh_link, offset);
         if (result == nullptr)
@@ -210,7 +196,8 @@ private:
                    [&](int at) { return readDefinition(section, at); });
     }
 
-    // A chain: `read` gives how far behind an entry the next one is, 0 for the last.
+    // Reads a chain of entries: `read` returns the distance from one entry to the next, 0 for the
+    // last.
     template <class Read>
     static void eachOf(const Section& section, std::size_t count, Read read) {
         std::size_t at = 0;
@@ -256,8 +243,9 @@ private:
         return definition.vd_next;
     }
 
-    // Functions are looked up when they are called first, unless the object says otherwise;
-    // everything else when it is opened.
+    // Finds the symbols that are needed at load. Functions are looked up at their first call,
+    // unless the object was linked with -z now; everything else is looked up when the object is
+    // opened.
     void readRelocations() {
         const bool bindsNow = (m_dynamic.value(DT_FLAGS) & DF_BIND_NOW) != 0 ||
                               (m_dynamic.value(DT_FLAGS_1) & DF_1_NOW) != 0;
@@ -266,7 +254,7 @@ private:
             if (section.header.sh_addr == calls && !bindsNow)
                 continue;
             for (int i = 0; i < countOf(section); ++i)
-                m_wanted.insert(symbolOf(section, i));
+                m_neededAtLoad.insert(symbolOf(section, i));
         }
     }
 
@@ -299,14 +287,15 @@ private:
             if (symbol.st_shndx == SHN_UNDEF) {
                 if (binding != STB_WEAK)
                     m_result.undefined.push_back(
-                        {name, libraryOf(i), m_wanted.count(static_cast<std::size_t>(i)) != 0});
+                        {name, libraryOf(i),
+                         m_neededAtLoad.count(static_cast<std::size_t>(i)) != 0});
             } else if (visibility == STV_DEFAULT || visibility == STV_PROTECTED) {
-                m_result.exported[name] = mayBeCalled(symbol);
+                m_result.exported[name] = canBeCalled(symbol);
             }
         }
     }
 
-    static bool mayBeCalled(const GElf_Sym& symbol) {
+    static bool canBeCalled(const GElf_Sym& symbol) {
         const unsigned type = GELF_ST_TYPE(symbol.st_info);
         return type == STT_FUNC || type == STT_GNU_IFUNC || type == STT_NOTYPE;
     }
@@ -331,7 +320,7 @@ private:
         }
     }
 
-    Descriptor m_descriptor;
+    base::Descriptor m_descriptor;
     std::unique_ptr<Elf, EndElf> m_elf;
     GElf_Ehdr m_header{};
     SharedObject m_result;
@@ -344,7 +333,7 @@ private:
     std::vector<Section> m_needSections;
     std::vector<Section> m_versionSections;
     std::unordered_map<unsigned, std::string> m_libraryOfVersion; // by the version's index
-    std::unordered_set<std::size_t> m_wanted;                     // symbols, by their index
+    std::unordered_set<std::size_t> m_neededAtLoad;               // symbols, by their index
 };
 
 std::string machineName(unsigned machine) {
@@ -362,8 +351,8 @@ std::string machineName(unsigned machine) {
 } // namespace
 
 bool Architecture::fits(const Architecture& other) const {
-    const bool floatsDiffer =
-        floats != Floats::Unsaid && other.floats != Floats::Unsaid && floats != other.floats;
+    const bool floatsDiffer = floats != Floats::Unspecified &&
+                              other.floats != Floats::Unspecified && floats != other.floats;
     return machine == other.machine && is64Bit == other.is64Bit &&
            isBigEndian == other.isBigEndian && !floatsDiffer;
 }
@@ -387,7 +376,7 @@ std::optional<SharedObject> readSharedObject(const std::string& file, std::strin
 
 std::string demangled(const std::string& symbol) {
     if (symbol.compare(0, 2, "_Z") != 0)
-        return symbol; // else "x" would be taken for a type
+        return symbol; // a name like "x" would be demangled as a type
     int status = 0;
     const std::unique_ptr<char, decltype(&std::free)> text(
         abi::__cxa_demangle(symbol.c_str(), nullptr, nullptr, &status), &std::free);

@@ -1,5 +1,4 @@
-// What the dynamic linker would see of a program or library, read from its file: for any processor,
-// and without running anything of it.
+// Reads a program or library as the dynamic linker would: for any processor, without running it.
 #ifndef SHARED_OBJECT_H
 #define SHARED_OBJECT_H
 
@@ -13,44 +12,44 @@ struct Architecture {
     unsigned machine = 0; // EM_ARM and so on
     bool is64Bit = false;
     bool isBigEndian = false;
-    enum class Floats { Unsaid, Soft, Hard } floats = Floats::Unsaid; // of ARM
+    enum class Floats { Unspecified, Soft, Hard } floats = Floats::Unspecified; // ARM only
 
-    // Whether one process can hold both.
+    // Returns whether both can be loaded into one process.
     bool fits(const Architecture& other) const;
     std::string name() const;
 };
 
 struct VersionNeed {
-    std::string library; // as in the list of needed ones
+    std::string library; // as in SharedObject::needed
     std::string version;
-    bool isWeak; // then the dynamic linker only warns
+    bool isWeak; // the dynamic linker only warns if it is missing
 };
 
 struct UndefinedSymbol {
     std::string name;
-    std::string library; // that has the version it is linked with; empty without a version
-    bool isWanted;       // by the time the object is opened, not by its first call
+    std::string library; // that defines the symbol's version; empty without a version
+    bool neededAtLoad;   // when the object is opened, not at the first call
 };
 
 struct SharedObject {
     std::string file; // on this machine
     Architecture architecture;
-    bool isLibrary = false; // may be opened by dlopen(3)
-    std::string name;       // that it gives itself; may be empty
+    bool isLibrary = false; // dlopen(3) can open it
+    std::string name;       // DT_SONAME; may be empty
     std::vector<std::string> needed;
-    std::vector<std::string> folders; // where it wants them looked for; may hold "$ORIGIN"
-    std::unordered_map<std::string, bool> exported; // by name; whether it may be called
-    std::unordered_set<std::string> hidden;         // functions that it has and does not export
-    std::unordered_set<std::string> versions;       // that it defines
-    std::vector<UndefinedSymbol> undefined;         // without weak ones
+    std::vector<std::string> folders;               // DT_RPATH or DT_RUNPATH; may contain "$ORIGIN"
+    std::unordered_map<std::string, bool> exported; // by name; whether it can be called
+    std::unordered_set<std::string> hidden;         // functions that it does not export
+    std::unordered_set<std::string> versions;       // symbol versions that it defines
+    std::vector<UndefinedSymbol> undefined;         // except weak ones
     std::vector<VersionNeed> versionNeeds;
 };
 
-// Nothing for a file that cannot be read; `error` then says why, as the rest of a sentence that
-// begins with the file.
+// Reads `file`. Returns nothing on failure; `error` then completes the sentence "FILE ...", for
+// example "cannot be read: No such file or directory".
 std::optional<SharedObject> readSharedObject(const std::string& file, std::string& error);
 
-// As C++ writes it, or as it is.
+// Returns the C++ declaration of a mangled name; any other name unchanged.
 std::string demangled(const std::string& symbol);
 
 #endif

@@ -2,7 +2,6 @@
 
 #include "tmpl.h"
 
-#include <cctype>
 #include <charconv>
 #include <cstddef>
 #include <cstdio>
@@ -16,9 +15,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// One line, "file:line: what is wrong", without its end; empty for a template that can be shown.
-// The container gives no formats of its own, so none is given here.
-std::string complaintOf(const std::string& file) {
+// Returns one line, "file:line: message", without its line feed; empty for a correct template.
+// Passes no formats, since the container has none of its own.
+std::string errorOf(const std::string& file) {
     char* text = nullptr;
     std::size_t size = 0;
     FILE* err = open_memstream(&text, &size);
@@ -31,21 +30,21 @@ std::string complaintOf(const std::string& file) {
     return result.substr(0, result.find('\n'));
 }
 
-// Takes the complaint apart, whose place may be in an included file.
-void add(const std::string& file, const std::string& complaint, Findings& findings) {
+// Splits the message into place and text. The place may be in an included file.
+void add(const std::string& file, const std::string& message, Findings& findings) {
     const std::string effect = ": the page is empty, and the container logs "
                                "\"HttpResponseImpl::flush() TMPL_write error\"";
-    for (std::size_t colon = complaint.find(':'); colon != std::string::npos;
-         colon = complaint.find(':', colon + 1)) {
+    for (std::size_t colon = message.find(':'); colon != std::string::npos;
+         colon = message.find(':', colon + 1)) {
         unsigned line = 0;
-        const char* const end = complaint.data() + complaint.size();
-        const auto [rest, error] = std::from_chars(complaint.data() + colon + 1, end, line);
+        const char* const end = message.data() + message.size();
+        const auto [rest, error] = std::from_chars(message.data() + colon + 1, end, line);
         if (error == std::errc() && end - rest > 2 && rest[0] == ':' && rest[1] == ' ') {
-            findings.problem(complaint.substr(0, colon), line, std::string(rest + 2, end) + effect);
+            findings.problem(message.substr(0, colon), line, std::string(rest + 2, end) + effect);
             return;
         }
     }
-    findings.problem(file, 1, complaint + effect);
+    findings.problem(file, 1, message + effect);
 }
 
 } // namespace
@@ -56,8 +55,8 @@ void checkTemplates(const fs::path& folder, Findings& findings) {
         if (!entry.is_regular_file(error))
             continue;
         const std::string file = entry.path().string();
-        const std::string complaint = complaintOf(file);
-        if (!complaint.empty())
-            add(file, complaint, findings);
+        const std::string message = errorOf(file);
+        if (!message.empty())
+            add(file, message, findings);
     }
 }

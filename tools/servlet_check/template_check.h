@@ -1,4 +1,4 @@
-// The templates in a folder, as the device's template library reads them.
+// Checks templates with the device's own template library.
 #ifndef TEMPLATE_CHECK_H
 #define TEMPLATE_CHECK_H
 
@@ -6,7 +6,8 @@
 
 #include <filesystem>
 
-// Adds to `findings` what TMPL_web_write says of each file in `folder` and the folders inside.
+// Checks each file in `folder` and its subfolders. Adds to `findings` each error that
+// TMPL_web_write() reports.
 void checkTemplates(const std::filesystem::path& folder, Findings& findings);
 
 #endif
