@@ -1,8 +1,8 @@
--- A redirect of the daemon's says where to, and leaves the status to the front server. Apache would
--- leave it at 200.
+-- The daemon's redirects have a Location header and no status, which the front server sets. Apache
+-- would answer with status 200.
 function redirect(r)
     if r.status == 200 and r.headers_out["Location"] then
         r.status = 302
     end
-    -- Without a coroutine.yield() the answer itself passes by.
+    -- No coroutine.yield(): the body passes unfiltered.
 end

@@ -67,7 +67,7 @@ def greeting(place, env):
     """A new project named greeting."""
     folder = place / "some projects"
     assert run("servlet_new", "greeting", cwd=folder, env=env) == (
-        "greeting/ is there; greeting/README.md tells how to build, test and serve it.\n")
+        "Created greeting/; greeting/README.md explains how to build, test and serve it.\n")
     return folder / "greeting"
 
 
@@ -78,10 +78,10 @@ def commands(project):
     return build, test, serve
 
 
-def test_the_guide_and_the_man_page_give_the_same_commands(greeting):
-    told = "\n".join(commands(greeting))
+def test_the_guide_and_the_man_page_show_the_same_commands(greeting):
+    shown = "\n".join(commands(greeting))
     guide = (SOURCE / "docs/plugin-guide.md").read_text()
-    assert f"```sh\nservlet_new news\ncd news\n{told}\n```\n" in guide
+    assert f"```sh\nservlet_new news\ncd news\n{shown}\n```\n" in guide
     examples = (SOURCE / "packaging/man/servlet_new.1").read_text().partition(".Sh EXAMPLES\n")[2]
     assert re.findall(r"^\.Dl \$ (.*)$", examples, re.M) == [
         "servlet_new news && cd news", *commands(greeting)]
@@ -159,15 +159,15 @@ def serving(project, place, env, **user):
     assert not list((place / "tmp").iterdir()), "temporary files"
 
 
-def is_refused_a_tree(**user):
+def is_refused_a_namespace(**user):
     own = ["unshare", "--mount", *["--user", "--map-root-user"] * bool(user or os.geteuid())]
     return subprocess.run([*own, "true"], check=False, stderr=subprocess.DEVNULL,
                           **user).returncode != 0
 
 
 def assert_serves(project, place, env, **user):
-    if is_refused_a_tree(**user):
-        pytest.skip("this machine refuses a file tree of one's own")
+    if is_refused_a_namespace(**user):
+        pytest.skip("this machine does not permit a mount namespace")
     before = os.path.exists("/phone")
     with serving(project, place, env, **user) as pages:
         status, page = pages.get("/servlet?p=greeting")
@@ -196,8 +196,8 @@ def test_an_unprivileged_user_serves_a_project(built, place, env):
 
 
 def test_a_change_is_served_after_a_restart(built, place, env):
-    if is_refused_a_tree():
-        pytest.skip("this machine refuses a file tree of one's own")
+    if is_refused_a_namespace():
+        pytest.skip("this machine does not permit a mount namespace")
     template = built / "www/WEB-INFO/templates/greeting.html"
     stylesheet = built / "www/greeting.css"
     template.write_text(template.read_text().replace("Hello,", "Welcome,"))
@@ -260,15 +260,15 @@ def test_the_tool_in_the_sources_makes_the_same_project(greeting, tmp_path):
 
 
 @pytest.mark.parametrize("arguments, reason", [
-    ([], "wants one argument"),
-    (["a", "b"], "wants one argument"),
+    ([], "expects one argument"),
+    (["a", "b"], "expects one argument"),
     (["--force"], "there is no option '--force'"),
-    *[([name], "is no name of up to 32 letters") for name in (
+    *[([name], "is not a valid name: up to 32 letters") for name in (
         "", "1a", "_a", "a_", "a__b", "a-b", "a b", "a/b", "..", "/a", "a\n", "ä", "a.b", "x" * 33)],
-    *[([name], "is a word of C++'s own") for name in (
+    *[([name], "is a keyword of C++") for name in (
         "class", "alignas", "char16_t", "export", "reinterpret_cast", "xor_eq")],
-    *[([name], "refuses every address") for name in ("script", "DeScRiPtion")],
-    (["notice"], "is the container's own"),
+    *[([name], "rejects every address") for name in ("script", "DeScRiPtion")],
+    (["notice"], "is one of the container's own pages"),
 ])
 def test_an_invalid_name_is_refused_and_nothing_created(arguments, reason, tmp_path, env):
     status, printed = outcome("servlet_new", *arguments, cwd=tmp_path, env=env)
@@ -283,7 +283,7 @@ def test_an_existing_file_or_folder_is_not_changed(make, tmp_path, env):
     make(tmp_path / "news")
     before = os.lstat(tmp_path / "news").st_ino
     assert outcome("servlet_new", "news", cwd=tmp_path, env=env) == (
-        73, "servlet_new: news is there already\n")
+        73, "servlet_new: news exists already\n")
     assert os.lstat(tmp_path / "news").st_ino == before
     assert files(tmp_path) in ({}, {"news": ""})
 
@@ -300,24 +300,24 @@ def instead(tmp_path, env):
     return instead
 
 
-def test_a_project_that_cannot_be_finished_leaves_nothing(instead, tmp_path):
+def test_a_project_that_cannot_be_finished_leaves_no_file(instead, tmp_path):
     full = instead("sed", '[[ "${@: -1}" != *.html ]] || { echo "no room" >&2; exit 4; }\n'
                           'exec /bin/sed "$@"')
     (tmp_path / "here").mkdir()
     status, printed = outcome("servlet_new", "news", cwd=tmp_path / "here", env=full)
-    assert (status, printed) == (73, "no room\nservlet_new: news cannot be made\n")
+    assert (status, printed) == (73, "no room\nservlet_new: cannot create news\n")
     assert not list((tmp_path / "here").iterdir())
 
 
 def test_a_folder_without_write_permission_is_reported(env):
     status, printed = outcome("servlet_new", "news", cwd="/proc", env=env)
-    assert status == 73 and "servlet_new: no folder can be made here\n" in printed
+    assert status == 73 and "servlet_new: cannot create a folder here\n" in printed
 
 
 def test_a_tool_without_its_files_reports_it(tmp_path):
     shutil.copy(SOURCE / "tools/servlet_new/servlet_new", tmp_path)
     status, printed = outcome(tmp_path / "servlet_new", "news", cwd=tmp_path)
-    assert status == 66 and "is not the project that others are made of" in printed
+    assert status == 66 and "is not the template of all projects" in printed
     assert not (tmp_path / "news").exists()
 
 
@@ -330,14 +330,14 @@ def test_help_shows_the_usage_and_the_exit_statuses_of_the_man_page(tool, env):
 
 
 @pytest.mark.parametrize("arguments, status, reason", [
-    (["--port"], 64, "there is no such option, or it wants a value; --help tells more"),
-    (["--quick"], 64, "there is no such option, or it wants a value; --help tells more"),
-    (["--port", "x"], 64, "'x' is no port"),
-    (["--port=0"], 64, "'0' is no port"),
-    (["-p", "65536"], 64, "'65536' is no port"),
+    (["--port"], 64, "unknown option, or an option without its value; see --help"),
+    (["--quick"], 64, "unknown option, or an option without its value; see --help"),
+    (["--port", "x"], 64, "'x' is not a port number"),
+    (["--port=0"], 64, "'0' is not a port number"),
+    (["-p", "65536"], 64, "'65536' is not a port number"),
     (["build", "other"], 64, "unexpected argument 'other'"),
-    ([], 66, "build is no build folder; make it by cmake -B build"),
-    (["elsewhere"], 66, "elsewhere is no build folder; make it by cmake -B build"),
+    ([], 66, "build is not a build folder; create it with cmake -B build"),
+    (["elsewhere"], 66, "elsewhere is not a build folder; create it with cmake -B build"),
 ])
 def test_wrong_usage_of_servlet_serve_is_reported(arguments, status, reason, tmp_path, env):
     assert outcome("servlet_serve", *arguments, cwd=tmp_path, env=env) == (
@@ -350,21 +350,21 @@ def test_a_port_in_use_is_reported(other, env):
         taken.listen()
         port = taken.getsockname()[1]
         assert outcome("servlet_serve", "--port", port, cwd=other, env=env) == (
-            69, f"servlet_serve: port {port} is taken; "
-                "end what listens there or choose another with --port\n")
+            69, f"servlet_serve: port {port} is in use; "
+                "stop the program that listens there or choose another port with --port\n")
 
 
 def test_a_system_that_refuses_a_mount_is_reported(other, instead):
     refusing = instead("unshare", 'echo "unshare: unshare failed: Operation not permitted" >&2; exit 1')
     assert outcome("servlet_serve", "-p", free_port(), cwd=other, env=refusing) == (
-        71, "servlet_serve: this machine refuses a file tree of one's own: "
+        71, "servlet_serve: this machine does not permit a mount namespace: "
             "unshare: unshare failed: Operation not permitted; "
             "see DIAGNOSTICS in servlet_serve(1)\n")
 
 
 def test_a_project_that_does_not_build_is_not_served(other, env):
-    if is_refused_a_tree():
-        pytest.skip("this machine refuses a file tree of one's own")
+    if is_refused_a_namespace():
+        pytest.skip("this machine does not permit a mount namespace")
     source = other / "test.cpp"
     text = source.read_text()
     source.write_text(f"#error not yet\n{text}")
@@ -374,8 +374,8 @@ def test_a_project_that_does_not_build_is_not_served(other, env):
 
 
 def test_a_project_that_installs_no_configuration_is_reported(other, env):
-    if is_refused_a_tree():
-        pytest.skip("this machine refuses a file tree of one's own")
+    if is_refused_a_namespace():
+        pytest.skip("this machine does not permit a mount namespace")
     config = other / "www/WEB-INFO/servlet/servlet.xml"
     config.rename(other / "servlet.xml")
     status, printed = outcome("servlet_serve", "-p", free_port(), cwd=other, env=env)
@@ -392,8 +392,8 @@ SLOW = """
 
 
 def test_ctrl_c_lets_a_page_finish(other, place, env):
-    if is_refused_a_tree():
-        pytest.skip("this machine refuses a file tree of one's own")
+    if is_refused_a_namespace():
+        pytest.skip("this machine does not permit a mount namespace")
     source, log = other / "test.cpp", place / "serve.log"
     text = source.read_text()
     start = "        kit::Variables variables;\n"

@@ -34,7 +34,7 @@ def project(env, tmp_path_factory):
 @pytest.fixture
 def served(project, env, tmp_path):
     if subprocess.run(["unshare", "--mount", "true"], check=False, capture_output=True).returncode:
-        pytest.skip("this machine refuses a file tree of one's own")
+        pytest.skip("this machine does not permit a mount namespace")
     port = free_port()
     terminal = Terminal(["servlet_serve", "--port", port], cwd=project,
                         env=dict(env, TMPDIR=str(tmp_path)))

@@ -24,10 +24,10 @@ USAGE = "usage: scripts/serve [--port N] [--build DIR] [--plugin DIR]\n"
 
 
 def parent_and_command(pid):
-    """Nothing for a process that has ended."""
+    """Returns None for a process that has ended."""
     try:
         process = pathlib.Path(f"/proc/{pid}")
-        # The name in parentheses may hold anything.
+        # The name in parentheses may contain any characters.
         state, parent = (process / "stat").read_text().rpartition(")")[2].split()[:2]
         command = (process / "cmdline").read_bytes().replace(b"\0", b" ").decode()
     except OSError:
@@ -36,7 +36,7 @@ def parent_and_command(pid):
 
 
 def descendants(pid):
-    """Process ids and command lines of all that a process has started."""
+    """Returns the command lines of all processes that a process has started, by process id."""
     processes = {}
     for entry in pathlib.Path("/proc").iterdir():
         if entry.name.isdigit():
@@ -54,7 +54,7 @@ def descendants(pid):
 @pytest.fixture
 def serve(start, folder):
     def serve(*arguments):
-        # Ctrl-C is to reach it even where the tests run in the background, which ignores it.
+        # Background jobs ignore Ctrl-C; restores its action.
         return start.start(SOURCE / "scripts/serve", *arguments, log="serve.log",
                            stdin=subprocess.DEVNULL, env=dict(os.environ, TMPDIR=str(folder)),
                            preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
@@ -62,7 +62,7 @@ def serve(start, folder):
 
 
 class Served:
-    """A running scripts/serve and a way to ask it."""
+    """A running scripts/serve."""
 
     def __init__(self, process, port, log):
         self.process = process
@@ -85,28 +85,28 @@ class Served:
 
 
 @pytest.fixture
-def serve_until_the_end(serve, folder):
+def serve_and_wait(serve, folder):
     served = []
 
-    def serve_until_the_end(*arguments):
+    def serve_and_wait(*arguments):
         port = free_port()
         process = serve("--port", port, *arguments)
         served.append(Served(process, port, folder / "serve.log"))
         return served[-1]
-    yield serve_until_the_end
+    yield serve_and_wait
     for one in served:
         one.end()
 
 
 def daemon_of(process):
-    """lighttpd accepts connections a moment before it has started the daemon."""
+    """Returns the daemon's process id. lighttpd accepts connections before it starts the daemon."""
     def hosts():
         return [pid for pid, command in descendants(process.pid).items() if "fcgi_host" in command]
     wait_until(lambda: len(hosts()) == 1, "one daemon")
     return hosts()[0]
 
 
-def assert_ends_without_a_trace(served, number, folder):
+def assert_leaves_nothing(served, number, folder):
     started = descendants(served.process.pid)
     served.process.send_signal(number)
     assert served.process.wait(30) == 0, served.log
@@ -115,8 +115,8 @@ def assert_ends_without_a_trace(served, number, folder):
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
-def test_it_serves_the_sign_in_page_until_it_is_told_to_end(serve_until_the_end, folder, number):
-    served = serve_until_the_end("--build", BUILD)
+def test_it_serves_the_sign_in_page_until_a_signal(serve_and_wait, folder, number):
+    served = serve_and_wait("--build", BUILD)
     front = served.front
     assert f"http://127.0.0.1:{front.port}/" in served.log
     assert "Sign in as admin with the password admin." in served.log
@@ -129,38 +129,39 @@ def test_it_serves_the_sign_in_page_until_it_is_told_to_end(serve_until_the_end,
 
     daemon = daemon_of(served.process)
     assert (BUILD / "fcgi_host.pid").read_text() == f"{daemon}\n"
-    assert_ends_without_a_trace(served, number, folder)
+    assert_leaves_nothing(served, number, folder)
     assert not (BUILD / "fcgi_host.pid").exists()
 
 
-def test_a_second_start_says_that_the_port_is_taken(serve, folder):
+def test_a_port_in_use_is_reported(serve, folder):
     with socket.socket() as taken:
         taken.bind(("127.0.0.1", 0))
         taken.listen()
         port = taken.getsockname()[1]
         assert serve("--port", str(port)).wait(30) == 69
     assert (folder / "serve.log").read_text() == (
-        f"serve: port {port} is taken; end what listens there or choose another with --port\n")
+        f"serve: port {port} is in use; "
+        "stop the program that listens there or choose another port with --port\n")
 
 
 @pytest.mark.parametrize("arguments", [
     ["--port"], ["--port", "x"], ["--port=0"], ["--port=65536"], ["8080"], ["--port", "80", "81"],
     ["--build"], ["--build="], ["--plugin"], ["--plugin", ""], ["--plugin=a", "--port"],
     ["--root"]])
-def test_wrong_usage_is_told(serve, folder, arguments):
+def test_wrong_usage_is_reported(serve, folder, arguments):
     assert serve(*arguments).wait(30) == 64
     assert (folder / "serve.log").read_text() == USAGE
 
 
-def test_a_folder_that_is_no_project_is_told(serve, folder):
+def test_a_folder_without_a_project_is_reported(serve, folder):
     assert serve("--plugin", folder / "state").wait(30) == 66
     assert (folder / "serve.log").read_text() == (
-        f"serve: {folder}/state holds no CMakeLists.txt\n")
+        f"serve: {folder}/state contains no CMakeLists.txt\n")
 
 
 @pytest.fixture
 def project(folder):
-    """A plug-in project that may be changed."""
+    """A plug-in project that the test may change."""
     return pathlib.Path(shutil.copytree(SOURCE / "examples/hello", folder / "a project"))
 
 
@@ -171,11 +172,11 @@ def replace(path, old, new):
 
 
 @pytest.fixture
-def hello(serve_until_the_end, project):
-    return serve_until_the_end("--build", BUILD, "--plugin", project)
+def hello(serve_and_wait, project):
+    return serve_and_wait("--build", BUILD, "--plugin", project)
 
 
-def test_a_plug_in_is_served_in_the_place_of_the_phones_pages(hello):
+def test_a_plug_in_is_served_instead_of_the_phones_pages(hello):
     assert f"http://127.0.0.1:{hello.front.port}/servlet?p=hello\n" in hello.log
     page = hello.front.curl("/servlet?p=hello", "--data", "name=%26you&times=1")
     assert page.status == 200
@@ -185,9 +186,9 @@ def test_a_plug_in_is_served_in_the_place_of_the_phones_pages(hello):
     assert hello.front.curl("/WEB-INFO/templates/hello.html").status == 403
 
 
-def test_a_new_project_is_served_whatever_its_own_test_needs(serve_until_the_end, folder):
+def test_a_new_project_is_served_without_building_its_test(serve_and_wait, folder):
     subprocess.run([SOURCE / "tools/servlet_new/servlet_new", "news"], cwd=folder, check=True)
-    front = serve_until_the_end("--build", BUILD, "--plugin", folder / "news").front
+    front = serve_and_wait("--build", BUILD, "--plugin", folder / "news").front
     assert "<h1>Hello, stranger!</h1>" in front.curl("/servlet?p=news").text
     assert not (BUILD / "plugin/plugin_test").exists()
 
@@ -205,7 +206,7 @@ def test_a_changed_template_and_a_new_file_are_served_by_the_same_daemon(hello, 
     wait_until(lambda: hello.front.curl("/new.css").status == 404, "the file being gone")
 
 
-def test_a_changed_source_is_served_by_a_new_daemon_and_no_visitor_notices(hello, project):
+def test_a_changed_source_is_served_by_a_new_daemon_without_a_failed_request(hello, project):
     daemon = daemon_of(hello.process)
     replace(project / "hello.cpp", "kMaxTimes = 5", "kMaxTimes = 9")
 
@@ -217,11 +218,11 @@ def test_a_changed_source_is_served_by_a_new_daemon_and_no_visitor_notices(hello
     assert daemon_of(hello.process) != daemon
 
 
-def test_a_project_that_does_not_build_leaves_what_is_served(hello, project):
+def test_a_failed_build_leaves_the_previous_version(hello, project):
     daemon = daemon_of(hello.process)
     replace(project / "hello.cpp", "createHelloPage, HelloPage", "createHelloPage, GoodbyePage")
     replace(project / TEMPLATE, "Hello,", "Goodbye,")
-    wait_until(lambda: "what was served before still is" in hello.log, "the failure")
+    wait_until(lambda: "the previous version is still served" in hello.log, "the failure")
     assert "GoodbyePage" in hello.log
     assert "Hello, stranger!" in hello.front.curl("/servlet?p=hello").text
     assert daemon_of(hello.process) == daemon
@@ -231,17 +232,17 @@ def test_a_project_that_does_not_build_leaves_what_is_served(hello, project):
                "the repaired source")
 
 
-def test_what_an_editor_or_a_build_leaves_in_the_project_does_not_count(hello, project):
+def test_files_of_editors_and_of_own_builds_are_ignored(hello, project):
     own_build = project / "out"
     own_build.mkdir()
     for path in (project / ".hello.cpp.swp", project / "hello.cpp~", own_build / "CMakeCache.txt"):
         path.write_text("x")
-    time.sleep(2.5)  # it looks once a second
+    time.sleep(2.5)  # it polls once a second
     assert "serving again" not in hello.log
     assert "failed" not in hello.log
 
 
-def test_a_project_that_installs_no_configuration_is_told(serve, project, folder):
+def test_a_project_that_installs_no_configuration_is_reported(serve, project, folder):
     (project / "www/WEB-INFO/servlet/servlet.xml").unlink()
     assert serve("--port", free_port(), "--build", BUILD, "--plugin",
                  project).wait(BUILDING) == 1
@@ -250,6 +251,6 @@ def test_a_project_that_installs_no_configuration_is_told(serve, project, folder
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
-def test_a_plug_in_leaves_nothing_behind_either(hello, folder, number):
+def test_a_plug_in_leaves_nothing_either(hello, folder, number):
     hello.front.curl("/servlet?p=hello")
-    assert_ends_without_a_trace(hello, number, folder)
+    assert_leaves_nothing(hello, number, folder)

@@ -1,22 +1,21 @@
 # shellcheck shell=bash
-# Runs lighttpd, and through it the daemon, until a signal; for scripts/serve and servlet_serve.
+# Runs lighttpd and the daemon until a signal arrives. Sourced by scripts/serve and servlet_serve.
 #
-# DAEMON (the program), DAEMON_PID (the file that names its process) and STATE_DIR (a folder with a
-# short path without blanks) must be exported; so must be what lighttpd-spawn.conf reads, but for
-# FCGI_HOST.
+# Export before: DAEMON (the program), DAEMON_PID (the file for its process id), STATE_DIR (a folder
+# whose path is short and contains no blanks) and the other variables of lighttpd-spawn.conf.
 
 stopping= # whether a signal has arrived
 lighttpd= # its process id
 
-# start_lighttpd CONFIGURATION: starts it with CONFIGURATION, to be ended by a signal to this script.
+# start_lighttpd CONFIGURATION: starts lighttpd; a signal to this script stops it.
 start_lighttpd() {
     # A link, since lighttpd would split a path at its blanks.
     export FCGI_HOST=$STATE_DIR/daemon
     ln -s "$(dirname "${BASH_SOURCE[0]}")/keep_daemon" "$FCGI_HOST"
     trap stop_lighttpd INT TERM HUP
-    # In a session of its own, since Ctrl-C goes to each process in the terminal's foreground: the
-    # daemon would get it too, and then a second signal from lighttpd. The kernel ends lighttpd when
-    # this script is killed.
+    # setsid: Ctrl-C reaches every process in the terminal's foreground, so the daemon would get it
+    # and then a second signal from lighttpd. setpriv: if this script is killed, the kernel stops
+    # lighttpd.
     setpriv --pdeathsig TERM setsid lighttpd -D -f "$1" &
     lighttpd=$!
     [ -z "$stopping" ] || stop_lighttpd
