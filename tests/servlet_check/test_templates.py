@@ -1,4 +1,4 @@
-"""What is found in templates."""
+"""Findings in templates."""
 
 import pytest
 
@@ -17,7 +17,7 @@ def templates(phone):
     return put
 
 
-def test_templates_without_a_mistake(phone, templates):
+def test_correct_templates_have_no_finding(phone, templates):
     templates("page.html", '<h1><TMPL_VAR name="x"></h1>\n<TMPL_INCLUDE name="de/part.html">')
     templates("de/part.html", "part")
     assert phone.findings() == []
@@ -31,13 +31,13 @@ def test_templates_without_a_mistake(phone, templates):
     ('<TMPL_INCLUDE name="a.html">', 1, '"{folder}/a.html" includes itself'),
     ('\n<TMPL_INCLUDE name="none.html">', 2,
      'cannot read "{folder}/none.html": No such file or directory')])
-def test_a_mistake_is_told_as_the_device_tells_it(phone, templates, text, line, what):
+def test_an_error_is_reported_in_the_devices_words(phone, templates, text, line, what):
     templates("a.html", text)
     what = what.format(folder=phone.path(f"{WEB_INFO}/templates"))
     assert phone.findings() == [("a.html", line, what + EMPTY)]
 
 
-def test_a_mistake_in_an_included_file_is_told_once(phone, templates):
+def test_an_error_in_an_included_file_is_reported_once(phone, templates):
     for name in ("a.html", "b.html", "de/c.html"):
         path = "../wrong.html" if "/" in name else "wrong.html"
         templates(name, f'<TMPL_INCLUDE name="{path}">')
@@ -45,10 +45,10 @@ def test_a_mistake_in_an_included_file_is_told_once(phone, templates):
     found = phone.findings()
     assert {entry[:2] for entry in found} == {("wrong.html", 2)}
     assert all("</TMPL_LOOP> without <TMPL_LOOP>" in entry[2] for entry in found)
-    assert len(found) == 2  # by its two names, as in the messages of the device
+    assert len(found) == 2  # under both of its names, as the device reports it
 
 
-def test_other_folders_may_be_named(phone, templates, tmp_path):
+def test_other_folders_can_be_checked(phone, templates, tmp_path):
     templates("wrong.html", "<TMPL_VAR>")
     for name in "xy":
         (tmp_path / name).mkdir()
@@ -57,7 +57,7 @@ def test_other_folders_may_be_named(phone, templates, tmp_path):
     assert [entry[0] for entry in found] == ["x.html", "y.html"]
 
 
-def test_links_between_folders_may_lead_in_a_circle(phone, templates):
+def test_circular_links_between_folders_are_survived(phone, templates):
     templates("page.html", "a")
     folder = phone.path(f"{WEB_INFO}/templates")
     (folder / "again").symlink_to(folder)
