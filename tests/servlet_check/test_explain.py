@@ -2,10 +2,10 @@
 
 import pytest
 
-EITHER = "each may end the request with its own answer, as where nobody is signed in"
+EITHER = "each may answer the request itself, for example if the user is not signed in"
 PASSES = "screening  passes"
 LISTENERS = ["listener   createFirst (2)", "listener   createSecond (3)", EITHER]
-DROPS = 'servlet "contacts-preview" is told to destroy() what it holds (6)'
+DESTROYS = 'destroy() of servlet "contacts-preview" is called, so that it frees its preview (6)'
 
 
 @pytest.fixture
@@ -24,14 +24,14 @@ def becomes(word):
 
 def test_a_page_is_explained(explain):
     assert explain("/servlet?p=status&q=load") == [
-        "/servlet?p=status&q=load", PASSES, becomes("idle"), *LISTENERS, "before     " + DROPS,
+        "/servlet?p=status&q=load", PASSES, becomes("idle"), *LISTENERS, "before     " + DESTROYS,
         'result     servlet "status", createStatus (4)']
 
 
 def test_the_contacts_preview_page_is_not_destroyed_first(explain):
     assert explain("/servlet?p=contacts-preview")[-1] == \
         'result     servlet "contacts-preview", createPreview (6)'
-    assert DROPS not in str(explain("/servlet?p=contacts-preview"))
+    assert DESTROYS not in str(explain("/servlet?p=contacts-preview"))
 
 
 def test_an_unknown_page_is_404(explain):
@@ -52,13 +52,13 @@ def test_absolute_urls_are_accepted(explain, url):
                                         ("/servlet?p=status&jumpto=a%20b", '"jumpto" is "a b"')])
 def test_parameters_that_screening_rejects_are_explained(explain, url, value):
     assert explain(url)[1:] == [
-        f"screening  refuses the request: the parameter {value}, nothing is logged", "result     404"]
+        f"screening  rejects the request: the parameter {value}, nothing is logged", "result     404"]
 
 
 @pytest.mark.parametrize("url", ["/servlet?p=status&q=%3Cb", "/servlet?p=status&q=<b", "/Script"])
 def test_addresses_that_screening_rejects_are_explained(explain, url):
     assert explain(url)[1:] == [
-        f'screening  refuses the URL: the container logs "url = {url}, include illegal char"',
+        f'screening  rejects the URL: the container logs "url = {url}, include illegal char"',
         "result     404"]
 
 
@@ -86,7 +86,7 @@ def test_the_container_answers_the_notice_page_itself(explain):
     assert explain("/servlet?p=notice")[1:] == [
         PASSES, "status     the device status stays as it is", *LISTENERS,
         f"result     while the status is {words}: the container answers with that word, text/html",
-        f"before     {when}{DROPS}", f'result     {when}servlet "notice", createNotice (5)']
+        f"before     {when}{DESTROYS}", f'result     {when}servlet "notice", createNotice (5)']
 
 
 def test_a_request_that_sets_the_status_leaves_one_case(explain):

@@ -13,7 +13,7 @@
 
 namespace {
 
-// As front servers hand it over: without scheme, host and fragment.
+// Returns REQUEST_URI as front servers pass it: without scheme, host and fragment.
 std::string requestUriOf(const std::string& url) {
     std::string uri = url.substr(0, url.find('#'));
     const std::size_t scheme = uri.find("://");
@@ -25,7 +25,7 @@ std::string requestUriOf(const std::string& url) {
     return (uri[path] == '?' ? "/" : "") + uri.substr(path);
 }
 
-// A GET of the container's own kind, decoded by it.
+// A GET request, decoded by the container.
 class Get {
 public:
     explicit Get(const std::string& uri)
@@ -51,7 +51,7 @@ private:
     std::array<char*, 4> m_environment;
     FCGX_Request m_fastCgi;
     HttpResponseImpl m_response;
-    HttpRequestImpl m_request; // decodes when it is made
+    HttpRequestImpl m_request; // its constructor decodes
 };
 
 class Explanation {
@@ -59,28 +59,28 @@ public:
     Explanation(const std::string& uri, const Configuration& configuration)
         : m_uri(uri), m_configuration(configuration), m_get(uri) {}
 
-    std::string tell() {
+    std::string text() {
         m_text = printable(m_uri) + '\n';
-        if (isRefused() || isRedirected())
+        if (isRejected() || isRedirected())
             return m_text;
         const char* query = rules::queryOf(m_uri.c_str());
-        const auto asked = rules::requestedStatus(query);
-        line("status",
-             asked ? "the device status becomes \"" + std::string(rules::statusWord(*asked)) + '"'
-                   : "the device status stays as it is");
+        const auto requested = rules::requestedStatus(query);
+        line("status", requested ? "the device status becomes \"" +
+                                       std::string(rules::statusWord(*requested)) + '"'
+                                 : "the device status stays as it is");
         const rules::Event event = rules::eventOf(m_get.request(), query);
         const char* page = m_get.request().getParameter("p");
-        tellEvent(event);
+        addEvent(event);
         if (event.value == nullptr && page == nullptr) {
             line("result", "404: there is neither \"p\" nor an event; the container logs "
                            "\"ServletContext::doService() End. p parameter not found!\"");
             return m_text;
         }
-        tellListeners();
+        addListeners();
         if (event.value != nullptr)
             line("result", "what the listeners answer; an event reaches no servlet");
         else
-            tellPage(page, asked);
+            addPage(page, requested);
         return m_text;
     }
 
@@ -94,7 +94,7 @@ private:
         return " (" + m_configuration.file + ':' + std::to_string(line) + ')';
     }
 
-    bool isRefused() {
+    bool isRejected() {
         HttpRequest& request = m_get.request();
         takeLastRecord();
         const char* part = rules::illegalPart(m_uri.c_str(), request);
@@ -109,7 +109,7 @@ private:
                                                       ", nothing is logged"
                                                 : "the container logs " + quoted(logged);
         line("screening",
-             "refuses the " + std::string(logged.empty() ? "request" : part) + ": " + what);
+             "rejects the " + std::string(logged.empty() ? "request" : part) + ": " + what);
         line("result", "404");
         return true;
     }
@@ -122,7 +122,7 @@ private:
         return true;
     }
 
-    void tellEvent(const rules::Event& event) {
+    void addEvent(const rules::Event& event) {
         if (event.name == nullptr)
             return;
         if (event.value == nullptr)
@@ -132,21 +132,22 @@ private:
             line("event", '"' + std::string(event.name) + "\" for the listeners");
     }
 
-    void tellListeners() {
+    void addListeners() {
         if (m_configuration.listeners.empty())
             line("listeners", "none");
         for (const ListenerElement& listener : m_configuration.listeners)
             line("listener", listener.createFunction + place(listener.line));
         if (!m_configuration.listeners.empty())
-            line("", "each may end the request with its own answer, as where nobody is signed in");
+            line("",
+                 "each may answer the request itself, for example if the user is not signed in");
     }
 
-    void tellPage(const std::string& page, const std::optional<rules::DeviceStatus>& asked) {
-        std::string words; // with which the container answers itself
+    void addPage(const std::string& page, const std::optional<rules::DeviceStatus>& requested) {
+        std::string words; // that the container answers itself
         std::string others;
         for (std::int32_t status = rules::DeviceStatus::Idle;
              status <= rules::DeviceStatus::Configuration; ++status) {
-            if (asked && *asked != status)
+            if (requested && *requested != status)
                 continue;
             std::string& list = rules::isAnsweredInternally(page.c_str(), status) ? words : others;
             list += (list.empty() ? "\"" : ", \"") + std::string(rules::statusWord(status)) + '"';
@@ -155,12 +156,12 @@ private:
             line("result", "while the status is " + words +
                                ": the container answers with that word, text/html");
         if (words.empty())
-            tellServlet("", page);
+            addServlet("", page);
         else if (!others.empty())
-            tellServlet("while the status is " + others + ": ", page);
+            addServlet("while the status is " + others + ": ", page);
     }
 
-    void tellServlet(const std::string& when, const std::string& page) {
+    void addServlet(const std::string& when, const std::string& page) {
         const ServletElement* servlet = page.empty() ? nullptr : m_configuration.servlet(page);
         if (servlet == nullptr) {
             line("result", when + "404: there is no servlet " + quoted(page) +
@@ -170,8 +171,8 @@ private:
         const ServletElement* preview = m_configuration.servlet("contacts-preview");
         if (preview != nullptr && preview != servlet)
             line("before", when +
-                               "servlet \"contacts-preview\" is told to destroy() what it "
-                               "holds" +
+                               "destroy() of servlet \"contacts-preview\" is called, so that it "
+                               "frees its preview" +
                                place(preview->line));
         line("result", when + "servlet " + quoted(page) + ", " + servlet->createFunction +
                            place(servlet->line));
@@ -186,5 +187,5 @@ private:
 } // namespace
 
 std::string explain(const std::string& url, const Configuration& configuration) {
-    return Explanation(requestUriOf(url), configuration).tell();
+    return Explanation(requestUriOf(url), configuration).text();
 }

@@ -1,4 +1,4 @@
-// What the container would do with a URL.
+// Explains what the container would do with a URL.
 #ifndef EXPLAIN_H
 #define EXPLAIN_H
 
@@ -6,8 +6,8 @@
 
 #include <string>
 
-// Some lines about a GET of `url`, which may begin with "http://host"; by the container's own
-// rules, and by what `configuration` holds.
+// Returns several lines about a GET of `url`, which may be absolute. Applies the container's own rules
+// to `configuration`.
 std::string explain(const std::string& url, const Configuration& configuration);
 
 #endif
