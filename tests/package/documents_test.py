@@ -18,7 +18,12 @@ from ports import free_port
 SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
 GUIDE = SOURCE / "docs/plugin-guide.md"
 OPERATIONS = SOURCE / "docs/operations.md"
-DOCUMENTS = [SOURCE / "README.md", SOURCE / "CHANGELOG.md", *sorted((SOURCE / "docs").glob("*.md"))]
+DOCUMENTS = [*sorted(SOURCE.glob("*.md")), *sorted((SOURCE / "docs").glob("*.md"))]
+ARCHITECTURE = SOURCE / "docs/architecture.md"
+# The pages that lead through the sources link to every file that they name.
+LINKING = [ARCHITECTURE, *(SOURCE / "docs" / f"{name}.md"
+                           for name in ("request-journey", "threads", "ownership", "phone"))]
+LAYERS = ("base", "fcgiServer", "platform", "host")
 
 # A fenced block, and the comment before it that names the file that it is from, if there is one.
 BLOCK = re.compile(r"(?:<!-- (?P<source>[^ ]+) -->\n)?^```(?P<language>.*)\n(?P<text>(?:.*\n)*?)```$",
@@ -74,6 +79,52 @@ def test_every_file_that_is_named_by_its_path_is_there(document):
                        if path.is_dir() and path.name != "build")
     for path in re.findall(rf"`((?:{folders})/[A-Za-z0-9_./-]*)`", document.read_text()):
         assert (SOURCE / path).exists(), path
+
+
+def linked_files(text):
+    return [path for path in re.findall(r"\]\(\.\./([^)#]+)\)", text) if (SOURCE / path).is_file()]
+
+
+def test_every_source_file_is_listed_once():
+    listed = linked_files(section(ARCHITECTURE, "Every source file"))
+    assert len(listed) == len(set(listed)), "a file is listed twice"
+    assert set(listed) == {str(path.relative_to(SOURCE)) for layer in LAYERS
+                           for path in (SOURCE / layer).rglob("*") if path.suffix in (".cpp", ".h")}
+
+
+@pytest.mark.parametrize("document", LINKING, ids=lambda path: path.name)
+def test_every_file_that_is_named_is_linked(document):
+    """`host/main.cpp` is to be [`main.cpp`](../host/main.cpp)."""
+    named = re.findall(r"(?<!\[)`[A-Za-z0-9_./-]+\.(?:cpp|h|py|map|cmake)`", document.read_text())
+    assert not named, document
+
+
+@pytest.mark.parametrize("document", LINKING, ids=lambda path: path.name)
+def test_every_name_behind_a_link_stands_in_the_file(document):
+    """[`main.cpp`](../host/main.cpp), `serve`"""
+    for path, name in re.findall(r"\]\(\.\./([^)#]+)\), `(\w+)`", document.read_text()):
+        assert re.search(rf"\b{name}\b", (SOURCE / path).read_text()), f"{name} in {path}"
+
+
+def figure(document, row, column):
+    """A number in a table of docs/."""
+    cells, = [cells for cells in rows((SOURCE / "docs" / document).read_text()) if cells[0] == row]
+    return float(cells[column].split()[0].replace(",", ""))
+
+
+def test_the_figures_of_the_readme_are_those_that_were_measured():
+    text = (SOURCE / "README.md").read_text()
+    kib, = re.findall(r"code size \| under (\d+) KiB", text)
+    together = [cells for cells in rows((SOURCE / "docs/footprint.md").read_text())
+                if cells[0] == "together"]
+    armhf = int(together[0][2].replace(",", ""))
+    assert armhf < int(kib) * 1024
+    kib, requests = re.findall(r"memory \| under (\d+) KiB .* after ([\d,]+) requests", text)[0]
+    assert figure("footprint.md", f"private memory after {requests} requests with 2 loops, "
+                  "beyond the bare loop's, KiB", 1) < int(kib)
+    allocations, = re.findall(r"work \| (\d+) more heap allocations per request", text)
+    assert figure("benchmarks.md", "allocations a request beyond the bare loop's",
+                  1) == int(allocations)
 
 
 def rows(text):
