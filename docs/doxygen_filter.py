@@ -1,19 +1,19 @@
 #!/usr/bin/env python3
-"""Prints a header of this project as Doxygen wants it: with its comments as documentation.
+"""Prints a header of this project for Doxygen, with its comments turned into documentation.
 
-The comments in the headers are ordinary ones, laid out for those who read the header itself:
+The headers have ordinary comments, laid out for people who read the header itself:
 
-    // What it is, and what is promised.
-    //   Threads  a term, and what is said of it; the lines that go on
+    // A description and the contract.
+    //   Threads  a term and its explanation; continuation lines
     //            are indented further.
     //
     //     anExample(ofCode);
     int declaration();
-    int another(); // behind a member, what it is
+    int another(); // a member's own description
 
-A comment is for each declaration of the run that follows it, up to an empty line, but not for those
-that have one of their own, nor for destructors. The comment at the top is the file's, and also that
-of the class that the file is named after. Comments inside of functions are left alone.
+A comment applies to all declarations that follow it, up to an empty line, except those with a comment
+of their own and destructors. The comment at the top describes the file, and also the class that the
+file is named after. Comments inside functions are left alone.
 """
 
 import html
@@ -28,18 +28,18 @@ EXAMPLE = " " * 5
 CLASS = re.compile(r"\b(?:class|struct) (?P<name>\w+)[^;()]*\{$")
 SCOPE = re.compile(r'(?:template <.*> )?(?:class|struct|union|enum|namespace|extern "C")(?!\w)')
 NO_DECLARATION = re.compile(r" *(?:#(?!define)|\}|(?:public|protected|private):)")
-# Says by itself what there is to say.
+# Declarations that need no description.
 SELF_EVIDENT = re.compile(r"= (?:delete|default);$")
 
 
 def escaped(text):
-    """Text that is read as it stands: no command, no tag and no link comes of it."""
+    """Escapes the text, so that Doxygen finds no command, tag or link in it."""
     text = re.sub(r"([\\@#%$]|(?<!\w)::)", r"\\\1", html.escape(text, quote=False))
     return re.sub(r"`([^`]+)`", r"<code>\1</code>", text)
 
 
 def documentation(comment):
-    """A comment in Doxygen's language."""
+    """Yields the lines of a comment in Doxygen's syntax."""
     kind, end = "prose", []
     for line in comment:
         term = TERM.match(line)
@@ -63,14 +63,14 @@ def documentation(comment):
 
 
 def is_last(line, declaration):
-    """Whether the line is the last of a declaration, but for the body of a function."""
+    """Whether the line is the last one of a declaration, not counting a function's body."""
     if declaration.startswith("#"):
         return not line.endswith("\\")
     return line.split(" //")[0].rstrip().endswith((";", "{", "}"))
 
 
 def declaration_at(lines, start):
-    """The declaration from that line on, without its body, on one line."""
+    """Returns the declaration that starts at that line, without its body, as one line."""
     end = start
     while not is_last(lines[end], lines[start]):
         end += 1
@@ -87,7 +87,7 @@ class Header:
         self.name = path.stem.replace("_", "").lower()
         self.at = 0
         self.file_comment = []
-        self.comment = []  # the one that the next declaration is for
+        self.comment = []  # for the next declaration
         self.is_its_first = False
 
     def take_comment(self):
@@ -102,7 +102,7 @@ class Header:
         return match and match["name"].lower() in (self.name, self.name + "impl")
 
     def take_declaration(self):
-        """With the body of a function, but of a class its first line only."""
+        """Yields a function with its body, but only the first line of a class."""
         first = self.lines[self.at]
         declaration = declaration_at(self.lines, self.at)
         comment = self.comment
