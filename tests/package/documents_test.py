@@ -1,4 +1,4 @@
-"""README.md and docs/: what they show is what is built, and what they say can be done."""
+"""The documents: quoted code, links, paths, tables and commands are right."""
 
 import os
 import pathlib
@@ -25,7 +25,7 @@ LINKING = [ARCHITECTURE, *(SOURCE / "docs" / f"{name}.md"
                            for name in ("request-journey", "threads", "ownership", "phone"))]
 LAYERS = ("base", "fcgiServer", "platform", "host")
 
-# A fenced block, and the comment before it that names the file that it is from, if there is one.
+# A fenced block, with the comment before it that names the quoted file, if any.
 BLOCK = re.compile(r"(?:<!-- (?P<source>[^ ]+) -->\n)?^```(?P<language>.*)\n(?P<text>(?:.*\n)*?)```$",
                    re.MULTILINE)
 QUOTED = {"cpp", "cmake", "xml", "html", "conf"}
@@ -37,7 +37,7 @@ def blocks(text):
 
 
 def section(document, title):
-    """From a heading to the next one that is no deeper."""
+    """Returns the text below a heading, up to the next one of the same or a higher level."""
     text = document.read_text()
     begin = re.search(f"^(#+) {re.escape(title)}$", text, re.MULTILINE)
     assert begin, title
@@ -46,7 +46,7 @@ def section(document, title):
 
 
 @pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
-def test_every_piece_of_code_stands_in_the_file_that_it_names(document):
+def test_quoted_code_is_in_the_file_that_it_names(document):
     for source, language, text in blocks(document.read_text()):
         assert source or language not in QUOTED, f"names no file:\n{text}"
         if source:
@@ -54,16 +54,16 @@ def test_every_piece_of_code_stands_in_the_file_that_it_names(document):
 
 
 @pytest.mark.parametrize("name", ["README.md", "docs/plugin-guide.md"])
-def test_there_is_code_to_look_at(name):
+def test_code_is_quoted(name):
     assert QUOTED & {language for _, language, _ in blocks((SOURCE / name).read_text())}
 
 
 @pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
-def test_every_link_leads_somewhere(document):
+def test_links_resolve(document):
     text = document.read_text()
     for target in re.findall(r"\]\(([^)]+)\)", text):
         path, _, heading = target.partition("#")
-        assert not re.match("[a-z]+:", target), f"{target} cannot be looked up here"
+        assert not re.match("[a-z]+:", target), f"{target} cannot be checked here"
         linked = document.parent / path if path else document
         assert linked.exists(), target
         if heading:
@@ -74,7 +74,7 @@ def test_every_link_leads_somewhere(document):
 
 
 @pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
-def test_every_file_that_is_named_by_its_path_is_there(document):
+def test_paths_exist(document):
     folders = "|".join(path.name for path in SOURCE.iterdir()
                        if path.is_dir() and path.name != "build")
     for path in re.findall(rf"`((?:{folders})/[A-Za-z0-9_./-]*)`", document.read_text()):
@@ -93,27 +93,27 @@ def test_every_source_file_is_listed_once():
 
 
 @pytest.mark.parametrize("document", LINKING, ids=lambda path: path.name)
-def test_every_file_that_is_named_is_linked(document):
-    """`host/main.cpp` is to be [`main.cpp`](../host/main.cpp)."""
+def test_named_files_are_linked(document):
+    """`host/main.cpp` must be written as [`main.cpp`](../host/main.cpp)."""
     named = re.findall(r"(?<!\[)`[A-Za-z0-9_./-]+\.(?:cpp|h|py|map|cmake)`", document.read_text())
     assert not named, document
 
 
 @pytest.mark.parametrize("document", LINKING, ids=lambda path: path.name)
-def test_every_name_behind_a_link_stands_in_the_file(document):
-    """[`main.cpp`](../host/main.cpp), `serve`"""
+def test_names_after_a_link_are_in_the_linked_file(document):
+    """As in [`main.cpp`](../host/main.cpp), `serve`."""
     for path, name in re.findall(r"\]\(\.\./([^)#]+)\), `(\w+)`", document.read_text()):
         assert re.search(rf"\b{name}\b", (SOURCE / path).read_text()), f"{name} in {path}"
 
 
 def figure(document, row, column):
-    """The number in the first row of the tables of docs/ whose head matches."""
+    """Returns the number in the first table row of a document whose first cell matches."""
     cells = next(cells for cells in rows((SOURCE / "docs" / document).read_text())
                  if re.match(row, cells[0]))
     return float(cells[column].split()[0].replace(",", ""))
 
 
-def test_the_figures_of_the_readme_are_those_that_were_measured():
+def test_figures_of_the_readme_match_the_measurements():
     text = (SOURCE / "README.md").read_text()
     kib, = re.findall(r"code size \| under (\d+) KiB", text)
     armhf = 2
@@ -127,7 +127,7 @@ def test_the_figures_of_the_readme_are_those_that_were_measured():
 
 
 def rows(text):
-    """The cells of each row of the tables, without the rows of their heads."""
+    """Returns the cells of each row of the tables, without the header rows."""
     cells = [[cell.strip() for cell in line.strip("|").split("|")]
              for line in text.splitlines() if line.startswith("|")]
     return [row for row, head in zip(cells, [*cells[1:], [""]])
@@ -139,34 +139,34 @@ def written_sources():
             for path in sorted((SOURCE / folder).rglob("*")) if path.suffix in (".cpp", ".h")]
 
 
-def test_the_tables_of_log_lines_have_every_line_that_a_source_writes_and_no_other():
-    told = [(line.strip("`"), level)
-            for line, level, *_ in rows(section(OPERATIONS, "What each line means"))]
-    assert len(told) == len(set(told)), "a line is there twice"
-    assert set(told) == {line for path in written_sources() for line in log_lines.lines_of(path)}
+def test_log_line_tables_match_the_sources():
+    listed = [(line.strip("`"), level)
+              for line, level, *_ in rows(section(OPERATIONS, "What each line means"))]
+    assert len(listed) == len(set(listed)), "a line is listed twice"
+    assert set(listed) == {line for path in written_sources() for line in log_lines.lines_of(path)}
 
 
-def test_there_is_no_other_way_to_the_log_than_those_that_the_tables_are_made_of():
+def test_no_other_source_writes_log_lines_in_another_way():
     elsewhere = {str(path.relative_to(SOURCE)) for path in written_sources()
                  if log_lines.writes_in_another_way(path)}
     assert elsewhere == {"host/daemon.cpp", "host/failure.h", "host/main.cpp",
                          "host/signal_commands.cpp", "platform/log/log_writer.cpp", "platform/tmpl/tmpl.cpp"}
 
 
-def test_the_table_of_signals_has_those_that_the_daemon_knows():
-    known = {signal.replace(" ", "") for path in (SOURCE / "host").glob("*.[ch]*")
+def test_signal_table_matches_the_daemon():
+    known = {signal.replace(" ", "") for path in (SOURCE / "host").glob("*.cpp")
              for signal in re.findall(r"\bSIG(?:RTMIN ?\+ ?\d|[A-Z0-9]+)\b", path.read_text())}
-    told = [row[0].split(", ") for row in rows(section(OPERATIONS, "Signals"))]
-    assert {signal for signals in told for signal in signals} == known
+    listed = [row[0].split(", ") for row in rows(section(OPERATIONS, "Signals"))]
+    assert {signal for signals in listed for signal in signals} == known
 
 
-def test_the_exit_statuses_are_those_of_the_daemon_s_help():
+def test_exit_statuses_match_the_help_text():
     help_text = (SOURCE / "host/options.cpp").read_text()
     shown = re.findall(r'^    "\s+(\d+(?:, \d+)*)  ', help_text, re.MULTILINE)
     assert [row[0] for row in rows(section(OPERATIONS, "Exit statuses"))] == shown
 
 
-def test_the_status_line_is_explained_key_by_key():
+def test_status_line_table_has_every_key():
     line = (SOURCE / "host/status.cpp").read_text().partition('return "status')[2]
     keys = re.findall("([a-z_]+)=", line)
     assert [row[0].strip("`") for row in rows(section(OPERATIONS, "The status line"))] == keys
@@ -174,14 +174,14 @@ def test_the_status_line_is_explained_key_by_key():
 
 @pytest.fixture(scope="module")
 def sources(tmp_path_factory):
-    """This project as somebody has got it."""
+    """A copy of the sources, as a user gets them."""
     return pathlib.Path(shutil.copytree(
         SOURCE, tmp_path_factory.mktemp("somewhere") / "fcgiServer",
         ignore=shutil.ignore_patterns("build", ".git", "node_modules", "__pycache__")))
 
 
 def page(address):
-    """What is served there; nothing while nobody serves."""
+    """Returns the page at the address; empty while no server answers."""
     try:
         with urllib.request.urlopen(address, timeout=10) as answer:
             return answer.read().decode()
@@ -202,7 +202,7 @@ def run_shell(command, folder, sources):
 
 
 def write_files(folder, part):
-    """The files of the guide, under their own names in the project that they make."""
+    """Writes the files that the guide quotes into the project folder, under their own names."""
     for source, language, text in blocks(part):
         if language in QUOTED:
             path = folder / pathlib.Path(source).relative_to("tests/package/first")
@@ -217,7 +217,7 @@ def test_the_guide_leads_from_an_empty_folder_to_a_page(sources, tmp_path):
     write_files(tmp_path, part)
     port = free_port()
     log = tmp_path.parent / "serve.log"
-    # Another port than the guide's, which may be taken.
+    # The guide's port may be in use.
     command = f"exec {start.strip()} --port {port}"
     with log.open("w") as output:
         serving = subprocess.Popen(["bash", "-ec", command], cwd=tmp_path, stdout=output,
