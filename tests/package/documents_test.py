@@ -154,7 +154,7 @@ def test_no_other_source_writes_log_lines_in_another_way():
 
 
 def test_signal_table_matches_the_daemon():
-    known = {signal.replace(" ", "") for path in (SOURCE / "host").glob("*.cpp")
+    known = {signal.replace(" ", "") for path in (SOURCE / "host").glob("*.[ch]*")
              for signal in re.findall(r"\bSIG(?:RTMIN ?\+ ?\d|[A-Z0-9]+)\b", path.read_text())}
     listed = [row[0].split(", ") for row in rows(section(OPERATIONS, "Signals"))]
     assert {signal for signals in listed for signal in signals} == known
