@@ -48,7 +48,7 @@ def image(build, tmp_path):
     library = tmp_path / "image/phone/www/WEB-INFO/lib/libhello.so"
     library.parent.mkdir()
     includes = [f"-I{SOURCE / folder}" for folder in
-                ("kit/include", "fcgiServer/include", "platform/include")]
+                ("", "kit/include", "fcgiServer/include", "platform/include")]
     subprocess.run(["g++", "-std=c++17", "-O0", "-fPIC", "-shared", "-fvisibility=hidden",
                     "-fno-gnu-unique", *includes, example / "hello.cpp", "-o", library,
                     build / "platform/libdevice.so"], check=True)
