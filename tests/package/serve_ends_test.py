@@ -1,16 +1,13 @@
 """servlet_serve leaves no process behind, however it is ended."""
 
 import os
-import pathlib
 import subprocess
-import sys
 import time
 
 import pytest
 
-from conftest import free_port, is_listening, run
-
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+from conftest import is_listening, run
+from ports import free_port
 from terminal import ENDINGS, Terminal
 
 PATIENCE = 60  # seconds for what normally takes one

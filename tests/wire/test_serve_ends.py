@@ -1,18 +1,17 @@
 """scripts/serve leaves no process behind, however it is ended."""
 
 import os
-import pathlib
 import socket
-import sys
 
 import pytest
 
 from conftest import SOURCE
-from service import Front, accepts_connections, free_port, wait_until
+from service import Front, accepts_connections, wait_until
+from ports import free_port
+from terminal import ENDINGS, Terminal
 from test_serve import BUILD, BUILDING
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-from terminal import ENDINGS, Terminal
+pytestmark = pytest.mark.xdist_group("serve")
 
 PROJECTS = {"phone": [], "plug-in": ["--plugin", SOURCE / "examples/hello"]}
 
