@@ -1,4 +1,4 @@
-// What an operator asks of the running daemon with a signal.
+// Handles the signals with which an operator controls the running daemon.
 #ifndef SIGNAL_COMMANDS_H
 #define SIGNAL_COMMANDS_H
 

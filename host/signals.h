@@ -18,7 +18,7 @@ inline const int kLowerLogLevelSignal = SIGRTMIN + 2;
 // accepting or drop requests in flight, where it finds the default ones.
 void blockSignals();
 
-// From now on a stop signal ends the process at once.
+// Unblocks the stop signals: from now on each ends the process at once.
 void unblockStopSignals();
 
 // Waits for a signal for up to `time`. Returns its number, or 0 if none arrived.

@@ -6,8 +6,8 @@
 
 #include <string>
 
-// Returns several lines about a GET of `url`, which may be absolute. Applies the container's own rules
-// to `configuration`.
+// Returns several lines about a GET of `url`, which may be absolute. Applies the container's own
+// rules to `configuration`.
 std::string explain(const std::string& url, const Configuration& configuration);
 
 #endif

@@ -1,4 +1,4 @@
-// What a check finds, and how it is printed.
+// The findings of a check, and their output as text and as JSON.
 #ifndef FINDING_H
 #define FINDING_H
 
