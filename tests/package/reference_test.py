@@ -59,7 +59,7 @@ def text_of(page):
     # A class that is described at the top of its file, with the example from there.
     ("classkit_1_1SessionData", "Class Template Reference", "Data that a plug-in keeps for each"),
     ("classkit_1_1SessionData", "Detailed Description", 'kit::SessionData<Cart> carts("cart");'),
-    ("index", "To write a host", "FCGIServer"),
+    ("index", "Writing a host", "FCGIServer"),
 ])
 def test_the_contract_of_a_declaration_is_shown_with_it(reference, page, declaration, promise):
     text = text_of(reference / f"{page}.html")
