@@ -16,6 +16,7 @@ import resource
 import shutil
 import subprocess
 import sys
+import threading
 
 import mutants
 
@@ -26,6 +27,7 @@ TIMEOUT = "60"  # seconds for one test program; a mutant may never end
 # Compiling takes most of the time. A precompiled header differs between the copies, for ccache.
 FAST_BUILD = ["-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0",
               "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold", "-DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON"]
+WITHOUT_MUTANT = threading.Lock()
 
 # Sources, and the programs that test them.
 Area = collections.namedtuple("Area", "sources tests")
@@ -69,6 +71,7 @@ class Copy:
         self.source = folder
         self.build = folder / "build/dev"
         self.passing = passing
+        self.built = set()
         names = subprocess.run(["git", "ls-files", "-z"], cwd=ROOT, check=True,
                                stdout=subprocess.PIPE, text=True).stdout.split("\0")
         for name in filter(None, names):
@@ -84,8 +87,8 @@ class Copy:
         if done.returncode != 0:
             raise RuntimeError(f"without a mutant:\n{done.stdout}")
 
-    def compile(self, test):
-        return run("cmake", "--build", self.build, "-j", "1", "--target", test)
+    def compile(self, test, jobs=1):
+        return run("cmake", "--build", self.build, "-j", jobs, "--target", test)
 
     def test(self, test):
         return run("ctest", "--test-dir", self.build, "-R", f"^{test}$", "--timeout", TIMEOUT,
@@ -93,11 +96,15 @@ class Copy:
 
     def check_without_mutant(self, tests):
         """Raises an error unless the tests pass before anything is mutated."""
-        for test in tests:
-            if test not in self.passing:
-                self.must_succeed(self.compile(test))
-                self.must_succeed(self.test(test))
-                self.passing.add(test)
+        # One copy at a time, so that the next one finds the objects in ccache.
+        with WITHOUT_MUTANT:
+            for test in tests:
+                if test not in self.built:
+                    self.must_succeed(self.compile(test, os.cpu_count()))
+                    self.built.add(test)
+                if test not in self.passing:
+                    self.must_succeed(self.test(test))
+                    self.passing.add(test)
 
     @contextlib.contextmanager
     def mutated(self, mutant):
