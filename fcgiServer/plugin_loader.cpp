@@ -54,14 +54,15 @@ void addElement(const pugi::xml_node& node, PluginLoader::ServletConfig& servlet
 PluginLoader::PluginLoader(const char* configFile)
     : libraryHandle(nullptr), servletConfig(nullptr), listenerConfig(nullptr) {
     assert(configFile != nullptr);
-    // The members are plain pointers, since others read them.
+    // The members are plain pointers, since others read them. They take ownership when nothing can
+    // throw any more.
     auto servlets = std::make_unique<ServletConfig>();
     auto listeners = std::make_unique<ListenerConfig>();
     servletConfig = servlets.get();
     listenerConfig = listeners.get();
     loadConfigFile(configFile);
-    servlets.release();
-    listeners.release();
+    servletConfig = servlets.release();
+    listenerConfig = listeners.release();
 }
 
 PluginLoader::~PluginLoader() {
@@ -96,6 +97,6 @@ int PluginLoader::loadConfigFile(const char* configFile) {
     for (pugi::xml_node node = root.first_child(); node; node = node.next_sibling())
         addElement(node, *servletConfig, *listenerConfig);
     log->info("PluginLoader::init End");
-    library.release();
+    libraryHandle = library.release();
     return 0;
 }
