@@ -9,9 +9,11 @@ lighttpd= # its process id
 
 # start_lighttpd CONFIGURATION: starts lighttpd; a signal to this script stops it.
 start_lighttpd() {
-    # A link, since lighttpd would split a path at its blanks.
-    export FCGI_HOST=$STATE_DIR/daemon
-    ln -s "$(dirname "${BASH_SOURCE[0]}")/keep_daemon" "$FCGI_HOST"
+    # A link, since lighttpd would split a path at its blanks. setpriv: if lighttpd is killed, the
+    # kernel stops the daemon.
+    ln -s "$(dirname "${BASH_SOURCE[0]}")/keep_daemon" "$STATE_DIR/daemon"
+    FCGI_HOST="$(command -v setpriv) --pdeathsig TERM $STATE_DIR/daemon"
+    export FCGI_HOST
     trap stop_lighttpd INT TERM HUP
     # setsid: Ctrl-C reaches every process in the terminal's foreground, so the daemon would get it
     # and then a second signal from lighttpd. setpriv: if this script is killed, the kernel stops
