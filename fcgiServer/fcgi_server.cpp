@@ -49,7 +49,10 @@ FCGIServer::FCGIServer(const char* configFile) {
 }
 
 FCGIServer::~FCGIServer() {
+    if (controller == nullptr)
+        return;
     controller->destroy();
+    controller.reset();
 }
 
 int FCGIServer::run() {
