@@ -35,8 +35,9 @@ class Terminal:
     def _take():
         """Makes standard input the controlling terminal, with the program in its foreground."""
         os.close(os.open(os.ttyname(0), os.O_RDWR))
-        # Background jobs ignore these, and programs that they start do so too.
-        for number in (signal.SIGINT, signal.SIGQUIT):
+        # A background job ignores the first two, one of nohup(1) the third, and programs that they
+        # start do so too.
+        for number in (signal.SIGINT, signal.SIGQUIT, signal.SIGHUP):
             signal.signal(number, signal.SIG_DFL)
 
     def _read(self):

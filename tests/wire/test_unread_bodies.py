@@ -12,7 +12,7 @@ import pytest
 
 import fastcgi
 from ports import free_port
-from service import PATIENCE
+from service import PATIENCE, accepts_connections, wait_until
 
 MIB = 1 << 20
 HEAD = (b"--edge\r\nContent-Disposition: form-data; name=\"image\"; filename=\"image.bin\"\r\n"
@@ -165,7 +165,7 @@ def connect(start):
         return socket.create_connection(("127.0.0.1", port), PATIENCE)
     port = free_port()
     start.host(f"--listen=127.0.0.1:{port}", "--threads", "1")
-    connect().close()
+    wait_until(lambda: accepts_connections(socket.AF_INET, ("127.0.0.1", port)), "listening")
     return connect
 
 
