@@ -40,6 +40,7 @@ class Step:
     lane: str  # steps of one lane run one after the other
     commands: list
     after: list = dataclasses.field(default_factory=list)
+    follows: list = dataclasses.field(default_factory=list)  # steps to wait for, whatever their result
     reports: list = dataclasses.field(default_factory=list)  # for scripts/count-results
     environment: dict = dataclasses.field(default_factory=dict)
     seconds: float = 0.0
@@ -61,14 +62,15 @@ def unit(preset, *options):
     return Step(f"{preset}-unit", "tests", [
         ["ctest", "--preset", preset, "-j", str(CORES), "--output-junit", folder / "ctest.xml",
          *options]],
-        [f"{preset}-build"], [folder / "ctest.xml"], {"GTEST_OUTPUT": f"xml:{folder}/unit/"})
+        [f"{preset}-build"], reports=[folder / "ctest.xml"],
+        environment={"GTEST_OUTPUT": f"xml:{folder}/unit/"})
 
 
 def pytest(name, *arguments, after=("dev-build",), jobs=0, environment=None):
     report = RESULTS / name / "pytest.xml"
     spread = ["-n", str(jobs), "--dist", "loadgroup"] if jobs else []
     return Step(name, "tests", [[*PYTEST, *arguments, *spread, "--junitxml", report]], list(after),
-                [report], environment or {})
+                reports=[report], environment=environment or {})
 
 
 def wire(preset, *arguments):
@@ -89,12 +91,12 @@ def browser(*specs):
     report = ROOT / "build/browser/results/browser.xml"
     install = "[ node_modules/.package-lock.json -nt package-lock.json ] || npm ci --no-fund"
     there = ["env", "-C", "tests/browser"]
-    # In the lane of the wire tests: those of scripts/serve use the same build folder.
-    return Step("browser", "tests", [
+    # After the wire tests of preset dev: those of scripts/serve use the same build folder.
+    return Step("browser", "browser", [
         ["rm", "-f", report],
         [*there, "sh", "-c", install],
         [*there, "npx", "playwright", "test", *specs]],
-        ["dev-build"], [report], {"PHONE_PORT": str(free_port())})
+        ["dev-build"], ["dev-wire"], [report], {"PHONE_PORT": str(free_port())})
 
 
 def quick_steps():
@@ -176,7 +178,8 @@ class Run:
                 self.changed.notify_all()
 
     def is_ready(self, step):
-        return all(self.steps[name].status is not None for name in step.after)
+        return all(self.steps[name].status is not None for name in [*step.after, *step.follows]
+                   if name in self.steps)
 
     def run_step(self, step):
         self.say(f"== {step.name}")
@@ -239,8 +242,9 @@ def one_program(name, preset, options):
         ["ctest", "--preset", preset, "-R", f"^{name}$", "--show-only=json-v1"], cwd=ROOT,
         check=True, text=True, stdout=subprocess.PIPE).stdout
     words = json.loads(command)["tests"][0].get("command") or [f"build/{preset}/{name}"]
-    return Step(name, "tests", [[*words, *options]], [f"{preset}-build"], [folder / f"{name}.xml"],
-                {**SANITIZERS, "GTEST_OUTPUT": f"xml:{folder}/{name}.xml"})
+    return Step(name, "tests", [[*words, *options]], [f"{preset}-build"],
+                reports=[folder / f"{name}.xml"],
+                environment={**SANITIZERS, "GTEST_OUTPUT": f"xml:{folder}/{name}.xml"})
 
 
 def one_file(name, preset, options):
