@@ -1,5 +1,6 @@
 """Signals that query and control a running daemon, and its log."""
 
+import contextlib
 import os
 import re
 import signal
@@ -7,6 +8,7 @@ import time
 
 import pytest
 
+import fastcgi
 from service import in_background, wait_until
 from test_stopping import Load, slow_request_under_way
 
@@ -63,11 +65,20 @@ def test_the_status_counts_requests(start):
 def test_the_status_counts_the_loops_that_serve(start):
     host = start.host("--listen", start.socket_path, "--threads", "4")
     wait_for_status(host, busy=0)
-    ask = lambda: start.cgi_fcgi("/servlet?p=slow&ms=2000")
-    with in_background(ask, ask, ask):
-        wait_until(lambda: len(host.lines("begun")) == 3, "the requests reaching their page")
-        figures = status(host)
-        assert (figures["busy"], figures["requests"]) == (3, 3)
+    # Each page waits for its body, so that the requests last until this test ends them.
+    variables = fastcgi.variables({
+        "REQUEST_METHOD": "POST", "REQUEST_URI": "/servlet?p=body&most=1",
+        "QUERY_STRING": "p=body&most=1", "CONTENT_TYPE": "multipart/form-data; boundary=b",
+        "CONTENT_LENGTH": "1"})
+    with contextlib.ExitStack() as opened:
+        connections = [opened.enter_context(fastcgi.connect(start.socket_path)) for _ in range(3)]
+        for connection in connections:
+            connection.sendall(
+                fastcgi.begin() + b"".join(fastcgi.stream(fastcgi.PARAMS, variables)))
+        wait_for_status(host, busy=3, requests=3)
+        for connection in connections:
+            connection.sendall(b"".join(fastcgi.stream(fastcgi.STDIN, b"x")))
+            assert fastcgi.reply(connection).output.endswith(b"read 1")
     wait_for_status(host, busy=0, requests=3)
     assert host.stop() == 0
 
