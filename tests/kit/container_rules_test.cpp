@@ -125,7 +125,8 @@ TEST(ContainerRules, RequestTheStatusThatTheContainerSets) {
 
 TEST(ContainerRules, NameEachStatusAsTheContainerDoes) {
     for (int status = -1; status <= 99; ++status) {
-        EXPECT_STREQ(kit::statusWord(static_cast<kit::DeviceStatus>(status)), rules::statusWord(status))
+        EXPECT_STREQ(kit::statusWord(static_cast<kit::DeviceStatus>(status)),
+                     rules::statusWord(status))
             << status;
     }
 }
