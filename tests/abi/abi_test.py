@@ -105,8 +105,8 @@ def broken(changed, added):
     changed.change("fcgiServer/include/HttpListener.h", "    virtual void init() = 0;\n",
                    "    virtual void init() = 0;\n    virtual bool isWanted() = 0;\n")
     changed.swap("fcgiServer/loop_activity.h", "    int thread; ", "    unsigned long number; ")
-    changed.swap("fcgiServer/http_session.h", "    bool m_bValid = true;\n",
-                 "    bool m_bInRequest = true;\n")
+    changed.swap("fcgiServer/http_session.h", "    bool m_bValid = true;",
+                 "    bool m_bInRequest = true;")
     changed.change("fcgiServer/fcgiServer.map", "    session_mutex;\n", "")
     for name in ("platform/include/log_control.h", "platform/log/app_log.cpp"):
         changed.change(name, "app_log_set_threshold(int level)",

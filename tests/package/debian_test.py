@@ -241,7 +241,7 @@ def test_the_pages_are_served_by_a_daemon_that_does_what_its_unit_allows(device,
     calls = run(*AS_ROOT, "cat", tmp_path / "calls").partition("execve(\"/usr/sbin/fcgi_host\"")[2]
     made = set(re.findall(r"^\d+ +(?:<\.\.\. )?([a-z0-9_]+)\(", calls, re.MULTILINE))
     service = (device.folder / UNITS / "fcgi_host.service").read_text()
-    assert {"accept", "mmap", "openat", "rename"} <= made
+    assert {"accept", "mmap", "openat", "renameat"} <= made
     assert made - allowed_calls(service) == set()
     # MemoryDenyWriteExecute, RestrictAddressFamilies
     assert not re.search("PROT_WRITE.PROT_EXEC", calls)
