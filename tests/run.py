@@ -40,7 +40,6 @@ class Step:
     lane: str  # steps of one lane run one after the other
     commands: list
     after: list = dataclasses.field(default_factory=list)
-    follows: list = dataclasses.field(default_factory=list)  # steps to wait for, whatever their result
     reports: list = dataclasses.field(default_factory=list)  # for scripts/count-results
     environment: dict = dataclasses.field(default_factory=dict)
     seconds: float = 0.0
@@ -91,12 +90,12 @@ def browser(*specs):
     report = ROOT / "build/browser/results/browser.xml"
     install = "[ node_modules/.package-lock.json -nt package-lock.json ] || npm ci --no-fund"
     there = ["env", "-C", "tests/browser"]
-    # After the wire tests of preset dev: those of scripts/serve use the same build folder.
+    # In a lane of its own, since it mostly waits for the browser.
     return Step("browser", "browser", [
         ["rm", "-f", report],
         [*there, "sh", "-c", install],
         [*there, "npx", "playwright", "test", *specs]],
-        ["dev-build"], ["dev-wire"], [report], {"PHONE_PORT": str(free_port())})
+        ["dev-build"], [report], {"PHONE_PORT": str(free_port())})
 
 
 def quick_steps():
@@ -178,8 +177,7 @@ class Run:
                 self.changed.notify_all()
 
     def is_ready(self, step):
-        return all(self.steps[name].status is not None for name in [*step.after, *step.follows]
-                   if name in self.steps)
+        return all(self.steps[name].status is not None for name in step.after)
 
     def run_step(self, step):
         self.say(f"== {step.name}")

@@ -41,13 +41,6 @@ def test_what_needs_a_failed_step_is_not_run():
         "first": "failed", "second": "not run", "third": "not run", "other": "passed"}
 
 
-def test_a_step_waits_for_those_that_it_follows_whatever_their_result(tmp_path):
-    file = tmp_path / "file"
-    assert go(run.Step("second", "tests", [["cat", file]], follows=["first", "not in this run"]),
-              run.Step("first", "build", [["sleep", "0.2"], ["touch", file], ["false"]])) == {
-        "second": "passed", "first": "failed"}
-
-
 def test_the_output_of_a_failed_step_is_shown(capsys):
     go(run.Step("one", "build", [["echo", "what is wrong"], ["false"]]),
        run.Step("two", "build", [["echo", "all is well"]]))

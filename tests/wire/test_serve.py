@@ -18,7 +18,7 @@ from service import Front, accepts_connections, wait_until
 pytestmark = pytest.mark.xdist_group("serve")
 
 BUILDING = 600  # seconds for a first build
-BUILD = SOURCE / "build/browser"  # the browser tests', so that the library is built once
+BUILD = SOURCE / "build/served"  # of this file alone, so that other tests can run beside it
 TEMPLATE = "www/WEB-INFO/templates/hello.html"  # of examples/hello
 USAGE = "usage: scripts/serve [--port N] [--build DIR] [--plugin DIR]\n"
 

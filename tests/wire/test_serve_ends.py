@@ -9,10 +9,11 @@ from conftest import SOURCE
 from service import Front, accepts_connections, wait_until
 from ports import free_port
 from terminal import ENDINGS, Terminal
-from test_serve import BUILD, BUILDING
+from test_serve import BUILDING
 
-pytestmark = pytest.mark.xdist_group("serve")
+pytestmark = pytest.mark.xdist_group("serve_ends")
 
+BUILD = SOURCE / "build/served-ends"
 PROJECTS = {"phone": [], "plug-in": ["--plugin", SOURCE / "examples/hello"]}
 
 
