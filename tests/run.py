@@ -302,6 +302,7 @@ def main():
     else:
         steps = all_steps() if arguments.all else quick_steps()
     shutil.rmtree(RESULTS, ignore_errors=True)
+    RESULTS.mkdir(parents=True)
     for step in steps:
         for report in step.reports:
             report.parent.mkdir(parents=True, exist_ok=True)
