@@ -31,8 +31,9 @@ public:
 
     // Ends the session: removes all attributes, and stores no later ones. The client's next request
     // has no session. If called during a request of the session itself, the emptied object keeps
-    // its busy flag, so its memory is freed only at shut-down; a page that signs users out
-    // repeatedly calls setMaxInactiveInterval(1) instead.
+    // its busy flag, so its memory is freed only at shut-down. The same holds for a session that
+    // expires during its own request. A page that signs users out repeatedly therefore calls
+    // setMaxInactiveInterval() with a few seconds more than the request takes.
     virtual void invalidate() = 0;
 
     // Return a time stamp. Seconds of the system's tick clock, times(2), plus 300; not a time of

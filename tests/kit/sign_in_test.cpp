@@ -34,6 +34,7 @@ private:
             enter(request, response);
         } else if (action == "out") {
             signIns.end(request);
+            advanceSeconds(request.number<int>("takes", 0, 60).valueOr(0));
         } else if (action == "others") {
             signIns.endOthers(request);
         } else if (const auto signIn = signIns.find(request)) {
@@ -97,9 +98,18 @@ TEST(SignIns, EndWhenTheUserSignsOut) {
     const std::string id = *door.served.browser.cookie("JSESSIONID");
     door.served.browser.send(post("/servlet?p=door&q=out"));
     EXPECT_EQ(door.look(), "not signed in");
-    advanceSeconds(2);
+    advanceSeconds(5);
     door.served.runner.sweep();
     EXPECT_EQ(door.served.runner.sessionCount(), 0) << "the session has ended, too";
+}
+
+TEST(SignIns, FreeTheSessionAfterASignOutThatTookSeconds) {
+    Door door;
+    door.signIn("right");
+    door.served.browser.send(get("/servlet?p=door&q=out&takes=3"));
+    advanceSeconds(60);
+    door.served.runner.sweep();
+    EXPECT_EQ(door.served.runner.sessionCount(), 0);
 }
 
 TEST(SignIns, IgnoreASignOutWithoutASignIn) {

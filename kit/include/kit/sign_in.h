@@ -91,13 +91,13 @@ public:
         return {signIns.begin(), signIns.end()};
     }
 
-    // Signs the request's session out and lets it expire within about a second. Does not invalidate
+    // Signs the request's session out and lets it expire within a few seconds. Does not invalidate
     // the session, because the container could then free it at shut-down only; see
     // HttpSession::invalidate().
     void end(Request& request) {
         if (HttpSession* session = request.session()) {
             m_signIns.erase(*session);
-            session->setMaxInactiveInterval(1);
+            session->setMaxInactiveInterval(kSecondsToLive);
         }
     }
 
@@ -116,6 +116,10 @@ public:
     }
 
 private:
+    // A signed-out session's time to live. The container never frees a session that expires during
+    // its own request, so this is longer than requests take.
+    static constexpr int kSecondsToLive = 5;
+
     static std::string addressOf(Request& request) { return std::string(request.remoteAddress()); }
 
     SessionData<SignIn> m_signIns;
