@@ -27,7 +27,7 @@ export default defineConfig({
     fullyParallel: false,
     // They all look at one phone.
     workers: 1,
-    timeout: 30_000,
+    timeout: 60_000,
     expect: { timeout: 5_000 },
     reporter: [
         ['list'],

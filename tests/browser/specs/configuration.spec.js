@@ -2,7 +2,7 @@
 import { text } from '../support/languages.js';
 import { download, expectValues, field, file, open, resultMessage, send, signInTo }
     from '../support/phone.js';
-import { expect, startWithNewPhone, test } from '../support/test.js';
+import { expect, kJourney, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
 
@@ -28,7 +28,7 @@ async function expectHostName(page, hostname) {
     await expectValues(page, { hostname });
 }
 
-test('an exported configuration can be imported', async ({ page, check }) => {
+test('an exported configuration can be imported', kJourney, async ({ page, check }) => {
     await signInTo(page, 'network');
     await setHostName(page, 'before');
     await open(page, 'settings-config');
@@ -94,7 +94,7 @@ const kRefused = {
         [['config', text('error.notUtf8')]]],
 };
 
-test('a file with errors is rejected as a whole', async ({ page, expectStatus, check }) => {
+test('a file with errors is rejected as a whole', kJourney, async ({ page, expectStatus, check }) => {
     await signInTo(page, 'network');
     await setHostName(page, 'stays');
     for (const [what, [content, rows]] of Object.entries(kRefused)) {

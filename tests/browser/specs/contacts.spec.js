@@ -2,7 +2,7 @@
 import { text } from '../support/languages.js';
 import { download, errorOf, expectAt, expectValues, field, file, open, resultMessage, send,
     signInTo } from '../support/phone.js';
-import { expect, startWithNewPhone, test } from '../support/test.js';
+import { expect, kJourney, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
 
@@ -48,7 +48,7 @@ test.describe('the contact list', () => {
         }
     });
 
-    test('can be searched by name and number, and keeps the search', async ({ page, check }) => {
+    test('can be searched by name and number, and keeps the search', kJourney, async ({ page, check }) => {
         await signInTo(page, 'contacts');
         await search(page, 'ALICE and');
         await expect(rows(page)).toContainText(['Alice Anderson']);
@@ -89,7 +89,7 @@ test.describe('the contact list', () => {
 test.describe('a contact', () => {
     const kContact = { name: 'Zoltan "Zed" Quick', number: '+36 (1) 555-0199' };
 
-    test('can be added, found and removed', async ({ page, check }) => {
+    test('can be added, found and removed', kJourney, async ({ page, check }) => {
         await signInTo(page, 'contacts');
         await send(page, kContact);
         await expect(resultMessage(page)).toHaveText(text('contacts.added'));
@@ -139,7 +139,7 @@ test.describe('a contact', () => {
 });
 
 test.describe('a contact file', () => {
-    test('can be exported', async ({ page }) => {
+    test('can be exported', kJourney, async ({ page }) => {
         await signInTo(page, 'contacts');
         const link = page.getByRole('link', { name: text('contacts.export') });
         const { name, content } = await download(page, link);
@@ -152,7 +152,7 @@ test.describe('a contact file', () => {
     const kList = ['name,number', '"Aaron, A.",111', 'Benjamin Brooks,222', 'Nobody,none', ',333',
         '"open,444', ''].join('\n');
 
-    test('is previewed before it is imported', async ({ page, check }) => {
+    test('is previewed before it is imported', kJourney, async ({ page, check }) => {
         await signInTo(page, 'contacts');
         await preview(page, kList);
         await expectCounts(page, [1, 1, 0, 3]);

@@ -5,7 +5,7 @@ import { text } from '../support/languages.js';
 import { download, expectAt, expectSignedIn, expectSignedOut, expectValues, field, file,
     fillSignIn, image, kPages, open, resultMessage, send, signIn, signInTo, wordOf }
     from '../support/phone.js';
-import { expect, startWithNewPhone, test } from '../support/test.js';
+import { expect, kJourney, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
 
@@ -95,7 +95,7 @@ test.describe('a firmware upload', () => {
         await expect(resultMessage(page)).toContainText('was received');
     });
 
-    test('that is cut off leaves the firmware unchanged', async ({ page, expectFailure }) => {
+    test('that is cut off leaves the firmware unchanged', kJourney, async ({ page, expectFailure }) => {
         const line = await lineThatBreaks(kMiB);
         await page.goto(`${line.address}/`);
         await fillSignIn(page);
@@ -136,7 +136,7 @@ test.describe('a firmware upload', () => {
         }
     });
 
-    test('is not sent without a file', async ({ page }) => {
+    test('is not sent without a file', kJourney, async ({ page }) => {
         await signInTo(page, 'settings-upgrade');
         await page.getByRole('button', { name: text('upgrade.upload') }).click();
         await expect(page.locator('#firmware-error')).toHaveText(text('error.required'));

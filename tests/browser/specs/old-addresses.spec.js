@@ -1,6 +1,6 @@
 // The addresses of the previous web interface still work.
 import { expectAt, expectSignedOut, fillSignIn, signIn } from '../support/phone.js';
-import { startWithNewPhone, test } from '../support/test.js';
+import { kJourney, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
 
@@ -19,7 +19,7 @@ for (const address of [
     });
 }
 
-test('/cgi-bin/Quillpage.tpx?p=network leads to the page network', async ({ page }) => {
+test('/cgi-bin/Quillpage.tpx?p=network leads to the page network', kJourney, async ({ page }) => {
     await signIn(page);
     await page.goto('/cgi-bin/Quillpage.tpx?p=network');
     await expectAt(page, 'network');

@@ -2,7 +2,7 @@
 import { kLanguages, textsIn } from '../support/languages.js';
 import { expectAt, expectSignedOut, kPages, open, signIn, signInTo, signOut }
     from '../support/phone.js';
-import { expect, startWithNewPhone, test } from '../support/test.js';
+import { expect, kJourney, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
 
@@ -143,7 +143,7 @@ test.describe('with the keyboard alone', () => {
             expect(wanted).toContain('remoteAddresses');
         });
 
-    test('the phone can be used from sign-in to sign-out', async ({ page }) => {
+    test('the phone can be used from sign-in to sign-out', kJourney, async ({ page }) => {
         await page.goto('/');
         await expect(page.locator('[name=user]')).toBeFocused();
         await page.keyboard.type('admin');
@@ -161,7 +161,7 @@ test.describe('with the keyboard alone', () => {
 test.describe('in a narrow window', () => {
     test.use({ viewport: kHand });
 
-    test('the menu opens, leads to a page and signs out', async ({ page, check }) => {
+    test('the menu opens, leads to a page and signs out', kJourney, async ({ page, check }) => {
         await signIn(page);
         const menu = page.locator('.menu');
         await expect(menu.getByRole('link', { name: 'Audio' })).toBeHidden();

@@ -3,7 +3,7 @@
 import { text } from '../support/languages.js';
 import { errorOf, expectValues, field, get, open, resultMessage, send, signInTo }
     from '../support/phone.js';
-import { expect, startWithNewPhone, test } from '../support/test.js';
+import { expect, kJourney, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
 
@@ -109,7 +109,7 @@ for (const [p, good, wrong] of [
             await check(page, kBothSchemes);
         });
 
-        test('is saved and shows the saved values', async ({ page, check }) => {
+        test('is saved and shows the saved values', kJourney, async ({ page, check }) => {
             await signInTo(page, p);
             await send(page, good);
             await expect(resultMessage(page)).toHaveText('Saved.');
@@ -123,7 +123,7 @@ for (const [p, good, wrong] of [
 }
 
 test.describe('the page accounts', () => {
-    test('has a form for each of the six accounts', async ({ page }) => {
+    test('has a form for each of the six accounts', kJourney, async ({ page }) => {
         await signInTo(page, 'accounts');
         const tabs = page.locator('.tabs a');
         await expect(tabs).toHaveCount(6);
@@ -169,7 +169,7 @@ test.describe('the page accounts', () => {
 });
 
 test.describe('the page network', () => {
-    test('asks for addresses only in static mode', async ({ page }) => {
+    test('asks for addresses only in static mode', kJourney, async ({ page }) => {
         await signInTo(page, 'network');
         await page.getByLabel(text('network.dhcp')).check();
         await expect(field(page, 'address')).toBeHidden();
@@ -181,7 +181,7 @@ test.describe('the page network', () => {
 });
 
 test.describe('the page audio', () => {
-    test('shows each value next to its slider', async ({ page }) => {
+    test('shows each value next to its slider', kJourney, async ({ page }) => {
         await signInTo(page, 'audio');
         await field(page, 'micGain').focus();
         await page.keyboard.press('Home');
@@ -190,7 +190,7 @@ test.describe('the page audio', () => {
         await expect(page.locator('[data-reading=micGain]')).toHaveText('-5');
     });
 
-    test('is saved and shows the saved values', async ({ page, check }) => {
+    test('is saved and shows the saved values', kJourney, async ({ page, check }) => {
         await signInTo(page, 'audio');
         await send(page, kAudio);
         await expect(resultMessage(page)).toHaveText('Saved.');

@@ -1,7 +1,7 @@
 // Live updates of the status page and the phone page.
 import { text } from '../support/languages.js';
 import { expectAt, get, open, signInTo } from '../support/phone.js';
-import { expect, startWithNewPhone, test } from '../support/test.js';
+import { expect, kJourney, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
 
@@ -25,7 +25,7 @@ async function hangUp(request) {
 }
 
 test.describe('the status page', () => {
-    test('draws the live data', async ({ page, check }) => {
+    test('draws the live data', kJourney, async ({ page, check }) => {
         await signInTo(page, 'status');
         await mark(page);
         const uptime = await page.locator('[data-value=uptime]').innerText();
@@ -39,7 +39,7 @@ test.describe('the status page', () => {
         await check(page, { schemes: ['light', 'dark'] });
     });
 
-    test('lists remote events as they arrive', async ({ page, request, check }) => {
+    test('lists remote events as they arrive', kJourney, async ({ page, request, check }) => {
         await signInTo(page, 'status');
         await mark(page);
         await expect(page.getByText(text('status.noEvents'))).toBeVisible();
@@ -126,7 +126,7 @@ test.describe('the phone page', () => {
         await expectNotLoadedAgain(page);
     });
 
-    test('has working keys and is not reloaded', async ({ page, request }) => {
+    test('has working keys and is not reloaded', kJourney, async ({ page, request }) => {
         await signInTo(page, 'phone');
         await mark(page);
         for (const key of [/^5/, /^0/, 'Star']) {

@@ -2,14 +2,14 @@
 import { text } from '../support/languages.js';
 import { download, errorOf, expectAt, expectSignedOut, expectValues, field, file, open,
     resultMessage, send, signInTo, signOut } from '../support/phone.js';
-import { expect, startWithNewPhone, test } from '../support/test.js';
+import { expect, kJourney, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
 
 // Without axe-core, which is a script; other specs validate the HTML.
 test.use({ javaScriptEnabled: false });
 
-test('the user signs in and out', async ({ page }) => {
+test('the user signs in and out', kJourney, async ({ page }) => {
     await signInTo(page, 'network');
     await signOut(page);
     await open(page, 'network');
@@ -22,7 +22,7 @@ test('the status page shows current values', async ({ page }) => {
     await expect(page.locator('[data-now=events]')).toHaveText('0 since startup');
 });
 
-test('a form can be saved', async ({ page }) => {
+test('a form can be saved', kJourney, async ({ page }) => {
     await signInTo(page, 'audio');
     await send(page, { ringtone: 'bell', codec: 'g722', echo: false });
     await expect(resultMessage(page)).toHaveText('Saved.');
@@ -43,7 +43,7 @@ test('the phone shows errors next to the fields', async ({ page, expectStatus })
     await expectValues(page, { mode: 'dhcp', gateway: '' });
 });
 
-test('keys can be pressed', async ({ page }) => {
+test('keys can be pressed', kJourney, async ({ page }) => {
     await signInTo(page, 'phone');
     for (const key of ['4', '2']) {
         await page.locator(`button[value="${key}"]`).click();
@@ -54,7 +54,7 @@ test('keys can be pressed', async ({ page }) => {
     await expect(page.locator('dd[data-desk=state]')).toHaveText('On hook');
 });
 
-test('contacts can be previewed and imported', async ({ page }) => {
+test('contacts can be previewed and imported', kJourney, async ({ page }) => {
     await signInTo(page, 'contacts-preview');
     await field(page, 'contacts').setInputFiles(file('some.csv', 'Zoltan Quick,555\n', 'text/csv'));
     await page.getByRole('button', { name: text('preview.submit') }).click();
@@ -63,7 +63,7 @@ test('contacts can be previewed and imported', async ({ page }) => {
     await expect(resultMessage(page)).toHaveText(text('contacts.imported'));
 });
 
-test('firmware can be uploaded, and the restart is announced', async ({ page }) => {
+test('firmware can be uploaded, and the restart is announced', kJourney, async ({ page }) => {
     await signInTo(page, 'settings-upgrade');
     const { name, content } = await download(page, page.getByRole('link', { name: /Download/ }));
     await field(page, 'firmware').setInputFiles(file(name, content));

@@ -12,6 +12,9 @@ import { Watch } from './watch.js';
 
 export { expect };
 
+// Marks the tests of the main journeys, which scripts/test runs; scripts/test --all runs all.
+export const kJourney = { tag: '@journey' };
+
 export const test = base.extend({
     language: ['en', { option: true }],
     locale: async ({ language }, use) => use(language),
