@@ -108,7 +108,7 @@ def quick_steps():
                "tests/fuzz/test", "tests/mutation"),
         pytest("documents", "tests/package/documents_test.py", "-k", "not guide_leads", after=()),
         pytest("abi", "tests/abi", "-k", "amd64 or operation_of_a_plug_in"),
-        build("asan"),
+        build("asan", "unit_tests", "replay_tests", "fcgi_host_wire", "servlet_check"),
         unit("asan"),
         wire("asan", *files(*HOSTILE), "--one-front"),
         browser("--grep", "@journey"),
