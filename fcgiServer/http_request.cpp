@@ -2,7 +2,6 @@
 
 #include "HttpResponse.h"
 #include "app_log.h"
-#include "cgi_environment.h"
 #include "http_session.h"
 #include "log_module.h"
 #include "session_factory.h"
@@ -50,8 +49,10 @@ int HttpRequestImpl::doProcessData() {
         return -1;
     }
     cookies = CGI_get_cookie(cookies, getCookie());
-    if (std::strcmp(method, "POST") == 0)
-        parameters = CGI_get_post(parameters, getContextType(), getContentLength(), request->in);
+    if (std::strcmp(method, "POST") == 0) {
+        const char* type = getContextType(); // first: arguments are evaluated in any order
+        parameters = CGI_get_post(parameters, type, getContentLength(), request->in);
+    }
     parameters = CGI_decode_query(parameters, getQueryString());
     if (const char* id = CGI_lookup(cookies, kSessionCookie))
         keepSessionId(id);
@@ -66,7 +67,7 @@ void HttpRequestImpl::keepSessionId(const char* id) {
 }
 
 char* HttpRequestImpl::variable(const char* name) {
-    return cgiVariable(request->envp, name);
+    return FCGX_GetParam(name, request->envp);
 }
 
 long HttpRequestImpl::numericVariable(const char* name) {

@@ -1,7 +1,5 @@
 #include "lingering_close.h"
 
-#include "cgi_environment.h"
-
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -20,9 +18,9 @@ constexpr std::chrono::seconds kLingerTimeout{2}; // libfcgi's default
 
 // Chunked requests have no CONTENT_LENGTH; front servers pass HTTP_TRANSFER_ENCODING instead.
 bool announcesBody(const FCGX_Request& request) {
-    const char* length = cgiVariable(request.envp, "CONTENT_LENGTH");
+    const char* length = FCGX_GetParam("CONTENT_LENGTH", request.envp);
     const bool empty = length == nullptr || *length == '\0' || std::strcmp(length, "0") == 0;
-    return !empty || cgiVariable(request.envp, "HTTP_TRANSFER_ENCODING") != nullptr;
+    return !empty || FCGX_GetParam("HTTP_TRANSFER_ENCODING", request.envp) != nullptr;
 }
 
 void lingerUntilClosed(int connection) {

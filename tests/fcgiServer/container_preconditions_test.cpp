@@ -1,5 +1,4 @@
 // Callers that break a written precondition of the container fail an assertion.
-#include "cgi_environment.h"
 #include "plugin_loader.h"
 #include "request_rules.h"
 #include "servlet_container.h"
@@ -10,13 +9,6 @@
 #include <string>
 
 namespace {
-
-TEST(CgiVariableDeathTest, NeedsAName) {
-    char variable[] = "A=1";
-    char* environment[] = {variable, nullptr};
-    EXPECT_STREQ(cgiVariable(environment, "A"), "1");
-    EXPECT_DEATH(cgiVariable(environment, nullptr), "name != nullptr");
-}
 
 TEST(RulesDeathTest, NeedAQueryAndAPage) {
     Visit visit("p=status");
