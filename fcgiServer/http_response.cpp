@@ -23,37 +23,6 @@ constexpr int kLocaleSize = 128;
 // Ends the argument list of TMPL_add_var().
 const char* const kEndOfVariables = nullptr;
 
-// Collects the pieces of a header block: libfcgi's formatted output would cost more than the rest
-// of a small response.
-class HeaderBlock {
-public:
-    explicit HeaderBlock(FCGX_Stream* out) : m_out(out) {}
-    ~HeaderBlock() { flush(); }
-    HeaderBlock(const HeaderBlock&) = delete;
-    HeaderBlock& operator=(const HeaderBlock&) = delete;
-
-    void append(std::string_view piece) {
-        if (piece.size() > sizeof m_text - m_used)
-            flush();
-        if (piece.size() > sizeof m_text) {
-            FCGX_PutStr(piece.data(), static_cast<int>(piece.size()), m_out);
-            return;
-        }
-        std::memcpy(m_text + m_used, piece.data(), piece.size());
-        m_used += piece.size();
-    }
-
-private:
-    void flush() {
-        FCGX_PutStr(m_text, static_cast<int>(m_used), m_out);
-        m_used = 0;
-    }
-
-    FCGX_Stream* m_out;
-    std::size_t m_used = 0;
-    char m_text[512];
-};
-
 // Copies as much of `text` as fits into `size` bytes with a terminator.
 void copyBounded(char* target, std::size_t size, const char* text) {
     const std::size_t length = strnlen(text, size - 1);
@@ -140,14 +109,9 @@ void HttpResponseImpl::commitHeader() {
     if (headerCommitted)
         return;
     headerCommitted = true;
-    HeaderBlock block(request->out);
-    for (auto* entry = headers->firstAssoc(); entry != nullptr; entry = headers->nextAssoc(entry)) {
-        block.append(entry->key);
-        block.append(": ");
-        block.append(entry->value);
-        block.append(" \r\n");
-    }
-    block.append("\r\n");
+    for (auto* entry = headers->firstAssoc(); entry != nullptr; entry = headers->nextAssoc(entry))
+        webPrintf("%s: %s \r\n", entry->key.c_str(), entry->value.c_str());
+    webPrintf("\r\n");
 }
 
 int HttpResponseImpl::webPrintf(const char* format, ...) {
