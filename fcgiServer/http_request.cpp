@@ -200,10 +200,14 @@ HttpSession* HttpRequestImpl::getSession(bool create) {
     assert(sessionFactory != nullptr && response != nullptr);
     std::string remoteAddr = address != nullptr ? address : "";
     HttpSession* session = sessionFactory->createSession(remoteAddr);
-    // Store the id before addCookie(): if that throws, onRequestFinished() can still find the
+    // Keeps the id even if addCookie() throws, so that onRequestFinished() can still find the
     // session and clear its busy flag.
-    keepSessionId(session->getId().c_str());
-    response->addCookie(kSessionCookie, session->getId().c_str());
+    const struct KeepIdAtEnd {
+        ~KeepIdAtEnd() { request->keepSessionId(id); }
+        HttpRequestImpl* request;
+        const char* id;
+    } created{this, session->getId().c_str()};
+    response->addCookie(kSessionCookie, created.id);
     return session;
 }
 

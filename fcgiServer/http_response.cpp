@@ -157,9 +157,9 @@ char* HttpResponseImpl::encodeURL(const char* url) {
 
 void HttpResponseImpl::setTemplate(const char* name, TMPL_varlist* vars) {
     assert(name != nullptr);
-    // Take ownership of the list before copying the name, which may throw.
-    mainVarList = TMPL_add_var(vars, "devtype", devtype, kEndOfVariables);
+    mainVarList = vars; // before copying the name, which may throw: flush() frees the list
     templateName = name;
+    mainVarList = TMPL_add_var(vars, "devtype", devtype, kEndOfVariables);
 }
 
 TMPL_varlist* HttpResponseImpl::getMainVarList() {

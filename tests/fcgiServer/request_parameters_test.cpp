@@ -491,6 +491,27 @@ TEST_F(SessionBinding, SendsTheCookieThroughTheResponsesInterface) {
     EXPECT_EQ(response.m_cookies, Calls{"JSESSIONID is " + session->getId()});
 }
 
+TEST_F(SessionBinding, SendsTheCookieBeforeTheRequestHasTheId) {
+    class Plain : public HttpResponseImpl {
+    public:
+        using HttpResponseImpl::HttpResponseImpl;
+        void addCookie(const char*, const char*) override {
+            const char* id = m_asked->getSessionId();
+            m_idBefore = id != nullptr ? id : "(none)";
+        }
+        HttpRequest* m_asked = nullptr;
+        std::string m_idBefore;
+    };
+    MemoryRequest fcgi({"REQUEST_METHOD=GET", "REMOTE_ADDR=10.0.0.5"});
+    Plain response(fcgi.get());
+    answers().cookies = {};
+    HttpRequestImpl request(fcgi.get(), &m_factory, &response);
+    response.m_asked = &request;
+    HttpSession* session = request.getSession(true);
+    EXPECT_EQ(response.m_idBefore, "(none)");
+    EXPECT_EQ(request.getSessionId(), session->getId());
+}
+
 // Counts the calls of its getters; the session factory calls them too when it looks for a session.
 class Watched : public HttpRequestImpl {
 public:

@@ -318,6 +318,14 @@ TEST_F(Page, AddsToTheServletsVariablesAndFreesThem) {
               }));
 }
 
+TEST_F(Page, HasTheServletsListBeforeTheDeviceTypeIsAdded) {
+    TMPL_varlist* servlets = TMPL_add_var(nullptr, "a", "1", static_cast<char*>(nullptr));
+    const TMPL_varlist* before = nullptr;
+    answers().duringAddVar = [&] { before = m_response->getMainVarList(); };
+    m_response->setTemplate("page.html", servlets);
+    EXPECT_EQ(before, servlets);
+}
+
 TEST_F(Page, UsesTheSecondTemplateAndDoesNotFreeTheFirstList) {
     m_response->setTemplate("first.html", nullptr);
     m_response->setTemplate("second.html", nullptr);

@@ -90,6 +90,10 @@ std::vector<std::string> recorded_device::calls() {
     return state.calls;
 }
 
+void recorded_device::record(const std::string& call) {
+    state.calls.push_back(call);
+}
+
 void recorded_device::name(const void* thing, const std::string& name) {
     state.names[thing] = name;
 }
@@ -183,6 +187,8 @@ TMPL_varlist* TMPL_add_var(TMPL_varlist* list, ...) {
     va_end(variables);
     arguments.push_back("null");
     const std::string text = call("TMPL_add_var", arguments);
+    if (state.answers.duringAddVar)
+        state.answers.duringAddVar();
     TMPL_varlist* fresh = &state.variables.emplace_back();
     state.names[fresh] = "variables " + std::to_string(state.variables.size());
     retire(list);
@@ -218,6 +224,7 @@ int TMPL_web_write(const char* name, const char* text, const TMPL_fmtlist* forma
                    const TMPL_varlist* vars, FCGX_Stream* out, FILE* err) {
     keep("TMPL_web_write",
          {quoted(name), quoted(text), nameOf(formats), nameOf(vars), nameOf(out), nameOf(err)});
-    FCGX_PutStr(state.answers.page.data(), static_cast<int>(state.answers.page.size()), out);
+    if (!state.answers.page.empty())
+        FCGX_PutStr(state.answers.page.data(), static_cast<int>(state.answers.page.size()), out);
     return state.answers.renderResult;
 }

@@ -3,6 +3,7 @@
 #ifndef RECORDED_DEVICE_H
 #define RECORDED_DEVICE_H
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -20,8 +21,9 @@ struct Answers {
     std::optional<int> received = 0; // the count that CGI_fileupload_data reports, or leaves alone
     int blockSize = 0;               // the result of CGI_readblock
     char* encodedUrl = nullptr;
-    std::string page;     // what TMPL_web_write writes
-    int renderResult = 0; // what TMPL_web_write returns
+    std::function<void()> duringAddVar; // what TMPL_add_var calls, if set
+    std::string page;                   // what TMPL_web_write writes
+    int renderResult = 0;               // what TMPL_web_write returns
 };
 
 // Clears the calls and the answers. Lists created before must not be used any more.
@@ -35,6 +37,9 @@ Answers& answers();
 // a caller that continues to use it, and one that uses a list after freeing it. A pointer without a
 // name is "a stranger".
 std::vector<std::string> calls();
+
+// Adds a call of another function to calls().
+void record(const std::string& call);
 
 // Sets and returns the name that `thing`, a stream or a buffer, has in calls().
 void name(const void* thing, const std::string& name);
