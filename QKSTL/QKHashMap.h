@@ -153,9 +153,11 @@ public:
         return find(key);
     }
 
-    // Removes an entry, which must belong to this map. Returns the entry that an iteration visits
-    // next, or null.
+    // Removes an entry, which must belong to this map; null, as getAssoc() returns for an absent
+    // key, does nothing. Returns the entry that an iteration visits next, or null.
     TAssoc* removeAssoc(TAssoc* pAssoc) {
+        if (pAssoc == nullptr)
+            return nullptr;
         TAssoc** ppLink = &m_pHashTable[bucketOf(pAssoc->key)];
         while (*ppLink != pAssoc)
             ppLink = &(*ppLink)->pNext;

@@ -439,6 +439,16 @@ TEST(HashMap, FreesAllMemoryWhenAnIterationRemovesAll) {
     EXPECT_EQ(counted_memory::live(), live);
 }
 
+TEST(HashMap, ChangesNothingWhenAnAbsentKeyIsRemoved) {
+    Map map;
+    EXPECT_EQ(map.removeAssoc(map.getAssoc("a")), nullptr);
+    expectUnallocated(map);
+    map.put("a", "1");
+    EXPECT_EQ(map.removeAssoc(map.getAssoc("b")), nullptr);
+    EXPECT_EQ(map.m_nCount, 1);
+    EXPECT_EQ(map.getAssoc("a")->value, "1");
+}
+
 TEST(HashMap, FreesAllMemoryWhenNodesAreFreedDirectly) {
     const long live = counted_memory::live();
     Map map;
