@@ -5,10 +5,15 @@
 #include "base/ascii.h"
 #include "log_module.h"
 
+#include <algorithm>
+#include <array>
 #include <cassert>
+#include <cctype>
 #include <cstddef>
 #include <cstring>
-#include <strings.h>
+#include <iterator>
+#include <memory_resource>
+#include <string>
 #include <syslog.h>
 
 namespace {
@@ -16,10 +21,14 @@ namespace {
 const char kSignInPage[] = "/servlet?p=login&q=loginForm&jumpto=status";
 constexpr std::size_t kQueryOffset = sizeof "/servlet?" - 1;
 constexpr std::size_t kRewriteSize = 512;
+constexpr std::size_t kUsualUrlSize = 512;
 
 // Shared by all threads, without a lock. Its last byte stays zero, so that its text is terminated
 // whatever two threads do at once.
 char rewriteBuffer[kRewriteSize];
+
+// What a URL must not contain, in lower case.
+const char* const kMarkup[] = {"%3e", "%3c", "<", ">", "script"};
 
 // Pages of the device's older interface that are redirected to the sign-in page.
 const char* const kLegacyPages[] = {
@@ -45,13 +54,8 @@ const char* const kStatusWords[] = {"idle",          "reboot",  "reset",
                                     "autoprovision", "upgrade", "configration"};
 
 bool startsWith(const char* text, const char* prefix) {
-    while (*prefix != '\0' && *text == *prefix) {
-        ++text;
-        ++prefix;
-    }
-    return *prefix == '\0';
+    return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
 }
-
 bool contains(const char* text, const char* part) {
     return std::strstr(text, part) != nullptr;
 }
@@ -59,33 +63,22 @@ bool equal(const char* text, const char* other) {
     return std::strcmp(text, other) == 0;
 }
 
-bool startsWithMarkup(const char* text) {
-    switch (*text) {
-    case '<':
-    case '>':
-        return true;
-    case '%':
-        return strncasecmp(text, "%3c", 3) == 0 || strncasecmp(text, "%3e", 3) == 0;
-    case 's':
-    case 'S':
-        return strncasecmp(text, "script", 6) == 0;
-    default:
-        return false;
-    }
-}
-
 } // namespace
 
 bool rules::isIllegalUrl(const char* url) {
     if (url == nullptr)
         return false;
-    for (const char* rest = url; *rest != '\0'; ++rest) {
-        if (startsWithMarkup(rest)) {
-            app_log(kLogModule, LOG_ERR, "url = %s, include illegal char\n", url);
-            return true;
-        }
-    }
-    return false;
+    std::array<char, kUsualUrlSize> room; // so that only a longer URL takes memory from the heap
+    std::pmr::monotonic_buffer_resource memory(room.data(), room.size());
+    std::pmr::string lowered(url, &memory);
+    for (char& c : lowered)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const bool illegal =
+        std::any_of(std::begin(kMarkup), std::end(kMarkup),
+                    [&](const char* markup) { return contains(lowered.c_str(), markup); });
+    if (illegal)
+        app_log(kLogModule, LOG_ERR, "url = %s, include illegal char\n", url);
+    return illegal;
 }
 
 bool rules::isIllegalValue(const char* value, bool numeric) {
