@@ -28,24 +28,27 @@ void endProcessWithoutLibrary(const char* path) {
 
 void addElement(const pugi::xml_node& node, PluginLoader::ServletConfig& servlets,
                 PluginLoader::ListenerConfig& listeners) {
-    WebDebug* log = WebDebug::getInstance();
     const char* name = node.name();
     const char* id = node.attribute("id").as_string("");
     const char* createFunction = node.attribute("createfunction").as_string("");
     if (createFunction == nullptr || name == nullptr) {
-        log->warn("PluginLoader::init() find invalide config eleName = %p,createfunction = %p",
-                  static_cast<const void*>(name), static_cast<const void*>(createFunction));
+        WebDebug::getInstance()->warn(
+            "PluginLoader::init() find invalide config eleName = %p,createfunction = %p",
+            static_cast<const void*>(name), static_cast<const void*>(createFunction));
     } else if (std::strcmp(name, "servlet") == 0) {
         if (id == nullptr)
             return;
-        log->info("PluginLoader::init() add a servlet config.id= %s,createfunction =%s", id,
-                  createFunction);
+        WebDebug::getInstance()->info(
+            "PluginLoader::init() add a servlet config.id= %s,createfunction =%s", id,
+            createFunction);
         servlets.put(id, createFunction);
     } else if (std::strcmp(name, "listener") == 0) {
-        log->info("PluginLoader::init() add a listener config.createfunction =%s", createFunction);
+        WebDebug::getInstance()->info(
+            "PluginLoader::init() add a listener config.createfunction =%s", createFunction);
         listeners.emplace_back(createFunction);
     } else {
-        log->warn("PluginLoader::init() find element neither servlet nor listener");
+        WebDebug::getInstance()->warn(
+            "PluginLoader::init() find element neither servlet nor listener");
     }
 }
 
@@ -75,18 +78,17 @@ PluginLoader::~PluginLoader() {
 }
 
 int PluginLoader::loadConfigFile(const char* configFile) {
-    WebDebug* log = WebDebug::getInstance();
-    log->info("PluginLoader::loadConfigFile Begin.configfile =%s", configFile);
+    WebDebug::getInstance()->info("PluginLoader::loadConfigFile Begin.configfile =%s", configFile);
     pugi::xml_document document;
     document.load_file(configFile, kParseOptions, pugi::encoding_auto);
     const pugi::xml_node root = document.first_child();
     if (!root) {
-        log->error("PluginLoader::init() error to get root element");
+        WebDebug::getInstance()->error("PluginLoader::init() error to get root element");
         return -1;
     }
     const char* path = root.attribute("path").as_string("");
     if (path == nullptr) {
-        log->error("PluginLoader::init() error to get lib path attribute");
+        WebDebug::getInstance()->error("PluginLoader::init() error to get lib path attribute");
         return -1;
     }
     Library library(dlopen(path, RTLD_LAZY)); // closes it if what follows throws
@@ -96,7 +98,7 @@ int PluginLoader::loadConfigFile(const char* configFile) {
     dlerror(); // clears it, so that no earlier error is taken for that of a lookup
     for (pugi::xml_node node = root.first_child(); node; node = node.next_sibling())
         addElement(node, *servletConfig, *listenerConfig);
-    log->info("PluginLoader::init End");
+    WebDebug::getInstance()->info("PluginLoader::init End");
     libraryHandle = library.release();
     return 0;
 }
