@@ -32,6 +32,7 @@ class Programs:
         os.sync()  # see Process.private_memory()
         folder = pathlib.Path(build).resolve() / "tests/bench/requests"
         self.bare = folder / "bare_loop"
+        self.prescribed = folder / "prescribed_loop"
         self.host = folder / "fcgi_host_bench"
         self.allocation_counter = folder / "libcount_allocations.so"
 
@@ -41,6 +42,10 @@ class Programs:
 
     def default_bare_loop(self, loops=1):
         return Program("bare loop", [self.bare, loops], {CLOSE_WAIT: DEFAULT_CLOSE_WAIT})
+
+    def prescribed_loop(self, loops=1, environment=None):
+        return Program("prescribed loop", [self.prescribed, loops],
+                       {CLOSE_WAIT: "0", **(environment or {})})
 
     def container(self, loops=1, environment=None):
         return Program("container", [self.host, f"--threads={loops}"], environment)

@@ -2,10 +2,11 @@
 """Makes a report of measurements: tables on standard output, report.json, and with --docs the
 page benchmarks.md with its picture.
 
-    tests/bench/report.py --build build/bench --pieces PIECES.json [--whole WHOLE.json] [--docs docs]
+    tests/bench/report.py --build build/bench --pieces PIECES.json [--whole WHOLE.json...]
+                          [--docs docs]
 
 PIECES.json is the output of the program `pieces`, run with --benchmark_out and several repetitions.
-WHOLE.json is the output of whole.py:
+WHOLE.json is the output of counts.py or whole.py:
 
     {"rows":   [{"group", "measure", "subject", "value", "unit", "samples"}, ...],
      "aims":   [{"measure", "figure", "aim", "better": "higher" or "lower"}, ...],
@@ -192,12 +193,12 @@ def table(head, rows):
     return lines + ["| " + " | ".join(row) + " |" for row in rows]
 
 
-def aims_table(report):
+def aims_table(aims):
     return table(["measure", "figure", "aim", ""],
                  [[aim["measure"], number(aim["figure"]),
                    f"{'at least' if aim['better'] == 'higher' else 'at most'} "
-                   f"{number(aim['aim'])}", "met" if aim["met"] else "**missed**"]
-                  for aim in report["aims"]])
+                   f"{number(aim['aim'])}", "met" if is_met(aim) else "**missed**"]
+                  for aim in aims])
 
 
 def whole_table(report):
@@ -255,7 +256,7 @@ are measured in real time, all others in CPU time.
 
 def document(report):
     noise = report["noise"]
-    lines = [INTRODUCTION, "## Aims", ""] + aims_table(report)
+    lines = [INTRODUCTION, "## Aims", ""] + aims_table(report["aims"])
     lines += ["", "## Conditions", ""] + table(
         ["", ""], [[name, str(value)] for name, value in report["conditions"].items()])
     if noise is not None:
@@ -272,15 +273,16 @@ def main():
     parser.add_argument("--build", type=pathlib.Path, required=True,
                         help="the build folder; report.json is written there")
     parser.add_argument("--pieces", type=pathlib.Path, required=True)
-    parser.add_argument("--whole", type=pathlib.Path)
+    parser.add_argument("--whole", type=pathlib.Path, nargs="+", default=[])
     parser.add_argument("--docs", type=pathlib.Path,
                         help="write benchmarks.md and benchmarks.svg into this folder")
     arguments = parser.parse_args()
 
     measured = json.loads(arguments.pieces.read_text())
     whole = {"rows": [], "aims": [], "curves": []}
-    if arguments.whole is not None:
-        whole.update(json.loads(arguments.whole.read_text()))
+    for part in arguments.whole:
+        for name, figures in json.loads(part.read_text()).items():
+            whole[name] += figures
     report = make_report(read_pieces(measured["benchmarks"]), whole,
                          conditions_of(arguments.build, measured["context"]))
 
@@ -290,7 +292,7 @@ def main():
         (arguments.docs / "benchmarks.svg").write_text(chart.draw(report["aims"],
                                                                   report["curves"]))
     print("\n".join(whole_table(report) + [""] if report["rows"] else []))
-    print("\n".join(pieces_table(report) + [""] + aims_table(report)))
+    print("\n".join(pieces_table(report) + [""] + aims_table(report["aims"])))
 
 
 if __name__ == "__main__":

@@ -3,34 +3,19 @@
 // LOOPS threads, 1 by default, accept on file descriptor 0 until SIGTERM and serve a page of 1 KiB.
 // The body of a POST is read first, and copied to the file that the environment variable FILE
 // names, if any. LIBFCGI_OS_CLOSE_POLL_TIMEOUT is left as it is.
-#include <fcgiapp.h>
+#include "request_loops.h"
+
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 #include <string>
-#include <thread>
-#include <vector>
 
 namespace {
 
-constexpr int kListenSocket = 0;
 constexpr std::size_t kPageBytes = 1024;
-
-std::mutex acceptLock;
-
-void stop(int) {
-    shutdown(kListenSocket, SHUT_RD);
-}
-
-int acceptRequest(FCGX_Request& request) {
-    const std::lock_guard<std::mutex> lock(acceptLock);
-    return FCGX_Accept_r(&request);
-}
 
 // Writes to a temporary file, syncs and renames it, so that a crash leaves no partial upload.
 void copyBody(FCGX_Stream* in, const char* path) {
@@ -50,7 +35,8 @@ void readBody(FCGX_Stream* in) {
     }
 }
 
-void serve(FCGX_Request& request, const std::string& page) {
+void serve(FCGX_Request& request) {
+    static const std::string page(kPageBytes, 'x');
     if (FCGX_GetParam("QUERY_STRING", request.envp) == nullptr)
         return;
     const char* method = FCGX_GetParam("REQUEST_METHOD", request.envp);
@@ -64,26 +50,8 @@ void serve(FCGX_Request& request, const std::string& page) {
     FCGX_PutStr(page.data(), static_cast<int>(page.size()), request.out);
 }
 
-void run() {
-    const std::string page(kPageBytes, 'x');
-    FCGX_Request request;
-    FCGX_InitRequest(&request, kListenSocket, 0);
-    while (acceptRequest(request) >= 0) {
-        serve(request, page);
-        FCGX_Finish_r(&request);
-    }
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGTERM, stop);
-    FCGX_Init();
-    std::vector<std::thread> others;
-    for (int count = argc > 1 ? std::atoi(argv[1]) : 1; count > 1; --count)
-        others.emplace_back(run);
-    run();
-    for (std::thread& other : others)
-        other.join();
+    serveRequests(argc, argv, serve);
 }
