@@ -19,11 +19,12 @@ int secondsNow() {
     return static_cast<int>(times(nullptr) / kTicksPerSecond);
 }
 
-// Seconds since `stamp` (which includes TIME_OFFSET). A 32-bit clock_t wraps to its minimum after
-// 248 days, so a difference below minus half its range means that it wrapped.
-int secondsSince(int stamp) {
+// Seconds from `stamp` (which includes TIME_OFFSET) to `now` (which does not). A 32-bit clock_t
+// wraps to its minimum after 248 days, so a difference below minus half its range means that it
+// wrapped.
+int secondsBetween(int stamp, int now) {
     constexpr int kClockRange = 42949673; // seconds in 2^32 ticks
-    const int passed = (TIME_OFFSET - stamp) + secondsNow();
+    const int passed = (TIME_OFFSET - stamp) + now;
     const bool hasWrapped = sizeof(clock_t) == 4 && passed < -kClockRange / 2;
     return hasWrapped ? passed + kClockRange : passed;
 }
@@ -57,9 +58,12 @@ public:
 
 } // namespace
 
+int sessionTime() {
+    return secondsNow() + TIME_OFFSET;
+}
+
 HttpSessionImpl::HttpSessionImpl(const std::string& remoteAddr)
-    : m_createTime(secondsNow() + TIME_OFFSET), m_lastAccessedTime(m_createTime),
-      m_remoteAddr(remoteAddr) {
+    : m_createTime(sessionTime()), m_lastAccessedTime(m_createTime), m_remoteAddr(remoteAddr) {
     char id[kIdSize] = {};
     std::snprintf(id, sizeof id, "%x%ld%x", addressBits(remoteAddr.data()),
                   static_cast<long>(m_createTime), addressBits(this));
@@ -129,9 +133,17 @@ int HttpSessionImpl::getMaxInactiveInterval() {
 bool HttpSessionImpl::isValidate() {
     if (!load(m_bValid))
         return false;
-    return load(m_maxInactiveInterval) > secondsSince(load(m_lastAccessedTime));
+    return load(m_maxInactiveInterval) > secondsBetween(load(m_lastAccessedTime), secondsNow());
+}
+
+bool HttpSessionImpl::isUsable() const {
+    return load(m_bValid);
+}
+
+int HttpSessionImpl::idleSeconds(int now) const {
+    return secondsBetween(load(m_lastAccessedTime), now - TIME_OFFSET);
 }
 
 void HttpSessionImpl::update() {
-    store(m_lastAccessedTime, secondsNow() + TIME_OFFSET);
+    store(m_lastAccessedTime, sessionTime());
 }

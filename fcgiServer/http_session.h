@@ -12,6 +12,9 @@
 // mutex first, then this one.
 extern pthread_mutex_t session_mutex;
 
+// Returns the current time as the time stamps of sessions show it.
+int sessionTime();
+
 //   Owner     the session factory, which creates and deletes it.
 //   Clock     times(2), at 100 ticks a second. Every stored time stamp is 300 seconds ahead of it,
 //             which getCreateTime() and getLastAccessedTime() show.
@@ -44,6 +47,13 @@ public:
     // Returns false once invalidated, or when idle for at least getMaxInactiveInterval() seconds.
     // Locks nothing.
     bool isValidate();
+
+    // Returns whether invalidate() has not been called. Locks nothing.
+    bool isUsable() const;
+
+    // Returns the seconds from the last request's beginning to `now`, a sessionTime(). Locks
+    // nothing.
+    int idleSeconds(int now) const;
 
     // Restarts the idle time, because a request of this session begins. Locks nothing.
     void update();

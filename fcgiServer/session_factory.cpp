@@ -4,6 +4,7 @@
 #include "app_log.h"
 #include "http_session.h"
 #include "log_module.h"
+#include "session_limit.h"
 
 #include <memory>
 #include <pthread.h>
@@ -21,6 +22,8 @@ public:
     TableLock(const TableLock&) = delete;
     TableLock& operator=(const TableLock&) = delete;
 };
+
+SessionLimit limit; // the table mutex
 
 // Invalidates a session, then deletes it.
 void end(HttpSessionImpl* session) {
@@ -48,11 +51,41 @@ bool SessionFactory::existSession(std::string& id) {
     return found;
 }
 
+void SessionFactory::setMaxSessions(int most) {
+    TableLock lock;
+    limit.set(most);
+}
+
 HttpSessionImpl* SessionFactory::createSession(std::string& remoteAddr) {
     TableLock lock;
     auto session = std::make_unique<HttpSessionImpl>(remoteAddr);
+    if (limit.isSet())
+        limit.recordUse(session.get());
     m_sessions->put(session->getId(), session.get());
-    return session.release();
+    HttpSessionImpl* created = session.release();
+    if (limit.isSet())
+        keepLimit();
+    return created;
+}
+
+// Ends sessions until the limit is kept, or every session is used by a request. The caller must
+// hold the table mutex.
+void SessionFactory::keepLimit() {
+    limit.deleteEnded();
+    const int now = sessionTime();
+    while (limit.isExceededBy(m_sessions->m_nCount)) {
+        SessionTable::TAssoc* chosen = nullptr;
+        for (auto* entry = m_sessions->firstAssoc(); entry != nullptr;
+             entry = m_sessions->nextAssoc(entry)) {
+            HttpSessionImpl* other = chosen != nullptr ? chosen->value : nullptr;
+            if (entry->value != nullptr && limit.shouldEnd(*entry->value, other, now))
+                chosen = entry;
+        }
+        if (chosen == nullptr)
+            return;
+        limit.end(std::unique_ptr<HttpSessionImpl>(chosen->value));
+        m_sessions->removeAssoc(chosen);
+    }
 }
 
 HttpSessionImpl* SessionFactory::findSession(HttpRequest* request) {
@@ -74,14 +107,21 @@ HttpSessionImpl* SessionFactory::findSession(HttpRequest* request) {
 
 HttpSessionImpl* SessionFactory::getSession(HttpRequest* request) {
     TableLock lock;
-    return findSession(request);
+    HttpSessionImpl* session = findSession(request);
+    if (limit.isSet() && session != nullptr)
+        limit.recordUse(session);
+    return session;
 }
 
 void SessionFactory::onRequest(HttpRequest* request) {
     TableLock lock;
+    if (limit.isSet())
+        limit.endRequest();
     if (HttpSessionImpl* session = findSession(request)) {
         session->m_bInRequest = true;
         session->update();
+        if (limit.isSet())
+            limit.recordUse(session);
     }
 }
 
@@ -89,6 +129,8 @@ void SessionFactory::onRequestFinished(HttpRequest* request) {
     TableLock lock;
     if (HttpSessionImpl* session = findSession(request))
         session->m_bInRequest = false;
+    if (limit.isSet())
+        limit.endRequest();
 }
 
 void SessionFactory::removeSession(std::string& id) {
@@ -100,6 +142,7 @@ void SessionFactory::removeSession(std::string& id) {
 
 void SessionFactory::checkSession() {
     TableLock lock;
+    limit.deleteEnded();
     auto* entry = m_sessions->firstAssoc();
     while (entry != nullptr) {
         HttpSessionImpl* session = entry->value;
@@ -127,5 +170,6 @@ int SessionFactory::destory() {
             end(entry->value);
     }
     m_sessions->clear();
+    limit.clear();
     return 0;
 }

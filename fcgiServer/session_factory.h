@@ -35,6 +35,11 @@ public:
     // session can be created or removed.
     bool existSession(std::string& id);
 
+    // Limits the number of sessions of each factory in the process; 0, the default, means no limit.
+    // A session that is created beyond it ends others as the sweep would, the one that has been
+    // idle longest first, but none that a request is using; see session_limit.h.
+    static void setMaxSessions(int most);
+
     // Creates a session, valid and busy, for a client at `remoteAddr`. It belongs to the factory.
     HttpSessionImpl* createSession(std::string& remoteAddr);
 
@@ -70,6 +75,8 @@ public:
     int destory();
 
 private:
+    void keepLimit();
+
     using SessionTable = QKHashMap<std::string, HttpSessionImpl*, INT_HASH<std::string>>;
 
     std::unique_ptr<SessionTable> m_sessions; // the table mutex

@@ -171,6 +171,7 @@ int runDaemon(const Options& options) {
     }
     disableLibfcgiCloseWait();
     markLogLines();
+    SessionFactory::setMaxSessions(options.maxSessions);
     const auto server = std::make_unique<FCGIServer>();
     serve(options, *gate, *server);
     // A plug-in that hangs when it is destroyed, below, is ended by a second signal too.

@@ -19,6 +19,8 @@ const char kHelpText[] =
     "                             open; a Unix socket of --listen then belongs to them\n"
     "  -n, --threads=N            serve up to N requests at once, 1 to 64 (2)\n"
     "  -t, --timer=SECONDS        expire idle sessions this often, 1 to 3600 (10)\n"
+    "  -s, --max-sessions=N       end the longest idle session when there are more than N, 1 to\n"
+    "                             100000 (no limit)\n"
     "  -d, --drain=SECONDS        after a stop signal, wait this long for requests in flight,\n"
     "                             0 to 3600 (5)\n"
     "  -h, --help                 show this text and exit\n"
@@ -43,17 +45,15 @@ namespace {
 // Each thread needs a stack, and about 20 KiB for libfcgi's request and its buffers.
 constexpr int kMostThreads = 64;
 constexpr int kMostSeconds = 3600;
+// The session table has a fixed number of buckets: beyond this, a look-up costs more than a page.
+constexpr int kMostSessions = 100000;
 
 const option kLongOptions[] = {
-    {"listen", required_argument, nullptr, 'l'},
-    {"socket-mode", required_argument, nullptr, 'm'},
-    {"user", required_argument, nullptr, 'u'},
-    {"threads", required_argument, nullptr, 'n'},
-    {"timer", required_argument, nullptr, 't'},
-    {"drain", required_argument, nullptr, 'd'},
-    {"help", no_argument, nullptr, 'h'},
-    {"version", no_argument, nullptr, 'V'},
-    {nullptr, 0, nullptr, 0},
+    {"listen", required_argument, nullptr, 'l'}, {"socket-mode", required_argument, nullptr, 'm'},
+    {"user", required_argument, nullptr, 'u'},   {"threads", required_argument, nullptr, 'n'},
+    {"timer", required_argument, nullptr, 't'},  {"max-sessions", required_argument, nullptr, 's'},
+    {"drain", required_argument, nullptr, 'd'},  {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, 'V'},      {nullptr, 0, nullptr, 0}, // the end
 };
 
 struct Range {
@@ -103,6 +103,8 @@ bool takeOption(int letter, const char* value, const char* word, Options& option
         return readNumber("threads", value, {1, kMostThreads}, options.threads, error);
     case 't':
         return readNumber("timer", value, {1, kMostSeconds}, options.timerSeconds, error);
+    case 's':
+        return readNumber("max-sessions", value, {1, kMostSessions}, options.maxSessions, error);
     case 'd':
         return readNumber("drain", value, {0, kMostSeconds}, options.drainSeconds, error);
     case 'h':
@@ -129,7 +131,7 @@ std::optional<Options> parseOptions(int argc, char* const argv[], std::string& e
     while (options.action == Options::Action::Serve) {
         // The word that an error refers to; optind moves on only after its last letter.
         const int current = optind == 0 ? 1 : optind;
-        const int letter = getopt_long(argc, argv, "+:l:m:u:n:t:d:hV", kLongOptions, nullptr);
+        const int letter = getopt_long(argc, argv, "+:l:m:u:n:t:s:d:hV", kLongOptions, nullptr);
         if (letter == -1)
             break;
         const char* word = current < argc ? argv[current] : "";

@@ -13,6 +13,7 @@ struct Options {
     Action action = Action::Serve;
     int threads = 2;          // requests that are served at once
     int timerSeconds = 10;    // between two sweeps of expired sessions
+    int maxSessions = 0;      // 0 for any number
     int drainSeconds = 5;     // that requests in flight get after a stop signal
     std::string listen;       // PATH or ADDRESS:PORT; empty for the inherited socket
     mode_t socketMode = 0660; // of the socket file that --listen creates

@@ -140,6 +140,31 @@ protected:
 using SessionLookUps = SessionFactories;
 using SessionRequests = SessionFactories;
 using SessionSweeps = SessionFactories;
+
+// Most sessions that are created here belong to requests that have ended.
+class SessionLimits : public SessionFactories {
+protected:
+    ~SessionLimits() override { SessionFactory::setMaxSessions(0); }
+
+    HttpSessionImpl* createAndFinish() {
+        HttpSessionImpl* session = create();
+        finish(session);
+        return session;
+    }
+    // Creates a session that has been idle for a second when the next one is created.
+    HttpSessionImpl* createEarlier() {
+        HttpSessionImpl* session = createAndFinish();
+        test_clock::advanceSeconds(1);
+        return session;
+    }
+    std::set<HttpSessionImpl*> sessions() const {
+        std::set<HttpSessionImpl*> found;
+        for (auto* entry = table()->firstAssoc(); entry != nullptr;
+             entry = table()->nextAssoc(entry))
+            found.insert(entry->value);
+        return found;
+    }
+};
 using SessionTableMutex = SessionFactories;
 
 // Creation
@@ -425,6 +450,133 @@ TEST_F(SessionRequests, KeepTheBusyFlagOfASessionThatExpiredMeanwhile) {
 }
 
 // The sweep
+
+// The limit
+
+TEST_F(SessionLimits, AreOffUnlessTheyAreSet) {
+    for (int number = 0; number < 1000; ++number)
+        createAndFinish();
+    EXPECT_EQ(m_factory.sessionNum(), 1000);
+    SessionFactory::setMaxSessions(1);
+    SessionFactory::setMaxSessions(0);
+    createAndFinish();
+    EXPECT_EQ(m_factory.sessionNum(), 1001);
+}
+
+TEST_F(SessionLimits, EndTheSessionThatHasBeenIdleLongest) {
+    SessionFactory::setMaxSessions(3);
+    HttpSessionImpl* one = createEarlier();
+    HttpSessionImpl* two = createEarlier();
+    HttpSessionImpl* three = createEarlier();
+    EXPECT_EQ(sessions(), (std::set<HttpSessionImpl*>{one, two, three}));
+    begin(one);
+    finish(one);
+    HttpSessionImpl* four = createAndFinish();
+    EXPECT_EQ(sessions(), (std::set<HttpSessionImpl*>{one, three, four}));
+    EXPECT_EQ(get(one), one);
+}
+
+TEST_F(SessionLimits, EndAsManySessionsAsNeeded) {
+    for (int number = 0; number < 10; ++number)
+        createEarlier();
+    SessionFactory::setMaxSessions(4);
+    EXPECT_EQ(m_factory.sessionNum(), 10);
+    createAndFinish();
+    EXPECT_EQ(m_factory.sessionNum(), 4);
+}
+
+TEST_F(SessionLimits, EndASessionAsTheSweepDoes) {
+    SessionFactory::setMaxSessions(1);
+    WatchedSession* idle = adopt(new WatchedSession(m_ends));
+    const HttpSessionImpl* expected = idle;
+    int value = 1;
+    idle->setAttribute("user", &value);
+    test_clock::advanceSeconds(1);
+    HttpSessionImpl* created = create();
+    ASSERT_EQ(m_ends.size(), 1u);
+    EXPECT_EQ(m_ends[0].session, expected);
+    EXPECT_FALSE(m_ends[0].wasValid);
+    EXPECT_FALSE(m_ends[0].locked);
+    EXPECT_EQ(recorded_log::records(), std::vector<LogRecord>{kUserCleared}); // nothing else
+    EXPECT_EQ(sessions(), std::set<HttpSessionImpl*>{created});
+}
+
+TEST_F(SessionLimits, EndInvalidatedSessionsFirst) {
+    SessionFactory::setMaxSessions(2);
+    HttpSessionImpl* older = createEarlier();
+    createEarlier()->invalidate();
+    HttpSessionImpl* created = createAndFinish();
+    EXPECT_EQ(sessions(), (std::set<HttpSessionImpl*>{older, created}));
+}
+
+TEST_F(SessionLimits, EndABusySessionThatNoRequestUsesFirst) {
+    SessionFactory::setMaxSessions(2);
+    HttpSessionImpl* older = createEarlier();
+    createEarlier()->m_bInRequest = true; // as a refused request leaves it
+    test_clock::advanceSeconds(10);
+    m_factory.onTimer();
+    HttpSessionImpl* created = createAndFinish();
+    EXPECT_EQ(sessions(), (std::set<HttpSessionImpl*>{older, created}));
+}
+
+TEST_F(SessionLimits, KeepTheSessionsThatARequestUses) {
+    SessionFactory::setMaxSessions(1);
+    HttpSessionImpl* begun = createEarlier();
+    std::thread([&] { begin(begun); }).join(); // another request, which has not ended
+    HttpSessionImpl* found = nullptr;
+    std::thread([&] { found = create(); }).join();
+    HttpSessionImpl* created = create();
+    EXPECT_EQ(sessions(), (std::set<HttpSessionImpl*>{begun, found, created}));
+}
+
+TEST_F(SessionLimits, KeepTheSessionThatAPageHasLookedUp) {
+    SessionFactory::setMaxSessions(1);
+    HttpSessionImpl* session = createEarlier();
+    EXPECT_EQ(get(session), session);
+    HttpSessionImpl* created = create();
+    EXPECT_EQ(sessions(), (std::set<HttpSessionImpl*>{session, created}));
+}
+
+TEST_F(SessionLimits, LetASessionGoWhenItsRequestHasEnded) {
+    SessionFactory::setMaxSessions(1);
+    HttpSessionImpl* session = createEarlier();
+    begin(session);
+    finish(session);
+    HttpSessionImpl* created = create();
+    EXPECT_EQ(sessions(), std::set<HttpSessionImpl*>{created});
+}
+
+TEST_F(SessionLimits, LetTheSessionOfARefusedRequestGoWithTheNextRequest) {
+    SessionFactory::setMaxSessions(1);
+    HttpSessionImpl* session = createEarlier();
+    begin(session); // and it never finishes
+    FakeRequest other("none", "192.0.2.1");
+    m_factory.onRequest(&other);
+    HttpSessionImpl* created = create();
+    EXPECT_EQ(sessions(), std::set<HttpSessionImpl*>{created});
+}
+
+TEST_F(SessionLimits, NeverLetAnIdBeUsedTwice) {
+    SessionFactory::setMaxSessions(1);
+    std::set<std::string> ids;
+    for (int number = 0; number < 100; ++number)
+        EXPECT_TRUE(ids.insert(createAndFinish()->getId()).second) << number;
+    EXPECT_EQ(m_factory.sessionNum(), 1);
+}
+
+TEST_F(SessionLimits, FreeEndedSessionsInTheNextSecond) {
+    SessionFactory::setMaxSessions(1);
+    createEarlier();
+    createEarlier();
+    const long live = counted_memory::live();
+    for (int number = 0; number < 100; ++number)
+        createAndFinish();
+    EXPECT_GE(counted_memory::live(), live + 100);
+    test_clock::advanceSeconds(1);
+    m_factory.onTimer();
+    EXPECT_LE(counted_memory::live(), live + 10); // the list of ended sessions
+    EXPECT_EQ(m_factory.sessionNum(), 1);
+}
 
 TEST_F(SessionSweeps, DoNothingInAnEmptyFactory) {
     m_factory.checkSession();

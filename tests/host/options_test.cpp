@@ -28,6 +28,7 @@ TEST(Options, HaveDefaults) {
     EXPECT_EQ(options->action, Options::Action::Serve);
     EXPECT_EQ(options->threads, 2);
     EXPECT_EQ(options->timerSeconds, 10);
+    EXPECT_EQ(options->maxSessions, 0);
     EXPECT_EQ(options->drainSeconds, 5);
     EXPECT_EQ(options->listen, "");
     EXPECT_EQ(options->socketMode, mode_t{0660});
@@ -36,11 +37,12 @@ TEST(Options, HaveDefaults) {
 
 TEST(Options, AreReadInTheirLongForms) {
     const auto options = parse({"--threads=4", "--timer", "30", "--listen", "/run/x", "--drain=0",
-                                "--socket-mode", "0600", "--user=phone:www"})
+                                "--socket-mode", "0600", "--user=phone:www", "--max-sessions=200"})
                              .options;
     ASSERT_TRUE(options);
     EXPECT_EQ(options->threads, 4);
     EXPECT_EQ(options->timerSeconds, 30);
+    EXPECT_EQ(options->maxSessions, 200);
     EXPECT_EQ(options->drainSeconds, 0);
     EXPECT_EQ(options->listen, "/run/x");
     EXPECT_EQ(options->socketMode, mode_t{0600});
@@ -48,12 +50,13 @@ TEST(Options, AreReadInTheirLongForms) {
 }
 
 TEST(Options, AreReadInTheirShortForms) {
-    const auto options =
-        parse({"-n", "64", "-t1", "-l", "127.0.0.1:9000", "-d", "3600", "-m666", "-u", "phone"})
-            .options;
+    const auto options = parse({"-n", "64", "-t1", "-l", "127.0.0.1:9000", "-d", "3600", "-m666",
+                                "-u", "phone", "-s", "100000"})
+                             .options;
     ASSERT_TRUE(options);
     EXPECT_EQ(options->threads, 64);
     EXPECT_EQ(options->timerSeconds, 1);
+    EXPECT_EQ(options->maxSessions, 100000);
     EXPECT_EQ(options->drainSeconds, 3600);
     EXPECT_EQ(options->listen, "127.0.0.1:9000");
     EXPECT_EQ(options->socketMode, mode_t{0666});
@@ -82,6 +85,8 @@ TEST(Options, AreRejectedWithAReason) {
         {{"--threads=99999999999"}, "--threads takes a number from 1 to 64, not '99999999999'"},
         {{"--timer=3601"}, "--timer takes a number from 1 to 3600, not '3601'"},
         {{"-t", "1.5"}, "--timer takes a number from 1 to 3600, not '1.5'"},
+        {{"--max-sessions=0"}, "--max-sessions takes a number from 1 to 100000, not '0'"},
+        {{"-s100001"}, "--max-sessions takes a number from 1 to 100000, not '100001'"},
         {{"--drain=-1"}, "--drain takes a number from 0 to 3600, not '-1'"},
         {{"--drain=3601"}, "--drain takes a number from 0 to 3600, not '3601'"},
         {{"--socket-mode=0770"}, "--socket-mode takes an octal mode such as 0660, not '0770'"},
@@ -109,7 +114,7 @@ TEST(Options, AreRejectedWithAReason) {
 TEST(Options, AreAllNamedInTheHelp) {
     const std::string help = kHelpText;
     for (const char* name : {"--listen", "--socket-mode", "--user", "--threads", "--timer",
-                             "--drain", "--help", "--version"})
+                             "--max-sessions", "--drain", "--help", "--version"})
         EXPECT_NE(help.find(name), std::string::npos) << name;
     EXPECT_EQ(help.back(), '\n');
 }

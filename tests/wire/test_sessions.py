@@ -1,5 +1,6 @@
 """Sessions: identified by a cookie, bound to the client's address, expired by the daemon's timer."""
 
+import concurrent.futures
 import time
 
 import pytest
@@ -84,3 +85,29 @@ def test_the_timer_keeps_a_session_alive_that_is_being_served(start, front):
     # Longer than the session may be idle; it is busy whenever the timer runs.
     assert front.curl("/servlet?p=count&ms=4000", *with_cookie(cookie)).text == "count 2"
     assert front.curl("/servlet?p=count&create=0", *with_cookie(cookie)).text == "count 3"
+
+
+def test_a_limit_ends_the_session_that_has_been_idle_longest(start, front):
+    start.host("--listen", start.socket_path, "--max-sessions", "2")
+    cookies = []
+    for _ in range(3):
+        cookies.append(cookie_of(front.curl("/servlet?p=count")))
+        time.sleep(1.1)  # the session clock counts whole seconds
+    texts = [front.curl("/servlet?p=count&create=0", *with_cookie(cookie)).text
+             for cookie in cookies]
+    assert texts == ["no session", "count 2", "count 2"]
+
+
+def test_a_limit_keeps_the_session_of_a_request_that_is_being_served(start, front):
+    start.host("--listen", start.socket_path, "--max-sessions", "1", "--threads", "2")
+    cookie = cookie_of(front.curl("/servlet?p=count"))
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        slow = pool.submit(front.curl, "/servlet?p=count&ms=1500", *with_cookie(cookie))
+        time.sleep(0.5)
+        other = cookie_of(front.curl("/servlet?p=count"))
+        assert slow.result().text == "count 2"
+    assert front.curl("/servlet?p=count&create=0", *with_cookie(cookie)).text == "count 3"
+    third = cookie_of(front.curl("/servlet?p=count"))
+    alive = [front.curl("/servlet?p=count&create=0", *with_cookie(one)).text != "no session"
+             for one in (cookie, other, third)]
+    assert alive == [False, False, True]

@@ -1,0 +1,75 @@
+#include "session_limit.h"
+
+#include "http_session.h"
+
+#include <algorithm>
+#include <cassert>
+
+namespace {
+
+bool goesFirst(HttpSessionImpl& session) {
+    return session.m_bInRequest || !session.isUsable();
+}
+
+} // namespace
+
+void SessionLimit::set(int most) {
+    assert(most >= 0); // "the largest number of sessions; 0 ..."
+    __atomic_store_n(&m_most, most, __ATOMIC_RELAXED);
+}
+
+bool SessionLimit::isSet() const {
+    return __atomic_load_n(&m_most, __ATOMIC_RELAXED) != 0;
+}
+
+bool SessionLimit::isExceededBy(int sessions) const {
+    return isSet() && sessions > m_most;
+}
+
+void SessionLimit::recordUse(HttpSessionImpl* session) {
+    const auto isKnown = [session](const Use& use) {
+        return use.session == session && pthread_equal(use.thread, pthread_self());
+    };
+    if (std::none_of(m_uses.begin(), m_uses.end(), isKnown))
+        m_uses.push_back({pthread_self(), session});
+}
+
+void SessionLimit::endRequest() {
+    const auto isOwn = [](const Use& use) { return pthread_equal(use.thread, pthread_self()); };
+    m_uses.erase(std::remove_if(m_uses.begin(), m_uses.end(), isOwn), m_uses.end());
+}
+
+bool SessionLimit::isInUse(const HttpSessionImpl& session) const {
+    return std::any_of(m_uses.begin(), m_uses.end(),
+                       [&session](const Use& use) { return use.session == &session; });
+}
+
+bool SessionLimit::shouldEnd(HttpSessionImpl& session, HttpSessionImpl* other, int now) const {
+    if (isInUse(session))
+        return false;
+    if (other == nullptr)
+        return true;
+    if (goesFirst(session) != goesFirst(*other))
+        return goesFirst(session);
+    return session.idleSeconds(now) > other->idleSeconds(now);
+}
+
+void SessionLimit::end(std::unique_ptr<HttpSessionImpl> session) {
+    session->invalidate();
+    if (session->m_createTime == sessionTime())
+        m_ended.push_back(std::move(session));
+}
+
+void SessionLimit::deleteEnded() {
+    if (m_ended.empty())
+        return;
+    const auto isOld = [now = sessionTime()](const std::unique_ptr<HttpSessionImpl>& session) {
+        return session->m_createTime != now;
+    };
+    m_ended.erase(std::remove_if(m_ended.begin(), m_ended.end(), isOld), m_ended.end());
+}
+
+void SessionLimit::clear() {
+    m_uses.clear();
+    m_ended.clear();
+}
