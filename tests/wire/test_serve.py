@@ -20,7 +20,14 @@ pytestmark = pytest.mark.xdist_group("serve")
 BUILDING = 600  # seconds for a first build
 BUILD = SOURCE / "build/served"  # of this file alone, so that other tests can run beside it
 TEMPLATE = "www/WEB-INFO/templates/hello.html"  # of examples/hello
+PROJECT = SOURCE / "build/a project"
 USAGE = "usage: scripts/serve [--port N] [--build DIR] [--plugin DIR]\n"
+
+
+def environment(folder):
+    """Returns what scripts/serve runs with: temporary files in `folder`, and ccache for projects."""
+    launcher = {"CMAKE_CXX_COMPILER_LAUNCHER": "ccache"} if shutil.which("ccache") else {}
+    return dict(os.environ, TMPDIR=str(folder), **launcher)
 
 
 def parent_and_command(pid):
@@ -56,7 +63,7 @@ def serve(start, folder):
     def serve(*arguments):
         # Background jobs ignore Ctrl-C; restores its action.
         return start.start(SOURCE / "scripts/serve", *arguments, log="serve.log",
-                           stdin=subprocess.DEVNULL, env=dict(os.environ, TMPDIR=str(folder)),
+                           stdin=subprocess.DEVNULL, env=environment(folder),
                            preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
     return serve
 
@@ -160,9 +167,10 @@ def test_a_folder_without_a_project_is_reported(serve, folder):
 
 
 @pytest.fixture
-def project(folder):
-    """A plug-in project that the test may change."""
-    return pathlib.Path(shutil.copytree(SOURCE / "examples/hello", folder / "a project"))
+def project():
+    """A plug-in project that the test may change. Always in the same place, for ccache."""
+    shutil.rmtree(PROJECT, ignore_errors=True)
+    return pathlib.Path(shutil.copytree(SOURCE / "examples/hello", PROJECT))
 
 
 def replace(path, old, new):

@@ -1,6 +1,5 @@
 """scripts/serve leaves no process behind, however it is ended."""
 
-import os
 import socket
 
 import pytest
@@ -9,7 +8,7 @@ from conftest import SOURCE
 from service import Front, accepts_connections, wait_until
 from ports import free_port
 from terminal import ENDINGS, Terminal
-from test_serve import BUILDING
+from test_serve import BUILDING, environment
 
 pytestmark = pytest.mark.xdist_group("serve_ends")
 
@@ -22,7 +21,7 @@ def served(request, folder):
     port = free_port()
     terminal = Terminal(
         [SOURCE / "scripts/serve", "--port", port, "--build", BUILD, *PROJECTS[request.param]],
-        env=dict(os.environ, TMPDIR=str(folder)))
+        env=environment(folder))
 
     def answers():
         assert terminal.process.poll() is None, terminal.log()
