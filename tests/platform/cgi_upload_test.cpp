@@ -272,6 +272,21 @@ TEST_F(Uploads, AreAddedToAnExistingListOrLeaveItAsItWas) {
     EXPECT_EQ((Texts{"query", "x"}), valuesOf(list, "f"));
 }
 
+TEST_F(Uploads, LeaveAListToWhichMoreCanBeAdded) {
+    List list(CGI_decode_query(nullptr, "a=1"));
+    const auto add = [&](const std::string& body) {
+        MemoryInput in(body);
+        list.reset(CGI_fileupload(list.release(), kUploadType, m_folder.path("new.bin").c_str(),
+                                  in.stream()));
+    };
+    add(textPart("a", "2") + textPart("a", "3") + filePart("f", "x", "data") + kUploadEnd);
+    list.reset(CGI_decode_query(list.release(), "a=4"));
+    add(textPart("a", "5") + textPart("a", "6") + filePart("f", "y", "data") + kUploadEnd);
+    list.reset(CGI_decode_query(list.release(), "a=7&a=8"));
+    EXPECT_EQ((Texts{"1", "2", "3", "4", "5", "6", "7", "8"}), valuesOf(list, "a"));
+    EXPECT_EQ((Texts{"x", "y"}), valuesOf(list, "f"));
+}
+
 TEST_F(Uploads, StoreNothingWhoseFieldTheListCannotHold) {
     std::string query;
     for (int i = 0; i < 1000; ++i)
