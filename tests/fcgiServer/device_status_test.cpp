@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,19 @@ TEST_F(DeviceStatus, IsIdleAgainAfterInit) {
 
 TEST_F(DeviceStatus, IsTheLastMember) {
     EXPECT_EQ(sizeof(ServletController), 6 * sizeof(void*));
+}
+
+TEST_F(DeviceStatus, Has32Bits) {
+    constexpr std::size_t kBehindCode = 5 * sizeof(void*) + sizeof(std::int32_t);
+    constexpr std::size_t kSize = sizeof(ServletController) + sizeof(std::int32_t);
+    alignas(ServletController) unsigned char memory[kSize];
+    std::memset(memory, 0x5a, sizeof memory);
+    auto* controller = new (memory) ServletController;
+    controller->setStatus("q=reboot");
+    std::uint32_t behind;
+    std::memcpy(&behind, memory + kBehindCode, sizeof behind);
+    EXPECT_EQ(behind, 0x5a5a5a5a);
+    controller->~ServletController();
 }
 
 TEST_F(DeviceStatus, FollowsTheQuery) {

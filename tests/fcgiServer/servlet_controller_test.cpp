@@ -24,6 +24,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -43,6 +44,9 @@ void noteEnd(const char* what) {
     app_log(kEndModule, 6, "%s, session %s", what, busy ? "busy" : "idle");
 }
 
+// Called with the name of each parameter or cookie before it is looked up.
+std::function<void(const char*)> onLookUp;
+
 } // namespace
 
 // Flushing the response ends with freeing the template's variables; deleting the request frees its
@@ -50,6 +54,7 @@ void noteEnd(const char* what) {
 extern "C" {
 void __real_TMPL_free_varlist(TMPL_varlist* list);
 void __real_CGI_free_varlist(CGI_varlist* list);
+char* __real_CGI_lookup(CGI_varlist* list, const char* name);
 
 void __wrap_TMPL_free_varlist(TMPL_varlist* list) {
     noteEnd("response flushed");
@@ -58,6 +63,11 @@ void __wrap_TMPL_free_varlist(TMPL_varlist* list) {
 void __wrap_CGI_free_varlist(CGI_varlist* list) {
     noteEnd("list of the request freed");
     __real_CGI_free_varlist(list);
+}
+char* __wrap_CGI_lookup(CGI_varlist* list, const char* name) {
+    if (onLookUp)
+        onLookUp(name);
+    return __real_CGI_lookup(list, name);
 }
 }
 
@@ -153,6 +163,20 @@ protected:
         char word[64] = {};
         controller().getStatus(word);
         return word;
+    }
+
+    // Serves a GET request. Returns the names that were looked up, each with the state of the
+    // session and of the device at that time.
+    Names lookUpsOf(const std::string& uri) {
+        Names lookUps;
+        onLookUp = [&](const char* name) {
+            const char* state = session().m_bInRequest ? "busy" : "idle";
+            lookUps.push_back(std::string(name) + ": session " + state + ", device " +
+                              statusWord());
+        };
+        get(uri);
+        onLookUp = nullptr;
+        return lookUps;
     }
 
     void expectRefused(const std::string& uri) {
@@ -490,6 +514,31 @@ TEST_F(Service, SetsTheStatusFromARequestThatFindsNoPage) {
     EXPECT_EQ(statusWord(), "idle");
 }
 
+TEST_F(Service, SetsTheStatusFromAnEventWithoutItsParameter) {
+    get("/servlet?keyboard=1&q=reboot");
+    EXPECT_EQ(messages(), Records{kNoPage});
+    EXPECT_EQ(statusWord(), "reboot");
+    EXPECT_EQ(get("/servlet?pushed=1&now=true&p=status"), 200);
+    EXPECT_EQ(statusWord(), "autoprovision");
+}
+
+TEST_F(Service, SetsTheStatusAfterItHasReadThePageAndBeforeItReadsAnEvent) {
+    const Names first = {
+        "JSESSIONID: session idle, device idle", "jumpto: session busy, device idle",
+        "acc: session busy, device idle",        "p: session busy, device idle",
+        "model: session busy, device idle",      "p: session busy, device idle",
+    };
+    const Names byListeners(3, "refuse: session busy, device reboot");
+    EXPECT_EQ(lookUpsOf("/servlet?p=status&q=reboot"),
+              joined(joined(first, byListeners),
+                     {"p: session busy, device reboot", "text: session busy, device reboot"}));
+    get("/servlet?p=status");
+    EXPECT_EQ(lookUpsOf("/servlet?key=1&q=reboot"),
+              joined(joined(first, {"key: session busy, device reboot"}), byListeners));
+    get("/servlet?p=status");
+    EXPECT_EQ(lookUpsOf("/servlet?csta&q=reboot"), joined(first, byListeners));
+}
+
 TEST_F(Service, AnswersANoticeWithTheStatusWord) {
     const std::pair<const char*, const char*> cases[] = {
         {"p=status", "idle"},
@@ -512,6 +561,22 @@ TEST_F(Service, AnswersANoticeWithTheStatusWord) {
             EXPECT_EQ(events(), kAllListeners);
         }
     }
+}
+
+TEST_F(Service, AnswersANoticeWithTheStatusAfterItsListeners) {
+    const char* query = "q=reboot";
+    plugin_watch::OnEvent otherRequest([&](const std::string& event) {
+        if (event == "C 1 onRequest")
+            controller().setStatus(query);
+    });
+    EXPECT_EQ(get("/servlet?p=notice"), 200);
+    EXPECT_EQ(output, "ContentType: text/html \r\n\r\nreboot");
+    query = "now=true";
+    EXPECT_EQ(get("/servlet?p=notice"), 200);
+    EXPECT_EQ(output, "\r\n<other without text>");
+    query = "p=status";
+    EXPECT_EQ(get("/servlet?p=notice"), 200);
+    EXPECT_EQ(output, "ContentType: text/html \r\n\r\nidle");
 }
 
 TEST_F(Service, AnswersANoticeEvenWithWordsThatNoRequestSets) {
