@@ -8,12 +8,57 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
+#include <cstdarg>
 #include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace {
+
+// What has been passed to libfcgi for output, whether or not it was sent.
+struct Passed {
+    std::string text;            // of FCGX_PutStr() and FCGX_VFPrintF()
+    std::vector<int> sizes;      // of FCGX_PutStr()
+    std::vector<int> characters; // of FCGX_PutChar()
+};
+Passed passed;
+
+// A test passes a size that no memory holds, which nothing may read.
+constexpr int kReadable = 1 << 20;
+
+} // namespace
+
+// The linker puts these in the place of libfcgi's functions.
+extern "C" {
+int __real_FCGX_PutStr(const char* data, int size, FCGX_Stream* out);
+int __real_FCGX_PutChar(int character, FCGX_Stream* out);
+int __real_FCGX_VFPrintF(FCGX_Stream* out, const char* format, va_list arguments);
+
+int __wrap_FCGX_PutStr(const char* data, int size, FCGX_Stream* out) {
+    passed.sizes.push_back(size);
+    if (size > kReadable)
+        return size;
+    passed.text.append(data, static_cast<std::size_t>(size));
+    return __real_FCGX_PutStr(data, size, out);
+}
+int __wrap_FCGX_PutChar(int character, FCGX_Stream* out) {
+    passed.characters.push_back(character);
+    return __real_FCGX_PutChar(character, out);
+}
+int __wrap_FCGX_VFPrintF(FCGX_Stream* out, const char* format, va_list arguments) {
+    char text[1024];
+    va_list again;
+    va_copy(again, arguments);
+    std::vsnprintf(text, sizeof text, format, again);
+    va_end(again);
+    passed.text += text;
+    return __real_FCGX_VFPrintF(out, format, arguments);
+}
+}
 
 namespace {
 
@@ -30,6 +75,7 @@ protected:
     ResponseBody() : m_fcgi({}), m_response(m_fcgi.get()) {
         recorded_device::reset();
         recorded_log::clear();
+        passed = Passed();
     }
     std::string sent() { return m_fcgi.out().text(); }
     std::string flushed() { return m_fcgi.out().flushedText(); }
@@ -122,6 +168,26 @@ TEST_F(ResponseBody, IsEmptyAfterTheHeadersForNoItemsOrEmptyItems) {
     }
 }
 
+TEST_F(ResponseBody, IsPassedToLibfcgiEvenWithoutItems) {
+    m_response.commitHeader();
+    passed = Passed();
+    EXPECT_EQ(m_response.write("abc", 4, 0), 0u);
+    EXPECT_EQ(passed.sizes, std::vector<int>{0});
+}
+
+TEST_F(ResponseBody, MayHaveAsManyBytesAsAnIntCounts) {
+    const struct {
+        unsigned int size;
+        unsigned int count;
+    } rows[] = {{INT_MAX, 1}, {1, INT_MAX}, {INT_MAX / 3, 3}};
+    for (const auto& row : rows) {
+        m_response.commitHeader();
+        passed = Passed();
+        EXPECT_EQ(m_response.write("abc", row.size, row.count), row.count);
+        EXPECT_EQ(passed.sizes, std::vector<int>{static_cast<int>(row.size * row.count)});
+    }
+}
+
 TEST_F(ResponseBody, RefusesMoreBytesThanAnIntCountsAfterTheHeaders) {
     const struct {
         unsigned int size;
@@ -158,6 +224,17 @@ TEST_F(ResponseBody, ReturnsAWrittenCharacterAsAByte) {
     EXPECT_EQ(sent(), std::string("\r\nA\0\xff"
                                   "B\xff",
                                   7));
+    // Which byte is written is left to libfcgi.
+    EXPECT_EQ(passed.characters, (std::vector<int>{'A', 0, 0xff, 0x142, -1}));
+}
+
+TEST_F(ResponseBody, IsPassedToLibfcgiBehindItsHeadersWhenTheFrontServerHasHungUp) {
+    m_fcgi.out().breakPipe();
+    m_fcgi.get()->out->FCGI_errno = EPIPE;
+    m_response.setHeader("X", "1");
+    m_response.write("body", 1, 4);
+    EXPECT_EQ(passed.text, "X: 1 \r\n\r\nbody");
+    EXPECT_EQ(sent(), "");
 }
 
 TEST_F(ResponseBody, ReturnsTheLargestCountWhenTheFrontServerHasHungUp) {
