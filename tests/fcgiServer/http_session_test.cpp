@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <new>
+#include <sys/times.h>
 #include <thread>
 #include <type_traits>
 #include <vector>
@@ -40,7 +41,21 @@ bool isLocked(pthread_mutex_t& mutex) {
     return false;
 }
 
+// Seconds that pass after each reading of the clock.
+long secondsPerReading = 0;
+
 } // namespace
+
+// The linker puts this in the place of times(2).
+extern "C" {
+clock_t __real_times(struct tms* buffer);
+
+clock_t __wrap_times(struct tms* buffer) {
+    const clock_t now = __real_times(buffer);
+    test_clock::advanceSeconds(secondsPerReading);
+    return now;
+}
+}
 
 WebDebug* WebDebug::getInstance() {
     static WebDebug instance;
@@ -64,7 +79,10 @@ protected:
         watchedSession = m_session.get();
         setUserCalls.clear();
     }
-    ~Sessions() override { test_clock::setTicks(100000); }
+    ~Sessions() override {
+        secondsPerReading = 0;
+        test_clock::setTicks(100000);
+    }
 
     // Calls `operation` while another thread holds session_mutex. Returns whether it waits for it.
     static bool waitsForTheMutex(const std::function<void()>& operation) {
@@ -145,6 +163,15 @@ TEST_F(SessionTimes, AreNowPlusThreeHundredSecondsInANewSession) {
     EXPECT_EQ(m_session->getCreateTime(), test_clock::seconds() + kOffset);
     EXPECT_EQ(m_session->getLastAccessedTime(), test_clock::seconds() + kOffset);
     EXPECT_EQ(m_session->getMaxInactiveInterval(), 180);
+}
+
+TEST_F(SessionTimes, AreEqualInANewSessionHoweverFastTheClockRuns) {
+    secondsPerReading = 7;
+    HttpSessionImpl session(m_address);
+    secondsPerReading = 0;
+    EXPECT_EQ(session.getCreateTime(), 1300);
+    EXPECT_EQ(session.getLastAccessedTime(), 1300);
+    EXPECT_EQ(session.getId(), expectedId(m_address.data(), 1300, &session));
 }
 
 TEST_F(SessionTimes, AreWholeSecondsRoundedTowardsZero) {
@@ -237,7 +264,17 @@ TEST_F(SessionTimes, KeepASessionValidWhenTheClockGoesBack) {
     EXPECT_TRUE(m_session->isValidate());
 }
 
-#if LONG_MAX == INT_MAX
+#if LONG_MAX > INT_MAX
+TEST_F(SessionTimes, KeepASessionValidHoweverFarA64BitClockGoesBack) {
+    constexpr long kDay = 24L * 60 * 60;
+    test_clock::advanceSeconds(400 * kDay);
+    m_session->update();
+    for (const long days : {200, 248, 249, 300, 400}) {
+        test_clock::setTicks(100000 + (400 - days) * kDay * 100);
+        EXPECT_TRUE(m_session->isValidate()) << days << " days";
+    }
+}
+#else
 TEST_F(SessionTimes, ContinueWhenA32BitClockWraps) {
     test_clock::setTicks(LONG_MAX - 50 * 100);
     m_session->update();

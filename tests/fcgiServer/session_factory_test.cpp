@@ -357,6 +357,14 @@ TEST_F(SessionLookUps, FindNothingWhereATableEntryHasNoSession) {
     EXPECT_EQ(m_factory.sessionNum(), 0);
 }
 
+TEST_F(SessionLookUps, LookAnEmptyIdUpLikeAnyOther) {
+    HttpSessionImpl* session = create();
+    table()->put("", session);
+    FakeRequest request("", "192.0.2.1");
+    EXPECT_EQ(m_factory.getSession(&request), session);
+    table()->removeAssoc(table()->getAssoc(""));
+}
+
 TEST_F(SessionLookUps, AcceptAnEmptyAddressThatTheSessionWasCreatedFor) {
     m_address.clear();
     HttpSessionImpl* session = create();
@@ -898,6 +906,19 @@ TEST_F(SessionTableMutex, IsLockedBeforeTheSessionMutexByDestory) {
     BackgroundCall creation([this] { create(); });
     EXPECT_TRUE(creation.waits());
     pthread_mutex_unlock(&session_mutex);
+}
+
+TEST_F(SessionTableMutex, IsLockedBeforeASessionIsCreated) {
+    createExpired();
+    HttpSessionImpl* created = nullptr;
+    {
+        HeldSweep sweep(m_factory);
+        BackgroundCall call([&] { created = create(); });
+        EXPECT_TRUE(call.waits());
+        test_clock::advanceSeconds(10);
+        sweep.release();
+    }
+    EXPECT_EQ(created->getCreateTime(), test_clock::seconds() + 300);
 }
 
 // existSession() and removeSession() look the id up before they lock the mutex.
