@@ -92,6 +92,16 @@ TEST_F(Listeners, AreCreatedAndInitialisedOneByOneInOrder) {
     EXPECT_EQ(held()->size(), 3u);
 }
 
+TEST_F(Listeners, AreHeldBeforeTheNextOneIsCreated) {
+    Names steps;
+    plugin_watch::OnEvent countHeld([&](const std::string& event) {
+        steps.push_back(event + ", " + std::to_string(held()->size()) + " held");
+    });
+    EXPECT_EQ(init({"createA", "createB"}), 0);
+    EXPECT_EQ(steps, (Names{"A 1 created, 0 held", "A 1 init, 0 held", "B 1 created, 1 held",
+                            "B 1 init, 1 held"}));
+}
+
 TEST_F(Listeners, AreLookedUpWithoutClearingEarlierLoaderErrors) {
     EXPECT_EQ(init({"createA", "createB"}), 0);
     EXPECT_EQ(recorded_loading::calls(),

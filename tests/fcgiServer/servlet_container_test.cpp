@@ -29,6 +29,8 @@ using recorded_log::appLog;
 using Names = std::vector<std::string>;
 using Records = std::vector<LogRecord>;
 
+using Table = QKHashMap<std::string, HttpServlet*, INT_HASH<std::string>>;
+
 const LogRecord kNotFound = appLog(4, "ServletContainer::onRequest End.404\n");
 
 class Servlets : public testing::Test {
@@ -51,6 +53,9 @@ protected:
     std::string lookup(const std::string& name) {
         return "dlsym(" + recorded_loading::shown(m_loader.libraryHandle) + ", " + name + ")";
     }
+
+    // Returns the container's first member, after its virtual table pointer.
+    Table* table() { return static_cast<Table*>(reinterpret_cast<void**>(&container)[1]); }
 
 private:
     PluginLoader m_loader; // is still there when the container goes
@@ -245,6 +250,16 @@ TEST_F(Servlets, AreDestroyedOnce) {
     EXPECT_EQ(recorded_log::records(), Records{});
 }
 
+TEST_F(Servlets, AreDestroyedBesideAnEntryWithoutAServlet) {
+    configure("status", "createPage");
+    request("status");
+    table()->put("ghost", nullptr);
+    recorded_log::clear();
+    container.destory();
+    EXPECT_EQ(events(), Names{"page 1 destroy"});
+    EXPECT_EQ(table()->m_nCount, 0);
+}
+
 TEST_F(Servlets, AreCreatedAgainAfterDestory) {
     configure("status", "createPage");
     request("status");
@@ -274,7 +289,6 @@ TEST_F(Servlets, AreCalledOnlyThroughTheFirstThreeSlotsOfTheirVirtualTable) {
 }
 
 TEST_F(ServletContainerObject, HasItsMembersInTheirPlaces) {
-    using Table = QKHashMap<std::string, HttpServlet*, INT_HASH<std::string>>;
     const auto* members = reinterpret_cast<void* const*>(&container);
     const auto* table = static_cast<const Table*>(members[1]);
     EXPECT_EQ(table->m_nHashTableSize, 100u);
