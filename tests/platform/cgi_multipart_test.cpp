@@ -291,6 +291,9 @@ TEST(PartHeaders, NameFieldsAndFiles) {
         {"Content-Disposition: form-data; name=a; filename=", file("a", "", "x")},
         {"Content-Disposition: form-data; name=a; filename=\"C:\\dir\\x.txt\"",
          file("a", "C:\\dir\\x.txt", "x")},
+        // A backslash escapes only a quote and another backslash.
+        {"Content-Disposition: form-data; name=a; filename=\"x\\\\y\\z\\\\\"",
+         file("a", "x\\y\\z\\", "x")},
         {"Content-Disposition: form-data; name=a; filename=x; filename*=UTF-8''y",
          file("a", "x", "x")},
         {"Content-Disposition: form-data; name=\"\xc3\xa4\"", text("\xc3\xa4", "x")},
