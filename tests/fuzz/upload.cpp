@@ -23,14 +23,15 @@ struct Received {
     bool exists = false; // the file, for an upload to a file
 };
 
-Received receiveInMemory(const char* contentType, const std::string& body, std::size_t pieceSize,
-                         std::size_t room) {
+// Both add what they receive to `list`.
+Received receiveInMemory(CGI_varlist* list, const char* contentType, const std::string& body,
+                         std::size_t pieceSize, std::size_t room) {
     MemoryInput stream(body, pieceSize);
     const auto buffer = std::make_unique<char[]>(room);
     int count = -1;
     Received received;
     received.fields.reset(
-        CGI_fileupload_data(nullptr, contentType, buffer.get(), room, stream.stream(), &count));
+        CGI_fileupload_data(list, contentType, buffer.get(), room, stream.stream(), &count));
     require(count >= 0 && static_cast<std::size_t>(count) <= room,
             "an upload does not exceed its buffer");
     received.data.assign(buffer.get(), static_cast<std::size_t>(count));
@@ -59,12 +60,13 @@ private:
         std::string(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp") + "/fuzz-upload-XXXXXX";
 };
 
-Received receiveInFile(const char* contentType, const std::string& body, std::size_t pieceSize) {
+Received receiveInFile(CGI_varlist* list, const char* contentType, const std::string& body,
+                       std::size_t pieceSize) {
     static const Folder folder;
     MemoryInput stream(body, pieceSize);
     Received received;
     received.fields.reset(
-        CGI_fileupload(nullptr, contentType, folder.file().c_str(), stream.stream()));
+        CGI_fileupload(list, contentType, folder.file().c_str(), stream.stream()));
     received.exists = access(folder.file().c_str(), F_OK) == 0;
     std::ostringstream text;
     text << std::ifstream(folder.file()).rdbuf();
@@ -74,11 +76,12 @@ Received receiveInFile(const char* contentType, const std::string& body, std::si
     return received;
 }
 
-// The model: the result that the parts of a body must have.
+// The model: the result that the parts of a body must have, behind the fields `before`.
 class Expected {
 public:
-    Expected(const std::string& contentType, const std::string& body, std::size_t room)
-        : m_room(room) {
+    Expected(fuzz::Pairs before, const std::string& contentType, const std::string& body,
+             std::size_t room)
+        : m_room(room), m_fields(std::move(before)) {
         const auto boundary = cgi::multipartBoundary(contentType.c_str());
         if (!boundary.has_value())
             return;
@@ -145,22 +148,34 @@ void requireSame(const Received& received, const Expected& expected) {
     require(received.data == data, "the data is that of the file");
 }
 
+// Requires that one more field can be added behind those of an upload.
+void requireAddition(CGI_varlist::Owner fields, fuzz::Pairs expected) {
+    fields.reset(CGI_decode_query(fields.release(), "after=1"));
+    fuzz::add(expected, "after", "1");
+    fuzz::requireSame(fields.get(), expected);
+}
+
 } // namespace
 
-// One line with the content type, one byte for the size of the pieces, one for the size of the
-// buffer, 0 for a file instead; then the body.
+// One line with the content type, one byte for the size of the pieces, odd for an upload into a
+// list that has a field, one for the size of the buffer, 0 for a file instead; then the body.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     const auto contentType = fuzz::terminated(input.line());
-    const std::size_t pieceSize = input.byte() * 16 + 1;
+    const std::size_t pieces = input.byte();
+    const std::size_t pieceSize = pieces * 16 + 1;
+    const std::string before = pieces % 2 == 0 ? "" : "before=1";
     const std::size_t room = input.byte();
     const std::string body = fuzz::stretched(input.rest());
     const bool isFile = room == 0;
-    const Expected expected(contentType.get(), body, isFile ? body.size() : room * 8);
-    const Received received = isFile
-                                  ? receiveInFile(contentType.get(), body, pieceSize)
-                                  : receiveInMemory(contentType.get(), body, pieceSize, room * 8);
+    const Expected expected(fuzz::pairsOfQuery(before), contentType.get(), body,
+                            isFile ? body.size() : room * 8);
+    CGI_varlist* const list = CGI_decode_query(nullptr, before.c_str());
+    Received received = isFile
+                            ? receiveInFile(list, contentType.get(), body, pieceSize)
+                            : receiveInMemory(list, contentType.get(), body, pieceSize, room * 8);
     requireSame(received, expected);
+    requireAddition(std::move(received.fields), expected.fields());
     require(!isFile || received.exists == expected.exists(),
             "a file exists exactly if the upload is complete");
     return 0;
