@@ -44,7 +44,7 @@ AREAS = [
 # The test that most likely kills a mutant of a source that has no test of its own name.
 FIRST_TESTS = {"QKHashMap": "replay_hash_map", "MemoryBlock": "replay_hash_map",
                "lingering_close": "request_end_test", "loop_activity": "fcgi_server_test",
-               "request_rules": "screening_test"}
+               "request_rules": "screening_test", "session_limit": "session_factory_test"}
 
 
 def run(*command, cwd=None):
@@ -222,7 +222,7 @@ def main():
         verdicts[verdict] += 1
         print(f"{verdict}: {mutant}", flush=True)
     print(f"{verdicts['killed']} mutants of {len(possible)} killed, "
-          f"{verdicts['survived']} survived")
+          f"{verdicts['survived']} survived, {verdicts['does not compile']} did not compile")
     return 1 if verdicts["survived"] else 0
 
 
