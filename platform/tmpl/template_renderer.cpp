@@ -166,10 +166,10 @@ void Renderer::run(const Instruction& instruction) {
 }
 
 void Renderer::writeVariable(const Instruction& instruction) {
-    const std::string* value = variable(instruction.name);
+    const TMPL_varlist::Variable* found = variable(instruction.name);
     std::string_view text = instruction.text;
-    if (value != nullptr && !value->empty())
-        text = *value;
+    if (found != nullptr && found->size != 0)
+        text = found->value();
     switch (instruction.format) {
     case Format::Html:
         return writeEscaped(text, kHtml);
@@ -188,11 +188,11 @@ void Renderer::writeVariable(const Instruction& instruction) {
 }
 
 bool Renderer::isTrue(const Instruction& condition) const {
-    const std::string* value = variable(condition.name);
+    const TMPL_varlist::Variable* found = variable(condition.name);
     if (condition.compares)
-        return condition.text == (value != nullptr ? std::string_view(*value) : "");
-    if (value != nullptr)
-        return !value->empty();
+        return condition.text == (found != nullptr ? found->value() : std::string_view());
+    if (found != nullptr)
+        return found->size != 0;
     const TMPL_loop* rows = loop(condition.name);
     return rows != nullptr && rows->firstRow != nullptr;
 }
@@ -225,9 +225,9 @@ void Renderer::enterInclude(const Instruction& instruction) {
     m_place = {m_page.file(m_place.file).includes[instruction.number], 0};
 }
 
-const std::string* Renderer::variable(const Name& name) const {
+const TMPL_varlist::Variable* Renderer::variable(const Name& name) const {
     for (auto scope = m_scopes.rbegin(); scope != m_scopes.rend(); ++scope) {
-        if (const std::string* found = (*scope)->variable(name))
+        if (const TMPL_varlist::Variable* found = (*scope)->variable(name))
             return found;
     }
     return nullptr;

@@ -41,7 +41,7 @@ private:
     void enterScope(const TMPL_varlist& variables);
     void enterInclude(const Instruction& instruction);
 
-    const std::string* variable(const Name& name) const;
+    const TMPL_varlist::Variable* variable(const Name& name) const;
     const TMPL_loop* loop(const Name& name) const;
     void write(std::string_view text);
     void writeThrough(std::string_view text);

@@ -37,17 +37,6 @@ std::shared_ptr<const tmpl::ParsedTemplate> mainTemplate(const char* name, const
     return cache().get(start.file, start);
 }
 
-// Returns how many names with a value come before the first null.
-std::size_t countPairs(va_list arguments) {
-    std::size_t count = 0;
-    va_list counted;
-    va_copy(counted, arguments);
-    while (va_arg(counted, const char*) != nullptr && va_arg(counted, const char*) != nullptr)
-        ++count;
-    va_end(counted);
-    return count;
-}
-
 // Writes one line, whatever the texts contain, with one call and without taking memory.
 void report(FILE* err, const char* file, unsigned line, const char* reason) {
     if (err == nullptr)
@@ -69,14 +58,8 @@ TMPL_varlist* TMPL_add_var(TMPL_varlist* list, ...) {
     va_start(arguments, list);
     try {
         if (list == nullptr)
-            list = new TMPL_varlist;
-        list->makeRoom(countPairs(arguments));
-        while (const char* name = va_arg(arguments, const char*)) {
-            const char* value = va_arg(arguments, const char*);
-            if (value == nullptr)
-                break;
-            list->addVariable(name, value);
-        }
+            list = tmpl::makeInArena<TMPL_varlist>();
+        list->addVariables(arguments);
     } catch (const std::bad_alloc&) {
         // The remaining pairs are left out.
     }
@@ -87,7 +70,7 @@ TMPL_varlist* TMPL_add_var(TMPL_varlist* list, ...) {
 TMPL_loop* TMPL_add_row(TMPL_loop* loop, TMPL_varlist* row) {
     try {
         if (loop == nullptr)
-            loop = new TMPL_loop;
+            loop = tmpl::makeInArena<TMPL_loop>();
         loop->add(std::exchange(row, nullptr));
     } catch (const std::bad_alloc&) {
         tmpl::freeRows(row);
@@ -96,12 +79,12 @@ TMPL_loop* TMPL_add_row(TMPL_loop* loop, TMPL_varlist* row) {
 }
 
 TMPL_varlist* TMPL_add_loop(TMPL_varlist* list, const char* name, TMPL_loop* loop) {
-    std::unique_ptr<TMPL_loop> taken(loop);
+    tmpl::LoopOwner taken(loop);
     try {
         if (list == nullptr)
-            list = new TMPL_varlist;
+            list = tmpl::makeInArena<TMPL_varlist>();
         if (taken == nullptr)
-            taken = std::make_unique<TMPL_loop>();
+            taken.reset(tmpl::makeInArena<TMPL_loop>());
         if (name != nullptr)
             list->addLoop(name, std::move(taken));
     } catch (const std::bad_alloc&) {

@@ -1,52 +1,43 @@
 #include "tmpl_values.h"
 
+#include "base/name_key.h"
+
 #include <algorithm>
 #include <cassert>
-#include <utility>
 
-namespace {
+tmpl::Name::Name(std::string_view nameText) : text(nameText), key(base::nameKey(nameText)) {}
 
-// 32-bit FNV-1a.
-std::uint32_t hashOf(std::string_view text) {
-    std::uint32_t hash = 2166136261u;
-    for (const char byte : text)
-        hash = (hash ^ static_cast<unsigned char>(byte)) * 16777619u;
-    return hash;
+tmpl::Name tmpl::Name::copiedTo(char* place) const {
+    base::copyShort(place, text);
+    Name copy = *this;
+    copy.text = {place, text.size()};
+    return copy;
 }
-
-// Lists are short, and rows have a few variables: a linear search is faster than a map and takes
-// less memory.
-template <class Entries>
-auto findByName(Entries& entries, const tmpl::Name& name) -> decltype(entries.data()) {
-    for (auto& entry : entries) {
-        if (entry.hash == name.hash && entry.name == name.text)
-            return &entry;
-    }
-    return nullptr;
-}
-
-} // namespace
-
-tmpl::Name::Name(std::string_view nameText) : text(nameText), hash(hashOf(nameText)) {}
 
 void tmpl::freeRows(TMPL_varlist* first) {
     while (first != nullptr) {
-        TMPL_varlist* list = first;
+        TMPL_varlist* const list = first;
         first = list->nextRow;
-        for (TMPL_varlist::NamedLoop& named : list->m_loops) {
-            TMPL_loop& loop = *named.loop;
-            if (loop.firstRow == nullptr)
-                continue;
-            loop.lastRow->nextRow = first;
-            first = std::exchange(loop.firstRow, nullptr);
+        for (const auto* named = list->m_loops; named != nullptr; named = named->next) {
+            TMPL_loop& loop = *named->loop;
+            if (loop.firstRow != nullptr) {
+                loop.lastRow->nextRow = first;
+                first = loop.firstRow;
+            }
+            freeWithArena(&loop);
         }
-        delete list;
+        freeWithArena(list);
     }
+}
+
+void tmpl::FreeLoop::operator()(TMPL_loop* loop) const {
+    freeRows(loop->firstRow);
+    freeWithArena(loop);
 }
 
 void TMPL_loop::add(TMPL_varlist* row) {
     if (row == nullptr)
-        row = new TMPL_varlist;
+        row = tmpl::makeInArena<TMPL_varlist>();
     if (lastRow != nullptr)
         lastRow->nextRow = row;
     else
@@ -54,41 +45,52 @@ void TMPL_loop::add(TMPL_varlist* row) {
     lastRow = row;
 }
 
-void TMPL_varlist::makeRoom(std::size_t count) {
-    const std::size_t wanted = m_variables.size() + count;
-    if (wanted > m_variables.capacity())
-        m_variables.reserve(std::max(wanted, 2 * m_variables.capacity()));
+inline void TMPL_varlist::addVariable(const tmpl::Name& name, std::string_view value) {
+    if (Variable* const known = find(m_variables, name))
+        return setValue(*known, value);
+    const std::size_t nameSize = name.text.size();
+    void* const place = arena.take(sizeof(Variable) + nameSize + value.size() + 1);
+    char* const itsName = static_cast<char*>(place) + sizeof(Variable);
+    char* const itsText = itsName + nameSize;
+    *base::copyShort(itsText, value) = '\0';
+    m_variables = new (place)
+        Variable{m_variables, name.copiedTo(itsName), itsText, value.size(), value.size()};
 }
 
-void TMPL_varlist::addVariable(const char* name, const char* value) {
-    assert(name != nullptr && value != nullptr);
-    const tmpl::Name wanted{name};
-    if (Variable* known = findByName(m_variables, wanted))
-        known->value = value;
-    else
-        m_variables.push_back({wanted.hash, name, value});
+void TMPL_varlist::addVariables(va_list pairs) {
+    while (const char* name = va_arg(pairs, const char*)) {
+        const char* const value = va_arg(pairs, const char*);
+        if (value == nullptr)
+            return;
+        addVariable(tmpl::Name(name), value);
+    }
 }
 
-void TMPL_varlist::addLoop(const char* name, std::unique_ptr<TMPL_loop> loop) {
+void TMPL_varlist::setValue(Variable& variable, std::string_view value) {
+    if (value.size() > variable.capacity) {
+        // Doubled, since the arena keeps the old value: else a list that lives long and often gets
+        // a longer value would grow without limit.
+        const std::size_t capacity = std::max(value.size(), 2 * variable.capacity);
+        variable.text = static_cast<char*>(arena.take(capacity + 1));
+        variable.capacity = capacity;
+    }
+    *base::copyShort(variable.text, value) = '\0';
+    variable.size = value.size();
+}
+
+void TMPL_varlist::addLoop(const char* name, tmpl::LoopOwner loop) {
     assert(name != nullptr && loop != nullptr);
     const tmpl::Name wanted{name};
-    NamedLoop* known = findByName(m_loops, wanted);
-    if (known != nullptr && known->loop == loop)
+    NamedLoop* const known = find(m_loops, wanted);
+    if (known == nullptr) {
+        void* const place = arena.take(sizeof(NamedLoop) + wanted.text.size());
+        char* const itsName = static_cast<char*>(place) + sizeof(NamedLoop);
+        m_loops = new (place) NamedLoop{m_loops, wanted.copiedTo(itsName), loop.release()};
+    } else if (known->loop == loop.get()) {
         static_cast<void>(loop.release()); // it was added before, so the list owns it already
-    else if (known != nullptr)
-        known->loop = std::move(loop);
-    else
-        m_loops.push_back({wanted.hash, name, std::move(loop)});
-}
-
-const std::string* TMPL_varlist::variable(const tmpl::Name& name) const {
-    const Variable* found = findByName(m_variables, name);
-    return found != nullptr ? &found->value : nullptr;
-}
-
-const TMPL_loop* TMPL_varlist::loop(const tmpl::Name& name) const {
-    const NamedLoop* found = findByName(m_loops, name);
-    return found != nullptr ? found->loop.get() : nullptr;
+    } else {
+        const tmpl::LoopOwner replaced(std::exchange(known->loop, loop.release()));
+    }
 }
 
 void TMPL_fmtlist::add(const char* name, TMPL_format format) {

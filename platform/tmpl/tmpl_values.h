@@ -15,33 +15,49 @@
 
 #include "tmpl.h"
 
+#include "arena.h"
+#include "base/short_text.h"
+
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tmpl {
 
-// A name to look up. A search compares hashes first, and texts only if these are equal.
+// A name to look up. A search compares keys first, and texts only if these are equal.
 struct Name {
     Name() = default;
     explicit Name(std::string_view nameText);
 
+    bool operator==(const Name& other) const {
+        return key == other.key && base::equalShort(text, other.text);
+    }
+
+    // Returns the name with its text copied to `place`, which has room for it.
+    Name copiedTo(char* place) const;
+
     std::string_view text;
-    std::uint32_t hash = 0;
+    std::uint32_t key = 0; // see base/name_key.h
 };
 
 // Frees `first` and the rows behind it with everything in them; null stands for no row. Takes no
 // memory and does not recurse, however deep loops are nested.
 void freeRows(TMPL_varlist* first);
 
+struct FreeLoop {
+    void operator()(TMPL_loop* loop) const;
+};
+using LoopOwner = std::unique_ptr<TMPL_loop, FreeLoop>;
+
 } // namespace tmpl
 
 struct TMPL_loop {
-    TMPL_loop() = default;
-    ~TMPL_loop() { tmpl::freeRows(firstRow); }
+    explicit TMPL_loop(tmpl::Arena&& itsArena) : arena(std::move(itsArena)) {}
     TMPL_loop(const TMPL_loop&) = delete;
     TMPL_loop& operator=(const TMPL_loop&) = delete;
 
@@ -49,47 +65,70 @@ struct TMPL_loop {
     // std::bad_alloc, for an empty row only.
     void add(TMPL_varlist* row);
 
+    tmpl::Arena arena; // the loop lies in it
     TMPL_varlist* firstRow = nullptr;
     TMPL_varlist* lastRow = nullptr;
 };
 
 struct TMPL_varlist {
 public:
-    TMPL_varlist() = default;
+    explicit TMPL_varlist(tmpl::Arena&& itsArena) : arena(std::move(itsArena)) {}
     TMPL_varlist(const TMPL_varlist&) = delete;
     TMPL_varlist& operator=(const TMPL_varlist&) = delete;
 
-    // Reserves memory for `count` more variables. Throws std::bad_alloc.
-    void makeRoom(std::size_t count);
+    // Adds variables: a name and a value each, up to the first null. Copies the texts. A variable
+    // replaces the one of its name. Throws std::bad_alloc, which leaves those added before.
+    void addVariables(va_list pairs);
+    // Adds a loop, or replaces the one of that name. Copies the name; nothing may be null. Throws
+    // std::bad_alloc, which leaves the list as it was.
+    void addLoop(const char* name, tmpl::LoopOwner loop);
 
-    // Adds a variable or a loop, or replaces the one of that name. Copies the texts; nothing may be
-    // null. Throws std::bad_alloc, which leaves the list as it was.
-    void addVariable(const char* name, const char* value);
-    void addLoop(const char* name, std::unique_ptr<TMPL_loop> loop);
+    struct Variable {
+        std::string_view value() const { return {text, size}; } // a zero byte follows it
 
-    // Return the variable or the loop of that name, or null.
-    const std::string* variable(const tmpl::Name& name) const;
-    const TMPL_loop* loop(const tmpl::Name& name) const;
+        Variable* next;
+        tmpl::Name name;
+        char* text;
+        std::size_t size;
+        std::size_t capacity; // the largest size for which there is room at `text`
+    };
 
+    // Returns the variable of that name, or null.
+    const Variable* variable(const tmpl::Name& name) const { return find(m_variables, name); }
+    // Returns the loop of that name, or null.
+    const TMPL_loop* loop(const tmpl::Name& name) const {
+        const NamedLoop* const found = find(m_loops, name);
+        return found != nullptr ? found->loop : nullptr;
+    }
+
+    tmpl::Arena arena; // the list lies in it
     // The next row of the loop that this row belongs to.
     TMPL_varlist* nextRow = nullptr;
 
 private:
     friend void tmpl::freeRows(TMPL_varlist* first);
 
-    struct Variable {
-        std::uint32_t hash;
-        std::string name;
-        std::string value;
-    };
     struct NamedLoop {
-        std::uint32_t hash;
-        std::string name;
-        std::unique_ptr<TMPL_loop> loop;
+        NamedLoop* next;
+        tmpl::Name name;
+        TMPL_loop* loop; // belongs to the list
     };
 
-    std::vector<Variable> m_variables;
-    std::vector<NamedLoop> m_loops;
+    // Lists are short, and rows have a few variables: a linear search is faster than a map and
+    // takes less memory.
+    template <class Entry>
+    static Entry* find(Entry* first, const tmpl::Name& name) {
+        while (first != nullptr && !(first->name == name))
+            first = first->next;
+        return first;
+    }
+
+    void addVariable(const tmpl::Name& name, std::string_view value);
+    void setValue(Variable& variable, std::string_view value);
+
+    // In any order: a name is there once.
+    Variable* m_variables = nullptr;
+    NamedLoop* m_loops = nullptr;
 };
 
 struct TMPL_fmtlist {

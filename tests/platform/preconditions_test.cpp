@@ -105,10 +105,10 @@ TEST(RendererDeathTest, RendersOnce) {
     EXPECT_DEATH(renderer.render(*out.stream()), "renders one page once");
 }
 
-TEST(ValuesDeathTest, HaveNeitherNamesNorValuesThatAreNull) {
-    TMPL_varlist variables;
-    EXPECT_DEATH(variables.addVariable(nullptr, "value"), "name != nullptr");
-    EXPECT_DEATH(variables.addVariable("name", nullptr), "value != nullptr");
+TEST(ValuesDeathTest, HaveNeitherNamesNorLoopsThatAreNull) {
+    TMPL_varlist variables{tmpl::Arena()};
+    tmpl::LoopOwner loop(tmpl::makeInArena<TMPL_loop>());
+    EXPECT_DEATH(variables.addLoop(nullptr, std::move(loop)), "name != nullptr");
     EXPECT_DEATH(variables.addLoop("name", nullptr), "loop != nullptr");
     TMPL_fmtlist formats;
     EXPECT_DEATH(formats.add("name", nullptr), "format != nullptr");

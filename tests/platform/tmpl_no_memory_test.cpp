@@ -3,9 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <thread>
+
 namespace {
 
-constexpr const char* kLongValue = "a value that is too long to be kept without memory of its own";
+// Too long to be kept without memory of its own.
+const std::string kLongText(5000, 'v');
+const char* const kLongValue = kLongText.c_str();
 
 } // namespace
 
@@ -28,12 +33,34 @@ TEST(WithoutMemory, ListsStayAsTheyWere) {
 }
 
 TEST(WithoutMemory, NoListIsStarted) {
-    MemoryFor memory(0);
-    TMPL_varlist* vars = TMPL_add_var(nullptr, "a", "b", kEnd);
-    TMPL_loop* loop = TMPL_add_row(nullptr, nullptr);
-    TMPL_varlist* loops = TMPL_add_loop(nullptr, "a", nullptr);
-    TMPL_fmtlist* formats = TMPL_add_format(nullptr, "a", [](const char*, FCGX_Stream*) {});
-    EXPECT_TRUE(vars == nullptr && loop == nullptr && loops == nullptr && formats == nullptr);
+    // A new thread has no memory that its lists could share.
+    std::thread([] {
+        MemoryFor memory(0);
+        TMPL_varlist* vars = TMPL_add_var(nullptr, "a", "b", kEnd);
+        TMPL_loop* loop = TMPL_add_row(nullptr, nullptr);
+        TMPL_varlist* loops = TMPL_add_loop(nullptr, "a", nullptr);
+        TMPL_fmtlist* formats = TMPL_add_format(nullptr, "a", [](const char*, FCGX_Stream*) {});
+        EXPECT_TRUE(vars == nullptr && loop == nullptr && loops == nullptr && formats == nullptr);
+    }).join();
+}
+
+TEST(Memory, IsSharedByTheRowsOfAPage) {
+    constexpr int kRows = 50;
+    TMPL_varlist* list = nullptr;
+    bool ranOut = true;
+    {
+        MemoryFor memory(4);
+        TMPL_loop* loop = nullptr;
+        for (int i = 0; i < kRows; ++i)
+            loop =
+                TMPL_add_row(loop, TMPL_add_var(nullptr, "name", "A name", "number", "12", kEnd));
+        list = TMPL_add_loop(nullptr, "rows", loop);
+        ranOut = memory.ranOut();
+    }
+    const Variables vars(list);
+    EXPECT_FALSE(ranOut);
+    const std::string page = renderText("<TMPL_LOOP name=\"rows\">.</TMPL_LOOP>", list).page;
+    EXPECT_EQ(std::string(kRows, '.'), page);
 }
 
 TEST(WithoutMemory, AddedRowsAndLoopsAreFreed) {
@@ -89,4 +116,13 @@ TEST(WithoutMemory, AWrongPageIsReported) {
                                  out.stream(), nullptr),
                   2);
     }
+}
+
+TEST(Memory, IsNotTakenForValuesThatReplaceOthers) {
+    const Variables vars = variables("a", "short");
+    TMPL_add_var(vars.get(), "a", kLongValue, kEnd);
+    const MemoryFor memory(0);
+    for (int i = 0; i < 1000; ++i)
+        TMPL_add_var(vars.get(), "a", i % 2 == 0 ? "short" : kLongValue, kEnd);
+    EXPECT_FALSE(memory.ranOut());
 }

@@ -52,6 +52,17 @@ TEST(Variables, HaveTheValueAddedLast) {
     EXPECT_EQ(renderText("<TMPL_VAR name=\"a\">", vars.get()), success("3"));
 }
 
+TEST(Variables, HaveTheValueAddedLastHoweverLongItIs) {
+    Variables vars = variables("a", "1");
+    TMPL_add_var(vars.get(), "b", "next to it", kEnd);
+    for (const std::size_t size : {3, 0, 3000, 2, 3, 6, 5000, 3001}) {
+        const std::string value(size, 'v');
+        TMPL_add_var(vars.get(), "a", value.c_str(), kEnd);
+        EXPECT_EQ(renderText("<TMPL_VAR name=\"a\">, <TMPL_VAR name=\"b\">", vars.get()),
+                  success(value + ", next to it"));
+    }
+}
+
 TEST(Variables, AreCopied) {
     char name[] = "a";
     char value[] = "1";
