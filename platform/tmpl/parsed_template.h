@@ -24,6 +24,7 @@ struct Instruction {
         LoopBegin,  // enter the first row of the loop `name`; without rows go to `number`
         LoopEnd,    // enter the next row and go to `number`; after the last row go on
         Include,    // render the include `number`
+        End,        // go on behind the include of this file, or end the page; always the last one
     };
 
     Kind kind;
@@ -32,7 +33,7 @@ struct Instruction {
     // See Kind; for a Variable with a custom format, the number of that format in customFormats.
     std::uint32_t number = 0;
     Name name;
-    // In a Variable a zero byte follows the text, since the caller's formats take a C string.
+    // In a Variable a zero byte follows the text: formats take a C string, and escaping ends there.
     std::string_view text;
 };
 

@@ -29,6 +29,7 @@ public:
         }
         if (!m_blocks.empty())
             fail(m_blocks.back().line, inBrackets(m_blocks.back().tag) + " is not closed");
+        emit(Kind::End);
         m_result.instructions.shrink_to_fit();
     }
 
@@ -106,7 +107,7 @@ private:
     void addVariable(const Tag& tag) {
         Instruction& variable = emit(Kind::Variable);
         variable.name = Name(tag.value(Attribute::Name));
-        variable.text = tag.value(Attribute::Default);
+        variable.text = tag.has(Attribute::Default) ? tag.value(Attribute::Default) : "";
         if (tag.has(Attribute::Format))
             setFormat(variable, tag.value(Attribute::Format));
     }

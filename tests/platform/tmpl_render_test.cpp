@@ -141,6 +141,22 @@ TEST(JsFormat, EscapesAZeroByteInADefault) {
     EXPECT_EQ(renderFile(folder.write("page.html", text)), success("x\\u0000y"));
 }
 
+TEST(HtmlFormat, KeepsAZeroByteInADefault) {
+    const TemplateFolder folder;
+    const std::string text = "<TMPL_VAR name=\"a\" default=\"x\0<y\">"s;
+    EXPECT_EQ(renderFile(folder.write("page.html", text)), success("x\0&lt;y"s));
+}
+
+TEST(Values, AreEscapedWhereverABufferEnds) {
+    for (std::size_t size = 0; size < 1100; ++size) {
+        const std::string value = std::string(size, 'v') + "<" + std::string(size % 20, 'w') + "&";
+        const std::string page =
+            std::string(size, 'v') + "&lt;" + std::string(size % 20, 'w') + "&amp;.";
+        EXPECT_EQ(renderText("<TMPL_VAR name=\"a\">.", variables("a", value.c_str()).get()),
+                  success(page));
+    }
+}
+
 TEST(CallerFormats, ReceiveTheValueOrTheDefault) {
     const Formats formats(TMPL_add_format(nullptr, "length", writeLength));
     const Variables vars = exampleVariables();

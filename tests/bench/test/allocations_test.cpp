@@ -74,8 +74,8 @@ TEST_F(Allocations, FormOfTenFieldsStaysWithinBudget) {
 
 TEST_F(Allocations, TemplateOfTwentyVariablesAndFiftyRowsStaysWithinBudget) {
     // As above; 20 texts of the page itself; two blocks for its lists, which fill a third one, too;
-    // the path of the template, twice; its files, formats and scopes.
-    EXPECT_LE(allocationsOf(get("/servlet?p=template")), 36);
+    // the path of the template, twice; its files, and its scopes.
+    EXPECT_LE(allocationsOf(get("/servlet?p=template")), 35);
 }
 
 } // namespace
