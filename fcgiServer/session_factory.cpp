@@ -5,7 +5,9 @@
 #include "http_session.h"
 #include "log_module.h"
 #include "session_limit.h"
+#include "session_uses.h"
 
+#include <cassert>
 #include <memory>
 #include <pthread.h>
 #include <string_view>
@@ -23,7 +25,15 @@ public:
     TableLock& operator=(const TableLock&) = delete;
 };
 
-SessionLimit limit; // the table mutex
+// The table mutex guards them.
+SessionLimit limit;
+SessionUses uses;
+bool recordsAllUses = false;
+
+// Returns whether uses are recorded. The caller must hold the table mutex.
+bool usesAreRecorded() {
+    return recordsAllUses || limit.isSet();
+}
 
 // Invalidates a session, then deletes it.
 void end(HttpSessionImpl* session) {
@@ -54,13 +64,20 @@ bool SessionFactory::existSession(std::string& id) {
 void SessionFactory::setMaxSessions(int most) {
     TableLock lock;
     limit.set(most);
+    uses.reserve();
+}
+
+void SessionFactory::recordUses(bool record) {
+    TableLock lock;
+    recordsAllUses = record;
+    uses.reserve();
 }
 
 HttpSessionImpl* SessionFactory::createSession(std::string& remoteAddr) {
     TableLock lock;
     auto session = std::make_unique<HttpSessionImpl>(remoteAddr);
-    if (limit.isSet())
-        limit.recordUse(session.get());
+    if (usesAreRecorded())
+        uses.add(session.get());
     m_sessions->put(session->getId(), session.get());
     HttpSessionImpl* created = session.release();
     if (limit.isSet())
@@ -78,7 +95,8 @@ void SessionFactory::keepLimit() {
         for (auto* entry = m_sessions->firstAssoc(); entry != nullptr;
              entry = m_sessions->nextAssoc(entry)) {
             HttpSessionImpl* other = chosen != nullptr ? chosen->value : nullptr;
-            if (entry->value != nullptr && limit.shouldEnd(*entry->value, other, now))
+            if (entry->value != nullptr && !uses.contain(*entry->value) &&
+                SessionLimit::shouldEnd(*entry->value, other, now))
                 chosen = entry;
         }
         if (chosen == nullptr)
@@ -108,20 +126,20 @@ HttpSessionImpl* SessionFactory::findSession(HttpRequest* request) {
 HttpSessionImpl* SessionFactory::getSession(HttpRequest* request) {
     TableLock lock;
     HttpSessionImpl* session = findSession(request);
-    if (limit.isSet() && session != nullptr)
-        limit.recordUse(session);
+    if (session != nullptr && usesAreRecorded())
+        uses.add(session);
     return session;
 }
 
 void SessionFactory::onRequest(HttpRequest* request) {
     TableLock lock;
-    if (limit.isSet())
-        limit.endRequest();
+    if (usesAreRecorded())
+        uses.endRequest();
     if (HttpSessionImpl* session = findSession(request)) {
         session->m_bInRequest = true;
         session->update();
-        if (limit.isSet())
-            limit.recordUse(session);
+        if (usesAreRecorded())
+            uses.add(session);
     }
 }
 
@@ -129,8 +147,8 @@ void SessionFactory::onRequestFinished(HttpRequest* request) {
     TableLock lock;
     if (HttpSessionImpl* session = findSession(request))
         session->m_bInRequest = false;
-    if (limit.isSet())
-        limit.endRequest();
+    if (usesAreRecorded())
+        uses.endRequest();
 }
 
 void SessionFactory::removeSession(std::string& id) {
@@ -140,13 +158,13 @@ void SessionFactory::removeSession(std::string& id) {
         m_sessions->removeAssoc(entry);
 }
 
-void SessionFactory::checkSession() {
-    TableLock lock;
+template <class Predicate>
+void SessionFactory::sweep(Predicate isBusy) {
     limit.deleteEnded();
     auto* entry = m_sessions->firstAssoc();
     while (entry != nullptr) {
         HttpSessionImpl* session = entry->value;
-        if (session->m_bInRequest) {
+        if (isBusy(*session)) {
             session->update();
             entry = m_sessions->nextAssoc(entry);
         } else if (!session->isValidate()) {
@@ -158,8 +176,19 @@ void SessionFactory::checkSession() {
     }
 }
 
+void SessionFactory::checkSession() {
+    TableLock lock;
+    sweep([](const HttpSessionImpl& session) { return session.m_bInRequest; });
+}
+
 void SessionFactory::onTimer() {
     checkSession();
+}
+
+void SessionFactory::sweepUnused() {
+    TableLock lock;
+    assert(usesAreRecorded()); // recordUses(true) must have been called
+    sweep([](const HttpSessionImpl& session) { return uses.contain(session); });
 }
 
 int SessionFactory::destory() {
@@ -171,5 +200,6 @@ int SessionFactory::destory() {
     }
     m_sessions->clear();
     limit.clear();
+    uses.clear();
     return 0;
 }

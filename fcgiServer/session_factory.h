@@ -14,7 +14,8 @@ class HttpSessionImpl;
 //             the sessions' busy flags; time stamps are atomic (see http_session.h). It is not
 //             recursive. Lock order: the table mutex first, then session_mutex. Every operation
 //             locks it unless its comment says otherwise.
-//   Lifetime  checkSession() deletes sessions that are neither busy nor valid, destory() all.
+//   Lifetime  checkSession() deletes sessions that are neither busy nor valid, sweepUnused() those
+//             that are neither used nor valid, destory() all.
 class SessionFactory {
 public:
     SessionFactory();
@@ -39,6 +40,10 @@ public:
     // A session that is created beyond it ends others as the sweep would, the one that has been
     // idle longest first, but none that a request is using; see session_limit.h.
     static void setMaxSessions(int most);
+
+    // Makes each factory in the process record which sessions the requests in flight use, as
+    // sweepUnused() needs it; off by default. Call before the first request.
+    static void recordUses(bool record);
 
     // Creates a session, valid and busy, for a client at `remoteAddr`. It belongs to the factory.
     HttpSessionImpl* createSession(std::string& remoteAddr);
@@ -67,8 +72,16 @@ public:
     // that have expired.
     void checkSession();
 
-    // Calls checkSession(). The library never calls it: a host does, from its timer.
+    // Calls checkSession(). The library never calls it: a host does, from its timer. If requests
+    // are served on several threads, call sweepUnused() instead: the shorter of two requests of one
+    // session clears the busy mark, so that this could delete the session under the longer one.
     void onTimer();
+
+    // Sweeps the table like checkSession(), but looks at which requests use a session rather than
+    // at its busy mark: a session that a request uses stays, and its idle time restarts; any other
+    // goes when it has expired, even if a refused request left it marked busy or it was invalidated
+    // while it was served. recordUses(true) must have been called before the first request.
+    void sweepUnused();
 
     // Invalidates and deletes every session. No request may be in flight. Returns 0. (The spelling
     // of the name is part of the interface.)
@@ -76,6 +89,11 @@ public:
 
 private:
     void keepLimit();
+
+    // Restarts the idle time of those sessions for which `isBusy(session)` is true; invalidates and
+    // deletes the others that have expired. The caller must hold the table mutex.
+    template <class Predicate>
+    void sweep(Predicate isBusy);
 
     using SessionTable = QKHashMap<std::string, HttpSessionImpl*, INT_HASH<std::string>>;
 

@@ -26,27 +26,7 @@ bool SessionLimit::isExceededBy(int sessions) const {
     return isSet() && sessions > m_most;
 }
 
-void SessionLimit::recordUse(HttpSessionImpl* session) {
-    const auto isKnown = [session](const Use& use) {
-        return use.session == session && pthread_equal(use.thread, pthread_self());
-    };
-    if (std::none_of(m_uses.begin(), m_uses.end(), isKnown))
-        m_uses.push_back({pthread_self(), session});
-}
-
-void SessionLimit::endRequest() {
-    const auto isOwn = [](const Use& use) { return pthread_equal(use.thread, pthread_self()); };
-    m_uses.erase(std::remove_if(m_uses.begin(), m_uses.end(), isOwn), m_uses.end());
-}
-
-bool SessionLimit::isInUse(const HttpSessionImpl& session) const {
-    return std::any_of(m_uses.begin(), m_uses.end(),
-                       [&session](const Use& use) { return use.session == &session; });
-}
-
-bool SessionLimit::shouldEnd(HttpSessionImpl& session, HttpSessionImpl* other, int now) const {
-    if (isInUse(session))
-        return false;
+bool SessionLimit::shouldEnd(HttpSessionImpl& session, HttpSessionImpl* other, int now) {
     if (other == nullptr)
         return true;
     if (goesFirst(session) != goesFirst(*other))
@@ -70,6 +50,5 @@ void SessionLimit::deleteEnded() {
 }
 
 void SessionLimit::clear() {
-    m_uses.clear();
     m_ended.clear();
 }

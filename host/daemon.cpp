@@ -97,7 +97,7 @@ std::optional<AcceptGate> openGate(const Options& options, const std::optional<A
 
 void runTimer(FCGIServer& server) {
     if (server.onTimer() == 0)
-        server.getController()->getSessionFactory()->onTimer();
+        server.getController()->getSessionFactory()->sweepUnused();
 }
 
 // Runs the timer every `interval` and handles signals. Returns when a stop signal has arrived.
@@ -171,6 +171,7 @@ int runDaemon(const Options& options) {
     }
     disableLibfcgiCloseWait();
     markLogLines();
+    SessionFactory::recordUses(true);
     SessionFactory::setMaxSessions(options.maxSessions);
     const auto server = std::make_unique<FCGIServer>();
     serve(options, *gate, *server);

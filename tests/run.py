@@ -77,6 +77,11 @@ def wire(preset, *arguments):
                   after=[f"{preset}-build"], jobs=WIRE_JOBS, environment=SANITIZERS)
 
 
+def attacks(preset):
+    return pytest(f"{preset}-attacks", "tests/attacks", "--build", f"build/{preset}",
+                  after=[f"{preset}-build"], jobs=WIRE_JOBS, environment=SANITIZERS)
+
+
 def files(*names):
     return [f"tests/wire/{name}" for name in names]
 
@@ -128,9 +133,11 @@ def all_steps():
         pytest("servlet_check", "tests/servlet_check", jobs=CORES),
         pytest("scripts", "tests/support", "tests/translation", "tests/bench/test",
                "tests/fuzz/test", "tests/mutation"),
+        attacks("dev"),
         build("asan"),
         unit("asan"),
         wire("asan", "tests/wire"),
+        attacks("asan"),
         pytest("asan-servlet_check", "tests/servlet_check", "--build", "build/asan",
                after=["asan-build"], jobs=CORES, environment=SANITIZERS),
         build("tsan", *WITH_THREADS, "fcgi_host_wire"),
@@ -254,7 +261,7 @@ def one_file(name, preset, options):
     path = "tests/" + name.removeprefix("tests/")
     if path.startswith("tests/browser/"):
         return browser(path.removeprefix("tests/browser/"), *options)
-    build_option = ["--build", f"build/{preset}"] if re.match("tests/(wire|servlet_check)", path) else []
+    build_option = ["--build", f"build/{preset}"] if re.match("tests/(wire|attacks|servlet_check)", path) else []
     return pytest(pathlib.Path(path.partition("::")[0]).stem, path, *options, *build_option,
                   after=[f"{preset}-build"], environment=SANITIZERS)
 

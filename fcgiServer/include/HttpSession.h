@@ -5,8 +5,11 @@
 #include <string>
 
 // Compiled plug-ins depend on the order of the operations.
-//   Owner    the session factory. A pointer is valid for the request in which it was obtained; call
-//            HttpRequest::getSession() again in the next one.
+//   Owner    the session factory. A pointer is valid until the request ends in which it was
+//            obtained; call HttpRequest::getSession() again in the next one. The session may expire
+//            or be invalidated meanwhile, but fcgi_host frees it only when no request uses it. (A
+//            host that calls SessionFactory::onTimer() may free it earlier, if two requests of it
+//            are served at once.)
 //   Threads  any. Attribute operations and invalidate() lock the exported `session_mutex`, which is
 //            not recursive: do not hold it when calling them.
 class HttpSession {
@@ -30,10 +33,10 @@ public:
     virtual bool existAttribute(const char* name) = 0;
 
     // Ends the session: removes all attributes, and stores no later ones. The client's next request
-    // has no session. If called during a request of the session itself, the emptied object keeps
-    // its busy flag, so its memory is freed only at shut-down. The same holds for a session that
-    // expires during its own request. A page that signs users out repeatedly therefore calls
-    // setMaxInactiveInterval() with a few seconds more than the request takes.
+    // has no session. fcgi_host frees the emptied object soon after the last request that uses it.
+    // (A host that calls SessionFactory::onTimer() frees it at shut-down only, if it is invalidated
+    // or expires during a request of its own. A page that must not rely on its host signs users out
+    // with setMaxInactiveInterval() and a few seconds more than the request takes.)
     virtual void invalidate() = 0;
 
     // Return a time stamp. Seconds of the system's tick clock, times(2), plus 300; not a time of

@@ -44,7 +44,8 @@ AREAS = [
 # The test that most likely kills a mutant of a source that has no test of its own name.
 FIRST_TESTS = {"QKHashMap": "replay_hash_map", "MemoryBlock": "replay_hash_map",
                "lingering_close": "request_end_test", "loop_activity": "fcgi_server_test",
-               "request_rules": "screening_test", "session_limit": "session_factory_test"}
+               "request_rules": "screening_test", "session_limit": "session_factory_test",
+               "session_uses": "session_factory_test"}
 
 
 def run(*command, cwd=None):

@@ -92,6 +92,14 @@ def test_every_source_file_is_listed_once():
                            for path in (SOURCE / layer).rglob("*") if path.suffix in (".cpp", ".h")}
 
 
+def test_every_attack_is_listed_once():
+    """docs/security.md says what each program in tests/attacks/ proves."""
+    listed = re.findall(r"^\|.*\| `(tests/attacks/\w+\.py)` \|$",
+                        section(SOURCE / "docs/security.md", "Attacks"), re.MULTILINE)
+    assert sorted(listed) == sorted(str(path.relative_to(SOURCE)) for path
+                                    in (SOURCE / "tests/attacks").glob("test_*.py"))
+
+
 @pytest.mark.parametrize("document", LINKING, ids=lambda path: path.name)
 def test_named_files_are_linked(document):
     """`host/main.cpp` must be written as [`main.cpp`](../host/main.cpp)."""

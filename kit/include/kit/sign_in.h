@@ -92,7 +92,7 @@ public:
     }
 
     // Signs the request's session out and lets it expire within a few seconds. Does not invalidate
-    // the session, because the container could then free it at shut-down only; see
+    // the session, because some hosts could then free it at shut-down only; see
     // HttpSession::invalidate().
     void end(Request& request) {
         if (HttpSession* session = request.session()) {
@@ -116,8 +116,8 @@ public:
     }
 
 private:
-    // A signed-out session's time to live. The container never frees a session that expires during
-    // its own request, so this is longer than requests take.
+    // A signed-out session's time to live. Some hosts never free a session that expires during its
+    // own request, so this is longer than requests take.
     static constexpr int kSecondsToLive = 5;
 
     static std::string addressOf(Request& request) { return std::string(request.remoteAddress()); }

@@ -127,7 +127,8 @@ public:
 };
 
 // Counts a client's requests in its session. interval=N sets how long the session may be idle, ms=N
-// delays the response.
+// delays the response. Reads the session again after the delay, since a page may use it until its
+// request ends.
 class CountPage : public Page {
 public:
     void service(HttpRequest* request, HttpResponse* response) override {
@@ -142,7 +143,10 @@ public:
         const auto count = reinterpret_cast<std::intptr_t>(session->getAttribute("count")) + 1;
         session->setAttribute("count", reinterpret_cast<void*>(count));
         usleep(static_cast<useconds_t>(number(request, "ms", 0)) * 1000);
-        response->print("count %d", static_cast<int>(count));
+        if (session->existAttribute("count"))
+            response->print("count %d", static_cast<int>(count));
+        else
+            response->print("%s", "the session has ended");
     }
 };
 
