@@ -49,16 +49,21 @@ def test_the_output_of_a_failed_step_is_shown(capsys):
     assert "all is well" not in shown
 
 
-def test_the_table_shows_the_seconds_of_each_step(capsys):
-    whole = run.Run([run.Step("one", "build", [["sleep", "0.3"]]),
-                     run.Step("two", "build", [["false"]])], live=False)
+def test_the_table_shows_the_time_and_the_processor_time_of_each_step(capsys):
+    work = "import time\nwhile time.process_time() < 0.3: pass"
+    whole = run.Run([run.Step("one", "build", [["sleep", "0.3"], ["sleep", "0"]]),
+                     run.Step("two", "build", [["false"]]),
+                     run.Step("three", "build", [["sh", "-c", f"python3 -c '{work}'; true"]])],
+                    live=False)
     whole.go()
     capsys.readouterr()
     whole.print_table()
-    head, one, two, total = capsys.readouterr().out.splitlines()
-    assert head.split() == ["step", "seconds"]
+    head, one, two, three, total = capsys.readouterr().out.splitlines()
+    assert head.split() == ["step", "seconds", "processor"]
     assert one.split()[0] == "one" and 0.3 <= float(one.split()[1]) < 30
-    assert two.split()[0] == "two" and two.split()[2] == "failed"
+    assert float(one.split()[2]) < 0.3
+    assert two.split()[0] == "two" and two.split()[3] == "failed"
+    assert 0.3 <= float(three.split()[2]) <= float(total.split()[2])
     assert total.split()[0] == "all"
 
 
