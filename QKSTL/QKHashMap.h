@@ -61,6 +61,7 @@ struct INT_HASH<std::string> {
     // does not.
     std::uint32_t operator()(std::string_view key) const {
         std::uint32_t hash = 0;
+#pragma GCC unroll 4 // every header name and session id is hashed several times per request
         for (const char byte : key) {
             if (byte == '\0')
                 break;
