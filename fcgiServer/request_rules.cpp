@@ -14,6 +14,7 @@
 #include <iterator>
 #include <memory_resource>
 #include <string>
+#include <string_view>
 #include <syslog.h>
 
 namespace {
@@ -28,10 +29,10 @@ constexpr std::size_t kUsualUrlSize = 512;
 char rewriteBuffer[kRewriteSize];
 
 // What a URL must not contain, in lower case.
-const char* const kMarkup[] = {"%3e", "%3c", "<", ">", "script"};
+constexpr std::string_view kMarkup[] = {"%3e", "%3c", "<", ">", "script"};
 
 // Pages of the device's older interface that are redirected to the sign-in page.
-const char* const kLegacyPages[] = {
+constexpr std::string_view kLegacyPages[] = {
     "/cgi-bin/Velmoranix.acx?Id=1",
     "/cgi-bin/Velmoranix.acx?Id=7",
     "/cgi-bin/Quillpage.tpx?page=Status.htm",
@@ -42,9 +43,9 @@ const char* const kLegacyPages[] = {
 const char* const kLegacyPrograms[] = {"cgi-bin/Quillpage.tpx", "cgi-bin/Velmoranix.acx"};
 
 // Prefixes that make a query an event for the listeners; the first match decides.
-const char* const kEvents[] = {"key",    "number", "phonecfg", "redirectcall", "forward",
-                               "Server", "push",   "download", "command",      "csta"};
-const char kEventWithoutValue[] = "csta";
+constexpr std::string_view kEvents[] = {"key",    "number", "phonecfg", "redirectcall", "forward",
+                                        "Server", "push",   "download", "command",      "csta"};
+constexpr std::string_view kEventWithoutValue = "csta";
 
 using rules::DeviceStatus;
 
@@ -53,14 +54,11 @@ using rules::DeviceStatus;
 const char* const kStatusWords[] = {"idle",          "reboot",  "reset",
                                     "autoprovision", "upgrade", "configration"};
 
-bool startsWith(const char* text, const char* prefix) {
-    return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
+bool startsWith(const char* text, std::string_view prefix) {
+    return std::strncmp(text, prefix.data(), prefix.size()) == 0;
 }
-bool contains(const char* text, const char* part) {
-    return std::strstr(text, part) != nullptr;
-}
-bool equal(const char* text, const char* other) {
-    return std::strcmp(text, other) == 0;
+bool contains(std::string_view text, std::string_view part) {
+    return text.find(part) != std::string_view::npos;
 }
 
 } // namespace
@@ -75,7 +73,7 @@ bool rules::isIllegalUrl(const char* url) {
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     const bool illegal =
         std::any_of(std::begin(kMarkup), std::end(kMarkup),
-                    [&](const char* markup) { return contains(lowered.c_str(), markup); });
+                    [&](std::string_view markup) { return contains(lowered, markup); });
     if (illegal)
         app_log(kLogModule, LOG_ERR, "url = %s, include illegal char\n", url);
     return illegal;
@@ -147,7 +145,7 @@ bool rules::replaceAll(char* target, const char* pattern, const char* replacemen
 const char* rules::legacyRedirect(const char* uri) {
     if (uri == nullptr)
         return nullptr;
-    for (const char* page : kLegacyPages)
+    for (const std::string_view page : kLegacyPages)
         if (startsWith(uri, page))
             return kSignInPage;
     std::strncpy(rewriteBuffer, uri, sizeof rewriteBuffer - 1);
@@ -163,25 +161,29 @@ const char* rules::queryOf(const char* uri) {
 
 rules::Event rules::eventOf(HttpRequest& request, const char* query) {
     assert(query != nullptr);
-    for (const char* event : kEvents)
-        if (startsWith(query, event))
-            return {event, equal(event, kEventWithoutValue) ? event : request.getParameter(event)};
+    for (const std::string_view event : kEvents) {
+        if (!startsWith(query, event))
+            continue;
+        const char* name = event.data();
+        return {name, event == kEventWithoutValue ? name : request.getParameter(name)};
+    }
     return {nullptr, nullptr};
 }
 
 std::optional<DeviceStatus> rules::requestedStatus(const char* query) {
     assert(query != nullptr);
-    if (contains(query, "reboot=true") || contains(query, "q=reboot"))
+    const std::string_view asked = query;
+    if (contains(asked, "reboot=true") || contains(asked, "q=reboot"))
         return DeviceStatus::Reboot;
-    if (contains(query, "p=settings-upgrade&q=reset"))
+    if (contains(asked, "p=settings-upgrade&q=reset"))
         return DeviceStatus::Reset;
-    if (contains(query, "now=true"))
+    if (contains(asked, "now=true"))
         return DeviceStatus::AutoProvision;
-    if (equal(query, "p=settings-config&q=import") ||
-        equal(query, "p=settings-config&q=localconfig&type=import") ||
-        equal(query, "p=settings-config&q=localconfig&type=remove"))
+    if (asked == "p=settings-config&q=import" ||
+        asked == "p=settings-config&q=localconfig&type=import" ||
+        asked == "p=settings-config&q=localconfig&type=remove")
         return DeviceStatus::Configuration;
-    if (contains(query, "p=notice"))
+    if (contains(asked, "p=notice"))
         return std::nullopt;
     return DeviceStatus::Idle;
 }
@@ -193,5 +195,5 @@ const char* rules::statusWord(std::int32_t status) {
 
 bool rules::isAnsweredInternally(const char* page, std::int32_t status) {
     assert(page != nullptr);
-    return equal(page, "notice") && status != DeviceStatus::AutoProvision;
+    return std::strcmp(page, "notice") == 0 && status != DeviceStatus::AutoProvision;
 }
