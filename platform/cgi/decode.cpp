@@ -53,7 +53,7 @@ struct Pair {
 Pair splitPair(std::string_view pair) {
     const std::size_t equals = pair.find('=');
     if (equals == std::string_view::npos)
-        return {pair, {}};
+        return {pair, pair.substr(pair.size())};
     return {pair.substr(0, equals), pair.substr(equals + 1)};
 }
 
@@ -64,58 +64,58 @@ std::string_view withoutQuotes(std::string_view text) {
 }
 
 struct Decoded {
-    char* end;    // of the text that was written
+    char* end;    // of the decoded text
     bool hasZero; // whether a zero byte is in it
 };
 
-// Fast path: '%', '+' and NUL are all <= '+', so any byte above is copied unchanged.
+// Fast path: '%', '+' and NUL are all <= '+', so any byte above stands for itself.
 bool isPlain(char byte) {
     return byte > '+';
 }
 
-// Writes the decoded `text` to `to`, which has room for as many bytes as `text` has.
-Decoded writeDecoded(std::string_view text, Plus plus, char* to) {
+// Decodes the text from `begin` to `end` in its place.
+Decoded decodeInPlace(char* begin, char* end, Plus plus) {
+    char* from = std::find_if_not(begin, end, isPlain);
+    char* to = from;
     bool hasZero = false;
-    for (;;) {
-        const auto plainEnd = std::find_if_not(text.begin(), text.end(), isPlain);
-        to = std::copy(text.begin(), plainEnd, to);
-        text.remove_prefix(plainEnd - text.begin());
-        if (text.empty())
-            return {to, hasZero};
-        const int escaped = escapedByte(text);
+    while (from != end) {
+        const int escaped = escapedByte({from, static_cast<std::size_t>(end - from)});
         if (escaped >= 0)
             *to = static_cast<char>(escaped);
         else
-            *to = text.front() == '+' && plus == Plus::Blank ? ' ' : text.front();
-        text.remove_prefix(escaped >= 0 ? 3 : 1);
+            *to = *from == '+' && plus == Plus::Blank ? ' ' : *from;
+        from += escaped >= 0 ? 3 : 1;
         hasZero = hasZero || *to == '\0';
         ++to;
+        while (from != end && isPlain(*from))
+            *to++ = *from++;
     }
+    return {to, hasZero};
 }
 
-// Adds the decoded pair, unless it is one that no list can hold. There must be a place left.
+// Adds a pair, whose texts are in the list's, unless it is one that no list can hold. There must be
+// a place left.
 void addDecoded(CGI_varlist& list, const Pair& pair, Plus plus) {
-    char* const name = list.nextName();
-    const Decoded decodedName = writeDecoded(pair.name, plus, name);
-    char* const text = decodedName.end + 1;
-    const Decoded decodedText = writeDecoded(pair.value, plus, text);
-    if (decodedName.end != name && !decodedName.hasZero && !decodedText.hasZero)
-        list.add(decodedName.end - name, decodedText.end - text);
+    char* const name = list.text() + (pair.name.data() - list.text());
+    char* const value = list.text() + (pair.value.data() - list.text());
+    const Decoded decodedName = decodeInPlace(name, name + pair.name.size(), plus);
+    const Decoded decodedValue = decodeInPlace(value, value + pair.value.size(), plus);
+    if (decodedName.end != name && !decodedName.hasZero && !decodedValue.hasZero)
+        list.add({name, static_cast<std::size_t>(decodedName.end - name)},
+                 {value, static_cast<std::size_t>(decodedValue.end - value)});
 }
 
-// Returns a list of the pairs between separators, at most `room` of them; `splitPair` splits each
-// into its name and its value. Null when `text` is empty or `room` is 0.
-template <class SplitPair>
+// Returns a list of the pairs between separators, at most `room` of them; `split` splits each into
+// its name and its value. Null when `text` is empty or `room` is 0.
+template <class Split>
 CGI_varlist::Owner decodePairs(std::string_view text, char separator, Plus plus, std::size_t room,
-                               SplitPair splitPair) {
+                               Split split) {
     if (text.empty() || room == 0)
         return nullptr;
-    const std::size_t most = std::min(countPairs(text, separator), room);
-    // Each pair ends in two terminators. They replace the separator and the "=", which a pair may
-    // lack.
-    auto list = CGI_varlist::make(most, text.size() + 1 + most);
-    while (!text.empty() && !list->isFull())
-        addDecoded(*list, splitPair(takePair(text, separator)), plus);
+    auto list = CGI_varlist::make(std::min(countPairs(text, separator), room), text);
+    std::string_view rest(list->text(), text.size());
+    while (!rest.empty() && !list->isFull())
+        addDecoded(*list, split(takePair(rest, separator)), plus);
     return list;
 }
 
@@ -154,8 +154,9 @@ char* appendEscape(char* end, char character) {
 } // namespace
 
 std::string cgi::percentDecode(std::string_view text, Plus plus) {
-    std::string decoded(text.size(), '\0');
-    decoded.resize(writeDecoded(text, plus, decoded.data()).end - decoded.data());
+    std::string decoded(text);
+    char* const begin = decoded.data();
+    decoded.resize(decodeInPlace(begin, begin + decoded.size(), plus).end - begin);
     return decoded;
 }
 

@@ -119,7 +119,7 @@ bool UploadReceiver::beginFile() {
     m_kind = Kind::File;
     if (!CGI_varlist::canHold(m_name, m_fileName))
         return false;
-    m_fileField = CGI_varlist::make(m_name, m_fileName);
+    m_fileField = CGI_varlist::ofOne(m_name, m_fileName);
     return m_target.begin();
 }
 
@@ -148,7 +148,7 @@ bool UploadReceiver::withinTextLimit(std::size_t moreBytes) {
 
 bool UploadReceiver::endPart() {
     if (m_kind == Kind::Text && !isFull() && CGI_varlist::canHold(m_name, m_text))
-        keepField(CGI_varlist::make(m_name, m_text));
+        keepField(CGI_varlist::ofOne(m_name, m_text));
     return true;
 }
 

@@ -1,19 +1,25 @@
 #include "varlist.h"
 
-#include <cstring>
-
-CGI_varlist::Owner CGI_varlist::make(std::size_t places, std::size_t bytes) {
+CGI_varlist::Owner CGI_varlist::makeWithBytes(std::size_t places, std::size_t bytes) {
     static_assert(alignof(Value) <= alignof(CGI_varlist), "values follow the list in memory");
     void* memory = ::operator new(sizeof(CGI_varlist) + places * sizeof(Value) + bytes);
     return Owner(new (memory) CGI_varlist(places));
 }
 
-CGI_varlist::Owner CGI_varlist::make(std::string_view name, std::string_view text) {
+CGI_varlist::Owner CGI_varlist::make(std::size_t places, std::string_view text) {
+    Owner list = makeWithBytes(places, text.size() + 1);
+    text.copy(list->text(), text.size());
+    return list;
+}
+
+CGI_varlist::Owner CGI_varlist::ofOne(std::string_view name, std::string_view text) {
     assert(canHold(name, text));
-    Owner list = make(1, name.size() + 1 + text.size() + 1);
-    name.copy(list->nextName(), name.size());
-    text.copy(list->nextName() + name.size() + 1, text.size());
-    list->add(name.size(), text.size());
+    Owner list = makeWithBytes(1, name.size() + 1 + text.size() + 1);
+    char* const nameCopy = list->text();
+    char* const textCopy = nameCopy + name.size() + 1;
+    name.copy(nameCopy, name.size());
+    text.copy(textCopy, text.size());
+    list->add({nameCopy, name.size()}, {textCopy, text.size()});
     return list;
 }
 
@@ -39,15 +45,15 @@ void CGI_varlist::take(Owner other) noexcept {
     m_last = other.release()->m_last;
 }
 
-char* CGI_varlist::first(const char* name) {
+char* CGI_varlist::first(std::string_view name) {
     for (CGI_varlist* list = this; list != nullptr; list = list->m_next)
         for (const Value& value : *list)
-            if (std::strcmp(value.name, name) == 0)
+            if (value.has(name))
                 return value.text;
     return nullptr;
 }
 
-char** CGI_varlist::all(const char* name) {
+char** CGI_varlist::all(std::string_view name) {
     std::vector<char*> texts = textsOf(name);
     if (texts.empty())
         return nullptr;
@@ -57,15 +63,15 @@ char** CGI_varlist::all(const char* name) {
     for (Array& array : m_arrays)
         if (array.texts.size() == texts.size() && array.name == name)
             return array.texts.data();
-    m_arrays.push_front({name, std::move(texts)});
+    m_arrays.push_front({std::string(name), std::move(texts)});
     return m_arrays.front().texts.data();
 }
 
-std::vector<char*> CGI_varlist::textsOf(const char* name) {
+std::vector<char*> CGI_varlist::textsOf(std::string_view name) {
     std::vector<char*> texts;
     for (CGI_varlist* list = this; list != nullptr; list = list->m_next)
         for (const Value& value : *list)
-            if (std::strcmp(value.name, name) == 0)
+            if (value.has(name))
                 texts.push_back(value.text);
     return texts;
 }

@@ -27,11 +27,11 @@ public:
     };
     using Owner = std::unique_ptr<CGI_varlist, Free>;
 
-    // Returns a list with room for `places` values and for `bytes` bytes of names and texts,
-    // including a terminator behind each. Throws std::bad_alloc.
-    static Owner make(std::size_t places, std::size_t bytes);
+    // Returns a list with room for `places` values and with a copy of `text`, in which their names
+    // and texts are decoded in place. Throws std::bad_alloc.
+    static Owner make(std::size_t places, std::string_view text);
     // Returns a list of one value, which must be one that a list can hold. Throws std::bad_alloc.
-    static Owner make(std::string_view name, std::string_view text);
+    static Owner ofOne(std::string_view name, std::string_view text);
     CGI_varlist(const CGI_varlist&) = delete;
     CGI_varlist& operator=(const CGI_varlist&) = delete;
 
@@ -46,37 +46,39 @@ public:
 
     // Returns whether all places are used.
     bool isFull() const { return m_size == m_places; }
-    // Returns where to write the name of the next value. There must be a place left.
-    char* nextName() {
+    // Returns the copy of the text.
+    char* text() { return reinterpret_cast<char*>(begin() + m_places); }
+    // Adds a value whose name and text are in text(), and writes a terminator behind each. There
+    // must be a place left, and it must be a value that a list can hold.
+    void add(std::string_view name, std::string_view value) {
         assert(!isFull() && "there must be a place left");
-        return m_free;
-    }
-    // Adds the value whose name was written at nextName(), with its text one byte behind the name.
-    // It must be one that a list can hold.
-    void add(std::size_t nameSize, std::size_t textSize) {
-        char* const name = nextName();
-        char* const text = name + nameSize + 1;
-        assert(canHold({name, nameSize}, {text, textSize}));
-        name[nameSize] = '\0';
-        text[textSize] = '\0';
-        new (end()) Value{name, text};
+        assert(canHold(name, value));
+        char* const nameText = text() + (name.data() - text());
+        char* const valueText = text() + (value.data() - text());
+        nameText[name.size()] = '\0';
+        valueText[value.size()] = '\0';
+        new (end()) Value{name, valueText};
         ++m_size;
         ++m_total;
-        m_free = text + textSize + 1;
     }
 
     // Appends the values of `other`, which must not be null. There must be room for them.
     void take(Owner other) noexcept;
 
     // Returns the first value of `name`, or null.
-    char* first(const char* name);
+    char* first(std::string_view name);
     // Returns all values of `name` with a null behind them, or null when there are none. Throws
     // std::bad_alloc.
-    char** all(const char* name);
+    char** all(std::string_view name);
 
 private:
     struct Value {
-        const char* name;
+        // Compares the last characters first: names of fields often differ in a number at the end.
+        bool has(std::string_view wanted) const {
+            return name.size() == wanted.size() && name.back() == wanted.back() && name == wanted;
+        }
+
+        std::string_view name; // not empty
         char* text;
     };
     // An array that all() has returned.
@@ -85,19 +87,19 @@ private:
         std::vector<char*> texts;
     };
 
-    // In memory, the values follow the list, and the texts follow the values.
-    explicit CGI_varlist(std::size_t places)
-        : m_places(places), m_free(reinterpret_cast<char*>(begin() + places)) {}
+    // In memory, the values follow the list, and the text follows the values.
+    explicit CGI_varlist(std::size_t places) : m_places(places) {}
 
     ~CGI_varlist() = default;
 
+    static Owner makeWithBytes(std::size_t places, std::size_t bytes);
+
     Value* begin() { return reinterpret_cast<Value*>(this + 1); }
     Value* end() { return begin() + m_size; }
-    std::vector<char*> textsOf(const char* name);
+    std::vector<char*> textsOf(std::string_view name);
 
     const std::size_t m_places;
     std::size_t m_size = 0;
-    char* m_free; // the first byte behind the texts
 
     // The lists taken over, each linked to the next one.
     CGI_varlist* m_next = nullptr;

@@ -24,11 +24,9 @@ public:
 };
 
 CGI_varlist::Owner listOf(std::size_t values) {
-    auto list = CGI_varlist::make(values, 4 * values);
-    while (!list->isFull()) {
-        list->nextName()[0] = 'a';
-        list->add(1, 0);
-    }
+    auto list = CGI_varlist::make(values, std::string(2 * values, 'a'));
+    for (const char* name = list->text(); !list->isFull(); name += 2)
+        list->add({name, 1}, {name + 1, 0});
     return list;
 }
 
@@ -50,16 +48,15 @@ TEST(BoundaryDeathTest, MustNotBeEmptyOrContainACarriageReturn) {
 }
 
 TEST(ListDeathTest, HoldsOnlyValuesThatItCanHold) {
-    EXPECT_DEATH(CGI_varlist::make("", "text"), "canHold");
-    EXPECT_DEATH(CGI_varlist::make("name", std::string_view("\0", 1)), "canHold");
-    const auto list = CGI_varlist::make(1, 10);
-    EXPECT_DEATH(list->add(0, 0), "canHold");
+    EXPECT_DEATH(CGI_varlist::ofOne("", "text"), "canHold");
+    EXPECT_DEATH(CGI_varlist::ofOne("name", std::string_view("\0", 1)), "canHold");
+    const auto list = CGI_varlist::make(1, "text");
+    EXPECT_DEATH(list->add({list->text(), 0}, {list->text(), 0}), "canHold");
 }
 
 TEST(ListDeathTest, HasNoPlaceForMoreValuesThanItWasMadeFor) {
     const auto list = listOf(2);
-    EXPECT_DEATH(list->nextName(), "there must be a place left");
-    EXPECT_DEATH(list->add(1, 1), "there must be a place left");
+    EXPECT_DEATH(list->add({list->text(), 1}, {list->text(), 1}), "there must be a place left");
 }
 
 TEST(ListDeathTest, TakesNoMoreValuesThanThereIsRoomFor) {
