@@ -1,5 +1,7 @@
 #include "varlist.h"
 
+#include "base/short_text.h"
+
 CGI_varlist::Owner CGI_varlist::makeWithBytes(std::size_t places, std::size_t bytes) {
     static_assert(alignof(Value) <= alignof(CGI_varlist), "values follow the list in memory");
     void* memory = ::operator new(sizeof(CGI_varlist) + places * sizeof(Value) + bytes);
@@ -48,7 +50,7 @@ void CGI_varlist::take(Owner other) noexcept {
 char* CGI_varlist::first(std::string_view name) {
     for (CGI_varlist* list = this; list != nullptr; list = list->m_next)
         for (const Value& value : *list)
-            if (value.has(name))
+            if (base::equalShort(value.name, name))
                 return value.text;
     return nullptr;
 }
@@ -71,7 +73,7 @@ std::vector<char*> CGI_varlist::textsOf(std::string_view name) {
     std::vector<char*> texts;
     for (CGI_varlist* list = this; list != nullptr; list = list->m_next)
         for (const Value& value : *list)
-            if (value.has(name))
+            if (base::equalShort(value.name, name))
                 texts.push_back(value.text);
     return texts;
 }

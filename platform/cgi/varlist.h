@@ -73,12 +73,7 @@ public:
 
 private:
     struct Value {
-        // Compares the last characters first: names of fields often differ in a number at the end.
-        bool has(std::string_view wanted) const {
-            return name.size() == wanted.size() && name.back() == wanted.back() && name == wanted;
-        }
-
-        std::string_view name; // not empty
+        std::string_view name;
         char* text;
     };
     // An array that all() has returned.
