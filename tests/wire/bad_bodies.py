@@ -20,6 +20,8 @@ LENGTHS = [(f"length {text!r}", post(f"Content-Length: {text}"), *expected)
     ("a body with a GET", get(PAGE, "Content-Length: 3") + b"x=y", "400", "200 x=y"),
     ("more body than its length", post("Content-Length: 3", body=b"x=yGARBAGE"), "200 x=y"),
     ("a line end for a body", post("Content-Length: 2", body=b"\r\n"), "200"),
+    ("a form of 64 KiB", post("Content-Length: 65536", body=b"x=y&z=" + b"z" * 65530), "200 x=y"),
+    ("a form of more than 64 KiB", post("Content-Length: 65537", body=b""), "413"),
     ("a form of more than 1 MiB", post("Content-Length: 1200000", body=b""), "413"),
 ]
 
