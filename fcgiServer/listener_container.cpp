@@ -48,6 +48,10 @@ int ListenerContainer::init(PluginLoader* loader) {
     return 0;
 }
 
+std::size_t ListenerContainer::count() const {
+    return listeners->size();
+}
+
 int ListenerContainer::onRequest(HttpRequest* request, HttpResponse* response) {
     for (HttpListener* listener : *listeners) {
         if (!listener->onRequest(request, response)) {

@@ -2,6 +2,7 @@
 #ifndef LISTENER_CONTAINER_H
 #define LISTENER_CONTAINER_H
 
+#include <cstddef>
 #include <list>
 #include <memory>
 
@@ -25,6 +26,9 @@ public:
     // or -1 (logged) at the first listener that cannot be created, or for a null loader; listeners
     // created before it stay registered. The loader is used only during the call.
     int init(PluginLoader* loader);
+
+    // Returns the number of listeners.
+    std::size_t count() const;
 
     // Passes the request to the listeners, in order. Returns 0 as soon as one stops it (logged), or
     // 1 if all let it through or there are none.

@@ -87,6 +87,11 @@ void ServletController::init() {
     status = rules::DeviceStatus::Idle;
 }
 
+bool ServletController::isComplete() const {
+    return pluginLoader->libraryHandle != nullptr &&
+           listenerContainer->count() == pluginLoader->listenerConfig->size();
+}
+
 int ServletController::destroy() {
     servletContainer->destory();
     listenerContainer->destory();

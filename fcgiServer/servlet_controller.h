@@ -43,6 +43,11 @@ public:
     // Makes the service ready: creates the listeners and sets the device status to "idle".
     void init();
 
+    // Returns whether the configuration could be read and init() created every listener in it.
+    // Listeners stop requests, for example of clients that have not signed in: do not serve without
+    // one of them.
+    bool isComplete() const;
+
     // Destroys servlets, listeners and sessions, in this order. Returns 0.
     int destroy();
 

@@ -174,6 +174,11 @@ int runDaemon(const Options& options) {
     SessionFactory::recordUses(true);
     SessionFactory::setMaxSessions(options.maxSessions);
     const auto server = std::make_unique<FCGIServer>();
+    if (!server->getController()->isComplete()) {
+        gate->close();
+        return fail(EX_CONFIG, "the plug-in configuration could not be read, or a listener in it "
+                               "could not be created; see the log");
+    }
     serve(options, *gate, *server);
     // A plug-in that hangs when it is destroyed, below, is ended by a second signal too.
     unblockStopSignals();

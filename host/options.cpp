@@ -37,6 +37,7 @@ const char kHelpText[] =
     "   69  the listen address is in use or unavailable\n"
     "   71  another system call failed\n"
     "   75  stopped by a signal before all requests in flight were finished\n"
+    "   78  the plug-in configuration could not be read, or a listener not be created\n"
     "  129, 130, 143  ended at once by a second SIGHUP, SIGINT, SIGTERM\n"
     "  255  the plug-in library could not be opened\n";
 

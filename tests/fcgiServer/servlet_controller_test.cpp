@@ -24,6 +24,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -622,6 +623,36 @@ TEST_F(Service, SendsTheCookieOfASessionOnlyWhenAPageMakesOne) {
     get("/servlet?p=status");
     EXPECT_EQ(output.find("JSESSIONID"), std::string::npos);
     EXPECT_EQ(controller().getSessionFactory()->sessionNum(), 1);
+}
+
+// Writes a plug-in configuration with these elements; returns its path.
+std::string configurationOf(const std::string& elements) {
+    const std::string path = SCRATCH_FOLDER "/incomplete.xml";
+    std::ofstream(path) << "<plugins path=\"" TEST_PLUGIN "\">" << elements << "</plugins>";
+    return path;
+}
+
+bool isCompleteWith(const std::string& configuration) {
+    ServletController controller(configuration.c_str());
+    controller.init();
+    return controller.isComplete();
+}
+
+TEST_F(Service, IsCompleteWithAllListeners) {
+    EXPECT_TRUE(controller().isComplete());
+    EXPECT_TRUE(isCompleteWith(configurationOf("")));
+    EXPECT_TRUE(isCompleteWith(configurationOf("<listener createfunction='createA'/>")));
+}
+
+TEST_F(Service, IsIncompleteWithoutAListener) {
+    EXPECT_FALSE(isCompleteWith(configurationOf("<listener createfunction='createA'/>"
+                                                "<listener createfunction='createMissing'/>")));
+    EXPECT_FALSE(isCompleteWith(configurationOf("<listener createfunction='createMissing'/>"
+                                                "<listener createfunction='createA'/>")));
+}
+
+TEST_F(Service, IsIncompleteWithoutAConfiguration) {
+    EXPECT_FALSE(isCompleteWith(SCRATCH_FOLDER "/missing.xml"));
 }
 
 using ServiceDeathTest = Service;
