@@ -226,3 +226,9 @@ int HttpRequestImpl::receiveUploadData(char* buffer, unsigned long size) {
 int HttpRequestImpl::receiveBlockData(char* buffer, unsigned long size) {
     return CGI_readblock(buffer, size, request->in);
 }
+
+const char* requestVariable(HttpRequest& request, const char* name) {
+    assert(name != nullptr);
+    auto* own = dynamic_cast<HttpRequestImpl*>(&request);
+    return own != nullptr ? own->variable(name) : nullptr;
+}

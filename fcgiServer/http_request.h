@@ -64,6 +64,8 @@ public:
     int doProcessData();
 
 private:
+    friend const char* requestVariable(HttpRequest& request, const char* name);
+
     static constexpr unsigned int kSessionIdSize = 64;
 
     char* variable(const char* name);

@@ -93,4 +93,10 @@ protected:
     ~HttpRequest() = default;
 };
 
+// Returns any variable of the request's CGI environment, such as HTTP_ORIGIN or HTTPS, or null if
+// it is absent; `name` must not be null. Also returns null for a request object that is not the
+// container's own. A function and not an operation of HttpRequest, whose table cannot grow; declare
+// it weak to run in older containers too, which lack it.
+const char* requestVariable(HttpRequest& request, const char* name);
+
 #endif

@@ -178,6 +178,7 @@ const Operation kOperations[] = {
     {"ReplaceStr(char*, char const*, char const*)", "_Z10ReplaceStrPcPKcS1_"},
     {"currentRequest()", "_Z14currentRequestv"},
     {"loopActivity()", "_Z12loopActivityv"},
+    {"requestVariable(HttpRequest&, char const*)", "_Z15requestVariableR11HttpRequestPKc"},
 };
 
 const char* const kRequest[] = {

@@ -475,4 +475,11 @@ TEST(RequestObject, HasAnEmptySessionIdAndNoListsWithoutAMethod) {
     request->~HttpRequestImpl();
 }
 
+TEST(RequestEnvironment, ReturnsAnyVariableByName) {
+    Request request({"HTTP_ORIGIN=http://phone", "HTTPS="});
+    EXPECT_STREQ(requestVariable(*request.operator->(), "HTTP_ORIGIN"), "http://phone");
+    EXPECT_STREQ(requestVariable(*request.operator->(), "HTTPS"), "");
+    EXPECT_EQ(requestVariable(*request.operator->(), "HTTP_ORIGI"), nullptr);
+}
+
 } // namespace
