@@ -96,14 +96,99 @@ TEST(AttemptLimit, CountsAnIPv6NetworkAsOneClient) {
 
 TEST(AttemptLimit, RemembersABoundedNumberOfAddresses) {
     AttemptLimit limit;
-    for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
-        limit.begin("the guesser");
-    }
+    const auto guess = [&] {
+        const long wait = limit.begin("the guesser");
+        return wait != 0;
+    };
     for (std::size_t i = 0; i < 4 * AttemptLimit::kMaxAddresses; ++i) {
-        limit.begin("address " + std::to_string(i));
+        advanceSeconds(2 * AttemptLimit::kSecondsInAll);
+        EXPECT_EQ(limit.begin("address " + std::to_string(i)), 0);
+        guess();
         EXPECT_LE(limit.size(), AttemptLimit::kMaxAddresses);
     }
-    EXPECT_NE(limit.begin("the guesser"), 0) << "an address that has to wait is not forgotten";
+    EXPECT_EQ(limit.size(), AttemptLimit::kMaxAddresses);
+    guess();
+    limit.begin("one more");
+    EXPECT_TRUE(guess()) << "an address that has to wait is not forgotten";
+}
+
+// The attack: one guess from each of many addresses.
+TEST(AttemptLimit, BrakesAllAddressesTogether) {
+    AttemptLimit limit;
+    int address = 0;
+    const auto guess = [&] { return limit.begin("192.0.2." + std::to_string(++address)); };
+    for (int i = 0; i < AttemptLimit::kFreeInAll; ++i) {
+        EXPECT_EQ(guess(), 0) << i;
+    }
+    int allowed = 0;
+    for (int i = 0; i < 300; ++i) {
+        EXPECT_LE(guess(), AttemptLimit::kSecondsInAll);
+        if (i % 3 == 0) {
+            advanceSeconds(1);
+        }
+        allowed += guess() == 0 ? 1 : 0;
+    }
+    EXPECT_EQ(allowed, 100 / AttemptLimit::kSecondsInAll);
+    advanceSeconds(AttemptLimit::kFreeInAll * AttemptLimit::kSecondsInAll);
+    for (int i = 0; i < AttemptLimit::kFreeInAll; ++i) {
+        EXPECT_EQ(guess(), 0) << "after a quiet time";
+    }
+}
+
+TEST(AttemptLimit, LetsAddressesThatAreKnownTryWhileOthersGuess) {
+    AttemptLimit limit;
+    EXPECT_EQ(limit.begin("192.0.2.1"), 0);
+    limit.succeeded("192.0.2.1");
+    for (int i = 0; i < 2 * AttemptLimit::kFreeInAll; ++i) {
+        limit.begin("198.51.100." + std::to_string(i));
+    }
+    EXPECT_NE(limit.begin("192.0.2.2"), 0);
+    for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
+        EXPECT_EQ(limit.begin("192.0.2.1"), 0);
+    }
+    EXPECT_EQ(limit.begin("192.0.2.1"), AttemptLimit::kFirstWait) << "it has its own limit";
+}
+
+TEST(AttemptLimit, RemembersTheLastRightPasswordsOnly) {
+    AttemptLimit limit;
+    for (std::size_t i = 0; i <= AttemptLimit::kMaxKnown; ++i) {
+        const std::string address = "192.0.2." + std::to_string(i);
+        EXPECT_EQ(limit.begin(address), 0);
+        limit.succeeded(address);
+        limit.succeeded(address);
+    }
+    for (int i = 0; i < 2 * AttemptLimit::kFreeInAll; ++i) {
+        limit.begin("198.51.100." + std::to_string(i));
+    }
+    EXPECT_NE(limit.begin("192.0.2.0"), 0);
+    EXPECT_EQ(limit.begin("192.0.2.1"), 0);
+}
+
+TEST(AttemptLimit, DoesNotCountRightPasswordsInAll) {
+    AttemptLimit limit;
+    for (int i = 0; i < 3 * AttemptLimit::kFreeInAll; ++i) {
+        const std::string address = "192.0.2." + std::to_string(i);
+        EXPECT_EQ(limit.begin(address), 0) << i;
+        limit.succeeded(address);
+    }
+}
+
+TEST(AttemptLimit, TakesAttemptsBackThatCouldNotBeChecked) {
+    AttemptLimit limit;
+    for (int i = 0; i < 3 * AttemptLimit::kFreeInAll; ++i) {
+        EXPECT_EQ(limit.begin("192.0.2.1"), 0) << i;
+        limit.withdraw("192.0.2.1");
+    }
+    limit.withdraw("192.0.2.99");
+    for (int i = 0; i < AttemptLimit::kFreeAttempts; ++i) {
+        EXPECT_EQ(limit.begin("192.0.2.1"), 0);
+    }
+    EXPECT_EQ(limit.begin("192.0.2.1"), AttemptLimit::kFirstWait);
+    advanceSeconds(AttemptLimit::kFirstWait);
+    EXPECT_EQ(limit.begin("192.0.2.1"), 0);
+    limit.withdraw("192.0.2.1");
+    EXPECT_EQ(limit.begin("192.0.2.1"), 0);
+    EXPECT_EQ(limit.begin("192.0.2.1"), 2 * AttemptLimit::kFirstWait);
 }
 
 TEST(AttemptLimit, CountsParallelAttempts) {
