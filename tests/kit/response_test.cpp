@@ -29,8 +29,24 @@ TEST(KitResponse, HasSafeDefaultHeaders) {
     EXPECT_EQ(response.header("Content-Type"), "text/plain; charset=utf-8");
     EXPECT_EQ(response.header("Cache-Control"), "no-store");
     EXPECT_EQ(response.header("X-Content-Type-Options"), "nosniff");
-    EXPECT_EQ(response.header("Referrer-Policy"), "no-referrer");
+    EXPECT_EQ(response.header("Referrer-Policy"), "same-origin");
     EXPECT_EQ(response.header("Content-Security-Policy"), kPolicy);
+    EXPECT_FALSE(response.header("Strict-Transport-Security")) << "it means nothing over HTTP";
+}
+
+TEST(KitResponse, KeepsBrowsersOnHttps) {
+    for (const char* https : {"on", "1"}) {
+        const Response response = answerTo(get("/servlet?p=x").variable("HTTPS", https),
+                                           [](kit::Request& request, kit::Response& out) {
+                                               EXPECT_TRUE(request.isHttps());
+                                               EXPECT_TRUE(out.cookie({"a", "b"}));
+                                               out.text("hello");
+                                           });
+        EXPECT_EQ(response.header("Strict-Transport-Security"), "max-age=31536000") << https;
+        EXPECT_TRUE(response.cookie("a")->attribute("Secure")) << https;
+    }
+    answerTo(get("/servlet?p=x").variable("HTTPS", "off"),
+             [](kit::Request& request, kit::Response&) { EXPECT_FALSE(request.isHttps()); });
 }
 
 TEST(KitResponse, SetsTheContentType) {
@@ -246,6 +262,23 @@ TEST(KitResponse, SendsTheErrorPageInsteadOfATemplate) {
     EXPECT_EQ(response.status, 500);
     EXPECT_EQ(response.body, "The page failed; the device's log says why.\n");
     EXPECT_EQ(response.header("Content-Type"), "text/plain; charset=utf-8");
+}
+
+TEST(KitResponse, FailsIfATemplateCannotBeOpened) {
+    recorded_log::clear();
+    const Request request = get("/servlet?p=x").variable("DOCUMENT_ROOT", KIT_TEST_DOCUMENT_ROOT);
+    const Response response = answerTo(request, [](kit::Request&, kit::Response& out) {
+        out.show("page.html", kit::Variables().set("name", "earlier"));
+        out.show("none.html", kit::Variables().set("name", "x"));
+    });
+    EXPECT_EQ(response.status, 500);
+    EXPECT_EQ(response.body, "The page failed; the device's log says why.\n");
+    const auto records = recorded_log::records();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0], recorded_log::webDebug(
+                              "error", "Page x: cannot open the template " KIT_TEST_DOCUMENT_ROOT
+                                       "/WEB-INFO/templates/none.html: No such file or "
+                                       "directory"));
 }
 
 TEST(KitResponse, ShowsTheLastOfTwoTemplates) {

@@ -10,8 +10,14 @@
 #include <initializer_list>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
+
+// Weak, since older containers lack it, and so do hosts that contain the container but do not
+// export it. NOLINTNEXTLINE(readability-redundant-declaration)
+extern const char* requestVariable(HttpRequest& request, const char* name) __attribute__((weak));
 
 namespace kit {
 
@@ -58,8 +64,23 @@ public:
     // Returns whether the checkbox `name` was ticked; browsers do not send the others.
     bool isChecked(const char* name) { return parameter(name).has_value(); }
 
+    // Returns a variable of the request's CGI environment, such as HTTP_ORIGIN, or nothing if it is
+    // absent, or if the container is older than this function.
+    std::optional<std::string_view> variable(const char* name) {
+        return view(requestVariable ? requestVariable(m_raw, name) : nullptr);
+    }
+
+    // Returns whether the browser uses HTTPS, as far as the front server says so.
+    bool isHttps() {
+        const auto https = variable("HTTPS");
+        return https == "on" || https == "1";
+    }
+
     // Returns the value of the first cookie of this name, or nothing.
     std::optional<std::string_view> cookie(const char* name) {
+        if (m_newCookie && m_newCookie->first == name) {
+            return m_newCookie->second;
+        }
         if (!m_cookies) {
             m_cookies.reset(CGI_get_cookie(nullptr, m_raw.getCookie()));
         }
@@ -81,6 +102,8 @@ public:
     HttpSession* session() { return m_raw.getSession(false); }
 
 private:
+    friend class SignIns;
+
     struct FreeList {
         void operator()(CGI_varlist* list) const { CGI_free_varlist(list); }
     };
@@ -91,6 +114,9 @@ private:
 
     HttpRequest& m_raw;
     std::unique_ptr<CGI_varlist, FreeList> m_cookies;
+    // The name and value of a cookie that this request's response sets: cookie() finds it already,
+    // as session() finds a session that was created during the request.
+    std::optional<std::pair<std::string, std::string>> m_newCookie;
 };
 
 } // namespace kit

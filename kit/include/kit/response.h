@@ -3,12 +3,16 @@
 #define KIT_RESPONSE_H
 
 #include "HttpResponse.h"
+#include "base/descriptor.h"
 #include "kit/cookie.h"
 #include "kit/request.h"
 #include "kit/variables.h"
 #include "web_debug.h"
 
 #include <cassert>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
 #include <string>
 #include <string_view>
 
@@ -17,7 +21,7 @@ namespace kit {
 // The response that a page or a listener writes. Every response has these headers unless header()
 // sets others before the body: a content type, no caching, a content security policy that allows
 // only the device's own scripts (against XSS) and no framing (against clickjacking), no MIME
-// sniffing, and no Referer for other sites.
+// sniffing, no Referer for other sites, and over HTTPS no return to HTTP for a year (HSTS).
 //   Order    set status, headers and cookie first: after the first byte of the body has been sent,
 //            setting them has no effect.
 //   Errors   header(), cookie(), seeOther() and download() return false if they refuse an argument;
@@ -52,10 +56,13 @@ public:
         return true;
     }
 
-    // Sets a cookie. Refuses one with characters that setCookieText() does not allow, and a second
-    // one: a response has room for one, and the cookie of a new session is one.
+    // Sets a cookie, which is Secure over HTTPS in any case. Refuses one with characters that
+    // setCookieText() does not allow, and a second one: a response has room for one, and the cookie
+    // of a new session is one.
     bool cookie(const Cookie& cookie) {
-        const auto text = setCookieText(cookie);
+        Cookie safe = cookie;
+        safe.secure = cookie.secure || m_request.isHttps();
+        const auto text = setCookieText(safe);
         if (!text || m_raw.containsHeader("Set-Cookie")) {
             WebDebug::getInstance()->error(
                 "Page %s: refused cookie %s (bad character, or the second cookie)",
@@ -85,13 +92,21 @@ public:
     }
 
     // Answers with the template file `name` of the folder WEB-INFO/templates below the document
-    // root. It is rendered when the page returns; the last call counts. A template that is missing
-    // or wrong results in an empty page and a line on standard error.
+    // root. It is rendered when the page returns; the last call counts. Answers with status 500
+    // (logged) if the file cannot be opened. A template that is wrong results in an empty page and
+    // a line on standard error.
     void show(const std::string& name, Variables variables) {
-        setDefaults("text/html; charset=utf-8");
         const auto root = m_request.raw().getDocumentRoot();
         const std::string path =
             std::string(root ? root : "/phone/www") + "/WEB-INFO/templates/" + name;
+        if (!base::Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC))) {
+            WebDebug::getInstance()->error("Page %s: cannot open the template %s: %s",
+                                           m_request.page().data(), path.c_str(),
+                                           std::strerror(errno));
+            fail();
+            return;
+        }
+        setDefaults("text/html; charset=utf-8");
         TMPL_free_varlist(m_raw.getMainVarList()); // of an earlier call
         m_raw.setTemplate(path.c_str(), variables.release());
     }
@@ -165,8 +180,12 @@ private:
         setDefault("Content-Type", contentType);
         setDefault("Cache-Control", "no-store");
         setDefault("X-Content-Type-Options", "nosniff");
-        // A page's URL may contain private data.
-        setDefault("Referrer-Policy", "no-referrer");
+        // A page's URL may contain private data. Without any Referer, browsers would send the forms
+        // of the device's own pages with "Origin: null".
+        setDefault("Referrer-Policy", "same-origin");
+        if (m_request.isHttps()) {
+            setDefault("Strict-Transport-Security", "max-age=31536000");
+        }
         setDefault("Content-Security-Policy",
                    "default-src 'self'; base-uri 'none'; form-action 'self'; "
                    "frame-ancestors 'none'; object-src 'none'");

@@ -28,7 +28,7 @@ class VisitsPage final : public kit::Page {
             return;
         }
         // Replaced below, unless memory runs out before.
-        response.show("another.html",
+        response.show("other.html",
                       kit::Variables().set("name", "a value for the template that is not shown"));
         HttpSession* session = request.raw().getSession(true);
         const int count = ++visits.findOrCreate(*session)->count;
