@@ -48,7 +48,7 @@ KINDS = {"page": (PAGE, None, FORM_TYPE),
          "upload of 100 KiB": ("p=upload", upload_of(100 * 1024 * b"x"), UPLOAD_TYPE)}
 PHONE_PAGES = ("status", "status-data", "phone", "accounts", "network", "audio", "security",
                "contacts", "settings-config", "settings-upgrade", "settings-autop")
-SIGN_IN = b"user=admin&password=admin"
+SIGN_IN = "user=admin&password=admin&token="
 # The stack pointer is the last but one field of /proc/PID/task/TID/syscall; see proc(5).
 STACK_POINTER = re.compile(r"(0x[0-9a-f]+) 0x[0-9a-f]+$")
 MAPPING = re.compile(r"^([0-9a-f]+)-([0-9a-f]+) .*?^Rss:\s+(\d+) kB", re.M | re.S)
@@ -115,6 +115,10 @@ def stack_peak(pid):
     return max(peaks)
 
 
+def cookies_of(response):
+    return "; ".join(re.findall(r"^Set-Cookie: (\S+?);? ", response, re.M | re.I))
+
+
 class Footprint:
     def __init__(self, builds, folder):
         self.builds = builds
@@ -177,8 +181,10 @@ class Footprint:
         """Returns the stack after a sign-in, which hashes a password, and all pages."""
         host = self.builds / "bench/host/fcgi_host"
         with Backend(Program("phone", [host, "--threads=1"]), self.fresh()) as backend:
-            response = backend.send("p=login&q=login", body=SIGN_IN)
-            cookie = re.search(r"^Set-Cookie: (\S+?);? ", response, re.M).group(1)
+            form = cookies_of(backend.send("p=login&q=loginForm"))
+            token = form.partition("=")[2]
+            cookie = cookies_of(backend.send("p=login&q=login", cookie=form,
+                                             body=(SIGN_IN + token).encode()))
             for page in PHONE_PAGES:
                 assert "Status: " not in backend.send(f"p={page}", cookie=cookie), page
             return stack_peak(backend.process.pid)

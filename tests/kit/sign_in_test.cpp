@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+#include <string>
+
 using namespace kit::testing;
 using kit::testing::test_clock::advanceSeconds;
 
@@ -35,6 +38,10 @@ private:
         } else if (action == "out") {
             signIns.end(request);
             advanceSeconds(request.number<int>("takes", 0, 60).valueOr(0));
+        } else if (action == "form") {
+            response.text(signIns.formToken(request, response));
+        } else if (action == "sent") {
+            response.text(signIns.isFromForm(request) ? "own form" : "foreign");
         } else if (action == "others") {
             signIns.endOthers(request);
         } else if (const auto signIn = signIns.find(request)) {
@@ -45,10 +52,17 @@ private:
         }
     }
 
+    static bool isRight(kit::Request& request) {
+        if (request.parameter("password") == "no memory") {
+            throw std::bad_alloc();
+        }
+        return request.parameter("password") == "right";
+    }
+
     void enter(kit::Request& request, kit::Response& response) {
         if (const long wait = signIns.secondsToWait(request)) {
             response.status(429).text(std::to_string(wait));
-        } else if (request.parameter("password") != "right") {
+        } else if (!signIns.check(request, [&] { return isRight(request); })) {
             response.status(403).text("wrong");
         } else if (signIns.start(request, response, "ann")) {
             response.seeOther("/servlet?p=door");
@@ -77,6 +91,104 @@ TEST(SignIns, HideTheSessionsCookieFromScriptsAndOtherSites) {
     EXPECT_TRUE(cookie->attribute("HttpOnly"));
     EXPECT_EQ(cookie->attribute("SameSite"), "Lax");
     EXPECT_EQ(cookie->attribute("Path"), "/");
+}
+
+TEST(SignIns, HideTheKeyFromScriptsAndEveryRequestOfOtherSites) {
+    Door door;
+    const auto key = door.signIn("right").cookie("signIn");
+    ASSERT_TRUE(key);
+    EXPECT_EQ(key->value.size(), 32u);
+    EXPECT_EQ(key->value.find_first_not_of("0123456789abcdef"), std::string::npos);
+    EXPECT_TRUE(key->attribute("HttpOnly"));
+    EXPECT_EQ(key->attribute("SameSite"), "Strict");
+    EXPECT_EQ(key->attribute("Path"), "/");
+    EXPECT_FALSE(key->attribute("Secure")) << "it would not be sent over HTTP";
+    EXPECT_NE(door.signIn("right").cookie("signIn")->value, key->value);
+}
+
+TEST(SignIns, SetSecureCookiesOverHttps) {
+    Door door;
+    for (const char* name : {"JSESSIONID", "signIn"}) {
+        const auto cookie = door.served.browser
+                                .send(post("/servlet?p=door&q=in")
+                                          .variable("HTTPS", "on")
+                                          .form({{"password", "right"}}))
+                                .cookie(name);
+        ASSERT_TRUE(cookie) << name;
+        EXPECT_TRUE(cookie->attribute("Secure")) << name;
+    }
+}
+
+// The attack: the container makes session ids of addresses and a clock, so another client behind
+// the same address can guess them.
+TEST(SignIns, CannotBeTakenOverWithAGuessedSessionId) {
+    Door door;
+    const std::string key = door.signIn("right").cookie("signIn")->value;
+    const std::string id = *door.served.browser.cookie("JSESSIONID");
+    const Request guess = get("/servlet?p=door").cookie("JSESSIONID", id);
+    EXPECT_EQ(door.served.runner.serve(guess).body, "not signed in");
+    for (const std::string& wrong :
+         {std::string(), std::string(32, '0'), key.substr(1), key + "0", id}) {
+        EXPECT_EQ(door.served.runner.serve(guess.cookie("signIn", wrong)).body, "not signed in")
+            << wrong;
+    }
+    EXPECT_EQ(door.served.runner.serve(guess.cookie("signIn", key)).body, "ann");
+}
+
+TEST(SignIns, CannotBeEndedWithAGuessedSessionId) {
+    Door door;
+    door.signIn("right");
+    door.served.runner.serve(post("/servlet?p=door&q=out")
+                                 .cookie("JSESSIONID", *door.served.browser.cookie("JSESSIONID")));
+    advanceSeconds(6);
+    EXPECT_EQ(door.look(), "ann");
+}
+
+TEST(SignIns, AreOverForTheRequestThatEndsThem) {
+    Door door;
+    const Response response =
+        answerTo(post("/servlet?p=x"), [&](kit::Request& request, kit::Response& out) {
+            EXPECT_TRUE(door.signIns.start(request, out, "ann"));
+            EXPECT_TRUE(door.signIns.find(request)) << "before its cookies come back";
+            door.signIns.end(request);
+            EXPECT_FALSE(door.signIns.find(request));
+        });
+    EXPECT_EQ(response.cookies().size(), 2u);
+}
+
+TEST(SignInForm, IsToldFromThoseOfOtherSites) {
+    Door door;
+    Browser& browser = door.served.browser;
+    const Response form = browser.send(get("/servlet?p=door&q=form"));
+    const auto cookie = form.cookie("signInForm");
+    ASSERT_TRUE(cookie);
+    EXPECT_EQ(cookie->value, form.body);
+    EXPECT_TRUE(cookie->attribute("HttpOnly"));
+    EXPECT_EQ(cookie->attribute("SameSite"), "Strict");
+
+    const Request sent = post("/servlet?p=door&q=sent");
+    EXPECT_EQ(browser.send(sent.form({{"token", form.body}})).body, "own form");
+    EXPECT_EQ(browser.send(get("/servlet?p=door&q=sent&token=" + form.body)).body, "foreign");
+    EXPECT_EQ(browser.send(sent).body, "foreign");
+    for (const std::string& wrong : {std::string(), std::string(32, '0'), form.body + "0"}) {
+        EXPECT_EQ(browser.send(sent.form({{"token", wrong}})).body, "foreign") << wrong;
+    }
+    Browser other(door.served.runner);
+    EXPECT_EQ(other.send(sent.form({{"token", form.body}})).body, "foreign");
+    EXPECT_EQ(other.send(sent.form({{"token", ""}})).body, "foreign");
+}
+
+TEST(SignInForm, KeepsItsTokenInEveryWindowOfABrowser) {
+    Door door;
+    Browser& browser = door.served.browser;
+    const std::string first = browser.send(get("/servlet?p=door&q=form")).body;
+    const Response second = browser.send(get("/servlet?p=door&q=form"));
+    EXPECT_EQ(second.body, first);
+    EXPECT_TRUE(second.cookies().empty());
+    const Response repaired = door.served.runner.serve(
+        get("/servlet?p=door&q=form").cookie("signInForm", "what a browser should not have"));
+    EXPECT_EQ(repaired.body.size(), 32u);
+    EXPECT_TRUE(repaired.cookie("signInForm"));
 }
 
 TEST(SignIns, CreateANewSessionAgainstSessionFixation) {
@@ -184,6 +296,17 @@ TEST(SignIns, LimitTheRateOfPasswordAttempts) {
     EXPECT_EQ(door.signIn("right").status, 303);
     EXPECT_EQ(door.signIn("right").status, 303)
         << "after a success the address has its free attempts again";
+}
+
+TEST(SignIns, DoNotCountAttemptsThatCouldNotBeChecked) {
+    Door door;
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(door.signIn("no memory").status, 500);
+    }
+    for (int i = 0; i < kit::AttemptLimit::kFreeAttempts; ++i) {
+        EXPECT_EQ(door.signIn("wrong").status, 403);
+    }
+    EXPECT_EQ(door.signIn("right").status, 429);
 }
 
 TEST(Secrets, AreEqualOnlyIfAllCharactersAre) {

@@ -153,7 +153,10 @@ class Phone:
         return int(status), body
 
     def sign_in(self):
-        return self.get("/servlet?p=login&q=login", "--data", "user=admin&password=admin")
+        _, form = self.get("/servlet?p=login&q=loginForm")
+        token = re.search(r'name="token" value="(\w+)"', form)[1]
+        return self.get("/servlet?p=login&q=login",
+                        "--data", f"user=admin&password=admin&token={token}")
 
 
 @contextlib.contextmanager

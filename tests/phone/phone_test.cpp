@@ -10,11 +10,19 @@ Answer Visitor::send(const Request& request) {
 }
 
 Answer Visitor::signIn(const std::string& password, const std::string& user) {
-    Answer answer = submitWithoutToken("login&q=login", {{"user", user}, {"password", password}});
+    Answer answer = submitSignIn({{"user", user}, {"password", password}});
     if (answer.status == 303) {
         m_token = page("status").field("token").value_or("");
     }
     return answer;
+}
+
+Answer Visitor::submitSignIn(Fields fields, const std::string& more) {
+    if (!cookie("signInForm")) {
+        page("login&q=loginForm");
+    }
+    fields.emplace_back("token", cookie("signInForm").value_or(""));
+    return submitWithoutToken("login&q=login" + more, fields);
 }
 
 Answer Visitor::submit(const std::string& query, Fields fields) {

@@ -50,6 +50,9 @@ public:
     // Stores the token if signing in succeeded.
     Answer signIn(const std::string& password = kPassword, const std::string& user = "admin");
 
+    // Sends the form for signing in with its token; `more` is added to the address.
+    Answer submitSignIn(Fields fields, const std::string& more = "");
+
     // Requests /servlet?p=QUERY; the query may contain more than the page's id.
     Answer page(const std::string& query) { return send(get("/servlet?p=" + query)); }
     // Sends a form with the token, as the page does.

@@ -36,8 +36,7 @@ TEST_F(SignInPage, RedirectsToThePageThatWasRequested) {
         EXPECT_EQ(refused.body, "") << id;
         const Answer form = ann.send(get(refused.location()));
         EXPECT_EQ(form.field("jumpto"), id);
-        const Answer answer = ann.submitWithoutToken(
-            "login&q=login",
+        const Answer answer = ann.submitSignIn(
             {{"user", "admin"}, {"password", kPassword}, {"jumpto", *form.field("jumpto")}});
         EXPECT_EQ(answer.location(), std::string("/servlet?p=") + id);
         EXPECT_EQ(ann.page(id).status, 200) << id;
@@ -49,13 +48,11 @@ TEST_F(SignInPage, RedirectsToPagesOfThePhoneOnly) {
         Visitor ann(*container);
         const std::string jump = std::string("&jumpto=") + target;
         EXPECT_FALSE(ann.page("login&q=loginForm" + jump).field("jumpto")) << target;
-        const Answer answer = ann.submitWithoutToken("login&q=login" + jump,
-                                                     {{"user", "admin"}, {"password", kPassword}});
+        const Answer answer = ann.submitSignIn({{"user", "admin"}, {"password", kPassword}}, jump);
         EXPECT_EQ(answer.location(), "/servlet?p=status") << target;
     }
     Visitor ann(*container);
-    const Answer outside = ann.submitWithoutToken(
-        "login&q=login",
+    const Answer outside = ann.submitSignIn(
         {{"user", "admin"}, {"password", kPassword}, {"jumpto", "//example.com/"}});
     EXPECT_EQ(outside.status, 404);
     EXPECT_EQ(ann.page("status").status, 303);
@@ -70,11 +67,12 @@ TEST_F(SignInPage, RejectsAWrongNameOrPasswordWithTheSameAnswer) {
     int number = 1;
     for (const Fields& attempt : attempts) {
         Visitor ann(*container, "192.0.2." + std::to_string(number++));
-        const Answer answer = ann.submitWithoutToken("login&q=login", attempt);
+        const Answer answer = ann.submitSignIn(attempt);
         EXPECT_EQ(answer.status, 403);
         EXPECT_EQ(answer.alert(), "Wrong user name or password.");
         EXPECT_EQ(answer.field("password"), "");
         EXPECT_FALSE(answer.cookie("JSESSIONID"));
+        EXPECT_FALSE(answer.cookie("signIn"));
         EXPECT_EQ(ann.page("status").status, 303);
     }
 }
@@ -133,6 +131,36 @@ TEST_F(SignInPage, SetsAnHttpOnlySameSiteCookie) {
     EXPECT_EQ(cookie->attribute("SameSite"), "Lax");
     EXPECT_EQ(cookie->attribute("Path"), "/");
     EXPECT_FALSE(cookie->attribute("Max-Age")) << "a session cookie";
+}
+
+// The attack: a page of another site sends wrong passwords, so that the visitor's own address has
+// to wait.
+TEST_F(SignInPage, CountsOnlyAttemptsFromItsOwnForm) {
+    Visitor ann(*container);
+    for (int i = 0; i < 20; ++i) {
+        const Answer foreign = ann.submitWithoutToken(
+            "login&q=login", {{"user", "admin"}, {"password", "wrong"}, {"token", "0"}});
+        EXPECT_EQ(foreign.status, 403);
+        EXPECT_EQ(foreign.alert(), "This form is out of date. Please try again.");
+        EXPECT_EQ(foreign.field("token"), ann.cookie("signInForm"));
+    }
+    EXPECT_EQ(ann.submitWithoutToken("login&q=login", {{"user", "admin"}, {"password", kPassword}})
+                  .status,
+              403)
+        << "nor does the right password sign in";
+    EXPECT_EQ(ann.signIn().status, 303);
+}
+
+TEST_F(SignInPage, BelongsToTheBrowserThatSignedIn) {
+    Visitor ann(*container);
+    ann.signIn();
+    Visitor thief(*container);
+    const Request guess =
+        get("/servlet?p=security").cookie("JSESSIONID", *ann.cookie("JSESSIONID"));
+    EXPECT_EQ(thief.send(guess).status, 303);
+    EXPECT_EQ(thief.send(guess.cookie("signIn", std::string(32, '0'))).status, 303);
+    thief.send(post("/servlet?p=login&q=logout").cookie("JSESSIONID", *ann.cookie("JSESSIONID")));
+    EXPECT_EQ(ann.page("status").status, 200);
 }
 
 TEST_F(SignInPage, RedirectsSignedInUsers) {

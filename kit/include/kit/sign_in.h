@@ -11,6 +11,7 @@
 #include <ctime>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -26,12 +27,16 @@ struct SignIn {
     std::time_t since;   // the time of signing in
 };
 
-// Records who is signed in: at most one sign-in for each session. The plug-in itself checks the
-// password:
+// Records who is signed in: at most one sign-in for each session. The ids of the container's
+// sessions can be guessed, so each sign-in also has a key, 128 random bits in a second cookie,
+// without which a request is not signed in. The form for signing in contains formToken() as the
+// hidden field "token". The plug-in itself checks the password:
 //
-//     if (const long wait = signIns.secondsToWait(request)) { … "wait `wait` seconds" … }
-//     else if (!isRight(user, password))                    { … "wrong password" … }
-//     else if (!signIns.start(request, response, user))     { … "not possible right now" … }
+//     const auto isRight = [&] { return hashOf(password) == …; };
+//     if (!signIns.isFromForm(request))                          { … show the form again … }
+//     else if (const long wait = signIns.secondsToWait(request)) { … "wait `wait` seconds" … }
+//     else if (!signIns.check(request, isRight))                 { … "wrong password" … }
+//     else if (!signIns.start(request, response, user))          { … "not possible right now" … }
 //     else response.seeOther("/servlet?p=status");
 //
 //   Lifetime  make it static, or a member of a page or of a static object, so that it lives as long
@@ -39,20 +44,60 @@ struct SignIn {
 //   Threads   any, at any time.
 class SignIns {
 public:
-    // `attribute` is the name of the session attribute that points to the SignIn.
-    explicit SignIns(std::string attribute = "signIn") : m_signIns(std::move(attribute)) {}
+    // `name` is the name of the session attribute that points to the sign-in, and of the cookie
+    // with its key: a token, like the name of a header.
+    explicit SignIns(std::string name = "signIn")
+        : m_keyCookie(name), m_formCookie(name + "Form"), m_signIns(std::move(name)) {}
+
+    // Returns the token for the form that signs in, which prevents other sites from sending it.
+    // Sets it as a cookie unless the browser has one; call it before the first byte of the body.
+    // Empty, so that isFromForm() will return false, if the system has no random bytes.
+    std::string formToken(Request& request, Response& response) const {
+        const std::string_view known = request.cookie(m_formCookie.c_str()).value_or("");
+        std::string token = isToken(known) ? std::string(known) : randomToken();
+        if (token != known) {
+            Cookie cookie{m_formCookie, token};
+            cookie.sameSite = Cookie::SameSite::Strict;
+            response.cookie(cookie);
+        }
+        return token;
+    }
+
+    // Returns whether the request is a POST with the token that formToken() gave this browser as
+    // the parameter "token". Call it before secondsToWait(): what other sites send must not count
+    // as failed attempts of the user's address.
+    bool isFromForm(Request& request) const {
+        const std::string_view known = request.cookie(m_formCookie.c_str()).value_or("");
+        return request.isPost() && isToken(known) &&
+               equalSecrets(request.parameter("token").value_or(""), known);
+    }
 
     // Returns 0 if the client's address may try a password now, or the seconds that it has to wait
     // (rate limiting, see AttemptLimit). Call before checking a password. An attempt that is
     // allowed counts as failed until start() or attemptSucceeded() is called.
     long secondsToWait(Request& request) { return m_attempts.begin(addressOf(request)); }
 
-    // Signs `user` in, in a new session with a new id, which prevents session fixation. Its cookie
-    // is HttpOnly and SameSite=Lax. Call before the first byte of the body. Returns false if no
-    // session or no token could be created.
+    // Returns what `isRight()` returns, which checks the password after secondsToWait() returned 0.
+    // If it throws, for example without memory, the attempt does not count, and the exception is
+    // passed on.
+    template <typename IsRight>
+    bool check(Request& request, IsRight isRight) {
+        try {
+            return isRight();
+        } catch (...) {
+            m_attempts.withdraw(addressOf(request));
+            throw;
+        }
+    }
+
+    // Signs `user` in, in a new session with a new id, which prevents session fixation. Both
+    // cookies are HttpOnly, and Secure over HTTPS; that of the session is SameSite=Lax, the key's
+    // SameSite=Strict. Call before the first byte of the body. Returns false if no session, token
+    // or key could be created.
     bool start(Request& request, Response& response, std::string user) {
         std::string token = randomToken();
-        if (token.empty()) {
+        std::string key = randomToken();
+        if (token.empty() || key.empty()) {
             return false;
         }
         if (HttpSession* former = request.session()) {
@@ -63,13 +108,12 @@ public:
         if (!session) {
             return false;
         }
-        const auto cookie = setCookieText({"JSESSIONID", session->getId()});
-        if (cookie) {
-            response.raw().setHeader("Set-Cookie", cookie->c_str());
-        }
+        setCookies(request, response, session->getId(), key);
+        request.m_newCookie.emplace(m_keyCookie, key);
         m_signIns.put(*session,
-                      std::make_shared<SignIn>(SignIn{std::move(user), std::move(token),
-                                                      addressOf(request), std::time(nullptr)}));
+                      std::make_shared<Entry>(Entry{{std::move(user), std::move(token),
+                                                     addressOf(request), std::time(nullptr)},
+                                                    std::move(key)}));
         attemptSucceeded(request);
         return true;
     }
@@ -78,24 +122,32 @@ public:
     // the attempt no longer counts as failed, and the address has its free attempts again.
     void attemptSucceeded(Request& request) { m_attempts.succeeded(addressOf(request)); }
 
-    // Returns the sign-in of the request's session, or null if the client is not signed in.
+    // Returns the sign-in of the request's session, or null if the client is not signed in: if the
+    // session has none, or if the request does not contain its key.
     std::shared_ptr<const SignIn> find(Request& request) const {
         HttpSession* session = request.session();
-        return session ? m_signIns.find(*session) : nullptr;
+        const auto entry = session ? m_signIns.find(*session) : nullptr;
+        const bool isOwn =
+            entry && equalSecrets(request.cookie(m_keyCookie.c_str()).value_or(""), entry->key);
+        return isOwn ? signInOf(entry) : nullptr;
     }
 
     // Returns all sign-ins, in no particular order, including those of expired sessions that are
     // not freed yet.
     std::vector<std::shared_ptr<const SignIn>> all() const {
-        const auto signIns = m_signIns.all();
-        return {signIns.begin(), signIns.end()};
+        std::vector<std::shared_ptr<const SignIn>> signIns;
+        for (const auto& entry : m_signIns.all()) {
+            signIns.push_back(signInOf(entry));
+        }
+        return signIns;
     }
 
-    // Signs the request's session out and lets it expire within a few seconds. Does not invalidate
-    // the session, because some hosts could then free it at shut-down only; see
-    // HttpSession::invalidate().
+    // Signs the request's user out and lets the session expire within a few seconds. Does nothing
+    // for a client that is not signed in. Does not invalidate the session, because some hosts
+    // could then free it at shut-down only; see HttpSession::invalidate().
     void end(Request& request) {
-        if (HttpSession* session = request.session()) {
+        if (find(request)) {
+            HttpSession* session = request.session();
             m_signIns.erase(*session);
             session->setMaxInactiveInterval(kSecondsToLive);
         }
@@ -104,7 +156,7 @@ public:
     // Signs out all sessions but that of the request, for example after a change of the password.
     void endOthers(Request& request) {
         const auto own = find(request);
-        m_signIns.eraseIf([&](const SignIn& signIn) { return &signIn != own.get(); });
+        m_signIns.eraseIf([&](const Entry& entry) { return &entry.signIn != own.get(); });
     }
 
     // Returns whether the request may change something as the user of `signIn`: it is a POST and
@@ -120,9 +172,39 @@ private:
     // own request, so this is longer than requests take.
     static constexpr int kSecondsToLive = 5;
 
+    struct Entry {
+        SignIn signIn;
+        std::string key;
+    };
+
+    // Shares the ownership of the entry.
+    static std::shared_ptr<const SignIn> signInOf(const std::shared_ptr<Entry>& entry) {
+        return {entry, &entry->signIn};
+    }
+
+    // Returns whether `text` has the form of randomToken()'s results.
+    static bool isToken(std::string_view text) {
+        return text.size() == 32 &&
+               text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+    }
+
     static std::string addressOf(Request& request) { return std::string(request.remoteAddress()); }
 
-    SessionData<SignIn> m_signIns;
+    void setCookies(Request& request, Response& response, const std::string& id,
+                    const std::string& key) const {
+        Cookie session{"JSESSIONID", id};
+        Cookie keyCookie{m_keyCookie, key};
+        keyCookie.sameSite = Cookie::SameSite::Strict;
+        session.secure = keyCookie.secure = request.isHttps();
+        // The container keeps one value for each spelling of a header's name, and the letter case
+        // of the name means nothing to front servers and browsers (RFC 9110, section 5.1).
+        response.raw().setHeader("Set-Cookie", setCookieText(session).value_or("").c_str());
+        response.raw().setHeader("set-cookie", setCookieText(keyCookie).value_or("").c_str());
+    }
+
+    const std::string m_keyCookie;
+    const std::string m_formCookie;
+    SessionData<Entry> m_signIns;
     AttemptLimit m_attempts;
 };
 

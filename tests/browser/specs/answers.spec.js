@@ -1,7 +1,7 @@
 // Every error message and every result of a form, in each language and without script.
 import { kLanguages, textIn } from '../support/languages.js';
 import { errorOf, expectSignedOut, field, file, fill, fillSignIn, formOf, image, kAdmin, open,
-    resultMessage, signIn } from '../support/phone.js';
+    postSignIn, resultMessage, signIn } from '../support/phone.js';
 import { expect, startWithNewPhone, test as base } from '../support/test.js';
 
 const test = base.extend({
@@ -234,7 +234,7 @@ for (const language of kLanguages) {
             await expectSignedOut(page);
             await check(page);
 
-            const guess = () => page.request.post('/servlet?p=login&q=login', { form: wrong });
+            const guess = () => postSignIn(page.request, wrong);
             while ((await guess()).status() !== 429) {
                 // Keeps guessing; each wait is twice as long as the previous one.
             }

@@ -1,7 +1,7 @@
 // Text with a meaning in HTML, URLs, CSV or templates is always shown literally.
 import { text } from '../support/languages.js';
-import { expectValues, field, file, fill, formOf, get, image, open, resultMessage, signInTo }
-    from '../support/phone.js';
+import { expectValues, field, file, fill, formOf, get, image, kAdmin, open, postSignIn,
+    resultMessage, signInTo } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
@@ -84,8 +84,8 @@ for (const [query, names, shown] of [
 }
 
 test('a forged page to open after signing in', async ({ page }) => {
-    const answer = await page.request.post('/servlet?p=login&q=login', {
-        form: { user: 'admin', password: 'admin', jumpto: kHostile }, maxRedirects: 0 });
+    const answer = await postSignIn(
+        page.request, { ...kAdmin, jumpto: kHostile }, { maxRedirects: 0 });
     expect(answer.headers().location ?? '').not.toContain('zq');
     expect(await answer.text()).not.toContain('zq');
 });

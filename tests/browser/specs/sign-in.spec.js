@@ -1,6 +1,6 @@
 import { kLanguages, text } from '../support/languages.js';
 import { errorOf, expectAt, expectSignedIn, expectSignedOut, field, fillSignIn, kAdmin, open,
-    resultMessage, send, signIn, signInTo, signOut, trySignIn } from '../support/phone.js';
+    postSignIn, resultMessage, send, signIn, signInTo, signOut, trySignIn } from '../support/phone.js';
 import { expect, kJourney, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
@@ -43,7 +43,7 @@ test('the form is not sent while a field is empty', kJourney, async ({ page }) =
 });
 
 test('after wrong passwords the user has to wait and can then sign in', async ({ page, expectStatus }) => {
-    const guess = () => page.request.post('/servlet?p=login&q=login', { form: kWrong });
+    const guess = () => postSignIn(page.request, kWrong);
     await page.goto('/');
     await page.locator('[name=user]').fill('admin');
     await page.locator('[name=password]').fill('admin');

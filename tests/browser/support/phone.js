@@ -50,6 +50,13 @@ export async function signInTo(page, p, credentials = kAdmin) {
     await expectAt(page, p);
 }
 
+// Sends the sign-in form without showing it.
+export async function postSignIn(request, credentials = kAdmin, options = {}) {
+    const form = await (await get(request, '/servlet?p=login&q=loginForm')).text();
+    const [, token] = form.match(/name="token" value="(\w+)"/);
+    return request.post('/servlet?p=login&q=login', { form: { ...credentials, token }, ...options });
+}
+
 export async function signOut(page) {
     await signOutButtons(page).locator('visible=true').click();
     await expectSignedOut(page);

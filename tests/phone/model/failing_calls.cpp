@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <crypt.h>
 #include <cstddef>
+#include <cstring>
 #include <sys/types.h>
 
 using failing_calls::Call;
@@ -25,6 +27,7 @@ extern "C" {
 ssize_t __real_write(int file, const void* data, std::size_t count);
 int __real_fsync(int file);
 int __real_renameat(int fromFolder, const char* from, int toFolder, const char* to);
+char* __real_crypt_r(const char* phrase, const char* setting, crypt_data* data);
 
 ssize_t __wrap_write(int file, const void* data, std::size_t count) {
     const Call failing = file > 2 ? g_failing.load() : Call::none;
@@ -57,6 +60,14 @@ int __wrap_renameat(int fromFolder, const char* from, int toFolder, const char* 
         return -1;
     }
     return __real_renameat(fromFolder, from, toFolder, to);
+}
+
+char* __wrap_crypt_r(const char* phrase, const char* setting, crypt_data* data) {
+    if (g_failing == Call::crypt) {
+        errno = EINVAL;
+        return std::strcpy(data->output, "*0");
+    }
+    return __real_crypt_r(phrase, setting, data);
 }
 
 } // extern "C"

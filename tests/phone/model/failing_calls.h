@@ -4,10 +4,10 @@
 
 namespace failing_calls {
 
-enum class Call { none, write, shortWrite, interruptedWrite, fsync, rename };
+enum class Call { none, write, shortWrite, interruptedWrite, fsync, rename, crypt };
 
 // Makes this call fail from now on, except on standard streams (shortWrite: writes one byte per
-// call; interruptedWrite: every other call is interrupted).
+// call; interruptedWrite: every other call is interrupted; crypt: as without memory).
 void fail(Call call);
 
 } // namespace failing_calls

@@ -1,6 +1,9 @@
 #include "model/password.h"
 
+#include "failing_calls.h"
+
 #include <gtest/gtest.h>
+#include <new>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -49,6 +52,15 @@ TEST(Password, DoesNotMatchAnInvalidHash) {
     EXPECT_FALSE(isPasswordHash("$1$abc"));
     EXPECT_FALSE(isPasswordHash("$y$a:b"));
     EXPECT_FALSE(isPasswordHash("$y$" + std::string(1000, 'x')));
+}
+
+// The right password must not count as wrong.
+TEST(Password, IsNotWrongWithoutTheMemoryToCheckIt) {
+    const std::string hash = hashPassword("correct horse");
+    failing_calls::fail(failing_calls::Call::crypt);
+    EXPECT_THROW(static_cast<void>(verifyPassword("correct horse", hash)), std::bad_alloc);
+    EXPECT_FALSE(verifyPassword("correct horse", "$y$x")) << "an invalid hash";
+    failing_calls::fail(failing_calls::Call::none);
 }
 
 TEST(Password, UsesLittleMemoryForHashing) {

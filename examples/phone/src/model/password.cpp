@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <new>
 
 namespace phone {
 namespace {
@@ -23,9 +24,13 @@ private:
     std::unique_ptr<crypt_data> m_data = std::make_unique<crypt_data>();
 };
 
+bool canBeHashed(std::string_view password) {
+    return password.size() <= kMaxPasswordBytes && password.find('\0') == std::string_view::npos;
+}
+
 // Returns the hash of the password with the salt or hash `setting`; empty on failure.
 std::string hashAs(std::string_view password, const char* setting) {
-    if (password.size() > kMaxPasswordBytes || password.find('\0') != std::string_view::npos) {
+    if (!canBeHashed(password)) {
         return {};
     }
     static std::mutex oneAtATime;
@@ -36,6 +41,15 @@ std::string hashAs(std::string_view password, const char* setting) {
     explicit_bzero(phrase.data(), phrase.size());
     // crypt_r(3) may report failure by a text that no hash begins with.
     return hash != nullptr && hash[0] != '*' ? hash : "";
+}
+
+// Returns whether `hash` is complete: method, parameters, salt and a digest of 256 bits. crypt_r(3)
+// then fails only without memory, which its errno does not tell from an invalid hash.
+bool isComplete(const std::string& hash) {
+    constexpr std::size_t kDigestCharacters = 43;
+    const std::size_t digest = hash.rfind('$') + 1;
+    return isPasswordHash(hash) && std::count(hash.begin(), hash.end(), '$') == 4 &&
+           hash.size() - digest == kDigestCharacters;
 }
 
 bool isHashCharacter(char character) {
@@ -55,7 +69,13 @@ std::string hashPassword(std::string_view password) {
 }
 
 bool verifyPassword(std::string_view password, const std::string& hash) {
+    if (!canBeHashed(password)) {
+        return false;
+    }
     const std::string made = hashAs(password, hash.c_str());
+    if (made.empty() && isComplete(hash)) {
+        throw std::bad_alloc();
+    }
     return !made.empty() && kit::equalSecrets(made, hash);
 }
 

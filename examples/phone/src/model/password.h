@@ -22,7 +22,8 @@ constexpr std::size_t kMaxPasswordBytes = 511;
 // or if memory or randomness is missing.
 std::string hashPassword(std::string_view password);
 
-// Returns whether `hash` was made from `password`. Compares in constant time.
+// Returns whether `hash` was made from `password`. Compares in constant time. Throws std::bad_alloc
+// without the memory to find out.
 bool verifyPassword(std::string_view password, const std::string& hash);
 
 // Returns whether `text` has the form of a hash of hashPassword().

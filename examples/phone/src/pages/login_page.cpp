@@ -21,22 +21,6 @@ std::string clientOf(kit::Request& request) {
     return std::string(address.empty() ? "an unknown address" : address);
 }
 
-kit::Variables form(kit::Request& request) {
-    kit::Variables variables;
-    variables.set("page", "login");
-    if (!pageToGoTo(request).empty()) {
-        variables.set("jumpto", pageToGoTo(request));
-    }
-    return variables;
-}
-
-// Returns the variables of the form with one of the messages in login.html.
-kit::Variables formWith(kit::Request& request, const char* message) {
-    kit::Variables variables = form(request);
-    variables.set("message", message).set("userName", request.parameter("user").value_or(""));
-    return variables;
-}
-
 } // namespace
 
 void LoginPage::answer(kit::Request& request, kit::Response& response) {
@@ -48,22 +32,40 @@ void LoginPage::answer(kit::Request& request, kit::Response& response) {
     } else if (m_phone.signIns.find(request)) {
         response.seeOther(landingPage(request));
     } else {
-        show(request, response, "login.html", form(request));
+        showForm(request, response, {});
     }
+}
+
+void LoginPage::showForm(kit::Request& request, kit::Response& response, kit::Variables variables) {
+    variables.set("page", "login").set("token", m_phone.signIns.formToken(request, response));
+    if (!pageToGoTo(request).empty()) {
+        variables.set("jumpto", pageToGoTo(request));
+    }
+    show(request, response, "login.html", std::move(variables));
+}
+
+void LoginPage::refuse(kit::Request& request, kit::Response& response, int status,
+                       const char* message, kit::Variables variables) {
+    response.status(status);
+    variables.set("message", message).set("userName", request.parameter("user").value_or(""));
+    showForm(request, response, std::move(variables));
 }
 
 void LoginPage::signIn(kit::Request& request, kit::Response& response) {
     const std::string user(request.parameter("user").value_or(""));
     const std::string hash = m_phone.device.state()->settings.web.passwordHash;
-    if (const long wait = m_phone.signIns.secondsToWait(request)) {
-        response.status(429);
+    const auto isRight = [&] {
+        return m_phone.device.authenticate(user, request.parameter("password").value_or(""));
+    };
+    if (!m_phone.signIns.isFromForm(request)) {
+        refuse(request, response, 403, "stale");
+    } else if (const long wait = m_phone.signIns.secondsToWait(request)) {
         response.header("Retry-After", std::to_string(wait));
-        show(request, response, "login.html", formWith(request, "wait").set("seconds", wait));
-    } else if (!m_phone.device.authenticate(user, request.parameter("password").value_or(""))) {
+        refuse(request, response, 429, "wait", kit::Variables().set("seconds", wait));
+    } else if (!m_phone.signIns.check(request, isRight)) {
         WebDebug::getInstance()->warn("Wrong user name or password from %s",
                                       clientOf(request).c_str());
-        response.status(403);
-        show(request, response, "login.html", formWith(request, "wrong"));
+        refuse(request, response, 403, "wrong");
     } else {
         start(request, response, user);
         // A change of password signs out everyone, but may miss a sign-in at the same moment.
@@ -75,8 +77,7 @@ void LoginPage::signIn(kit::Request& request, kit::Response& response) {
 
 void LoginPage::start(kit::Request& request, kit::Response& response, const std::string& user) {
     if (!m_phone.signIns.start(request, response, user)) {
-        response.status(503);
-        show(request, response, "login.html", formWith(request, "unavailable"));
+        refuse(request, response, 503, "unavailable");
         return;
     }
     if (HttpSession* session = request.session()) {

@@ -13,6 +13,11 @@ public:
 
 private:
     void answer(kit::Request& request, kit::Response& response) override;
+    // Shows the form with these variables more.
+    void showForm(kit::Request& request, kit::Response& response, kit::Variables variables);
+    // Shows the form with one of the messages in login.html.
+    void refuse(kit::Request& request, kit::Response& response, int status, const char* message,
+                kit::Variables variables = {});
     void signIn(kit::Request& request, kit::Response& response);
     void signOut(kit::Request& request, kit::Response& response);
     void start(kit::Request& request, kit::Response& response, const std::string& user);

@@ -47,12 +47,14 @@ void SecurityPage::changePassword(kit::Request& request, kit::Response& response
                   valuesOf(m_phone.device.state()->settings.web), {});
         return;
     }
-    const Outcome outcome = m_phone.device.changePassword(
-        entered("oldPassword"), entered("newPassword"), entered("repeat"));
-    const bool known =
-        std::none_of(outcome.errors.begin(), outcome.errors.end(), [](const FieldError& error) {
-            return error.code == ErrorCode::wrongPassword;
-        });
+    Outcome outcome;
+    const bool known = m_phone.signIns.check(request, [&] {
+        outcome = m_phone.device.changePassword(entered("oldPassword"), entered("newPassword"),
+                                                entered("repeat"));
+        return std::none_of(
+            outcome.errors.begin(), outcome.errors.end(),
+            [](const FieldError& error) { return error.code == ErrorCode::wrongPassword; });
+    });
     if (known) {
         m_phone.signIns.attemptSucceeded(request);
     }
