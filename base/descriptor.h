@@ -29,6 +29,9 @@ public:
     int get() const { return m_number; }
     explicit operator bool() const { return m_number >= 0; }
 
+    // Returns the descriptor, or -1, and leaves it to the caller.
+    int release() { return std::exchange(m_number, -1); }
+
     // Closes the descriptor now. Returns false when the system reports that earlier writes failed;
     // the descriptor is gone in any case, even after EINTR (see close(2)).
     bool close() {

@@ -11,6 +11,7 @@
 #include <memory>
 #include <pthread.h>
 #include <syslog.h>
+#include <utility>
 
 namespace {
 
@@ -26,11 +27,20 @@ int acceptRequest(FCGX_Request* request) {
     return result;
 }
 
+// Takes the connection over from libfcgi unless the front server keeps it for further requests:
+// libfcgi closes a connection on the thread that served the request, and waits there for as long as
+// the front server sends something every now and then.
 void finish(FCGX_Request& request) {
-    const bool isConnected = request.ipcFd > kListenSocket && !request.keepConnection;
-    if (isConnected && FCGX_HasSeenEOF(request.in) == 0)
-        sendThenLinger(request);
+    const bool isToBeClosed = request.ipcFd > kListenSocket && request.keepConnection == 0;
+    if (isToBeClosed)
+        request.keepConnection = 1;
     FCGX_Finish_r(&request);
+    if (!isToBeClosed)
+        return;
+    request.keepConnection = 0;
+    base::Descriptor connection(std::exchange(request.ipcFd, -1));
+    if (connection) // libfcgi closes it itself after an error
+        closeLingering(std::move(connection));
 }
 
 } // namespace
@@ -53,10 +63,11 @@ FCGIServer::~FCGIServer() {
         return;
     controller->destroy();
     controller.reset();
+    endLingering();
 }
 
 int FCGIServer::run() {
-    FCGX_Request request;
+    FCGX_Request request{};
     FCGX_InitRequest(&request, kListenSocket, 0);
     int accepted = acceptRequest(&request);
     while (accepted >= 0) {

@@ -1,17 +1,24 @@
-// Lingering close of a connection whose request body has not been read to its end. Internal: not
-// installed.
+// Lingering close: a connection stays open behind its response while one thread of the process, not
+// a request loop, waits for the front server to close it. Internal: not installed.
 #ifndef LINGERING_CLOSE_H
 #define LINGERING_CLOSE_H
 
-#include <fcgiapp.h>
+#include "base/descriptor.h"
 
-// Sends the whole response, then waits until the front server closes the connection, for at most
-// two seconds. Call it instead of closing while the front server may still be sending the body: it
-// may discard a response whose connection is closed meanwhile, and a client that sends slowly
-// would hold up both the response and this thread.
-//   Before    the request is connected, its connection is not to be kept, and no end of its body
-//             has been seen.
-//   After     only FCGX_Finish_r() may be called; its streams are closed.
-void sendThenLinger(FCGX_Request& request);
+// Sends the end of the response, and closes the connection once the front server has closed it, at
+// the latest after two seconds; until then discards what the front server sends. Returns at once.
+// Closing a connection on which something is still to come, such as an unread request body, makes
+// some front servers discard the response.
+//   Before    `connection` is a connected socket on which the whole response has been written.
+//   Threads   any.
+//   Limits    64 connections of the process; one more closes the oldest. The first call starts the
+//             thread, which sleeps while there is no connection. If it cannot be created, the
+//             connection is closed at once, and a response may be lost; the next call tries again.
+void closeLingering(base::Descriptor connection);
+
+// Waits until all these connections are closed, about two seconds at most, and ends the thread. The
+// next closeLingering() starts it again.
+//   Threads   one at a time.
+void endLingering();
 
 #endif

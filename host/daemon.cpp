@@ -39,10 +39,9 @@ void useOneHeap() {
     mallopt(M_ARENA_MAX, 1);
 }
 
-// Makes libfcgi close a connection without waiting for the front server to close it first, unless
-// the environment says otherwise. That wait would be most of a request's time; FCGIServer waits
-// itself where it is needed, after a body that was not read. libfcgi reads the variable once, when
-// FCGIServer is created.
+// Makes libfcgi close a connection on which it could read no request without waiting for the front
+// server to close it first, unless the environment says otherwise: it would wait while it holds up
+// all other requests. libfcgi reads the variable once, when FCGIServer is created.
 void disableLibfcgiCloseWait() {
     constexpr int kKeepExisting = 0;
     setenv("LIBFCGI_OS_CLOSE_POLL_TIMEOUT", "0", kKeepExisting);

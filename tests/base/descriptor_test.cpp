@@ -43,6 +43,18 @@ TEST(Descriptor, MovesToAnotherOwner) {
     EXPECT_TRUE(isOpen(number));
 }
 
+TEST(Descriptor, StaysOpenWhenItsOwnerLetsItGo) {
+    const int number = openSomething();
+    {
+        base::Descriptor owner(number);
+        EXPECT_EQ(owner.release(), number);
+        EXPECT_FALSE(owner);
+        EXPECT_EQ(owner.release(), -1);
+    }
+    EXPECT_TRUE(isOpen(number));
+    ::close(number);
+}
+
 TEST(Descriptor, IsClosedWhenAnotherTakesItsPlace) {
     const int former = openSomething();
     const int next = openSomething();

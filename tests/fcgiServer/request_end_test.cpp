@@ -1,5 +1,6 @@
-// The end of a request on a real connection, through libfcgi: who closes the connection, and when.
-// tests/wire/test_unread_bodies.py tests the same from the front servers' side.
+// The end of a request on a real connection, through libfcgi: who closes the connection, when, and
+// that no request loop waits for it. tests/wire/test_unread_bodies.py tests the same from the front
+// servers' side.
 #include "fcgi_server.h"
 
 #include "support/controller_members.h"
@@ -7,18 +8,26 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
-#include <cstdlib>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
 #include <future>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -28,13 +37,13 @@ using SteadyClock = std::chrono::steady_clock;
 
 constexpr auto kSoon = 10s; // a failing test waits that long, others do not
 
-// The clock that the server's thread sees: it stands still until a test advances it, so that no
+// The clock that the server's own thread sees: it stands still until a test advances it, so that no
 // test waits for the server's own time-out.
 namespace server_clock {
 
 thread_local bool isSeenByThisThread = false;
 std::atomic<milliseconds> now{0ms};
-std::atomic<unsigned> looks{0}; // of the server, for something to read, while it lingers
+std::atomic<unsigned> looks{0}; // of the server, for something to read
 
 void reset() {
     now = 0ms;
@@ -46,9 +55,8 @@ void advance(milliseconds time) {
 
 } // namespace server_clock
 
-// Returns whether the server lingers. Two more looks show that it has compared the clock with its
-// deadline since the call, and goes on waiting.
-bool serverLingers() {
+// Waits until the server has compared the clock with its deadlines since the call, and waits again.
+bool serverLooksTwice() {
     const unsigned before = server_clock::looks;
     const auto limit = SteadyClock::now() + kSoon;
     while (server_clock::looks < before + 2 && SteadyClock::now() < limit)
@@ -56,28 +64,43 @@ bool serverLingers() {
     return server_clock::looks >= before + 2;
 }
 
+std::atomic<bool> threadsFail{false}; // to be created
+std::atomic<int> threadsCreated{0};
+
 } // namespace
 
-// The linker puts these in the place of poll(2) and std::chrono::steady_clock::now().
+// The linker puts these in the place of poll(2), std::chrono::steady_clock::now() and
+// pthread_create(3).
 extern "C" {
 int __real_poll(pollfd* polled, nfds_t count, int timeout);
 int __wrap_poll(pollfd* polled, nfds_t count, int timeout) {
     if (!server_clock::isSeenByThisThread)
         return __real_poll(polled, count, timeout);
-    const auto deadline = server_clock::now.load() + milliseconds(timeout);
-    for (;;) {
-        const int ready = __real_poll(polled, count, 1);
-        ++server_clock::looks;
-        const bool timedOut = timeout >= 0 && server_clock::now.load() >= deadline;
-        if (ready != 0 || timedOut)
-            return ready;
-    }
+    ++server_clock::looks;
+    // Too early, as after a signal: the server must compare its clock with its deadlines itself.
+    return __real_poll(polled, count, 1);
 }
 
 SteadyClock::time_point __real__ZNSt6chrono3_V212steady_clock3nowEv();
 SteadyClock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
     return server_clock::isSeenByThisThread ? SteadyClock::time_point(server_clock::now.load())
                                             : __real__ZNSt6chrono3_V212steady_clock3nowEv();
+}
+
+int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                          void* (*start)(void*), void* argument);
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                          void* (*start)(void*), void* argument) {
+    static void* (*wanted)(void*);
+    if (threadsFail)
+        return EAGAIN;
+    ++threadsCreated;
+    wanted = start;
+    const auto startWithClock = [](void* passed) {
+        server_clock::isSeenByThisThread = true;
+        return wanted(passed);
+    };
+    return __real_pthread_create(thread, attributes, startWithClock, argument);
 }
 }
 
@@ -159,7 +182,7 @@ public:
 
     // Return whether the server sends no more but still reads, does neither, or does both.
     bool isHalfClosed() const {
-        return becomes(POLLRDHUP, kSoon) && serverLingers() && !becomes(POLLHUP, 0ms);
+        return becomes(POLLRDHUP, kSoon) && serverLooksTwice() && !becomes(POLLHUP, 0ms);
     }
     bool isClosed() const { return becomes(POLLHUP, kSoon); }
     bool isOpen() const { return !becomes(POLLRDHUP, kAWhile); }
@@ -187,14 +210,30 @@ private:
     int m_socket;
 };
 
+std::size_t filesIn(const char* folder) {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
+std::size_t openDescriptors() {
+    return filesIn("/proc/self/fd");
+}
+std::size_t threads() {
+    return filesIn("/proc/self/task");
+}
+
+bool becomesTrue(const std::function<bool()>& condition) {
+    const auto limit = SteadyClock::now() + kSoon;
+    while (!condition() && SteadyClock::now() < limit)
+        std::this_thread::sleep_for(1ms);
+    return condition();
+}
+
 // The server on a non-blocking socket: accepting fails once no client is connecting, so that run()
 // returns after the last request.
 class RequestEnd : public testing::Test {
 protected:
     RequestEnd() {
         server_clock::reset();
-        // As the host sets it, so that libfcgi itself does not wait.
-        setenv("LIBFCGI_OS_CLOSE_POLL_TIMEOUT", "0", 1);
+        threadsCreated = 0;
         const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
         // Without a name the system chooses an unused abstract address, and creates no file.
         auto* address = reinterpret_cast<sockaddr*>(&m_address);
@@ -206,12 +245,11 @@ protected:
         getsockname(kListenSocket, address, &m_size);
         m_server = std::make_unique<FCGIServer>(SERVLET_XML);
         m_listeners = std::make_unique<ListenersOf>(*m_server->getController());
-        front = std::make_unique<Connection>(m_address, m_size);
+        front = connect();
     }
     ~RequestEnd() override {
-        front->close();
-        if (run.valid())
-            run.wait();
+        front.reset();
+        server_clock::advance(kLongerThanAnyDeadline);
         m_server.reset();
         if (m_kept >= 0) {
             dup2(m_kept, kListenSocket);
@@ -221,19 +259,30 @@ protected:
         }
     }
 
-    // Starts a thread that serves the requests on the socket.
-    void serve() {
-        run = std::async(std::launch::async, [this] {
-            server_clock::isSeenByThisThread = true;
-            m_server->run();
-        });
+    std::unique_ptr<Connection> connect() const {
+        return std::make_unique<Connection>(m_address, m_size);
     }
-    bool runEnds() { return run.wait_for(kSoon) == std::future_status::ready; }
+    // Returns whether a thread of its own serves the requests on the socket without being held up,
+    // whatever their front servers do.
+    bool serves() {
+        auto run = std::async(std::launch::async, [this] { m_server->run(); });
+        if (run.wait_for(kSoon) == std::future_status::ready)
+            return true;
+        front->close();
+        return false;
+    }
+    // Sends a request, and serves it.
+    void serve(const std::string& request) {
+        ASSERT_TRUE(front->send(request));
+        ASSERT_TRUE(serves());
+    }
+    void destroyServer() { m_server.reset(); }
 
     std::unique_ptr<Connection> front;
-    std::future<void> run;
 
 private:
+    static constexpr auto kLongerThanAnyDeadline = 1h;
+
     sockaddr_un m_address{AF_UNIX, {}};
     socklen_t m_size = sizeof m_address;
     int m_kept = -1;
@@ -244,90 +293,190 @@ private:
 const std::string kResponse =
     "Status: 404 \r\nContentType: text/html \r\n\r\n<h1>404 - Not Found</h1>";
 
-class AnnouncedBody : public RequestEnd, public testing::WithParamInterface<Variables> {};
+// What has arrived when the request is served, and what the front server sends after that.
+struct Arrival {
+    const char* name;
+    Variables variables;
+    std::string before;
+    std::string after;
+};
 
-TEST_P(AnnouncedBody, IsLeftUnreadUntilTheFrontServerCloses) {
-    ASSERT_TRUE(front->send(begin(with(GetParam()))));
-    serve();
+class RequestThatIsNotWhole : public RequestEnd, public testing::WithParamInterface<Arrival> {};
+
+TEST_P(RequestThatIsNotWhole, IsAnsweredOnAConnectionThatStaysOpenAndHoldsNoLoop) {
+    const std::size_t descriptors = openDescriptors();
+    serve(begin(with(GetParam().variables)) + GetParam().before);
     EXPECT_EQ(front->response(), kResponse);
     EXPECT_TRUE(front->isHalfClosed());
-    const std::string body = record(STDIN, "hello");
-    EXPECT_TRUE(front->send(body.substr(0, 1)));
-    EXPECT_TRUE(front->isHalfClosed());
-    EXPECT_TRUE(front->send(body.substr(1) + record(STDIN, "")));
+    for (const char byte : GetParam().after) {
+        EXPECT_TRUE(front->send(std::string(1, byte)));
+        EXPECT_TRUE(serverLooksTwice());
+    }
     EXPECT_TRUE(front->isHalfClosed());
     front->close();
-    EXPECT_TRUE(runEnds());
+    // The wake-up of the thread that lingers has taken the descriptor's place.
+    EXPECT_TRUE(becomesTrue([&] { return openDescriptors() == descriptors; }));
 }
+
+const std::string kEmptyBody = record(STDIN, "");
+const std::string kBody = record(STDIN, "hello");
 
 INSTANTIATE_TEST_SUITE_P(
-    ByItsVariables, AnnouncedBody,
-    testing::Values(Variables{{"CONTENT_LENGTH", "5"}}, Variables{{"CONTENT_LENGTH", "00"}},
-                    Variables{{"HTTP_TRANSFER_ENCODING", "chunked"}},
-                    Variables{{"CONTENT_LENGTH", "0"}, {"HTTP_TRANSFER_ENCODING", "chunked"}}));
+    With, RequestThatIsNotWhole,
+    testing::Values(
+        Arrival{"NoEndOfAnEmptyBody", {}, "", ""},
+        Arrival{"TheLateEndOfAnEmptyBody", {}, "", kEmptyBody},
+        Arrival{"TheLateEndOfABodyOfLengthZero", {{"CONTENT_LENGTH", "0"}}, "", kEmptyBody},
+        Arrival{"ABodyThatWasNotAnnounced", {}, kBody, kBody + kEmptyBody},
+        Arrival{"HalfARecordBehindIt", {}, kEmptyBody + kBody.substr(0, 4), kBody.substr(4)},
+        Arrival{"ALateBody", {{"CONTENT_LENGTH", "5"}}, "", kBody + kEmptyBody},
+        Arrival{"HalfABody", {{"CONTENT_LENGTH", "5"}}, kBody.substr(0, 9), ""},
+        Arrival{"Chunks", {{"HTTP_TRANSFER_ENCODING", "chunked"}}, "", kBody + kEmptyBody}),
+    [](const auto& example) { return std::string(example.param.name); });
 
-class NoBody : public RequestEnd, public testing::WithParamInterface<Variables> {};
-
-TEST_P(NoBody, EndsWithItsEmptyRecord) {
-    ASSERT_TRUE(front->send(begin(with(GetParam()))));
-    serve();
-    EXPECT_EQ(front->response(), kResponse);
-    EXPECT_TRUE(front->isOpen());
-    EXPECT_TRUE(front->send(record(STDIN, "")));
-    EXPECT_TRUE(front->isClosed());
-    EXPECT_TRUE(runEnds());
-}
-
-TEST_P(NoBody, IsLeftUnreadIfOneArrivesNevertheless) {
-    ASSERT_TRUE(front->send(begin(with(GetParam())) + record(STDIN, "hello")));
-    serve();
+TEST_F(RequestEnd, LeavesItToTheFrontServerToCloseAFormThatHasBeenRead) {
+    serve(begin(with(
+              {{"CONTENT_LENGTH", "3"}, {"CONTENT_TYPE", "application/x-www-form-urlencoded"}})) +
+          record(STDIN, "x=y") + kEmptyBody);
     EXPECT_EQ(front->response(), kResponse);
     EXPECT_TRUE(front->isHalfClosed());
-    front->close();
-    EXPECT_TRUE(runEnds());
 }
 
-INSTANTIATE_TEST_SUITE_P(ByItsVariables, NoBody,
-                         testing::Values(Variables{}, Variables{{"CONTENT_LENGTH", ""}},
-                                         Variables{{"CONTENT_LENGTH", "0"}}));
-
-TEST_F(RequestEnd, WaitsTwoSecondsForTheFrontServerToClose) {
-    ASSERT_TRUE(front->send(begin(with({{"CONTENT_LENGTH", "5"}}))));
-    serve();
+TEST_F(RequestEnd, ClosesTheConnectionAfterTwoSeconds) {
+    serve(begin(with({{"CONTENT_LENGTH", "5"}})));
     EXPECT_EQ(front->response(), kResponse);
-    ASSERT_TRUE(serverLingers());
+    ASSERT_TRUE(front->isHalfClosed());
     server_clock::advance(1999ms);
-    EXPECT_TRUE(serverLingers());
+    EXPECT_TRUE(front->isHalfClosed());
     server_clock::advance(1ms);
-    EXPECT_TRUE(runEnds());
     EXPECT_TRUE(front->isClosed());
 }
 
-TEST_F(RequestEnd, WaitsNoLongerForAFrontServerThatKeepsSending) {
-    ASSERT_TRUE(front->send(begin(with({{"CONTENT_LENGTH", "5"}}))));
-    serve();
+TEST_F(RequestEnd, GivesNoMoreTimeToAFrontServerThatKeepsSending) {
+    serve(begin(with({{"CONTENT_LENGTH", "5"}})));
     EXPECT_EQ(front->response(), kResponse);
-    ASSERT_TRUE(serverLingers());
+    ASSERT_TRUE(front->isHalfClosed());
     for (auto elapsed = 0ms; elapsed < 1999ms; elapsed += 1ms) {
-        ASSERT_TRUE(front->send(record(STDIN, "hello")));
+        ASSERT_TRUE(front->send(kBody));
         server_clock::advance(1ms);
     }
-    EXPECT_TRUE(serverLingers());
-    server_clock::advance(2ms);
-    const auto limit = SteadyClock::now() + kSoon;
-    while (front->send(record(STDIN, "hello")))
-        ASSERT_LT(SteadyClock::now(), limit);
-    EXPECT_TRUE(runEnds());
+    EXPECT_TRUE(front->isHalfClosed());
+    server_clock::advance(1ms);
+    EXPECT_TRUE(becomesTrue([this] { return !front->send(kBody); }));
 }
 
 TEST_F(RequestEnd, LeavesAConnectionOpenThatMustBeKept) {
-    const Variables request = with({{"CONTENT_LENGTH", "5"}});
-    ASSERT_TRUE(front->send(begin(request, true)));
-    serve();
+    const Variables variables = with({{"CONTENT_LENGTH", "5"}});
+    ASSERT_TRUE(front->send(begin(variables, true)));
+    std::thread answered([this, &variables] {
+        EXPECT_EQ(front->response(), kResponse);
+        EXPECT_TRUE(front->isOpen());
+        EXPECT_TRUE(front->send(begin(variables, true)));
+        EXPECT_EQ(front->response(), kResponse);
+        front->close();
+    });
+    EXPECT_TRUE(serves());
+    answered.join();
+    EXPECT_EQ(threadsCreated, 0);
+}
+
+TEST_F(RequestEnd, KeepsTheThirtyTwoNewestConnectionsOfSilentFrontServers) {
+    const std::string request = begin(with({{"CONTENT_LENGTH", "5"}}));
+    std::vector<std::unique_ptr<Connection>> fronts;
+    for (int i = 0; i < 100; ++i) {
+        serve(request);
+        EXPECT_EQ(front->response(), kResponse);
+        fronts.push_back(std::exchange(front, connect()));
+    }
+    for (int i = 0; i < 68; ++i)
+        EXPECT_TRUE(fronts[i]->isClosed()) << i;
+    for (int i = 68; i < 100; ++i)
+        EXPECT_TRUE(fronts[i]->isHalfClosed()) << i;
+    EXPECT_EQ(threadsCreated, 1);
+}
+
+TEST_F(RequestEnd, ClosesAConnectionAtOnceWhenNoThreadCanBeCreatedForIt) {
+    threadsFail = true;
+    serve(begin(with({})) + kEmptyBody);
     EXPECT_EQ(front->response(), kResponse);
-    EXPECT_TRUE(front->isOpen());
-    ASSERT_TRUE(front->send(begin(request, true)));
+    EXPECT_TRUE(front->isClosed());
+    threadsFail = false;
+    front = connect();
+    serve(begin(with({})) + kEmptyBody);
     EXPECT_EQ(front->response(), kResponse);
+    EXPECT_TRUE(front->isHalfClosed());
+}
+
+TEST_F(RequestEnd, HasNoThreadOfItsOwnBeforeTheFirstRequestNorAfterTheServer) {
+    const std::size_t before = threads();
+    const std::size_t descriptors = openDescriptors();
+    EXPECT_EQ(threadsCreated, 0);
+    serve(begin(with({})));
+    EXPECT_EQ(threadsCreated, 1);
+    front->close();
+    destroyServer();
+    EXPECT_TRUE(becomesTrue([&] { return threads() == before; }));
+    EXPECT_EQ(openDescriptors(), descriptors - 1);
+}
+
+TEST_F(RequestEnd, IsWaitedForWhenTheServerIsDestroyed) {
+    serve(begin(with({{"CONTENT_LENGTH", "5"}})));
+    EXPECT_EQ(front->response(), kResponse);
+    auto destruction = std::async(std::launch::async, [this] { destroyServer(); });
+    EXPECT_EQ(destruction.wait_for(kAWhile), std::future_status::timeout);
+    EXPECT_TRUE(front->send(kBody));
+    EXPECT_TRUE(front->isHalfClosed());
+    server_clock::advance(2000ms);
+    EXPECT_EQ(destruction.wait_for(kSoon), std::future_status::ready);
+    EXPECT_TRUE(front->isClosed());
+}
+
+// Returns the number of threads that block two signals of which the server knows nothing.
+int threadsThatBlockSignals() {
+    int count = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream status(task.path() / "status");
+        unsigned long long mask = 0;
+        for (std::string word; mask == 0 && status >> word;)
+            if (word == "SigBlk:")
+                status >> std::hex >> mask;
+        count += static_cast<int>(mask >> (SIGTERM - 1) & mask >> (SIGURG - 1) & 1);
+    }
+    return count;
+}
+
+TEST_F(RequestEnd, LeavesAllSignalsToOtherThreads) {
+    const int before = threadsThatBlockSignals(); // a sanitizer has such a thread too
+    serve(begin(with({})));
+    EXPECT_EQ(threadsThatBlockSignals(), before + 1);
+}
+
+TEST_F(RequestEnd, LosesNoResponseOfSeveralLoops) {
+    constexpr int kFronts = 4;
+    constexpr int kRequests = 200;
+    std::atomic<int> answered{0};
+    std::atomic<int> served{0};
+    const auto request = [&] {
+        for (int i = 0; i < kRequests; ++i) {
+            const auto connection = connect();
+            EXPECT_TRUE(connection->send(begin(with({}))));
+            answered += connection->response() == kResponse;
+            EXPECT_TRUE(connection->send(kEmptyBody));
+            ++served;
+        }
+    };
+    front.reset();
+    std::vector<std::thread> fronts;
+    for (int i = 0; i < kFronts; ++i)
+        fronts.emplace_back(request);
+    while (served < kFronts * kRequests) {
+        auto other = std::async(std::launch::async, [this] { return serves(); });
+        EXPECT_TRUE(serves());
+        EXPECT_TRUE(other.get());
+    }
+    for (std::thread& each : fronts)
+        each.join();
+    EXPECT_EQ(answered, kFronts * kRequests);
 }
 
 } // namespace

@@ -162,6 +162,7 @@ def test_a_client_of_another_protocol_blocks_no_other(start, front, beginning):
 
 def test_a_client_that_keeps_its_connection_blocks_no_other(start, front):
     host = start.host("--listen", start.socket_path, "--threads", "1")
+    assert raw_http.ask(front, GET) == "200 x=y"
     idle = host.descriptors()
     request = f"GET {raw_http.PAGE} HTTP/1.1\r\nHost: phone\r\n\r\n".encode()
     with contextlib.ExitStack() as opened:

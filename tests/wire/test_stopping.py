@@ -10,6 +10,7 @@ import time
 
 import pytest
 
+import fastcgi
 from service import accepts_connections, in_background, wait_until
 
 STOP_SIGNALS = [signal.SIGTERM, signal.SIGINT, signal.SIGHUP]
@@ -219,6 +220,20 @@ def test_requests_have_five_seconds_to_finish_by_default(start):
         assert host.signal(signal.SIGTERM) or host.wait() == 75
         assert 5 <= time.monotonic() - begin < 7
     assert sorted(answer[-9:] for answer in answers)[1] == b"begin end"
+
+
+@pytest.mark.parametrize("limits", [[], ["--drain", "0"]], ids=["by default", "at once"])
+def test_connections_that_are_still_open_delay_the_end_by_two_seconds_at_most(start, limits):
+    host = start.host("--listen", start.socket_path, "--threads", "1", *limits)
+    variables = fastcgi.variables({"REQUEST_METHOD": "GET", "REQUEST_URI": "/servlet?p=slow",
+                                   "QUERY_STRING": "p=slow", "REMOTE_ADDR": "127.0.0.1"})
+    with fastcgi.connect(start.socket_path) as connection:
+        connection.sendall(fastcgi.begin() + b"".join(fastcgi.stream(fastcgi.PARAMS, variables)))
+        assert fastcgi.reply(connection, until_end=True).output.endswith(b"begin end")
+        begin = time.monotonic()
+        assert host.stop() == 0
+        assert time.monotonic() - begin < 4
+    assert host.lines("destroyed") == ["slow"]
 
 
 # The first two stop other FastCGI programs; the daemon ignores the others.
