@@ -16,10 +16,12 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <deque>
 #include <list>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -394,6 +396,20 @@ TEST_F(Server, DestroysServletsThenSessionsThenClosesTheLibrary) {
     EXPECT_EQ(recorded_log::records(),
               (Records{plugin_watch::event("page 1 destroy"), webDebug("setUser", "(null)"),
                        plugin_watch::event("unloaded")}));
+}
+
+// As hosts may do that embed the object in storage of their own.
+TEST_F(Server, IsDestroyedOnceWhenItsDestructorIsCalledTwice) {
+    alignas(FCGIServer) unsigned char storage[sizeof(FCGIServer)];
+    auto* other = new (storage) FCGIServer(SERVLET_XML);
+    const ListenersOf listeners(*other->getController());
+    other->~FCGIServer();
+    void* controller = nullptr;
+    std::memcpy(&controller, storage + sizeof(void*), sizeof controller);
+    EXPECT_EQ(controller, nullptr);
+    recorded_log::clear();
+    other->~FCGIServer();
+    EXPECT_EQ(recorded_log::records(), Records{});
 }
 
 TEST_F(Server, AcceptsOneRequestAtATimeEvenWithSeveralServers) {

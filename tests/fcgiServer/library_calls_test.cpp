@@ -3,7 +3,8 @@
 // its own libdevice, which need to expect nothing else.
 //
 // Functions that compilers replace by code of their own, such as strncmp(3) and strtol(3), are left
-// out.
+// out. The program is not linked to libfcgi, so the container links only if it calls no function of
+// libfcgi but those that are replaced here.
 #include "support/library_calls.h"
 
 #include "HttpListener.h"
@@ -18,8 +19,10 @@
 
 #include <gtest/gtest.h>
 
+#include <link.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -295,6 +298,13 @@ Calls addedServlet(const std::string& id, const std::string& function) {
                               ",createfunction =" + function);
 }
 
+TEST_F(LibraryCalls, NeedNoLibfcgiWithOtherFunctions) {
+    const auto isLibfcgi = [](dl_phdr_info* object, std::size_t, void*) {
+        return static_cast<int>(std::strstr(object->dlpi_name, "libfcgi.") != nullptr);
+    };
+    EXPECT_EQ(dl_iterate_phdr(isLibfcgi, nullptr), 0) << "it is linked";
+}
+
 TEST_F(LibraryCalls, AreExactlyTheseForTheStart) {
     EXPECT_EQ(
         lines(m_start),
@@ -485,6 +495,35 @@ TEST_F(LibraryCalls, AreExactlyTheseForTheDeviceStatus) {
                         "FCGX_VFPrintF(out, '%s') = 'idle'", "FCGX_FFlush(out)"},
                        endWithoutSession(),
                        {"FCGX_Finish_r()"}}));
+}
+
+TEST_F(LibraryCalls, AreExactlyTheseForEachErrorPage) {
+    const struct {
+        int status;
+        Calls body;
+    } cases[] = {
+        {404, {"FCGX_FPrintF(out, '<h1>404 - Not Found</h1>') = '<h1>404 - Not Found</h1>'"}},
+        {500,
+         {"FCGX_FPrintF(out, '<h2>500 - Service not avaliable now !</h2>') = "
+          "'<h2>500 - Service not avaliable now !</h2>'"}},
+        {403, {}},
+        {-2147483647, {}}};
+    for (const auto& example : cases) {
+        FCGX_Request request{};
+        library_calls::sendRequest({});
+        FCGX_Accept_r(&request);
+        library_calls::take();
+        m_server->onError(&request, example.status);
+        EXPECT_EQ(
+            lines(library_calls::take()),
+            linesOf(
+                {{"FCGX_FPrintF(out, 'Status: %d \\r\\n') = 'Status: " +
+                      std::to_string(example.status) + " \\r\\n'",
+                  "FCGX_FPrintF(out, 'ContentType: text/html \\r\\n') = 'ContentType: text/html "
+                  "\\r\\n'",
+                  "FCGX_FPrintF(out, '\\r\\n') = '\\r\\n'"},
+                 example.body}));
+    }
 }
 
 TEST_F(LibraryCalls, AreExactlyTheseForTheStop) {
