@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <string>
+#include <string_view>
 
 namespace {
 
@@ -19,19 +21,45 @@ bool isFormType(const char* contentType) {
     return type.empty() || base::equalsIgnoringCase(type, "application/x-www-form-urlencoded");
 }
 
-// Reads a body of exactly `length` bytes. Returns false when it is shorter or longer. Memory is
-// allocated as bytes arrive, so a client cannot claim memory by announcing them.
-bool readBody(std::string& body, std::size_t length, FCGX_Stream* in) {
-    char piece[cgi::kReadBytes];
-    while (body.size() < length) {
-        const std::size_t wanted = std::min(sizeof piece, length - body.size());
-        const int count = FCGX_GetStr(piece, static_cast<int>(wanted), in);
-        if (count <= 0)
-            return false;
-        body.append(piece, static_cast<std::size_t>(count));
+// A body of a known length, which must be at most kMaxFormBytes.
+class Body {
+public:
+    explicit Body(std::size_t length) : m_length(length) {}
+
+    // Returns false when the body is shorter or longer. Throws std::bad_alloc.
+    bool read(FCGX_Stream* in) {
+        const bool isRead = isSmall() ? readInto(m_small, m_length, in) : readLarge(in);
+        return isRead && FCGX_GetChar(in) == EOF;
     }
-    return FCGX_GetChar(in) == EOF;
-}
+
+    std::string_view text() const {
+        return isSmall() ? std::string_view(m_small, m_length) : m_large;
+    }
+
+private:
+    bool isSmall() const { return m_length <= sizeof m_small; }
+
+    // Memory is allocated as bytes arrive, so a client cannot claim memory by announcing them.
+    bool readLarge(FCGX_Stream* in) {
+        while (m_large.size() < m_length) {
+            const std::size_t size = m_large.size();
+            const std::size_t wanted = std::min(sizeof m_small, m_length - size);
+            m_large.resize(size + wanted);
+            if (!readInto(&m_large[size], wanted, in))
+                return false;
+        }
+        return true;
+    }
+
+    static bool readInto(char* buffer, std::size_t size, FCGX_Stream* in) {
+        const int wanted = static_cast<int>(size);
+        return FCGX_GetStr(buffer, wanted, in) == wanted;
+    }
+
+    const std::size_t m_length;
+    char m_small[cgi::kReadBytes];
+    std::string m_large;
+};
 
 } // namespace
 
@@ -41,9 +69,8 @@ CGI_varlist* CGI_get_post(CGI_varlist* list, const char* content_type, int conte
         static_cast<std::size_t>(content_length) > cgi::kMaxFormBytes)
         return list;
     return cgi::addTo(list, [content_length, in](std::size_t room) {
-        std::string body;
-        const bool complete = readBody(body, static_cast<std::size_t>(content_length), in);
-        return complete ? cgi::decodeFields(body, room) : nullptr;
+        Body body(static_cast<std::size_t>(content_length));
+        return body.read(in) ? cgi::decodeFields(body.text(), room) : nullptr;
     });
 }
 

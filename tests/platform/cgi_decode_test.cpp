@@ -196,6 +196,19 @@ TEST(Lists, ReturnTheSameArrayUntilValuesAreAdded) {
     EXPECT_NE(all, CGI_lookup_all(list.get(), "b"));
 }
 
+TEST(Lists, DistinguishNamesThatEndAlike) {
+    const List list =
+        query("1name=a&2name=b&name=c&11name=d&a long 1name=e&a long 2name=f&x=g&xx=h");
+    EXPECT_EQ("a", valueOf(list, "1name"));
+    EXPECT_EQ("b", valueOf(list, "2name"));
+    EXPECT_EQ("c", valueOf(list, "name"));
+    EXPECT_EQ("d", valueOf(list, "11name"));
+    EXPECT_EQ("f", valueOf(list, "a long 2name"));
+    EXPECT_EQ((Texts{"h"}), valuesOf(list, "xx"));
+    EXPECT_EQ(nullptr, CGI_lookup(list.get(), "3name"));
+    EXPECT_EQ(nullptr, CGI_lookup_all(list.get(), "a long 3name"));
+}
+
 TEST(Lists, ReturnNullForAnUnknownName) {
     const List list = query("a=1");
     EXPECT_EQ(nullptr, CGI_lookup(list.get(), "b"));

@@ -90,6 +90,16 @@ TEST(Forms, MayHaveOneMebibyteAndStayInTheStreamIfLarger) {
     EXPECT_EQ(tooLarge, in.unread());
 }
 
+TEST(Forms, AreReadWhateverTheSizeOfABufferIs) {
+    for (int size = 4090; size <= 4100; ++size) {
+        for (const int length : {size, 2 * size}) {
+            EXPECT_EQ(fieldOfSize(length), "a=" + valueOf(post(fieldOfSize(length), length), "a"));
+            EXPECT_EQ(nullptr, post(fieldOfSize(length), length + 1));
+            EXPECT_EQ(nullptr, post(fieldOfSize(length), length - 1));
+        }
+    }
+}
+
 TEST(Forms, AreReadToOneByteBeyondTheAnnouncedLength) {
     const std::string body(100000, 'a');
     for (const int announced : {0, 1, 10}) {

@@ -77,6 +77,16 @@ TEST(Variables, AreCaseSensitive) {
               success("smalllarge"));
 }
 
+TEST(Variables, AreDistinguishedWhenTheirNamesEndAlike) {
+    Variables vars(TMPL_add_var(nullptr, "1name", "a", "2name", "b", "name", "c", "a long 1name",
+                                "d", "a long 2name", "e", kEnd));
+    EXPECT_EQ(renderText("<TMPL_VAR name=\"1name\"><TMPL_VAR name=\"2name\">"
+                         "<TMPL_VAR name=\"name\"><TMPL_VAR name=\"3name\">"
+                         "<TMPL_VAR name=\"a long 1name\"><TMPL_VAR name=\"a long 2name\">",
+                         vars.get()),
+              success("abcde"));
+}
+
 TEST(Variables, MayBeManyAndLong) {
     Variables vars(TMPL_add_var(nullptr, kEnd));
     const std::string value(100000, 'v');
