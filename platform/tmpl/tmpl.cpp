@@ -37,6 +37,16 @@ std::shared_ptr<const tmpl::ParsedTemplate> mainTemplate(const char* name, const
     return cache().get(start.file, start);
 }
 
+// Adds the pairs of a name and a value up to the first null.
+void addVariables(TMPL_varlist& list, va_list pairs) {
+    while (const char* name = va_arg(pairs, const char*)) {
+        const char* value = va_arg(pairs, const char*);
+        if (value == nullptr)
+            return;
+        list.addVariable(name, value);
+    }
+}
+
 // Writes one line, whatever the texts contain, with one call and without taking memory.
 void report(FILE* err, const char* file, unsigned line, const char* reason) {
     if (err == nullptr)
@@ -59,7 +69,7 @@ TMPL_varlist* TMPL_add_var(TMPL_varlist* list, ...) {
     try {
         if (list == nullptr)
             list = tmpl::makeInArena<TMPL_varlist>();
-        list->addVariables(arguments);
+        addVariables(*list, arguments);
     } catch (const std::bad_alloc&) {
         // The remaining pairs are left out.
     }

@@ -1,18 +1,7 @@
 #include "tmpl_values.h"
 
-#include "base/name_key.h"
-
 #include <algorithm>
 #include <cassert>
-
-tmpl::Name::Name(std::string_view nameText) : text(nameText), key(base::nameKey(nameText)) {}
-
-tmpl::Name tmpl::Name::copiedTo(char* place) const {
-    base::copyShort(place, text);
-    Name copy = *this;
-    copy.text = {place, text.size()};
-    return copy;
-}
 
 void tmpl::freeRows(TMPL_varlist* first) {
     while (first != nullptr) {
@@ -33,37 +22,6 @@ void tmpl::freeRows(TMPL_varlist* first) {
 void tmpl::FreeLoop::operator()(TMPL_loop* loop) const {
     freeRows(loop->firstRow);
     freeWithArena(loop);
-}
-
-void TMPL_loop::add(TMPL_varlist* row) {
-    if (row == nullptr)
-        row = tmpl::makeInArena<TMPL_varlist>();
-    if (lastRow != nullptr)
-        lastRow->nextRow = row;
-    else
-        firstRow = row;
-    lastRow = row;
-}
-
-inline void TMPL_varlist::addVariable(const tmpl::Name& name, std::string_view value) {
-    if (Variable* const known = find(m_variables, name))
-        return setValue(*known, value);
-    const std::size_t nameSize = name.text.size();
-    void* const place = arena.take(sizeof(Variable) + nameSize + value.size() + 1);
-    char* const itsName = static_cast<char*>(place) + sizeof(Variable);
-    char* const itsText = itsName + nameSize;
-    *base::copyShort(itsText, value) = '\0';
-    m_variables = new (place)
-        Variable{m_variables, name.copiedTo(itsName), itsText, value.size(), value.size()};
-}
-
-void TMPL_varlist::addVariables(va_list pairs) {
-    while (const char* name = va_arg(pairs, const char*)) {
-        const char* const value = va_arg(pairs, const char*);
-        if (value == nullptr)
-            return;
-        addVariable(tmpl::Name(name), value);
-    }
 }
 
 void TMPL_varlist::setValue(Variable& variable, std::string_view value) {

@@ -16,9 +16,10 @@
 #include "tmpl.h"
 
 #include "arena.h"
+#include "base/name_key.h"
 #include "base/short_text.h"
 
-#include <cstdarg>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -32,17 +33,22 @@ namespace tmpl {
 // A name to look up. A search compares keys first, and texts only if these are equal.
 struct Name {
     Name() = default;
-    explicit Name(std::string_view nameText);
+    explicit Name(std::string_view nameText) : text(nameText), key(base::nameKey(nameText)) {}
 
     bool operator==(const Name& other) const {
         return key == other.key && base::equalShort(text, other.text);
     }
 
     // Returns the name with its text copied to `place`, which has room for it.
-    Name copiedTo(char* place) const;
+    Name copiedTo(char* place) const {
+        base::copyShort(place, text);
+        Name copy = *this;
+        copy.text = {place, text.size()};
+        return copy;
+    }
 
     std::string_view text;
-    std::uint32_t key = 0; // see base/name_key.h
+    std::uint32_t key = 0;
 };
 
 // Frees `first` and the rows behind it with everything in them; null stands for no row. Takes no
@@ -76,11 +82,9 @@ public:
     TMPL_varlist(const TMPL_varlist&) = delete;
     TMPL_varlist& operator=(const TMPL_varlist&) = delete;
 
-    // Adds variables: a name and a value each, up to the first null. Copies the texts. A variable
-    // replaces the one of its name. Throws std::bad_alloc, which leaves those added before.
-    void addVariables(va_list pairs);
-    // Adds a loop, or replaces the one of that name. Copies the name; nothing may be null. Throws
-    // std::bad_alloc, which leaves the list as it was.
+    // Adds a variable or a loop, or replaces the one of that name. Copies the texts; nothing may be
+    // null. Throws std::bad_alloc, which leaves the list as it was.
+    void addVariable(const char* name, const char* value);
     void addLoop(const char* name, tmpl::LoopOwner loop);
 
     struct Variable {
@@ -123,13 +127,39 @@ private:
         return first;
     }
 
-    void addVariable(const tmpl::Name& name, std::string_view value);
     void setValue(Variable& variable, std::string_view value);
 
     // In any order: a name is there once.
     Variable* m_variables = nullptr;
     NamedLoop* m_loops = nullptr;
 };
+
+// Inline, since a page calls these for each of its variables and rows.
+
+inline void TMPL_loop::add(TMPL_varlist* row) {
+    if (row == nullptr)
+        row = tmpl::makeInArena<TMPL_varlist>();
+    if (lastRow != nullptr)
+        lastRow->nextRow = row;
+    else
+        firstRow = row;
+    lastRow = row;
+}
+
+[[gnu::always_inline]] inline void TMPL_varlist::addVariable(const char* name, const char* value) {
+    assert(name != nullptr && value != nullptr);
+    const tmpl::Name wanted(name);
+    const std::string_view text(value);
+    if (Variable* const known = find(m_variables, wanted))
+        return setValue(*known, text);
+    const std::size_t nameSize = wanted.text.size();
+    void* const place = arena.take(sizeof(Variable) + nameSize + text.size() + 1);
+    char* const itsName = static_cast<char*>(place) + sizeof(Variable);
+    char* const itsText = itsName + nameSize;
+    *base::copyShort(itsText, text) = '\0';
+    m_variables = new (place)
+        Variable{m_variables, wanted.copiedTo(itsName), itsText, text.size(), text.size()};
+}
 
 struct TMPL_fmtlist {
 public:

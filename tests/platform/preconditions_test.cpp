@@ -102,8 +102,10 @@ TEST(RendererDeathTest, RendersOnce) {
     EXPECT_DEATH(renderer.render(*out.stream()), "renders one page once");
 }
 
-TEST(ValuesDeathTest, HaveNeitherNamesNorLoopsThatAreNull) {
+TEST(ValuesDeathTest, HaveNeitherNamesNorValuesThatAreNull) {
     TMPL_varlist variables{tmpl::Arena()};
+    EXPECT_DEATH(variables.addVariable(nullptr, "value"), "name != nullptr");
+    EXPECT_DEATH(variables.addVariable("name", nullptr), "value != nullptr");
     tmpl::LoopOwner loop(tmpl::makeInArena<TMPL_loop>());
     EXPECT_DEATH(variables.addLoop(nullptr, std::move(loop)), "name != nullptr");
     EXPECT_DEATH(variables.addLoop("name", nullptr), "loop != nullptr");
