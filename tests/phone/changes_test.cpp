@@ -113,6 +113,8 @@ protected:
     std::string m_image;
 };
 
+using SignInListener = SignedInFixture;
+
 TEST_F(CsrfToken, MustBeTheOneOfTheSameSession) {
     const std::string before = everything();
     const Fields tokens[] = {{},
@@ -160,6 +162,18 @@ TEST_F(CsrfToken, DoesNotAllowChangesWithoutSigningIn) {
         }
     }
     EXPECT_EQ(everything(), before) << "the preview is still there";
+}
+
+// The phone's pages check the sign-in a second time, so only another page shows what the listener
+// does.
+TEST_F(SignInListener, StopsStrangersBeforeThePage) {
+    EXPECT_EQ(me.page("unguarded").body, "shown");
+    for (const Request& request : {get("/servlet?p=unguarded"), post("/servlet?p=unguarded")}) {
+        const Answer answer = Visitor(*container, "192.0.2.66").send(request);
+        EXPECT_EQ(answer.status, 303);
+        EXPECT_EQ(answer.location(), kSignInForm);
+        EXPECT_EQ(answer.body.find("shown"), std::string::npos);
+    }
 }
 
 TEST_F(CsrfToken, AllowsChanges) {

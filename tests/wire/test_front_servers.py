@@ -200,11 +200,15 @@ def test_lighttpd_starts_another_daemon_when_one_has_ended(start):
 
 def test_lighttpd_shuts_the_daemon_down_gracefully(start, folder):
     front = start.front("lighttpd_spawn", CONFIG)
-    assert front.curl("/servlet?p=slow").text == "begin end"
+    assert front.curl("/servlet?p=slow&user=anna").text == "begin end"
     daemon = only_daemon(start)
     start.processes[0].terminate()
     start.processes[0].wait(PATIENCE)
     wait_until(lambda: not Path(f"/proc/{daemon}").exists(), "the daemon ending")
+    # The servlet, then the session, which the log's user ends with, then the library.
+    end = re.findall(r"\[web\]( user=anna)?: (slow destroyed|library closed)$",
+                     (folder / "lighttpd_spawn.log").read_text(), re.M)
+    assert end == [(" user=anna", "slow destroyed"), ("", "library closed")]
     assert (folder / "destroyed").read_text() == "slow\n"
 
 

@@ -1,8 +1,9 @@
-// Replaces phone.cpp in the library that the tests open: files where the test wants them, and a
-// clock that the test sets.
+// Replaces phone.cpp in the library that the tests open: files where the test wants them, a clock
+// that the test sets, and one more page.
 #include "phone.h"
 
 #include "kit/clock.h"
+#include "kit/plugin.h"
 
 #include <cstdlib>
 #include <ctime>
@@ -16,6 +17,17 @@ Files deviceFiles() {
 }
 
 } // namespace phone
+
+namespace {
+
+// A page that relies on the listeners alone: it does not check whether the user is signed in.
+class UnguardedPage final : public kit::Page {
+    void answer(kit::Request&, kit::Response& response) override { response.text("shown"); }
+};
+
+} // namespace
+
+KIT_SERVLET(createUnguardedPage, UnguardedPage)
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the name is the linker's.
 extern "C" int __wrap_clock_gettime(clockid_t, timespec* time) {

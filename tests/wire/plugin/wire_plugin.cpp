@@ -7,6 +7,7 @@
 #include "HttpSession.h"
 #include "app_log.h"
 #include "tmpl.h"
+#include "web_debug.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -87,9 +88,21 @@ private:
     }
 };
 
+// Logs when the plug-in library is closed.
+struct ClosingNote {
+    ~ClosingNote() { WebDebug::getInstance()->info("library closed"); }
+};
+
+// Creates a session and sets the user of log lines, if the parameter "user" names one. Ending the
+// session clears that user again, so log lines show the order in which the service ends.
 class SlowPage : public Page {
 public:
     void service(HttpRequest* request, HttpResponse* response) override {
+        if (const char* user = request->getParameter("user")) {
+            static const ClosingNote closing;
+            request->getSession(true);
+            WebDebug::getInstance()->setUser(user);
+        }
         beginText(response);
         response->print("%s", "begin ");
         record("begun", "slow");
@@ -97,7 +110,10 @@ public:
         response->print("%s", "end");
     }
     // Only this page records that it was destroyed, which shows an orderly shutdown.
-    void destroy() override { record("destroyed", "slow"); }
+    void destroy() override {
+        WebDebug::getInstance()->info("slow destroyed");
+        record("destroyed", "slow");
+    }
 };
 
 // Logs two lines with the value of x, some time apart.
