@@ -41,12 +41,9 @@ void SessionLimit::end(std::unique_ptr<HttpSessionImpl> session) {
 }
 
 void SessionLimit::deleteEnded() {
-    if (m_ended.empty())
-        return;
-    const auto isOld = [now = sessionTime()](const std::unique_ptr<HttpSessionImpl>& session) {
-        return session->m_createTime != now;
-    };
-    m_ended.erase(std::remove_if(m_ended.begin(), m_ended.end(), isOld), m_ended.end());
+    // The last one is the youngest.
+    if (!m_ended.empty() && m_ended.back()->m_createTime != sessionTime())
+        m_ended.clear();
 }
 
 void SessionLimit::clear() {
