@@ -80,6 +80,17 @@ void addBoth(const std::string& operation, long size, const Text& source, Decode
     add(operation, size, "in place", [=] { lookUpInPlace(inPlace, source); });
 }
 
+void addForm(long count) {
+    const auto form = std::make_shared<const Text>(query(count));
+    const auto body = std::make_shared<Body>(form->text);
+    add("decode/form", count, "ours", [form, body] {
+        CGI_varlist* list = CGI_get_post(nullptr, "application/x-www-form-urlencoded",
+                                         static_cast<int>(form->text.size()), body->stream());
+        benchmark::DoNotOptimize(CGI_lookup(list, form->wanted.c_str()));
+        CGI_free_varlist(list);
+    });
+}
+
 } // namespace
 
 void pieces::addDecode() {
@@ -87,12 +98,6 @@ void pieces::addDecode() {
         addBoth("decode/query", count, query(count), CGI_decode_query, InPlacePairs::ofQuery);
     addBoth("decode/cookie", 5, cookie(5), CGI_get_cookie, InPlacePairs::ofCookie);
 
-    const auto form = std::make_shared<const Text>(query(10));
-    const auto body = std::make_shared<Body>(form->text);
-    add("decode/form", 10, "ours", [form, body] {
-        CGI_varlist* list = CGI_get_post(nullptr, "application/x-www-form-urlencoded",
-                                         static_cast<int>(form->text.size()), body->stream());
-        benchmark::DoNotOptimize(CGI_lookup(list, form->wanted.c_str()));
-        CGI_free_varlist(list);
-    });
+    for (const long count : {1, 10, 100, 1000})
+        addForm(count);
 }

@@ -53,6 +53,18 @@ public:
                     state.SkipWithError("a session was not found");
     }
 
+    // Creates sessions while the table is as full as a limit allows, so that each ends another.
+    void createAtLimit(benchmark::State& state) {
+        SessionFactory::setMaxSessions(m_factory.sessionNum());
+        const AllocationCounter counter(state);
+        for (auto each : state) {
+            static_cast<void>(each);
+            m_factory.createSession(m_address)->setMaxInactiveInterval(kNoLimit);
+            m_factory.onRequestFinished(&m_requests.front()->impl);
+        }
+        SessionFactory::setMaxSessions(0);
+    }
+
     void sweep() { m_factory.checkSession(); }
 
 private:
@@ -89,6 +101,12 @@ Population& populationOf(long count) {
     return populations.try_emplace(count, count).first->second;
 }
 
+// These lose the sessions that the requests of populationOf() look up.
+Population& populationAtLimit(long count) {
+    static std::map<long, Population> populations;
+    return populations.try_emplace(count, count).first->second;
+}
+
 } // namespace
 
 void pieces::addSession() {
@@ -101,4 +119,8 @@ void pieces::addSession() {
             [count](benchmark::State& state) { populationOf(count).find(state); });
         add("session/sweep", count, "ours", [count] { populationOf(count).sweep(); });
     }
+    for (const long count : {10, 100, 1000, 10000})
+        benchmark::RegisterBenchmark(
+            nameOf("session/create at the limit", count, "ours").c_str(),
+            [count](benchmark::State& state) { populationAtLimit(count).createAtLimit(state); });
 }

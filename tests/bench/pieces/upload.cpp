@@ -1,5 +1,5 @@
-// Stores an upload of 64 MiB in a file; compared with storing the same bytes in the simplest way:
-// read a piece, write it, sync, rename. The counter "peak bytes" is the peak of the heap.
+// Stores uploads of several sizes in a file; compared with storing the same bytes in the simplest
+// way: read a piece, write it, sync, rename. The counter "peak bytes" is the peak of the heap.
 #include "pieces.h"
 
 #include "body.h"
@@ -18,14 +18,13 @@ namespace {
 
 using namespace pieces;
 
-constexpr long kMebibytes = 64;
 constexpr std::size_t kPieceBytes = 16 * 1024;
 const char* const kType = "multipart/form-data; boundary=----kBoundary7MA4YWxkTrZu0gW";
 
 // Random bytes, like those of a compressed firmware image.
-std::string content() {
+std::string content(long mebibytes) {
     std::mt19937_64 random(1);
-    std::string bytes(kMebibytes * 1024 * 1024, '\0');
+    std::string bytes(static_cast<std::size_t>(mebibytes) * 1024 * 1024, '\0');
     for (char& byte : bytes)
         byte = static_cast<char>(random());
     return bytes;
@@ -57,6 +56,8 @@ bool copyAll(FCGX_Stream* in, int file) {
 
 class Upload {
 public:
+    explicit Upload(long mebibytes) : m_content(content(mebibytes)) {}
+
     bool receive() {
         CGI_varlist* list = CGI_fileupload(nullptr, kType, m_target.c_str(), m_upload.stream());
         const bool complete = CGI_lookup(list, "firmware") != nullptr;
@@ -74,7 +75,7 @@ public:
     }
 
 private:
-    const std::string m_content = content();
+    const std::string m_content;
     const std::string m_body = uploadOf(m_content);
     const TemporaryFolder m_folder;
     const std::string m_target = m_folder.path("image");
@@ -82,9 +83,16 @@ private:
     Body m_upload{m_body};
 };
 
-Upload& upload() {
-    static Upload instance;
-    return instance;
+// Keeps one upload at a time, since the large ones need much memory.
+Upload& uploadOf(long mebibytes) {
+    static long size = 0;
+    static std::unique_ptr<Upload> upload;
+    if (size != mebibytes) {
+        upload.reset();
+        upload = std::make_unique<Upload>(mebibytes);
+        size = mebibytes;
+    }
+    return *upload;
 }
 
 void storeRepeatedly(benchmark::State& state, Upload& made, bool (Upload::*store)()) {
@@ -96,15 +104,15 @@ void storeRepeatedly(benchmark::State& state, Upload& made, bool (Upload::*store
     }
 }
 
-void addOne(const char* subject, bool (Upload::*store)()) {
-    const auto run = [store](benchmark::State& state) {
-        Upload& made = upload();
+void addOne(long mebibytes, const char* subject, bool (Upload::*store)()) {
+    const auto run = [mebibytes, store](benchmark::State& state) {
+        Upload& made = uploadOf(mebibytes);
         const PeakMemory peak;
         storeRepeatedly(state, made, store);
         state.counters["peak bytes"] = static_cast<double>(peak.bytes());
-        state.SetBytesProcessed(state.iterations() * kMebibytes * 1024 * 1024);
+        state.SetBytesProcessed(state.iterations() * mebibytes * 1024 * 1024);
     };
-    benchmark::RegisterBenchmark(nameOf("upload/MiB to a file", kMebibytes, subject).c_str(), run)
+    benchmark::RegisterBenchmark(nameOf("upload/MiB to a file", mebibytes, subject).c_str(), run)
         ->Unit(benchmark::kMillisecond)
         ->UseRealTime();
 }
@@ -112,6 +120,8 @@ void addOne(const char* subject, bool (Upload::*store)()) {
 } // namespace
 
 void pieces::addUpload() {
-    addOne("ours", &Upload::receive);
-    addOne("copy", &Upload::copy);
+    for (const long mebibytes : {1, 8, 64}) {
+        addOne(mebibytes, "ours", &Upload::receive);
+        addOne(mebibytes, "copy", &Upload::copy);
+    }
 }
