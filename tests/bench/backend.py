@@ -6,6 +6,7 @@ import re
 import signal
 import socket
 import subprocess
+import time
 
 import fastcgi
 
@@ -14,15 +15,27 @@ CLOSE_WAIT = "LIBFCGI_OS_CLOSE_POLL_TIMEOUT"
 DEFAULT_CLOSE_WAIT = "2000"  # milliseconds, as libfcgi has it
 BACKLOG = 4096  # connections
 QUIET = {"APP_LOG": "stderr", "APP_LOG_LEVEL": "3"}
+# The front server and the load share one core, the back end has one of its own.
+FRONT_CORE, BACK_CORE = (sorted(os.sched_getaffinity(0)) * 2)[:2]
+
+
+def pinned(core):
+    """Returns the command words that run a command on one core."""
+    return ["taskset", "-c", str(core)]
 
 
 class Program:
     """A command with its environment, and its name in the report."""
 
+    folder = None  # the front server's document root, if the program needs one
+
     def __init__(self, name, command, environment=None):
         self.name = name
         self.command = [str(word) for word in command]
         self.environment = {**os.environ, **QUIET, **(environment or {})}
+
+    def start(self, path, prefix=()):
+        return Backend(self, path, prefix)
 
 
 class Programs:
@@ -52,20 +65,32 @@ class Programs:
 
 
 class Process:
-    """The resources of a running process, as /proc shows them."""
+    """The resources of a running process and its descendants, as /proc shows them."""
 
     def __init__(self, pid):
         self.pid = pid
 
-    def cpu_seconds(self):
-        fields = pathlib.Path(f"/proc/{self.pid}/stat").read_text().rpartition(")")[2].split()
-        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+    def members(self):
+        """Returns the process and its descendants."""
+        found = [self.pid]
+        for pid in found:
+            for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
+                found += map(int, (task / "children").read_text().split())
+        return found
 
-    def memory(self, *names):
-        """Returns the sum of fields of /proc/PID/smaps_rollup, in KiB."""
-        text = pathlib.Path(f"/proc/{self.pid}/smaps_rollup").read_text()
-        return sum(int(re.search(rf"^{name}:\s+(\d+) kB$", text, re.M).group(1))
-                   for name in names)
+    def cpu_seconds(self):
+        ticks = 0
+        for pid in self.members():
+            text = pathlib.Path(f"/proc/{pid}/stat").read_text()
+            fields = text.rpartition(")")[2].split()
+            ticks += int(fields[11]) + int(fields[12])
+        return ticks / os.sysconf("SC_CLK_TCK")
+
+    def memory(self, name):
+        """Returns the sum of a field of /proc/PID/smaps_rollup, in KiB."""
+        return sum(int(re.search(rf"^{name}:\s+(\d+) kB$",
+                                 pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text(),
+                                 re.M).group(1)) for pid in self.members())
 
     def resident_memory(self):
         return self.memory("Rss")
@@ -87,12 +112,15 @@ class Backend:
     def __init__(self, program, path, prefix=()):
         self.path = str(path)
         pathlib.Path(self.path).unlink(missing_ok=True)
+        self.is_traced = prefix[:1] == ["strace"]
+        self.child = self.launch(program, [*map(str, prefix), *program.command])
+
+    def launch(self, program, command):
         with socket.socket(socket.AF_UNIX) as listener:
             listener.bind(self.path)
             listener.listen(BACKLOG)
-            self.child = subprocess.Popen([*map(str, prefix), *program.command], stdin=listener,
-                                          stderr=subprocess.DEVNULL, env=program.environment)
-        self.is_traced = prefix[:1] == ["strace"]
+            return subprocess.Popen(command, stdin=listener, stderr=subprocess.DEVNULL,
+                                    env=program.environment)
 
     def __enter__(self):
         return self
@@ -107,8 +135,11 @@ class Backend:
             pid = int(pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()[0])
         return Process(pid)
 
+    def request(self, *arguments, **options):
+        return fastcgi.request(*arguments, **options)
+
     def send(self, *arguments, **options):
-        return fastcgi.send(self.path, fastcgi.request(*arguments, **options))
+        return fastcgi.send(self.path, self.request(*arguments, **options))
 
     def send_repeatedly(self, data, times):
         """Sends the request `times` times; all responses must have the length of the first."""
@@ -118,10 +149,55 @@ class Backend:
 
     def sign_in(self):
         """Returns the cookie of a new session, or a made-up one if the program has no sessions."""
-        cookie = re.search(r"^Set-Cookie: (\S+)", self.send("p=sign-in"), re.M)
-        return cookie.group(1) if cookie else "JSESSIONID=55d0c8e3f2a81712345655d0c8e40010"
+        return fastcgi.cookie_of(re.search(r"^Set-Cookie: (.+)", self.send("p=sign-in"), re.M))
 
-    def stop(self):
+    def stop(self, stop_signal=signal.SIGTERM):
         if self.child.poll() is None:
-            os.kill(self.process.pid, signal.SIGTERM)
+            os.kill(self.process.pid, stop_signal)
             assert self.child.wait(TIMEOUT) == 0
+
+
+class PhpFpm(Program):
+    """PHP-FPM with its fastest settings for this page: a fixed number of workers, and compiled
+    scripts and sessions in memory."""
+
+    def __init__(self, binary, script, folder, workers=1):
+        self.script = folder / "servlet"  # the path that lighttpd derives from the URL
+        self.script.write_text(pathlib.Path(script).read_text())
+        self.folder = folder
+        self.workers = workers
+        settings = {"zend_extension": "opcache", "opcache.validate_timestamps": 0,
+                    "opcache.memory_consumption": 8, "opcache.interned_strings_buffer": 4,
+                    "session.save_path": folder, "session.cache_limiter": "", "expose_php": 0}
+        super().__init__("PHP-FPM", [binary, "--nodaemonize", "--allow-to-run-as-root", "-n",
+                                     *(word for name, value in settings.items()
+                                       for word in ("-d", f"{name}={value}")),
+                                     "--fpm-config", folder / "php-fpm.conf"])
+
+    def start(self, path, prefix=()):
+        owner = f"user = {os.getuid()}\ngroup = {os.getgid()}\n" if os.getuid() == 0 else ""
+        (self.folder / "php-fpm.conf").write_text(
+            f"[global]\nerror_log = /dev/null\n[page]\n{owner}listen = {path}\n"
+            f"listen.backlog = {BACKLOG}\npm = static\npm.max_children = {self.workers}\n"
+            "security.limit_extensions =\n")
+        return PhpFpmBackend(self, path, prefix)
+
+
+class PhpFpmBackend(Backend):
+    def __init__(self, program, path, prefix=()):
+        self.script = str(program.script)
+        super().__init__(program, path, prefix)
+
+    def launch(self, program, command):
+        child = subprocess.Popen(command, stderr=subprocess.DEVNULL, env=program.environment)
+        deadline = time.monotonic() + TIMEOUT
+        while not pathlib.Path(self.path).exists():
+            assert time.monotonic() < deadline and child.poll() is None, program.command
+            time.sleep(0.01)
+        return child
+
+    def request(self, *arguments, **options):
+        return fastcgi.request(*arguments, script=self.script, **options)
+
+    def stop(self, stop_signal=signal.SIGQUIT):
+        super().stop(stop_signal)

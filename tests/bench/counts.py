@@ -1,30 +1,27 @@
 #!/usr/bin/python3
 """Counts what a request costs: instructions, allocations, system calls and memory of the container,
 of a bare libfcgi loop, and of the prescribed loop, which makes only the calls that the container's
-interface promises.
+interface promises. Hardly depends on the load of the machine.
 
     counts.py BUILD RESULT
 
-BUILD is the folder of the preset `bench`. The figures are written to RESULT as JSON: "rows" and
-"aims". The exit status is 1 if an aim is missed.
+BUILD is the folder of the preset `bench`. The figures are written to RESULT as JSON.
 """
+import collections
 import json
 import os
 import pathlib
 import re
 import statistics
-import subprocess
 import sys
 import tempfile
 
-import fastcgi
-import report
-from backend import Backend, Programs
+import growth
+from backend import Programs
+from counting import Counter
 from figures import Figures
 from pages import FORM, PAGE, TEMPLATE
 
-# Requests of two runs: their difference has the requests alone, without start and stop.
-FEW, MANY = 200, 1200
 MEMORY_REQUESTS = 2000
 MEMORY_ROUNDS = 9  # processes; where the libraries are loaded decides on some pages
 KINDS = {"page": (PAGE, None), "template page": (TEMPLATE, None),
@@ -32,19 +29,19 @@ KINDS = {"page": (PAGE, None), "template page": (TEMPLATE, None),
 COUNTED = ("instructions", "allocations", "bytes allocated", "system calls")
 RENDERED = "template/fill and render"
 ROWS = 50
+# A mapping in /proc/PID/smaps: its name, and two of its fields.
+MAPPING = re.compile(r"^[0-9a-f]+-[0-9a-f]+ (?P<flags>\S+) \S+ \S+ \S+ *(?P<name>.*)\n"
+                     r"(?:.*\n)*?Rss: +(?P<resident>\d+) kB\n"
+                     r"(?:.*\n)*?Private_Dirty: +(?P<private>\d+) kB\n", re.M)
 
 
 class Counts:
     def __init__(self, build, folder, figures):
         self.build = pathlib.Path(build)
-        self.programs = Programs(build)
         self.folder = pathlib.Path(folder)
+        self.programs = Programs(build)
+        self.counter = Counter(self.folder)
         self.figures = figures
-        self.started = 0
-
-    def fresh(self):
-        self.started += 1
-        return self.folder / str(self.started)
 
     def requests(self):
         """Counts per request, and returns the counts of each kind and program."""
@@ -53,81 +50,57 @@ class Counts:
         programs += [(kind, make) for kind in KINDS
                      for make in (self.programs.bare_loop, self.programs.container)]
         for kind, make in programs:
-            query, body = KINDS[kind]
-            values = [self.instructions(make(), query, body),
-                      *self.allocations(make, query, body),
-                      self.system_calls(make(), query, body)]
+            values = [self.counter.instructions(make(), *KINDS[kind]),
+                      *self.counter.allocations(make, self.programs.allocation_counter,
+                                                *KINDS[kind]),
+                      self.counter.system_calls(make(), *KINDS[kind])]
             counts[kind, make().name] = dict(zip(COUNTED, values))
             for measure, value in zip(COUNTED, values):
-                self.figures.row(f"cost of a request: {kind}", measure, make().name, [value], "")
+                self.figures.row(f"cost of a request: {kind}", measure, make().name,
+                                 [round(value, 1)], "")
         return counts
-
-    def serve(self, program, query, body, times, prefix=()):
-        with Backend(program, self.fresh(), prefix) as backend:
-            data = fastcgi.request(query, cookie=backend.sign_in(), body=body)
-            backend.send_repeatedly(data, times)
-
-    def per_request(self, count):
-        """Returns the numbers of one request; `count` counts them over a whole run."""
-        return [(many - few) / (MANY - FEW) for few, many in zip(count(FEW), count(MANY))]
-
-    def instructions(self, program, query, body):
-        def count(times):
-            out = self.fresh()
-            self.serve(program, query, body, times,
-                       ["valgrind", "-q", "--tool=callgrind", f"--callgrind-out-file={out}"])
-            return [int(re.search(r"^(?:summary|totals): (\d+)", out.read_text(), re.M).group(1))]
-        return self.per_request(count)[0]
-
-    def allocations(self, make, query, body):
-        """Returns the number of allocations and the sum of their bytes."""
-        def count(times):
-            out = self.fresh()
-            program = make(environment={"LD_PRELOAD": str(self.programs.allocation_counter),
-                                        "ALLOCATIONS": str(out)})
-            self.serve(program, query, body, times)
-            return [int(number) for number in out.read_text().split()]
-        return self.per_request(count)
-
-    def system_calls(self, program, query, body):
-        def count(times):
-            out = self.fresh()
-            self.serve(program, query, body, times, ["strace", "-f", "-qq", "-c", "-o", str(out)])
-            return [int(re.search(r" (\d+) +(?:\d+ +)?total$", out.read_text(), re.M).group(1))]
-        return self.per_request(count)[0]
 
     def memory(self):
         """Returns the private and the resident memory of each program, in KiB."""
         makes = (self.programs.prescribed_loop, self.programs.bare_loop, self.programs.container)
         samples = {make().name: [] for make in makes}
+        mappings = {make().name: [] for make in makes}
         for _ in range(MEMORY_ROUNDS):
             for make in makes:
-                samples[make().name].append(self.memory_of(make()))
+                pair, found = self.memory_of(make())
+                samples[make().name].append(pair)
+                mappings[make().name].append(found)
+        self.figures.tables["mappings"] = {
+            name: medians_of(mappings[name])
+            for name in (self.programs.prescribed_loop().name, self.programs.container().name)}
         medians = {}
         for name, pairs in samples.items():
             medians[name] = [statistics.median(column) for column in zip(*pairs)]
             for measure, column in zip(("private", "resident"), zip(*pairs)):
                 self.figures.row(f"memory after {MEMORY_REQUESTS:,} requests, 1 loop",
-                                 f"{measure} memory", name, list(column), "KiB")
+                                 f"{measure} memory", name, column, "KiB")
         return medians
 
     def memory_of(self, program):
-        with Backend(program, self.fresh()) as backend:
-            data = fastcgi.request(PAGE, cookie=backend.sign_in())
+        with program.start(self.counter.fresh()) as backend:
+            data = backend.request(PAGE, cookie=backend.sign_in())
             backend.send_repeatedly(data, MEMORY_REQUESTS)
-            return backend.process.private_memory(), backend.process.resident_memory()
+            process = backend.process
+            return ((process.private_memory(), process.resident_memory()),
+                    mappings_of(process.pid))
+
+    def profile(self):
+        """Notes the instructions of a page by function."""
+        self.figures.tables["functions"] = {
+            program.name: [[*key, round(count)] for key, count in
+                           self.counter.instructions_by_function(program, PAGE).items() if count]
+            for program in (self.programs.prescribed_loop(), self.programs.container())}
 
     def speed_against_ctemplate(self):
         """Returns how many times as fast as ctemplate ours fills and renders a page."""
-        out = self.fresh()
-        subprocess.run(
-            [self.build / "tests/bench/pieces", f"--benchmark_filter=^{RENDERED}/{ROWS}/",
-             "--benchmark_repetitions=15", "--benchmark_min_time=0.05",
-             "--benchmark_enable_random_interleaving=true", f"--benchmark_out={out}",
-             "--benchmark_out_format=json"], check=True, stdout=subprocess.DEVNULL)
-        pieces = report.read_pieces(json.loads(out.read_text())["benchmarks"])
-        return (report.time_of(pieces[RENDERED, ROWS, "ctemplate"]) /
-                report.time_of(pieces[RENDERED, ROWS, "ours"]))
+        pieces = growth.run_pieces(self.build, self.counter.fresh(), f"^{RENDERED}/{ROWS}/", 15)
+        return (growth.time_of(pieces[RENDERED, ROWS, "ctemplate"]) /
+                growth.time_of(pieces[RENDERED, ROWS, "ours"]))
 
     def aims(self):
         """Compares the container with the prescribed loop."""
@@ -155,16 +128,34 @@ class Counts:
         at_most("resident memory beyond the prescribed loop's, KiB", resident, 700)
 
 
+def mappings_of(pid):
+    """Returns the private and the resident KiB of each file or kind of memory in a process."""
+    sums = collections.defaultdict(lambda: [0, 0])
+    for mapping in MAPPING.finditer(pathlib.Path(f"/proc/{pid}/smaps").read_text()):
+        name = mapping["name"].rpartition("/")[2] or "other memory"
+        if mapping["name"].startswith("/"):
+            name += ", written" if "w" in mapping["flags"] else ", read"
+        sums[name][0] += int(mapping["private"])
+        sums[name][1] += int(mapping["resident"])
+    return dict(sums)
+
+
+def medians_of(samples):
+    names = {name for sample in samples for name in sample}
+    return {name: [statistics.median(sample.get(name, [0, 0])[column] for sample in samples)
+                   for column in (0, 1)] for name in sorted(names)}
+
+
 def main():
     build, result = sys.argv[1:]
-    figures = Figures()
+    figures = Figures(build)
     with tempfile.TemporaryDirectory(prefix="bench.") as folder:
         os.environ["TEMPLATE"] = str(pathlib.Path(__file__).parent / "requests/page.html")
-        Counts(build, folder, figures).aims()
+        counts = Counts(build, folder, figures)
+        counts.aims()
+        counts.profile()
     pathlib.Path(result).write_text(json.dumps(vars(figures), indent=1))
-    print("\n".join(report.aims_table(figures.aims)))
-    return 0 if all(map(report.is_met, figures.aims)) else 1
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    main()

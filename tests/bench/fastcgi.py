@@ -6,6 +6,7 @@ import struct
 BEGIN_REQUEST, PARAMS, STDIN, STDOUT = 1, 4, 5, 6
 RESPONDER = 1
 MAX_CONTENT = 65535  # bytes of a record
+MADE_UP_COOKIE = "JSESSIONID=55d0c8e3f2a81712345655d0c8e40010"
 
 # The variables that lighttpd sends with a small request of a browser.
 VARIABLES = {
@@ -44,9 +45,12 @@ def length(number):
     return struct.pack("!B", number) if number < 128 else struct.pack("!L", number | 1 << 31)
 
 
-def request(query, cookie=None, body=None, content_type="application/x-www-form-urlencoded"):
+def request(query, cookie=None, body=None, content_type="application/x-www-form-urlencoded",
+            script=None):
     """Returns the bytes of one request on a connection of its own."""
     variables = dict(VARIABLES, QUERY_STRING=query, REQUEST_URI=f"/servlet?{query}")
+    if script:
+        variables["SCRIPT_FILENAME"] = script
     if cookie:
         variables["HTTP_COOKIE"] = cookie
     if body is not None:
@@ -56,6 +60,11 @@ def request(query, cookie=None, body=None, content_type="application/x-www-form-
                      for name, value in variables.items())
     return (record(BEGIN_REQUEST, struct.pack("!HB5x", RESPONDER, 0)) + records(PARAMS, pairs) +
             records(STDIN, body or b""))
+
+
+def cookie_of(match):
+    """Returns the cookie of a Set-Cookie line, or a made-up one for programs without sessions."""
+    return match.group(1).partition(";")[0].strip() if match else MADE_UP_COOKIE
 
 
 def receive(connection):

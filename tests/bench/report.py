@@ -1,180 +1,31 @@
 #!/usr/bin/env python3
-"""Makes a report of measurements: tables on standard output, report.json, and with --docs the
-page benchmarks.md with its picture.
+"""Prints the figures of one part of the benchmarks, and with --docs writes them into the documents.
 
-    tests/bench/report.py --build build/bench --pieces PIECES.json [--whole WHOLE.json...]
-                          [--docs docs]
+    report.py PART RESULT [--docs docs]
 
-PIECES.json is the output of the program `pieces`, run with --benchmark_out and several repetitions.
-WHOLE.json is the output of counts.py or whole.py:
-
-    {"rows":   [{"group", "measure", "subject", "value", "unit", "samples"}, ...],
-     "aims":   [{"measure", "figure", "aim", "better": "higher" or "lower"}, ...],
-     "curves": [{"title", "x", "y", "subject", "points": [[x, y], ...]}, ...]}
+PART is counts, loads, growth or peers, and RESULT the file that PART.py wrote. In the documents
+benchmarks.md and benchmark-tables.md the part's figures stand between marks of its name. growth also
+draws benchmarks.svg. The exit status is 1 if an aim of `counts` is missed.
 """
 import argparse
-import datetime
 import json
-import os
 import pathlib
-import platform
-import statistics
-import subprocess
+import sys
 
 import chart
+import growth
+from figures import ROOT, is_steady, spread
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests/support"))
+from marked_section import replace_section
 
-# Operations drawn as curves, and what their size counts.
-GROWING = [("map/look up", "entries"), ("map/insert", "entries"), ("session/create", "sessions"),
-           ("session/look up", "sessions"), ("session/sweep", "sessions"),
-           ("template/render", "rows"), ("template/fill and render", "rows"),
-           ("request/construct", "parameters"), ("decode/query", "pairs")]
-
-# Operation, size, the other subject, and the aim for its time divided by ours.
-AIMS = [("decode/query", 10, "in place", 0.5), ("decode/cookie", 5, "in place", 0.5),
-        ("template/fill and render", 50, "ctemplate", 1.0),
-        ("template/render", 50, "ctemplate", 1.0),
-        ("upload/MiB to a file", 64, "copy", 0.8)]
-UPLOAD_MEMORY = ("upload/MiB to a file", 64, "ours")
-UPLOAD_MEMORY_AIM = 256 * 1024
-
-
-def spread(samples):
-    """Returns the interquartile range of the samples divided by their median, or None for one."""
-    if len(samples) < 2:
-        return None
-    lower, middle, upper = statistics.quantiles(samples, n=4, method="inclusive")
-    return (upper - lower) / middle if middle else None
+FUNCTIONS = 20  # lines of the profile
 
 
 def is_met(aim):
     if aim["better"] == "higher":
         return aim["figure"] >= aim["aim"]
     return aim["figure"] <= aim["aim"]
-
-
-def read_pieces(benchmarks):
-    """Returns the samples in nanoseconds and the counters of each (operation, size, subject)."""
-    to_nanoseconds = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
-    pieces = {}
-    for run in benchmarks:
-        if run["run_type"] != "iteration":
-            continue
-        if run.get("error_occurred"):
-            raise ValueError(f"{run['name']}: {run['error_message']}")
-        # Operations that wait for a disk are measured in real time, the others in CPU time.
-        name, in_real_time, _ = run["run_name"].partition("/real_time")
-        *operation, size, subject = name.split("/")
-        time = run["real_time" if in_real_time else "cpu_time"]
-        piece = pieces.setdefault(("/".join(operation), int(size), subject), {"samples": []})
-        piece["samples"].append(time * to_nanoseconds[run["time_unit"]])
-        for counter in ("allocations", "bytes", "peak bytes"):
-            if counter in run:
-                piece[counter] = run[counter]
-    return dict(sorted(pieces.items()))
-
-
-def time_of(piece):
-    return statistics.median(piece["samples"])
-
-
-def ratios_of(pieces):
-    """Returns, for each other subject, its time divided by ours: above 1, ours is faster."""
-    ratios = []
-    for (operation, size, subject), piece in pieces.items():
-        ours = pieces.get((operation, size, "ours"))
-        if subject != "ours" and ours is not None:
-            ratios.append({"operation": operation, "size": size, "subject": subject,
-                           "ratio": time_of(piece) / time_of(ours)})
-    return ratios
-
-
-def aims_of(pieces, ratios):
-    aims = []
-    for operation, size, subject, aim in AIMS:
-        for ratio in ratios:
-            if (ratio["operation"], ratio["size"], ratio["subject"]) == (operation, size, subject):
-                aims.append({"measure": f"{operation} of {size}, speed, ours / {subject}",
-                             "figure": ratio["ratio"], "aim": aim, "better": "higher"})
-    upload = pieces.get(UPLOAD_MEMORY)
-    if upload is not None:
-        aims.append({"measure": "upload of 64 MiB, peak heap, bytes",
-                     "figure": upload["peak bytes"], "aim": UPLOAD_MEMORY_AIM, "better": "lower"})
-    return aims
-
-
-def curves_of(pieces):
-    curves = {}
-    for operation, counted in GROWING:
-        for (other, size, subject), piece in pieces.items():
-            if other == operation:
-                curve = curves.setdefault((operation, subject), {
-                    "title": operation, "x": counted, "y": "ns", "subject": subject,
-                    "points": []})
-                curve["points"].append([size, time_of(piece)])
-    for curve in curves.values():
-        curve["points"].sort()
-    return list(curves.values())
-
-
-def output_of(*command):
-    return subprocess.run(command, cwd=ROOT, check=True, capture_output=True,
-                          text=True).stdout.strip()
-
-
-def cache_of(build):
-    """Returns the entries of CMake's cache."""
-    entries = {}
-    for line in (build / "CMakeCache.txt").read_text().splitlines():
-        key, equals, value = line.partition("=")
-        if equals and ":" in key and not key.startswith(("#", "//")):
-            entries[key.partition(":")[0]] = value
-    return entries
-
-
-def processor():
-    for line in pathlib.Path("/proc/cpuinfo").read_text().splitlines():
-        if line.startswith("model name"):
-            return line.partition(":")[2].strip()
-    return platform.machine()
-
-
-def conditions_of(build, context):
-    cache = cache_of(build)
-    kind = cache["CMAKE_BUILD_TYPE"]
-    flags = f"{cache['CMAKE_CXX_FLAGS']} {cache['CMAKE_CXX_FLAGS_' + kind.upper()]}"
-    changed = output_of("git", "status", "--porcelain", "--untracked-files=no", "--", ".",
-                        ":!docs/benchmarks.*")
-    return {"processor": processor(), "cores": os.cpu_count(),
-            "system": f"{platform.system()} {platform.release()}, {platform.machine()}",
-            "load average before": ", ".join(f"{load:.1f}" for load in context["load_avg"]),
-            "compiler": output_of(cache["CMAKE_CXX_COMPILER"], "--version").splitlines()[0],
-            "flags": f"{kind}: {flags.strip()}",
-            "commit": output_of("git", "rev-parse", "--short", "HEAD") +
-                      (", modified" if changed else ""),
-            "date": datetime.datetime.fromisoformat(context["date"]).date().isoformat()}
-
-
-def noise_of(pieces, rows):
-    spreads = [spread(piece["samples"]) for piece in pieces.values()]
-    spreads += [spread(row["samples"]) for row in rows]
-    known = [one for one in spreads if one is not None]
-    if not known:
-        return None
-    return {"median": statistics.median(known), "largest": max(known)}
-
-
-def make_report(pieces, whole, conditions):
-    ratios = ratios_of(pieces)
-    aims = whole["aims"] + aims_of(pieces, ratios)
-    return {"conditions": conditions, "noise": noise_of(pieces, whole["rows"]),
-            "aims": [{**aim, "met": is_met(aim)} for aim in aims], "rows": whole["rows"],
-            "pieces": [{"operation": operation, "size": size, "subject": subject,
-                        "ns": time_of(piece), "spread": spread(piece["samples"]),
-                        **{name: value for name, value in piece.items() if name != "samples"}}
-                       for (operation, size, subject), piece in pieces.items()],
-            "ratios": ratios, "curves": whole["curves"] + curves_of(pieces)}
 
 
 def number(value):
@@ -190,110 +41,246 @@ def percent(value):
 
 def table(head, rows):
     lines = ["| " + " | ".join(head) + " |", "|" + "---|" * len(head)]
-    return lines + ["| " + " | ".join(row) + " |" for row in rows]
+    return lines + ["| " + " | ".join(row) + " |" for row in rows] + [""]
+
+
+def verdict(aim):
+    if not is_steady(aim["spread"]):
+        return "left out"
+    return "met" if is_met(aim) else "**missed**"
+
+
+def shown(value, unit, known_spread):
+    """Returns a figure, unless it was so unsteady that it says nothing."""
+    if not is_steady(known_spread):
+        return "left out"
+    return f"{number(value)} {unit}".rstrip()
 
 
 def aims_table(aims):
-    return table(["measure", "figure", "aim", ""],
-                 [[aim["measure"], number(aim["figure"]),
+    return table(["measure", "figure", "spread", "aim", ""],
+                 [[aim["measure"], shown(aim["figure"], "", aim["spread"]), percent(aim["spread"]),
                    f"{'at least' if aim['better'] == 'higher' else 'at most'} "
-                   f"{number(aim['aim'])}", "met" if is_met(aim) else "**missed**"]
-                  for aim in aims])
+                   f"{number(aim['aim'])}", verdict(aim)] for aim in aims])
 
 
-def whole_table(report):
+def rows_table(rows):
     return table(["where", "measure", "subject", "value", "spread"],
                  [[row["group"], row["measure"], row["subject"],
-                   f"{number(row['value'])} {row['unit']}", percent(spread(row["samples"]))]
-                  for row in report["rows"]])
+                   shown(row["value"], row["unit"], spread(row["samples"])),
+                   percent(spread(row["samples"]))] for row in rows])
 
 
-def pieces_table(report):
+def conditions_table(conditions):
+    return table(["", ""], [[name, value] for name, value in conditions.items()])
+
+
+def pieces_table(tables):
     ratios = {(one["operation"], one["size"], one["subject"]): one["ratio"]
-              for one in report["ratios"]}
+              for one in tables["ratios"]}
     rows = []
-    for one in report["pieces"]:
+    for one in tables["pieces"]:
         ratio = ratios.get((one["operation"], one["size"], one["subject"]))
-        rows.append([one["operation"], number(one["size"]), one["subject"], number(one["ns"]),
-                     percent(one["spread"]), number(round(one["allocations"], 1)),
-                     number(round(one["bytes"], 1)), "" if ratio is None else number(ratio)])
+        rows.append([one["operation"], number(one["size"]), one["subject"],
+                     shown(one["ns"], "", one["spread"]), percent(one["spread"]),
+                     number(round(one["allocations"], 1)), number(round(one["bytes"], 1)),
+                     "" if ratio is None else number(ratio)])
     return table(["operation", "size", "subject", "ns", "spread", "allocations", "bytes",
                   "time / ours"], rows)
 
 
-INTRODUCTION = """\
-# Benchmarks
-
-What a request costs, compared with the smallest possible libfcgi program, and what the pieces of a
-request cost, compared with simpler code or another library. `scripts/bench` measures and writes
-this page; [footprint.md](footprint.md) has the memory of sessions, loops and requests.
-
-![Figures and their aims, and how times grow](benchmarks.svg)
-"""
-
-SPREAD = """
-Each figure is the median of several repetitions in random order. The spread is the interquartile
-range divided by the median: {median} for the median figure, {largest} for the worst. A difference
-smaller than the spread is noise."""
-
-WHOLE_REQUESTS = """
-## Whole requests
-
-The *bare loop* accepts a request, writes the same 1 KiB and finishes. At the end of each request
-libfcgi waits up to two seconds for the front server to close the connection; *without close wait*,
-that is switched off. The *container* is `fcgi_host` with a session, two listeners and a page.
-"""
-
-PIECES = """
-## Pieces of a request
-
-The time of one operation, and what it asks `malloc(3)` for: the count of allocations and the sum of
-their sizes, without the allocator's own overhead. The size is the number of entries, parameters,
-rows or bytes that the operation handles; the times of the map's operations are per entry. Uploads
-are measured in real time, all others in CPU time.
-"""
+def duration(nanoseconds):
+    for size, unit in ((1e9, "s"), (1e6, "ms"), (1e3, "µs")):
+        if nanoseconds >= size:
+            return f"{number(nanoseconds / size)} {unit}"
+    return f"{number(nanoseconds)} ns"
 
 
-def document(report):
-    noise = report["noise"]
-    lines = [INTRODUCTION, "## Aims", ""] + aims_table(report["aims"])
-    lines += ["", "## Conditions", ""] + table(
-        ["", ""], [[name, str(value)] for name, value in report["conditions"].items()])
-    if noise is not None:
-        lines.append(SPREAD.format(median=percent(noise["median"]),
-                                   largest=percent(noise["largest"])))
-    if report["rows"]:
-        lines += [WHOLE_REQUESTS] + whole_table(report)
-    lines += [PIECES] + pieces_table(report)
-    return "\n".join(lines) + "\n"
+def growth_table(curves):
+    """Shows what an operation, or one item of it, costs at each size, and where that bends."""
+    ours = {curve["title"]: curve for curve in curves if curve["subject"] == "ours"}
+    sizes = sorted({size for curve in ours.values() for size, _ in curve["points"]})
+    rows = []
+    for operation, curve in ours.items():
+        costs = growth.costs_of(operation, curve["points"])
+        bend = growth.bend_of(costs)
+        of = f"{operation}, one of the {curve['x']}" if growth.GROWING[operation][1] else operation
+        rows.append([of, curve["x"], *(duration(costs[size]) if size in costs else ""
+                                       for size in sizes),
+                     "nowhere" if bend is None else f"at {bend:,} {curve['x']}"])
+    return table(["cost of", "size in", *(f"{size:,}" for size in sizes), "bends"], rows)
+
+
+def difference_table(heads, ours, floors, lines=None):
+    """Compares two dictionaries of numbers: the largest differences, the rest in one line, and the
+    sum."""
+    keys = sorted({*ours, *floors}, key=lambda key: floors.get(key, 0) - ours.get(key, 0))
+    listed = keys[:lines]
+    parts = [(key, ours.get(key, 0), floors.get(key, 0)) for key in listed]
+    if lines is not None and len(keys) > lines:
+        parts.append(("all others", sum(ours.get(key, 0) for key in keys[lines:]),
+                      sum(floors.get(key, 0) for key in keys[lines:])))
+    parts.append(("together", sum(ours.values()), sum(floors.values())))
+    return table(heads, [[name, number(one), number(other), number(one - other)]
+                         for name, one, other in parts])
+
+
+def profile_tables(tables):
+    """Shows where the instructions and the memory of the container are beyond the floor's."""
+    floors, ours = (tables["functions"][name] for name in ("prescribed loop", "container"))
+    heads = ["container", "prescribed loop", "difference"]
+
+    def summed(functions, key):
+        sums = {}
+        for library, function, count in functions:
+            name = key(library, function)
+            sums[name] = sums.get(name, 0) + count
+        return sums
+    lines = ["Instructions of a page with a session, by library and by function:", ""]
+    for title, key, count in (("library", lambda library, _: library, None),
+                              ("function", lambda library, function: f"`{function}`, {library}",
+                               FUNCTIONS)):
+        lines += difference_table([title, *heads], summed(ours, key), summed(floors, key), count)
+    for column, kind in enumerate(("private", "resident")):
+        memory = [{name: pair[column] for name, pair in tables["mappings"][subject].items()
+                   if pair[column]} for subject in ("container", "prescribed loop")]
+        lines += [f"The {kind} memory by mapping, in KiB:", ""]
+        lines += difference_table(["mapping", *heads], *memory)
+    return lines
+
+
+def peers_table(result):
+    subjects = list(dict.fromkeys(row["subject"] for row in result["rows"]))
+    measures = list(dict.fromkeys((row["measure"], row["unit"]) for row in result["rows"]))
+    values = {(row["subject"], row["measure"]):
+              shown(row["value"], "", spread(row["samples"])) for row in result["rows"]}
+    return table(["", *(f"{measure}, {unit}" if unit else measure for measure, unit in measures)],
+                 [[subject, *(values[subject, measure] for measure, _ in measures)]
+                  for subject in subjects])
+
+
+# ---- What each result means
+
+def figure_of(result, beginning):
+    aim = next(aim for aim in result["aims"] if aim["measure"].startswith(beginning))
+    return shown(aim["figure"], "", aim["spread"])
+
+
+def value_of(result, measure, subject, group=""):
+    return next(row for row in result["rows"] if (row["measure"], row["subject"]) ==
+                (measure, subject) and group in row["group"])
+
+
+def results_of_counts(result):
+    def figure(beginning):
+        return figure_of(result, beginning)
+    return [
+        f"- A page with a session executes **{figure('page: instructions')} times** the "
+        "instructions of the prescribed loop: what is above 1 is the container's own work.",
+        f"- It allocates memory **{figure('page: allocations')}** times more often, and makes "
+        f"**{figure('page: system calls')}** further system calls.",
+        f"- A template page of 20 variables and 50 rows executes "
+        f"**{figure('template page: instructions')} instructions** with "
+        f"**{figure('template page: allocations')} allocations**, and a form of ten fields "
+        f"**{figure('form of 10')} more** than the page.",
+        "- Speed of filling and rendering 50 rows, compared with Google's ctemplate: "
+        f"**{figure('fill and render')}**.",
+        f"- The process needs **{figure('private memory')} KiB** more memory of its own than the "
+        f"prescribed loop, and **{figure('resident memory')} KiB** more in RAM, of which most are "
+        "pages of shared libraries that other programs use, too."]
+
+
+def results_of_loads(result):
+    def figure(beginning):
+        return figure_of(result, beginning)
+    return [
+        "- Requests per second behind lighttpd, compared with a bare loop that waits for nothing: "
+        f"**{figure('requests/s behind lighttpd, container / bare loop without')}**. Where that is "
+        "about 1, the web server sets the pace, not the container.",
+        "- Processor time behind lighttpd, system calls included, compared with the prescribed "
+        f"loop: **{figure('processor time behind lighttpd, container / prescribed')}**. Less than "
+        "for instructions, since most of a request's time is spent in the kernel.",
+        "- Requests per second of two loops on two cores, compared with one loop: "
+        f"**{figure('requests/s of the back end alone')}**. One request is accepted at a time; "
+        "more loops help while pages wait for something else."]
+
+
+def results_of_growth(result):
+    curves = {curve["title"]: curve for curve in result["curves"] if curve["subject"] == "ours"}
+    bend = growth.bend_of(dict(curves["session/look up"]["points"]))
+    times = dict(curves["session/look up"]["points"])
+    most = max(times)
+    where = f"from {bend:,} on it grows" if bend else "it hardly grows"
+    return [f"- A session is found in **{duration(times[min(times)])}** among {min(times):,}, and in "
+            f"**{duration(times[most])}** among {most:,}: {where}. `--max-sessions` keeps a device "
+            "below that."]
+
+
+def results_of_peers(result):
+    def of(subject, measure):
+        return value_of(result, measure, subject)["value"]
+    measure = "processor time of a request"
+    times = of("PHP-FPM", measure) / of("container", measure)
+    memory = of("PHP-FPM", "written memory") / of("container", "written memory")
+    missing = ", ".join(name for name, is_packaged in result["tables"]["packaged"].items()
+                        if not is_packaged)
+    return [f"- PHP-FPM needs **{number(times)} times** the processor time for the same page, and "
+            f"**{number(memory)} times** the memory. Debian 12 does not package {missing}."]
+
+
+RESULTS = {"counts": results_of_counts, "loads": results_of_loads, "growth": results_of_growth,
+           "peers": results_of_peers}
+
+
+def tables_of(part, result):
+    """Returns the tables for benchmarks.md and for benchmark-tables.md."""
+    rows = rows_table(result["rows"])
+    if part == "counts":
+        return aims_table(result["aims"]), rows
+    if part == "loads":
+        return aims_table(result["aims"]), rows
+    if part == "growth":
+        return growth_table(result["curves"]), (aims_table(result["aims"]) +
+                                                pieces_table(result["tables"]))
+    return peers_table(result), rows
+
+
+def stamp(part, conditions):
+    return [f"`scripts/bench --{part}`, {conditions['date']}, commit {conditions['commit']}:", ""]
+
+
+def write(part, result, docs):
+    front, behind = tables_of(part, result)
+    head = stamp(part, result["conditions"])
+    replace_section(docs / "benchmarks.md", f"results of {part}",
+                    "\n".join(RESULTS[part](result)) + "\n")
+    replace_section(docs / "benchmarks.md", part, "\n".join(head + front))
+    replace_section(docs / "benchmark-tables.md", part,
+                    "\n".join(head + conditions_table(result["conditions"]) + behind))
+    if part == "counts":
+        replace_section(docs / "benchmark-tables.md", "profile",
+                        "\n".join(head + profile_tables(result["tables"])))
+    if part == "growth":
+        (docs / "benchmarks.svg").write_text(chart.draw(
+            [{**aim, "met": is_met(aim)} for aim in result["aims"]], result["curves"]))
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--build", type=pathlib.Path, required=True,
-                        help="the build folder; report.json is written there")
-    parser.add_argument("--pieces", type=pathlib.Path, required=True)
-    parser.add_argument("--whole", type=pathlib.Path, nargs="+", default=[])
-    parser.add_argument("--docs", type=pathlib.Path,
-                        help="write benchmarks.md and benchmarks.svg into this folder")
+    parser.add_argument("part", choices=RESULTS)
+    parser.add_argument("result", type=pathlib.Path)
+    parser.add_argument("--docs", type=pathlib.Path, help="write the documents in this folder")
     arguments = parser.parse_args()
-
-    measured = json.loads(arguments.pieces.read_text())
-    whole = {"rows": [], "aims": [], "curves": []}
-    for part in arguments.whole:
-        for name, figures in json.loads(part.read_text()).items():
-            whole[name] += figures
-    report = make_report(read_pieces(measured["benchmarks"]), whole,
-                         conditions_of(arguments.build, measured["context"]))
-
-    (arguments.build / "report.json").write_text(json.dumps(report, indent=1) + "\n")
+    result = json.loads(arguments.result.read_text())
+    front, behind = tables_of(arguments.part, result)
+    if arguments.part == "counts":
+        print("\n".join(profile_tables(result["tables"])))
+    print("\n".join(behind + front + RESULTS[arguments.part](result)))
     if arguments.docs is not None:
-        (arguments.docs / "benchmarks.md").write_text(document(report))
-        (arguments.docs / "benchmarks.svg").write_text(chart.draw(report["aims"],
-                                                                  report["curves"]))
-    print("\n".join(whole_table(report) + [""] if report["rows"] else []))
-    print("\n".join(pieces_table(report) + [""] + aims_table(report["aims"])))
+        write(arguments.part, result, arguments.docs)
+    is_checked = arguments.part == "counts"
+    return 1 if is_checked and not all(map(is_met, result["aims"])) else 0
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

@@ -1,4 +1,4 @@
-"""Tests of the arithmetic of tests/bench/report.py, and of the picture of tests/bench/chart.py."""
+"""Tests of the arithmetic of the benchmarks, and of their picture."""
 import pathlib
 import sys
 import xml.etree.ElementTree
@@ -6,6 +6,9 @@ import xml.etree.ElementTree
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
 
 import chart
+import counting
+import figures
+import growth
 import pytest
 import report
 
@@ -16,7 +19,7 @@ def run(name, cpu_time, unit="ns", **more):
 
 
 def pieces(*runs):
-    return report.read_pieces(runs)
+    return growth.read_pieces(runs)
 
 
 def test_the_time_is_the_median_of_the_repetitions_without_aggregates():
@@ -24,13 +27,13 @@ def test_the_time_is_the_median_of_the_repetitions_without_aggregates():
                   run("map/look up/10/ours", 7),
                   {"run_type": "aggregate", "name": "map/look up/10/ours_mean"})
     assert list(read) == [("map/look up", 10, "ours")]
-    assert report.time_of(read[("map/look up", 10, "ours")]) == 7
+    assert growth.time_of(read[("map/look up", 10, "ours")]) == 7
 
 
 def test_times_are_nanoseconds_of_cpu_time_or_of_real_time():
     read = pieces(run("a/b/1/ours", 3, "us"), run("a/c/1/ours/real_time", 2, "ms"))
-    assert report.time_of(read[("a/b", 1, "ours")]) == 3000
-    assert report.time_of(read[("a/c", 1, "ours")]) == 20e6
+    assert growth.time_of(read[("a/b", 1, "ours")]) == 3000
+    assert growth.time_of(read[("a/c", 1, "ours")]) == 20e6
 
 
 def test_a_failed_run_is_an_error():
@@ -39,13 +42,13 @@ def test_a_failed_run_is_an_error():
 
 
 def test_the_spread_is_the_interquartile_range_divided_by_the_median():
-    assert report.spread([10, 8, 12, 9, 11]) == pytest.approx(0.2)
-    assert report.spread([10]) is None
+    assert figures.spread([10, 8, 12, 9, 11]) == pytest.approx(0.2)
+    assert figures.spread([10]) is None
 
 
 def test_a_ratio_above_one_means_that_ours_is_faster():
     read = pieces(run("a/b/5/ours", 4), run("a/b/5/other", 6), run("a/b/9/other", 1))
-    assert report.ratios_of(read) == [
+    assert growth.ratios_of(read) == [
         {"operation": "a/b", "size": 5, "subject": "other", "ratio": 1.5}]
 
 
@@ -56,11 +59,70 @@ def test_an_aim_is_met_by_a_figure_equal_to_it(figure, better, met):
     assert report.is_met({"figure": figure, "aim": 0.95, "better": better}) is met
 
 
+class Collected(figures.Figures):
+    def __init__(self):
+        self.aims, self.curves = [], []
+
+
 def test_an_aim_compares_equal_sizes_with_its_own_subject():
     read = pieces(run("decode/query/10/ours", 10), run("decode/query/10/in place", 4),
                   run("decode/query/100/ours", 10), run("decode/query/100/in place", 40))
-    made = report.make_report(read, {"rows": [], "aims": [], "curves": []}, {})
-    assert [(aim["figure"], aim["met"]) for aim in made["aims"]] == [(0.4, False)]
+    collected = Collected()
+    growth.add_aims(collected, read, growth.ratios_of(read))
+    assert [(aim["figure"], report.is_met(aim)) for aim in collected.aims] == [(0.4, False)]
+
+
+def test_a_ratio_is_that_of_the_medians_with_the_spread_of_the_rounds():
+    ratio = figures.Ratio([10, 20, 30], [10, 10, 10])
+    assert ratio.figure == 2
+    assert ratio.spread == pytest.approx(0.5)
+
+
+def test_an_unsteady_figure_is_measured_again():
+    rounds = iter([{"a": [1, 2, 3], "b": [1, 1, 1]}, {"a": [1, 1.1, 1], "b": [2, 2, 2]}, None])
+    assert figures.steadiest(lambda: next(rounds))["b"] == [2, 2, 2]
+
+
+def test_of_unsteady_figures_the_steadiest_is_kept():
+    rounds = iter([{"a": [1, 2, 3]}, {"a": [2, 3, 4]}, {"a": [1, 3, 5]}])
+    assert figures.steadiest(lambda: next(rounds))["a"] == [2, 3, 4]
+
+
+def test_an_unsteady_figure_is_left_out():
+    assert report.shown(1234.5, "ms", 0.2) == "1,234 ms"
+    assert report.shown(1234.5, "ms", 0.21) == "left out"
+    aim = {"measure": "m", "figure": 2, "aim": 1, "better": "higher", "spread": 0.5}
+    assert report.aims_table([aim])[2] == "| m | left out | 50 % | at least 1 | left out |"
+
+
+@pytest.mark.parametrize("costs, bend", [
+    ({10: 5, 100: 5, 1000: 9}, None), ({10: 5, 100: 10, 1000: 11}, 1000),
+    ({1: 50, 10: 5, 100: 6, 1000: 11, 10000: 100}, 1000), ({10: 5}, None)])
+def test_a_curve_bends_where_it_costs_twice_as_much_as_before(costs, bend):
+    assert growth.bend_of(costs) == bend
+
+
+def test_the_cost_of_an_item_is_shown_where_all_items_are_handled():
+    assert growth.costs_of("session/sweep", [[10, 50], [100, 500]]) == {10: 5, 100: 5}
+    assert growth.costs_of("session/look up", [[10, 50], [100, 500]]) == {10: 50, 100: 500}
+
+
+def test_differences_are_sorted_and_add_up():
+    lines = report.difference_table(["library", "ours", "other", "difference"],
+                                    {"a": 5, "b": 9, "c": 1}, {"a": 4, "d": 7}, 1)
+    assert lines[2:5] == ["| b | 9 | 0 | 9 |", "| all others | 6 | 11 | -5 |",
+                          "| together | 15 | 11 | 4 |"]
+
+
+@pytest.mark.parametrize("name, short", [
+    ("QKHashMap<std::string, int>::put(std::string, int)", "QKHashMap::put"),
+    ("(anonymous namespace)::writeDecoded(std::string, char*)", "writeDecoded"),
+    ("std::unique_ptr<int> (anonymous namespace)::decode<a (*)(b)>(c)", "decode"),
+    ("HttpResponseImpl::removeHeader(char const*) [clone .part.0]",
+     "HttpResponseImpl::removeHeader"),
+    ("operator new(unsigned long)", "operator new"), ("malloc'2", "malloc")])
+def test_functions_have_short_names_in_the_profile(name, short):
+    assert counting.short_name(name) == short
 
 
 AIMS = [{"measure": "a < b", "figure": 3, "aim": 1, "better": "higher", "met": True},
