@@ -23,9 +23,9 @@ constexpr bool isAsciiLetter(char character) {
 
 inline bool equalsIgnoringCase(std::string_view left, std::string_view right) {
     return left.size() == right.size() &&
-           std::equal(left.begin(), left.end(), right.begin(), [](char one, char other) {
-               return one == other || asciiLower(one) == asciiLower(other);
-           });
+           (left == right ||
+            std::equal(left.begin(), left.end(), right.begin(),
+                       [](char one, char other) { return asciiLower(one) == asciiLower(other); }));
 }
 
 } // namespace base

@@ -1,6 +1,6 @@
 #include "varlist.h"
 
-#include "base/short_text.h"
+#include <cstring>
 
 CGI_varlist::Owner CGI_varlist::makeWithBytes(std::size_t places, std::size_t bytes) {
     static_assert(alignof(Value) <= alignof(CGI_varlist), "values follow the list in memory");
@@ -47,15 +47,16 @@ void CGI_varlist::take(Owner other) noexcept {
     m_last = other.release()->m_last;
 }
 
-char* CGI_varlist::first(std::string_view name) {
+char* CGI_varlist::first(const char* name) {
+    const std::uint32_t key = base::nameKey(name);
     for (CGI_varlist* list = this; list != nullptr; list = list->m_next)
         for (const Value& value : *list)
-            if (base::equalShort(value.name, name))
+            if (value.key == key && std::strcmp(value.name, name) == 0)
                 return value.text;
     return nullptr;
 }
 
-char** CGI_varlist::all(std::string_view name) {
+char** CGI_varlist::all(const char* name) {
     std::vector<char*> texts = textsOf(name);
     if (texts.empty())
         return nullptr;
@@ -65,15 +66,16 @@ char** CGI_varlist::all(std::string_view name) {
     for (Array& array : m_arrays)
         if (array.texts.size() == texts.size() && array.name == name)
             return array.texts.data();
-    m_arrays.push_front({std::string(name), std::move(texts)});
+    m_arrays.push_front({name, std::move(texts)});
     return m_arrays.front().texts.data();
 }
 
-std::vector<char*> CGI_varlist::textsOf(std::string_view name) {
+std::vector<char*> CGI_varlist::textsOf(const char* name) {
+    const std::uint32_t key = base::nameKey(name);
     std::vector<char*> texts;
     for (CGI_varlist* list = this; list != nullptr; list = list->m_next)
         for (const Value& value : *list)
-            if (base::equalShort(value.name, name))
+            if (value.key == key && std::strcmp(value.name, name) == 0)
                 texts.push_back(value.text);
     return texts;
 }

@@ -2,11 +2,13 @@
 #ifndef VARLIST_H
 #define VARLIST_H
 
+#include "base/name_key.h"
 #include "cgi.h"
 #include "decoding_limits.h"
 
 #include <cassert>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <forward_list>
 #include <memory>
@@ -57,7 +59,7 @@ public:
         char* const valueText = text() + (value.data() - text());
         nameText[name.size()] = '\0';
         valueText[value.size()] = '\0';
-        new (end()) Value{name, valueText};
+        new (end()) Value{base::nameKey(name), nameText, valueText};
         ++m_size;
         ++m_total;
     }
@@ -66,14 +68,15 @@ public:
     void take(Owner other) noexcept;
 
     // Returns the first value of `name`, or null.
-    char* first(std::string_view name);
+    char* first(const char* name);
     // Returns all values of `name` with a null behind them, or null when there are none. Throws
     // std::bad_alloc.
-    char** all(std::string_view name);
+    char** all(const char* name);
 
 private:
     struct Value {
-        std::string_view name;
+        std::uint32_t key; // base::nameKey(name)
+        const char* name;
         char* text;
     };
     // An array that all() has returned.
@@ -91,7 +94,7 @@ private:
 
     Value* begin() { return reinterpret_cast<Value*>(this + 1); }
     Value* end() { return begin() + m_size; }
-    std::vector<char*> textsOf(std::string_view name);
+    std::vector<char*> textsOf(const char* name);
 
     const std::size_t m_places;
     std::size_t m_size = 0;
