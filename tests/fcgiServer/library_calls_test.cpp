@@ -108,6 +108,36 @@ public:
     }
 };
 
+class Environment final : public Servlet {
+public:
+    void service(HttpRequest* request, HttpResponse*) override {
+        note("servlet: service");
+        request->getQueryString();
+        request->getCookie();
+        request->getRole();
+        request->getRequestURI();
+        request->getDocumentRoot();
+        request->getRemoteAddr();
+        request->getRemoteHost();
+        request->getServerPort();
+        request->getServerName();
+        request->getContextType();
+        request->getContentLength();
+        request->getProtocal();
+        request->getRefferer();
+        request->getUserAgent();
+        request->getMethod();
+        request->getContextPath();
+        request->getServletPath();
+        request->isSecure();
+        request->getAccept();
+        request->getAcceptLanguage();
+        request->getAcceptEncoding();
+        request->getAcceptCharset();
+        request->getServerName(); // again: nothing is cached
+    }
+};
+
 HttpListener* createListener() {
     static Listener listener; // the container does not delete listeners
     return &listener;
@@ -128,6 +158,7 @@ public:
                                  "<servlet id='template' createfunction='createTemplate'/>"
                                  "<servlet id='form' createfunction='createForm'/>"
                                  "<servlet id='upload' createfunction='createUpload'/>"
+                                 "<servlet id='environment' createfunction='createEnvironment'/>"
                                  "<servlet id='broken' createfunction='createNothing'/>"
                                  "</web>";
         export_("createListener", createListener);
@@ -136,6 +167,7 @@ public:
         export_("createTemplate", create<Template>);
         export_("createForm", create<Form>);
         export_("createUpload", create<Upload>);
+        export_("createEnvironment", create<Environment>);
     }
     ~ConfigFile() { unlink(m_path.c_str()); }
     ConfigFile(const ConfigFile&) = delete;
@@ -320,6 +352,7 @@ TEST_F(LibraryCalls, AreExactlyTheseForTheStart) {
              addedServlet("template", "createTemplate"),
              addedServlet("form", "createForm"),
              addedServlet("upload", "createUpload"),
+             addedServlet("environment", "createEnvironment"),
              addedServlet("broken", "createNothing"),
              logged("info", "PluginLoader::init End"),
              {"dlsym(the library, 'createListener')", "dlerror()", "listener: init"}}));
@@ -420,6 +453,40 @@ TEST_F(LibraryCalls, AreExactlyTheseForAnUpload) {
                        kFlush,
                        kFindNoSession,
                        {"CGI_free_varlist(list 2)", "CGI_free_varlist(null)", "FCGX_Finish_r()"}}));
+}
+
+TEST_F(LibraryCalls, AreOneForEachReadingOfTheEnvironment) {
+    queryIs("p", "environment");
+    EXPECT_EQ(callsOfGet("p=environment"), linesOf({beginWithoutSession("p=environment"),
+                                                    {"listener: onRequest", lookup("list 1", "p")},
+                                                    create("createEnvironment"),
+                                                    {"servlet: service"},
+                                                    {parameter("QUERY_STRING"),
+                                                     parameter("HTTP_COOKIE"),
+                                                     parameter("FCGI_ROLE"),
+                                                     parameter("REQUEST_URI"),
+                                                     parameter("DOCUMENT_ROOT"),
+                                                     parameter("REMOTE_ADDR"),
+                                                     parameter("REMOTE_HOST"),
+                                                     parameter("SERVER_PORT"),
+                                                     parameter("SERVER_NAME"),
+                                                     parameter("CONTENT_TYPE"),
+                                                     parameter("CONTENT_LENGTH"),
+                                                     parameter("SERVER_PROTOCOL"),
+                                                     parameter("REFFERER"),
+                                                     parameter("USER_AGENT"),
+                                                     parameter("REQUEST_METHOD"),
+                                                     parameter("CONTEXT_PATH"),
+                                                     parameter("SCRIPT_NAME"),
+                                                     parameter("SCRIPT_NAME"),
+                                                     parameter("HTTP_ACCEPT"),
+                                                     parameter("HTTP_ACCEPT_LANGUAGE"),
+                                                     parameter("HTTP_ACCEPT_ENCODING"),
+                                                     parameter("HTTP_ACCEPT_CHARSET"),
+                                                     parameter("SERVER_NAME")},
+                                                    {"FCGX_VFPrintF(out, '\\r\\n') = '\\r\\n'"},
+                                                    endWithoutSession(),
+                                                    {"FCGX_Finish_r()"}}));
 }
 
 const Calls kErrorPage = {
