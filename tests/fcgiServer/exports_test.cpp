@@ -1,5 +1,5 @@
 // What hosts and plug-ins that were compiled long ago find in the shared library: its name, its
-// symbols and the order of its virtual tables.
+// symbols and the order of its virtual tables; and what it needs of libfcgi.
 #include <cxxabi.h>
 #include <dlfcn.h>
 #include <elf.h>
@@ -10,7 +10,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -269,6 +272,28 @@ std::size_t sizeOf(void* address) {
     return entry->st_size;
 }
 
+// Returns the symbols with this prefix that the ELF file at `path` takes from other libraries.
+std::set<std::string> neededSymbols(const char* path, const std::string& prefix) {
+    std::ifstream in(path, std::ios::binary);
+    const std::string file{std::istreambuf_iterator<char>(in), {}};
+    const auto at = [&file](std::size_t offset) { return file.data() + offset; };
+    const auto* header = reinterpret_cast<const ElfW(Ehdr)*>(at(0));
+    const auto* sections = reinterpret_cast<const ElfW(Shdr)*>(at(header->e_shoff));
+    std::set<std::string> names;
+    for (const auto* section = sections; section != sections + header->e_shnum; ++section) {
+        if (section->sh_type != SHT_DYNSYM)
+            continue;
+        const char* texts = at(sections[section->sh_link].sh_offset);
+        const auto* symbol = reinterpret_cast<const ElfW(Sym)*>(at(section->sh_offset));
+        for (std::size_t count = section->sh_size / sizeof *symbol; count > 0; --count, ++symbol) {
+            const std::string name = texts + symbol->st_name;
+            if (symbol->st_shndx == SHN_UNDEF && name.compare(0, prefix.size(), prefix) == 0)
+                names.insert(name);
+        }
+    }
+    return names;
+}
+
 class ServerLibrary : public testing::Test {
 protected:
     void SetUp() override {
@@ -358,6 +383,14 @@ TEST_F(ServerLibrary, IsNamedAsHostsLinkedIt) {
     }
     ASSERT_TRUE(named);
     EXPECT_STREQ(strings + name, "libfcgiServer.so");
+}
+
+// A device may bring a libfcgi of its own.
+TEST_F(ServerLibrary, NeedsTenFunctionsOfLibfcgi) {
+    const std::set<std::string> ten = {
+        "FCGX_Accept_r", "FCGX_FFlush",  "FCGX_FPrintF",     "FCGX_Finish_r", "FCGX_GetParam",
+        "FCGX_Init",     "FCGX_PutChar", "FCGX_InitRequest", "FCGX_PutStr",   "FCGX_VFPrintF"};
+    EXPECT_EQ(neededSymbols(SERVER_LIBRARY, "FCGX_"), ten);
 }
 
 TEST_F(ServerLibrary, HasOnlyDestructorsInTheVirtualTablesOfItsOwners) {
