@@ -26,6 +26,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <list>
 #include <memory>
 #include <string>
 #include <utility>
@@ -682,6 +683,23 @@ TEST_F(Service, DestroysServletsThenSessions) {
     EXPECT_EQ(recorded_log::records(),
               (Records{plugin_watch::event("page 1 destroy"), webDebug("setUser", "(null)")}));
     EXPECT_EQ(controller().getSessionFactory()->sessionNum(), 0);
+}
+
+TEST_F(Service, DropsItsListenersAfterTheServletsAndBeforeTheSessions) {
+    get("/servlet?p=status");
+    auto* servlets = static_cast<ServletContainer*>(member(1));
+    const auto& listeners = *static_cast<std::list<void*>**>(member(2))[1];
+    const void* const servlet = servlets->getServlet("status");
+    const void* const listenerEntry = &listeners.front();
+    const void* const lastSession = &session();
+    watchedSession = nullptr;
+    freed_storage::start();
+    controller().destroy();
+    const std::vector<FreedStorage> freed = freed_storage::stop();
+    EXPECT_LT(freed_storage::indexOf(freed, servlet), freed_storage::indexOf(freed, listenerEntry));
+    EXPECT_LT(freed_storage::indexOf(freed, listenerEntry),
+              freed_storage::indexOf(freed, lastSession));
+    EXPECT_LT(freed_storage::indexOf(freed, lastSession), freed.size());
 }
 
 TEST_F(Service, HasNoListenersAfterDestroyAndCreatesServletsAgain) {
