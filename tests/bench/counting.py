@@ -4,6 +4,8 @@ import collections
 import re
 import subprocess
 
+from pages import FORM_TYPE
+
 # Requests of two runs: their difference has the requests alone, without start and stop.
 FEW, MANY = 200, 1200
 
@@ -21,9 +23,10 @@ class Counter:
         self.started += 1
         return self.folder / str(self.started)
 
-    def serve(self, program, query, body, times, prefix=()):
+    def serve(self, program, query, body, times, prefix=(), content_type=FORM_TYPE):
         with program.start(self.fresh(), prefix) as backend:
-            data = backend.request(query, cookie=backend.sign_in(), body=body)
+            data = backend.request(query, cookie=backend.sign_in(), body=body,
+                                   content_type=content_type)
             backend.send_repeatedly(data, times)
 
     @staticmethod
@@ -49,13 +52,13 @@ class Counter:
         return self.per_request(
             lambda times: functions_of(self.profiles(program, query, body, times)[0]))
 
-    def allocations(self, make, counter, query, body=None):
+    def allocations(self, make, counter, query, body=None, content_type=FORM_TYPE):
         """Returns the number of allocations and the sum of their bytes; `counter` is the library
         that counts them, and `make` makes the program."""
         def count(times):
             out = self.fresh()
             self.serve(make(environment={"LD_PRELOAD": str(counter), "ALLOCATIONS": str(out)}),
-                       query, body, times)
+                       query, body, times, content_type=content_type)
             return dict(zip(("number", "bytes"), map(int, out.read_text().split())))
         return tuple(self.per_request(count).values())
 

@@ -18,6 +18,7 @@ import time
 
 import fastcgi
 from backend import TIMEOUT, Backend, Program, Programs
+from counting import FEW, Counter
 from pages import FORM, FORM_TYPE, PAGE, TEMPLATE, UPLOAD_TYPE, upload_of
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -38,8 +39,6 @@ MAX_SESSION = 512  # bytes
 LOOPS = 2
 REQUESTS = 10_000
 SESSIONS = 10_000
-# Requests of two runs: their difference has the requests alone, without start and stop.
-FEW, MANY = 100, 600
 # Query, body and content type of each request. The upload writes a file, which proves that file
 # writes are counted.
 KINDS = {"page": (PAGE, None, FORM_TYPE),
@@ -124,11 +123,8 @@ class Footprint:
         self.builds = builds
         self.programs = Programs(builds / "bench")
         self.folder = folder
-        self.started = 0
-
-    def fresh(self):
-        self.started += 1
-        return self.folder / str(self.started)
+        self.counter = Counter(folder)
+        self.fresh = self.counter.fresh
 
     def after_start(self, loops):
         with Backend(self.programs.container(loops), self.fresh()) as backend:
@@ -189,30 +185,20 @@ class Footprint:
                 assert "Status: " not in backend.send(f"p={page}", cookie=cookie), page
             return stack_peak(backend.process.pid)
 
-    def per_request(self, count, kind):
-        """Returns the figure of one request; `count` counts it over a whole run."""
-        return (count(kind, MANY) - count(kind, FEW)) / (MANY - FEW)
+    def allocations(self, kind):
+        """Returns the number of allocations of a request and the sum of their bytes."""
+        return self.counter.allocations(self.container, self.programs.allocation_counter,
+                                        *KINDS[kind])
 
-    def allocations(self, kind, times):
-        return self.allocated(kind, times)[0]
-
-    def allocated_bytes(self, kind, times):
-        return self.allocated(kind, times)[1]
-
-    def allocated(self, kind, times):
-        out = self.fresh()
-        program = self.container({"LD_PRELOAD": str(self.programs.allocation_counter),
-                                  "ALLOCATIONS": str(out)})
-        with Backend(program, self.fresh()) as backend:
-            self.send(backend, kind, times)
-        return [int(number) for number in out.read_text().split()]
-
-    def file_writes(self, kind, times):
-        out = self.fresh()
-        with Backend(self.container(), self.fresh(),
-                     ["strace", "-f", "-qq", "-y", "-s", "0", "-o", str(out)]) as backend:
-            self.send(backend, kind, times)
-        return len(FILE_WRITES.findall(out.read_text()))
+    def file_writes(self, kind):
+        """Returns the number of system calls of a request that write files."""
+        def count(times):
+            out = self.fresh()
+            with Backend(self.container(), self.fresh(),
+                         ["strace", "-f", "-qq", "-y", "-s", "0", "-o", str(out)]) as backend:
+                self.send(backend, kind, times)
+            return {"": len(FILE_WRITES.findall(out.read_text()))}
+        return self.counter.per_request(count)[""]
 
 
 def row(*cells):
@@ -251,12 +237,13 @@ def memory_table(private, resident, container, bare, session, loop):
 
 
 def request_table(footprint):
+    rows = []
+    for kind in KINDS:
+        allocations, size = footprint.allocations(kind)
+        rows.append((kind, f"{allocations:,.1f}", f"{size:,.0f}",
+                     f"{footprint.stack_of(kind):,} KiB", f"{footprint.file_writes(kind):,.1f}"))
     return table(["one request on amd64", "allocations", "bytes allocated", "stack, peak",
-                  "file writes"], [
-        (kind, f"{footprint.per_request(footprint.allocations, kind):,.1f}",
-         f"{footprint.per_request(footprint.allocated_bytes, kind):,.0f}",
-         f"{footprint.stack_of(kind):,} KiB",
-         f"{footprint.per_request(footprint.file_writes, kind):,.1f}") for kind in KINDS])
+                  "file writes"], rows)
 
 
 def aims_table(aims):

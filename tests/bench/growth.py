@@ -19,7 +19,7 @@ MINIMUM_TIME = 0.05  # seconds of each repetition
 
 # Operations drawn as curves, what their size counts, and whether their time should grow with it.
 GROWING = {"session/look up": ("sessions", False), "session/create": ("sessions", False),
-           "session/create at the limit": ("sessions", True), "session/sweep": ("sessions", True),
+           "session/create at the limit": ("sessions", False), "session/sweep": ("sessions", True),
            "map/look up": ("entries", False), "map/insert": ("entries", False),
            "template/render": ("rows", True), "template/fill and render": ("rows", True),
            "request/construct": ("parameters", True), "decode/query": ("pairs", True),

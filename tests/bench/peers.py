@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Compares the container with what could serve the same page in its place, behind the same lighttpd.
+"""Compares the container with what could serve the same page behind the same lighttpd.
 
     peers.py BUILD RESULT
 

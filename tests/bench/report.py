@@ -3,9 +3,9 @@
 
     report.py PART RESULT [--docs docs]
 
-PART is counts, loads, growth or peers, and RESULT the file that PART.py wrote. In the documents
-benchmarks.md and benchmark-tables.md the part's figures stand between marks of its name. growth also
-draws benchmarks.svg. The exit status is 1 if an aim of `counts` is missed.
+PART is counts, loads, growth or peers, and RESULT the file that PART.py wrote. In benchmarks.md and
+benchmark-tables.md the part's figures stand between marks of its name. growth also draws
+benchmarks.svg. The exit status is 1 if an aim of `counts` is missed.
 """
 import argparse
 import json
@@ -99,7 +99,7 @@ def duration(nanoseconds):
 def growth_table(curves):
     """Shows what an operation, or one item of it, costs at each size, and where that bends."""
     ours = {curve["title"]: curve for curve in curves if curve["subject"] == "ours"}
-    sizes = sorted({size for curve in ours.values() for size, _ in curve["points"]})
+    sizes = [10 ** digits for digits in range(6)]
     rows = []
     for operation, curve in ours.items():
         costs = growth.costs_of(operation, curve["points"])
@@ -210,10 +210,10 @@ def results_of_growth(result):
     bend = growth.bend_of(dict(curves["session/look up"]["points"]))
     times = dict(curves["session/look up"]["points"])
     most = max(times)
-    where = f"from {bend:,} on it grows" if bend else "it hardly grows"
-    return [f"- A session is found in **{duration(times[min(times)])}** among {min(times):,}, and in "
-            f"**{duration(times[most])}** among {most:,}: {where}. `--max-sessions` keeps a device "
-            "below that."]
+    where = f"the curve bends at {bend:,}" if bend else "the curve does not bend"
+    return [f"- A session is found in **{duration(times[min(times)])}** among {min(times):,}, and "
+            f"in **{duration(times[most])}** among {most:,}: {where}. `--max-sessions` keeps a "
+            "device below that."]
 
 
 def results_of_peers(result):

@@ -120,7 +120,7 @@ void addOne(long mebibytes, const char* subject, bool (Upload::*store)()) {
 } // namespace
 
 void pieces::addUpload() {
-    for (const long mebibytes : {1, 8, 64}) {
+    for (const long mebibytes : {1, 10, 64}) {
         addOne(mebibytes, "ours", &Upload::receive);
         addOne(mebibytes, "copy", &Upload::copy);
     }

@@ -125,6 +125,51 @@ def test_functions_have_short_names_in_the_profile(name, short):
     assert counting.short_name(name) == short
 
 
+def a_row(measure, subject, *samples):
+    return {"group": "g", "measure": measure, "subject": subject, "value": samples[0], "unit": "",
+            "samples": list(samples)}
+
+
+def an_aim(measure, known_spread=None):
+    return {"measure": measure, "figure": 1.5, "aim": 1, "better": "higher", "spread": known_spread}
+
+
+RESULTS = {
+    "counts": {"aims": [an_aim(name) for name in (
+        "page: instructions", "page: allocations", "page: system calls",
+        "template page: instructions", "template page: allocations", "form of 10 fields",
+        "fill and render", "private memory", "resident memory")]},
+    "loads": {"aims": [
+        an_aim("requests/s behind lighttpd, container / bare loop without close wait", 0.5),
+        an_aim("processor time behind lighttpd, container / prescribed loop", 0.1),
+        an_aim("requests/s of the back end alone, 2 loops / 1 loop", 0.1)]},
+    "growth": {"curves": [{"title": "session/look up", "subject": "ours",
+                           "points": [[10, 100], [100, 110], [1000, 5000]]}]},
+    "peers": {"rows": [a_row(measure, subject, value) for subject, value in (
+        ("container", 2), ("PHP-FPM", 10)) for measure in (
+            "processor time of a request", "written memory")],
+              "tables": {"packaged": {"kcgi": False, "PHP-FPM": True}}}}
+
+
+def test_the_results_are_ten_lines():
+    lines = [line for part, result in RESULTS.items() for line in report.RESULTS[part](result)]
+    assert len(lines) == 10
+    assert all(line.startswith("- ") and "**" in line for line in lines)
+
+
+def test_a_result_that_was_unsteady_says_so():
+    first, second, _ = report.RESULTS["loads"](RESULTS["loads"])
+    assert "**left out**" in first and "**1.50**" in second
+
+
+def test_the_results_name_where_the_curve_bends_and_who_is_not_packaged():
+    line, = report.RESULTS["growth"](RESULTS["growth"])
+    assert "**100 ns** among 10" in line and "**5 µs** among 1,000" in line
+    assert "bends at 1,000" in line
+    line, = report.RESULTS["peers"](RESULTS["peers"])
+    assert "**5 times**" in line and "does not package kcgi." in line
+
+
 AIMS = [{"measure": "a < b", "figure": 3, "aim": 1, "better": "higher", "met": True},
         {"measure": "c", "figure": 3, "aim": 1, "better": "lower", "met": False}]
 CURVES = [{"title": "t", "x": "rows", "y": "ns", "subject": name, "points": [[1, 5], [10, 40]]}
