@@ -58,6 +58,14 @@ inline bool equalShort(std::string_view left, std::string_view right) {
            load<std::uint32_t>(left.data() + last) == load<std::uint32_t>(right.data() + last);
 }
 
+// Returns whether `text` begins with `prefix`, which must not contain a zero byte.
+inline bool startsWith(const char* text, std::string_view prefix) {
+    for (const char character : prefix)
+        if (*text++ != character)
+            return false;
+    return true;
+}
+
 } // namespace base
 
 #endif

@@ -2,6 +2,7 @@
 
 #include "HttpResponse.h"
 #include "app_log.h"
+#include "base/short_text.h"
 #include "http_session.h"
 #include "log_module.h"
 #include "session_factory.h"
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <syslog.h>
 
 namespace {
@@ -147,11 +149,10 @@ char* HttpRequestImpl::getAcceptCharset() {
 }
 
 char* HttpRequestImpl::getRemoteAddr() {
-    static const char kMappedPrefix[] = "::ffff:";
-    constexpr std::size_t kPrefixLength = sizeof kMappedPrefix - 1;
+    constexpr std::string_view kMappedPrefix = "::ffff:";
     char* address = variable("REMOTE_ADDR");
-    if (address != nullptr && std::strncmp(address, kMappedPrefix, kPrefixLength) == 0)
-        return address + kPrefixLength;
+    if (address != nullptr && base::startsWith(address, kMappedPrefix))
+        return address + kMappedPrefix.size();
     return address;
 }
 

@@ -3,6 +3,7 @@
 #include "HttpRequest.h"
 #include "app_log.h"
 #include "base/ascii.h"
+#include "base/short_text.h"
 #include "log_module.h"
 
 #include <algorithm>
@@ -54,9 +55,6 @@ using rules::DeviceStatus;
 const char* const kStatusWords[] = {"idle",          "reboot",  "reset",
                                     "autoprovision", "upgrade", "configration"};
 
-bool startsWith(const char* text, std::string_view prefix) {
-    return std::strncmp(text, prefix.data(), prefix.size()) == 0;
-}
 bool contains(std::string_view text, std::string_view part) {
     return text.find(part) != std::string_view::npos;
 }
@@ -146,7 +144,7 @@ const char* rules::legacyRedirect(const char* uri) {
     if (uri == nullptr)
         return nullptr;
     for (const std::string_view page : kLegacyPages)
-        if (startsWith(uri, page))
+        if (base::startsWith(uri, page))
             return kSignInPage;
     std::strncpy(rewriteBuffer, uri, sizeof rewriteBuffer - 1);
     for (const char* program : kLegacyPrograms)
@@ -162,7 +160,7 @@ const char* rules::queryOf(const char* uri) {
 rules::Event rules::eventOf(HttpRequest& request, const char* query) {
     assert(query != nullptr);
     for (const std::string_view event : kEvents) {
-        if (!startsWith(query, event))
+        if (std::strncmp(query, event.data(), event.size()) != 0)
             continue;
         const char* name = event.data();
         return {name, event == kEventWithoutValue ? name : request.getParameter(name)};

@@ -115,7 +115,7 @@ HttpSessionImpl* SessionFactory::findSession(HttpRequest* request) {
     if (entry == nullptr || entry->value == nullptr)
         return nullptr;
     HttpSessionImpl* session = entry->value;
-    if (session->m_remoteAddr != address)
+    if (std::string_view(session->m_remoteAddr) != address)
         return nullptr;
     if (session->isValidate())
         return session;

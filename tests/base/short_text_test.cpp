@@ -40,3 +40,17 @@ TEST(ComparingShortTexts, FindsEachDifference) {
         }
     }
 }
+
+TEST(StartingWith, ComparesUpToTheEndOfThePrefix) {
+    for (std::size_t size = 0; size <= kLongest; ++size) {
+        const std::string prefix = textOf(size);
+        EXPECT_TRUE(base::startsWith(prefix.c_str(), prefix));
+        EXPECT_TRUE(base::startsWith((prefix + "x").c_str(), prefix));
+        EXPECT_FALSE(base::startsWith(prefix.c_str(), prefix + "x"));
+        for (std::size_t i = 0; i < size; ++i) {
+            std::string other = prefix;
+            other[i] = '.';
+            EXPECT_FALSE(base::startsWith(other.c_str(), prefix)) << prefix << ' ' << i;
+        }
+    }
+}
