@@ -12,7 +12,7 @@ import statistics
 import subprocess
 import sys
 
-from figures import ATTEMPTS, Figures, is_steady, spread
+from figures import ATTEMPTS, Figures, Ratio, is_steady, spread
 
 REPETITIONS = 5
 MINIMUM_TIME = 0.05  # seconds of each repetition
@@ -94,12 +94,12 @@ def ratios_of(pieces):
     return ratios
 
 
-def add_aims(figures, pieces, ratios):
+def add_aims(figures, pieces):
     for operation, size, subject, aim in AIMS:
-        for ratio in ratios:
-            if (ratio["operation"], ratio["size"], ratio["subject"]) == (operation, size, subject):
-                figures.at_least(f"{operation} of {size}, speed, ours / {subject}",
-                                 ratio["ratio"], aim)
+        ours, other = (pieces.get((operation, size, name)) for name in ("ours", subject))
+        if ours is not None and other is not None:
+            figures.at_least(f"{operation} of {size}, speed, ours / {subject}",
+                             Ratio(other["samples"], ours["samples"]), aim)
     upload = pieces.get(UPLOAD_MEMORY)
     if upload is not None:
         figures.at_most("upload of 64 MiB, peak heap, bytes", upload["peak bytes"],
@@ -138,15 +138,14 @@ def main():
     build, result = sys.argv[1:]
     figures = Figures(build)
     pieces = steady_pieces(build, pathlib.Path(build) / "pieces.json")
-    ratios = ratios_of(pieces)
-    add_aims(figures, pieces, ratios)
+    add_aims(figures, pieces)
     add_curves(figures, pieces)
     figures.tables["pieces"] = [
         {"operation": operation, "size": size, "subject": subject, "ns": time_of(piece),
          "spread": spread(piece["samples"]),
          **{name: value for name, value in piece.items() if name != "samples"}}
         for (operation, size, subject), piece in pieces.items()]
-    figures.tables["ratios"] = ratios
+    figures.tables["ratios"] = ratios_of(pieces)
     pathlib.Path(result).write_text(json.dumps(vars(figures), indent=1))
 
 

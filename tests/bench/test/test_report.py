@@ -68,7 +68,7 @@ def test_an_aim_compares_equal_sizes_with_its_own_subject():
     read = pieces(run("decode/query/10/ours", 10), run("decode/query/10/in place", 4),
                   run("decode/query/100/ours", 10), run("decode/query/100/in place", 40))
     collected = Collected()
-    growth.add_aims(collected, read, growth.ratios_of(read))
+    growth.add_aims(collected, read)
     assert [(aim["figure"], report.is_met(aim)) for aim in collected.aims] == [(0.4, False)]
 
 
