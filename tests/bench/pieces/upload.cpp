@@ -18,13 +18,14 @@ namespace {
 
 using namespace pieces;
 
+constexpr std::size_t kMebibyte = 1024 * 1024;
 constexpr std::size_t kPieceBytes = 16 * 1024;
 const char* const kType = "multipart/form-data; boundary=----kBoundary7MA4YWxkTrZu0gW";
 
 // Random bytes, like those of a compressed firmware image.
 std::string content(long mebibytes) {
     std::mt19937_64 random(1);
-    std::string bytes(static_cast<std::size_t>(mebibytes) * 1024 * 1024, '\0');
+    std::string bytes(static_cast<std::size_t>(mebibytes) * kMebibyte, '\0');
     for (char& byte : bytes)
         byte = static_cast<char>(random());
     return bytes;
@@ -58,6 +59,8 @@ class Upload {
 public:
     explicit Upload(long mebibytes) : m_content(content(mebibytes)) {}
 
+    long mebibytes() const { return static_cast<long>(m_content.size() / kMebibyte); }
+
     bool receive() {
         CGI_varlist* list = CGI_fileupload(nullptr, kType, m_target.c_str(), m_upload.stream());
         const bool complete = CGI_lookup(list, "firmware") != nullptr;
@@ -85,12 +88,10 @@ private:
 
 // Keeps one upload at a time, since the large ones need much memory.
 Upload& uploadOf(long mebibytes) {
-    static long size = 0;
     static std::unique_ptr<Upload> upload;
-    if (size != mebibytes) {
+    if (upload == nullptr || upload->mebibytes() != mebibytes) {
         upload.reset();
         upload = std::make_unique<Upload>(mebibytes);
-        size = mebibytes;
     }
     return *upload;
 }
@@ -110,7 +111,7 @@ void addOne(long mebibytes, const char* subject, bool (Upload::*store)()) {
         const PeakMemory peak;
         storeRepeatedly(state, made, store);
         state.counters["peak bytes"] = static_cast<double>(peak.bytes());
-        state.SetBytesProcessed(state.iterations() * mebibytes * 1024 * 1024);
+        state.SetBytesProcessed(state.iterations() * mebibytes * static_cast<long>(kMebibyte));
     };
     benchmark::RegisterBenchmark(nameOf("upload/MiB to a file", mebibytes, subject).c_str(), run)
         ->Unit(benchmark::kMillisecond)
