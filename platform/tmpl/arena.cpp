@@ -30,31 +30,30 @@ void Arena::releaseAtThreadEnd() {
     static thread_local const End end;
 }
 
-// Returns the block that the thread fills from now on. Throws std::bad_alloc.
-inline Arena::Block* Arena::blockWithRoom(std::size_t size) {
-    static_assert(sizeof(Block) + sizeof(Share) + kMaxShared <= kBlockBytes);
-    Block* const filling = s_filling;
-    if (filling != nullptr) {
-        if (filling->users.load(std::memory_order_acquire) == 1)
-            filling->clear(); // no arena has a piece of it any more
-        if (filling->room() >= size)
-            return filling;
-    }
-    s_filling = makeBlock(kBlockBytes);
-    if (filling != nullptr)
-        release(filling);
-    else
-        releaseAtThreadEnd();
-    return s_filling;
-}
-
 void* Arena::takeElsewhere(std::size_t size) {
+    static_assert(sizeof(Block) + sizeof(Share) + kMaxShared <= kBlockBytes);
     if (size > kMaxShared)
         return takeOwnBlock(size);
-    Block* const block = blockWithRoom(sizeof(Share) + size);
+    Block* const block = s_filling;
+    if (block == nullptr)
+        return takeFromNewBlock(size);
+    if (block->users.load(std::memory_order_acquire) == 1)
+        block->clear(); // no arena has a piece of it any more
+    if (block->room() < sizeof(Share) + size)
+        return takeFromNewBlock(size);
     block->users.fetch_add(1, std::memory_order_relaxed);
     m_shares = new (block->take(sizeof(Share))) Share{block, m_shares};
     return block->take(size);
+}
+
+void* Arena::takeFromNewBlock(std::size_t size) {
+    Block* const full = s_filling;
+    s_filling = makeBlock(kBlockBytes);
+    if (full != nullptr)
+        release(full);
+    else
+        releaseAtThreadEnd();
+    return takeElsewhere(size);
 }
 
 void* Arena::takeOwnBlock(std::size_t size) {

@@ -69,10 +69,10 @@ private:
     static Block* makeBlock(std::size_t bytes);
     static void release(Block* block);
     static void releaseAtThreadEnd();
-    static Block* blockWithRoom(std::size_t size);
 
     void releaseShares();
     void* takeElsewhere(std::size_t size);
+    void* takeFromNewBlock(std::size_t size);
     void* takeOwnBlock(std::size_t size);
 
     // The block that this thread fills, if any. Programs load this library when they start, so the

@@ -28,7 +28,7 @@ public:
 
     // Most of a page's time is spent here, so the compiler must not make it a call.
     [[gnu::always_inline]] void write(std::string_view text) {
-        if (text.size() > kShort || room() < kShort)
+        if (text.size() > kShort || m_free > std::end(m_collected) - kShort)
             return writeLong(text);
         m_free = base::copyShort(m_free, text);
     }

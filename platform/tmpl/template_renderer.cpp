@@ -50,11 +50,19 @@ private:
     using Kind = Instruction::Kind;
 
     void follow(const Instruction& instruction) {
+        // Asked first, since most instructions are of these kinds.
+        if (instruction.kind == Kind::Variable)
+            return writeVariable(instruction);
+        if (instruction.kind == Kind::Text)
+            return m_output.write(instruction.text);
+        followOther(instruction);
+    }
+
+    void followOther(const Instruction& instruction) {
         switch (instruction.kind) {
         case Kind::Text:
-            return m_output.write(instruction.text);
         case Kind::Variable:
-            return writeVariable(instruction);
+            return;
         case Kind::SkipUnless:
             if (!isTrue(instruction))
                 jump(instruction);
@@ -76,6 +84,12 @@ private:
         const TMPL_varlist::Variable* found = findVariable(m_scopes, instruction.name);
         const std::string_view text =
             found != nullptr && found->size != 0 ? found->value() : instruction.text;
+        if (instruction.format == Format::Html) // as most are
+            return m_output.writeEscaped<HtmlEscape>(text);
+        writeFormatted(instruction, text);
+    }
+
+    void writeFormatted(const Instruction& instruction, std::string_view text) {
         switch (instruction.format) {
         case Format::Html:
             return m_output.writeEscaped<HtmlEscape>(text);
@@ -103,9 +117,7 @@ private:
         return rows != nullptr && rows->firstRow != nullptr;
     }
 
-    void jump(const Instruction& instruction) {
-        m_next = m_page.file(m_file).parsed->instructions.data() + instruction.number;
-    }
+    void jump(const Instruction& instruction) { m_next = m_first + instruction.number; }
 
     void beginLoop(const Instruction& instruction) {
         const TMPL_loop* rows = findLoop(m_scopes, instruction.name);
@@ -125,7 +137,7 @@ private:
 
     void enterFile(std::size_t file) {
         m_file = file;
-        m_next = m_page.file(file).parsed->instructions.data();
+        m_first = m_next = m_page.file(file).parsed->instructions.data();
     }
 
     void enterInclude(const Instruction& instruction) {
@@ -138,7 +150,7 @@ private:
         m_hasEnded = m_returns.empty();
         if (m_hasEnded)
             return;
-        m_file = m_returns.back().file;
+        enterFile(m_returns.back().file);
         m_next = m_returns.back().next;
         m_returns.pop_back();
     }
@@ -151,6 +163,7 @@ private:
     Output m_output;
     bool m_hasEnded = false;
     std::size_t m_file = 0;
+    const Instruction* m_first = nullptr; // of that file
     const Instruction* m_next = nullptr;
 };
 

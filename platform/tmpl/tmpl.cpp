@@ -37,14 +37,21 @@ std::shared_ptr<const tmpl::ParsedTemplate> mainTemplate(const char* name, const
     return cache().get(start.file, start);
 }
 
-// Adds the pairs of a name and a value up to the first null.
-void addVariables(TMPL_varlist& list, va_list pairs) {
-    while (const char* name = va_arg(pairs, const char*)) {
-        const char* value = va_arg(pairs, const char*);
-        if (value == nullptr)
-            return;
-        list.addVariable(name, value);
+// Adds the pairs of a name and a value up to the first null. Returns the list to use from then on.
+TMPL_varlist* addVariables(TMPL_varlist* list, va_list pairs) {
+    try {
+        if (list == nullptr)
+            list = tmpl::makeInArena<TMPL_varlist>();
+        while (const char* name = va_arg(pairs, const char*)) {
+            const char* value = va_arg(pairs, const char*);
+            if (value == nullptr)
+                break;
+            list->addVariable(name, value);
+        }
+    } catch (const std::bad_alloc&) {
+        // The remaining pairs are left out.
     }
+    return list;
 }
 
 // Writes one line, whatever the texts contain, with one call and without taking memory.
@@ -66,13 +73,7 @@ void report(FILE* err, const char* file, unsigned line, const char* reason) {
 TMPL_varlist* TMPL_add_var(TMPL_varlist* list, ...) {
     va_list arguments;
     va_start(arguments, list);
-    try {
-        if (list == nullptr)
-            list = tmpl::makeInArena<TMPL_varlist>();
-        addVariables(*list, arguments);
-    } catch (const std::bad_alloc&) {
-        // The remaining pairs are left out.
-    }
+    list = addVariables(list, arguments);
     va_end(arguments);
     return list;
 }

@@ -42,8 +42,9 @@ struct Name {
     // Returns the name with its text copied to `place`, which has room for it.
     Name copiedTo(char* place) const {
         base::copyShort(place, text);
-        Name copy = *this;
+        Name copy;
         copy.text = {place, text.size()};
+        copy.key = key;
         return copy;
     }
 
