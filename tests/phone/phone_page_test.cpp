@@ -69,3 +69,19 @@ TEST_F(PhonePage, RecordsNoEvents) {
     me.submit("phone&q=key", {{"key", "4"}});
     EXPECT_NE(me.page("status").text().find("0 since startup"), std::string::npos);
 }
+
+// The attack: a page of another site that the user visits makes the phone dial, in a browser on the
+// computer that may send events.
+TEST_F(PhonePage, IsNotDialledByOtherSites) {
+    const Request dial = get("/servlet?number=900123").from("127.0.0.1");
+    for (const Request& caused :
+         {dial.header("Sec-Fetch-Site", "cross-site").header("Sec-Fetch-Mode", "no-cors"),
+          dial.header("Sec-Fetch-Site", "cross-site").header("Sec-Fetch-Mode", "navigate"),
+          dial.header("Referer", "http://attacker.example/"),
+          dial.header("Host", "attacker.example")}) {
+        EXPECT_GE(container->serve(caused).status, 400);
+        EXPECT_EQ(shown(), "State On hook Last key pressed – On the display Line 1 Ready");
+    }
+    EXPECT_EQ(container->serve(dial).status, 200);
+    EXPECT_NE(shown().find("900123"), std::string::npos) << "a program may";
+}

@@ -127,6 +127,18 @@ TEST_F(SecurityPage, SetsWhichAddressesMaySendEvents) {
     EXPECT_EQ(event("key=1", "").status, 403) << "an unknown address is refused";
 }
 
+TEST_F(SecurityPage, SetsTheHostNamesOfThePhone) {
+    const auto statusUnder = [&](const std::string& host) {
+        return me.send(get("/servlet?p=status").header("Host", host)).status;
+    };
+    EXPECT_EQ(statusUnder("phone.example"), 421);
+    EXPECT_EQ(statusUnder("desk-phone"), 200) << "its host name";
+    me.submit("security&q=access", {{"idleSeconds", "600"}, {"hostNames", "Phone.example"}});
+    EXPECT_EQ(me.page("security").field("hostNames"), "phone.example");
+    EXPECT_EQ(statusUnder("phone.example:8080"), 200);
+    EXPECT_EQ(statusUnder("other.example"), 421);
+}
+
 TEST_F(SecurityPage, ShowsErrorsInTheAccessForm) {
     std::string many;
     for (int i = 1; i <= 17; ++i) {

@@ -151,6 +151,20 @@ TEST_F(SignInPage, CountsOnlyAttemptsFromItsOwnForm) {
     EXPECT_EQ(ann.signIn().status, 303);
 }
 
+// The attack: the browser of somebody in the network takes the attacker's name for the phone's.
+TEST_F(SignInPage, IsNotShownUnderForeignNames) {
+    Visitor victim(*container);
+    const Request form = get("/servlet?p=login&q=loginForm").header("Host", "attacker.example");
+    EXPECT_EQ(victim.send(form).status, 421);
+    EXPECT_EQ(victim
+                  .send(post("/servlet?p=login&q=login")
+                            .header("Host", "attacker.example")
+                            .form({{"user", "admin"}, {"password", kPassword}}))
+                  .status,
+              421);
+    EXPECT_FALSE(victim.cookie("JSESSIONID"));
+}
+
 TEST_F(SignInPage, BelongsToTheBrowserThatSignedIn) {
     Visitor ann(*container);
     ann.signIn();

@@ -4,6 +4,7 @@
 
 #include "event_log.h"
 #include "firmware.h"
+#include "kit/origin.h"
 #include "kit/sign_in.h"
 #include "model/desk_phone.h"
 #include "model/device.h"
@@ -30,7 +31,13 @@ Files deviceFiles();
 struct Phone {
     explicit Phone(Files where, Maintenance::Clock clock = systemClock)
         : files(std::move(where)), device({files.state, files.factoryContacts}),
-          firmware(files.firmwareImage), maintenance(std::move(clock)) {}
+          firmware(files.firmwareImage), maintenance(std::move(clock)) {
+        kit::HostNames::accept(
+            [this](const std::string& name) { return isHostName(name, device.state()->settings); });
+    }
+    ~Phone() { kit::HostNames::accept(nullptr); }
+    Phone(const Phone&) = delete;
+    Phone& operator=(const Phone&) = delete;
 
     const Files files;
     Device device;

@@ -42,7 +42,7 @@ inline std::string_view containerQuery(Request& request) {
 //             a page request otherwise.
 //   Lifetime  both texts live until the request is served.
 //   Security  an event carries no password and no CSRF token: check remoteAddress() before you act
-//             on it.
+//             on it. The kit refuses those that the browser says other sites cause, see origin.h.
 inline std::optional<Event> eventOf(Request& request) {
     constexpr const char* kNames[] = {"key",    "number", "phonecfg", "redirectcall", "forward",
                                       "Server", "push",   "download", "command",      "csta"};

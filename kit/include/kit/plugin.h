@@ -15,6 +15,7 @@
 
 #include "HttpListener.h"
 #include "HttpServlet.h"
+#include "kit/origin.h"
 #include "kit/request.h"
 #include "kit/response.h"
 #include "kit/session_data.h"
@@ -32,6 +33,8 @@
 namespace kit {
 
 // A servlet. It may have members of any type: its destructor runs when the library is closed.
+//   Origin   requests for unknown host names and those that other sites caused, except links to
+//            pages, are refused before answer() is called; see origin.h.
 //   Threads  answer() runs on several request threads at once, and drop() may run at the same time.
 //   Errors   an exception that leaves answer() is logged and answered with status 500, unless a
 //            part of the response has been sent. One that leaves drop() is logged.
@@ -52,7 +55,8 @@ public:
     virtual void drop() {}
 };
 
-// Sees every request before any page does.
+// Sees every request before any page does, except those that are refused because of their origin,
+// as for pages.
 //   Threads  admit() runs on several request threads at once.
 //   Errors   an exception that leaves admit() is logged and ends the request with status 500,
 //            unless a part of the response has been sent.
@@ -126,6 +130,9 @@ public:
         Response response(*rawResponse, request);
         const bool answered = runLogged(
             [&] {
+                if (isRefused(request, response)) {
+                    return;
+                }
                 SessionTable::refreshAll(*rawRequest);
                 m_page.answer(request, response);
                 // Again, since the page may have changed its session's time-out.
@@ -155,6 +162,9 @@ public:
         bool admitted = false;
         const bool completed = runLogged(
             [&] {
+                if (isRefused(request, response)) {
+                    return;
+                }
                 SessionTable::refreshAll(*rawRequest);
                 admitted = m_listener->admit(request, response);
             },

@@ -22,7 +22,7 @@ async function expectText(page, check) {
 const kFields = {
     accounts: ['label', 'displayName', 'userName', 'secret', 'server'],
     network: ['address', 'netmask', 'gateway', 'dns1', 'dns2', 'hostname'],
-    security: ['remoteAddresses'],
+    security: ['remoteAddresses', 'hostNames'],
     contacts: ['name', 'number'],
 };
 

@@ -15,7 +15,8 @@ const kNetwork = { mode: 'static', address: '10.0.0.5', netmask: '255.255.255.0'
     gateway: '10.0.0.1', dns1: '10.0.0.2', dns2: '', hostname: 'desk-7', vlan: '12' };
 const kAudio = { ringtone: 'pulse', ringVolume: '0', speakerVolume: '10', handsetVolume: '7',
     micGain: '-6', echo: false, codec: 'pcmu' };
-const kAccess = { idleSeconds: '300', remoteAddresses: '127.0.0.1\n2001:db8::7' };
+const kAccess = { idleSeconds: '300', remoteAddresses: '127.0.0.1\n2001:db8::7',
+    hostNames: 'phone.example\nhall' };
 
 // Sends the form without the page's validation, so that only the phone checks it.
 async function uncheckedSend(page, expectStatus, values) {
@@ -68,6 +69,7 @@ for (const [p, good, wrong] of [
         ['idleSeconds', '3601', text('error.tooLarge', { limit: 3600 })],
         ['remoteAddresses', 'nobody', null, text('error.badAddress')],
         ['remoteAddresses', '127.0.0.1\n127.0.0.1', null, text('error.duplicate')],
+        ['hostNames', 'no_such host', null, text('error.badHost')],
         ['remoteAddresses', Array.from({ length: 17 }, (_, i) => `192.0.2.${i}`).join('\n'), null,
             text('error.tooMany', { limit: 16 })],
     ]],

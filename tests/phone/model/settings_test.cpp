@@ -313,7 +313,13 @@ TEST(WebAccessSettings, ReportErrorsInEachField) {
          {"remoteAddresses", "192.0.2.1/24", "remoteAddresses: badAddress"},
          {"remoteAddresses", "192.0.2.1 192.0.2.2", "remoteAddresses: badAddress"},
          {"remoteAddresses", std::string("192.0.2.1\0x", 11), "remoteAddresses: badAddress"},
-         {"remoteAddresses", "::1\n0:0::1", "remoteAddresses: duplicate"}});
+         {"remoteAddresses", "::1\n0:0::1", "remoteAddresses: duplicate"},
+         {"hostNames", "phone.example\r\nhall", ""},
+         {"hostNames", "phone example", "hostNames: badHost"},
+         {"hostNames", "phone:8080", "hostNames: badHost"},
+         {"hostNames", "hall\nHALL", "hostNames: duplicate"},
+         {"hostNames", "a\nb\nc\nd\ne\nf\ng\nh\ni\nj\nk\nl\nm\nn\no\np\nq",
+          "hostNames: tooMany 16"}});
 }
 
 TEST(WebAccessSettings, ShortenAddresses) {
@@ -325,6 +331,26 @@ TEST(WebAccessSettings, ShortenAddresses) {
     EXPECT_EQ(web.idleSeconds, 60);
     EXPECT_EQ(web.passwordHash, "kept");
     EXPECT_EQ(valueOf(valuesOf(web), "remoteAddresses"), "192.0.2.1\n2001:db8::1");
+}
+
+TEST(WebAccessSettings, KeepHostNamesInLowerCase) {
+    WebAccess web;
+    const Values values{{"idleSeconds", "60"}, {"hostNames", " Phone.Example \r\nHALL\n"}};
+    ASSERT_EQ(textOf(readValues(values, web)), "");
+    EXPECT_EQ(web.hostNames, (std::vector<std::string>{"phone.example", "hall"}));
+    EXPECT_EQ(valueOf(valuesOf(web), "hostNames"), "phone.example\nhall");
+}
+
+TEST(HostNamesOfThePhone, AreItsOwnAndTheAdditionalOnes) {
+    Settings settings = factorySettings();
+    settings.network.hostname = "Desk-7";
+    settings.web.hostNames = {"phone.example"};
+    for (const char* name : {"desk-7", "desk-7.local", "phone.example"}) {
+        EXPECT_TRUE(isHostName(name, settings)) << name;
+    }
+    for (const char* name : {"", "desk", "desk-7.example", "example", "desk-7.local.example"}) {
+        EXPECT_FALSE(isHostName(name, settings)) << name;
+    }
 }
 
 TEST(FactorySettings, PassTheirOwnChecks) {

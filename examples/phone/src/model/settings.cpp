@@ -1,5 +1,6 @@
 #include "model/settings.h"
 
+#include "base/ascii.h"
 #include "model/field_reader.h"
 #include "model/trimmed.h"
 
@@ -113,25 +114,48 @@ std::string takeLine(std::string_view& text) {
     return line;
 }
 
-std::vector<std::string> readRemoteAddresses(FieldReader& fields, std::string_view text) {
-    std::vector<std::string> addresses;
-    while (!text.empty() && !fields.failed("remoteAddresses")) {
+// Reads a list with one entry on each line. `normalized(line)` returns the entry as it is stored,
+// empty if it is invalid.
+template <typename Normalize>
+std::vector<std::string> readLines(FieldReader& fields, const Values& values, const char* field,
+                                   std::size_t most, ErrorCode bad, Normalize normalized) {
+    const std::string value = valueOf(values, field);
+    std::string_view text = value;
+    std::vector<std::string> entries;
+    while (!text.empty() && !fields.failed(field)) {
         const std::string line = takeLine(text);
         if (line.empty()) {
             continue;
         }
-        std::string address = canonicalAddress(line);
-        if (address.empty()) {
-            fields.fail("remoteAddresses", ErrorCode::badAddress);
-        } else if (std::find(addresses.begin(), addresses.end(), address) != addresses.end()) {
-            fields.fail("remoteAddresses", ErrorCode::duplicate);
-        } else if (addresses.size() == WebAccess::kMaxRemoteAddresses) {
-            fields.fail("remoteAddresses", ErrorCode::tooMany, WebAccess::kMaxRemoteAddresses);
+        std::string entry = normalized(line);
+        if (entry.empty()) {
+            fields.fail(field, bad);
+        } else if (std::find(entries.begin(), entries.end(), entry) != entries.end()) {
+            fields.fail(field, ErrorCode::duplicate);
+        } else if (entries.size() == most) {
+            fields.fail(field, ErrorCode::tooMany, most);
         } else {
-            addresses.push_back(std::move(address));
+            entries.push_back(std::move(entry));
         }
     }
-    return addresses;
+    return entries;
+}
+
+std::string inLowerCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), base::asciiLower);
+    return text;
+}
+
+std::string normalizedHost(const std::string& text) {
+    return isHost(text) ? inLowerCase(text) : std::string();
+}
+
+std::string joinedLines(const std::vector<std::string>& entries) {
+    std::string text;
+    for (const std::string& entry : entries) {
+        text += (text.empty() ? "" : "\n") + entry;
+    }
+    return text;
 }
 
 template <typename Part>
@@ -151,7 +175,7 @@ const std::vector<const char*> kNetworkFields{"mode", "address", "netmask",  "ga
                                               "dns1", "dns2",    "hostname", "vlan"};
 const std::vector<const char*> kAudioFields{
     "ringtone", "ringVolume", "speakerVolume", "handsetVolume", "micGain", "echo", "codec"};
-const std::vector<const char*> kWebAccessFields{"idleSeconds", "remoteAddresses"};
+const std::vector<const char*> kWebAccessFields{"idleSeconds", "remoteAddresses", "hostNames"};
 
 Settings factorySettings() {
     Settings settings;
@@ -166,6 +190,13 @@ Settings factorySettings() {
         account.server = "sip.example.com";
     }
     return settings;
+}
+
+bool isHostName(const std::string& name, const Settings& settings) {
+    const std::string own = inLowerCase(settings.network.hostname);
+    const auto& names = settings.web.hostNames;
+    return name == own || name == own + ".local" ||
+           std::find(names.begin(), names.end(), name) != names.end();
 }
 
 std::string valueOf(const Values& values, const char* name) {
@@ -207,11 +238,9 @@ Values valuesOf(const Audio& audio) {
 }
 
 Values valuesOf(const WebAccess& web) {
-    std::string addresses;
-    for (const std::string& address : web.remoteAddresses) {
-        addresses += (addresses.empty() ? "" : "\n") + address;
-    }
-    return {{"idleSeconds", std::to_string(web.idleSeconds)}, {"remoteAddresses", addresses}};
+    return {{"idleSeconds", std::to_string(web.idleSeconds)},
+            {"remoteAddresses", joinedLines(web.remoteAddresses)},
+            {"hostNames", joinedLines(web.hostNames)}};
 }
 
 Errors readValues(const Values& values, Account& account) {
@@ -269,7 +298,11 @@ Errors readValues(const Values& values, WebAccess& web) {
     FieldReader fields(values);
     WebAccess read = web;
     read.idleSeconds = fields.number("idleSeconds", 10, 3600);
-    read.remoteAddresses = readRemoteAddresses(fields, valueOf(values, "remoteAddresses"));
+    read.remoteAddresses =
+        readLines(fields, values, "remoteAddresses", WebAccess::kMaxRemoteAddresses,
+                  ErrorCode::badAddress, canonicalAddress);
+    read.hostNames = readLines(fields, values, "hostNames", WebAccess::kMaxHostNames,
+                               ErrorCode::badHost, normalizedHost);
     return setIfValid(fields, std::move(read), web);
 }
 

@@ -50,6 +50,7 @@ struct Audio {
 
 struct WebAccess {
     static constexpr std::size_t kMaxRemoteAddresses = 16;
+    static constexpr std::size_t kMaxHostNames = 16;
 
     std::string user = "admin";
     std::string passwordHash;    // see password.h
@@ -57,6 +58,8 @@ struct WebAccess {
     int idleSeconds = 600;
     // Addresses that may send events, as inet_ntop(3) writes them. Empty allows none.
     std::vector<std::string> remoteAddresses{"127.0.0.1"};
+    // Names that browsers may use for the phone beside its addresses and host name; in lower case.
+    std::vector<std::string> hostNames;
 };
 
 constexpr std::size_t kAccounts = 6;
@@ -71,6 +74,10 @@ struct Settings {
 // Returns the factory settings: two accounts are set up, the password hash is empty.
 Settings factorySettings();
 
+// Returns whether `name`, in lower case, is the phone's own, with or without ".local", or one of
+// the additional names.
+bool isHostName(const std::string& name, const Settings& settings);
+
 // Texts by field name as a form sends them, so that a page can show again what was entered. A
 // missing field counts as empty. A check box is ticked if its value is "1", and not if it is empty
 // or "0".
@@ -83,10 +90,10 @@ std::string valueOf(const Values& values, const char* name);
 extern const std::vector<const char*> kAccountFields;
 extern const std::vector<const char*> kNetworkFields;
 extern const std::vector<const char*> kAudioFields;
-extern const std::vector<const char*> kWebAccessFields; // idleSeconds, remoteAddresses
+extern const std::vector<const char*> kWebAccessFields; // idleSeconds, remoteAddresses, hostNames
 
-// Return the values for a form to show. An account's secret is left empty; addresses are on a line
-// each.
+// Return the values for a form to show. An account's secret is left empty; addresses and host
+// names are on a line each.
 Values valuesOf(const Account& account);
 Values valuesOf(const Network& network);
 Values valuesOf(const Audio& audio);
