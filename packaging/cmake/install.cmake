@@ -81,6 +81,11 @@ endforeach()
 # of the file tree.
 install(DIRECTORY ${PROJECT_BINARY_DIR}/device/phone DESTINATION /
     COMPONENT phone EXCLUDE_FROM_ALL
-    PATTERN "lib" EXCLUDE)
+    PATTERN "lib" EXCLUDE
+    PATTERN "data" EXCLUDE)
+# With this file the phone starts as a new one; without it and without a password it stays closed.
+file(TOUCH ${PROJECT_BINARY_DIR}/reset)
+install(FILES ${PROJECT_BINARY_DIR}/reset DESTINATION /phone/data
+    COMPONENT phone EXCLUDE_FROM_ALL)
 install(TARGETS phone_pages LIBRARY DESTINATION /phone/www/WEB-INFO/lib
     COMPONENT phone EXCLUDE_FROM_ALL)

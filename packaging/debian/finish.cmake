@@ -31,3 +31,6 @@ set(servlet_xml phone/www/WEB-INFO/servlet/servlet.xml)
 file(MAKE_DIRECTORY ${phone}/etc/fcgiserver)
 file(RENAME ${phone}/${servlet_xml} ${phone}/etc/fcgiserver/servlet.xml)
 file(CREATE_LINK /etc/fcgiserver/servlet.xml ${phone}/${servlet_xml} SYMBOLIC)
+
+# An upgrade must not reset the phone: postinst creates this file at the first installation.
+file(REMOVE ${phone}/phone/data/reset)

@@ -237,8 +237,8 @@ def test_the_pages_are_served_by_a_daemon_that_does_what_its_unit_allows(device,
         assert phone.get("/WEB-INFO/servlet/servlet.xml")[0] == 403
         status, page = phone.sign_in()
         assert status == 200 and "<h1>Status</h1>" in page
-    assert run(*AS_ROOT, "find", device.folder / "phone/data", "-printf", "%P %M\n").splitlines() \
-        == [" drwxr-x---", "state.xml -rw-------"]
+    assert sorted(run(*AS_ROOT, "find", device.folder / "phone/data", "-printf", "%P %M\n").splitlines()) \
+        == [" drwxr-x---", "password.1 -rw-------", "password.2 -rw-------", "state.xml -rw-------"]
 
     # Beginning with the first one of the daemon itself.
     calls = run(*AS_ROOT, "cat", tmp_path / "calls").partition("execve(\"/usr/sbin/fcgi_host\"")[2]

@@ -183,7 +183,7 @@ def test_the_phones_pages_are_installed_where_the_library_looks_for_them(prefix)
     assert 'path="/phone/www/WEB-INFO/lib/libphone.so"' in config
     assert (image / "phone/www/WEB-INFO/lib/libphone.so").exists()
     assert (image / "phone/www/index.html").exists()
-    assert (image / "phone/data").is_dir()
+    assert [path.name for path in (image / "phone/data").iterdir()] == ["reset"]
 
 
 def test_the_host_finds_the_installed_libraries(prefix):

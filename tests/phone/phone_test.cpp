@@ -38,6 +38,7 @@ PhoneFixture::PhoneFixture() {
     std::filesystem::create_directory(folder.file("phone"));
     writeTextFile(folder.file("phone/factory.csv"),
                   "name,number\r\nAnna,100\r\nBj\xC3\xB6rn,200\r\nCarol,300\r\n");
+    writeTextFile(folder.file("phone/reset"), ""); // as delivered
     setenv("PHONE_TEST_FOLDER", folder.file("phone").c_str(), 1);
     restart();
 }

@@ -151,6 +151,28 @@ TEST_F(SignInPage, CountsOnlyAttemptsFromItsOwnForm) {
     EXPECT_EQ(ann.signIn().status, 303);
 }
 
+// The attack: whoever damages the files signs in with the factory password.
+TEST_F(SignInPage, StaysClosedWithoutAPassword) {
+    container.reset();
+    for (const char* name : {"password.1", "password.2", "state.xml"}) {
+        writeTextFile(folder.file(std::string("phone/") + name), "garbage");
+    }
+    restart();
+    Visitor ann(*container);
+    for (const Answer& answer : {ann.page("login&q=loginForm"), ann.signIn()}) {
+        EXPECT_EQ(answer.status, 503);
+        EXPECT_EQ(answer.alert(), "The phone cannot read its password, so nobody can sign in. To "
+                                  "get back in, reset the phone to its factory settings at the "
+                                  "device itself.");
+        EXPECT_FALSE(answer.leadsTo("/servlet?p=login&q=login"));
+    }
+    EXPECT_EQ(ann.page("status").status, 303);
+
+    writeTextFile(folder.file("phone/reset"), "");
+    restart();
+    EXPECT_EQ(Visitor(*container).signIn().status, 303);
+}
+
 // The attack: the browser of somebody in the network takes the attacker's name for the phone's.
 TEST_F(SignInPage, IsNotShownUnderForeignNames) {
     Visitor victim(*container);

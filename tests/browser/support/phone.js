@@ -1,5 +1,5 @@
 // Actions of the phone's user that the specs share.
-import { readFile, rm, readdir } from 'node:fs/promises';
+import { readFile, rm, readdir, writeFile } from 'node:fs/promises';
 import { gzipSync } from 'node:zlib';
 import { expect } from '@playwright/test';
 
@@ -168,5 +168,6 @@ export async function renewPhone(request) {
     for (const name of await readdir(data)) {
         await rm(`${data}/${name}`, { recursive: true });
     }
+    await writeFile(`${data}/reset`, '');
     await killPhone(request);
 }

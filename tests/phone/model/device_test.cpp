@@ -28,6 +28,7 @@ class StoredState : public ::testing::Test {
 protected:
     StoredState() {
         writeTextFile(files.factoryContacts, "name,number\nAnn,1001\nBen,1002\n");
+        writeTextFile(folder.file("reset"), ""); // as delivered
         recorded_log::clear();
     }
     ~StoredState() override { failing_calls::fail(failing_calls::Call::none); }
@@ -37,6 +38,14 @@ protected:
         return std::any_of(records.begin(), records.end(), [&](const LogRecord& record) {
             return record.call == call && record.text.find(part) != std::string::npos;
         });
+    }
+
+    // Returns whether there are the files of a phone that has started, and no others.
+    bool isTidy() const {
+        auto names = folder.names();
+        std::sort(names.begin(), names.end());
+        return names ==
+               std::vector<std::string>{"factory.csv", "password.1", "password.2", "phone.xml"};
     }
 
     TemporaryFolder folder;
@@ -169,7 +178,7 @@ TEST_F(StoredState, IsUnchangedIfSavingFails) {
         EXPECT_FALSE(outcome.done());
         EXPECT_EQ(micGain(device), 0);
         EXPECT_EQ(textOfFile(files.state), saved);
-        EXPECT_EQ(folder.names().size(), 2u) << "something was left behind";
+        EXPECT_TRUE(isTidy());
         EXPECT_TRUE(logged("error", "Cannot save"));
     }
     EXPECT_TRUE(device.change(setMicGain(3)).done());
@@ -187,7 +196,8 @@ TEST_F(StoredState, IsSavedDespiteShortAndInterruptedWrites) {
 
 TEST_F(StoredState, IsReadOnlyWithoutItsFolder) {
     Device device({folder.file("missing/phone.xml"), files.factoryContacts});
-    EXPECT_TRUE(device.authenticate("admin", "admin"));
+    EXPECT_TRUE(device.isClosed());
+    EXPECT_FALSE(device.authenticate("admin", "admin"));
     EXPECT_TRUE(device.change(setMicGain(3)).saveFailed);
     EXPECT_EQ(micGain(device), 0);
 }
@@ -196,6 +206,7 @@ TEST_F(StoredState, IsResetIfDamagedAndTheDamagedFileIsKept) {
     std::string good;
     {
         Device device(files);
+        device.changePassword("admin", "correct horse", "correct horse");
         device.change(setMicGain(3));
         good = textOfFile(files.state);
     }
@@ -212,7 +223,7 @@ TEST_F(StoredState, IsResetIfDamagedAndTheDamagedFileIsKept) {
         std::string(3 * 1024 * 1024, ' ') + good,
         without("<micGain>3<", "<micGain>33<"),
         without("<state>", "<stat>"),
-        without("<passwordHash>$y$", "<passwordHash>$x$"),
+        without("<access>", "<access><user>admin</user><passwordHash>$x$j7T$</passwordHash>"),
         without("<secret></secret>", ""),
         without("<name>Ann<", "<name>Ben<"),
         without("<number>1001<", "<number>x<"),
@@ -224,18 +235,132 @@ TEST_F(StoredState, IsResetIfDamagedAndTheDamagedFileIsKept) {
         writeTextFile(files.state, damage);
         const Device device(files);
         EXPECT_EQ(micGain(device), 0);
-        EXPECT_TRUE(device.authenticate("admin", "admin"));
+        EXPECT_TRUE(device.authenticate("admin", "correct horse"));
+        EXPECT_FALSE(device.authenticate("admin", "admin")) << "the attack";
         EXPECT_TRUE(textOfFile(files.state + ".damaged") == damage);
         EXPECT_TRUE(logged("error", "damaged"));
     }
 }
 
+// The attack: whoever can delete or damage files signs in with the factory password.
+TEST_F(StoredState, ClosesThePhoneIfItsPasswordIsLost) {
+    { const Device device(files); }
+    const std::string first = textOfFile(folder.file("password.1"));
+    const std::string damages[] = {"", "garbage", first.substr(0, first.size() - 2), first + "\n",
+                                   "2" + first.substr(1)};
+    for (const std::string& damage : damages) {
+        SCOPED_TRACE(damage);
+        writeTextFile(folder.file("password.1"), damage);
+        writeTextFile(folder.file("password.2"), damage);
+        recorded_log::clear();
+        Device device(files);
+        EXPECT_TRUE(device.isClosed());
+        EXPECT_FALSE(device.authenticate("admin", "admin"));
+        EXPECT_FALSE(device.authenticate("admin", ""));
+        EXPECT_FALSE(device.change(setMicGain(3)).done());
+        EXPECT_TRUE(logged("error", "There is no password"));
+    }
+    for (const char* name : {"password.1", "password.2", "phone.xml"}) {
+        std::filesystem::remove(folder.file(name));
+        EXPECT_TRUE(Device(files).isClosed()) << name;
+    }
+    std::filesystem::remove(files.state);
+    EXPECT_TRUE(Device(files).isClosed()) << "an empty folder";
+}
+
+TEST_F(StoredState, OpensAgainAfterAResetAtTheDevice) {
+    { Device(files).change(setMicGain(3)); }
+    writeTextFile(folder.file("password.1"), "garbage");
+    std::filesystem::remove(folder.file("password.2"));
+    EXPECT_TRUE(Device(files).isClosed());
+    writeTextFile(folder.file("reset"), "");
+    {
+        const Device device(files);
+        EXPECT_TRUE(device.authenticate("admin", "admin"));
+        EXPECT_EQ(micGain(device), 0);
+    }
+    EXPECT_TRUE(isTidy());
+    const Device device(files);
+    EXPECT_TRUE(device.authenticate("admin", "admin"));
+}
+
+TEST_F(StoredState, StaysNewUntilItCouldBeSaved) {
+    failing_calls::fail(failing_calls::Call::rename);
+    EXPECT_TRUE(Device(files).authenticate("admin", "admin"));
+    failing_calls::fail(failing_calls::Call::none);
+    { const Device device(files); }
+    EXPECT_TRUE(isTidy());
+}
+
+TEST_F(StoredState, KeepsThePasswordIfOneFileIsLost) {
+    {
+        Device device(files);
+        device.changePassword("admin", "correct horse", "correct horse");
+    }
+    for (const char* name : {"password.1", "password.2"}) {
+        const std::string whole = textOfFile(folder.file(name));
+        writeTextFile(folder.file(name), whole.substr(1));
+        {
+            const Device device(files);
+            EXPECT_TRUE(device.authenticate("admin", "correct horse")) << name;
+        }
+        EXPECT_EQ(textOfFile(folder.file(name)), whole) << "repaired";
+        std::filesystem::remove(folder.file(name));
+        EXPECT_TRUE(Device(files).authenticate("admin", "correct horse")) << name;
+    }
+}
+
+TEST_F(StoredState, UsesTheNewerOfTwoPasswords) {
+    { const Device device(files); }
+    for (const char* older : {"password.1", "password.2"}) {
+        const std::string before = textOfFile(folder.file(older));
+        const std::string password = std::string("password of ") + older;
+        {
+            Device device(files);
+            ASSERT_TRUE(device
+                            .changePassword(older == std::string("password.1")
+                                                ? "admin"
+                                                : "password of password.1",
+                                            password, password)
+                            .done());
+        }
+        writeTextFile(folder.file(older), before);
+        EXPECT_TRUE(Device(files).authenticate("admin", password)) << older;
+    }
+}
+
+TEST_F(StoredState, TakesThePasswordOfAnEarlierVersion) {
+    std::string earlier;
+    std::string hash;
+    {
+        Device device(files);
+        device.changePassword("admin", "correct horse", "correct horse");
+        hash = device.state()->settings.web.passwordHash;
+        earlier = textOfFile(files.state);
+    }
+    earlier.replace(earlier.find("</access>"), 0,
+                    "<user>admin</user><passwordHash>" + hash +
+                        "</passwordHash><factoryPassword></factoryPassword>");
+    writeTextFile(files.state, earlier);
+    std::filesystem::remove(folder.file("password.1"));
+    std::filesystem::remove(folder.file("password.2"));
+    for (int start = 0; start < 2; ++start) {
+        Device device(files);
+        EXPECT_TRUE(device.authenticate("admin", "correct horse"));
+        EXPECT_TRUE(device.change(setMicGain(start + 1)).done());
+        EXPECT_EQ(textOfFile(files.state).find("passwordHash"), std::string::npos);
+    }
+    EXPECT_TRUE(isTidy());
+}
+
 TEST_F(StoredState, IsCleanedUpAfterAnInterruptedSave) {
     { Device(files).change(setMicGain(3)); }
     writeTextFile(files.state + ".new", "half a fi");
+    writeTextFile(folder.file("password.1.new"), "half a fi");
+    writeTextFile(folder.file("password.2.new"), "half a fi");
     const Device device(files);
     EXPECT_EQ(micGain(device), 3);
-    EXPECT_EQ(folder.names().size(), 2u);
+    EXPECT_TRUE(isTidy());
 }
 
 TEST_F(StoredState, IsCompleteWheneverTheProcessIsKilled) {
@@ -273,7 +398,7 @@ TEST_F(StoredState, IsCompleteWheneverTheProcessIsKilled) {
         const Device device(files);
         const Network network = device.state()->settings.network;
         EXPECT_FALSE(logged("error", ""));
-        EXPECT_EQ(folder.names().size(), 2u);
+        EXPECT_TRUE(isTidy());
         EXPECT_EQ(device.state()->directory.contacts().size(), 2u);
         if (network.vlan != 0) {
             EXPECT_EQ(network.hostname, "phone-" + std::to_string(network.vlan));

@@ -31,6 +31,7 @@ class Saving : public ::testing::Test {
 protected:
     Saving() {
         writeTextFile(files.factoryContacts, "name,number\nAnn,1001\n");
+        writeTextFile(folder.file("reset"), "");
         Device device(files);
         EXPECT_TRUE(setGain(device, kOldGain).done());
         old = textOfFile(files.state);
@@ -65,7 +66,8 @@ protected:
         expectNothingLeftBehind();
     }
     void expectNothingLeftBehind() const {
-        EXPECT_EQ(folder.names().size(), 2u) << "only the state and the factory contacts";
+        EXPECT_EQ(folder.names().size(), 4u)
+            << "only the state, two times the password and the factory contacts";
     }
 
     TemporaryFolder folder;
@@ -122,12 +124,18 @@ TEST_F(Saving, KeepsTheOldOrTheNewStateIfKilled) {
 // The first start saves the factory settings.
 TEST_F(Saving, StartsAgainAfterBeingKilledAtTheFirstStart) {
     const auto start = [this] { const Device device(files); };
-    std::filesystem::remove(files.state);
+    const auto makeNew = [this] {
+        for (const char* name : {"phone.xml", "password.1", "password.2"}) {
+            std::filesystem::remove(folder.file(name));
+        }
+        writeTextFile(folder.file("reset"), "");
+    };
+    makeNew();
     const Calls all = disk_calls::of(start);
     for (int number = 1; number <= static_cast<int>(all.size()); ++number) {
         SCOPED_TRACE(all[static_cast<std::size_t>(number) - 1] + ", call " +
                      std::to_string(number));
-        std::filesystem::remove(files.state);
+        makeNew();
         ASSERT_TRUE(disk_calls::killedAt(number, start));
         const Device device(files);
         EXPECT_TRUE(device.authenticate("admin", "admin"));
@@ -206,4 +214,66 @@ TEST_F(Saving, ChangesNothingOrAllWithoutMemory) {
         EXPECT_EQ(savedGain(), gainOf(device)) << failures;
     }
     EXPECT_GT(failures, 10);
+}
+
+// An earlier password must not count because the newer one cannot be read at the moment.
+TEST_F(Saving, DoesNotStartWhileAPasswordCannotBeRead) {
+    { EXPECT_TRUE(Device(files).changePassword("admin", "correct horse", "correct horse").done()); }
+    const auto start = [this] { EXPECT_THROW(Device{files}, std::runtime_error); };
+    const Calls all = disk_calls::of([this] { const Device device(files); });
+    for (int number = 1; number <= static_cast<int>(all.size()); ++number) {
+        if (all[static_cast<std::size_t>(number) - 1] == "open") {
+            disk_calls::withFailure(number, EMFILE, start);
+        }
+    }
+    EXPECT_TRUE(Device(files).authenticate("admin", "correct horse"));
+}
+
+TEST_F(Saving, KeepsTheOldOrTheNewPasswordIfKilled) {
+    const auto change = [](Device& device, const char* from, const char* to) {
+        return device.changePassword(from, to, to).done();
+    };
+    {
+        Device device(files);
+        ASSERT_TRUE(change(device, "admin", "old password"));
+    }
+    int number = 1;
+    bool isChanged = false;
+    for (bool wasKilled = true; wasKilled; ++number) {
+        SCOPED_TRACE(number);
+        {
+            Device device(files);
+            wasKilled = disk_calls::killedAt(
+                number, [&] { change(device, "old password", "new password"); });
+        }
+        Device device(files);
+        isChanged = device.authenticate("admin", "new password");
+        EXPECT_NE(device.authenticate("admin", "old password"), isChanged);
+        expectNothingLeftBehind();
+        if (isChanged) {
+            ASSERT_TRUE(change(device, "new password", "old password"));
+        }
+    }
+    EXPECT_TRUE(isChanged) << "the last time nothing was killed";
+    EXPECT_GT(number, 20);
+}
+
+TEST_F(Saving, KeepsOrChangesThePasswordIfASystemCallFails) {
+    std::string present = "admin";
+    for (int number = 1; number <= 30; ++number) {
+        SCOPED_TRACE(number);
+        const std::string wanted = "password " + std::to_string(number);
+        {
+            Device device(files);
+            bool done = false;
+            disk_calls::withFailuresFrom(number, ENOSPC, [&] {
+                done = device.changePassword(present, wanted, wanted).done();
+            });
+            present = done ? wanted : present;
+            EXPECT_TRUE(device.authenticate("admin", present));
+        }
+        EXPECT_TRUE(Device(files).authenticate("admin", present));
+        EXPECT_EQ(savedGain(), kOldGain);
+    }
+    EXPECT_EQ(present, "password 30");
 }

@@ -12,11 +12,13 @@
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
+#include <unistd.h>
 #include <utility>
 
 namespace phone {
 namespace {
 
+constexpr const char* kFactoryUser = "admin";
 constexpr const char* kFactoryPassword = "admin";
 constexpr std::size_t kMinPassword = 8; // characters
 constexpr std::size_t kMaxPassword = 128;
@@ -36,6 +38,23 @@ std::optional<FieldError> checkNewPassword(const std::string& password, const st
     return std::nullopt;
 }
 
+// Returns the path of another file in the folder of the state file.
+std::string besideState(const std::string& state, const char* name) {
+    return state.substr(0, state.rfind('/') + 1) + name;
+}
+
+Credentials credentialsOf(const State& state) {
+    const WebAccess& web = state.settings.web;
+    return {web.user, web.passwordHash, web.factoryPassword};
+}
+
+void setCredentials(State& state, Credentials credentials) {
+    WebAccess& web = state.settings.web;
+    web.user = std::move(credentials.user);
+    web.passwordHash = std::move(credentials.hash);
+    web.factoryPassword = credentials.isFactoryPassword;
+}
+
 // Renames a damaged file so that it can be examined.
 void renameDamaged(const std::string& path) {
     const std::string aside = path + ".damaged";
@@ -46,23 +65,59 @@ void renameDamaged(const std::string& path) {
 
 } // namespace
 
-Device::Device(Files files) : m_files(std::move(files)) {
+Device::Device(Files files)
+    : m_files(std::move(files)), m_passwords(besideState(m_files.state, "password")) {
     clearReplacement(m_files.state);
-    m_state = load();
-    if (m_state == nullptr) {
-        auto factory = std::make_shared<const State>(factoryState());
-        m_state = factory;
-        saveAndPublish(std::move(factory));
+    const std::string resetFile = besideState(m_files.state, "reset");
+    if (access(resetFile.c_str(), F_OK) == 0) {
+        startAsNew(resetFile);
+        return;
+    }
+    std::unique_ptr<State> state = load();
+    const bool isLoaded = state != nullptr;
+    if (!isLoaded) {
+        state = std::make_unique<State>(factoryState());
+    }
+    loadPassword(*state);
+    std::shared_ptr<const State> loaded = std::move(state);
+    if (!isLoaded) {
+        replaceFile(m_files.state, stateText(*loaded));
+    }
+    m_state = std::move(loaded);
+}
+
+void Device::startAsNew(const std::string& resetFile) {
+    m_passwords.load(); // their number continues
+    State factory = factoryState();
+    setCredentials(factory, {kFactoryUser, hashPassword(kFactoryPassword), true});
+    const auto state = std::make_shared<const State>(std::move(factory));
+    if (!saveAndPublish(state)) {
+        m_state = state;
+    } else if (std::remove(resetFile.c_str()) != 0) {
+        WebDebug::getInstance()->error(
+            "Cannot remove %s, so the phone will start as a new one again", resetFile.c_str());
     }
 }
 
-std::shared_ptr<const State> Device::load() const {
+void Device::loadPassword(State& state) {
+    if (auto stored = m_passwords.load()) {
+        setCredentials(state, std::move(*stored));
+    } else if (!state.settings.web.passwordHash.empty()) {
+        m_passwords.save(credentialsOf(state)); // from the state file of an earlier version
+    } else {
+        WebDebug::getInstance()->error(
+            "There is no password: nobody can sign in until the phone is "
+            "reset at the device");
+    }
+}
+
+std::unique_ptr<State> Device::load() const {
     const std::optional<std::string> text = readFile(m_files.state, kMaxStateBytes);
     if (!text && errno == ENOENT) {
         return nullptr;
     }
     if (!text && errno != EFBIG) {
-        // The file may be valid: it must not be replaced by the factory password.
+        // The file may be valid: it must not be replaced.
         throw std::runtime_error("Cannot read " + m_files.state + ": " + std::strerror(errno));
     }
     std::optional<State> state = text ? readState(*text) : std::nullopt;
@@ -70,13 +125,12 @@ std::shared_ptr<const State> Device::load() const {
         renameDamaged(m_files.state);
         return nullptr;
     }
-    return std::make_shared<const State>(std::move(*state));
+    return std::make_unique<State>(std::move(*state));
 }
 
 State Device::factoryState() const {
     State state;
     state.settings = factorySettings();
-    state.settings.web.passwordHash = hashPassword(kFactoryPassword);
     const std::optional<std::string> contacts = readFile(m_files.factoryContacts, kMaxCsvBytes);
     if (contacts) {
         applyImport(planImport(*contacts, state.directory), state.directory);
@@ -97,12 +151,31 @@ bool Device::saveAndPublish(std::shared_ptr<const State> state) {
         WebDebug::getInstance()->error("Cannot hash the password");
         return false;
     }
-    if (!replaceFile(m_files.state, stateText(*state))) {
+    if (!save(*state)) {
         return false;
     }
     const std::lock_guard<std::mutex> lock(m_publishing);
     m_state.swap(state);
     return true;
+}
+
+bool Device::save(const State& state) {
+    const auto stored = m_passwords.stored();
+    const Credentials wanted = credentialsOf(state);
+    const std::string text = stateText(state);
+    const bool isOther = !stored || !(*stored == wanted);
+    // A new password changes its own files only, so that no failure can come between.
+    const bool isAll = isOther && m_state != nullptr && text == stateText(*m_state);
+    if (!m_passwords.save(wanted)) {
+        return false;
+    }
+    if (isAll || replaceFile(m_files.state, text)) {
+        return true;
+    }
+    if (stored) {
+        m_passwords.save(*stored);
+    }
+    return false;
 }
 
 Outcome Device::change(const Edit& edit) {
@@ -150,6 +223,7 @@ Outcome Device::changePassword(const std::string& oldPassword, const std::string
 
 Outcome Device::factoryReset() {
     State factory = factoryState();
+    setCredentials(factory, {kFactoryUser, hashPassword(kFactoryPassword), true});
     return change([&](State& state) -> Errors {
         state = std::move(factory);
         return {};

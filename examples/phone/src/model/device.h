@@ -3,6 +3,7 @@
 #define MODEL_DEVICE_H
 
 #include "model/directory.h"
+#include "model/password_store.h"
 #include "model/settings.h"
 
 #include <functional>
@@ -32,15 +33,19 @@ struct Outcome {
 class Device {
 public:
     struct Files {
-        std::string state;           // in an existing folder that only the phone uses
+        // In an existing folder that only the phone uses. Beside it are the files "password.1" and
+        // "password.2" and, before a new phone starts, the file "reset".
+        std::string state;
         std::string factoryContacts; // CSV; read only
     };
 
-    // Loads the state. Without a state file, or with a damaged one (which is renamed to end in
-    // ".damaged"), the phone starts with its factory settings. Throws std::runtime_error if the
-    // file exists but cannot be read, and std::bad_alloc without memory: neither may reset the
-    // phone. If the folder cannot be written, construction succeeds and later changes fail. Removes
-    // what an interrupted save left behind.
+    // Loads the state. If the file "reset" exists, which a phone is delivered with and which a
+    // reset at the device creates, the phone starts as a new one, and the file is removed. Without
+    // a state file, or with a damaged one (which is renamed to end in ".damaged"), it starts with
+    // factory settings, but with its password. Without its password it is closed. Throws
+    // std::runtime_error if a file exists but cannot be read, and std::bad_alloc without memory:
+    // neither may reset the phone. If the folder cannot be written, construction succeeds and later
+    // changes fail. Removes what an interrupted save left behind.
     explicit Device(Files files);
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
@@ -54,8 +59,12 @@ public:
     using Edit = std::function<Errors(State&)>;
     Outcome change(const Edit& edit);
 
+    // Returns whether there is no password, because none could be read: then no user can sign in,
+    // and nothing can be changed, until the phone is reset at the device.
+    bool isClosed() const { return state()->settings.web.passwordHash.empty(); }
+
     // Returns whether these are the web user's name and password. Takes the same time for an
-    // unknown name.
+    // unknown name. Throws std::bad_alloc without the memory to find out.
     bool authenticate(std::string_view name, std::string_view password) const;
 
     // Reads the fields oldPassword (wrongPassword), newPassword (required, tooShort 8, tooLong 128,
@@ -67,11 +76,15 @@ public:
     Outcome factoryReset();
 
 private:
-    std::shared_ptr<const State> load() const;
+    std::unique_ptr<State> load() const;
     State factoryState() const;
+    void startAsNew(const std::string& resetFile);
+    void loadPassword(State& state);
+    bool save(const State& state);
     bool saveAndPublish(std::shared_ptr<const State> state);
 
     const Files m_files;
+    PasswordStore m_passwords; // used by the thread that holds m_changing
     // Held by the one thread that changes and saves; lock before m_publishing.
     std::mutex m_changing;
     mutable std::mutex m_publishing;

@@ -10,18 +10,16 @@
 namespace phone {
 namespace {
 
+// Writes what the configuration omits, except the password, which PasswordStore keeps.
 void writeAccess(XmlWriter& writer, const Settings& settings) {
     writer.open("access");
     for (const Account& account : settings.accounts) {
         writer.element("secret", account.secret);
     }
-    writer.element("user", settings.web.user);
-    writer.element("passwordHash", settings.web.passwordHash);
-    writer.element("factoryPassword", settings.web.factoryPassword ? "1" : "");
     writer.close("access");
 }
 
-// Writes what the configuration omits.
+// Reads what the configuration omits. Earlier versions stored the password here.
 bool readAccess(const pugi::xml_node& access, Settings& settings) {
     pugi::xml_node secret = access.child("secret");
     for (Account& account : settings.accounts) {
@@ -31,11 +29,14 @@ bool readAccess(const pugi::xml_node& access, Settings& settings) {
         }
         secret = secret.next_sibling("secret");
     }
-    WebAccess& web = settings.web;
-    web.user = textOf(access.child("user"));
-    web.passwordHash = textOf(access.child("passwordHash"));
-    web.factoryPassword = !textOf(access.child("factoryPassword")).empty();
-    return !web.user.empty() && isPasswordHash(web.passwordHash);
+    if (const pugi::xml_node hash = access.child("passwordHash")) {
+        WebAccess& web = settings.web;
+        web.user = textOf(access.child("user"));
+        web.passwordHash = textOf(hash);
+        web.factoryPassword = !textOf(access.child("factoryPassword")).empty();
+        return !web.user.empty() && isPasswordHash(web.passwordHash);
+    }
+    return true;
 }
 
 bool readContacts(const pugi::xml_node& root, Directory& directory) {

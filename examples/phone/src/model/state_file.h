@@ -14,10 +14,12 @@ namespace phone {
 // Larger than any state: the worst case is a full directory whose names consist of escapes.
 constexpr std::size_t kMaxStateBytes = 2 * 1024 * 1024;
 
+// Returns the text of all but the user's name and password.
 std::string stateText(const State& state);
 
 // Returns the state that `text` was made from, or nothing if any part of it is invalid. All values
-// are checked like form values.
+// are checked like form values. The password's hash is empty unless an earlier version has written
+// the text.
 std::optional<State> readState(std::string_view text);
 
 } // namespace phone

@@ -25,7 +25,9 @@ std::string clientOf(kit::Request& request) {
 
 void LoginPage::answer(kit::Request& request, kit::Response& response) {
     const std::string_view action = request.parameter("q").value_or("");
-    if (action == "login" && request.isPost()) {
+    if (m_phone.device.isClosed()) {
+        refuse(request, response, 503, "closed");
+    } else if (action == "login" && request.isPost()) {
         signIn(request, response);
     } else if (action == "logout") {
         signOut(request, response);

@@ -6,7 +6,9 @@
 namespace phone {
 
 // Signs in and out. q=login signs in with the fields "user" and "password", q=logout signs out,
-// anything else shows the form. "jumpto" names the page to open next, by default the status page.
+// anything else shows the form. While the phone
+// has no password, says how its owner gets back in. "jumpto" names the page to open next, by
+// default the status page.
 class LoginPage final : public LocalPage {
 public:
     explicit LoginPage(Phone& phone) : LocalPage(phone) {}
