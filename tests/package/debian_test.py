@@ -236,7 +236,7 @@ def test_the_pages_are_served_by_a_daemon_that_does_what_its_unit_allows(device,
         assert phone.get("/style.css")[0] == 200
         assert phone.get("/WEB-INFO/servlet/servlet.xml")[0] == 403
         status, page = phone.sign_in()
-        assert status == 200 and "<h1>Status</h1>" in page
+        assert status == 200 and "<h1>Security</h1>" in page
     assert sorted(run(*AS_ROOT, "find", device.folder / "phone/data", "-printf", "%P %M\n").splitlines()) \
         == [" drwxr-x---", "password.1 -rw-------", "password.2 -rw-------", "state.xml -rw-------"]
 

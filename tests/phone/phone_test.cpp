@@ -1,5 +1,8 @@
 #include "phone_test.h"
 
+#include "model/password.h"
+#include "model/password_store.h"
+
 #include <cstdlib>
 #include <filesystem>
 
@@ -12,7 +15,7 @@ Answer Visitor::send(const Request& request) {
 Answer Visitor::signIn(const std::string& password, const std::string& user) {
     Answer answer = submitSignIn({{"user", user}, {"password", password}});
     if (answer.status == 303) {
-        m_token = page("status").field("token").value_or("");
+        m_token = page("security").field("token").value_or("");
     }
     return answer;
 }
@@ -38,7 +41,8 @@ PhoneFixture::PhoneFixture() {
     std::filesystem::create_directory(folder.file("phone"));
     writeTextFile(folder.file("phone/factory.csv"),
                   "name,number\r\nAnna,100\r\nBj\xC3\xB6rn,200\r\nCarol,300\r\n");
-    writeTextFile(folder.file("phone/reset"), ""); // as delivered
+    static const std::string hash = phone::hashPassword(kPassword);
+    phone::PasswordStore(folder.file("phone/password")).save({"admin", hash, false});
     setenv("PHONE_TEST_FOLDER", folder.file("phone").c_str(), 1);
     restart();
 }
@@ -47,6 +51,12 @@ void PhoneFixture::restart() {
     container.reset();
     container = std::make_unique<Container>(PHONE_TEST_CONFIG);
     recorded_log::clear();
+}
+
+void PhoneFixture::resetAtTheDevice() {
+    container.reset();
+    writeTextFile(folder.file("phone/reset"), "");
+    restart();
 }
 
 void PhoneFixture::breakTheDisk() {

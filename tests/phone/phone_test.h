@@ -28,7 +28,8 @@ using kit::testing::get;
 using kit::testing::post;
 using kit::testing::Request;
 
-constexpr const char* kPassword = "admin";
+constexpr const char* kFactoryPassword = "admin";
+constexpr const char* kPassword = "garden gate"; // which the owner has set
 constexpr const char* kSignInForm = "/servlet?p=login&q=loginForm";
 
 // A response and the page in it.
@@ -75,7 +76,8 @@ private:
     std::string m_token;
 };
 
-// A phone with factory settings and three contacts: Anna 100, Björn 200, Carol 300.
+// A phone with factory settings and three contacts: Anna 100, Björn 200, Carol 300. Its owner has
+// set a password.
 class PhoneFixture : public testing::Test {
 protected:
     PhoneFixture();
@@ -83,14 +85,21 @@ protected:
     // Switches the phone off and on. Visitors of the previous container must be created again.
     void restart();
 
+    // Switches it off, resets it, and switches it on.
+    void resetAtTheDevice();
+
     // Makes every write fail.
     void breakTheDisk();
     void repairTheDisk();
 
     // Returns the state that a phone switched on now would load.
     std::shared_ptr<const phone::State> saved() const;
-    // Returns the content of the state file.
-    std::string savedText() const { return textOfFile(folder.file("phone/state.xml")); }
+    // Returns the content of the files with the state and the password.
+    std::string savedText() const {
+        return textOfFile(folder.file("phone/state.xml")) +
+               textOfFile(folder.file("phone/password.1")) +
+               textOfFile(folder.file("phone/password.2"));
+    }
 
     // Returns the status word as any client gets it.
     std::string notice() { return Visitor(*container).page("notice").body; }
@@ -102,6 +111,12 @@ protected:
 
     TemporaryFolder folder;
     std::unique_ptr<kit::testing::Container> container;
+};
+
+// The same as it is delivered, with the factory password.
+class NewPhoneFixture : public PhoneFixture {
+protected:
+    NewPhoneFixture() { resetAtTheDevice(); }
 };
 
 class SignedInFixture : public PhoneFixture {

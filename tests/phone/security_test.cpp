@@ -37,13 +37,10 @@ TEST_F(SecurityPage, ShowsTheSessions) {
 }
 
 TEST_F(SecurityPage, ChangesThePasswordAndSignsOthersOut) {
-    EXPECT_NE(me.page("status").text().find("The factory password is still in use."),
-              std::string::npos);
     const Answer answer = me.submit("security&q=password", change(kPassword, kNew, kNew));
     EXPECT_EQ(answer.status, 303);
     EXPECT_EQ(answer.location(), "/servlet?p=security&saved=1");
     EXPECT_EQ(me.send(get(answer.location())).done(), "Saved.") << "I am still signed in";
-    EXPECT_EQ(me.page("status").text().find("The factory password"), std::string::npos);
     EXPECT_EQ(other.page("status").status, 303);
     EXPECT_EQ(other.signIn(kPassword).status, 403);
     EXPECT_EQ(other.signIn(kNew).status, 303);
@@ -167,4 +164,51 @@ TEST_F(SecurityPage, ShowsErrorsInTheAccessForm) {
         EXPECT_EQ(answer.field("remoteAddresses"), wrong.addresses) << "keeps what was entered";
     }
     EXPECT_EQ(savedText(), before);
+}
+
+using NewPhone = NewPhoneFixture;
+
+// The attack: whoever finds a new phone in the network uses it with the factory password.
+TEST_F(NewPhone, AllowsNothingButAnotherPassword) {
+    Visitor ann(*container);
+    const std::string form = "/servlet?p=security";
+    EXPECT_EQ(ann.signIn(kFactoryPassword).status, 303);
+    const std::string before = savedText();
+    for (const char* id :
+         {"status", "phone", "accounts", "network", "audio", "contacts", "contacts-preview",
+          "settings-config", "settings-upgrade", "settings-autop", "settings-config&q=export",
+          "contacts&q=export", "settings-upgrade&q=download"}) {
+        EXPECT_EQ(ann.page(id).location(), form) << id;
+        EXPECT_EQ(ann.submit(id, {{"hostname", "hall"}, {"confirm", "1"}}).location(), form) << id;
+    }
+    EXPECT_EQ(ann.page("status-data").status, 403);
+    EXPECT_EQ(
+        ann.submit("security&q=access", {{"idleSeconds", "60"}, {"remoteAddresses", "192.0.2.7"}})
+            .location(),
+        form);
+    EXPECT_EQ(savedText(), before);
+    EXPECT_EQ(notice(), "idle");
+    const Answer page = ann.page("security");
+    EXPECT_FALSE(page.field("idleSeconds"));
+    EXPECT_NE(page.text().find("The factory password is still in use."), std::string::npos);
+    EXPECT_NE(page.text().find("Set your own password."), std::string::npos);
+}
+
+TEST_F(NewPhone, OpensOnceAnotherPasswordIsSet) {
+    Visitor ann(*container);
+    Visitor intruder(*container, "192.0.2.8");
+    ann.signIn(kFactoryPassword);
+    intruder.signIn(kFactoryPassword);
+    EXPECT_EQ(ann.submit("security&q=password",
+                         change(kFactoryPassword, kFactoryPassword, kFactoryPassword))
+                  .status,
+              422);
+    EXPECT_EQ(ann.submit("security&q=password", change(kFactoryPassword, kNew, kNew)).status, 303);
+    EXPECT_EQ(ann.page("security").text().find("factory password"), std::string::npos);
+    EXPECT_EQ(ann.page("status").status, 200);
+    EXPECT_EQ(intruder.page("security").status, 303);
+    restart();
+    Visitor again(*container);
+    again.signIn(kNew);
+    EXPECT_EQ(again.page("status").status, 200);
 }

@@ -97,7 +97,7 @@ TEST_F(SignInPage, DoesNotLogPasswords) {
 
 TEST_F(SignInPage, DoesNotSignInByGet) {
     Visitor ann(*container);
-    const Answer answer = ann.page("login&q=login&user=admin&password=admin");
+    const Answer answer = ann.page("login&q=login&user=admin&password=garden+gate");
     EXPECT_EQ(answer.status, 200);
     EXPECT_EQ(answer.title(), "Sign in");
     EXPECT_EQ(ann.page("status").status, 303);
@@ -168,9 +168,8 @@ TEST_F(SignInPage, StaysClosedWithoutAPassword) {
     }
     EXPECT_EQ(ann.page("status").status, 303);
 
-    writeTextFile(folder.file("phone/reset"), "");
-    restart();
-    EXPECT_EQ(Visitor(*container).signIn().status, 303);
+    resetAtTheDevice();
+    EXPECT_EQ(Visitor(*container).signIn(kFactoryPassword).status, 303);
 }
 
 // The attack: the browser of somebody in the network takes the attacker's name for the phone's.

@@ -3,7 +3,7 @@ import { once } from 'node:events';
 import { connect, createServer } from 'node:net';
 import { text } from '../support/languages.js';
 import { download, expectAt, expectSignedIn, expectSignedOut, expectValues, field, file,
-    fillSignIn, image, kPages, open, resultMessage, send, signIn, signInTo, wordOf }
+    fillSignIn, image, kAdmin, kFactory, kPages, open, resultMessage, send, signIn, signInTo, wordOf }
     from '../support/phone.js';
 import { expect, kJourney, startWithNewPhone, test } from '../support/test.js';
 
@@ -222,7 +222,10 @@ test('a factory reset requires confirmation',
         await expectSignedOut(other);
 
         await expect(banner(page)).toBeEmpty({ timeout: 20_000 });
-        await expectAt(page, 'status');
+        await expectAt(page, 'security'); // as on every new phone
+        await send(page, { oldPassword: kFactory.password, newPassword: kAdmin.password,
+            repeat: kAdmin.password });
+        await expect(resultMessage(page)).toHaveText('Saved.');
         await open(page, 'network');
         await expectValues(page, { hostname: 'desk-phone' });
         await signIn(other);

@@ -1,6 +1,6 @@
 // Properties of every page, in every language.
 import { kLanguages, textsIn } from '../support/languages.js';
-import { expectAt, expectSignedOut, kPages, open, signIn, signInTo, signOut }
+import { expectAt, expectSignedOut, kAdmin, kPages, open, signIn, signInTo, signOut }
     from '../support/phone.js';
 import { expect, kJourney, startWithNewPhone, test } from '../support/test.js';
 
@@ -148,7 +148,7 @@ test.describe('with the keyboard alone', () => {
         await expect(page.locator('[name=user]')).toBeFocused();
         await page.keyboard.type('admin');
         await page.keyboard.press('Tab');
-        await page.keyboard.type('admin');
+        await page.keyboard.type(kAdmin.password);
         await page.keyboard.press('Enter');
         await expectAt(page, 'status');
 

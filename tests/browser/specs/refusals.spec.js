@@ -3,7 +3,7 @@ import { File } from 'node:buffer';
 import { once } from 'node:events';
 import { createServer } from 'node:http';
 import { text } from '../support/languages.js';
-import { expectSignedIn, get, open, signIn, wordOf } from '../support/phone.js';
+import { expectSignedIn, get, kAdmin, open, signIn, wordOf } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
@@ -15,7 +15,7 @@ const kChanges = [
     ['network&q=save', { mode: 'dhcp', hostname: 'gone' }],
     ['audio&q=save', { ringtone: 'bell', ringVolume: 1, speakerVolume: 1, handsetVolume: 1,
         micGain: 1, codec: 'pcma' }],
-    ['security&q=password', { oldPassword: 'admin', newPassword: 'very secret',
+    ['security&q=password', { oldPassword: kAdmin.password, newPassword: 'very secret',
         repeat: 'very secret' }],
     ['security&q=access', { idleSeconds: 3600, remoteAddresses: '192.0.2.1' }],
     ['contacts&q=search', { search: 'a' }],

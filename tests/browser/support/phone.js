@@ -3,7 +3,9 @@ import { readFile, rm, readdir, writeFile } from 'node:fs/promises';
 import { gzipSync } from 'node:zlib';
 import { expect } from '@playwright/test';
 
-export const kAdmin = { user: 'admin', password: 'admin' };
+export const kFactory = { user: 'admin', password: 'admin' };
+// What the owner has set; see setOwnPassword().
+export const kAdmin = { user: 'admin', password: 'garden gate' };
 
 // The text key of each page's title.
 export const kPages = {
@@ -162,12 +164,37 @@ export async function killPhone(request) {
     }).toPass({ timeout: 10_000 });
 }
 
-// Resets the phone to its factory state; nobody is signed in.
-export async function renewPhone(request) {
+// Makes the phone a new one, as it is delivered; nobody is signed in.
+export async function deliverPhone(request) {
     const data = `${process.env.BUILD}/device/phone/data`;
     for (const name of await readdir(data)) {
         await rm(`${data}/${name}`, { recursive: true });
     }
     await writeFile(`${data}/reset`, '');
     await killPhone(request);
+}
+
+// The daemon creates the file with its first request.
+export async function hasFactoryPassword() {
+    const data = `${process.env.BUILD}/device/phone/data`;
+    const files = await readdir(data);
+    return !files.includes('password.1') ||
+        (await readFile(`${data}/password.1`, 'utf-8')).split('\n')[1] === 'factory';
+}
+
+// Sets the owner's password on a phone with the factory password, which allows nothing else.
+export async function setOwnPassword(request) {
+    await postSignIn(request, kFactory, { maxRedirects: 0 });
+    const form = await (await get(request, '/servlet?p=security')).text();
+    const [, token] = form.match(/name="token" value="(\w+)"/);
+    await request.post('/servlet?p=security&q=password', { form: {
+        token, oldPassword: kFactory.password, newPassword: kAdmin.password,
+        repeat: kAdmin.password } });
+    await request.post('/servlet?p=login&q=logout', { form: { token } });
+}
+
+// Makes the phone a new one whose owner has set a password; nobody is signed in.
+export async function renewPhone(request) {
+    await deliverPhone(request);
+    await setOwnPassword(request);
 }

@@ -7,7 +7,7 @@
 //   language                      an option: test.use({ language: 'de' })
 import { expect, test as base } from '@playwright/test';
 import { faultsOf } from './check.js';
-import { renewPhone } from './phone.js';
+import { hasFactoryPassword, renewPhone, setOwnPassword } from './phone.js';
 import { Watch } from './watch.js';
 
 export { expect };
@@ -16,6 +16,17 @@ export { expect };
 export const kJourney = { tag: '@journey' };
 
 export const test = base.extend({
+    // Specs that do not start with a new phone may find one nevertheless, in a fresh build folder.
+    ownPassword: [async ({ playwright }, use) => {
+        const request = await playwright.request.newContext(
+            { baseURL: `http://127.0.0.1:${process.env.PHONE_PORT}` });
+        if (await hasFactoryPassword()) {
+            await setOwnPassword(request);
+        }
+        await request.dispose();
+        await use();
+    }, { scope: 'worker', auto: true }],
+
     language: ['en', { option: true }],
     locale: async ({ language }, use) => use(language),
 

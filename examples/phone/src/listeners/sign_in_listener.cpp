@@ -24,12 +24,16 @@ bool isPoll(kit::Request& request) {
 bool SignInListener::admit(kit::Request& request, kit::Response& response) {
     const auto signIn = m_phone.signIns.find(request);
     visitor = isPoll(request) ? nullptr : signIn.get();
-    if (signIn || needsNoSignIn(request)) {
+    const std::string page(request.page());
+    const bool mustSetPassword =
+        signIn && m_phone.device.state()->settings.web.factoryPassword && page != "security";
+    if ((signIn && !mustSetPassword) || needsNoSignIn(request)) {
         return true;
     }
-    const std::string page(request.page());
     if (page == "status-data") {
         response.status(403).text("Not signed in.\n");
+    } else if (mustSetPassword) {
+        response.seeOther("/servlet?p=security");
     } else {
         response.seeOther(kSignInForm + (isPageId(page) ? "&jumpto=" + page : ""));
     }

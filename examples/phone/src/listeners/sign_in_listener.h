@@ -8,7 +8,8 @@
 namespace phone {
 
 // Redirects users who are not signed in to the sign-in form, which returns them to the page they
-// requested; scripts get status 403. Lets through the form itself, the choice of a language, the
+// requested; scripts get status 403. Users who signed in with the factory password get no page but
+// the one on which they set another. Lets through the form itself, the choice of a language, the
 // status word, and events, which no servlet receives. Stores the visitor (visit.h).
 class SignInListener final : public kit::Listener {
 public:

@@ -28,6 +28,8 @@ void SecurityPage::answer(kit::Request& request, kit::Response& response,
         return;
     } else if (request.parameter("q") == "password") {
         changePassword(request, response, signIn);
+    } else if (m_phone.device.state()->settings.web.factoryPassword) {
+        response.seeOther("/servlet?p=security"); // another password comes first
     } else {
         changeAccess(request, response, signIn);
     }
