@@ -91,12 +91,12 @@ SANITIZERS = {"ASAN_OPTIONS": "detect_leaks=1:abort_on_error=1",
               "TSAN_OPTIONS": f"suppressions={ROOT}/tests/threads.supp"}
 
 
-def browser(*arguments):
+def browser(*arguments, name="browser"):
     report = ROOT / "build/browser/results/browser.xml"
     install = "[ node_modules/.package-lock.json -nt package-lock.json ] || npm ci --no-fund"
     there = ["env", "-C", "tests/browser"]
     # In a lane of its own, since it mostly waits for the browser.
-    return Step("browser", "browser", [
+    return Step(name, "browser", [
         ["rm", "-f", report],
         [*there, "sh", "-c", install],
         [*there, "npx", "playwright", "test", *arguments]],
@@ -116,7 +116,7 @@ def quick_steps():
         build("asan", "unit_tests", "replay_tests", "fcgi_host_wire", "servlet_check"),
         unit("asan"),
         wire("asan", *files(*HOSTILE), "--one-front"),
-        browser("--grep", "@journey"),
+        browser("--grep", "@journey", name="journeys"),
     ]
 
 
