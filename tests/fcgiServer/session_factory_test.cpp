@@ -436,6 +436,16 @@ TEST_F(SessionRequests, MarkTheirSessionAsBusyAndRefreshIt) {
     EXPECT_EQ(other->getLastAccessedTime(), 1300);
 }
 
+TEST_F(SessionRequests, NeedNoMemoryUnlessUsesAreRecorded) {
+    const HttpSessionImpl* session = adopt(new WatchedSession(m_ends));
+    FakeRequest request(session->m_id.c_str(), "192.0.2.1");
+    counted_memory::failAfter(0);
+    EXPECT_NO_THROW(m_factory.onRequest(&request));
+    EXPECT_NO_THROW(EXPECT_EQ(m_factory.getSession(&request), session));
+    EXPECT_NO_THROW(m_factory.onRequestFinished(&request));
+    counted_memory::cancelFailure();
+}
+
 TEST_F(SessionRequests, ClearTheBusyFlagAtTheirEnd) {
     HttpSessionImpl* session = create();
     HttpSessionImpl* other = create();
