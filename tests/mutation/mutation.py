@@ -35,11 +35,11 @@ Area = collections.namedtuple("Area", "sources tests")
 AREAS = [
     Area("fcgiServer/*.cpp",
          ["device_status_test", "fcgi_server_test", "http_request_test", "http_response_test",
-          "http_session_test", "library_calls_test", "listener_container_test",
-          "plugin_loader_test", "plugin_loading_test", "request_end_test", "screening_test",
-          "servlet_container_test", "servlet_controller_test", "session_factory_test",
-          "without_memory_test", "replay_configuration", "replay_connection", "replay_screening",
-          "replay_service"]),
+          "http_session_test", "library_calls_test", "lingering_close_test",
+          "listener_container_test", "plugin_loader_test", "plugin_loading_test",
+          "request_end_test", "screening_test", "servlet_container_test",
+          "servlet_controller_test", "session_factory_test", "without_memory_test",
+          "replay_configuration", "replay_connection", "replay_screening", "replay_service"]),
     Area("QKSTL/*.h", ["replay_hash_map", "QKSTL_ndebug_test", "QKSTL_test"]),
 ]
 # The test that most likely kills a mutant of a source that has no test of its own name.
