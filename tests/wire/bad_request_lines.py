@@ -47,7 +47,7 @@ ADDRESSES = [
      "400"),
     ("an address without a slash", get("servlet?p=facts"), "400"),
     ("a query alone", get("?p=facts&x=y"), "400",
-     "400", "302 Location: http://phone/servlet?p=login&q=loginForm"),
+     "400", "302 Location: /servlet?p=login&q=loginForm"),
     ("a fragment", get(f"{PLAIN}&x=y#z"), "200 x=y", "200 x=y", "400"),
     ("an escaped letter", get("/%73ervlet?p=facts&x=y"), "200 x=y"),
     ("an escaped question mark", get("/servlet%3fp=facts"), "404"),

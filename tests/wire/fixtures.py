@@ -49,7 +49,8 @@ def is_wanted(item, sanitized, one_front):
 
 def behind(item):
     """Returns the web server of a test that runs once with each, or None."""
-    return item.callspec.params.get("front") if hasattr(item, "callspec") else None
+    params = item.callspec.params if hasattr(item, "callspec") else {}
+    return params.get("front") or params.get("phone")
 
 
 @pytest.fixture(scope="session")

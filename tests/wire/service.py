@@ -166,6 +166,7 @@ class Starter:
         self.sockets = []
         self.environment = dict(os.environ, WIRE_FOLDER=str(folder), APP_LOG="stderr")
         self.front_variables = {}
+        self.document_root = folder / "www"
 
     def end(self):
         for process in self.processes:
@@ -204,6 +205,23 @@ class Starter:
             self.wait_for_socket(process)
         return host
 
+    def phone(self, *arguments):
+        """Starts fcgi_host with the example phone, which has a data folder of its own. Start the
+        web server afterwards."""
+        device = self.build.folder / "device/phone"
+        data = self.folder / "data"
+        data.mkdir()
+        self.document_root = device / "www"
+        own_mounts = ["unshare", "--mount"]
+        if os.getuid() != 0:
+            own_mounts += ["--user", "--map-root-user"]
+        place_data = 'mount --bind "$0" "$1" && shift && exec "$@"'
+        process = self.start(*own_mounts, "sh", "-c", place_data, data, device / "data",
+                             self.build.host, "--listen", self.socket_path, *arguments,
+                             log="host.log", stdin=subprocess.DEVNULL, env=self.environment)
+        self.wait_for_socket(process)
+        return Host(process, self.folder, self.folder / "host.log")
+
     def wait_for_socket(self, process):
         def ready():
             assert process.poll() is None, (self.folder / "host.log").read_text()
@@ -217,7 +235,7 @@ class Starter:
         os.chmod(self.folder, 0o755)
         os.chmod(self.state, 0o777)
         port = free_port()
-        self.front_variables.update(DOCUMENT_ROOT=str(self.folder / "www"), PORT=str(port),
+        self.front_variables.update(DOCUMENT_ROOT=str(self.document_root), PORT=str(port),
                                     STATE_DIR=str(self.state), CONFIG_DIR=str(config))
         command = getattr(self, "_" + kind)(config, additions)
         process = self.start(*command, log=f"{kind}.log", stdin=subprocess.DEVNULL,
