@@ -2,6 +2,7 @@
 
 import re
 
+PASSWORD = "garden gate"
 
 class Browser:
     def __init__(self, front, address="127.0.0.1"):
@@ -26,10 +27,17 @@ class Browser:
             self.cookies[name.strip()] = value.strip()
         return answer
 
-    def sign_in(self, password="admin"):
+    def sign_in(self, password=PASSWORD):
         form = self.get("/servlet?p=login&q=loginForm")
         return self.post("/servlet?p=login&q=login",
                          {"user": "admin", "password": password, "token": token_in(form)})
+
+    def replace_factory_password(self):
+        assert self.sign_in("admin").status == 303
+        answer = self.post("/servlet?p=security&q=password", {
+            "token": self.token(), "oldPassword": "admin", "newPassword": PASSWORD,
+            "repeat": PASSWORD})
+        assert answer.status == 303
 
     def is_signed_in(self):
         return self.get("/servlet?p=status").status == 200

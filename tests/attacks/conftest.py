@@ -8,9 +8,11 @@ from browser import Browser
 
 @pytest.fixture(params=["lighttpd", "nginx", "apache"])
 def phone(request, start):
-    """The example phone behind a web server."""
+    """The example phone behind a web server; its owner has set a password."""
     start.phone("--threads", "4", "--timer", "1")
-    return start.front(request.param, SOURCE / "packaging/front-servers")
+    front = start.front(request.param, SOURCE / "packaging/front-servers")
+    Browser(front).replace_factory_password()
+    return front
 
 
 @pytest.fixture

@@ -1,14 +1,18 @@
 """Attack: cross-site request forgery. A page of another site makes the browser of a user who has
 signed in send requests, with the user's cookies."""
 
+import urllib.parse
+
 import pytest
+
+from browser import PASSWORD
 
 CHANGES = {
     "contacts&q=add": {"name": "Mallory", "number": "666"},
     "contacts&q=remove": {"name": "Anna"},
     "phone": {"number": "666"},
     "security&q=access": {"idleSeconds": "60", "remoteAddresses": "192.0.2.1"},
-    "security&q=password": {"oldPassword": "admin", "newPassword": "12345678",
+    "security&q=password": {"oldPassword": PASSWORD, "newPassword": "12345678",
                             "repeat": "12345678"},
     "settings-upgrade&q=reset": {"confirm": "1"},
     "login&q=logout": {},
@@ -38,8 +42,7 @@ def test_a_form_of_another_site_changes_nothing(user, content):
 def test_an_address_in_an_image_of_another_site_changes_nothing(user, content):
     before = content()
     for query, fields in CHANGES.items():
-        user.get(f"/servlet?p={query}&" + "&".join(f"{name}={value}"
-                                                   for name, value in fields.items()), *FOREIGN)
+        user.get(f"/servlet?p={query}&{urllib.parse.urlencode(fields)}", *FOREIGN)
     assert content() == before
     assert user.is_signed_in()
 

@@ -2,7 +2,6 @@
 a session's id, sign in under a foreign host name (DNS rebinding), lock a user's address out, dial, and
 use a new phone with its factory password."""
 
-import os
 import re
 
 import pytest
@@ -42,25 +41,11 @@ class Browser:
         return self.send(SIGN_IN, form=dict(credentials, token=self.token()))
 
 
-def start_new_phone(start):
-    data = start.build.folder / "device/phone/data"
-    data.mkdir(parents=True, exist_ok=True)
-    for path in data.iterdir():
-        path.unlink()
-    (data / "reset").touch()
-    (start.folder / "www/WEB-INFO").rmdir()
-    (start.folder / "www").rmdir()
-    os.symlink(start.build.folder / "device/phone/www", start.folder / "www")
-    process = start.start(start.build.host, "--listen", start.socket_path, log="host.log",
-                          env=start.environment)
-    start.wait_for_socket(process)
-
-
-@pytest.fixture
-def phone(start, front):
+@pytest.fixture(params=["lighttpd", "nginx", "apache"])
+def phone(request, start):
     """A new phone behind a web server."""
-    start_new_phone(start)
-    return front
+    start.phone()
+    return start.front(request.param, SOURCE / "packaging/front-servers")
 
 
 def test_a_guessed_session_id_opens_nothing(phone):
@@ -120,25 +105,22 @@ def test_the_factory_password_only_sets_another(phone):
     assert Browser(phone).sign_in().status == 403
 
 
-def test_lost_files_do_not_open_the_phone(start, front):
-    start_new_phone(start)
-    assert Browser(front).send(FORM).status == 200
-    start.processes[-1].terminate()
-    start.processes[-1].wait()
-    for path in (start.build.folder / "device/phone/data").iterdir():
+def test_lost_files_do_not_open_the_phone(start, phone, folder):
+    assert Browser(phone).send(FORM).status == 200
+    start.processes[0].terminate()
+    start.processes[0].wait()
+    for path in (folder / "data").iterdir():
         path.unlink()
-    process = start.start(start.build.host, "--listen", start.socket_path, log="host.log",
-                          env=start.environment)
-    start.wait_for_socket(process)
-    answer = Browser(front).send(FORM)
+    start.phone()
+    answer = Browser(phone).send(FORM)
     assert answer.status == 503 and "at the device" in answer.text
 
 
 @pytest.mark.parametrize("kind", ["lighttpd", "nginx", "apache"])
 def test_cookies_and_pages_stay_on_https(start, kind):
     certificate = start.certificate()
+    start.phone()
     front = start.front(kind, SOURCE / "packaging/front-servers", "tls")
-    start_new_phone(start)
     user = Browser(front, "--cacert", certificate)
     answer = user.sign_in()
     assert answer.status == 303

@@ -206,11 +206,13 @@ class Starter:
         return host
 
     def phone(self, *arguments):
-        """Starts fcgi_host with the example phone, which has a data folder of its own. Start the
-        web server afterwards."""
+        """Starts fcgi_host with the example phone, a new one at the first call, whose data are in
+        the test's folder. Start the web server afterwards."""
         device = self.build.folder / "device/phone"
         data = self.folder / "data"
-        data.mkdir()
+        if not data.exists():
+            data.mkdir()
+            (data / "reset").touch()
         self.document_root = device / "www"
         own_mounts = ["unshare", "--mount"]
         if os.getuid() != 0:
