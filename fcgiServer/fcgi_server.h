@@ -24,8 +24,9 @@ public:
     // and for hosts that try a plug-in out.
     explicit FCGIServer(const char* configFile);
 
-    // Destroys the servlets, the listeners and the sessions, then closes the plug-in library. Every
-    // run() must have returned.
+    // Destroys the servlets, the listeners and the sessions, then closes the plug-in library. Waits
+    // for connections that are still open, for about two seconds at most, and ends the thread that
+    // closes them. Every run() must have returned.
     virtual ~FCGIServer();
 
     FCGIServer(const FCGIServer&) = delete;

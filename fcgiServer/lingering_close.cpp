@@ -31,33 +31,34 @@ constexpr std::size_t kStackBytes = 64 * 1024;
 // Discards what has arrived. Returns false once nothing more can arrive.
 bool mayReceiveMore(int connection, int reads) {
     char discarded[1024]; // small: one page less for the thread
-    ssize_t size = 1;
-    for (; size > 0 && reads > 0; --reads)
-        size = recv(connection, discarded, sizeof discarded, MSG_DONTWAIT);
-    return size > 0 || (size < 0 && (errno == EAGAIN || errno == EINTR));
+    while (reads-- > 0) {
+        const ssize_t size = recv(connection, discarded, sizeof discarded, MSG_DONTWAIT);
+        if (size <= 0)
+            return size < 0 && errno == EAGAIN;
+    }
+    return true;
 }
 
 // What the request loops hand over to the thread. A process may exit while the thread runs, so this
 // has no destructor.
 struct Handover {
-    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    // Guarded by the mutex.
-    int connections[kMost] = {};
-    std::size_t count = 0;
-    bool isWatched = false;
-    bool isAsleep = false; // until it is woken
-    bool isEnding = false;
+    int connections[kMost];
+    std::size_t count;
+    bool isWatched;
+    bool isAsleep; // until it is woken
+    bool isEnding;
     // Changed only while there is no thread.
-    pthread_t thread{};
-    int wakeUp = -1; // an eventfd(2)
+    pthread_t thread;
+    int wakeUp; // an eventfd(2)
 };
-static_assert(std::is_trivially_destructible_v<Handover>);
-Handover handover;
+static_assert(std::is_trivial_v<Handover>);
+Handover handover{}; // guarded by the mutex
+pthread_mutex_t handoverMutex = PTHREAD_MUTEX_INITIALIZER;
 
 class Lock {
 public:
-    Lock() { pthread_mutex_lock(&handover.mutex); }
-    ~Lock() { pthread_mutex_unlock(&handover.mutex); }
+    Lock() { pthread_mutex_lock(&handoverMutex); }
+    ~Lock() { pthread_mutex_unlock(&handoverMutex); }
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 };

@@ -13,6 +13,10 @@
 
 #include <gtest/gtest.h>
 
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -24,6 +28,7 @@
 #include <new>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -53,6 +58,7 @@ public:
         if (slowAccept)
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         const Step step = next();
+        noteConnection(*request);
         if (step.request != nullptr)
             *request = *step.request->get();
         --m_accepting;
@@ -60,6 +66,9 @@ public:
     }
     void finish(FCGX_Request* request) {
         app_log(kLibfcgiModule, 6, "finish");
+        noteConnection(*request);
+        if (failsToSend)
+            request->ipcFd = -1;
         meet(meetBefore);
         {
             std::lock_guard<std::mutex> lock(m_lock);
@@ -72,6 +81,8 @@ public:
 
     int acceptedResult = 0;
     bool slowAccept = false;
+    bool failsToSend = false;                     // and closes the connection, therefore
+    std::vector<std::pair<int, int>> connections; // ipcFd and keepConnection, at each call; guarded
     std::atomic<int> mostAccepting{0};
     std::vector<FCGX_Request*> initialised; // guarded by m_lock, as is the next
     std::vector<FCGX_Request*> finished;
@@ -92,6 +103,11 @@ private:
         MemoryRequest* request;
         int result;
     };
+
+    void noteConnection(const FCGX_Request& request) {
+        std::lock_guard<std::mutex> lock(m_lock);
+        connections.emplace_back(request.ipcFd, request.keepConnection);
+    }
 
     static void meet(Rendezvous* place) {
         if (place != nullptr) {
@@ -284,6 +300,59 @@ TEST_F(Server, KeepsRunningUnlessAcceptingReturnsANegativeResult) {
     front.willSend("/servlet?p=status");
     EXPECT_EQ(server->run(), -1);
     EXPECT_EQ(front.finished.size(), 2u);
+}
+
+class ConnectedServer : public Server {
+protected:
+    ConnectedServer() { EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, m_ends), 0); }
+    ~ConnectedServer() override { close(m_ends[1]); }
+
+    int connection() const { return m_ends[0]; }
+    void serve(int keepConnection) {
+        FCGX_Request& request = *front.willSend("/servlet?p=status").get();
+        request.ipcFd = connection();
+        request.keepConnection = keepConnection;
+        server->run();
+    }
+    // Returns ipcFd and keepConnection when the request is finished, then when the next is
+    // accepted.
+    std::vector<std::pair<int, int>> connections() const {
+        return {front.connections.begin() + 1, front.connections.end()};
+    }
+    bool isHalfClosed() const {
+        pollfd polled{m_ends[1], POLLRDHUP, 0};
+        return poll(&polled, 1, 0) > 0;
+    }
+
+private:
+    int m_ends[2] = {};
+};
+
+using Connections = std::vector<std::pair<int, int>>;
+
+TEST_F(ConnectedServer, TakesTheConnectionOverFromLibfcgi) {
+    serve(0);
+    EXPECT_EQ(connections(), (Connections{{connection(), 1}, {-1, 0}}));
+    EXPECT_TRUE(isHalfClosed());
+}
+
+TEST_F(ConnectedServer, LeavesTheConnectionToLibfcgiIfItIsToBeKept) {
+    serve(1);
+    EXPECT_EQ(connections(), (Connections{{connection(), 1}, {connection(), 1}}));
+    EXPECT_EQ(close(connection()), 0) << "it is open";
+}
+
+TEST_F(Server, TakesNothingOverIfTheRequestHasNoConnection) {
+    front.willSend("/servlet?p=status").get()->ipcFd = 0;
+    server->run();
+    EXPECT_EQ(front.connections, (Connections{{0, 0}, {0, 0}, {0, 0}}));
+}
+
+TEST_F(ConnectedServer, TakesNothingOverIfLibfcgiHasClosedTheConnection) {
+    front.failsToSend = true;
+    serve(0);
+    EXPECT_EQ(connections(), (Connections{{connection(), 1}, {-1, 0}}));
+    EXPECT_EQ(close(connection()), 0) << "it is open";
 }
 
 TEST_F(Server, LogsOnceAndReturnsWhenAcceptingFails) {

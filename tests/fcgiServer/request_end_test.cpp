@@ -42,10 +42,12 @@ constexpr auto kSoon = 10s; // a failing test waits that long, others do not
 namespace server_clock {
 
 thread_local bool isSeenByThisThread = false;
+std::atomic<bool> isReal{false};
 std::atomic<milliseconds> now{0ms};
 std::atomic<unsigned> looks{0}; // of the server, for something to read
 
 void reset() {
+    isReal = false;
     now = 0ms;
     looks = 0;
 }
@@ -64,6 +66,8 @@ bool serverLooksTwice() {
     return server_clock::looks >= before + 2;
 }
 
+std::atomic<bool> serverIsHeld{false}; // its own thread, where it waits for news
+std::atomic<bool> serverWaits{false};
 std::atomic<bool> threadsFail{false}; // to be created
 std::atomic<int> threadsCreated{0};
 
@@ -77,14 +81,21 @@ int __wrap_poll(pollfd* polled, nfds_t count, int timeout) {
     if (!server_clock::isSeenByThisThread)
         return __real_poll(polled, count, timeout);
     ++server_clock::looks;
+    while (serverIsHeld) {
+        serverWaits = true;
+        std::this_thread::sleep_for(1ms);
+    }
+    serverWaits = false;
     // Too early, as after a signal: the server must compare its clock with its deadlines itself.
-    return __real_poll(polled, count, 1);
+    const bool isInTime = timeout < 0 || server_clock::isReal;
+    return __real_poll(polled, count, isInTime ? timeout : 1);
 }
 
 SteadyClock::time_point __real__ZNSt6chrono3_V212steady_clock3nowEv();
 SteadyClock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
-    return server_clock::isSeenByThisThread ? SteadyClock::time_point(server_clock::now.load())
-                                            : __real__ZNSt6chrono3_V212steady_clock3nowEv();
+    return server_clock::isSeenByThisThread && !server_clock::isReal
+               ? SteadyClock::time_point(server_clock::now.load())
+               : __real__ZNSt6chrono3_V212steady_clock3nowEv();
 }
 
 int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
@@ -182,8 +193,9 @@ public:
 
     // Return whether the server sends no more but still reads, does neither, or does both.
     bool isHalfClosed() const {
-        return becomes(POLLRDHUP, kSoon) && serverLooksTwice() && !becomes(POLLHUP, 0ms);
+        return becomes(POLLRDHUP, kSoon) && serverLooksTwice() && !isClosedNow();
     }
+    bool isClosedNow() const { return becomes(POLLHUP, 0ms); }
     bool isClosed() const { return becomes(POLLHUP, kSoon); }
     bool isOpen() const { return !becomes(POLLRDHUP, kAWhile); }
 
@@ -383,16 +395,54 @@ TEST_F(RequestEnd, LeavesAConnectionOpenThatMustBeKept) {
 TEST_F(RequestEnd, KeepsTheThirtyTwoNewestConnectionsOfSilentFrontServers) {
     const std::string request = begin(with({{"CONTENT_LENGTH", "5"}}));
     std::vector<std::unique_ptr<Connection>> fronts;
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 101; ++i) {
         serve(request);
         EXPECT_EQ(front->response(), kResponse);
         fronts.push_back(std::exchange(front, connect()));
     }
-    for (int i = 0; i < 68; ++i)
+    for (int i = 0; i < 69; ++i)
         EXPECT_TRUE(fronts[i]->isClosed()) << i;
-    for (int i = 68; i < 100; ++i)
+    for (int i = 69; i < 101; ++i)
         EXPECT_TRUE(fronts[i]->isHalfClosed()) << i;
     EXPECT_EQ(threadsCreated, 1);
+}
+
+// When more requests end than the server's own thread takes in time.
+TEST_F(RequestEnd, ClosesConnectionsThatFrontServersHaveClosedBeforeTheOldestOther) {
+    const auto finish = [this](bool isClosed) {
+        serve(begin(with({})));
+        EXPECT_EQ(front->response(), kResponse);
+        if (isClosed)
+            front->close();
+        return std::exchange(front, connect());
+    };
+    finish(true);
+    serverIsHeld = true;
+    finish(true); // wakes it, so that it is held
+    EXPECT_TRUE(becomesTrue([] { return serverWaits.load(); }));
+    const std::size_t before = openDescriptors();
+    std::vector<std::unique_ptr<Connection>> open;
+    open.push_back(finish(false));
+    for (int i = 0; i < 100; ++i)
+        finish(true);
+    EXPECT_FALSE(open.front()->isClosedNow());
+    EXPECT_LE(openDescriptors(), before + 2 + 31);
+    for (int i = 0; i < 41; ++i)
+        open.push_back(finish(false));
+    for (int i = 0; i < 10; ++i)
+        EXPECT_TRUE(open[i]->isClosedNow()) << i;
+    for (int i = 10; i < 42; ++i)
+        EXPECT_FALSE(open[i]->isClosedNow()) << i;
+    serverIsHeld = false;
+    for (int i = 10; i < 42; ++i)
+        EXPECT_TRUE(open[i]->isHalfClosed()) << i;
+}
+
+TEST_F(RequestEnd, ClosesAConnectionThatIsReset) {
+    const std::size_t descriptors = openDescriptors();
+    serve(begin(with({{"CONTENT_LENGTH", "5"}})));
+    front->close(); // the response is unread, which resets the connection
+    EXPECT_TRUE(becomesTrue([&] { return openDescriptors() == descriptors; }));
 }
 
 TEST_F(RequestEnd, ClosesAConnectionAtOnceWhenNoThreadCanBeCreatedForIt) {
@@ -417,6 +467,31 @@ TEST_F(RequestEnd, HasNoThreadOfItsOwnBeforeTheFirstRequestNorAfterTheServer) {
     destroyServer();
     EXPECT_TRUE(becomesTrue([&] { return threads() == before; }));
     EXPECT_EQ(openDescriptors(), descriptors - 1);
+}
+
+// Looks cost a device power.
+TEST_F(RequestEnd, IsNotLookedAtUntilThereAreNews) {
+    server_clock::isReal = true;
+    const auto sleeps = [] {
+        const unsigned before = server_clock::looks;
+        std::this_thread::sleep_for(30ms); // three rounds
+        return server_clock::looks == before;
+    };
+    std::vector<std::unique_ptr<Connection>> silent;
+    for (int i = 0; i < 3; ++i) {
+        serve(begin(with({})));
+        EXPECT_EQ(front->response(), kResponse);
+        silent.push_back(std::exchange(front, connect()));
+        EXPECT_TRUE(becomesTrue(sleeps)) << i;
+    }
+    for (; !silent.empty(); silent.pop_back()) {
+        const std::size_t descriptors = openDescriptors();
+        const auto begin = SteadyClock::now();
+        silent.back()->close();
+        EXPECT_TRUE(becomesTrue([&] { return openDescriptors() == descriptors - 2; }));
+        EXPECT_LT(SteadyClock::now() - begin, 500ms);
+        EXPECT_TRUE(becomesTrue(sleeps)) << silent.size();
+    }
 }
 
 TEST_F(RequestEnd, IsWaitedForWhenTheServerIsDestroyed) {
