@@ -1,4 +1,5 @@
-// Decides which sessions SessionFactory ends when there are more than the host allows.
+// Decides which sessions SessionFactory ends when there are more than the host allows. Internal:
+// not installed.
 #ifndef SESSION_LIMIT_H
 #define SESSION_LIMIT_H
 

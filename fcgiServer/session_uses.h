@@ -1,6 +1,6 @@
 // Records which sessions the requests in flight use. A session's busy mark does not show it: the
 // shorter of two requests of one session clears the mark under the longer one, and a refused
-// request leaves it set.
+// request leaves it set. Internal: not installed.
 #ifndef SESSION_USES_H
 #define SESSION_USES_H
 

@@ -44,7 +44,7 @@ install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir
 install(DIRECTORY fcgiServer/ DESTINATION ${header_dir} COMPONENT dev
     FILES_MATCHING PATTERN "*.h" PATTERN "include" EXCLUDE
     # Internal to the container.
-    REGEX "/(busy_mark|http_status|lingering_close|log_module|request_rules)[.]h$"
+    REGEX "/(busy_mark|http_status|lingering_close|log_module|request_rules|session_limit|session_uses)[.]h$"
     EXCLUDE)
 install(DIRECTORY base QKSTL kit/include/kit DESTINATION ${header_dir} COMPONENT dev
     FILES_MATCHING PATTERN "*.h")
