@@ -25,12 +25,12 @@ constexpr milliseconds kLingerTimeout{2000}; // libfcgi's default
 // saves the thread a wake-up for each.
 constexpr milliseconds kRound{10};
 constexpr std::size_t kMost = 32; // handed over but not yet taken; and as many that linger
-constexpr int kReadsAtOnce = 64;  // so that one busy connection does not hold up the others
+constexpr int kReadsAtOnce = 16;  // so that one busy connection does not hold up the others
 constexpr std::size_t kStackBytes = 64 * 1024;
 
 // Discards what has arrived. Returns false once nothing more can arrive.
 bool mayReceiveMore(int connection, int reads) {
-    char discarded[1024]; // small: one page less for the thread
+    char discarded[4096];
     while (reads-- > 0) {
         const ssize_t size = recv(connection, discarded, sizeof discarded, MSG_DONTWAIT);
         if (size <= 0)
