@@ -72,10 +72,10 @@ def test_a_large_page_arrives_complete(web):
 def test_four_slow_pages_are_served_at_once(web):
     begin = time.monotonic()
     with concurrent.futures.ThreadPoolExecutor(4) as clients:
-        answers = list(clients.map(web.curl, ["/servlet?p=slow&ms=1000"] * 4))
+        answers = list(clients.map(web.curl, ["/servlet?p=slow&ms=2000"] * 4))
     taken = time.monotonic() - begin
     assert [answer.text for answer in answers] == ["begin end"] * 4
-    assert taken < 2, "two of them took turns"
+    assert taken < 4, "two of them took turns"
 
 
 @pytest.mark.parametrize("page", ["unknown", "absent", "refusing"])

@@ -206,12 +206,12 @@ def test_a_changed_template_and_a_new_file_are_served_by_the_same_daemon(hello, 
     (project / "www/new.css").write_text("p { color: red }\n")
     replace(project / TEMPLATE, "Hello,", "Welcome,")
     wait_until(lambda: "Welcome, stranger!" in hello.front.curl("/servlet?p=hello").text,
-               "the new template")
-    wait_until(lambda: hello.front.curl("/new.css").status == 200, "the new file")
+               "the new template", BUILDING)
+    wait_until(lambda: hello.front.curl("/new.css").status == 200, "the new file", BUILDING)
     assert daemon_of(hello.process) == daemon
 
     (project / "www/new.css").unlink()
-    wait_until(lambda: hello.front.curl("/new.css").status == 404, "the file being gone")
+    wait_until(lambda: hello.front.curl("/new.css").status == 404, "the file being gone", BUILDING)
 
 
 def test_a_changed_source_is_served_by_a_new_daemon_without_a_failed_request(hello, project):
@@ -222,7 +222,7 @@ def test_a_changed_source_is_served_by_a_new_daemon_without_a_failed_request(hel
         page = hello.front.curl("/servlet?p=hello")
         assert page.status == 200
         return "1 to 9" in page.text
-    wait_until(replaced, "the new source")
+    wait_until(replaced, "the new source", BUILDING)
     assert daemon_of(hello.process) != daemon
 
 
@@ -230,14 +230,14 @@ def test_a_failed_build_leaves_the_previous_version(hello, project):
     daemon = daemon_of(hello.process)
     replace(project / "hello.cpp", "createHelloPage, HelloPage", "createHelloPage, GoodbyePage")
     replace(project / TEMPLATE, "Hello,", "Goodbye,")
-    wait_until(lambda: "the previous version is still served" in hello.log, "the failure")
+    wait_until(lambda: "the previous version is still served" in hello.log, "the failure", BUILDING)
     assert "GoodbyePage" in hello.log
     assert "Hello, stranger!" in hello.front.curl("/servlet?p=hello").text
     assert daemon_of(hello.process) == daemon
 
     replace(project / "hello.cpp", "GoodbyePage", "HelloPage")
     wait_until(lambda: "Goodbye, stranger!" in hello.front.curl("/servlet?p=hello").text,
-               "the repaired source")
+               "the repaired source", BUILDING)
 
 
 def test_files_of_editors_and_of_own_builds_are_ignored(hello, project):

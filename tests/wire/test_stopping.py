@@ -2,6 +2,7 @@
 
 import http.client
 import os
+import pathlib
 import resource
 import signal
 import socket
@@ -266,12 +267,18 @@ def test_a_second_signal_ends_the_daemon_at_once(start, number, status):
     assert "fcgi_host: ended at once by a second signal\n" in host.log.read_text()
 
 
+def connections_to(path):
+    """Counts the connections of a socket, both accepted and pending."""
+    connected = "03"
+    rows = [line.split() for line in pathlib.Path("/proc/net/unix").read_text().splitlines()]
+    return sum(row[-1] == str(path) and row[5] in ("02", connected) for row in rows)
+
+
 def test_pending_clients_are_served_before_the_daemons_own_socket_is_closed(start):
     host = start.host("--listen", start.socket_path, "--threads", "1")
-    ask = lambda: start.cgi_fcgi("/servlet?p=slow&ms=100")
+    ask = lambda: start.cgi_fcgi("/servlet?p=slow&ms=1000")
     with in_background(*[ask] * 5) as answers:
-        slow_request_under_way(host)
-        time.sleep(0.05)
+        wait_until(lambda: connections_to(start.socket_path) == 5, "all being connected")
         host.signal(signal.SIGTERM)
     assert [answer[-9:] for answer in answers] == [b"begin end"] * 5
     assert host.wait() == 0
