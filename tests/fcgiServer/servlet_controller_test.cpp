@@ -636,6 +636,7 @@ std::string configurationOf(const std::string& elements) {
 bool isCompleteWith(const std::string& configuration) {
     ServletController controller(configuration.c_str());
     controller.init();
+    const ListenersOf listeners(controller);
     return controller.isComplete();
 }
 

@@ -276,8 +276,9 @@ def connections_to(path):
 
 def test_pending_clients_are_served_before_the_daemons_own_socket_is_closed(start):
     host = start.host("--listen", start.socket_path, "--threads", "1")
-    ask = lambda: start.cgi_fcgi("/servlet?p=slow&ms=1000")
-    with in_background(*[ask] * 5) as answers:
+    first = lambda: start.cgi_fcgi("/servlet?p=slow&ms=600")
+    pending = lambda: start.cgi_fcgi("/servlet?p=slow&ms=10")
+    with in_background(first, *[pending] * 4) as answers:
         wait_until(lambda: connections_to(start.socket_path) == 5, "all being connected")
         host.signal(signal.SIGTERM)
     assert [answer[-9:] for answer in answers] == [b"begin end"] * 5
