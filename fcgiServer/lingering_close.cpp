@@ -119,6 +119,8 @@ private:
 
     void add(int connection) {
         if (m_count == kMost)
+            keepIf([this](std::size_t index) { return mayReceiveMore(m_polled[1 + index].fd, 1); });
+        if (m_count == kMost)
             keepIf([](std::size_t index) { return index > 0; });
         m_polled[1 + m_count] = {connection, POLLIN, POLLIN};
         m_deadlines[m_count] = Clock::now() + kLingerTimeout;

@@ -438,6 +438,29 @@ TEST_F(RequestEnd, ClosesConnectionsThatFrontServersHaveClosedBeforeTheOldestOth
         EXPECT_TRUE(open[i]->isHalfClosed()) << i;
 }
 
+// When the server's own thread has not yet noticed which connections front servers have closed.
+TEST_F(RequestEnd, ClosesTheOldestConnectionOnlyWhenAllOthersAreOpen) {
+    const auto finish = [this] {
+        serve(begin(with({})));
+        EXPECT_EQ(front->response(), kResponse);
+        return std::exchange(front, connect());
+    };
+    const auto oldest = finish();
+    std::vector<std::unique_ptr<Connection>> others;
+    for (int i = 0; i < 30; ++i)
+        others.push_back(finish());
+    EXPECT_TRUE(others.back()->isHalfClosed());
+    serverIsHeld = true;
+    const auto last = finish(); // wakes it, so that it is held
+    EXPECT_TRUE(becomesTrue([] { return serverWaits.load(); }));
+    others.clear();
+    const auto one = finish();
+    const auto another = finish();
+    serverIsHeld = false;
+    EXPECT_TRUE(another->isHalfClosed());
+    EXPECT_TRUE(oldest->isHalfClosed());
+}
+
 TEST_F(RequestEnd, ClosesAConnectionThatIsReset) {
     const std::size_t descriptors = openDescriptors();
     serve(begin(with({{"CONTENT_LENGTH", "5"}})));
