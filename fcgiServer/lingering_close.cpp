@@ -29,9 +29,9 @@ constexpr int kReadsAtOnce = 16;  // so that one busy connection does not hold u
 constexpr std::size_t kStackBytes = 64 * 1024;
 
 // Discards what has arrived. Returns false once nothing more can arrive.
-bool mayReceiveMore(int connection, int reads) {
+bool mayReceiveMore(int connection) {
     char discarded[4096];
-    while (reads-- > 0) {
+    for (int i = 0; i < kReadsAtOnce; ++i) {
         const ssize_t size = recv(connection, discarded, sizeof discarded, MSG_DONTWAIT);
         if (size <= 0)
             return size < 0 && errno == EAGAIN;
@@ -119,7 +119,7 @@ private:
 
     void add(int connection) {
         if (m_count == kMost)
-            keepIf([this](std::size_t index) { return mayReceiveMore(m_polled[1 + index].fd, 1); });
+            keepIf([this](std::size_t index) { return mayReceiveMore(m_polled[1 + index].fd); });
         if (m_count == kMost)
             keepIf([](std::size_t index) { return index > 0; });
         m_polled[1 + m_count] = {connection, POLLIN, POLLIN};
@@ -131,8 +131,7 @@ private:
         const auto now = Clock::now();
         keepIf([&](std::size_t index) {
             const pollfd& polled = m_polled[1 + index];
-            return now < m_deadlines[index] &&
-                   (polled.revents == 0 || mayReceiveMore(polled.fd, kReadsAtOnce));
+            return now < m_deadlines[index] && (polled.revents == 0 || mayReceiveMore(polled.fd));
         });
     }
 
@@ -195,7 +194,7 @@ void wake() {
 void closeEndedOrOldest() {
     int* const end = handover.connections + handover.count;
     int* kept = std::remove_if(handover.connections, end, [](int connection) {
-        const bool isEnded = !mayReceiveMore(connection, 1);
+        const bool isEnded = !mayReceiveMore(connection);
         if (isEnded)
             close(connection);
         return isEnded;

@@ -412,8 +412,10 @@ TEST_F(RequestEnd, ClosesConnectionsThatFrontServersHaveClosedBeforeTheOldestOth
     const auto finish = [this](bool isClosed) {
         serve(begin(with({})));
         EXPECT_EQ(front->response(), kResponse);
-        if (isClosed)
+        if (isClosed) {
+            EXPECT_TRUE(front->send(kEmptyBody));
             front->close();
+        }
         return std::exchange(front, connect());
     };
     finish(true);
@@ -453,6 +455,8 @@ TEST_F(RequestEnd, ClosesTheOldestConnectionOnlyWhenAllOthersAreOpen) {
     serverIsHeld = true;
     const auto last = finish(); // wakes it, so that it is held
     EXPECT_TRUE(becomesTrue([] { return serverWaits.load(); }));
+    for (const auto& other : others)
+        EXPECT_TRUE(other->send(kEmptyBody));
     others.clear();
     const auto one = finish();
     const auto another = finish();
