@@ -55,6 +55,17 @@ TEST(KitRequest, ReadsTheFormBeforeTheQuery) {
     lookAt(get("/servlet?p=x"), [](kit::Request& request) { EXPECT_FALSE(request.isPost()); });
 }
 
+TEST(KitRequest, DiscardsWhatIsLeftOfABody) {
+    const std::string body(10000, 'x');
+    lookAt(post("/servlet?p=x").body(body, "application/octet-stream"), [](kit::Request& request) {
+        char byte = 0;
+        EXPECT_EQ(request.raw().receiveBlockData(&byte, 1), 1);
+        request.discardBody();
+        EXPECT_EQ(request.raw().receiveBlockData(&byte, 1), 0);
+        request.discardBody();
+    });
+}
+
 TEST(KitRequest, ReadsCookies) {
     lookAt(get("/servlet?p=x").cookie("lang", "de").cookie("other", "a%20b"),
            [](kit::Request& request) {

@@ -101,6 +101,15 @@ public:
     // none: call raw().getSession(true) for that.
     HttpSession* session() { return m_raw.getSession(false); }
 
+    // Receives what is left of the body and discards it. Call it before you refuse the upload of a
+    // user who has signed in: when curl sees the refusal it sends no more, and Apache, which waits
+    // for the rest before it sends the end of the response, holds both up for a minute.
+    void discardBody() {
+        char discarded[4096];
+        while (m_raw.receiveBlockData(discarded, sizeof discarded) > 0) {
+        }
+    }
+
 private:
     friend class SignIns;
 

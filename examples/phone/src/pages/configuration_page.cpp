@@ -64,6 +64,7 @@ void ConfigurationPage::import(kit::Request& request, kit::Response& response,
     const std::string_view text(buffer.data(), static_cast<std::size_t>(size));
     const bool tooLarge = !request.parameter("config") &&
                           request.raw().getContentLength() > static_cast<int>(buffer.size());
+    request.discardBody();
     const auto edit = [&](State& state) {
         if (tooLarge) {
             return Errors{{"config", ErrorCode::tooLarge, kMaxConfigurationBytes}};

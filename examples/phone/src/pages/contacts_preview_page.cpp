@@ -61,6 +61,7 @@ const char* uploadFault(kit::Request& request) {
 std::string fileReceived(kit::Request& request) {
     std::vector<char> buffer(kMaxCsvBytes);
     const int size = request.raw().receiveUploadData(buffer.data(), buffer.size());
+    request.discardBody();
     return {buffer.data(), static_cast<std::size_t>(size)};
 }
 

@@ -57,6 +57,7 @@ void UpgradePage::upload(kit::Request& request, kit::Response& response,
         receiving) {
         std::remove(m_receivedPath.c_str()); // left behind by a power cut
         request.raw().receiveUploadFile(m_receivedPath.c_str());
+        request.discardBody(); // on a full disk
         // The token may be a field of the upload, so check it once that was received.
         if (!mayChange(request, response, signIn)) {
             std::remove(m_receivedPath.c_str());
