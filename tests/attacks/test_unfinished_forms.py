@@ -19,7 +19,7 @@ import raw_http
 
 KIB, MIB = 1 << 10, 1 << 20
 # The bounds that docs/security.md states. A buffer is larger than what it holds.
-SPOOL = {"lighttpd": 16 * MIB, "nginx": 16 * MIB, "apache": 4 * MIB}
+SPOOL = {"lighttpd": 16 * MIB, "nginx": 16 * MIB, "apache": 16 * MIB}
 BUFFERS = 2
 
 
