@@ -46,9 +46,11 @@ def length(number):
 
 
 def request(query, cookie=None, body=None, content_type="application/x-www-form-urlencoded",
-            script=None):
+            script=None, root=None):
     """Returns the bytes of one request on a connection of its own."""
     variables = dict(VARIABLES, QUERY_STRING=query, REQUEST_URI=f"/servlet?{query}")
+    if root:
+        variables["DOCUMENT_ROOT"] = str(root)
     if script:
         variables["SCRIPT_FILENAME"] = script
     if cookie:

@@ -114,25 +114,35 @@ def stack_peak(pid):
     return max(peaks)
 
 
+class User:
+    """A user of the phone whose document root is the folder `root`."""
+
+    def __init__(self, backend, root):
+        self.backend = backend
+        self.root = root
+        self.cookie = ""
+
+    def send(self, query, body=None):
+        return self.backend.send(query, self.cookie, body and body.encode(), root=self.root)
+
+    def sign_in(self, password):
+        """Returns whether the password was right."""
+        self.cookie = cookies_of(self.send("p=login&q=loginForm"))
+        token = self.cookie.partition("=")[2]
+        answer = self.send("p=login&q=login", f"user=admin&password={password}&token={token}")
+        self.cookie = cookies_of(answer)
+        return bool(self.cookie)
+
+    def set_password(self):
+        """Replaces the factory password, which allows nothing else."""
+        token = re.search(r'name="token" value="(\w+)"', self.send("p=security"))[1]
+        self.send("p=security&q=password",
+                  f"oldPassword={FACTORY_PASSWORD}&newPassword={OWN_PASSWORD}"
+                  f"&repeat={OWN_PASSWORD}&token={token}")
+
+
 def cookies_of(response):
     return "; ".join(re.findall(r"^Set-Cookie: (\S+?);? ", response, re.M | re.I))
-
-
-def sign_in(backend, password):
-    """Returns the cookies of a user of the phone, or nothing if the password is wrong."""
-    form = cookies_of(backend.send("p=login&q=loginForm"))
-    token = form.partition("=")[2]
-    response = backend.send("p=login&q=login", cookie=form,
-                            body=f"user=admin&password={password}&token={token}".encode())
-    return cookies_of(response)
-
-
-def set_password(backend, cookie):
-    """Replaces the factory password, which allows nothing else."""
-    token = re.search(r'name="token" value="(\w+)"', backend.send("p=security", cookie=cookie))[1]
-    backend.send("p=security&q=password", cookie=cookie,
-                 body=(f"oldPassword={FACTORY_PASSWORD}&newPassword={OWN_PASSWORD}"
-                       f"&repeat={OWN_PASSWORD}&token={token}").encode())
 
 
 class Footprint:
@@ -194,13 +204,12 @@ class Footprint:
         """Returns the stack after a sign-in, which hashes a password, and all pages."""
         host = self.builds / "bench/host/fcgi_host"
         with Backend(Program("phone", [host, "--threads=1"]), self.fresh()) as backend:
-            cookie = sign_in(backend, FACTORY_PASSWORD)
-            if cookie:
-                set_password(backend, cookie)
-            else:  # an earlier run has done so
-                cookie = sign_in(backend, OWN_PASSWORD)
+            user = User(backend, self.builds / "bench/device/phone/www")
+            if not user.sign_in(OWN_PASSWORD):  # which an earlier run has set
+                assert user.sign_in(FACTORY_PASSWORD)
+                user.set_password()
             for page in PHONE_PAGES:
-                assert "Status: " not in backend.send(f"p={page}", cookie=cookie), page
+                assert "Status: " not in user.send(f"p={page}"), page
             return stack_peak(backend.process.pid)
 
     def allocations(self, kind):
