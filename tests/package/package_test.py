@@ -28,6 +28,15 @@ def test_a_project_finds_the_cmake_package_and_builds_a_host(consumer, prefix):
     assert printed.endswith("0 sessions\n")
 
 
+def test_the_example_host_is_built_with_the_installed_package(prefix, tmp_path):
+    run("cmake", "-S", SOURCE / "examples/host", "-B", tmp_path, "-G", "Ninja",
+        f"-DCMAKE_PREFIX_PATH={prefix}")
+    run("cmake", "--build", tmp_path)
+    refused = subprocess.run([tmp_path / "small_host"], env=environment(prefix), check=False,
+                             capture_output=True, text=True)
+    assert (refused.returncode, refused.stderr) == (64, "usage: small_host SOCKET SECONDS\n")
+
+
 def answer_of(host, config, uri, prefix):
     """Returns what the plug-in prints, and what the host itself prints."""
     return run(host, config, uri, env=environment(prefix)).splitlines()[-2:]
