@@ -18,11 +18,12 @@ from ports import free_port
 SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
 GUIDE = SOURCE / "docs/plugin-guide.md"
 OPERATIONS = SOURCE / "docs/operations.md"
-DOCUMENTS = [*sorted(SOURCE.glob("*.md")), *sorted((SOURCE / "docs").glob("*.md"))]
+DOCUMENTS = [*sorted(SOURCE.glob("*.md")), *sorted((SOURCE / "docs").rglob("*.md"))]
+REMOTE_EVENTS = SOURCE / "docs/remote-events.md"
 ARCHITECTURE = SOURCE / "docs/architecture.md"
 # The pages that lead through the sources link to every file that they name.
 LINKING = [ARCHITECTURE, *(SOURCE / "docs" / f"{name}.md"
-                           for name in ("request-journey", "threads", "ownership", "phone"))]
+                           for name in ("hosts", "request-journey", "threads", "ownership", "phone"))]
 LAYERS = ("base", "fcgiServer", "platform", "host")
 
 # A fenced block, with the comment before it that names the quoted file, if any.
@@ -159,6 +160,28 @@ def test_no_other_source_writes_log_lines_in_another_way():
                  if log_lines.writes_in_another_way(path)}
     assert elsewhere == {"host/daemon.cpp", "host/failure.h", "host/main.cpp",
                          "host/signal_commands.cpp", "platform/log/log_writer.cpp", "platform/tmpl/tmpl.cpp"}
+
+
+def names_in(cells):
+    return [name for cell in cells for name in re.findall("`([^`]+)`", cell)]
+
+
+def first_cells(document, title):
+    return [row[0] for row in rows(section(document, title))]
+
+
+def test_remote_events_match_the_sources():
+    events = (SOURCE / "fcgiServer/request_rules.cpp").read_text().partition("kEvents[] =")[2]
+    known = re.findall('"([^"]+)"', events.partition(";")[0])
+    assert sorted(names_in(first_cells(REMOTE_EVENTS, "The events"))) == sorted(known)
+    desk = (SOURCE / "examples/phone/src/model/desk_phone.cpp").read_text()
+    keys = {*re.findall('key [!=]= "([A-Z_]+)"', desk), *"0123456789",
+            *(f"L{line}" for line in range(1, 7))}
+    listed = names_in(first_cells(REMOTE_EVENTS, "Keys"))
+    assert len(listed) == len(set(listed)) and set(listed) == keys
+    commands = re.findall('text == "([a-z_]+)"', desk)
+    listed = names_in(first_cells(REMOTE_EVENTS, "Commands"))
+    assert len(listed) == len(set(listed)) and set(listed) == set(commands)
 
 
 def test_signal_table_matches_the_daemon():
