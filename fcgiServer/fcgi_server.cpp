@@ -1,6 +1,7 @@
 #include "fcgi_server.h"
 
 #include "app_log.h"
+#include "base/mutex_lock.h"
 #include "busy_mark.h"
 #include "http_status.h"
 #include "lingering_close.h"
@@ -21,10 +22,8 @@ constexpr int kListenSocket = 0;
 pthread_mutex_t acceptLock = PTHREAD_MUTEX_INITIALIZER;
 
 int acceptRequest(FCGX_Request* request) {
-    pthread_mutex_lock(&acceptLock);
-    const int result = FCGX_Accept_r(request);
-    pthread_mutex_unlock(&acceptLock);
-    return result;
+    const base::MutexLock lock(acceptLock);
+    return FCGX_Accept_r(request);
 }
 
 // Takes the connection over from libfcgi unless the front server keeps it for further requests:

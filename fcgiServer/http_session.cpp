@@ -1,5 +1,6 @@
 #include "http_session.h"
 
+#include "base/mutex_lock.h"
 #include "web_debug.h"
 
 #include <cstdint>
@@ -48,14 +49,6 @@ bool isEmpty(const char* name) {
     return name == nullptr || *name == '\0';
 }
 
-class SessionLock {
-public:
-    SessionLock() { pthread_mutex_lock(&session_mutex); }
-    ~SessionLock() { pthread_mutex_unlock(&session_mutex); }
-    SessionLock(const SessionLock&) = delete;
-    SessionLock& operator=(const SessionLock&) = delete;
-};
-
 } // namespace
 
 int sessionTime() {
@@ -77,7 +70,7 @@ const std::string& HttpSessionImpl::getId() {
 bool HttpSessionImpl::setAttribute(const char* name, void* value) {
     if (value == nullptr || isEmpty(name))
         return false;
-    SessionLock lock;
+    const base::MutexLock lock(session_mutex);
     if (load(m_bValid))
         m_attributes.put(name, value);
     return true;
@@ -86,7 +79,7 @@ bool HttpSessionImpl::setAttribute(const char* name, void* value) {
 void* HttpSessionImpl::getAttribute(const char* name) {
     if (isEmpty(name))
         return nullptr;
-    SessionLock lock;
+    const base::MutexLock lock(session_mutex);
     if (!load(m_bValid))
         return nullptr;
     auto* entry = m_attributes.getAssoc(name);
@@ -96,7 +89,7 @@ void* HttpSessionImpl::getAttribute(const char* name) {
 void HttpSessionImpl::removeAttribute(const char* name) {
     if (isEmpty(name))
         return;
-    SessionLock lock;
+    const base::MutexLock lock(session_mutex);
     if (!load(m_bValid))
         return;
     if (auto* entry = m_attributes.getAssoc(name))
@@ -106,12 +99,12 @@ void HttpSessionImpl::removeAttribute(const char* name) {
 bool HttpSessionImpl::existAttribute(const char* name) {
     if (isEmpty(name))
         return false;
-    SessionLock lock;
+    const base::MutexLock lock(session_mutex);
     return load(m_bValid) && m_attributes.getAssoc(name) != nullptr;
 }
 
 void HttpSessionImpl::invalidate() {
-    SessionLock lock;
+    const base::MutexLock lock(session_mutex);
     store(m_bValid, false);
     m_attributes.clear();
     WebDebug::getInstance()->setUser(nullptr);

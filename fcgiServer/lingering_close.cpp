@@ -1,5 +1,7 @@
 #include "lingering_close.h"
 
+#include "base/mutex_lock.h"
+
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -55,14 +57,6 @@ static_assert(std::is_trivial_v<Handover>);
 Handover handover{}; // guarded by the mutex
 pthread_mutex_t handoverMutex = PTHREAD_MUTEX_INITIALIZER;
 
-class Lock {
-public:
-    Lock() { pthread_mutex_lock(&handoverMutex); }
-    ~Lock() { pthread_mutex_unlock(&handoverMutex); }
-    Lock(const Lock&) = delete;
-    Lock& operator=(const Lock&) = delete;
-};
-
 // The thread and its connections, oldest first.
 class Watcher {
 public:
@@ -109,7 +103,7 @@ private:
 
     // Returns whether the thread must end.
     bool takeOver() {
-        const Lock lock;
+        const base::MutexLock lock(handoverMutex);
         for (std::size_t i = 0; i < handover.count; ++i)
             add(handover.connections[i]);
         m_isAsleep = handover.isAsleep = handover.count == 0;
@@ -211,7 +205,7 @@ void closeEndedOrOldest() {
 void closeLingering(base::Descriptor connection) {
     assert(connection); // "a connected socket"
     shutdown(connection.get(), SHUT_WR);
-    const Lock lock;
+    const base::MutexLock lock(handoverMutex);
     if (!handover.isWatched && !(handover.isWatched = startWatching()))
         return;
     if (handover.count == kMost)
@@ -222,14 +216,14 @@ void closeLingering(base::Descriptor connection) {
 
 void endLingering() {
     {
-        const Lock lock;
+        const base::MutexLock lock(handoverMutex);
         if (!handover.isWatched)
             return;
         handover.isEnding = true;
         wake();
     }
     pthread_join(handover.thread, nullptr);
-    const Lock lock;
+    const base::MutexLock lock(handoverMutex);
     while (handover.count > 0)
         close(handover.connections[--handover.count]);
     close(handover.wakeUp);

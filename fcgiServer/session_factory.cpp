@@ -2,6 +2,7 @@
 
 #include "HttpRequest.h"
 #include "app_log.h"
+#include "base/mutex_lock.h"
 #include "http_session.h"
 #include "log_module.h"
 #include "session_limit.h"
@@ -16,14 +17,6 @@
 namespace {
 
 pthread_mutex_t tableMutex = PTHREAD_MUTEX_INITIALIZER;
-
-class TableLock {
-public:
-    TableLock() { pthread_mutex_lock(&tableMutex); }
-    ~TableLock() { pthread_mutex_unlock(&tableMutex); }
-    TableLock(const TableLock&) = delete;
-    TableLock& operator=(const TableLock&) = delete;
-};
 
 // The table mutex guards them.
 SessionLimit limit;
@@ -57,24 +50,24 @@ int SessionFactory::sessionNum() {
 
 bool SessionFactory::existSession(std::string& id) {
     const bool found = m_sessions->getAssoc(id) != nullptr;
-    TableLock lock;
+    const base::MutexLock lock(tableMutex);
     return found;
 }
 
 void SessionFactory::setMaxSessions(int most) {
-    TableLock lock;
+    const base::MutexLock lock(tableMutex);
     limit.set(most);
     uses.reserve();
 }
 
 void SessionFactory::recordUses(bool record) {
-    TableLock lock;
+    const base::MutexLock lock(tableMutex);
     recordsAllUses = record;
     uses.reserve();
 }
 
 HttpSessionImpl* SessionFactory::createSession(std::string& remoteAddr) {
-    TableLock lock;
+    const base::MutexLock lock(tableMutex);
     auto session = std::make_unique<HttpSessionImpl>(remoteAddr);
     if (usesAreRecorded())
         uses.add(session.get());
@@ -124,7 +117,7 @@ HttpSessionImpl* SessionFactory::findSession(HttpRequest* request) {
 }
 
 HttpSessionImpl* SessionFactory::getSession(HttpRequest* request) {
-    TableLock lock;
+    const base::MutexLock lock(tableMutex);
     HttpSessionImpl* session = findSession(request);
     if (session != nullptr && usesAreRecorded())
         uses.add(session);
@@ -132,7 +125,7 @@ HttpSessionImpl* SessionFactory::getSession(HttpRequest* request) {
 }
 
 void SessionFactory::onRequest(HttpRequest* request) {
-    TableLock lock;
+    const base::MutexLock lock(tableMutex);
     if (usesAreRecorded())
         uses.endRequest();
     if (HttpSessionImpl* session = findSession(request)) {
@@ -144,7 +137,7 @@ void SessionFactory::onRequest(HttpRequest* request) {
 }
 
 void SessionFactory::onRequestFinished(HttpRequest* request) {
-    TableLock lock;
+    const base::MutexLock lock(tableMutex);
     if (HttpSessionImpl* session = findSession(request))
         session->m_bInRequest = false;
     if (usesAreRecorded())
@@ -153,7 +146,7 @@ void SessionFactory::onRequestFinished(HttpRequest* request) {
 
 void SessionFactory::removeSession(std::string& id) {
     auto* entry = m_sessions->getAssoc(id);
-    TableLock lock;
+    const base::MutexLock lock(tableMutex);
     if (entry != nullptr)
         m_sessions->removeAssoc(entry);
 }
@@ -177,7 +170,7 @@ void SessionFactory::sweep(Predicate isBusy) {
 }
 
 void SessionFactory::checkSession() {
-    TableLock lock;
+    const base::MutexLock lock(tableMutex);
     sweep([](const HttpSessionImpl& session) { return session.m_bInRequest; });
 }
 
@@ -186,13 +179,13 @@ void SessionFactory::onTimer() {
 }
 
 void SessionFactory::sweepUnused() {
-    TableLock lock;
+    const base::MutexLock lock(tableMutex);
     assert(usesAreRecorded()); // recordUses(true) must have been called
     sweep([](const HttpSessionImpl& session) { return uses.contain(session); });
 }
 
 int SessionFactory::destory() {
-    TableLock lock;
+    const base::MutexLock lock(tableMutex);
     for (auto* entry = m_sessions->firstAssoc(); entry != nullptr;
          entry = m_sessions->nextAssoc(entry)) {
         if (entry->value != nullptr)

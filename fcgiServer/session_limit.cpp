@@ -2,8 +2,8 @@
 
 #include "http_session.h"
 
-#include <algorithm>
 #include <cassert>
+#include <utility>
 
 namespace {
 
