@@ -1,8 +1,5 @@
 #include "container_model.h"
 
-#include "HttpRequest.h"
-#include "fuzz.h"
-
 #include <cstdlib>
 
 namespace fuzz {
@@ -11,17 +8,17 @@ namespace {
 
 enum Status { Idle, Reboot, Reset, AutoProvision, Configuration = 5 };
 
-std::optional<std::string> parameter(HttpRequest& request, const char* name) {
-    const char* value = request.getParameter(name);
-    return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
-}
-
 bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
 bool beginsWith(const std::string& text, const std::string& part) {
     return text.compare(0, part.size(), part) == 0;
+}
+
+bool endsWith(const std::string& text, const std::string& part) {
+    return text.size() >= part.size() &&
+           text.compare(text.size() - part.size(), part.size(), part) == 0;
 }
 
 bool isUrlRefused(const std::string& url) {
@@ -45,10 +42,10 @@ bool isNumberRefused(const std::optional<std::string>& value) {
     return digits.find_first_not_of("0123456789") != std::string::npos;
 }
 
-bool isRefused(HttpRequest& request, const std::string& url) {
-    return isUrlRefused(url) || isWordRefused(parameter(request, "jumpto")) ||
-           isWordRefused(parameter(request, "p")) || isNumberRefused(parameter(request, "acc")) ||
-           isNumberRefused(parameter(request, "model"));
+bool isRefused(const SentRequest& request, const std::string& url) {
+    return isUrlRefused(url) || isWordRefused(request.parameter("jumpto")) ||
+           isWordRefused(request.parameter("p")) || isNumberRefused(request.parameter("acc")) ||
+           isNumberRefused(request.parameter("model"));
 }
 
 std::string replaced(std::string text, const std::string& part, const std::string& by) {
@@ -74,11 +71,11 @@ std::optional<std::string> redirectOf(const std::string& url) {
 }
 
 // Returns whether the query is one for the listeners alone.
-bool isEvent(HttpRequest& request, const std::string& query) {
+bool isEvent(const SentRequest& request, const std::string& query) {
     for (const char* event : {"key", "number", "phonecfg", "redirectcall", "forward", "Server",
                               "push", "download", "command"})
         if (beginsWith(query, event))
-            return parameter(request, event).has_value();
+            return request.parameter(event).has_value();
     return beginsWith(query, "csta");
 }
 
@@ -88,48 +85,78 @@ bool isPage(const std::string& id) {
     return kPages.count(id) != 0;
 }
 
-// Returns the id in the cookie that the response sets, or an empty text.
-std::string newSession(const std::string& response) {
-    Input header(response);
-    header.upTo("Set-Cookie: JSESSIONID=");
-    return header.upTo(" ");
+// Returns the locale as a page gets it in a buffer of 8 bytes, or an empty text if it is too long.
+std::string locale(const SentRequest& request) {
+    const std::string languages = request.variable("HTTP_ACCEPT_LANGUAGE").value_or("en");
+    const std::string first = languages.substr(0, languages.find(','));
+    return first.size() < 8 ? first : "";
+}
+
+std::string factsOf(const SentRequest& request) {
+    std::string text = "ContentType: text/plain \r\n\r\n";
+    for (const char* name :
+         {"QUERY_STRING", "HTTP_COOKIE", "FCGI_ROLE", "REQUEST_URI", "DOCUMENT_ROOT"})
+        text += request.variable(name).value_or("") + "\n";
+    text += request.address().value_or("") + "\n";
+    for (const char* name :
+         {"REMOTE_HOST", "SERVER_NAME", "CONTENT_TYPE", "SERVER_PROTOCOL", "REFFERER", "USER_AGENT",
+          "REQUEST_METHOD", "CONTEXT_PATH", "SCRIPT_NAME", "HTTP_ACCEPT", "HTTP_ACCEPT_LANGUAGE",
+          "HTTP_ACCEPT_ENCODING", "HTTP_ACCEPT_CHARSET"})
+        text += request.variable(name).value_or("") + "\n";
+    text += std::to_string(request.number("SERVER_PORT")) + " " +
+            std::to_string(request.number("CONTENT_LENGTH")) +
+            (request.number("SCRIPT_NAME") != 0 ? " 1\n" : " 0\n") + locale(request) + "\n";
+    for (const std::string& value : request.parameterValues("x"))
+        text += "x=" + value + "\n";
+    return text;
 }
 
 } // namespace
 
-void ContainerModel::check(HttpRequest& request, int status, const std::string& response) {
-    const char* uri = request.getRequestURI();
-    const std::string url = uri != nullptr ? uri : "";
+void ContainerModel::check(const SentRequest& request, int status, const std::string& response) {
+    const std::string url = request.variable("REQUEST_URI").value_or("");
     if (isRefused(request, url)) {
         require(status == 404, "screening refuses the request");
         require(response.empty(), "a refused request has no response of its own");
-        return;
-    }
-    if (const auto location = redirectOf(url)) {
+    } else if (const auto location = redirectOf(url)) {
         require(status == 200, "an older URL is redirected");
         require(response == "Location: " + *location + " \r\n\r\n", "it leads to the new URL");
-        return;
+    } else {
+        constexpr std::size_t kServletLength = 9;
+        checkDispatch(request, url.size() < kServletLength ? "" : url.substr(kServletLength),
+                      status, response);
     }
-    constexpr std::size_t kServletLength = 9;
-    const std::string query = url.size() < kServletLength ? "" : url.substr(kServletLength);
-    const auto page = parameter(request, "p");
+}
+
+void ContainerModel::checkDispatch(const SentRequest& request, const std::string& query, int status,
+                                   const std::string& response) {
+    const auto page = request.parameter("p");
     updateStatus(query);
     if (!page && !isEvent(request, query)) {
         require(status == 404 && response.empty(), "a request needs a page or an event");
-    } else if (isEvent(request, query) || parameter(request, "refuse")) {
+    } else if (isEvent(request, query) || request.parameter("refuse")) {
         require(status == 200, "an event and a stopped request end with 200");
         require(response == "\r\n", "no page answers them");
     } else if (*page == "notice" && m_status != AutoProvision) {
         require(status == 200, "the container answers p=notice");
-        const std::string word = "\r\n\r\n" + statusWord();
-        require(response.size() >= word.size() &&
-                    response.compare(response.size() - word.size(), word.size(), word) == 0,
+        require(response == "ContentType: text/html \r\n\r\n" + statusWord(),
                 "p=notice returns the status word");
     } else {
         require(status == (isPage(*page) ? 200 : 404), "a page is served if it is configured");
-        if (*page == "session")
-            checkSessionPage(request, response);
+        checkPage(request, *page, response);
     }
+}
+
+void ContainerModel::checkPage(const SentRequest& request, const std::string& page,
+                               const std::string& response) {
+    if (page == "session")
+        checkSessionPage(request, response);
+    else if (page == "facts" || page == "contacts-preview")
+        require(response == factsOf(request), "a page gets the facts of its request");
+    else if (page == "body" && !request.isForm())
+        require(response == "\r\n" + request.body() + ".", "a page gets the whole body");
+    else if (!isPage(page))
+        require(response == "\r\n", "without a page the response is empty");
 }
 
 void ContainerModel::updateStatus(const std::string& query) {
@@ -161,54 +188,56 @@ std::string ContainerModel::statusWord() const {
 }
 
 // Returns the id of the session that belongs to the request.
-std::optional<std::string> ContainerModel::sessionOf(HttpRequest& request) const {
-    const char* id = request.getSessionId();
-    const char* address = request.getRemoteAddr();
-    if (id == nullptr || address == nullptr)
+std::optional<std::string> ContainerModel::sessionOf(const SentRequest& request) const {
+    const auto id = request.sessionId();
+    const auto address = request.address();
+    if (!id || !address)
         return std::nullopt;
-    const auto found = m_sessions.find(id);
-    if (found == m_sessions.end() || found->second.address != address)
+    const auto found = m_sessions.find(*id);
+    if (found == m_sessions.end() || found->second.address != *address)
         return std::nullopt;
     return found->first;
 }
 
-void ContainerModel::checkSessionPage(HttpRequest& request, const std::string& response) {
+void ContainerModel::checkSessionPage(const SentRequest& request, const std::string& response) {
     auto id = sessionOf(request);
-    const std::string created = newSession(response);
+    const std::string created = sessionAfter(response, "");
     if (id && m_sessions[*id].expires && response.find(*id + " ") == std::string::npos) {
         m_sessions.erase(*id);
         id = std::nullopt;
     }
     if (id)
         require(created.empty(), "a request with a session gets no other");
-    if (!id && parameter(request, "look")) {
+    if (!id && request.parameter("look")) {
         require(created.empty() && response == "\r\n", "a page that looks finds no session");
         return;
     }
     if (!id) {
         require(!created.empty() && m_sessions.count(created) == 0, "a new session has a new id");
-        const char* address = request.getRemoteAddr();
-        m_sessions[created].address = address != nullptr ? address : "";
+        m_sessions[created].address = request.address().value_or("");
         id = created;
     }
-    Session& session = m_sessions[*id];
-    const auto name = parameter(request, "x");
+    checkAttributes(request, *id, response);
+}
+
+void ContainerModel::checkAttributes(const SentRequest& request, const std::string& id,
+                                     const std::string& response) {
+    Session& session = m_sessions[id];
+    const auto name = request.parameter("x");
     const bool isNamed = name && !name->empty();
     const bool known = isNamed && session.attributes.count(*name) != 0;
-    const std::string expected = *id + (known ? " 1" : " 0") + (isNamed ? " 1" : " 0");
-    require(response.size() >= expected.size() &&
-                response.compare(response.size() - expected.size(), expected.size(), expected) == 0,
+    require(endsWith(response, id + (known ? " 1" : " 0") + (isNamed ? " 1" : " 0")),
             "a session keeps its attributes");
     if (isNamed)
         session.attributes.insert(*name);
-    if (isNamed && parameter(request, "remove"))
+    if (isNamed && request.parameter("remove"))
         session.attributes.erase(*name);
-    if (const auto seconds = parameter(request, "interval")) {
+    if (const auto seconds = request.parameter("interval")) {
         constexpr int kLong = 60; // longer than an input takes
         session.expires = std::atoi(seconds->c_str()) < kLong;
     }
-    if (parameter(request, "end"))
-        m_sessions.erase(*id);
+    if (request.parameter("end"))
+        m_sessions.erase(id);
 }
 
 } // namespace fuzz

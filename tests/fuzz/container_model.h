@@ -1,27 +1,23 @@
-// A second, slow and obvious implementation of what the container does with a request, which
-// fuzzers compare each answer with. It knows the configuration in servlet.xml and the pages in
-// pages.cpp.
+// The second, slow and obvious implementation of what the container does with a request, which
+// fuzzers compare each answer with: screening, redirects, device status, events, sessions and
+// pages. It knows the configuration in servlet.xml and the pages in pages.cpp.
 #ifndef CONTAINER_MODEL_H
 #define CONTAINER_MODEL_H
+
+#include "sent_request.h"
 
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
-#include <vector>
-
-class HttpRequest;
 
 namespace fuzz {
 
 class ContainerModel {
 public:
-    // Compares an answer with what this model expects, and aborts if they differ. `request` is one
-    // with the same variables and the same body as the one that was served, and unused otherwise.
-    void check(HttpRequest& request, int status, const std::string& response);
-
-    // Forgets all sessions, since they have been ended.
-    void endSessions() { m_sessions.clear(); }
+    // Compares the answer to a request with what this model expects, and aborts if they differ.
+    // `response` does not include the error page.
+    void check(const SentRequest& request, int status, const std::string& response);
 
 private:
     struct Session {
@@ -31,10 +27,16 @@ private:
         bool expires = false;
     };
 
+    void checkDispatch(const SentRequest& request, const std::string& query, int status,
+                       const std::string& response);
+    void checkPage(const SentRequest& request, const std::string& page,
+                   const std::string& response);
+    void checkSessionPage(const SentRequest& request, const std::string& response);
+    void checkAttributes(const SentRequest& request, const std::string& id,
+                         const std::string& response);
     void updateStatus(const std::string& query);
     std::string statusWord() const;
-    void checkSessionPage(HttpRequest& request, const std::string& response);
-    std::optional<std::string> sessionOf(HttpRequest& request) const;
+    std::optional<std::string> sessionOf(const SentRequest& request) const;
 
     int m_status = 0;
     std::map<std::string, Session> m_sessions; // by id
