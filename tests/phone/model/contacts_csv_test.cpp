@@ -48,6 +48,8 @@ TEST(CsvImport, ReadsOneContactPerLine) {
         {"name,number\nAnn,1", "+ Ann: 1\n"},
         {"\xEF\xBB\xBF\"Name\" , NUMBER\r\nAnn,1", "+ Ann: 1\n"},
         {"Ann,1\nname,number", "+ Ann: 1\n2: number: badCharacters\n"},
+        {"name,number,Office\nAnn,1", "+ Ann: 1\n"},
+        {"name,number,\"x\nAnn,1", "+ Ann: 1\n1: line: badCharacters\n"},
         {" Ann , 1 ", "+ Ann: 1\n"},
         {"Ann,1,Office,", "+ Ann: 1\n"},
         {"\"Doe, Jane\",\"1\"", "+ Doe, Jane: 1\n"},

@@ -178,7 +178,7 @@ std::string withoutApostrophe(std::string name) {
 }
 
 bool isHeader(const Record& record) {
-    if (record.fields.size() != 2) {
+    if (!record.wellFormed || record.fields.size() != 2) {
         return false;
     }
     std::string line = record.fields[0] + "," + record.fields[1];
