@@ -6,10 +6,12 @@
 #include <servlet_controller.h>
 #include <session_factory.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -22,12 +24,11 @@
 #include <sysexits.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
 constexpr int kListenFd = 0; // where libfcgi expects the listening socket
-constexpr int kThreads = 4;
+constexpr std::size_t kThreads = 4;
 constexpr unsigned kStopSeconds = 10;
 
 std::atomic<bool> stopping{false};
@@ -121,9 +122,9 @@ int main(int argc, char** argv) {
         unlink(argv[1]);
         return EX_CONFIG; // a listener is missing that may have to stop requests; the log says why
     }
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back(serve, std::ref(server));
+    std::array<std::thread, kThreads> threads;
+    for (std::thread& thread : threads) {
+        thread = std::thread(serve, std::ref(server));
     }
     runTimers(server, seconds);
     stopAccepting(argv[1]);
