@@ -20,6 +20,7 @@ GUIDE = SOURCE / "docs/plugin-guide.md"
 OPERATIONS = SOURCE / "docs/operations.md"
 DOCUMENTS = [*sorted(SOURCE.glob("*.md")), *sorted((SOURCE / "docs").rglob("*.md"))]
 REMOTE_EVENTS = SOURCE / "docs/remote-events.md"
+TROUBLESHOOTING = SOURCE / "docs/troubleshooting.md"
 ARCHITECTURE = SOURCE / "docs/architecture.md"
 # The pages that lead through the sources link to every file that they name.
 LINKING = [ARCHITECTURE, *(SOURCE / "docs" / f"{name}.md"
@@ -160,6 +161,20 @@ def test_no_other_source_writes_log_lines_in_another_way():
                  if log_lines.writes_in_another_way(path)}
     assert elsewhere == {"host/daemon.cpp", "host/failure.h", "host/main.cpp",
                          "host/signal_commands.cpp", "platform/log/log_writer.cpp", "platform/tmpl/tmpl.cpp"}
+
+
+def test_troubleshooting_quotes_log_lines_exactly():
+    known = names_in(first_cells(OPERATIONS, "What each line means"))
+    tables = [cells for cells in rows(TROUBLESHOOTING.read_text()) if len(cells) == 4]
+    quoted = [name for cells in tables for name in names_in(cells[:1]) if " " in name]
+    assert len(quoted) > 12
+    assert not [text for text in quoted if not any(text in line for line in known)]
+
+
+def test_troubleshooting_names_a_test_for_each_cause():
+    for *_, shown_by in rows(TROUBLESHOOTING.read_text()):
+        path, _, case = re.fullmatch("`(.*)`", shown_by)[1].partition("::")
+        assert re.search(rf"\b{case}\b", (SOURCE / path).read_text()) and case, shown_by
 
 
 def names_in(cells):

@@ -233,6 +233,22 @@ public:
     }
 };
 
+// Writes nothing at all.
+class SilentPage : public Page {
+public:
+    void service(HttpRequest*, HttpResponse*) override {}
+};
+
+// Creates a session when it is too late for the cookie.
+class LatePage : public Page {
+public:
+    void service(HttpRequest* request, HttpResponse* response) override {
+        beginText(response);
+        response->print("%s", "begun, ");
+        response->print("%s", request->getSession(true) ? "session" : "no session");
+    }
+};
+
 class RefusingListener : public HttpListener {
 public:
     void init() override {}
@@ -299,6 +315,12 @@ HttpServlet* createElsewherePage() {
 }
 HttpServlet* createNoticePage() {
     return new NoticePage;
+}
+HttpServlet* createSilentPage() {
+    return new SilentPage;
+}
+HttpServlet* createLatePage() {
+    return new LatePage;
 }
 HttpServlet* createNothing() {
     return nullptr;
