@@ -233,3 +233,9 @@ const char* requestVariable(HttpRequest& request, const char* name) {
     auto* own = dynamic_cast<HttpRequestImpl*>(&request);
     return own != nullptr ? own->variable(name) : nullptr;
 }
+
+void endRequestSession(HttpRequest& request) {
+    auto* own = dynamic_cast<HttpRequestImpl*>(&request);
+    if (own != nullptr && own->sessionFactory != nullptr)
+        own->sessionFactory->endSession(own);
+}

@@ -65,6 +65,7 @@ public:
 
 private:
     friend const char* requestVariable(HttpRequest& request, const char* name);
+    friend void endRequestSession(HttpRequest& request);
 
     static constexpr unsigned int kSessionIdSize = 64;
 

@@ -144,6 +144,14 @@ void SessionFactory::onRequestFinished(HttpRequest* request) {
         uses.endRequest();
 }
 
+void SessionFactory::endSession(HttpRequest* request) {
+    const base::MutexLock lock(tableMutex);
+    if (HttpSessionImpl* session = findSession(request)) {
+        session->invalidate();
+        session->m_bInRequest = false;
+    }
+}
+
 void SessionFactory::removeSession(std::string& id) {
     auto* entry = m_sessions->getAssoc(id);
     const base::MutexLock lock(tableMutex);

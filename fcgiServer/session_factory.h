@@ -63,6 +63,10 @@ public:
     // Marks the session of a request that ends, if it is still valid, as no longer busy.
     void onRequestFinished(HttpRequest* request);
 
+    // Invalidates the session of a request that goes on, if there is one, and clears its busy mark,
+    // so that the next sweep frees it: onRequestFinished() will not find it any more.
+    void endSession(HttpRequest* request);
+
     // Removes the session from the table without deleting it. The caller must already hold a
     // pointer to it and now owns it. An unknown id does nothing. Looks it up without the lock, like
     // existSession().

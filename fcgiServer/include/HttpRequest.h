@@ -99,4 +99,10 @@ protected:
 // it weak to run in older containers too, which lack it.
 const char* requestVariable(HttpRequest& request, const char* name);
 
+// Ends the request's session, like HttpSession::invalidate(), in such a way that the next sweep of
+// any host can free it; does nothing without a session. Use no pointer to the session afterwards.
+// HttpRequest::getSession() then creates another. Does nothing for a request object that is not the
+// container's own. Declare it weak, as above.
+void endRequestSession(HttpRequest& request);
+
 #endif

@@ -36,7 +36,8 @@ public:
     // has no session. fcgi_host frees the emptied object soon after the last request that uses it.
     // (A host that calls SessionFactory::onTimer() frees it at shut-down only, if it is invalidated
     // or expires during a request of its own. A page that must not rely on its host signs users out
-    // with setMaxInactiveInterval() and a few seconds more than the request takes.)
+    // with setMaxInactiveInterval() and a few seconds more than the request takes. One that creates
+    // another session at once calls endRequestSession(), see HttpRequest.h.)
     virtual void invalidate() = 0;
 
     // Return a time stamp. Seconds of the system's tick clock, times(2), plus 300; not a time of

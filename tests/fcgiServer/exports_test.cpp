@@ -148,6 +148,7 @@ const Operation kOperations[] = {
      "_ZN14SessionFactory13createSessionERNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE"},
     {"SessionFactory::removeSession(std::string&)",
      "_ZN14SessionFactory13removeSessionERNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE"},
+    {"SessionFactory::endSession(HttpRequest*)", "_ZN14SessionFactory10endSessionEP11HttpRequest"},
     {"SessionFactory::onRequestFinished(HttpRequest*)",
      "_ZN14SessionFactory17onRequestFinishedEP11HttpRequest"},
     {"SessionFactory::init()", "_ZN14SessionFactory4initEv"},
@@ -180,6 +181,7 @@ const Operation kOperations[] = {
     {"ListenerContainer::~ListenerContainer()", "_ZN17ListenerContainerD1Ev"},
     {"ReplaceStr(char*, char const*, char const*)", "_Z10ReplaceStrPcPKcS1_"},
     {"currentRequest()", "_Z14currentRequestv"},
+    {"endRequestSession(HttpRequest&)", "_Z17endRequestSessionR11HttpRequest"},
     {"loopActivity()", "_Z12loopActivityv"},
     {"requestVariable(HttpRequest&, char const*)", "_Z15requestVariableR11HttpRequestPKc"},
 };

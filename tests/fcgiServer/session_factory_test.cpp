@@ -481,6 +481,29 @@ TEST_F(SessionRequests, KeepTheBusyFlagOfASessionThatExpiredMeanwhile) {
 
 // The sweep
 
+TEST_F(SessionSweeps, FreeASessionThatARequestOfItsOwnHasEnded) {
+    HttpSessionImpl* session = adopt(new WatchedSession(m_ends));
+    HttpSessionImpl* other = createIdle();
+    FakeRequest request = requestOf(session);
+    m_factory.onRequest(&request);
+    m_factory.endSession(&request);
+    EXPECT_EQ(m_factory.getSession(&request), nullptr);
+    ASSERT_TRUE(m_ends.empty()) << "the request goes on";
+    m_factory.onRequestFinished(&request); // does not find it any more
+    m_factory.onTimer();
+    EXPECT_EQ(m_ends.size(), 1u);
+    EXPECT_EQ(get(other), other);
+}
+
+TEST_F(SessionSweeps, EndNoSessionOfARequestWithoutOne) {
+    HttpSessionImpl* session = createIdle();
+    for (const char* address : {"192.0.2.2", static_cast<const char*>(nullptr)}) {
+        FakeRequest request(session->getId().c_str(), address);
+        m_factory.endSession(&request);
+    }
+    EXPECT_EQ(get(session), session);
+}
+
 // The sweep of a host with several threads
 
 TEST_F(SweepsOfUnusedSessions, KeepASessionUnderTheLongerOfTwoRequests) {
@@ -546,6 +569,18 @@ TEST_F(SweepsOfUnusedSessions, EndASessionThatARefusedRequestLeftBusy) {
     m_factory.sweepUnused();
     ASSERT_TRUE(m_ends.empty());
     test_clock::advanceSeconds(1);
+    m_factory.sweepUnused();
+    EXPECT_EQ(m_ends.size(), 1u);
+}
+
+TEST_F(SweepsOfUnusedSessions, KeepAnEndedSessionUntilItsRequestsHaveEnded) {
+    HttpSessionImpl* session = adopt(new WatchedSession(m_ends));
+    FakeRequest request = requestOf(session);
+    m_factory.onRequest(&request);
+    m_factory.endSession(&request);
+    m_factory.sweepUnused();
+    ASSERT_TRUE(m_ends.empty());
+    m_factory.onRequestFinished(&request);
     m_factory.sweepUnused();
     EXPECT_EQ(m_ends.size(), 1u);
 }
@@ -918,6 +953,7 @@ bool waitsForTheTableMutex(const std::function<void()>& operation) {
 TEST_F(SessionTableMutex, BlocksTheOperationsThatLockIt) {
     HttpSessionImpl* session = create();
     FakeRequest request = requestOf(session);
+    FakeRequest unknown("none", "192.0.2.1");
     std::string id = session->getId();
     const struct {
         const char* operation;
@@ -937,6 +973,7 @@ TEST_F(SessionTableMutex, BlocksTheOperationsThatLockIt) {
          }},
         {"removeSession, unknown", [&] { m_factory.removeSession(id); }},
         {"existSession, unknown", [&] { m_factory.existSession(id); }},
+        {"endSession, unknown", [&] { m_factory.endSession(&unknown); }},
         {"destory", [&] { m_factory.destory(); }},
     };
     for (const auto& row : rows)

@@ -204,6 +204,16 @@ TEST(SignIns, CreateANewSessionAgainstSessionFixation) {
     EXPECT_EQ(stolen.body, "not signed in");
 }
 
+TEST(SignIns, LeaveNoFormerSessionBehind) {
+    Door door;
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(door.signIn("right").status, 303);
+    }
+    door.served.runner.sweep();
+    EXPECT_EQ(door.served.runner.sessionCount(), 1);
+    EXPECT_EQ(door.look(), "ann");
+}
+
 TEST(SignIns, EndWhenTheUserSignsOut) {
     Door door;
     door.signIn("right");

@@ -89,7 +89,8 @@ def test_a_plug_in_exports_only_its_creation_functions_and_can_be_unloaded(
 
 OFFERED = {
     "libdevice.so": r"CGI_\w+$|TMPL_\w+$|app_log(_\w+)?$|WebDebug::",
-    "libfcgiServer.so": r"session_mutex$|(ReplaceStr|loopActivity|currentRequest|requestVariable)\(|"
+    "libfcgiServer.so": r"session_mutex$|(ReplaceStr|loopActivity|currentRequest|requestVariable|"
+                        r"endRequestSession)\(|"
                         r"(vtable for |typeinfo for |typeinfo name for )?"
                         r"(FCGIServer|ServletController|PluginLoader|(Listener|Servlet)Container|"
                         r"SessionFactory|Http(Request|Response|Session)(Impl)?)\b",

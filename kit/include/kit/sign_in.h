@@ -15,6 +15,9 @@
 #include <utility>
 #include <vector>
 
+// Weak, since older containers lack it. NOLINTNEXTLINE(readability-redundant-declaration)
+extern void endRequestSession(HttpRequest& request) __attribute__((weak));
+
 namespace kit {
 
 // One sign-in, which never changes. The token is the CSRF token: put it in every form as the hidden
@@ -102,7 +105,7 @@ public:
         }
         if (HttpSession* former = request.session()) {
             m_signIns.erase(*former);
-            former->invalidate();
+            endSessionOf(request);
         }
         HttpSession* session = request.raw().getSession(true);
         if (!session) {
@@ -186,6 +189,16 @@ private:
     static bool isToken(std::string_view text) {
         return text.size() == 32 &&
                text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+    }
+
+    // Older containers lack endRequestSession(); some of their hosts then keep the session, empty,
+    // until shut-down.
+    static void endSessionOf(Request& request) {
+        if (endRequestSession) {
+            endRequestSession(request.raw());
+        } else {
+            request.session()->invalidate();
+        }
     }
 
     static std::string addressOf(Request& request) { return std::string(request.remoteAddress()); }
