@@ -24,7 +24,7 @@ def test_markup_in_a_form_is_escaped(phone, user):
     form = stranger.get("/servlet?p=login&q=loginForm")
     answers = [
         stranger.post("/servlet?p=login&q=login", {
-            "user": MARKUP, "password": "x", "token": stranger.cookies["signInForm"]}),
+            "user": MARKUP, "password": "x", "token": stranger.cookies["formToken"]}),
         user.post("/servlet?p=contacts&q=add", {"token": user.token(), "name": MARKUP,
                                                 "number": "1"}),
         user.post("/servlet?p=contacts&q=search", {"token": user.token(), "search": MARKUP}),
@@ -123,7 +123,7 @@ def test_log_lines_cannot_be_forged(phone, start, folder):
     for text in ("x\nSigned in: admin from 192.0.2.1", "x\r\n2026-01-01T00:00:00Z error [web]: x",
                  "x\x1b[2Jx", "x\x7fx"):
         stranger.post("/servlet?p=login&q=login", {
-            "user": text, "password": "x", "token": stranger.cookies["signInForm"]})
+            "user": text, "password": "x", "token": stranger.cookies["formToken"]})
         stranger.get("/servlet?p=" + "%0aSigned%20in:%20admin")
     assert "\nSigned in" not in (folder / "host.log").read_text()
     for line in (folder / "host.log").read_text().splitlines():

@@ -51,7 +51,7 @@ def phone(request, start):
 def test_a_guessed_session_id_opens_nothing(phone):
     victim = Browser(phone)
     assert victim.sign_in().status == 303
-    assert set(victim.cookies) == {"JSESSIONID", "signIn", "signInForm"}
+    assert set(victim.cookies) == {"JSESSIONID", "signIn", "formToken"}
     assert victim.send("/servlet?p=security").status == 200
     thief = Browser(phone)
     for key in ({}, {"signIn": ""}, {"signIn": "0" * 32}, {"signIn": victim.cookies["JSESSIONID"]}):

@@ -39,14 +39,14 @@ private:
             signIns.end(request);
             advanceSeconds(request.number<int>("takes", 0, 60).valueOr(0));
         } else if (action == "form") {
-            response.text(signIns.formToken(request, response));
+            response.text(kit::formToken(request, response));
         } else if (action == "sent") {
-            response.text(signIns.isFromForm(request) ? "own form" : "foreign");
+            response.text(kit::isFromForm(request) ? "own form" : "foreign");
         } else if (action == "others") {
             signIns.endOthers(request);
         } else if (const auto signIn = signIns.find(request)) {
             token = signIn->token;
-            response.text(kit::SignIns::mayChange(request, *signIn) ? "changed" : signIn->user);
+            response.text(kit::isFromForm(request) ? "changed" : signIn->user);
         } else {
             response.text("not signed in");
         }
@@ -160,7 +160,7 @@ TEST(SignInForm, IsToldFromThoseOfOtherSites) {
     Door door;
     Browser& browser = door.served.browser;
     const Response form = browser.send(get("/servlet?p=door&q=form"));
-    const auto cookie = form.cookie("signInForm");
+    const auto cookie = form.cookie("formToken");
     ASSERT_TRUE(cookie);
     EXPECT_EQ(cookie->value, form.body);
     EXPECT_TRUE(cookie->attribute("HttpOnly"));
@@ -186,9 +186,9 @@ TEST(SignInForm, KeepsItsTokenInEveryWindowOfABrowser) {
     EXPECT_EQ(second.body, first);
     EXPECT_TRUE(second.cookies().empty());
     const Response repaired = door.served.runner.serve(
-        get("/servlet?p=door&q=form").cookie("signInForm", "what a browser should not have"));
+        get("/servlet?p=door&q=form").cookie("formToken", "what a browser should not have"));
     EXPECT_EQ(repaired.body.size(), 32u);
-    EXPECT_TRUE(repaired.cookie("signInForm"));
+    EXPECT_TRUE(repaired.cookie("formToken"));
 }
 
 TEST(SignIns, CreateANewSessionAgainstSessionFixation) {

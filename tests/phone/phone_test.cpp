@@ -21,10 +21,10 @@ Answer Visitor::signIn(const std::string& password, const std::string& user) {
 }
 
 Answer Visitor::submitSignIn(Fields fields, const std::string& more) {
-    if (!cookie("signInForm")) {
+    if (!cookie("formToken")) {
         page("login&q=loginForm");
     }
-    fields.emplace_back("token", cookie("signInForm").value_or(""));
+    fields.emplace_back("token", cookie("formToken").value_or(""));
     return submitWithoutToken("login&q=login" + more, fields);
 }
 

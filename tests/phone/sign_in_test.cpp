@@ -142,7 +142,7 @@ TEST_F(SignInPage, CountsOnlyAttemptsFromItsOwnForm) {
             "login&q=login", {{"user", "admin"}, {"password", "wrong"}, {"token", "0"}});
         EXPECT_EQ(foreign.status, 403);
         EXPECT_EQ(foreign.alert(), "This form is out of date. Please try again.");
-        EXPECT_EQ(foreign.field("token"), ann.cookie("signInForm"));
+        EXPECT_EQ(foreign.field("token"), ann.cookie("formToken"));
     }
     EXPECT_EQ(ann.submitWithoutToken("login&q=login", {{"user", "admin"}, {"password", kPassword}})
                   .status,

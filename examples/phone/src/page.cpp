@@ -53,7 +53,7 @@ bool SignedInPage::mayChange(kit::Request& request, kit::Response& response,
                              const kit::SignIn& signIn) {
     // Receiving an upload takes time; the user may have signed out, or been signed out, meanwhile.
     const bool stillSignedIn = m_phone.signIns.find(request).get() == &signIn;
-    if (stillSignedIn && kit::SignIns::mayChange(request, signIn)) {
+    if (stillSignedIn && kit::isFromForm(request)) {
         return true;
     }
     response.status(403);

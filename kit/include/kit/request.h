@@ -21,6 +21,9 @@ extern const char* requestVariable(HttpRequest& request, const char* name) __att
 
 namespace kit {
 
+class Response;
+class SignIns;
+
 // The request that a page or a listener is called with.
 //   Lifetime  every text that it returns lives until the request is served; copy what you keep.
 //   Threads   one: the thread that serves the request.
@@ -112,6 +115,8 @@ public:
 
 private:
     friend class SignIns;
+    friend std::string formToken(Request& request, Response& response);
+    friend bool isFromForm(Request& request);
 
     struct FreeList {
         void operator()(CGI_varlist* list) const { CGI_free_varlist(list); }
@@ -126,6 +131,11 @@ private:
     // The name and value of a cookie that this request's response sets: cookie() finds it already,
     // as session() finds a session that was created during the request.
     std::optional<std::pair<std::string, std::string>> m_newCookie;
+    // The token of the request's forms, if it is not the one that the browser has sent: that of the
+    // sign-in, or one that the response gives to the browser; see forms.h.
+    std::string m_formToken;
+    // Whose find() has set that token; null if none.
+    const SignIns* m_signedInTo = nullptr;
 };
 
 } // namespace kit

@@ -38,6 +38,12 @@ inline std::string randomToken() {
     return token;
 }
 
+// Returns whether `text` has the form of randomToken()'s results.
+inline bool isRandomToken(std::string_view text) {
+    return text.size() == 32 &&
+           text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
 } // namespace kit
 
 #endif

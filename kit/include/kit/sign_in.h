@@ -3,6 +3,7 @@
 #define KIT_SIGN_IN_H
 
 #include "kit/attempt_limit.h"
+#include "kit/forms.h"
 #include "kit/request.h"
 #include "kit/response.h"
 #include "kit/secrets.h"
@@ -20,9 +21,7 @@ extern void endRequestSession(HttpRequest& request) __attribute__((weak));
 
 namespace kit {
 
-// One sign-in, which never changes. The token is the CSRF token: put it in every form as the hidden
-// field "token", and check mayChange() before changing anything, so that a page of another site
-// cannot make the browser change something.
+// One sign-in, which never changes. The token is the CSRF token of its forms: see forms.h.
 struct SignIn {
     std::string user;    // as passed to start()
     std::string token;   // from randomToken()
@@ -32,11 +31,12 @@ struct SignIn {
 
 // Records who is signed in: at most one sign-in for each session. The ids of the container's
 // sessions can be guessed, so each sign-in also has a key, 128 random bits in a second cookie,
-// without which a request is not signed in. The form for signing in contains formToken() as the
-// hidden field "token". The plug-in itself checks the password:
+// without which a request is not signed in. The form for signing in contains formToken(), like any
+// other; check it before secondsToWait(), since what other sites send must not count as failed
+// attempts of the user's address. The plug-in itself checks the password:
 //
 //     const auto isRight = [&] { return hashOf(password) == …; };
-//     if (!signIns.isFromForm(request))                          { … show the form again … }
+//     if (!kit::isFromForm(request))                             { … show the form again … }
 //     else if (const long wait = signIns.secondsToWait(request)) { … "wait `wait` seconds" … }
 //     else if (!signIns.check(request, isRight))                 { … "wrong password" … }
 //     else if (!signIns.start(request, response, user))          { … "not possible right now" … }
@@ -49,31 +49,7 @@ class SignIns {
 public:
     // `name` is the name of the session attribute that points to the sign-in, and of the cookie
     // with its key: a token, like the name of a header.
-    explicit SignIns(std::string name = "signIn")
-        : m_keyCookie(name), m_formCookie(name + "Form"), m_signIns(std::move(name)) {}
-
-    // Returns the token for the form that signs in, which prevents other sites from sending it.
-    // Sets it as a cookie unless the browser has one; call it before the first byte of the body.
-    // Empty, so that isFromForm() will return false, if the system has no random bytes.
-    std::string formToken(Request& request, Response& response) const {
-        const std::string_view known = request.cookie(m_formCookie.c_str()).value_or("");
-        std::string token = isToken(known) ? std::string(known) : randomToken();
-        if (token != known) {
-            Cookie cookie{m_formCookie, token};
-            cookie.sameSite = Cookie::SameSite::Strict;
-            response.cookie(cookie);
-        }
-        return token;
-    }
-
-    // Returns whether the request is a POST with the token that formToken() gave this browser as
-    // the parameter "token". Call it before secondsToWait(): what other sites send must not count
-    // as failed attempts of the user's address.
-    bool isFromForm(Request& request) const {
-        const std::string_view known = request.cookie(m_formCookie.c_str()).value_or("");
-        return request.isPost() && isToken(known) &&
-               equalSecrets(request.parameter("token").value_or(""), known);
-    }
+    explicit SignIns(std::string name = "signIn") : m_keyCookie(name), m_signIns(std::move(name)) {}
 
     // Returns 0 if the client's address may try a password now, or the seconds that it has to wait
     // (rate limiting, see AttemptLimit). Call before checking a password. An attempt that is
@@ -126,12 +102,17 @@ public:
     void attemptSucceeded(Request& request) { m_attempts.succeeded(addressOf(request)); }
 
     // Returns the sign-in of the request's session, or null if the client is not signed in: if the
-    // session has none, or if the request does not contain its key.
+    // session has none, or if the request does not contain its key. From then on the token of the
+    // sign-in is the one that formToken() returns for the request, and isFromForm() requires.
     std::shared_ptr<const SignIn> find(Request& request) const {
         HttpSession* session = request.session();
         const auto entry = session ? m_signIns.find(*session) : nullptr;
         const bool isOwn =
             entry && equalSecrets(request.cookie(m_keyCookie.c_str()).value_or(""), entry->key);
+        if (isOwn || request.m_signedInTo == this) {
+            request.m_formToken = isOwn ? entry->signIn.token : std::string();
+            request.m_signedInTo = isOwn ? this : nullptr;
+        }
         return isOwn ? signInOf(entry) : nullptr;
     }
 
@@ -153,6 +134,7 @@ public:
             HttpSession* session = request.session();
             m_signIns.erase(*session);
             session->setMaxInactiveInterval(kSecondsToLive);
+            find(request); // forgets the token
         }
     }
 
@@ -160,14 +142,6 @@ public:
     void endOthers(Request& request) {
         const auto own = find(request);
         m_signIns.eraseIf([&](const Entry& entry) { return &entry.signIn != own.get(); });
-    }
-
-    // Returns whether the request may change something as the user of `signIn`: it is a POST and
-    // has the CSRF token as the parameter "token", in the query, the form, or a field of an upload
-    // that has been received.
-    static bool mayChange(Request& request, const SignIn& signIn) {
-        return request.isPost() &&
-               equalSecrets(request.parameter("token").value_or(""), signIn.token);
     }
 
 private:
@@ -183,12 +157,6 @@ private:
     // Shares the ownership of the entry.
     static std::shared_ptr<const SignIn> signInOf(const std::shared_ptr<Entry>& entry) {
         return {entry, &entry->signIn};
-    }
-
-    // Returns whether `text` has the form of randomToken()'s results.
-    static bool isToken(std::string_view text) {
-        return text.size() == 32 &&
-               text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
     }
 
     // Older containers lack endRequestSession(); some of their hosts then keep the session, empty,
@@ -216,7 +184,6 @@ private:
     }
 
     const std::string m_keyCookie;
-    const std::string m_formCookie;
     SessionData<Entry> m_signIns;
     AttemptLimit m_attempts;
 };

@@ -39,7 +39,7 @@ void LoginPage::answer(kit::Request& request, kit::Response& response) {
 }
 
 void LoginPage::showForm(kit::Request& request, kit::Response& response, kit::Variables variables) {
-    variables.set("page", "login").set("token", m_phone.signIns.formToken(request, response));
+    variables.set("page", "login").set("token", kit::formToken(request, response));
     if (!pageToGoTo(request).empty()) {
         variables.set("jumpto", pageToGoTo(request));
     }
@@ -59,7 +59,7 @@ void LoginPage::signIn(kit::Request& request, kit::Response& response) {
     const auto isRight = [&] {
         return m_phone.device.authenticate(user, request.parameter("password").value_or(""));
     };
-    if (!m_phone.signIns.isFromForm(request)) {
+    if (!kit::isFromForm(request)) {
         refuse(request, response, 403, "stale");
     } else if (const long wait = m_phone.signIns.secondsToWait(request)) {
         response.header("Retry-After", std::to_string(wait));
@@ -91,7 +91,7 @@ void LoginPage::start(kit::Request& request, kit::Response& response, const std:
 
 void LoginPage::signOut(kit::Request& request, kit::Response& response) {
     const auto current = m_phone.signIns.find(request);
-    if (current && !kit::SignIns::mayChange(request, *current)) {
+    if (current && !kit::isFromForm(request)) {
         response.status(403).text("This did not come from a form of the phone's pages.\n");
         return;
     }
