@@ -56,7 +56,7 @@ TEST_F(ConfigurationPage, ImportsAFileAndKeepsALocalCopy) {
     EXPECT_FALSE(hasCopy());
     const Answer answer = import(with("desk-phone", "hall-phone"));
     EXPECT_EQ(answer.status, 303);
-    EXPECT_EQ(answer.location(), "/servlet?p=settings-config&result=imported");
+    EXPECT_EQ(answer.location(), "/servlet?p=settings-config");
     EXPECT_EQ(me.send(get(answer.location())).done(), "The configuration was imported.");
     EXPECT_EQ(me.page("network").field("hostname"), "hall-phone");
     EXPECT_EQ(saved()->settings.network.hostname, "hall-phone");

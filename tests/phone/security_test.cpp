@@ -39,7 +39,7 @@ TEST_F(SecurityPage, ShowsTheSessions) {
 TEST_F(SecurityPage, ChangesThePasswordAndSignsOthersOut) {
     const Answer answer = me.submit("security&q=password", change(kPassword, kNew, kNew));
     EXPECT_EQ(answer.status, 303);
-    EXPECT_EQ(answer.location(), "/servlet?p=security&saved=1");
+    EXPECT_EQ(answer.location(), "/servlet?p=security");
     EXPECT_EQ(me.send(get(answer.location())).done(), "Saved.") << "I am still signed in";
     EXPECT_EQ(other.page("status").status, 303);
     EXPECT_EQ(other.signIn(kPassword).status, 403);
@@ -104,7 +104,7 @@ TEST_F(SecurityPage, KeepsThePasswordIfSavingFails) {
 TEST_F(SecurityPage, AppliesTheNewIdleTimeToTheCurrentSession) {
     const Answer answer =
         me.submit("security&q=access", {{"idleSeconds", "10"}, {"remoteAddresses", "127.0.0.1"}});
-    EXPECT_EQ(answer.location(), "/servlet?p=security&saved=1");
+    EXPECT_EQ(answer.location(), "/servlet?p=security");
     EXPECT_EQ(me.page("security").field("idleSeconds"), "10");
     EXPECT_NE(me.page("status").body.find("data-idle-seconds=\"10\""), std::string::npos);
     advanceSeconds(11);

@@ -2,6 +2,8 @@
 
 #include "language.h"
 
+#include "kit/flash.h"
+
 #include <cassert>
 
 namespace phone {
@@ -56,9 +58,14 @@ bool SignedInPage::mayChange(kit::Request& request, kit::Response& response,
     if (stillSignedIn && kit::isFromForm(request)) {
         return true;
     }
+    refuse(request, response, signIn);
+    return false;
+}
+
+void SignedInPage::refuse(kit::Request& request, kit::Response& response,
+                          const kit::SignIn& signIn) {
     response.status(403);
     show(request, response, "refused.html", frame(request, signIn));
-    return false;
 }
 
 void SignedInPage::showMessage(kit::Request& request, kit::Response& response,
@@ -87,11 +94,14 @@ void addForm(kit::Variables& variables, const Values& values, const Errors& erro
     }
 }
 
-void addResult(kit::Request& request, kit::Variables& variables,
-               std::initializer_list<std::string_view> known) {
-    if (const auto result = request.choice("result", known)) {
-        variables.set("result", *result);
-    }
+void finishAt(const std::string& address, const char* message, kit::Request& request,
+              kit::Response& response) {
+    kit::setFlash(request, message);
+    response.seeOther(address);
+}
+
+void addFlash(kit::Request& request, kit::Variables& variables) {
+    variables.set("flash", kit::takeFlash(request));
 }
 
 void addFailure(kit::Response& response, kit::Variables& variables, const Outcome& outcome) {

@@ -2,6 +2,7 @@
 #ifndef PAGE_H
 #define PAGE_H
 
+#include "kit/actions.h"
 #include "kit/plugin.h"
 #include "phone.h"
 
@@ -41,6 +42,8 @@ protected:
 
     // Returns whether the request may make changes. If not, the refusal has been sent.
     bool mayChange(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
+    // Answers a form without the token of the sign-in.
+    void refuse(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
 
     // Sends a page that only reports an error; `code` is one of those in message.html.
     void showMessage(kit::Request& request, kit::Response& response, const kit::SignIn& signIn,
@@ -50,13 +53,28 @@ private:
     void answer(kit::Request& request, kit::Response& response) final;
 };
 
+// A page for signed-in users with actions, which its constructor declares in `m_actions`.
+class ActionsPage : public SignedInPage {
+protected:
+    explicit ActionsPage(Phone& phone) : SignedInPage(phone), m_actions(&ActionsPage::refuse) {}
+
+    kit::Actions<ActionsPage, const kit::SignIn&> m_actions;
+
+private:
+    void answer(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) final {
+        m_actions.answer(*this, request, response, signIn);
+    }
+};
+
 // Adds the variables with which a form shows the values entered and their errors.
 void addForm(kit::Variables& variables, const Values& values, const Errors& errors);
 
-// Sets "result" from the address, where the previous request put its result, if it is one of
-// `known`.
-void addResult(kit::Request& request, kit::Variables& variables,
-               std::initializer_list<std::string_view> known);
+// Ends a request that has changed something: the page at `address` says so once. `message` is one
+// of those in form-result.html.
+void finishAt(const std::string& address, const char* message, kit::Request& request,
+              kit::Response& response);
+// Sets "flash" to the message of the request before, if it has left one.
+void addFlash(kit::Request& request, kit::Variables& variables);
 
 // Sets the status and a variable for a change that was rejected or could not be saved; `outcome`
 // must not be done.

@@ -16,7 +16,7 @@ void AccountsPage::answer(kit::Request& request, kit::Response& response,
     const std::size_t account = asked.valueOr(0);
     if (!request.isPost()) {
         kit::Variables variables = frame(request, signIn);
-        variables.set("saved", request.isChecked("saved"));
+        addFlash(request, variables);
         showForm(request, response, std::move(variables), account,
                  valuesOf(m_phone.device.state()->settings.accounts[account]), {});
     } else if (mayChange(request, response, signIn)) {
@@ -30,7 +30,7 @@ void AccountsPage::save(kit::Request& request, kit::Response& response, const ki
     const Outcome outcome = m_phone.device.change(
         [&](State& state) { return readValues(values, state.settings.accounts[account]); });
     if (outcome.done()) {
-        response.seeOther("/servlet?p=accounts&acc=" + std::to_string(account) + "&saved=1");
+        finishAt("/servlet?p=accounts&acc=" + std::to_string(account), "saved", request, response);
         return;
     }
     kit::Variables variables = frame(request, signIn);

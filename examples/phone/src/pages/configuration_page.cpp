@@ -30,22 +30,33 @@ void addErrors(kit::Variables& variables, const Errors& errors) {
 
 } // namespace
 
-void ConfigurationPage::answer(kit::Request& request, kit::Response& response,
-                               const kit::SignIn& signIn) {
-    const std::string_view action = request.parameter("q").value_or("");
-    if (action == "export") {
-        response.download("configuration.xml", "application/xml",
-                          configurationText(m_phone.device.state()->settings));
-    } else if (action == "import" && request.isPost()) {
-        import(request, response, signIn);
-    } else if (action == "localconfig" && request.parameter("type") == "import") {
-        change(request, response, signIn, restoreLocalCopy, "restored");
-    } else if (action == "localconfig" && request.parameter("type") == "remove") {
-        change(request, response, signIn, removeLocalCopy, "removed");
+ConfigurationPage::ConfigurationPage(Phone& phone) : ActionsPage(phone) {
+    m_actions.show(&ConfigurationPage::showAll);
+    m_actions.onGet("export", &ConfigurationPage::sendXml);
+    m_actions.onUpload("import", &ConfigurationPage::import);
+    m_actions.on("localconfig", &ConfigurationPage::changeLocalCopy);
+}
+
+void ConfigurationPage::showAll(kit::Request& request, kit::Response& response,
+                                const kit::SignIn& signIn) {
+    kit::Variables variables = frame(request, signIn);
+    addFlash(request, variables);
+    showPage(request, response, std::move(variables));
+}
+
+void ConfigurationPage::sendXml(kit::Request&, kit::Response& response, const kit::SignIn&) {
+    response.download("configuration.xml", "application/xml",
+                      configurationText(m_phone.device.state()->settings));
+}
+
+void ConfigurationPage::changeLocalCopy(kit::Request& request, kit::Response& response,
+                                        const kit::SignIn& signIn) {
+    if (request.parameter("type") == "import") {
+        change(request, response, signIn, restoreLocalCopy, "copyRestored");
+    } else if (request.parameter("type") == "remove") {
+        change(request, response, signIn, removeLocalCopy, "copyRemoved");
     } else {
-        kit::Variables variables = frame(request, signIn);
-        addResult(request, variables, {"imported", "restored", "removed"});
-        showPage(request, response, std::move(variables));
+        showAll(request, response, signIn);
     }
 }
 
@@ -72,18 +83,17 @@ void ConfigurationPage::import(kit::Request& request, kit::Response& response,
         keepLocalCopy(state);
         return readConfiguration(text, state.settings);
     };
-    change(request, response, signIn, edit, "imported");
+    if (mayChange(request, response, signIn)) {
+        change(request, response, signIn, edit, "configurationImported");
+    }
 }
 
 void ConfigurationPage::change(kit::Request& request, kit::Response& response,
                                const kit::SignIn& signIn, const Device::Edit& edit,
-                               const std::string& result) {
-    if (!mayChange(request, response, signIn)) {
-        return;
-    }
+                               const char* message) {
     const Outcome outcome = m_phone.device.change(edit);
     if (outcome.done()) {
-        response.seeOther("/servlet?p=settings-config&result=" + result);
+        finishAt("/servlet?p=settings-config", message, request, response);
         return;
     }
     kit::Variables variables = frame(request, signIn);

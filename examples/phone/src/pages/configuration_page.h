@@ -10,14 +10,16 @@ namespace phone {
 // deletes (type=remove). The container reads the phone's status word from the addresses of these
 // forms, so they must not contain a token: it is a form field, which an upload has only once it was
 // received.
-class ConfigurationPage final : public SignedInPage {
+class ConfigurationPage final : public ActionsPage {
 public:
-    explicit ConfigurationPage(Phone& phone) : SignedInPage(phone) {}
+    explicit ConfigurationPage(Phone& phone);
 
 private:
-    void answer(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) override;
+    void showAll(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
+    void sendXml(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
+    void changeLocalCopy(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
     void change(kit::Request& request, kit::Response& response, const kit::SignIn& signIn,
-                const Device::Edit& edit, const std::string& result);
+                const Device::Edit& edit, const char* message);
     void import(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
     void showPage(kit::Request& request, kit::Response& response, kit::Variables variables) const;
 };

@@ -41,43 +41,50 @@ std::string ContactsPage::SearchText::get() const {
     return m_text;
 }
 
-void ContactsPage::answer(kit::Request& request, kit::Response& response,
-                          const kit::SignIn& signIn) {
-    if (request.parameter("q") == "export") {
-        response.download("contacts.csv", "text/csv; charset=utf-8",
-                          contactsCsv(m_phone.device.state()->directory));
-    } else if (request.parameter("q") == "all") {
-        if (HttpSession* session = request.session()) {
-            m_searches.erase(*session);
-        }
-        response.seeOther("/servlet?p=contacts");
-    } else if (!request.isPost()) {
-        kit::Variables variables = frame(request, signIn);
-        addResult(request, variables, {"added", "removed", "imported", "gone"});
-        showList(request, response, std::move(variables));
-    } else if (mayChange(request, response, signIn)) {
-        change(request, response, signIn);
-    }
+ContactsPage::ContactsPage(Phone& phone) : ActionsPage(phone) {
+    m_actions.show(&ContactsPage::showAll);
+    m_actions.on("search", &ContactsPage::search);
+    m_actions.on("add", &ContactsPage::add);
+    m_actions.on("remove", &ContactsPage::remove);
+    m_actions.onGet("all", &ContactsPage::forgetSearch);
+    m_actions.onGet("export", &ContactsPage::sendCsv);
 }
 
-void ContactsPage::change(kit::Request& request, kit::Response& response,
-                          const kit::SignIn& signIn) {
-    const std::string_view action = request.parameter("q").value_or("");
-    if (action == "search") {
-        if (HttpSession* session = request.session()) {
-            m_searches.findOrCreate(*session)->set(request.parameter("search").value_or(""));
-        }
-        response.seeOther("/servlet?p=contacts");
-    } else if (action == "remove") {
-        bool found = false;
-        const Outcome outcome = m_phone.device.change([&](State& state) {
-            found = state.directory.remove(request.parameter("name").value_or(""));
-            return Errors();
-        });
-        finish(request, response, signIn, outcome, found ? "removed" : "gone", {});
-    } else {
-        add(request, response, signIn);
+void ContactsPage::showAll(kit::Request& request, kit::Response& response,
+                           const kit::SignIn& signIn) {
+    kit::Variables variables = frame(request, signIn);
+    addFlash(request, variables);
+    showList(request, response, std::move(variables));
+}
+
+void ContactsPage::sendCsv(kit::Request&, kit::Response& response, const kit::SignIn&) {
+    response.download("contacts.csv", "text/csv; charset=utf-8",
+                      contactsCsv(m_phone.device.state()->directory));
+}
+
+void ContactsPage::forgetSearch(kit::Request& request, kit::Response& response,
+                                const kit::SignIn&) {
+    if (HttpSession* session = request.session()) {
+        m_searches.erase(*session);
     }
+    response.seeOther("/servlet?p=contacts");
+}
+
+void ContactsPage::search(kit::Request& request, kit::Response& response, const kit::SignIn&) {
+    if (HttpSession* session = request.session()) {
+        m_searches.findOrCreate(*session)->set(request.parameter("search").value_or(""));
+    }
+    response.seeOther("/servlet?p=contacts");
+}
+
+void ContactsPage::remove(kit::Request& request, kit::Response& response,
+                          const kit::SignIn& signIn) {
+    bool found = false;
+    const Outcome outcome = m_phone.device.change([&](State& state) {
+        found = state.directory.remove(request.parameter("name").value_or(""));
+        return Errors();
+    });
+    finish(request, response, signIn, outcome, found ? "contactRemoved" : "contactGone", {});
 }
 
 void ContactsPage::add(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) {
@@ -85,13 +92,13 @@ void ContactsPage::add(kit::Request& request, kit::Response& response, const kit
     const Outcome outcome = m_phone.device.change([&](State& state) {
         return state.directory.add({valueOf(values, "name"), valueOf(values, "number")});
     });
-    finish(request, response, signIn, outcome, "added", values);
+    finish(request, response, signIn, outcome, "contactAdded", values);
 }
 
 void ContactsPage::finish(kit::Request& request, kit::Response& response, const kit::SignIn& signIn,
-                          const Outcome& outcome, const std::string& result, const Values& values) {
+                          const Outcome& outcome, const char* message, const Values& values) {
     if (outcome.done()) {
-        response.seeOther("/servlet?p=contacts&result=" + result);
+        finishAt("/servlet?p=contacts", message, request, response);
         return;
     }
     kit::Variables variables = frame(request, signIn);

@@ -67,6 +67,12 @@ std::string fileReceived(kit::Request& request) {
 
 } // namespace
 
+ContactsPreviewPage::ContactsPreviewPage(Phone& phone) : ActionsPage(phone) {
+    m_actions.show(&ContactsPreviewPage::showPreview);
+    m_actions.onUpload("preview", &ContactsPreviewPage::preview);
+    m_actions.on("apply", &ContactsPreviewPage::import);
+}
+
 void ContactsPreviewPage::drop() {
     m_previews.eraseIf([](const Preview& preview) { return preview.owner == visitor; });
 }
@@ -83,19 +89,13 @@ void ContactsPreviewPage::forget(kit::Request& request) {
     }
 }
 
-void ContactsPreviewPage::answer(kit::Request& request, kit::Response& response,
-                                 const kit::SignIn& signIn) {
-    if (request.isPost() && request.parameter("q") == "preview") {
-        preview(request, response, signIn);
-    } else if (request.isPost()) {
-        import(request, response, signIn);
-    } else {
-        kit::Variables variables = frame(request, signIn);
-        if (const auto held = heldFor(request)) {
-            addPlan(variables, *held->plan);
-        }
-        show(request, response, "contacts-preview.html", std::move(variables));
+void ContactsPreviewPage::showPreview(kit::Request& request, kit::Response& response,
+                                      const kit::SignIn& signIn) {
+    kit::Variables variables = frame(request, signIn);
+    if (const auto held = heldFor(request)) {
+        addPlan(variables, *held->plan);
     }
+    show(request, response, "contacts-preview.html", std::move(variables));
 }
 
 void ContactsPreviewPage::preview(kit::Request& request, kit::Response& response,
@@ -129,9 +129,6 @@ void ContactsPreviewPage::preview(kit::Request& request, kit::Response& response
 
 void ContactsPreviewPage::import(kit::Request& request, kit::Response& response,
                                  const kit::SignIn& signIn) {
-    if (!mayChange(request, response, signIn)) {
-        return;
-    }
     kit::Variables variables = frame(request, signIn);
     const auto held = heldFor(request);
     if (!held) {
@@ -144,7 +141,7 @@ void ContactsPreviewPage::import(kit::Request& request, kit::Response& response,
         [&](State& state) { return applyImport(*held->plan, state.directory); });
     if (outcome.done()) {
         forget(request);
-        response.seeOther("/servlet?p=contacts&result=imported");
+        finishAt("/servlet?p=contacts", "contactsImported", request, response);
         return;
     }
     addFailure(response, variables, outcome);

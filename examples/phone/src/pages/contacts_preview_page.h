@@ -11,9 +11,9 @@ namespace phone {
 // Imports contacts: a file is uploaded (POST, q=preview, field "contacts"), its preview is shown
 // and kept, and then applied (POST, q=apply). The preview is dropped as soon as the user who
 // uploaded it opens another page: the container calls drop() on every request for one.
-class ContactsPreviewPage final : public SignedInPage {
+class ContactsPreviewPage final : public ActionsPage {
 public:
-    explicit ContactsPreviewPage(Phone& phone) : SignedInPage(phone) {}
+    explicit ContactsPreviewPage(Phone& phone);
 
     void drop() override;
 
@@ -23,7 +23,7 @@ private:
         std::shared_ptr<const ImportPlan> plan;
     };
 
-    void answer(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) override;
+    void showPreview(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
     // Returns null if the session has no preview or has ended.
     std::shared_ptr<Preview> heldFor(kit::Request& request) const;
     void forget(kit::Request& request);

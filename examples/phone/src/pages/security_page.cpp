@@ -17,22 +17,18 @@ kit::Variables signInRow(const std::shared_ptr<const kit::SignIn>& signIn) {
 
 } // namespace
 
-void SecurityPage::answer(kit::Request& request, kit::Response& response,
-                          const kit::SignIn& signIn) {
-    if (!request.isPost()) {
-        kit::Variables variables = frame(request, signIn);
-        variables.set("saved", request.isChecked("saved"));
-        showForms(request, response, std::move(variables),
-                  valuesOf(m_phone.device.state()->settings.web), {});
-    } else if (!mayChange(request, response, signIn)) {
-        return;
-    } else if (request.parameter("q") == "password") {
-        changePassword(request, response, signIn);
-    } else if (m_phone.device.state()->settings.web.factoryPassword) {
-        response.seeOther("/servlet?p=security"); // another password comes first
-    } else {
-        changeAccess(request, response, signIn);
-    }
+SecurityPage::SecurityPage(Phone& phone) : ActionsPage(phone) {
+    m_actions.show(&SecurityPage::showSettings);
+    m_actions.on("password", &SecurityPage::changePassword);
+    m_actions.on("access", &SecurityPage::changeAccess);
+}
+
+void SecurityPage::showSettings(kit::Request& request, kit::Response& response,
+                                const kit::SignIn& signIn) {
+    kit::Variables variables = frame(request, signIn);
+    addFlash(request, variables);
+    showForms(request, response, std::move(variables),
+              valuesOf(m_phone.device.state()->settings.web), {});
 }
 
 void SecurityPage::changePassword(kit::Request& request, kit::Response& response,
@@ -70,6 +66,10 @@ void SecurityPage::changePassword(kit::Request& request, kit::Response& response
 
 void SecurityPage::changeAccess(kit::Request& request, kit::Response& response,
                                 const kit::SignIn& signIn) {
+    if (m_phone.device.state()->settings.web.factoryPassword) {
+        response.seeOther("/servlet?p=security"); // another password comes first
+        return;
+    }
     const Values values = valuesSent(request, kWebAccessFields);
     const Outcome outcome =
         m_phone.device.change([&](State& state) { return readValues(values, state.settings.web); });
@@ -84,7 +84,7 @@ void SecurityPage::changeAccess(kit::Request& request, kit::Response& response,
 void SecurityPage::finish(kit::Request& request, kit::Response& response, const kit::SignIn& signIn,
                           const Outcome& outcome, const Values& values) {
     if (outcome.done()) {
-        response.seeOther("/servlet?p=security&saved=1");
+        finishAt("/servlet?p=security", "saved", request, response);
         return;
     }
     kit::Variables variables = frame(request, signIn);

@@ -7,12 +7,12 @@ namespace phone {
 
 // Changes the password (POST, q=password), sets who may send events and when sessions end (POST,
 // q=access), and shows the current sessions.
-class SecurityPage final : public SignedInPage {
+class SecurityPage final : public ActionsPage {
 public:
-    explicit SecurityPage(Phone& phone) : SignedInPage(phone) {}
+    explicit SecurityPage(Phone& phone);
 
 private:
-    void answer(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) override;
+    void showSettings(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
     void changePassword(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
     void changeAccess(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
     void finish(kit::Request& request, kit::Response& response, const kit::SignIn& signIn,

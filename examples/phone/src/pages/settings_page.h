@@ -20,7 +20,7 @@ private:
                 const kit::SignIn& signIn) override {
         if (!request.isPost()) {
             kit::Variables variables = frame(request, signIn);
-            variables.set("saved", request.isChecked("saved"));
+            addFlash(request, variables);
             showForm(request, response, std::move(variables),
                      valuesOf(m_phone.device.state()->settings.*m_group), {});
         } else if (mayChange(request, response, signIn)) {
@@ -33,7 +33,7 @@ private:
         const Outcome outcome = m_phone.device.change(
             [&](State& state) { return readValues(values, state.settings.*m_group); });
         if (outcome.done()) {
-            response.seeOther("/servlet?p=" + m_name + "&saved=1");
+            finishAt("/servlet?p=" + m_name, "saved", request, response);
             return;
         }
         kit::Variables variables = frame(request, signIn);

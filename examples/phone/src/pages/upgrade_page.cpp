@@ -30,23 +30,25 @@ int begin(Phone& phone, Task task) {
 
 } // namespace
 
-void UpgradePage::answer(kit::Request& request, kit::Response& response,
-                         const kit::SignIn& signIn) {
-    const std::string_view action = request.parameter("q").value_or("");
-    if (action == "upload" && request.isPost()) {
-        upload(request, response, signIn);
-    } else if (action == "reboot") {
-        restart(request, response, signIn, Task::restart);
-    } else if (action == "reset") {
-        restart(request, response, signIn, Task::factoryReset);
-    } else if (action == "download") {
-        response.download("firmware-" + m_phone.firmware.version() + ".img",
-                          "application/octet-stream", imageOf(m_phone.firmware));
-    } else {
-        kit::Variables variables = frame(request, signIn);
-        show(request, response, "settings-upgrade.html",
-             std::move(variables.set("firmware", m_phone.firmware.version())));
-    }
+UpgradePage::UpgradePage(Phone& phone)
+    : ActionsPage(phone), m_receivedPath(phone.files.firmwareImage + ".received") {
+    m_actions.show(&UpgradePage::showForms);
+    m_actions.onGet("download", &UpgradePage::sendImage);
+    m_actions.onUpload("upload", &UpgradePage::upload);
+    m_actions.on("reboot", &UpgradePage::reboot);
+    m_actions.on("reset", &UpgradePage::reset);
+}
+
+void UpgradePage::showForms(kit::Request& request, kit::Response& response,
+                            const kit::SignIn& signIn) {
+    kit::Variables variables = frame(request, signIn);
+    show(request, response, "settings-upgrade.html",
+         std::move(variables.set("firmware", m_phone.firmware.version())));
+}
+
+void UpgradePage::sendImage(kit::Request&, kit::Response& response, const kit::SignIn&) {
+    response.download("firmware-" + m_phone.firmware.version() + ".img", "application/octet-stream",
+                      imageOf(m_phone.firmware));
 }
 
 void UpgradePage::upload(kit::Request& request, kit::Response& response,
@@ -78,18 +80,24 @@ void UpgradePage::upload(kit::Request& request, kit::Response& response,
     show(request, response, "settings-upgrade.html", std::move(variables));
 }
 
+void UpgradePage::reboot(kit::Request& request, kit::Response& response,
+                         const kit::SignIn& signIn) {
+    restart(request, response, signIn, Task::restart);
+}
+
+void UpgradePage::reset(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) {
+    if (request.isChecked("confirm")) {
+        restart(request, response, signIn, Task::factoryReset);
+        return;
+    }
+    kit::Variables variables = frame(request, signIn);
+    variables.set("result", "notConfirmed").set("firmware", m_phone.firmware.version());
+    response.status(422);
+    show(request, response, "settings-upgrade.html", std::move(variables));
+}
+
 void UpgradePage::restart(kit::Request& request, kit::Response& response, const kit::SignIn& signIn,
                           Task task) {
-    if (!mayChange(request, response, signIn)) {
-        return;
-    }
-    if (task == Task::factoryReset && !request.isChecked("confirm")) {
-        kit::Variables variables = frame(request, signIn);
-        variables.set("result", "notConfirmed").set("firmware", m_phone.firmware.version());
-        response.status(422);
-        show(request, response, "settings-upgrade.html", std::move(variables));
-        return;
-    }
     if (const int failure = begin(m_phone, task)) {
         showMessage(request, response, signIn, failure, failure == 409 ? "busy" : "failed");
         return;
