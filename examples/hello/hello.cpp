@@ -1,5 +1,6 @@
 // A page that greets by name as often as requested, and a listener that counts requests.
 
+#include <kit/forms.h>
 #include <kit/plugin.h>
 
 #include <atomic>
@@ -38,17 +39,11 @@ class HelloPage final : public kit::Page {
     }
 
     void greet(kit::Request& request, kit::Response& response, kit::Variables& variables) {
-        variables.set("name", request.parameter("name").value_or(""))
-            .set("times", request.parameter("times").value_or(""));
-        const auto name = request.text("name", 1, kMaxNameLength);
-        const auto times = request.number("times", 1, kMaxTimes);
-        if (!name) {
-            variables.set("nameProblem", kit::describe(name.problem()));
-        }
-        if (!times) {
-            variables.set("timesProblem", kit::describe(times.problem()));
-        }
-        if (!name || !times) {
+        kit::Form form(request);
+        const auto name = form.text("name", 1, kMaxNameLength);
+        const auto times = form.number("times", 1, kMaxTimes);
+        form.fill(variables);
+        if (!form.isValid()) {
             response.status(422);
             return;
         }

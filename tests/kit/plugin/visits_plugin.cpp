@@ -1,5 +1,7 @@
 // The plug-in library of without_memory_test.cpp: its page counts the visits of each session.
 
+#include "kit/flash.h"
+#include "kit/forms.h"
 #include "kit/plugin.h"
 #include "kit/session_data.h"
 
@@ -32,6 +34,13 @@ class VisitsPage final : public kit::Page {
                       kit::Variables().set("name", "a value for the template that is not shown"));
         HttpSession* session = request.raw().getSession(true);
         const int count = ++visits.findOrCreate(*session)->count;
+        kit::takeFlash(request);
+        kit::setFlash(request, "a message that does not fit into the object itself");
+        kit::Form form(request);
+        form.text("name", 0, 100);
+        form.number("a field with a long name, which is absent", 1, 2);
+        kit::Variables entered;
+        form.fill(entered.set("token", kit::formToken(request, response)));
         const std::string name(request.parameter("name").value_or("you"));
         response.show("page.html",
                       kit::Variables().set("name", name + " for time " + std::to_string(count)));
