@@ -63,6 +63,9 @@ HttpSessionImpl::HttpSessionImpl(const std::string& remoteAddr)
     m_id = id;
 }
 
+// Here and not in the class, where link-time optimisation drops its symbols from the library.
+HttpSessionImpl::~HttpSessionImpl() = default;
+
 const std::string& HttpSessionImpl::getId() {
     return m_id;
 }

@@ -42,7 +42,7 @@ public:
     int getMaxInactiveInterval() override;
 
     // Deletes no attribute value and locks nothing: no other thread may be using the session.
-    virtual ~HttpSessionImpl() = default;
+    virtual ~HttpSessionImpl();
 
     // Returns false once invalidated, or when idle for at least getMaxInactiveInterval() seconds.
     // Locks nothing.
