@@ -28,17 +28,22 @@ foreach(tool servlet_new servlet_serve)
     install(PROGRAMS tools/${tool}/${tool} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT dev)
     install(FILES packaging/man/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dev)
 endforeach()
-# The template of servlet_new, and the configuration of servlet_serve.
+# The template of servlet_new, and the parts of servlet_serve.
 set(tools_dir ${CMAKE_INSTALL_DATADIR}/fcgiServer)
 install(DIRECTORY tools/servlet_new/project DESTINATION ${tools_dir} COMPONENT dev
     PATTERN "build" EXCLUDE)
 install(FILES
     packaging/front-servers/lighttpd.conf
     packaging/front-servers/lighttpd-phone.conf
-    packaging/front-servers/lighttpd-spawn.conf
     DESTINATION ${tools_dir}/config COMPONENT dev)
-install(FILES tools/servlet_serve/lighttpd.bash DESTINATION ${tools_dir} COMPONENT dev)
-install(PROGRAMS tools/servlet_serve/keep_daemon DESTINATION ${tools_dir} COMPONENT dev)
+install(FILES
+    tools/servlet_serve/development_server.py
+    tools/servlet_serve/problem.css
+    tools/servlet_serve/problems.py
+    tools/servlet_serve/relay.py
+    tools/servlet_serve/reload.js
+    DESTINATION ${tools_dir}/serve COMPONENT dev)
+install(PROGRAMS tools/servlet_serve/keep_daemon DESTINATION ${tools_dir}/serve COMPONENT dev)
 install(DIRECTORY fcgiServer/include/ platform/include/ DESTINATION ${header_dir} COMPONENT dev
     FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY fcgiServer/ DESTINATION ${header_dir} COMPONENT dev

@@ -67,7 +67,7 @@ set(CPACK_DEBIAN_DEV_PACKAGE_NAME fcgiserver-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libfcgi-dev, libpugixml-dev")
 # Needed to build, test and serve the projects of servlet_new.
-set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "cmake, g++, libgtest-dev, lighttpd, pkg-config")
+set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "cmake, g++, libgtest-dev, lighttpd, pkg-config, python3")
 set(CPACK_DEBIAN_DEV_DESCRIPTION
 "servlet container for the web interface of a device (development)
 What plug-ins of fcgi_host, their tests and other hosts are built with:

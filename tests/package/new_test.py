@@ -120,11 +120,12 @@ class Pages:
     def __init__(self, port):
         self.address = f"http://127.0.0.1:{port}"
 
-    def get(self, path, form=None):
+    def get(self, path, form=None, accept="*/*"):
         """Returns the status and the body."""
         data = urllib.parse.urlencode(form).encode() if form else None
+        request = urllib.request.Request(self.address + path, data, {"Accept": accept})
         try:
-            with urllib.request.urlopen(self.address + path, data, PATIENCE) as answer:
+            with urllib.request.urlopen(request, timeout=PATIENCE) as answer:
                 return answer.status, answer.read().decode()
         except urllib.error.HTTPError as error:
             return error.code, error.read().decode()
@@ -146,9 +147,9 @@ def serving(project, place, env, **user):
             stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT,
             start_new_session=True, preexec_fn=as_on_a_terminal, **user)
     try:
-        wait_until(lambda: process.poll() is not None or is_listening(port), log.read_text)
-        assert process.poll() is None, log.read_text()
-        assert f"{Pages(port).address}/servlet?p={project.name}\n" in log.read_text()
+        wait_until(lambda: process.poll() is not None or
+                   f"{Pages(port).address}/servlet" in log.read_text(), log.read_text)
+        assert process.poll() is None and is_listening(port), log.read_text()
         yield Pages(port)
     finally:
         if process.poll() is None:
@@ -170,6 +171,7 @@ def assert_serves(project, place, env, **user):
         pytest.skip("this machine does not permit a mount namespace")
     before = os.path.exists("/phone")
     with serving(project, place, env, **user) as pages:
+        assert f"\n{pages.address}/servlet?p={project.name}\n" in (place / "serve.log").read_text()
         status, page = pages.get("/servlet?p=greeting")
         assert status == 200 and "<h1>Hello, stranger!</h1>" in page
         assert "This is request number 1." in page
@@ -195,17 +197,21 @@ def test_an_unprivileged_user_serves_a_project(built, place, env):
     assert_serves(built, place, env, user=NOBODY, group=NOBODY, extra_groups=[])
 
 
-def test_a_change_is_served_after_a_restart(built, place, env):
+def test_a_change_is_served_at_once(built, place, env):
     if is_refused_a_namespace():
         pytest.skip("this machine does not permit a mount namespace")
     template = built / "www/WEB-INFO/templates/greeting.html"
     stylesheet = built / "www/greeting.css"
-    template.write_text(template.read_text().replace("Hello,", "Welcome,"))
     text = stylesheet.read_text()
-    stylesheet.unlink()
+    log = place / "serve.log"
     with serving(built, place, env) as pages:
-        assert "<h1>Welcome, stranger!</h1>" in pages.get("/servlet?p=greeting")[1]
-        assert pages.get("/greeting.css")[0] == 404
+        assert "<h1>Hello, stranger!</h1>" in pages.get("/servlet?p=greeting")[1]
+        template.write_text(template.read_text().replace("Hello,", "Welcome,"))
+        wait_until(lambda: "<h1>Welcome, stranger!</h1>" in pages.get("/servlet?p=greeting")[1],
+                   log.read_text)
+        stylesheet.unlink()
+        wait_until(lambda: pages.get("/greeting.css")[0] == 404, log.read_text)
+        assert log.read_text().endswith(f"\n{pages.address}/servlet?p=greeting\n")
     stylesheet.write_text(text)
     template.write_text(template.read_text().replace("Welcome,", "Hello,"))
 
@@ -362,26 +368,51 @@ def test_a_system_that_refuses_a_mount_is_reported(other, instead):
             "see DIAGNOSTICS in servlet_serve(1)\n")
 
 
-def test_a_project_that_does_not_build_is_not_served(other, env):
+def test_what_is_wrong_is_shown_in_the_browser_until_it_is_mended(other, place, env):
     if is_refused_a_namespace():
         pytest.skip("this machine does not permit a mount namespace")
-    source = other / "test.cpp"
-    text = source.read_text()
-    source.write_text(f"#error not yet\n{text}")
-    status, printed = outcome("servlet_serve", "-p", free_port(), cwd=other, env=env)
-    source.write_text(text)
-    assert status == 1 and "#error not yet" in printed
+    source, config = other / "test.cpp", other / "www/WEB-INFO/servlet/servlet.xml"
+    text, log = source.read_text(), place / "serve.log"
 
+    def shown(status, words):
+        answer = pages.get("/servlet?p=test", accept="text/html")
+        return answer[0] == status and words in answer[1]
 
-def test_a_project_that_installs_no_configuration_is_reported(other, env):
-    if is_refused_a_namespace():
-        pytest.skip("this machine does not permit a mount namespace")
-    config = other / "www/WEB-INFO/servlet/servlet.xml"
+    source.write_text(f"{text}#error not yet\n")
     config.rename(other / "servlet.xml")
-    status, printed = outcome("servlet_serve", "-p", free_port(), cwd=other, env=env)
-    (other / "servlet.xml").rename(config)
-    assert (status, printed.splitlines()[-1]) == (
-        66, "servlet_serve: the project installs no /phone/www/WEB-INFO/servlet/servlet.xml")
+    with serving(other, place, env) as pages:
+        wait_until(lambda: shown(500, "test.cpp, line "), log.read_text)
+        assert "#error not yet" in log.read_text() and shown(500, "#error not yet</li>")
+        assert pages.get("/servlet?p=test")[0] == 503
+        source.write_text(text)
+        wait_until(lambda: shown(500, "The project installs no /phone/www/WEB-INFO/servlet/servlet.xml"),
+                   log.read_text)
+        (other / "servlet.xml").rename(config)
+        wait_until(lambda: shown(200, "<h1>Hello, stranger!</h1>"), log.read_text)
+
+
+@pytest.mark.parametrize("component, programs", [("runtime", {"sbin/fcgi_host"}), ("phone", set())])
+def test_a_device_gets_no_part_of_the_development_server(component, programs, prefix, tmp_path):
+    """Neither what is installed on a device nor what a project installs for it."""
+    run("cmake", "--install", SOURCE / "build/installed", "--component", component,
+        "--prefix", "/usr", env=dict(os.environ, DESTDIR=str(tmp_path)))
+    assert_no_part_of_the_development_server(tmp_path)
+    assert all((tmp_path / "usr" / program).exists() for program in programs)
+
+
+def test_a_project_installs_no_part_of_the_development_server(built, tmp_path, env):
+    run("cmake", "--install", built / "build", env=dict(env, DESTDIR=str(tmp_path)))
+    assert_no_part_of_the_development_server(tmp_path)
+
+
+def assert_no_part_of_the_development_server(folder):
+    installed = [path for path in folder.rglob("*") if path.is_file()]
+    assert installed
+    for path in installed:
+        contents = path.read_bytes()
+        assert path.suffix != ".py"
+        for mark in (b"/servlet/development", b"development_server", b"reload.js"):
+            assert mark not in contents, path
 
 
 SLOW = """

@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import re
 import shutil
 import signal
 import socket
@@ -18,6 +19,7 @@ from service import Front, accepts_connections, wait_until
 pytestmark = pytest.mark.xdist_group("serve")
 
 BUILDING = 600  # seconds for a first build
+REBUILDING = 120
 BUILD = SOURCE / "build/served"  # of this file alone, so that other tests can run beside it
 TEMPLATE = "www/WEB-INFO/templates/hello.html"  # of examples/hello
 PROJECT = SOURCE / "build/a project"
@@ -75,7 +77,8 @@ class Served:
         self.process = process
         self.front = Front("lighttpd", port)
         self.log_file = log
-        wait_until(self.answers, "serving", BUILDING)
+        wait_until(lambda: self.answers() and f"http://127.0.0.1:{port}/" in self.log, "serving",
+                   BUILDING)
 
     def answers(self):
         assert self.process.poll() is None, self.log
@@ -160,6 +163,13 @@ def test_wrong_usage_is_reported(serve, folder, arguments):
     assert (folder / "serve.log").read_text() == USAGE
 
 
+@pytest.mark.parametrize("option", ["--help", "-h"])
+def test_help_explains_each_option(serve, folder, option):
+    assert serve(option).wait(30) == 0
+    text = (folder / "serve.log").read_text()
+    assert all(f"\n{name} " in text for name in ("--port", "--build", "--plugin", "--help"))
+
+
 def test_a_folder_without_a_project_is_reported(serve, folder):
     assert serve("--plugin", folder / "state").wait(30) == 66
     assert (folder / "serve.log").read_text() == (
@@ -226,36 +236,136 @@ def test_a_changed_source_is_served_by_a_new_daemon_without_a_failed_request(hel
     assert daemon_of(hello.process) != daemon
 
 
+def in_browser(hello):
+    """Returns what a browser shows that goes to the page."""
+    return hello.front.curl("/servlet?p=hello", "--header", "Accept: text/html")
+
+
+def wait_for_problem(hello, *texts):
+    """Waits until a browser is shown a page with each of the texts in order, which is the last one with
+    them in the log, too."""
+    def shown():
+        page = in_browser(hello)
+        return page.status == 500 and re.search(".*".join(map(re.escape, texts)), page.text, re.DOTALL)
+    wait_until(shown, f"a page with {texts}", REBUILDING)
+    assert "serving again" not in hello.log.rpartition("the previous version is still served")[2]
+
+
+def wait_for_page(hello, text):
+    def shown():
+        page = in_browser(hello)
+        return page.status == 200 and text in page.text
+    wait_until(shown, f"the page with {text}", REBUILDING)
+
+
 def test_a_failed_build_leaves_the_previous_version(hello, project):
     daemon = daemon_of(hello.process)
     replace(project / "hello.cpp", "createHelloPage, HelloPage", "createHelloPage, GoodbyePage")
     replace(project / TEMPLATE, "Hello,", "Goodbye,")
     wait_until(lambda: "the previous version is still served" in hello.log, "the failure", BUILDING)
     assert "GoodbyePage" in hello.log
+    # Scripts do not ask for pages.
     assert "Hello, stranger!" in hello.front.curl("/servlet?p=hello").text
     assert daemon_of(hello.process) == daemon
+    wait_for_problem(hello, "The project does not build", "hello.cpp, line ", "GoodbyePage",
+                     '<li aria-current="true">KIT_SERVLET(createHelloPage, GoodbyePage)</li>')
+    assert hello.log.endswith(f"http://127.0.0.1:{hello.front.port}/servlet?p=hello\n")
 
     replace(project / "hello.cpp", "GoodbyePage", "HelloPage")
-    wait_until(lambda: "Goodbye, stranger!" in hello.front.curl("/servlet?p=hello").text,
-               "the repaired source", BUILDING)
+    wait_for_page(hello, "Goodbye, stranger!")
+
+
+def test_what_is_wrong_is_shown_in_the_browser_until_it_is_mended(hello, project):
+    template, config = project / TEMPLATE, project / "www/WEB-INFO/servlet/servlet.xml"
+    wait_for_page(hello, "Hello, stranger!")
+
+    replace(template, "</TMPL_LOOP>", "<b>")
+    wait_for_problem(hello, f"{TEMPLATE}, line 12", "&lt;TMPL_LOOP&gt; is not closed",
+                     "once more.&lt;/p&gt;&lt;b&gt;</li>")
+    replace(template, "<b>", "</TMPL_LOOP>")
+    wait_for_page(hello, "Hello, stranger!")
+
+    # A second mistake takes the place of the first.
+    replace(config, "createHelloPage", "createHeloPage")
+    wait_for_problem(hello, "servlet.xml, line 5", "has no &quot;createHeloPage&quot;")
+    replace(config, "</servlets>", "")
+    wait_for_problem(hello, "servlet.xml, line ", "not well-formed XML")
+    text = config.read_text()
+    config.unlink()
+    wait_for_problem(hello, "The project installs no /phone/www/WEB-INFO/servlet/servlet.xml")
+    config.write_text(text.replace("createHeloPage", "createHelloPage") + "</servlets>\n")
+    wait_for_page(hello, "Hello, stranger!")
+
+
+def test_pages_of_other_names_and_scripts_are_shown_no_source(hello, project):
+    replace(project / TEMPLATE, "</TMPL_LOOP>", "")
+    wait_for_problem(hello, "is not closed")
+    for header in ("Host: phone.example", "Accept: application/json"):
+        page = hello.front.curl("/servlet?p=hello", "--header", header)
+        assert "is not closed" not in page.text
+    foreign = hello.front.curl("/servlet/development/reload.js", "--header", "Host: phone.example")
+    assert foreign.status == 404
+
+
+def test_a_browser_reloads_the_page_after_a_build(hello, project):
+    """The page ends with a script, which waits for an answer that says that something has changed."""
+    page = in_browser(hello).text
+    script, version = re.search(r'<script src="(.*?)" data-version="(.*?)"></script>\n$', page).groups()
+    assert "/servlet/development/changed?since=" in hello.front.curl(script).text
+    waiting = subprocess.Popen(
+        ["curl", "--silent", "--output", os.devnull, "--write-out", "%{http_code}",
+         f"http://127.0.0.1:{hello.front.port}/servlet/development/changed?since={version}"],
+        stdout=subprocess.PIPE, text=True)
+    replace(project / TEMPLATE, "Hello,", "Welcome,")
+    assert waiting.communicate(timeout=BUILDING)[0] == "200"
+    assert "Welcome, stranger!" in in_browser(hello).text
+    assert "reload.js" not in hello.front.curl("/servlet?p=hello").text
+
+
+CRASHES = "        if (request.parameter(\"name\") == \"crash\") {\n            std::abort();\n        }\n"
+
+
+def test_a_daemon_that_ends_is_reported_and_started_again(hello, project):
+    start = "    void answer(kit::Request& request, kit::Response& response) override {\n"
+    replace(project / "hello.cpp", start, start + CRASHES)
+    replace(project / "hello.cpp", "#include <atomic>\n", "#include <atomic>\n#include <cstdlib>\n")
+    wait_until(lambda: "serving again" in hello.log, "the new source", BUILDING)
+    page = hello.front.curl("/servlet?p=hello", "--header", "Accept: text/html", "--data", "name=crash")
+    assert page.status == 500
+    assert "The daemon ended while it served this page" in page.text
+    wait_for_page(hello, "Hello, stranger!")
+    assert "the daemon was ended by SIGABRT, and is started again" in hello.log
 
 
 def test_files_of_editors_and_of_own_builds_are_ignored(hello, project):
-    own_build = project / "out"
-    own_build.mkdir()
-    for path in (project / ".hello.cpp.swp", project / "hello.cpp~", own_build / "CMakeCache.txt"):
-        path.write_text("x")
-    time.sleep(2.5)  # it polls once a second
-    assert "serving again" not in hello.log
-    assert "failed" not in hello.log
+    for folder, name in (("out", "CMakeCache.txt"), ("begun", "CMakeFiles/CMakeOutput.log")):
+        (project / folder / name).parent.mkdir(parents=True)
+        (project / folder / name).write_text("x")
+        (project / folder / "hello.cpp").write_text("x")
+    for name in (".hello.cpp.swp", "hello.cpp~"):
+        (project / name).write_text("x")
+    # What is served with this change came after all these files.
+    replace(project / TEMPLATE, "Hello,", "Welcome,")
+    wait_for_page(hello, "Welcome, stranger!")
+    (project / "out/hello.cpp").write_text("another")
+    (project / "hello.cpp~").write_text("another")
+    time.sleep(0.6)  # it looks five times a second
+    assert hello.log.count("serving again") == 1
+    assert "still served" not in hello.log
 
 
-def test_a_project_that_installs_no_configuration_is_reported(serve, project, folder):
-    (project / "www/WEB-INFO/servlet/servlet.xml").unlink()
-    assert serve("--port", free_port(), "--build", BUILD, "--plugin",
-                 project).wait(BUILDING) == 1
+def test_a_project_that_is_wrong_from_the_start_is_served_once_it_is_mended(serve_and_wait, project):
+    config = project / "www/WEB-INFO/servlet/servlet.xml"
+    text = config.read_text()
+    config.unlink()
+    served = serve_and_wait("--build", BUILD, "--plugin", project)
     assert ("serve: the project installs no /phone/www/WEB-INFO/servlet/servlet.xml; "
-            "see examples/hello/CMakeLists.txt\n") in (folder / "serve.log").read_text()
+            "no page is served before that is solved\n") in served.log
+    page = in_browser(served)
+    assert page.status == 500 and "The project installs no /phone/www" in page.text
+    assert served.front.curl("/servlet?p=hello").status == 503
+    config.write_text(text)
+    wait_for_page(served, "Hello, stranger!")
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Runs lighttpd and the daemon until a signal arrives. Sourced by scripts/serve and servlet_serve.
+# Runs lighttpd and the daemon until a signal arrives. Sourced by scripts/serve for the phone's pages.
 #
 # Export before: DAEMON (the program), DAEMON_PID (the file for its process id), STATE_DIR (a folder
 # whose path is short and contains no blanks) and the other variables of lighttpd-spawn.conf.
