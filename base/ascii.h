@@ -13,6 +13,11 @@ constexpr char asciiLower(char character) {
                                                 : character;
 }
 
+constexpr char asciiUpper(char character) {
+    return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A')
+                                                : character;
+}
+
 constexpr bool isAsciiDigit(char character) {
     return character >= '0' && character <= '9';
 }

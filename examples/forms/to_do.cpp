@@ -102,7 +102,7 @@ private:
     }
 
     std::shared_ptr<ToDoList> listOf(kit::Request& request) {
-        return m_lists.findOrCreate(*request.raw().getSession(true));
+        return m_lists.findOrCreate(request.createSession());
     }
 
     kit::SessionData<ToDoList> m_lists{"toDoList"};

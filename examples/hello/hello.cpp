@@ -47,7 +47,7 @@ class HelloPage final : public kit::Page {
             response.status(422);
             return;
         }
-        m_visitors.findOrCreate(*request.raw().getSession(true))->greetings += *times;
+        m_visitors.findOrCreate(request.createSession())->greetings += *times;
         const std::vector<int> echoes(static_cast<std::size_t>(*times - 1));
         variables.set("greeted", *name).rows("echoes", echoes, [](int) {
             return kit::Variables();
@@ -61,9 +61,9 @@ class HelloPage final : public kit::Page {
 class RequestListener final : public kit::Listener {
     bool admit(kit::Request& request, kit::Response& response) override {
         ++requestCount;
-        const char* method = request.raw().getMethod();
+        const std::string_view method = request.method();
         for (std::string_view known : {"GET", "HEAD", "POST"}) {
-            if (method && method == known) {
+            if (method == known) {
                 return true;
             }
         }

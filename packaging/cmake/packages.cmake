@@ -65,7 +65,7 @@ This package has the daemon, its systemd units and the libraries behind it.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME fcgiserver-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libfcgi-dev, libpugixml-dev")
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libfcgi-dev, libpugixml-dev, nlohmann-json3-dev")
 # Needed to build, test and serve the projects of servlet_new.
 set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "cmake, g++, libgtest-dev, lighttpd, pkg-config, python3")
 set(CPACK_DEBIAN_DEV_DESCRIPTION

@@ -9,6 +9,13 @@ TEST(Ascii, LowersAsciiLettersOnly) {
         EXPECT_EQ(base::asciiLower(other), other);
 }
 
+TEST(Ascii, RaisesAsciiLettersOnly) {
+    EXPECT_EQ(base::asciiUpper('a'), 'A');
+    EXPECT_EQ(base::asciiUpper('z'), 'Z');
+    for (const char other : {'@', '[', '`', '{', '0', '\xE4', '\0'})
+        EXPECT_EQ(base::asciiUpper(other), other);
+}
+
 TEST(Ascii, DistinguishesDigitsAndLettersFromTheirNeighbours) {
     for (const char digit : {'0', '9'})
         EXPECT_TRUE(base::isAsciiDigit(digit));

@@ -49,7 +49,7 @@ TEST(SessionDataDeathTest, MustNotBeNull) {
     kit::SessionData<int> numbers("number");
     EXPECT_DEATH(answerTo(get("/servlet?p=x"),
                           [&](kit::Request& request, kit::Response&) {
-                              numbers.put(*request.raw().getSession(true), nullptr);
+                              numbers.put(request.createSession(), nullptr);
                           }),
                  "`data` must not be null");
 }

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <string>
+
 using namespace kit::testing;
 
 namespace {
@@ -53,6 +56,117 @@ TEST(KitRequest, ReadsTheFormBeforeTheQuery) {
         EXPECT_TRUE(request.isPost());
     });
     lookAt(get("/servlet?p=x"), [](kit::Request& request) { EXPECT_FALSE(request.isPost()); });
+}
+
+TEST(KitRequest, ReturnsTheMethod) {
+    for (const char* method : {"GET", "PATCH", "x"}) {
+        lookAt(Request(method, "/servlet?p=x"),
+               [&](kit::Request& request) { EXPECT_EQ(request.method(), method); });
+    }
+}
+
+TEST(KitRequest, ReturnsHeadersWhateverTheCaseOfTheirNames) {
+    const Request sent = get("/servlet?p=x")
+                             .header("If-None-Match", "\"1\"")
+                             .header("X-Empty", "")
+                             .body("", "text/plain; charset=utf-8");
+    lookAt(sent, [](kit::Request& request) {
+        EXPECT_EQ(request.header("If-None-Match"), "\"1\"");
+        EXPECT_EQ(request.header("if-none-match"), "\"1\"");
+        EXPECT_EQ(request.header("X-Empty"), "");
+        EXPECT_EQ(request.header("Content-Type"), "text/plain; charset=utf-8");
+        EXPECT_EQ(request.header("content-length"), "0");
+        for (const char* none : {"Authorization", "", "If None Match", "If-None-Match=", "X\n"}) {
+            EXPECT_EQ(request.header(none), std::nullopt) << none;
+        }
+    });
+}
+
+TEST(KitRequest, ReturnsTheContentTypeAndLength) {
+    lookAt(post("/servlet?p=x").body("12345", "Text/CSV;charset=utf-8"), [](kit::Request& request) {
+        EXPECT_EQ(request.contentType(), "Text/CSV;charset=utf-8");
+        EXPECT_TRUE(request.hasContentType("text/csv"));
+        EXPECT_FALSE(request.hasContentType("text/cs"));
+        EXPECT_FALSE(request.hasContentType("text"));
+        EXPECT_EQ(request.contentLength(), 5u);
+    });
+    lookAt(post("/servlet?p=x").variable("CONTENT_LENGTH", "-5"), [](kit::Request& request) {
+        EXPECT_EQ(request.contentType(), "");
+        EXPECT_FALSE(request.hasContentType("text/csv"));
+        EXPECT_EQ(request.contentLength(), 0u);
+    });
+}
+
+TEST(KitRequest, ReturnsTheWholeBody) {
+    const std::string bytes = std::string(10000, 'x') + '\0' + "end";
+    const Request sent = post("/servlet?p=x").body(bytes, "text/plain");
+    const auto bodyOf = [](const Request& request, std::size_t maxBytes) {
+        std::optional<kit::Reading<std::string>> body;
+        lookAt(request, [&](kit::Request& seen) { body = seen.body(maxBytes); });
+        return *body;
+    };
+    EXPECT_EQ(*bodyOf(sent, bytes.size()), bytes);
+    EXPECT_EQ(*bodyOf(sent.inPieces(1), 20000), bytes);
+    EXPECT_EQ(*bodyOf(sent.without("CONTENT_LENGTH"), 20000), bytes);
+    EXPECT_EQ(*bodyOf(get("/servlet?p=x"), 0), "");
+    EXPECT_EQ(bodyOf(sent, bytes.size() - 1).problem(), kit::Problem::TooLong);
+    EXPECT_EQ(bodyOf(sent.without("CONTENT_LENGTH"), 5).problem(), kit::Problem::TooLong);
+    EXPECT_EQ(bodyOf(sent.cutOffAfter(9999), 20000).problem(), kit::Problem::Incomplete);
+    EXPECT_EQ(bodyOf(sent.variable("CONTENT_LENGTH", "99999999999"), 20000).problem(),
+              kit::Problem::TooLong);
+}
+
+TEST(KitRequest, ReadsALargeBodyPieceByPiece) {
+    const std::string bytes(100000, 'x');
+    lookAt(post("/servlet?p=x").body(bytes, "text/plain"), [&](kit::Request& request) {
+        kit::BodyReader body = request.bodyReader(bytes.size());
+        std::string read;
+        std::size_t pieces = 0;
+        for (auto piece = body.next(); !piece.empty(); piece = body.next()) {
+            read += piece;
+            ++pieces;
+        }
+        EXPECT_EQ(read, bytes);
+        EXPECT_GT(pieces, 10u);
+        EXPECT_EQ(body.problem(), kit::Problem::None);
+        EXPECT_TRUE(body.next().empty());
+    });
+    lookAt(post("/servlet?p=x").body(bytes, "text/plain").without("CONTENT_LENGTH"),
+           [](kit::Request& request) {
+               kit::BodyReader body = request.bodyReader(50000);
+               std::size_t size = 0;
+               for (auto piece = body.next(); !piece.empty(); piece = body.next()) {
+                   size += piece.size();
+               }
+               EXPECT_LE(size, 50000u);
+               EXPECT_EQ(body.problem(), kit::Problem::TooLong);
+               EXPECT_TRUE(body.next().empty());
+           });
+}
+
+TEST(KitRequest, ReturnsTheClientsLanguage) {
+    const Request sent = get("/servlet?p=x").header("Accept-Language", "fr, de-AT;q=0.8, en;q=0.5");
+    lookAt(sent, [](kit::Request& request) {
+        EXPECT_EQ(request.language({"en", "de"}), "de");
+        EXPECT_EQ(request.language({"zh", "it"}), "zh") << "the first one";
+        request.setLanguage("zh");
+        EXPECT_EQ(request.language({"en", "zh"}), "zh");
+        EXPECT_EQ(request.language({"en", "de"}), "en");
+    });
+    lookAt(get("/servlet?p=x"), [](kit::Request& request) {
+        EXPECT_EQ(request.language({"de", "en"}), "de");
+        request.setLanguage("en");
+        EXPECT_EQ(request.language({"de", "en"}), "en");
+    });
+}
+
+TEST(KitRequest, CreatesASession) {
+    lookAt(get("/servlet?p=x"), [](kit::Request& request) {
+        EXPECT_EQ(request.session(), nullptr);
+        HttpSession& session = request.createSession();
+        EXPECT_EQ(request.session(), &session);
+        EXPECT_EQ(&request.createSession(), &session);
+    });
 }
 
 TEST(KitRequest, DiscardsWhatIsLeftOfABody) {

@@ -52,7 +52,9 @@ TEST(KitResponse, KeepsBrowsersOnHttps) {
 TEST(KitResponse, SetsTheContentType) {
     EXPECT_EQ(answer([](kit::Response& out) { out.html("<p>"); }).header("Content-Type"),
               "text/html; charset=utf-8");
-    EXPECT_EQ(answer([](kit::Response& out) { out.json("{}"); }).header("Content-Type"),
+    EXPECT_EQ(answer([](kit::Response& out) {
+                  out.json({{"a", 1}});
+              }).header("Content-Type"),
               "application/json");
     EXPECT_EQ(answer([](kit::Response& out) { out.send("text/csv", "a"); }).header("Content-Type"),
               "text/csv");

@@ -71,7 +71,7 @@ TEST(SessionData, IsSeparateForEachSession) {
 TEST(SessionData, IsAnAttributeOfTheSession) {
     kit::SessionData<Cart> carts("cart");
     answerTo(get("/servlet?p=x"), [&](kit::Request& request, kit::Response&) {
-        HttpSession& session = *request.raw().getSession(true);
+        HttpSession& session = request.createSession();
         const auto cart = carts.findOrCreate(session);
         EXPECT_EQ(session.getAttribute("cart"), cart.get());
         carts.erase(session);
@@ -143,7 +143,7 @@ TEST(SessionData, SurvivesALongRequest) {
         if (std::exchange(inner, true)) {
             return;
         }
-        const auto cart = carts.findOrCreate(*request.raw().getSession(true));
+        const auto cart = carts.findOrCreate(request.createSession());
         advanceSeconds(1000);
         again->runner.sweep();
         again->browser.send(get("/servlet?p=x")); // another client's request, meanwhile
@@ -159,7 +159,7 @@ TEST(SessionData, SurvivesALongRequest) {
 TEST(SessionData, IsNotPassedOnToALaterSessionWithTheSameId) {
     kit::SessionData<Cart> carts("cart");
     answerTo(get("/servlet?p=x"), [&](kit::Request& request, kit::Response&) {
-        HttpSession& session = *request.raw().getSession(true);
+        HttpSession& session = request.createSession();
         carts.findOrCreate(session)->items = 5;
         // Now the session looks like a later one with the same id.
         session.removeAttribute("cart");
@@ -186,7 +186,7 @@ TEST(SessionData, LivesAsLongAsASharedPointerToIt) {
     {
         kit::SessionData<Cart> carts("cart");
         answerTo(get("/servlet?p=x"), [&](kit::Request& request, kit::Response&) {
-            held = carts.findOrCreate(*request.raw().getSession(true));
+            held = carts.findOrCreate(request.createSession());
         });
     }
     EXPECT_EQ(alive, 1);
@@ -197,7 +197,7 @@ TEST(SessionData, LivesAsLongAsASharedPointerToIt) {
 TEST(SessionData, KeepsTheDataThatWasPutFirst) {
     kit::SessionData<Cart> carts("cart");
     answerTo(get("/servlet?p=x"), [&](kit::Request& request, kit::Response&) {
-        HttpSession& session = *request.raw().getSession(true);
+        HttpSession& session = request.createSession();
         const auto first = carts.put(session, std::make_shared<Cart>());
         EXPECT_EQ(carts.put(session, std::make_shared<Cart>()), first);
     });

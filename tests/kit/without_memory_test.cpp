@@ -1,6 +1,7 @@
 // A container with a plug-in that uses the kit, while memory runs out: each allocation of a request
 // fails in turn, beginning with the first request.
 #include "failing_allocations.h"
+#include "kit/json_body.h"
 #include "servlet_controller.h"
 #include "session_factory.h"
 #include "web_debug.h"
@@ -153,4 +154,13 @@ TEST_F(Service, KeepsASessionThroughARequestWithoutMemory) {
             recorded_log::clear();
         });
     stop();
+}
+
+TEST(ParseJson, PassesOnThatThereIsNoMemory) {
+    const std::string text =
+        R"({"a name that needs memory": ["a text that needs memory, too", {}]})";
+    std::size_t written = 0;
+    failEachAllocation([&] { written = 0; },
+                       [&] { written = (*kit::parseJson(text)).serialized().size(); },
+                       [&](bool refused) { EXPECT_TRUE(refused || written == text.size() - 2); });
 }

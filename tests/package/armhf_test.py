@@ -47,7 +47,7 @@ def test_they_depend_only_on_packages_of_such_a_device(packages):
     compiler = {"libc6", "libgcc-s1", "libstdc++6"}
     assert depends == [
         {"adduser", "libfcgi0ldbl", "libpugixml1v5"} | compiler,
-        {"fcgiserver", "libfcgi-dev", "libpugixml-dev"},
+        {"fcgiserver", "libfcgi-dev", "libpugixml-dev", "nlohmann-json3-dev"},
         {"fcgiserver", "libcrypt1", "libpugixml1v5", "zlib1g"} | compiler]
 
 

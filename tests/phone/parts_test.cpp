@@ -1,7 +1,6 @@
 // Small parts of the pages that the tests of the pages do not cover completely.
 #include "event_log.h"
 #include "firmware.h"
-#include "json.h"
 #include "json_reader.h"
 #include "model/temporary_folder.h"
 #include "page_reader.h"
@@ -18,10 +17,6 @@ using namespace phone;
 
 namespace {
 
-std::string readBack(const std::string& text) {
-    return readJson("[" + jsonString(text) + "]").at("[0]");
-}
-
 std::string image(const std::string& version) {
     std::string bytes;
     writeImage(version, "payload", [&](std::string_view piece) {
@@ -36,48 +31,6 @@ LoggedEvent eventOfText(const std::string& text) {
 }
 
 } // namespace
-
-TEST(JsonString, RoundTripsEveryCharacter) {
-    for (int code = 0; code < 0x80; ++code) {
-        const std::string text(1, static_cast<char>(code));
-        EXPECT_EQ(readBack(text), text) << code;
-    }
-    const std::string others = "\xC2\x80\xC3\xA9\xE2\x80\xA8\xF0\x9F\x93\x9E\xF4\x8F\xBF\xBF";
-    EXPECT_EQ(readBack(others), others);
-}
-
-TEST(JsonString, ReplacesInvalidUtf8) {
-    EXPECT_EQ(readBack("a\xff"
-                       "b"),
-              "a\xEF\xBF\xBD"
-              "b");
-    EXPECT_EQ(readBack("\xC3"), "\xEF\xBF\xBD");
-    EXPECT_EQ(readBack("\xC0\xAF"), "\xEF\xBF\xBD\xEF\xBF\xBD");
-}
-
-TEST(JsonString, EscapesHtmlCharacters) {
-    EXPECT_EQ(jsonString("</script><!--&'\""),
-              "\"\\u003c/script\\u003e\\u003c!--\\u0026\\u0027\\u0022\"");
-}
-
-TEST(JsonObject, KeepsTheOrderOfItsMembers) {
-    EXPECT_EQ(JsonObject().text(), "{}");
-    EXPECT_EQ(JsonObject()
-                  .add("text", "x")
-                  .add("large", UINT64_MAX)
-                  .add("yes", true)
-                  .add("no", false)
-                  .addJson("inner", "[1]")
-                  .text(),
-              "{\"text\":\"x\",\"large\":18446744073709551615,\"yes\":true,\"no\":false,"
-              "\"inner\":[1]}");
-}
-
-TEST(JsonArray, HasOneElementForEachValue) {
-    const auto quoted = [](const std::string& text) { return jsonString(text); };
-    EXPECT_EQ(jsonArray(std::vector<std::string>{}, quoted), "[]");
-    EXPECT_EQ(jsonArray(std::vector<std::string>{"a", "b"}, quoted), "[\"a\",\"b\"]");
-}
 
 TEST(EventLog, KeepsTheNewestAndCountsAll) {
     EventLog log;

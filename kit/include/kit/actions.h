@@ -71,8 +71,7 @@ public:
     // Answers the request by one of the functions of `target`, which must be of the class whose
     // functions were declared.
     void answer(Target& target, Request& request, Response& response, More... more) const {
-        const std::string_view method =
-            request.raw().getMethod() ? request.raw().getMethod() : std::string_view();
+        const std::string_view method = request.method();
         const bool isGet = method == "GET" || method == "HEAD";
         const Action* action = find(request.parameter("q").value_or(""), isGet);
         if (isGet && (action || m_show)) {

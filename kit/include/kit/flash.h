@@ -59,7 +59,7 @@ constexpr std::size_t kMaxFlashBytes = 256;
 //   Threads  any; the message is shown by one of several requests at once.
 inline void setFlash(Request& request, std::string_view message) {
     internal::flashes()
-        .findOrCreate(*request.raw().getSession(true))
+        .findOrCreate(request.createSession())
         ->set(std::string(shortened(message, kMaxFlashBytes)));
 }
 
@@ -69,9 +69,7 @@ inline void setFlash(Request& request, std::string_view message) {
 inline std::string takeFlash(Request& request) {
     HttpSession* session = request.session();
     const auto flash = session ? internal::flashes().find(*session) : nullptr;
-    const char* method = request.raw().getMethod();
-    const bool shows = method && std::string_view(method) != "HEAD";
-    return flash && shows ? flash->take() : std::string();
+    return flash && request.method() != "HEAD" ? flash->take() : std::string();
 }
 
 } // namespace kit

@@ -123,7 +123,7 @@ namespace internal {
 // Returns whether the request is a page that the user opens, for which a link of another site is
 // allowed: a GET in a window or tab, and no event.
 inline bool opensAPage(Request& request) {
-    const std::string_view method = request.raw().getMethod() ? request.raw().getMethod() : "";
+    const std::string_view method = request.method();
     const auto mode = request.variable("HTTP_SEC_FETCH_MODE");
     const auto target = request.variable("HTTP_SEC_FETCH_DEST");
     return (method == "GET" || method == "HEAD") && !eventOf(request) &&

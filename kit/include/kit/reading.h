@@ -25,6 +25,8 @@ enum class Problem {
     TooShort,      // fewer characters than allowed
     TooLong,       // more characters than allowed
     BadCharacters, // a control character, or not UTF-8
+    WrongType,     // JSON of another type
+    Incomplete,    // a body that ended before its announced length
 };
 
 // Returns an English predicate for the problem, such as "is missing". Never null. Pages in several
@@ -49,6 +51,10 @@ inline const char* describe(Problem problem) {
         return "is too long";
     case Problem::BadCharacters:
         return "contains characters that are not allowed";
+    case Problem::WrongType:
+        return "is of the wrong type";
+    case Problem::Incomplete:
+        return "is incomplete";
     }
     return "is wrong";
 }

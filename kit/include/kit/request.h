@@ -4,9 +4,15 @@
 
 #include "HttpRequest.h"
 #include "cgi.h"
+#include "kit/body.h"
+#include "kit/cookie.h"
+#include "kit/language.h"
 #include "kit/reading.h"
 
-#include <cstring>
+#include <algorithm>
+#include <cassert>
+#include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <memory>
 #include <optional>
@@ -73,6 +79,69 @@ public:
         return view(requestVariable ? requestVariable(m_raw, name) : nullptr);
     }
 
+    // Returns the value of a header, whatever the case of its letters is, or nothing if the client
+    // did not send it, the front server does not pass it on, the
+    // container is older than this function, or `name` is no name of a header. Clients can send
+    // anything.
+    std::optional<std::string_view> header(std::string_view name) {
+        if (!internal::isToken(name)) {
+            return std::nullopt;
+        }
+        std::string cgiName; // RFC 3875, section 4.1.18
+        for (char c : name) {
+            cgiName += c == '-' ? '_' : base::asciiUpper(c);
+        }
+        const bool isOfBody = cgiName == "CONTENT_TYPE" || cgiName == "CONTENT_LENGTH";
+        return variable((isOfBody ? cgiName : "HTTP_" + cgiName).c_str());
+    }
+
+    // Returns the method, such as "GET", or an empty text.
+    std::string_view method() { return view(m_raw.getMethod()).value_or(""); }
+
+    // Returns the header Content-Type, or an empty text.
+    std::string_view contentType() { return view(m_raw.getContextType()).value_or(""); }
+    // Returns whether the content type is `type`, such as "application/json", whatever its
+    // parameters are.
+    bool hasContentType(std::string_view type) {
+        std::string_view rest = contentType();
+        return base::equalsIgnoringCase(internal::takeUntil(rest, ';'), type);
+    }
+    // Returns the announced length of the body; 0 if there is no body, or if the client sends
+    // chunks and does not know the length.
+    std::size_t contentLength() {
+        const int length = m_raw.getContentLength();
+        return length > 0 ? static_cast<std::size_t>(length) : 0;
+    }
+
+    // Returns the whole body; or TooLong if it has more than `maxBytes`, or Incomplete if the
+    // client has gone before its end. Call once, and for no form; see BodyReader.
+    Reading<std::string> body(std::size_t maxBytes) {
+        BodyReader reader(m_raw, maxBytes);
+        std::string whole;
+        whole.reserve(std::min(contentLength(), maxBytes));
+        for (auto piece = reader.next(); !piece.empty(); piece = reader.next()) {
+            whole += piece;
+        }
+        return reader.problem() == Problem::None ? Reading<std::string>(std::move(whole))
+                                                 : Reading<std::string>(reader.problem());
+    }
+    // Returns a reader of at most `maxBytes` of the body, for large ones.
+    BodyReader bodyReader(std::uint64_t maxBytes) { return {m_raw, maxBytes}; }
+
+    // Returns the one of `choices` that suits the client best: as setLanguage() says, else as the
+    // browser's settings say; the first one if none does. `choices` must not be empty. The result
+    // is an element of `choices`.
+    std::string_view language(std::initializer_list<std::string_view> choices) {
+        assert(choices.size() > 0 && "`choices` must not be empty");
+        char none = 0;
+        const char* chosen = m_raw.getLocale(&none, 0); // null unless setLanguage() was called
+        const char* accepted = chosen ? chosen : m_raw.getAcceptLanguage();
+        return preferredLanguage(accepted ? accepted : "", choices).value_or(*choices.begin());
+    }
+    // Sets the language of this request, for language() and the template variable "local". Call at
+    // most once per request, best in a listener.
+    void setLanguage(const std::string& language) { m_raw.setLocal(language.c_str()); }
+
     // Returns whether the browser uses HTTPS, as far as the front server says so.
     bool isHttps() {
         const auto https = variable("HTTPS");
@@ -91,7 +160,7 @@ public:
     }
 
     // Returns whether the method is POST. Change data only then: links and prefetching use GET.
-    bool isPost() { return view(m_raw.getMethod()) == "POST"; }
+    bool isPost() { return method() == "POST"; }
 
     // Returns the client's IP address, or an empty text if the front server sends none.
     std::string_view remoteAddress() { return view(m_raw.getRemoteAddr()).value_or(""); }
@@ -100,9 +169,11 @@ public:
     // byte follows the text.
     std::string_view page() { return parameter("p").value_or(""); }
 
-    // Returns the client's session, or null if it has none or the session has expired. Creates
-    // none: call raw().getSession(true) for that.
+    // Returns the client's session, or null if it has none or the session has expired.
     HttpSession* session() { return m_raw.getSession(false); }
+    // Returns the client's session; creates one if it has none, and sends its cookie with the
+    // response: call it before the first byte of the body.
+    HttpSession& createSession() { return *m_raw.getSession(true); }
 
     // Receives what is left of the body and discards it. Call it before you refuse the upload of a
     // user who has signed in: when curl sees the refusal it sends no more, and Apache, which waits

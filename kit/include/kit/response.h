@@ -5,6 +5,7 @@
 #include "HttpResponse.h"
 #include "base/descriptor.h"
 #include "kit/cookie.h"
+#include "kit/json.h"
 #include "kit/request.h"
 #include "kit/variables.h"
 #include "web_debug.h"
@@ -111,10 +112,10 @@ public:
         m_raw.setTemplate(path.c_str(), variables.release());
     }
 
-    // Send `body` unchanged with this content type. Further calls append to it.
+    // Send `body` unchanged, or `value` as JSON. Further calls append to it.
     void text(std::string_view body) { send("text/plain; charset=utf-8", body); }
     void html(std::string_view body) { send("text/html; charset=utf-8", body); }
-    void json(std::string_view body) { send("application/json", body); }
+    void json(const Json& value) { send("application/json", value.serialized()); }
     // Sends `body` unchanged as `contentType`, which must not be null. Refuses a content type with
     // a control character other than a tab, and sends nothing then.
     void send(const char* contentType, std::string_view body) {
