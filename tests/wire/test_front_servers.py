@@ -70,6 +70,26 @@ def variables_of_a_request(listener, front, *options):
     return dict(fastcgi.pairs(params))
 
 
+# The headers in the table of docs/guide/request-headers.md.
+HEADERS = {
+    "Accept-Language": "de", "Authorization": "Bearer 1234", "Cookie": "a=b",
+    "If-Match": '"1"', "If-Modified-Since": "Sun, 22 Nov 2026 17:00:00 GMT", "If-None-Match": '"1"',
+    "Origin": "http://phone", "Range": "bytes=0-9", "Referer": "http://phone/",
+    "Sec-Fetch-Site": "same-origin", "User-Agent": "Browser/1", "X-Token": "abc"}
+
+
+def test_pages_see_the_headers_that_clients_send(start, front):
+    options = [word for name, value in HEADERS.items() for word in ("--header", f"{name}: {value}")]
+    variables = variables_of_a_request(start.shared_socket(), front, *options)
+    passed = {name: variables.get("HTTP_" + name.upper().replace("-", "_")) for name in HEADERS}
+    assert passed == HEADERS
+
+
+def test_a_name_with_an_underscore_is_dropped_except_by_lighttpd(start, front):
+    variables = variables_of_a_request(start.shared_socket(), front, "--header", "X_Token: abc")
+    assert variables.get("HTTP_X_TOKEN") == ("abc" if front.kind == "lighttpd" else None)
+
+
 def test_the_daemon_sees_that_tls_is_used(start, secure):
     front, trust = secure
     assert variables_of_a_request(start.shared_socket(), front, *trust)["HTTPS"] == "on"
