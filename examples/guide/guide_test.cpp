@@ -30,6 +30,8 @@ bool shows(const Response& response, const std::string& text) {
     return response.body.find(text) != std::string::npos;
 }
 
+// The token that the page has given to the browser.
+const std::string kToken(32, 'a');
 const std::string kFolder = testing::TempDir() + "guide_test";
 
 // An upload page that stores its picture in a folder of the test.
@@ -38,9 +40,10 @@ protected:
     UploadedPicture() { std::filesystem::create_directory(kFolder); }
     ~UploadedPicture() override { std::filesystem::remove_all(kFolder); }
 
-    static Request uploading(const std::string& content) {
+    static Request uploading(const std::string& content, const std::string& token = kToken) {
         return withTemplates(post("/servlet?p=upload"))
-            .multipart({file("picture", "holiday.png", content)});
+            .cookie("formToken", kToken)
+            .multipart({field("token", token), file("picture", "holiday.png", content)});
     }
     static std::string stored() {
         std::ifstream picture(kFolder + "/picture.png", std::ios::binary);
@@ -79,6 +82,16 @@ TEST_F(UploadedPicture, IsCheckedFirst) {
         EXPECT_TRUE(shows(response, bad.message)) << response.body;
         EXPECT_EQ(stored(), kPng) << "the earlier picture stays";
         EXPECT_EQ(fileCount(), 1);
+    }
+}
+
+TEST_F(UploadedPicture, IsDiscardedIfAnotherSiteSentIt) {
+    for (const std::string& token : {std::string(), std::string(32, 'b')}) {
+        const Response response = page.serve(uploading(kPng, token));
+        EXPECT_EQ(response.status, 422);
+        EXPECT_TRUE(shows(response, "This form is out of date. Try again."));
+        EXPECT_TRUE(shows(response, "name=\"token\" value=\"" + kToken + "\""));
+        EXPECT_EQ(fileCount(), 0);
     }
 }
 

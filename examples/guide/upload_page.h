@@ -2,6 +2,7 @@
 #ifndef UPLOAD_PAGE_H
 #define UPLOAD_PAGE_H
 
+#include <kit/forms.h>
 #include <kit/plugin.h>
 
 #include <cstdio>
@@ -30,7 +31,9 @@ private:
         }
         std::error_code none;
         const auto bytes = std::filesystem::file_size(m_path, none);
-        variables.set("bytes", none ? 0 : bytes).set("maxMiB", kMaxBytes / 1024 / 1024);
+        variables.set("bytes", none ? 0 : bytes)
+            .set("maxMiB", kMaxBytes / 1024 / 1024)
+            .set("token", kit::formToken(request, response));
         response.show("upload.html", std::move(variables));
     }
 
@@ -63,6 +66,10 @@ private:
         const auto bytes = std::filesystem::file_size(path, unreadable);
         if (!name || unreadable) {
             return "The upload failed: it is incomplete, or there is no room for it.";
+        }
+        // The token is a field of the upload, so it is there once that was received.
+        if (!kit::isFromForm(request)) {
+            return "This form is out of date. Try again.";
         }
         if (bytes == 0) {
             return "Choose a picture first.";
