@@ -1,4 +1,4 @@
-// Flash messages: what one request did, for the next page to say once.
+// Flash messages: what one request did, shown once by the next page.
 //
 //     kit::setFlash(request, "Saved.");
 //     response.seeOther("/servlet?p=notes");
@@ -8,7 +8,7 @@
 //     variables.set("flash", kit::takeFlash(request));
 //
 // The message is kept in the session: unlike one in the address ("&saved=1"), it is not shown again
-// when the page is reloaded, and no link of another site can make the page say it.
+// when the page is reloaded, and no link on another site can make the page show it.
 #ifndef KIT_FLASH_H
 #define KIT_FLASH_H
 
