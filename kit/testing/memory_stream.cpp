@@ -6,8 +6,8 @@
 
 namespace kit::testing {
 
-MemoryInput::MemoryInput(std::string body, std::size_t pieceSize)
-    : m_body(std::move(body)), m_pieceSize(pieceSize) {
+MemoryInput::MemoryInput(std::string body, std::size_t pieceSize, std::function<void()> atEnd)
+    : m_body(std::move(body)), m_pieceSize(pieceSize), m_atEnd(std::move(atEnd)) {
     assert(pieceSize > 0 && "`pieceSize` must not be 0");
     m_stream.isReader = 1;
     m_stream.fillBuffProc = fill;
@@ -27,8 +27,11 @@ void MemoryInput::fill(FCGX_Stream* stream) {
     stream->rdNext = reinterpret_cast<unsigned char*>(self->m_body.data()) + self->m_delivered;
     stream->stop = stream->rdNext + size;
     self->m_delivered += size;
-    if (size == 0)
-        stream->isClosed = 1;
+    if (size > 0)
+        return;
+    stream->isClosed = 1;
+    if (const auto atEnd = std::exchange(self->m_atEnd, nullptr))
+        atEnd();
 }
 
 MemoryOutput::MemoryOutput() {
@@ -55,8 +58,8 @@ void MemoryOutput::empty(FCGX_Stream* stream, int) {
 }
 
 MemoryRequest::MemoryRequest(std::vector<std::string> environment, std::string body,
-                             std::size_t pieceSize)
-    : m_variables(std::move(environment)), m_in(std::move(body), pieceSize) {
+                             std::size_t pieceSize, std::function<void()> atEnd)
+    : m_variables(std::move(environment)), m_in(std::move(body), pieceSize, std::move(atEnd)) {
     for (std::string& variable : m_variables)
         m_environment.push_back(variable.data());
     m_environment.push_back(nullptr);

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstdio>
 #include <stdexcept>
+#include <utility>
 
 namespace kit::testing {
 namespace {
@@ -175,11 +176,18 @@ std::optional<std::string> Request::valueOf(const std::string& variable) const {
     return found != m_variables.end() ? std::optional(found->second) : std::nullopt;
 }
 
+Request Request::onceRead(std::function<void()> action) const {
+    Request changed = *this;
+    changed.m_onceRead = std::move(action);
+    return changed;
+}
+
 MemoryRequest Request::inMemory() const {
     std::vector<std::string> environment;
     for (const auto& [name, value] : m_variables)
         environment.emplace_back(name).append("=").append(value);
-    return MemoryRequest(std::move(environment), m_body.substr(0, m_delivered), m_pieceSize);
+    return MemoryRequest(std::move(environment), m_body.substr(0, m_delivered), m_pieceSize,
+                         m_onceRead);
 }
 
 Request get(const std::string& uri) {

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <new>
 #include <string>
 
@@ -317,6 +319,25 @@ TEST(SignIns, DoNotCountAttemptsThatCouldNotBeChecked) {
         EXPECT_EQ(door.signIn("wrong").status, 403);
     }
     EXPECT_EQ(door.signIn("right").status, 429);
+}
+
+TEST(Tokens, HaveAsManyRandomBitsAsTheyCanHold) {
+    const std::string digits = "0123456789abcdef";
+    std::size_t ever[32] = {};
+    std::size_t always[32] = {};
+    std::fill(std::begin(always), std::end(always), 15);
+    for (int i = 0; i < 100; ++i) {
+        const std::string token = kit::randomToken();
+        ASSERT_EQ(token.size(), 32u);
+        for (std::size_t at = 0; at < token.size(); ++at) {
+            ever[at] |= digits.find(token[at]);
+            always[at] &= digits.find(token[at]);
+        }
+    }
+    for (std::size_t at = 0; at < 32; ++at) {
+        EXPECT_EQ(ever[at], 15u) << "a bit of digit " << at << " is never set";
+        EXPECT_EQ(always[at], 0u) << "a bit of digit " << at << " is always set";
+    }
 }
 
 TEST(Secrets, AreEqualOnlyIfAllCharactersAre) {

@@ -1,9 +1,26 @@
 // Signing in and out.
 #include "phone_test.h"
 
+#include <functional>
+#include <thread>
+#include <utility>
+
 using SignInPage = PhoneFixture;
 using SignOut = SignedInFixture;
 using kit::testing::test_clock::advanceSeconds;
+
+namespace {
+
+std::function<void()> beforeNextToken;
+
+} // namespace
+
+// Called by the plug-in library, see test_phone.cpp.
+extern "C" __attribute__((visibility("default"))) void phoneTestBeforeToken() {
+    if (const auto action = std::exchange(beforeNextToken, nullptr)) {
+        action();
+    }
+}
 
 namespace {
 
@@ -93,6 +110,25 @@ TEST_F(SignInPage, DoesNotLogPasswords) {
         told = told || record.text.find("from 192.0.2.7") != std::string::npos;
     }
     EXPECT_TRUE(told);
+}
+
+// The attack: whoever knows the old password signs in while its owner changes it.
+TEST_F(SignInPage, ChecksAgainThatThePasswordIsTheSame) {
+    Visitor owner(*container, "192.0.2.8");
+    owner.signIn();
+    Visitor ann(*container);
+    ann.page("login&q=loginForm");
+    beforeNextToken = [&] {
+        const Fields change{
+            {"oldPassword", kPassword}, {"newPassword", "12345678"}, {"repeat", "12345678"}};
+        std::thread([&] {
+            EXPECT_EQ(owner.submit("security&q=password", change).status, 303);
+        }).join();
+    };
+    ann.submitSignIn({{"user", "admin"}, {"password", kPassword}});
+    EXPECT_FALSE(beforeNextToken) << "the password was changed while she signed in";
+    EXPECT_EQ(ann.page("status").status, 303);
+    EXPECT_EQ(owner.page("status").status, 200);
 }
 
 TEST_F(SignInPage, DoesNotSignInByGet) {

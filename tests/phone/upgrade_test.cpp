@@ -133,6 +133,23 @@ TEST_F(UpgradePage, IgnoresAnIncompleteUpload) {
     expectNothingLeft();
 }
 
+// The attack: whoever has taken a session over keeps it by uploads that never end.
+TEST_F(UpgradePage, RefusesTheUploadOfAUserWhoSignedOutMeanwhile) {
+    const Request signOut = post("/servlet?p=login&q=logout")
+                                .cookie("JSESSIONID", *me.cookie("JSESSIONID"))
+                                .cookie("signIn", *me.cookie("signIn"))
+                                .form({{"token", me.token()}});
+    const auto signOutElsewhere = [&] {
+        std::thread([&] { EXPECT_EQ(container->serve(signOut).status, 303); }).join();
+    };
+    const Answer answer =
+        me.send(me.uploading("settings-upgrade&q=upload", file("firmware", "a", image("9.8.7")))
+                    .onceRead(signOutElsewhere));
+    EXPECT_EQ(answer.status, 403);
+    EXPECT_FALSE(isInstalled());
+    expectNothingLeft();
+}
+
 TEST_F(UpgradePage, ReportsThatAnImageCannotBeStored) {
     breakTheDisk();
     const Answer answer = upload(image("9.8.7"));

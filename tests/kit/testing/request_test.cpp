@@ -288,6 +288,21 @@ TEST(RequestBody, EndsWhereItIsCutOff) {
     EXPECT_EQ(seenBody(request.cutOffAfter(100)), "text");
 }
 
+TEST(RequestBody, CallsAnActionOnceItIsRead) {
+    int calls = 0;
+    const Request request = post("/").body("text", "text/plain").onceRead([&] { ++calls; });
+    MemoryRequest arriving = request.inPieces(2).inMemory();
+    for (const char expected : {'t', 'e', 'x', 't'}) {
+        EXPECT_EQ(FCGX_GetChar(arriving.get()->in), expected);
+        EXPECT_EQ(calls, 0);
+    }
+    EXPECT_EQ(FCGX_GetChar(arriving.get()->in), EOF);
+    EXPECT_EQ(FCGX_GetChar(arriving.get()->in), EOF);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(seenBody(request), "text");
+    EXPECT_EQ(calls, 2) << "once for each time it is served";
+}
+
 TEST(RequestBody, RejectsAPieceSizeOfZero) {
     EXPECT_THROW((void)post("/").inPieces(0), std::invalid_argument);
 }

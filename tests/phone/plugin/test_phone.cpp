@@ -1,5 +1,5 @@
 // Replaces phone.cpp in the library that the tests open: files where the test wants them, a clock
-// that the test sets, and one more page.
+// that the test sets, a call of the test before each token is made, and one more page.
 #include "phone.h"
 
 #include "kit/clock.h"
@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <sys/types.h>
 
 namespace phone {
 
@@ -30,8 +31,21 @@ class UnguardedPage final : public kit::Page {
 KIT_SERVLET(createUnguardedPage, UnguardedPage)
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the name is the linker's.
-extern "C" int __wrap_clock_gettime(clockid_t, timespec* time) {
+extern "C" {
+int __wrap_clock_gettime(clockid_t, timespec* time) {
     *time = {kit::clockSeconds(), 0};
     return 0;
+}
+
+// Defined by the test program.
+void phoneTestBeforeToken() __attribute__((weak));
+
+ssize_t __real_getrandom(void* bytes, std::size_t size, unsigned flags);
+ssize_t __wrap_getrandom(void* bytes, std::size_t size, unsigned flags) {
+    if (phoneTestBeforeToken != nullptr) {
+        phoneTestBeforeToken();
+    }
+    return __real_getrandom(bytes, size, flags);
+}
 }
 // NOLINTEND(bugprone-reserved-identifier)

@@ -5,6 +5,7 @@
 #include <fcgiapp.h>
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -13,8 +14,10 @@ namespace kit::testing {
 // A request body that arrives in pieces, as libfcgi delivers it.
 class MemoryInput {
 public:
-    // Delivers `body` in pieces of at most `pieceSize` bytes; `pieceSize` must not be 0.
-    explicit MemoryInput(std::string body, std::size_t pieceSize = 8192);
+    // Delivers `body` in pieces of at most `pieceSize` bytes; `pieceSize` must not be 0. Calls
+    // `atEnd`, which may be null, once: when more than the body is read.
+    explicit MemoryInput(std::string body, std::size_t pieceSize = 8192,
+                         std::function<void()> atEnd = nullptr);
     MemoryInput(const MemoryInput&) = delete;
     MemoryInput& operator=(const MemoryInput&) = delete;
 
@@ -29,6 +32,7 @@ private:
     std::string m_body;
     std::size_t m_pieceSize;
     std::size_t m_delivered = 0;
+    std::function<void()> m_atEnd;
     FCGX_Stream m_stream{};
 };
 
@@ -59,10 +63,9 @@ private:
 // One FastCGI request in memory.
 class MemoryRequest {
 public:
-    // `environment` has the CGI variables as "NAME=value". The body arrives in pieces of at most
-    // `pieceSize` bytes; `pieceSize` must not be 0.
+    // `environment` has the CGI variables as "NAME=value". The body arrives as from a MemoryInput.
     explicit MemoryRequest(std::vector<std::string> environment, std::string body = "",
-                           std::size_t pieceSize = 8192);
+                           std::size_t pieceSize = 8192, std::function<void()> atEnd = nullptr);
     MemoryRequest(const MemoryRequest&) = delete;
     MemoryRequest& operator=(const MemoryRequest&) = delete;
 

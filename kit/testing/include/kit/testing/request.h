@@ -9,6 +9,7 @@
 #include <kit/testing/memory_stream.h>
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -67,6 +68,10 @@ public:
     [[nodiscard]] Request inPieces(std::size_t size) const;
     // Ends the body after `size` bytes, as when the client hangs up; CONTENT_LENGTH stays as it is.
     [[nodiscard]] Request cutOffAfter(std::size_t size) const;
+    // Calls `action` once the page has read the whole body, before it learns that there is no more:
+    // for what happens while an upload arrives, such as signing out. The action must serve other
+    // requests on another thread.
+    [[nodiscard]] Request onceRead(std::function<void()> action) const;
 
     // Returns the value of a CGI variable, or nothing if it is not set.
     std::optional<std::string> valueOf(const std::string& variable) const;
@@ -81,6 +86,7 @@ private:
     std::string m_body;
     std::size_t m_pieceSize = 8192;
     std::size_t m_delivered = std::string::npos;
+    std::function<void()> m_onceRead;
 };
 
 // Return a request with this method for `uri`.
