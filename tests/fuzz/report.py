@@ -12,7 +12,7 @@ import re
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-WATCHED = ("QKSTL", "fcgiServer", "platform")
+WATCHED = ("QKSTL", "examples", "fcgiServer", "platform")
 
 
 def number_in(log, name):

@@ -49,13 +49,13 @@ FIRST_TESTS = {"QKHashMap": "replay_hash_map", "MemoryBlock": "replay_hash_map",
                "session_uses": "session_factory_test"}
 
 
-def run(*command, cwd=None):
+def run(*command, cwd=None, memory=8 * GIB):
     """Runs a command with an address space of 8 GiB, since a mutant may allocate without end."""
-    limit = 8 * GIB
     return subprocess.run([str(word) for word in command], check=False, stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, text=True, errors="replace",
                           stdin=subprocess.DEVNULL, cwd=cwd, env=build_environment(),
-                          preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
+                          preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS,
+                                                                (memory, memory)))
 
 
 def build_environment():
@@ -69,10 +69,13 @@ def build_environment():
 class Copy:
     """A copy of the project with a build of its own, in which mutants are compiled and tested."""
 
+    PRESET = "dev"
+    OPTIONS = FAST_BUILD
+
     def __init__(self, folder, passing):
         """`passing` collects the tests that pass without a mutant, for all copies."""
         self.source = folder
-        self.build = folder / "build/dev"
+        self.build = folder / "build" / self.PRESET
         self.passing = passing
         self.built = set()
         names = subprocess.run(["git", "ls-files", "-z"], cwd=ROOT, check=True,
@@ -83,7 +86,8 @@ class Copy:
             if not target.exists() or not filecmp.cmp(ROOT / name, target, shallow=False):
                 target.parent.mkdir(parents=True, exist_ok=True)
                 shutil.copy(ROOT / name, target)
-        self.must_succeed(run("cmake", "--preset", "dev", *FAST_BUILD, cwd=self.source))
+        self.must_succeed(run("cmake", "--preset", self.PRESET, *self.OPTIONS,
+                              cwd=self.source))
 
     @staticmethod
     def must_succeed(done):
