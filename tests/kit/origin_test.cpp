@@ -81,10 +81,27 @@ TEST(HostNames, RefuseThoseOfOthers) {
         EXPECT_FALSE(isServed(kPage.header("Host", host))) << host;
         EXPECT_EQ(served(kPage.header("Host", host)).status, 421) << host;
         ASSERT_FALSE(recorded_log::records().empty());
-        EXPECT_EQ(recorded_log::records()[0],
-                  recorded_log::webDebug("warn", std::string("Refused a request for the unknown "
-                                                             "host name ") +
-                                                     host));
+        EXPECT_EQ(
+            recorded_log::records()[0],
+            recorded_log::webDebug("warn", std::string("Page x: refused a request for the unknown "
+                                                       "host name ") +
+                                               host));
+    }
+}
+
+TEST(OtherSites, AreLoggedWithThePageOrEventThatTheyAskFor) {
+    for (const auto& [uri, subject] :
+         {std::pair("/servlet?p=x", "Page x"), std::pair("/servlet?key=OK", "Event key")}) {
+        recorded_log::clear();
+        EXPECT_EQ(
+            served(
+                get(uri).header("Sec-Fetch-Site", "cross-site").header("Sec-Fetch-Mode", "no-cors"))
+                .status,
+            403);
+        EXPECT_EQ(recorded_log::records(),
+                  std::vector{recorded_log::webDebug(
+                      "warn", std::string(subject) + ": refused a request that another site "
+                                                     "caused")});
     }
 }
 

@@ -92,7 +92,8 @@ TEST(KitPlugin, EndsARequestWhoseListenerThrows) {
     Browser browser(container);
     recorded_log::clear();
     EXPECT_EQ(browser.send(get("/servlet?p=greeting&word=%3F")).status, 500);
-    EXPECT_EQ(pluginLog(), std::vector<std::string>{"A listener failed: what"});
+    EXPECT_EQ(pluginLog(),
+              std::vector<std::string>{"Page greeting: listener createDoorkeeper failed: what"});
 }
 
 TEST(KitPlugin, LogsAPageThatCannotBeCreated) {
@@ -119,7 +120,8 @@ TEST(KitPlugin, LogsADropThatThrows) {
     browser.send(get(page("contacts-preview") + "&undroppable=1"));
     recorded_log::clear();
     EXPECT_EQ(browser.send(get(page("greeting"))).status, 200);
-    EXPECT_EQ(pluginLog(), std::vector<std::string>{"A page's drop() failed: still needed"});
+    EXPECT_EQ(pluginLog(), std::vector<std::string>{
+                               "drop() of the page of createGreetingPage failed: still needed"});
     browser.send(get(page("contacts-preview")));
 }
 
@@ -134,9 +136,10 @@ TEST(KitPlugin, LogsAnErrorPageThatCannotBeSent) {
     BrokenResponse response(fastCgi.get());
     HttpRequestImpl request(fastCgi.get(), &sessions, &response);
     recorded_log::clear();
-    kit::internal::ServletHandle(failing).service(&request, &response);
-    EXPECT_EQ(pluginLog(), (std::vector<std::string>{"Page lines failed: no",
-                                                     "Sending the error page failed: broken"}));
+    kit::internal::ServletHandle(failing, "createLinesPage").service(&request, &response);
+    EXPECT_EQ(pluginLog(),
+              (std::vector<std::string>{"Page lines failed: no",
+                                        "Page lines: sending the error page failed: broken"}));
 }
 
 TEST(KitPlugin, ExportsOnlyItsCreationFunctionsUnderTheirPlainNames) {

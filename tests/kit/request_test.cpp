@@ -203,6 +203,6 @@ TEST(KitRequest, HasAnEmptyAddressIfTheFrontServerSendsNone) {
         EXPECT_EQ(request.remoteAddress(), "");
         EXPECT_EQ(request.page(), "");
     });
-    kit::internal::ServletHandle servlet(page);
+    kit::internal::ServletHandle servlet(page, "createPage");
     ServletRunner(servlet).serve(get("/servlet").without("REMOTE_ADDR"));
 }

@@ -130,19 +130,26 @@ inline bool opensAPage(Request& request) {
            mode.value_or("navigate") == "navigate" && target.value_or("document") == "document";
 }
 
+// Returns the event or page that the request is for, as log lines name it.
+inline std::string subjectOf(Request& request) {
+    const auto event = eventOf(request);
+    return event ? "Event " + std::string(event->name) : "Page " + std::string(request.page());
+}
+
 // Returns whether the request must not be served because of its host name or its origin. If so, the
 // refusal has been sent.
 inline bool isRefused(Request& request, Response& response) {
     const auto host = request.variable("HTTP_HOST");
     if (host && !HostNames::contain(hostName(*host))) {
-        WebDebug::getInstance()->warn("Refused a request for the unknown host name %s",
-                                      std::string(*host).c_str());
+        WebDebug::getInstance()->warn("%s: refused a request for the unknown host name %s",
+                                      subjectOf(request).c_str(), std::string(*host).c_str());
         response.status(421).text("This device does not answer to this name. "
                                   "Use its IP address, or add the name to its settings.\n");
         return true;
     }
     if (isFromOtherSite(request) && !opensAPage(request)) {
-        WebDebug::getInstance()->warn("Refused a request that another site caused");
+        WebDebug::getInstance()->warn("%s: refused a request that another site caused",
+                                      subjectOf(request).c_str());
         response.status(403).text("Refused, because another site caused this request.\n");
         return true;
     }

@@ -103,10 +103,11 @@ bool runLogged(Work work, LogFailure logFailure) {
 }
 
 // Answers with status 500 instead of a response that failed; logs if that fails too.
-inline void sendErrorPage(Response& response) {
+inline void sendErrorPage(Request& request, Response& response) {
     runLogged([&] { response.fail(); },
-              [](const char* reason) {
-                  WebDebug::getInstance()->error("Sending the error page failed: %s", reason);
+              [&](const char* reason) {
+                  WebDebug::getInstance()->error("Page %s: sending the error page failed: %s",
+                                                 request.page().data(), reason);
               });
 }
 
@@ -114,14 +115,16 @@ inline void sendErrorPage(Response& response) {
 // it owns nothing.
 class ServletHandle final : public HttpServlet {
 public:
-    explicit ServletHandle(Page& page) : m_page(page) {}
+    // `function` is the name of its creation function, for the log, and must outlive this object.
+    ServletHandle(Page& page, const char* function) : m_page(page), m_function(function) {}
 
     void init() override {}
 
     void destroy() override {
         runLogged([this] { m_page.drop(); },
-                  [](const char* reason) {
-                      WebDebug::getInstance()->error("A page's drop() failed: %s", reason);
+                  [this](const char* reason) {
+                      WebDebug::getInstance()->error("drop() of the page of %s failed: %s",
+                                                     m_function, reason);
                   });
     }
 
@@ -142,17 +145,20 @@ public:
                 WebDebug::getInstance()->error("Page %s failed: %s", request.page().data(), reason);
             });
         if (!answered) {
-            sendErrorPage(response);
+            sendErrorPage(request, response);
         }
     }
 
 private:
     Page& m_page;
+    const char* const m_function;
 };
 
 class ListenerHandle final : public HttpListener {
 public:
-    explicit ListenerHandle(std::unique_ptr<Listener> listener) : m_listener(std::move(listener)) {}
+    // `function` is the name of its creation function, for the log, and must outlive this object.
+    ListenerHandle(std::unique_ptr<Listener> listener, const char* function)
+        : m_listener(std::move(listener)), m_function(function) {}
 
     void init() override {}
 
@@ -168,17 +174,19 @@ public:
                 SessionTable::refreshAll(*rawRequest);
                 admitted = m_listener->admit(request, response);
             },
-            [](const char* reason) {
-                WebDebug::getInstance()->error("A listener failed: %s", reason);
+            [&](const char* reason) {
+                WebDebug::getInstance()->error("Page %s: listener %s failed: %s",
+                                               request.page().data(), m_function, reason);
             });
         if (!completed) {
-            sendErrorPage(response);
+            sendErrorPage(request, response);
         }
         return completed && admitted;
     }
 
 private:
     const std::unique_ptr<Listener> m_listener;
+    const char* const m_function;
 };
 
 // Returns what `create` returns, or null, which the container takes for a failed creation, if it
@@ -197,18 +205,20 @@ auto createOrNull(const char* function, Create create) -> decltype(create()) {
 
 // Returns a servlet that answers with `page`, which must not be null. The page lives until the
 // library is unloaded. The servlet is the caller's, as a creation function returns it to the
-// container: free its storage with the global operator delete.
-inline HttpServlet* newServlet(std::unique_ptr<Page> page) {
+// container: free its storage with the global operator delete. `function` is the name of that
+// creation function, for the log; it must live until the library is unloaded.
+inline HttpServlet* newServlet(std::unique_ptr<Page> page, const char* function = "newServlet") {
     assert(page && "`page` must not be null");
-    return new internal::ServletHandle(*internal::keepUntilUnload(std::move(page)));
+    return new internal::ServletHandle(*internal::keepUntilUnload(std::move(page)), function);
 }
 
 // Returns a listener that asks `listener`, which must not be null. Both live until the library is
-// unloaded; never free the result.
-inline HttpListener* newListener(std::unique_ptr<Listener> listener) {
+// unloaded; never free the result. `function` is as for newServlet().
+inline HttpListener* newListener(std::unique_ptr<Listener> listener,
+                                 const char* function = "newListener") {
     assert(listener && "`listener` must not be null");
     return internal::keepUntilUnload(
-        std::make_unique<internal::ListenerHandle>(std::move(listener)));
+        std::make_unique<internal::ListenerHandle>(std::move(listener), function));
 }
 
 } // namespace kit
@@ -221,7 +231,7 @@ inline HttpListener* newListener(std::unique_ptr<Listener> listener) {
 #define KIT_SERVLET(function, ...)                                                                 \
     extern "C" __attribute__((visibility("default"))) HttpServlet* function() {                    \
         return kit::internal::createOrNull(#function, [] {                                         \
-            return kit::newServlet(std::unique_ptr<kit::Page>(new __VA_ARGS__));                   \
+            return kit::newServlet(std::unique_ptr<kit::Page>(new __VA_ARGS__), #function);        \
         });                                                                                        \
     }
 
@@ -229,7 +239,7 @@ inline HttpListener* newListener(std::unique_ptr<Listener> listener) {
 #define KIT_LISTENER(function, ...)                                                                \
     extern "C" __attribute__((visibility("default"))) HttpListener* function() {                   \
         return kit::internal::createOrNull(#function, [] {                                         \
-            return kit::newListener(std::unique_ptr<kit::Listener>(new __VA_ARGS__));              \
+            return kit::newListener(std::unique_ptr<kit::Listener>(new __VA_ARGS__), #function);   \
         });                                                                                        \
     }
 
