@@ -123,7 +123,7 @@ TEST(KitResponse, LogsThePageAndWhatItRefused) {
     std::vector<LogRecord> expected;
     for (const char* refused : {
              "header X Y (control character or bad name)",
-             "cookie lang (bad character, or the second cookie)",
+             "cookie lang (bad character or attributes, or too many)",
              "redirect to http://elsewhere/ (no path on this device, or control character)",
              "content type text/x\n (control character)",
              "download a b (bad file name or content type)",
@@ -180,6 +180,15 @@ TEST(KitResponse, SetsACookieWithItsAttributes) {
     cookie.secure = true;
     cookie.sameSite = kit::Cookie::SameSite::Strict;
     EXPECT_EQ(cookieSet(cookie), "lang=de; Path=/servlet; Max-Age=60; Secure; SameSite=Strict");
+    cookie.domain = "phone.example";
+    cookie.expires = 784111777;
+    EXPECT_EQ(cookieSet(cookie), "lang=de; Path=/servlet; Max-Age=60; Expires=Sun, 06 Nov 1994 "
+                                 "08:49:37 GMT; Domain=phone.example; Secure; SameSite=Strict");
+    cookie.sameSite = kit::Cookie::SameSite::None;
+    cookie.domain = "";
+    cookie.expires.reset();
+    EXPECT_EQ(cookieSet(cookie), "lang=de; Path=/servlet; Max-Age=60; Secure; SameSite=None");
+    cookie.sameSite = kit::Cookie::SameSite::Strict;
     cookie.value = "";
     cookie.maxAge = 0;
     EXPECT_EQ(cookieSet(cookie), "lang=; Path=/servlet; Max-Age=0; Secure; SameSite=Strict");
@@ -200,6 +209,8 @@ TEST(KitResponse, RefusesACookieWithBadCharacters) {
         {"a", "b", "/;x"},
         {"a", "b", "/\r\n"},
         {"a", std::string("b\0", 2)},
+        {"a", "b", "/", {}, true, false, kit::Cookie::SameSite::Lax, "phone;x"},
+        {"a", "b", "/", {}, true, false, kit::Cookie::SameSite::Lax, "phone\r\n"},
     };
     for (const kit::Cookie& cookie : kWrong) {
         const Response response = answer([&](kit::Response& out) {
@@ -210,24 +221,67 @@ TEST(KitResponse, RefusesACookieWithBadCharacters) {
     }
 }
 
-TEST(KitResponse, SendsOneCookieAndRefusesTheSecond) {
-    const Response response = answer([](kit::Response& out) {
-        EXPECT_TRUE(out.cookie({"a", "1"}));
-        EXPECT_FALSE(out.cookie({"b", "2"}));
-        out.text("a");
-    });
-    ASSERT_EQ(response.cookies().size(), 1u);
-    EXPECT_EQ(response.cookies()[0].name, "a");
+// RFC 6265bis, section 5.7: browsers ignore such cookies, so a page that sets one has a mistake.
+TEST(KitResponse, RefusesACookieThatBrowsersReject) {
+    kit::Cookie cookie{"a", "b"};
+    cookie.sameSite = kit::Cookie::SameSite::None;
+    EXPECT_FALSE(kit::setCookieText(cookie)) << "not secure";
+    cookie = {"__Secure-a", "b"};
+    EXPECT_FALSE(kit::setCookieText(cookie));
+    cookie.secure = true;
+    EXPECT_TRUE(kit::setCookieText(cookie));
+    cookie.name = "__host-a";
+    EXPECT_TRUE(kit::setCookieText(cookie));
+    cookie.path = "/servlet";
+    EXPECT_FALSE(kit::setCookieText(cookie));
+    cookie.path = "/";
+    cookie.domain = "phone.example";
+    EXPECT_FALSE(kit::setCookieText(cookie));
+    cookie = {"a", "b"};
+    cookie.expires = -62135596801; // in the year 0
+    EXPECT_FALSE(kit::setCookieText(cookie));
 }
 
-TEST(KitResponse, KeepsTheSessionsCookie) {
+TEST(KitResponse, SetsSeveralCookies) {
+    const Response response = answer([](kit::Response& out) {
+        EXPECT_TRUE(out.cookie({"a", "1"}));
+        EXPECT_TRUE(out.cookie({"b", "2"}));
+        EXPECT_TRUE(out.cookie({"a", "3"})) << "another value";
+        out.text("a");
+    });
+    ASSERT_EQ(response.cookies().size(), 2u);
+    EXPECT_EQ(response.cookie("a")->value, "3");
+    EXPECT_EQ(response.cookie("b")->value, "2");
+}
+
+TEST(KitResponse, SetsTwentyCookiesAndNoMore) {
+    const Response response = answer([](kit::Response& out) {
+        for (int number = 0; number < 20; ++number) {
+            EXPECT_TRUE(out.cookie({"c" + std::to_string(number), "1"})) << number;
+        }
+        EXPECT_FALSE(out.cookie({"one-more", "1"}));
+        EXPECT_TRUE(out.cookie({"c0", "2"})) << "in the place of another";
+        out.text("a");
+    });
+    EXPECT_EQ(response.cookies().size(), 20u);
+    EXPECT_FALSE(response.cookie("one-more"));
+    EXPECT_EQ(response.cookie("c0")->value, "2");
+}
+
+TEST(KitResponse, KeepsTheCookiesOfListenersAndOfTheSession) {
     const Response response =
         answerTo(get("/servlet?p=x"), [](kit::Request& request, kit::Response& out) {
+            EXPECT_TRUE(kit::Response(out.raw(), request).cookie({"listener", "1"}));
+            EXPECT_TRUE(out.cookie({"before", "1"}));
             request.raw().getSession(true);
-            EXPECT_FALSE(out.cookie({"a", "1"}));
+            EXPECT_TRUE(out.cookie({"after", "1"}));
             out.text("a");
         });
-    EXPECT_TRUE(response.cookie("JSESSIONID").has_value());
+    EXPECT_EQ(response.cookies().size(), 4u);
+    for (const char* name : {"listener", "before", "JSESSIONID", "after"}) {
+        EXPECT_TRUE(response.cookie(name)) << name;
+    }
+    EXPECT_EQ(response.cookie("JSESSIONID")->attributes.size(), 0u) << "the container's own";
 }
 
 TEST(KitResponse, OffersAFileForDownload) {
@@ -303,4 +357,41 @@ TEST(KitResponse, SendsAPlainErrorPage) {
     });
     EXPECT_EQ(late.status, 200);
     EXPECT_EQ(late.body, "begunsent");
+}
+
+TEST(KitResponse, IsNotSentAgainToABrowserThatHasIt) {
+    const auto page = [](kit::Request&, kit::Response& out) {
+        if (!out.notModified("v1")) {
+            out.text("new");
+        }
+    };
+    const Response first = answerTo(get("/servlet?p=x"), page);
+    EXPECT_EQ(first.body, "new");
+    EXPECT_EQ(first.header("ETag"), "W/\"v1\"");
+    EXPECT_EQ(first.header("Cache-Control"), "private, no-cache");
+    const Response again = answerTo(get("/servlet?p=x").header("If-None-Match", "W/\"v1\""), page);
+    EXPECT_EQ(again.status, 304);
+    EXPECT_EQ(again.body, "");
+    EXPECT_EQ(again.header("ETag"), "W/\"v1\"");
+    EXPECT_EQ(again.header("Content-Type"), std::nullopt);
+    EXPECT_EQ(answerTo(get("/servlet?p=x").header("If-None-Match", "W/\"v0\""), page).body, "new");
+    EXPECT_EQ(answerTo(get("/servlet?p=x").header("If-Match", "\"v1\""), page).status, 412);
+    const Response posted =
+        answerTo(post("/servlet?p=x").header("If-None-Match", "W/\"v1\""), page);
+    EXPECT_EQ(posted.body, "new");
+    EXPECT_EQ(posted.header("Cache-Control"), "no-store");
+}
+
+TEST(KitResponse, RefusesAVersionWithBadCharacters) {
+    for (const std::string version : {"a b", "a\"b", "a\r\nb", "\xC3\xA9"}) {
+        recorded_log::clear();
+        const Response response = answer([&](kit::Response& out) {
+            EXPECT_FALSE(out.notModified(version));
+            out.text("a");
+        });
+        EXPECT_EQ(response.header("ETag"), std::nullopt) << version;
+        EXPECT_EQ(recorded_log::records(),
+                  std::vector{recorded_log::webDebug("error", "Page x: refused version " + version +
+                                                                  " (bad character)")});
+    }
 }

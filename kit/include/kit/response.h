@@ -4,6 +4,7 @@
 
 #include "HttpResponse.h"
 #include "base/descriptor.h"
+#include "kit/conditional.h"
 #include "kit/cookie.h"
 #include "kit/json.h"
 #include "kit/request.h"
@@ -12,21 +13,48 @@
 
 #include <cassert>
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <fcntl.h>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace kit {
+
+// The body of a response that is sent in pieces, in memory that does not grow with it. The pieces
+// reach the front server 8 KiB at a time, which may collect them before it sends them on.
+//   Lifetime  as long as the response, which Response::stream() has made it from.
+class Stream {
+public:
+    // Both must outlive this object.
+    Stream(HttpResponse& raw, Request& request)
+        : m_raw(raw), m_isRead(internal::methodOf(request) != "HEAD") {}
+
+    // Sends the piece unchanged. Returns false once nobody reads any more, because the client has
+    // gone or has asked for the headers only: make no further pieces then.
+    bool write(std::string_view piece) {
+        const auto size = static_cast<unsigned int>(piece.size());
+        m_isRead = m_isRead && m_raw.write(piece.data(), 1, size) == size;
+        return m_isRead;
+    }
+
+private:
+    HttpResponse& m_raw;
+    bool m_isRead;
+};
 
 // The response that a page or a listener writes. Every response has these headers unless header()
 // sets others before the body: a content type, no caching, a content security policy that allows
 // only the device's own scripts (against XSS) and no framing (against clickjacking), no MIME
 // sniffing, no Referer for other sites, and over HTTPS no return to HTTP for a year (HSTS).
-//   Order    set status, headers and cookie first: after the first byte of the body has been sent,
+//   Order    set status, headers and cookies first: after the first byte of the body has been sent,
 //            setting them has no effect.
-//   Errors   header(), cookie(), seeOther() and download() return false if they refuse an argument;
-//            send() returns nothing. Each of them then logs what it refused and changes nothing.
+//   Errors   header(), cookie(), seeOther(), download(), attachment() and notModified() return
+//            false if they refuse an argument; send() returns nothing. Each of them then logs what
+//            it refused and changes nothing.
 //   Threads  one: the thread that serves the request.
 class Response {
 public:
@@ -57,20 +85,20 @@ public:
         return true;
     }
 
-    // Sets a cookie, which is Secure over HTTPS in any case. Refuses one with characters that
-    // setCookieText() does not allow, and a second one: a response has room for one, and the cookie
-    // of a new session is one.
+    // Sets a cookie, which is Secure over HTTPS in any case; another one of the same name replaces
+    // it. Refuses one for which setCookieText() returns nothing, and more than 20.
     bool cookie(const Cookie& cookie) {
         Cookie safe = cookie;
         safe.secure = cookie.secure || m_request.isHttps();
         const auto text = setCookieText(safe);
-        if (!text || m_raw.containsHeader("Set-Cookie")) {
+        const std::string header = text ? cookieHeader(cookie.name) : "";
+        if (header.empty()) {
             WebDebug::getInstance()->error(
-                "Page %s: refused cookie %s (bad character, or the second cookie)",
+                "Page %s: refused cookie %s (bad character or attributes, or too many)",
                 m_request.page().data(), cookie.name.c_str());
             return false;
         }
-        m_raw.setHeader("Set-Cookie", text->c_str());
+        m_raw.setHeader(header.c_str(), text->c_str());
         return true;
     }
 
@@ -129,21 +157,78 @@ public:
         m_raw.write(body.data(), 1, static_cast<unsigned int>(body.size()));
     }
 
-    // Sends `body` as a download that the browser saves as `fileName`. Refuses a file name that is
-    // empty or has anything but ASCII letters, digits, "-", "_" and ".", and a content type that
-    // send() refuses. `contentType` must not be null.
+    // Sends `body` as a download that the browser saves as `fileName`. Refuses a file name that
+    // attachment() refuses, and a content type that send() refuses. `contentType` must not be null.
     bool download(const std::string& fileName, const char* contentType, std::string_view body) {
         assert(contentType && "`contentType` must not be null");
-        if (fileName.empty() || fileName.find_first_not_of(kFileNameCharacters) != fileName.npos ||
-            !isHeaderValue(contentType)) {
+        if (!isFileName(fileName) || !isHeaderValue(contentType)) {
             WebDebug::getInstance()->error(
                 "Page %s: refused download %s (bad file name or content type)",
                 m_request.page().data(), fileName.c_str());
             return false;
         }
-        m_raw.setHeader("Content-Disposition", ("attachment; filename=" + fileName).c_str());
+        attachment(fileName);
         send(contentType, body);
         return true;
+    }
+
+    // Lets the browser save the answer as `fileName` instead of showing it. Refuses a file name
+    // that is empty or has anything but ASCII letters, digits, "-", "_" and ".".
+    bool attachment(const std::string& fileName) {
+        if (!isFileName(fileName)) {
+            WebDebug::getInstance()->error("Page %s: refused the file name %s",
+                                           m_request.page().data(), fileName.c_str());
+            return false;
+        }
+        m_raw.setHeader("Content-Disposition", ("attachment; filename=" + fileName).c_str());
+        return true;
+    }
+
+    // Begins a body of any size, which is sent in pieces, with this content type; see Stream.
+    // `contentType` is as for send().
+    Stream stream(const char* contentType) {
+        send(contentType, "");
+        return {m_raw, m_request};
+    }
+
+    // Answers with the file: with its length, an ETag and a date, with status 304 if the browser
+    // has it already, and with the part that a Range header asks for (one part; several are
+    // answered with the whole file). The file is read piece by piece, so it may be larger than the
+    // memory. Browsers keep the answer and ask each time whether it is still valid, unless header()
+    // has set Cache-Control.
+    //   Result    false if there is no such file, or if it is a folder, a device or a pipe: the
+    //             status is 404 then, and the page sends the text. True in all other cases, also if
+    //             the file cannot be read (logged, status 500).
+    //   Type      contentTypeOf() `path`, unless header() has set Content-Type. Scripts in HTML,
+    //             SVG and XML do not run, unless header() has set Content-Security-Policy.
+    //   Security  `path` must not contain anything that a client sent: see fileFrom().
+    //   Limits    32-bit plug-ins need -D_FILE_OFFSET_BITS=64 for a file of 2 GiB or more. Replace
+    //             a file by renaming another: one that becomes shorter while it is sent is cut off.
+    bool file(const std::string& path);
+
+    // Answers like file() with the file `name` below `folder`, where `name` may come from a client.
+    // Also returns false, with status 404, for a name that leads out of the folder: an absolute
+    // one, one with a part that is empty or begins with a dot (logged), and one with a symbolic
+    // link.
+    bool fileFrom(const std::string& folder, std::string_view name);
+
+    // Returns whether the browser already has this version of the page: then the answer has been
+    // sent (status 304, or 412 if the request has an If-Match that fails), and the page has nothing
+    // more to do. Otherwise the browser keeps the answer that the page now sends, and shows it
+    // again after it has asked whether it is still valid. `version` changes whenever the answer
+    // does: printable ASCII without blanks and quotes; refuses others. For GET and HEAD only;
+    // changes nothing for other methods.
+    //     if (!response.notModified(std::to_string(list.changes()))) { response.show(…); }
+    bool notModified(std::string_view version) {
+        if (!internal::isReading(m_request)) {
+            return false;
+        }
+        if (!internal::isCookieText(version, ",;\\")) {
+            WebDebug::getInstance()->error("Page %s: refused version %s (bad character)",
+                                           m_request.page().data(), std::string(version).c_str());
+            return false;
+        }
+        return isAnsweredBy({"W/\"" + std::string(version) + '"'});
     }
 
     // Answers with status 500 and a line of text, instead of a template that was to be shown. Does
@@ -161,6 +246,10 @@ private:
     static constexpr const char* kFileNameCharacters =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.";
 
+    static bool isFileName(const std::string& name) {
+        return !name.empty() && name.find_first_not_of(kFileNameCharacters) == name.npos;
+    }
+
     static bool isHeaderValue(std::string_view value) {
         for (char c : value) {
             const auto byte = static_cast<unsigned char>(c);
@@ -170,6 +259,55 @@ private:
         }
         return true;
     }
+
+    // Returns the spelling of Set-Cookie for the cookie `name`, or an empty text if there is none
+    // left. The container keeps one value for each spelling of a header's name, and letter case
+    // means nothing to front servers and browsers (RFC 9110, section 5.1). "Set-Cookie" itself is
+    // left to the session's cookie, which the container appends to what it finds there.
+    std::string cookieHeader(const std::string& name) {
+        constexpr unsigned int kSpellings = 21;
+        constexpr std::string_view kContainers = "Set-Cookie";
+        for (const auto& [known, header] : m_cookies) {
+            if (known == name) {
+                return header;
+            }
+        }
+        for (unsigned int spelling = 0; spelling < kSpellings; ++spelling) {
+            std::string header = "set-cookie";
+            for (unsigned int letter = 0; spelling >> letter != 0; ++letter) {
+                char& place = header[letter < 3 ? letter : letter + 1]; // not the "-"
+                place =
+                    (spelling >> letter & 1U) != 0 ? static_cast<char>(place - 'a' + 'A') : place;
+            }
+            if (header != kContainers && !m_raw.containsHeader(header.c_str())) {
+                m_cookies.emplace_back(name, header);
+                return header;
+            }
+        }
+        return "";
+    }
+
+    // Sends the answer of a conditional request, if that is all that the browser needs, and returns
+    // whether it has.
+    bool isAnsweredBy(const internal::Validators& validators) {
+        m_raw.setHeader("ETag", validators.entityTag.c_str());
+        if (validators.lastModified) {
+            m_raw.setHeader("Last-Modified", httpDate(*validators.lastModified).c_str());
+        }
+        setDefault("Cache-Control", "private, no-cache");
+        const internal::Condition condition = internal::conditionOf(m_request, validators);
+        if (condition == internal::Condition::Met) {
+            return false;
+        }
+        status(condition == internal::Condition::NotModified ? 304 : 412);
+        return true;
+    }
+
+    bool isNoFile();
+    bool sendFile(const base::Descriptor& file, const std::string& path);
+    void sendPart(const base::Descriptor& file, const std::string& path,
+                  const internal::Validators& validators, std::uint64_t size);
+    void copyBody(const base::Descriptor& file, const std::string& path, internal::ByteRange part);
 
     void setDefault(const char* name, const char* value) {
         if (!m_raw.containsHeader(name)) {
@@ -194,8 +332,12 @@ private:
 
     HttpResponse& m_raw;
     Request& m_request;
+    std::vector<std::pair<std::string, std::string>> m_cookies; // names, spellings of Set-Cookie
 };
 
 } // namespace kit
+
+// Defines file() and fileFrom().
+#include "kit/files.h"
 
 #endif

@@ -176,11 +176,10 @@ private:
         Cookie session{"JSESSIONID", id};
         Cookie keyCookie{m_keyCookie, key};
         keyCookie.sameSite = Cookie::SameSite::Strict;
-        session.secure = keyCookie.secure = request.isHttps();
-        // The container keeps one value for each spelling of a header's name, and the letter case
-        // of the name means nothing to front servers and browsers (RFC 9110, section 5.1).
+        session.secure = request.isHttps();
+        // In the place of the container's own cookie, which has no attributes.
         response.raw().setHeader("Set-Cookie", setCookieText(session).value_or("").c_str());
-        response.raw().setHeader("set-cookie", setCookieText(keyCookie).value_or("").c_str());
+        response.cookie(keyCookie);
     }
 
     const std::string m_keyCookie;
