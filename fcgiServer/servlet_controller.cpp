@@ -1,5 +1,6 @@
 #include "servlet_controller.h"
 
+#include "HttpListener.h"
 #include "app_log.h"
 #include "http_request.h"
 #include "http_response.h"
@@ -15,6 +16,7 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
+#include <string_view>
 #include <syslog.h>
 
 #ifndef DEVICE_ROOT
@@ -25,6 +27,18 @@ namespace {
 
 const char kConfigFile[] = DEVICE_ROOT "/phone/www/WEB-INFO/servlet/servlet.xml";
 constexpr std::size_t kStatusWordSize = 64;
+
+// The configuration of the container that serves this thread's request, or null.
+thread_local const PluginLoader* servingConfiguration = nullptr;
+
+// RAII: sets servingConfiguration.
+class Serving {
+public:
+    explicit Serving(const PluginLoader& configuration) { servingConfiguration = &configuration; }
+    ~Serving() { servingConfiguration = nullptr; }
+    Serving(const Serving&) = delete;
+    Serving& operator=(const Serving&) = delete;
+};
 
 } // namespace
 
@@ -130,6 +144,7 @@ int ServletController::dispatch(Exchange& exchange, const char* query) {
                 "ServletContext::doService() End. p parameter not found!\n");
         return http_status::kNotFound;
     }
+    const Serving serving(*pluginLoader);
     if (listenerContainer->onRequest(request, response) == 0 || event != nullptr)
         return exchange.finish(http_status::kOk);
     if (rules::isAnsweredInternally(page, status)) {
@@ -140,6 +155,14 @@ int ServletController::dispatch(Exchange& exchange, const char* query) {
         return exchange.finish(http_status::kOk);
     }
     return exchange.finish(servletContainer->onRequest(request, response));
+}
+
+bool isUnknownServlet(const char* id) {
+    assert(id != nullptr);
+    if (servingConfiguration == nullptr)
+        return false;
+    return *id == '\0' ||
+           servingConfiguration->servletConfig->getAssoc(std::string_view(id)) == nullptr;
 }
 
 int ServletController::CheckUrlIllegalChar(const char* url) {

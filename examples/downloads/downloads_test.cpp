@@ -1,4 +1,4 @@
-// Tests the pages alone.
+// Tests the pages alone, and the page for unknown ids in the container.
 
 #include "downloads.h"
 
@@ -117,4 +117,12 @@ TEST(Theme, IsKeptInACookie) {
     const Response chosen = page.browser.send(get("/servlet?p=theme&theme=dark"));
     EXPECT_EQ(chosen.cookie("theme")->attribute("Max-Age"), "31536000");
     EXPECT_EQ(page.browser.send(get("/servlet?p=theme")).body, "The theme is dark.\n");
+}
+
+TEST(UnknownPage, IsAnsweredWithStatus404) {
+    Container container(DOWNLOADS_XML);
+    const Response response = container.serve(
+        get("/servlet?p=recording").variable("DOCUMENT_ROOT", DOWNLOADS_DOCUMENT_ROOT));
+    EXPECT_EQ(response.status, 404);
+    EXPECT_NE(response.body.find("<h1>There is no page “recording”.</h1>"), std::string::npos);
 }

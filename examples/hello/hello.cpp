@@ -1,6 +1,8 @@
-// A page that greets by name as often as requested, and a listener that counts requests.
+// A page that greets by name as often as requested, a listener that counts requests, and a 404
+// page.
 
 #include <kit/forms.h>
+#include <kit/not_found.h>
 #include <kit/plugin.h>
 
 #include <atomic>
@@ -77,3 +79,4 @@ class RequestListener final : public kit::Listener {
 
 KIT_SERVLET(createHelloPage, HelloPage)
 KIT_LISTENER(createRequestListener, RequestListener)
+KIT_LISTENER(createNotFound, kit::NotFound("not-found.html"))

@@ -130,6 +130,13 @@ TEST(HelloInContainer, ServesThePageAndTheListener) {
     EXPECT_TRUE(shows(browser.send(opened()), "This is request number 4."));
 }
 
+TEST(HelloInContainer, AnswersRequestsForOtherPagesWithStatus404) {
+    Container container(SERVLET_XML);
+    const Response response = container.serve(withTemplates(get("/servlet?p=goodbye")));
+    EXPECT_EQ(response.status, 404);
+    EXPECT_TRUE(shows(response, "<h1>There is no page “goodbye”.</h1>"));
+}
+
 TEST(HelloInContainer, IsUnloadedWithTheContainer) {
     for (int start = 1; start <= 2; ++start) {
         Container container(SERVLET_XML);

@@ -29,4 +29,11 @@ protected:
     ~HttpListener() = default;
 };
 
+// Returns whether the container that serves this thread's request has no servlet with this id in
+// its configuration; `id` must not be null. A servlet that is configured may still fail to be
+// created. Returns false for a thread that serves no request. For listeners that answer requests
+// for unknown pages: the container answers them with status 200 and the text of its 404 page.
+// Declare it weak to run in older containers too, which lack it.
+bool isUnknownServlet(const char* id);
+
 #endif

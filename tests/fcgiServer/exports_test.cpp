@@ -182,6 +182,7 @@ const Operation kOperations[] = {
     {"ReplaceStr(char*, char const*, char const*)", "_Z10ReplaceStrPcPKcS1_"},
     {"currentRequest()", "_Z14currentRequestv"},
     {"endRequestSession(HttpRequest&)", "_Z17endRequestSessionR11HttpRequest"},
+    {"isUnknownServlet(char const*)", "_Z16isUnknownServletPKc"},
     {"loopActivity()", "_Z12loopActivityv"},
     {"requestVariable(HttpRequest&, char const*)", "_Z15requestVariableR11HttpRequestPKc"},
 };

@@ -157,9 +157,9 @@ TEST(KitPlugin, ExportsOnlyItsCreationFunctionsUnderTheirPlainNames) {
         }
         begin = end + 1;
     }
-    EXPECT_EQ(names,
-              (std::set<std::string>{"createDoorkeeper", "createFailingPage", "createGreetingPage",
-                                     "createImpossiblePage", "createPolitePage"}));
+    EXPECT_EQ(names, (std::set<std::string>{"createDoorkeeper", "createFailingPage",
+                                            "createGreetingPage", "createImpossiblePage",
+                                            "createNotFound", "createPolitePage"}));
     EXPECT_EQ(symbols.find("kit"), std::string::npos) << symbols;
 }
 

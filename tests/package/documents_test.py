@@ -199,6 +199,16 @@ def test_remote_events_match_the_sources():
     assert len(listed) == len(set(listed)) and set(listed) == set(commands)
 
 
+@pytest.mark.parametrize("path", [
+    "docs/guide/not-found.md", "docs/operations.md", "docs/plugin-guide.md", "docs/reliability.md",
+    "docs/request-journey.md", "docs/security.md", "packaging/man/servlet.xml.5",
+    "tools/servlet_check/configuration.h"])
+def test_the_answer_for_an_unknown_page_is_described_in_the_same_words(path):
+    """tests/wire/test_pages.py checks that the container answers like this."""
+    words = " ".join((SOURCE / path).read_text().split())
+    assert "status 200 and the container's 404 page as text" in words
+
+
 def test_signal_table_matches_the_daemon():
     known = {signal.replace(" ", "") for path in (SOURCE / "host").glob("*.[ch]*")
              for signal in re.findall(r"\bSIG(?:RTMIN ?\+ ?\d|[A-Z0-9]+)\b", path.read_text())}

@@ -90,7 +90,7 @@ def test_a_plug_in_exports_only_its_creation_functions_and_can_be_unloaded(
 OFFERED = {
     "libdevice.so": r"CGI_\w+$|TMPL_\w+$|app_log(_\w+)?$|WebDebug::",
     "libfcgiServer.so": r"session_mutex$|(ReplaceStr|loopActivity|currentRequest|requestVariable|"
-                        r"endRequestSession)\(|"
+                        r"endRequestSession|isUnknownServlet)\(|"
                         r"(vtable for |typeinfo for |typeinfo name for )?"
                         r"(FCGIServer|ServletController|PluginLoader|(Listener|Servlet)Container|"
                         r"SessionFactory|Http(Request|Response|Session)(Impl)?)\b",
@@ -122,7 +122,7 @@ def test_pkg_config_lists_all_that_a_plug_in_needs(prefix, tmp_path):
     run("g++", "-std=c++17", "-Wall", "-Wextra", "-Werror", "-fPIC", "-shared",
         "-Wl,--no-undefined", SOURCE / "examples/hello/hello.cpp", "-o", library, *flags)
     assert_exports_its_creation_functions_only(
-        library, {"createHelloPage", "createRequestListener"}, env)
+        library, {"createHelloPage", "createNotFound", "createRequestListener"}, env)
 
 
 def test_the_example_passes_its_own_tests(prefix, tmp_path):

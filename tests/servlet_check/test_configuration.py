@@ -4,7 +4,9 @@ import pytest
 
 SKIPPED = 'is skipped: the container logs "PluginLoader::init() find element neither servlet nor ' \
           'listener"'
-NO_SYMBOL = 'each request for it ends with 404, and the container logs "Cannot load symbol create."'
+UNKNOWN = "status 200 and the container's 404 page as text"
+NO_SYMBOL = f'each request for it is answered with {UNKNOWN}, and the container logs ' \
+    '"Cannot load symbol create."'
 
 
 def servlet(name, function=None):
@@ -76,7 +78,8 @@ def test_the_creation_function_of_a_replaced_servlet_may_be_missing(configured):
 @pytest.mark.parametrize("attribute", ["", 'id=""'])
 def test_a_servlet_without_an_id_is_reported(configured, attribute):
     assert configured(f'<servlet {attribute} createfunction="create"/>') == [
-        (2, 'a servlet without "id" is never called: a request whose "p" is empty ends with 404')]
+        (2, 'a servlet without "id" is never called: a request whose "p" is empty is answered with ' +
+            UNKNOWN)]
 
 
 def test_an_id_that_screening_rejects_is_reported(configured):
@@ -143,7 +146,7 @@ def test_a_file_without_a_root_element_is_reported(phone, text):
     phone.put("/phone/www/WEB-INFO/servlet/servlet.xml", text)
     assert phone.findings() == [
         (1, 'there is no root element: the container logs "PluginLoader::init() error to get root '
-            'element", opens no library and answers 404 for every page')]
+            'element", opens no library and creates no listener; fcgi_host ends with status 78')]
 
 
 def test_a_second_root_element_is_reported(phone):

@@ -34,10 +34,10 @@ def test_the_contacts_preview_page_is_not_destroyed_first(explain):
     assert DESTROYS not in str(explain("/servlet?p=contacts-preview"))
 
 
-def test_an_unknown_page_is_404(explain):
+def test_an_unknown_page_is_the_containers_404_page_as_text(explain):
     assert explain("/servlet?p=sta%41")[-1] == \
-        'result     404: there is no servlet "staA"; the container logs ' \
-        '"ServletContainer::onRequest End.404"'
+        'result     there is no servlet "staA": unless a listener answers, status 200 and the ' \
+        'container\'s 404 page as text; the container logs "ServletContainer::onRequest End.404"'
 
 
 @pytest.mark.parametrize("url", ["http://192.0.2.1:8080/servlet?p=status#top",

@@ -11,7 +11,8 @@ from device import LIBRARY
 from elf import Elf
 
 ENDS = ': the container logs "Cannot load library error=...", and the process ends with status 255'
-NO_SYMBOL = 'each request for it ends with 404, and the container logs "Cannot load symbol create."'
+NO_SYMBOL = "each request for it is answered with status 200 and the container's 404 page as text, and " \
+    'the container logs "Cannot load symbol create."'
 SERVLET = '<servlet id="a" createfunction="create"/>'
 
 

@@ -89,7 +89,7 @@ def test_the_guide_shows_what_is_printed(program, build, image):
     findings, explanation = shown
     assert_shown(*explanation)
     web_info = image / "phone/www/WEB-INFO"
-    change(web_info / "servlet/servlet.xml", "<listener", "<listner")
+    change(web_info / "servlet/servlet.xml", '<listener createfunction="createR', '<listner createfunction="createR')
     change(web_info / "servlet/servlet.xml", "createHelloPage", "createHeloPage")
     change(web_info / "templates/hello.html", "</TMPL_LOOP>", "")
     assert_shown(*findings)

@@ -120,7 +120,8 @@ public:
         const pugi::xml_node root = document.first_child();
         if (!root) {
             problem(1, "there is no root element: the container logs \"PluginLoader::init() error "
-                       "to get root element\", opens no library and answers 404 for every page");
+                       "to get root element\", opens no library and creates no listener; fcgi_host "
+                       "ends with status 78");
             return;
         }
         readRoot(root);
@@ -198,8 +199,10 @@ private:
                                      node.attribute("createfunction").as_string(""), line(node)};
         if (servlet.createFunction.empty())
             problem(servlet.line, "servlet " + quoted(servlet.id) +
-                                      " has no \"createfunction\": each request for it ends with "
-                                      "404, and the container logs \"Cannot load symbol create.\"");
+                                      " has no \"createfunction\": each request for it is answered "
+                                      "with " +
+                                      kUnknownPageAnswer +
+                                      ", and the container logs \"Cannot load symbol create.\"");
         checkId(servlet);
         replaceOrAdd(servlet);
     }
@@ -222,8 +225,10 @@ private:
     void checkId(const ServletElement& servlet) {
         const std::string address = "/servlet?p=" + servlet.id;
         if (servlet.id.empty())
-            problem(servlet.line, "a servlet without \"id\" is never called: a request whose \"p\" "
-                                  "is empty ends with 404");
+            problem(servlet.line,
+                    std::string("a servlet without \"id\" is never called: a request whose "
+                                "\"p\" is empty is answered with ") +
+                        kUnknownPageAnswer);
         else if (rules::isIllegalValue(servlet.id.c_str(), false))
             problem(servlet.line, "servlet " + quoted(servlet.id) +
                                       " is never called: a request ends with 404 when its \"p\" "

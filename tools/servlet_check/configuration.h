@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+// How the container answers requests for a page that it does not have or cannot create.
+inline constexpr char kUnknownPageAnswer[] = "status 200 and the container's 404 page as text";
+
 struct ServletElement {
     std::string id;
     std::string createFunction;

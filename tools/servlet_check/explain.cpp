@@ -164,7 +164,8 @@ private:
     void addServlet(const std::string& when, const std::string& page) {
         const ServletElement* servlet = page.empty() ? nullptr : m_configuration.servlet(page);
         if (servlet == nullptr) {
-            line("result", when + "404: there is no servlet " + quoted(page) +
+            line("result", when + "there is no servlet " + quoted(page) +
+                               ": unless a listener answers, " + kUnknownPageAnswer +
                                "; the container logs \"ServletContainer::onRequest End.404\"");
             return;
         }

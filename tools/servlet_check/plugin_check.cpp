@@ -205,8 +205,9 @@ private:
             if (!servlet.createFunction.empty() && !reason.empty())
                 m_findings.problem(m_configuration.file, servlet.line,
                                    "servlet " + quoted(servlet.id) + ": " + reason +
-                                       ": each request for it ends with 404, and the container "
-                                       "logs \"Cannot load symbol create.\"");
+                                       ": each request for it is answered with " +
+                                       kUnknownPageAnswer +
+                                       ", and the container logs \"Cannot load symbol create.\"");
         }
         const ListenerElement* failing = nullptr;
         for (const ListenerElement& listener : m_configuration.listeners) {

@@ -2,6 +2,7 @@
 
 #include "listeners/event_listener.h"
 #include "listeners/language_listener.h"
+#include "listeners/not_found_listener.h"
 #include "listeners/notice_listener.h"
 #include "listeners/sign_in_listener.h"
 #include "pages/accounts_page.h"
@@ -34,6 +35,7 @@ KIT_LISTENER(createLanguageListener, LanguageListener)
 KIT_LISTENER(createNoticeListener, NoticeListener(thePhone()))
 KIT_LISTENER(createEventListener, EventListener(thePhone()))
 KIT_LISTENER(createSignInListener, SignInListener(thePhone()))
+KIT_LISTENER(createNotFoundListener, NotFoundListener(thePhone()))
 
 KIT_SERVLET(createLoginPage, LoginPage(thePhone()))
 KIT_SERVLET(createLanguagePage, LanguagePage)

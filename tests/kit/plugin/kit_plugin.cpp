@@ -1,5 +1,6 @@
 // The plug-in library of plugin_test.cpp.
 
+#include "kit/not_found.h"
 #include "kit/plugin.h"
 #include "kit/sign_in.h"
 
@@ -84,6 +85,7 @@ private:
 } // namespace
 
 KIT_LISTENER(createDoorkeeper, Doorkeeper("please"))
+KIT_LISTENER(createNotFound, kit::NotFound("not-found.html"))
 KIT_SERVLET(createGreetingPage, GreetingPage)
 KIT_SERVLET(createPolitePage, GreetingPage("Good day", 2))
 KIT_SERVLET(createFailingPage, FailingPage)
