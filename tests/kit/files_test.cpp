@@ -12,7 +12,9 @@
 #include <ctime>
 #include <fcntl.h>
 #include <fstream>
+#include <new>
 #include <string>
+#include <string_view>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -380,6 +382,37 @@ TEST_F(Files, AreNotReadForAClientThatHasGone) {
     fastCgi.out().breakPipe();
     kit::internal::ServletHandle(page, "createX").service(&request, &raw);
     EXPECT_LT(fastCgi.out().text().size(), 10000u);
+}
+
+// The attack on a browser's cache: an error that is kept with the file's ETag would be shown until
+// the file changes.
+TEST_F(Files, AreNotKeptByABrowserIfTheyFail) {
+    class Failing final : public HttpResponseImpl {
+        using HttpResponseImpl::HttpResponseImpl;
+        void setHeader(const char* name, const char* value) override {
+            if (std::string_view(name) == "Accept-Ranges") {
+                throw std::bad_alloc();
+            }
+            HttpResponseImpl::setHeader(name, value);
+        }
+    };
+    FunctionPage page([&](kit::Request&, kit::Response& response) { response.file(path); });
+    SessionFactory sessions;
+    MemoryRequest fastCgi = get("/servlet?p=x").inMemory();
+    Failing raw(fastCgi.get());
+    HttpRequestImpl request(fastCgi.get(), &sessions, &raw);
+    kit::internal::ServletHandle(page, "createX").service(&request, &raw);
+    const Response response(fastCgi.out().text());
+    EXPECT_EQ(response.status, 500);
+    EXPECT_EQ(response.header("Cache-Control"), "no-store");
+}
+
+TEST(KitStream, RefusesAContentTypeAndThenSendsNothing) {
+    const Response response = answerTo(get("/servlet?p=x"), [](kit::Request&, kit::Response& out) {
+        EXPECT_FALSE(out.stream("text/x\r\nX: y").write("body"));
+    });
+    EXPECT_EQ(response.header("X"), std::nullopt);
+    EXPECT_EQ(response.body, "");
 }
 
 TEST(KitStream, SendsABodyInPieces) {

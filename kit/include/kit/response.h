@@ -29,9 +29,8 @@ namespace kit {
 //   Lifetime  as long as the response, which Response::stream() has made it from.
 class Stream {
 public:
-    // Both must outlive this object.
-    Stream(HttpResponse& raw, Request& request)
-        : m_raw(raw), m_isRead(internal::methodOf(request) != "HEAD") {}
+    // `raw` must outlive this object. `isRead`: whether anybody will read the body.
+    Stream(HttpResponse& raw, bool isRead) : m_raw(raw), m_isRead(isRead) {}
 
     // Sends the piece unchanged. Returns false once nobody reads any more, because the client has
     // gone or has asked for the headers only: make no further pieces then.
@@ -184,11 +183,12 @@ public:
         return true;
     }
 
-    // Begins a body of any size, which is sent in pieces, with this content type; see Stream.
-    // `contentType` is as for send().
+    // Begins a body of any size, which is sent in pieces, with this content type; see Stream. For a
+    // content type that send() refuses, the stream refuses all pieces. `contentType` must not be
+    // null.
     Stream stream(const char* contentType) {
         send(contentType, "");
-        return {m_raw, m_request};
+        return {m_raw, isHeaderValue(contentType) && internal::methodOf(m_request) != "HEAD"};
     }
 
     // Answers with the file: with its length, an ETag and a date, with status 304 if the browser
@@ -238,6 +238,7 @@ public:
             status(500);
             m_raw.setTemplate("", m_raw.getMainVarList());
             m_raw.setHeader("Content-Type", "text/plain; charset=utf-8");
+            m_raw.setHeader("Cache-Control", "no-store");
             text("The page failed; the device's log says why.\n");
         }
     }
