@@ -28,7 +28,7 @@ struct Cookie {
     bool secure = false;               // sent over HTTPS only
     SameSite sameSite = SameSite::Lax; // whether requests that other sites cause bring it
     // The host to whose subdomains the browser sends the cookie, too; empty: only to this host.
-    std::string domain = "";
+    std::string domain{};
     // When it ends, for a date instead of a number of seconds. Browsers with a wrong clock delete
     // it too early or too late; maxAge, if set, takes precedence.
     std::optional<std::time_t> expires{};
