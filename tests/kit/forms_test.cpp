@@ -133,6 +133,17 @@ TEST(FormToken, IsTheSameForAllFormsOfAResponse) {
     EXPECT_EQ(response.cookies().size(), 1u);
 }
 
+TEST(FormToken, ComesWithANewSession) {
+    const Response response =
+        answerTo(get("/servlet?p=x"), [](kit::Request& request, kit::Response& out) {
+            request.createSession();
+            out.text(kit::formToken(request, out));
+        });
+    EXPECT_TRUE(response.cookie("JSESSIONID"));
+    ASSERT_TRUE(response.cookie("formToken"));
+    EXPECT_EQ(response.cookie("formToken")->value, response.body);
+}
+
 TEST(FormToken, IsThatOfTheSignInForItsUser) {
     FormPage page;
     const std::string before = page.token();
