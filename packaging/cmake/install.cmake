@@ -28,6 +28,7 @@ foreach(tool servlet_new servlet_serve)
     install(PROGRAMS tools/${tool}/${tool} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT dev)
     install(FILES packaging/man/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dev)
 endforeach()
+install(FILES kit/plugin.map DESTINATION ${CMAKE_INSTALL_DATADIR}/fcgiServer COMPONENT dev)
 # The template of servlet_new, and the parts of servlet_serve.
 set(tools_dir ${CMAKE_INSTALL_DATADIR}/fcgiServer)
 install(DIRECTORY tools/servlet_new/project DESTINATION ${tools_dir} COMPONENT dev

@@ -107,6 +107,16 @@ def test_servlet_check_finds_nothing_wrong_with_a_new_project(built, place, env)
     assert (status, [line for line in printed.splitlines() if ": note: " not in line]) == (0, [])
 
 
+def test_the_example_of_the_man_page_works(built, place, env):
+    """It names the library by pkg-config, wherever that is installed."""
+    page = (SOURCE / "packaging/man/servlet_check.1").read_text()
+    command, = re.findall(r"^\.Dl \$ (servlet_check .*--provides .*)$", page, re.M)
+    run("cmake", "--install", built / "build", env=dict(env, DESTDIR=str(built.parent / "image")))
+    printed = run("bash", "-ec", command.replace(r"\(dq", '"'), cwd=built.parent,
+                  env=dict(env, PKG_CONFIG_PATH=str(place / "prefix/lib/pkgconfig")))
+    assert [line for line in printed.splitlines() if ": note: " not in line] == []
+
+
 def wait_until(condition, what):
     deadline = time.monotonic() + PATIENCE
     while not condition():
@@ -227,7 +237,8 @@ def other(place, env):
 
 
 def exported(library):
-    return set(re.findall(r"\bT (\w+)", run("nm", "--dynamic", "--defined-only", library)))
+    lines = run("nm", "--dynamic", "--defined-only", "--format=posix", library).splitlines()
+    return {line.split()[0] for line in lines}
 
 
 def test_projects_differ_in_their_ids_and_in_all_other_names(built, other):
