@@ -6,7 +6,8 @@ ARM, X86_64, AARCH64, MIPS = 40, 62, 183, 8
 HARD_FLOATS, SOFT_FLOATS = 0x05000400, 0x05000200  # ARM EABI version 5
 
 LIBRARY, PROGRAM = 3, 2
-STRTAB, RELA, DYNAMIC, REL, DYNSYM = 3, 4, 6, 9, 11
+PROGBITS, STRTAB, RELA, DYNAMIC, REL, DYNSYM = 1, 3, 4, 6, 9, 11
+WRITABLE, LOADED, EXECUTABLE = 1, 2, 4
 NEEDED, SONAME = 1, 14
 GLOBAL, WEAK = 1, 2
 OBJECT, FUNCTION = 1, 2
@@ -28,6 +29,7 @@ class Elf:
         self.order = ">" if big_endian else "<"
         self.strings = Strings()
         self.dynamic = b""
+        self.data = []  # flags and contents of further sections
         self.symbols = self._symbol(0, 0, 0, 0)
 
     def needs(self, *libraries):
@@ -49,6 +51,11 @@ class Elf:
             self.symbols += self._symbol(self.strings.add(name), binding, 0, 0)
         return self
 
+    def contains(self, *texts, flags=LOADED):
+        """Adds a section with these texts, each with its zero byte."""
+        self.data.append((flags, b"".join(text.encode() + b"\0" for text in texts)))
+        return self
+
     def _words(self, *numbers):
         return struct.pack(self.order + ("Q" if self.bits == 64 else "I") * len(numbers), *numbers)
 
@@ -58,21 +65,22 @@ class Elf:
             return struct.pack(self.order + "IBBHQQ", name, info, 0, section, 0x1000, 0)
         return struct.pack(self.order + "IIIBBH", name, 0x1000, 0, info, 0, section)
 
-    def _section(self, kind, link, entry, offset, size):
+    def _section(self, kind, link, entry, offset, size, flags=0):
         if self.bits == 64:
-            return struct.pack(self.order + "IIQQQQIIQQ", 0, kind, 0, 0, offset, size, link, 0, 1,
+            return struct.pack(self.order + "IIQQQQIIQQ", 0, kind, flags, 0, offset, size, link, 0, 1,
                                entry)
-        return struct.pack(self.order + "10I", 0, kind, 0, 0, offset, size, link, 0, 1, entry)
+        return struct.pack(self.order + "10I", 0, kind, flags, 0, offset, size, link, 0, 1, entry)
 
     def bytes(self):
         wide = self.bits == 64
-        contents = [(STRTAB, 0, 0, self.strings.bytes),
-                    (DYNSYM, 1, 24 if wide else 16, self.symbols),
-                    (DYNAMIC, 1, 16 if wide else 8, self.dynamic + self._words(0, 0))]
+        contents = [(STRTAB, 0, 0, 0, self.strings.bytes),
+                    (DYNSYM, 0, 1, 24 if wide else 16, self.symbols),
+                    (DYNAMIC, 0, 1, 16 if wide else 8, self.dynamic + self._words(0, 0)),
+                    *[(PROGBITS, flags, 0, 0, data) for flags, data in self.data]]
         header_size = 64 if wide else 52
         body, sections = b"", self._section(0, 0, 0, 0, 0)
-        for kind, link, entry, data in contents:
-            sections += self._section(kind, link, entry, header_size + len(body), len(data))
+        for kind, flags, link, entry, data in contents:
+            sections += self._section(kind, link, entry, header_size + len(body), len(data), flags)
             body += data + bytes(-len(data) % 8)
         ident = b"\x7fELF" + bytes([2 if wide else 1, 2 if self.order == ">" else 1, 1]) + bytes(9)
         address = "Q" if wide else "I"

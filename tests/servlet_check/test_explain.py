@@ -57,7 +57,7 @@ def test_parameters_that_screening_rejects_are_explained(explain, url, value):
         f"screening  rejects the request: the parameter {value}, nothing is logged", "result     404"]
 
 
-@pytest.mark.parametrize("url", ["/servlet?p=status&q=%3Cb", "/servlet?p=status&q=<b", "/Script"])
+@pytest.mark.parametrize("url", ["/servlet?p=status&q=%3Cb", "/servlet?p=status&q=<b", "/servlet/Script"])
 def test_addresses_that_screening_rejects_are_explained(explain, url):
     assert explain(url)[1:] == [
         f'screening  rejects the URL: the container logs "url = {url}, include illegal char"',
@@ -127,3 +127,23 @@ def test_no_listener_is_explained(phone):
                                  "/cgi-bin/Quillpage.tpx?" + "x" * 2000, "http://", "?"])
 def test_any_address_is_explained(explain, url):
     assert all(line.isprintable() for line in explain(url))
+
+
+SERVER = "result     the web server answers, not the container: "
+
+
+def test_the_web_server_answers_for_a_file(phone, explain):
+    file = phone.put("/phone/www/news.css", "")
+    assert explain("/news.css?v=2") == ["/news.css?v=2", f'{SERVER}with the file "{file}"']
+    file.unlink()
+    assert explain("/news.css") == ["/news.css", f'{SERVER}404, since there is no file "{file}"']
+
+
+@pytest.mark.parametrize("url", ["/WEB-INFO/servlet/servlet.xml", "/web-inf/", "/x/WEB-INFO"])
+def test_the_web_server_refuses_the_plug_ins_files(explain, url):
+    assert explain(url)[1] == f"{SERVER}403, since it serves nothing of WEB-INFO"
+
+
+@pytest.mark.parametrize("url", ["/../phone/www/x", "/%2e%2e/x", "/a//b", "/.x", "/a\\b"])
+def test_the_web_server_decides_on_unusual_paths(explain, url):
+    assert explain(url)[1] == f"{SERVER}with a file of the document root, or 404"

@@ -2,7 +2,8 @@
 
 import pytest
 
-from device import WEB_INFO
+import elf
+from device import LIBRARY, WEB_INFO
 
 EMPTY = ': the page is empty, and the container logs "HttpResponseImpl::flush() TMPL_write error"'
 
@@ -63,3 +64,47 @@ def test_circular_links_between_folders_are_survived(phone, templates):
     (folder / "again").symlink_to(folder)
     (folder / "itself").symlink_to("itself")
     assert phone.findings() == []
+
+
+def missing(name):
+    return (1, f'the library "{LIBRARY}" names the template "{name}", which does not exist: '
+               "a page that shows it answers with status 500")
+
+
+@pytest.mark.parametrize("machine, bits, big_endian", [
+    (elf.ARM, 32, False), (elf.X86_64, 64, False), (elf.MIPS, 32, True)])
+def test_a_template_that_the_plug_in_names_must_exist(phone, templates, machine, bits, big_endian):
+    def named(*names):
+        phone.put_whole(machine=machine, bits=bits, big_endian=big_endian)
+        library = elf.Elf(machine, bits, big_endian=big_endian).contains("x", *names)
+        phone.put(LIBRARY, library.bytes())
+        return phone.findings()
+
+    templates("news.html", "a")
+    templates("de/status.html", "a")
+    phone.put("/phone/www/static.html", "a")
+    assert named("news.html", "de/status.html", "status.html", "static.html") == []
+    assert named("nwes.html", "news.html") == [missing("nwes.html")]
+    assert named("en/status.html") == [missing("en/status.html")]
+    # The end of a file's name is not its name.
+    assert named("ews.html", "atus.html") == [missing("atus.html"), missing("ews.html")]
+
+
+@pytest.mark.parametrize("text", ["/index.html", ".html", "../a.html", "a b.html", "http://x/a.html",
+                                  "<a>.html", "a.htm", "a.html?x", "\x01.html", "x" * 200 + ".html"])
+def test_other_texts_are_no_names_of_templates(phone, templates, text):
+    phone.put(LIBRARY, elf.Elf().contains(text).bytes())
+    assert phone.findings() == []
+
+
+@pytest.mark.parametrize("flags", [0, elf.LOADED | elf.WRITABLE, elf.LOADED | elf.EXECUTABLE])
+def test_only_constant_data_are_searched_for_names(phone, templates, flags):
+    phone.put(LIBRARY, elf.Elf().contains("none.html", flags=flags).bytes())
+    assert phone.findings() == []
+
+
+def test_a_text_without_an_end_is_survived(phone, templates):
+    library = elf.Elf()
+    library.data.append((elf.LOADED, b"none.html"))
+    phone.put(LIBRARY, library.bytes())
+    assert phone.findings() == [missing("none.html")]

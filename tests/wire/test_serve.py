@@ -285,6 +285,11 @@ def test_what_is_wrong_is_shown_in_the_browser_until_it_is_mended(hello, project
     replace(template, "<b>", "</TMPL_LOOP>")
     wait_for_page(hello, "Hello, stranger!")
 
+    template.rename(project / "unused.html")
+    wait_for_problem(hello, "names the template &quot;hello.html&quot;, which does not exist")
+    (project / "unused.html").rename(template)
+    wait_for_page(hello, "Hello, stranger!")
+
     # A second mistake takes the place of the first.
     replace(config, "createHelloPage", "createHeloPage")
     wait_for_problem(hello, "servlet.xml, line 5", "has no &quot;createHeloPage&quot;")

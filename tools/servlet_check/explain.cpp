@@ -1,5 +1,6 @@
 #include "explain.h"
 
+#include "base/ascii.h"
 #include "container_log.h"
 #include "http_request.h"
 #include "http_response.h"
@@ -10,6 +11,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 
 namespace {
 
@@ -61,7 +63,7 @@ public:
 
     std::string text() {
         m_text = printable(m_uri) + '\n';
-        if (isRejected() || isRedirected())
+        if (isForWebServer() || isRejected() || isRedirected())
             return m_text;
         const char* query = rules::queryOf(m_uri.c_str());
         const auto requested = rules::requestedStatus(query);
@@ -92,6 +94,33 @@ private:
 
     std::string place(unsigned line) const {
         return " (" + m_configuration.file + ':' + std::to_string(line) + ')';
+    }
+
+    // The front servers' configurations pass on what begins with "/servlet" or "/cgi-bin/", and
+    // redirect "/" to the sign-in page.
+    bool isForWebServer() {
+        const std::string path = m_uri.substr(0, m_uri.find('?'));
+        if (path.size() <= 1 || path.compare(0, 8, "/servlet") == 0 ||
+            path.compare(0, 9, "/cgi-bin/") == 0)
+            return false;
+        line("result", "the web server answers, not the container: " + answerOfWebServer(path));
+        return true;
+    }
+
+    std::string answerOfWebServer(const std::string& path) const {
+        std::string lowered = path;
+        for (char& byte : lowered)
+            byte = base::asciiLower(byte);
+        if (lowered.find("/web-inf") != std::string::npos)
+            return "403, since it serves nothing of WEB-INFO";
+        if (path.find_first_of("%\\") != std::string::npos ||
+            path.find("/.") != std::string::npos || path.find("//") != std::string::npos)
+            return "with a file of the document root, or 404";
+        const auto root = std::filesystem::path(m_configuration.file).parent_path() / "../..";
+        const auto file = (root / path.substr(1)).lexically_normal();
+        return std::filesystem::is_regular_file(file)
+                   ? "with the file " + quoted(file.string())
+                   : "404, since there is no file " + quoted(file.string());
     }
 
     bool isRejected() {

@@ -78,8 +78,10 @@ int check(const Options& options) {
     const Configuration configuration =
         readConfiguration(options.configuration, contentsOf(options.configuration), findings);
     DeviceTree tree(options.root);
-    checkPlugin(configuration, tree, readProvided(options.provided), options.isPartial, findings);
-    for (const fs::path& folder : templateFolders(options))
+    const std::vector<fs::path> templates = templateFolders(options);
+    checkPlugin(configuration, tree, readProvided(options.provided), options.isPartial, templates,
+                findings);
+    for (const fs::path& folder : templates)
         checkTemplates(folder, findings);
     const std::vector<Finding> sorted = findings.sorted();
     std::fputs((options.asJson ? asJson(sorted) : asLines(sorted)).c_str(), stdout);

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <set>
 #include <string>
+#include <system_error>
 #include <utility>
 
 namespace {
@@ -107,14 +108,17 @@ private:
 class PluginCheck {
 public:
     PluginCheck(const Configuration& configuration, DeviceTree& tree,
-                const std::vector<SharedObject>& provided, bool isPartial, Findings& findings)
+                const std::vector<SharedObject>& provided, bool isPartial,
+                const std::vector<fs::path>& templates, Findings& findings)
         : m_configuration(configuration), m_tree(tree), m_provided(provided),
-          m_isPartial(isPartial), m_findings(findings), m_scope(tree, provided) {}
+          m_isPartial(isPartial), m_templates(templates), m_findings(findings),
+          m_scope(tree, provided) {}
 
     void run() {
         std::optional<SharedObject> plugin = open();
         if (!plugin)
             return;
+        checkTemplateNames(*plugin);
         addHost();
         const std::size_t first = m_scope.objects().size(); // of the plug-in and its dependencies
         const bool fits = fitsHost(*plugin);
@@ -167,6 +171,30 @@ private:
         else if (!plugin->isLibrary)
             problem("the library " + quoted(path) + " is a program" + kProcessEnds);
         return plugin && plugin->isLibrary ? std::move(plugin) : std::nullopt;
+    }
+
+    // Pages name templates by their paths below the templates folder, or below a folder in it that
+    // they choose when they run, such as a language. Static files are named by redirects.
+    void checkTemplateNames(const SharedObject& plugin) {
+        const fs::path www = fs::path(m_configuration.file).parent_path() / "../..";
+        for (const std::string& name : plugin.htmlNames) {
+            std::error_code error;
+            if (!isTemplate("/" + name) && !fs::exists(www / name, error))
+                problem("the library " + quoted(m_configuration.library) + " names the template " +
+                        quoted(name) +
+                        ", which does not exist: a page that shows it answers with status 500");
+        }
+    }
+
+    bool isTemplate(const std::string& ending) const {
+        for (const fs::path& folder : m_templates)
+            for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
+                const std::string path = entry.path().string();
+                if (path.size() > ending.size() &&
+                    path.compare(path.size() - ending.size(), ending.size(), ending) == 0)
+                    return true;
+            }
+        return false;
     }
 
     // Adds the programs and libraries that may open the plug-in: those of the command line and
@@ -320,6 +348,7 @@ private:
     DeviceTree& m_tree;
     const std::vector<SharedObject>& m_provided;
     const bool m_isPartial;
+    const std::vector<fs::path>& m_templates;
     Findings& m_findings;
     std::vector<const SharedObject*> m_hosts;
     Scope m_scope;
@@ -329,7 +358,8 @@ private:
 } // namespace
 
 void checkPlugin(const Configuration& configuration, DeviceTree& tree,
-                 const std::vector<SharedObject>& provided, bool isPartial, Findings& findings) {
+                 const std::vector<SharedObject>& provided, bool isPartial,
+                 const std::vector<fs::path>& templates, Findings& findings) {
     if (configuration.hasRoot && !configuration.library.empty())
-        PluginCheck(configuration, tree, provided, isPartial, findings).run();
+        PluginCheck(configuration, tree, provided, isPartial, templates, findings).run();
 }

@@ -1,5 +1,6 @@
 #include "shared_object.h"
 
+#include "base/ascii.h"
 #include "base/descriptor.h"
 
 #include <fcntl.h>
@@ -15,12 +16,14 @@
 #include <libelf.h>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
 namespace {
 
 constexpr unsigned kVersionIndex = 0x7fff; // mask: the highest bit marks a hidden version
+constexpr std::size_t kMaxName = 200;      // longer texts are no names of templates
 
 // Why a file cannot be used; readSharedObject() catches it.
 class Fault : public std::runtime_error {
@@ -114,6 +117,8 @@ private:
             GElf_Shdr header;
             if (gelf_getshdr(scn, &header) == nullptr)
                 fail();
+            if (isConstant(header))
+                readTexts(scn);
             std::vector<Section>* sections = sectionsOf(header.sh_type);
             if (sections == nullptr)
                 continue;
@@ -122,6 +127,37 @@ private:
                 fail();
             sections->push_back({header, data});
         }
+    }
+
+    static bool isConstant(const GElf_Shdr& header) {
+        return header.sh_type == SHT_PROGBITS && (header.sh_flags & SHF_ALLOC) != 0 &&
+               (header.sh_flags & (SHF_WRITE | SHF_EXECINSTR)) == 0;
+    }
+
+    void readTexts(Elf_Scn* section) {
+        const Elf_Data* data = elf_getdata(section, nullptr);
+        if (data == nullptr || data->d_buf == nullptr)
+            return; // the dynamic linker does without
+        const std::string_view texts(static_cast<const char*>(data->d_buf), data->d_size);
+        for (std::size_t begin = 0; begin < texts.size();) {
+            const std::size_t end = std::min(texts.find('\0', begin), texts.size());
+            const std::string_view text = texts.substr(begin, end - begin);
+            if (isHtmlName(text))
+                m_result.htmlNames.emplace(text);
+            begin = end + 1;
+        }
+    }
+
+    // Names that begin with "/" or "." are addresses, or parts of names.
+    static bool isHtmlName(std::string_view text) {
+        constexpr std::string_view kEnding = ".html";
+        const auto isPart = [](char c) {
+            return base::isAsciiLetter(c) || base::isAsciiDigit(c) || c == '/' || c == '.' ||
+                   c == '-' || c == '_';
+        };
+        return text.size() > kEnding.size() && text.size() <= kMaxName &&
+               text.substr(text.size() - kEnding.size()) == kEnding && text[0] != '/' &&
+               text[0] != '.' && std::all_of(text.begin(), text.end(), isPart);
     }
 
     std::vector<Section>* sectionsOf(unsigned type) {

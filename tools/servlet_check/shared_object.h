@@ -3,6 +3,7 @@
 #define SHARED_OBJECT_H
 
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -43,6 +44,7 @@ struct SharedObject {
     std::unordered_set<std::string> versions;       // symbol versions that it defines
     std::vector<UndefinedSymbol> undefined;         // except weak ones
     std::vector<VersionNeed> versionNeeds;
+    std::set<std::string> htmlNames; // constant texts that look like the name of a file *.html
 };
 
 // Reads `file`. Returns nothing on failure; `error` then completes the sentence "FILE ...", for
