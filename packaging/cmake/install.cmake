@@ -31,8 +31,8 @@ endforeach()
 install(FILES kit/plugin.map DESTINATION ${CMAKE_INSTALL_DATADIR}/fcgiServer COMPONENT dev)
 # The template of servlet_new, and the parts of servlet_serve.
 set(tools_dir ${CMAKE_INSTALL_DATADIR}/fcgiServer)
-install(DIRECTORY tools/servlet_new/project DESTINATION ${tools_dir} COMPONENT dev
-    PATTERN "build" EXCLUDE)
+install(DIRECTORY tools/servlet_new/project tools/servlet_new/with DESTINATION ${tools_dir}
+    COMPONENT dev PATTERN "build" EXCLUDE)
 install(FILES
     packaging/front-servers/lighttpd.conf
     packaging/front-servers/lighttpd-phone.conf

@@ -71,10 +71,13 @@ def greeting(place, env):
     return folder / "greeting"
 
 
+def command_blocks(project):
+    return re.findall(r"^```sh\n(.*?)^```$", (project / "README.md").read_text(), re.M | re.S)
+
+
 def commands(project):
     """Returns the commands of the project's README that build, test and serve it."""
-    block, = re.findall(r"^```sh\n(.*?)^```$", (project / "README.md").read_text(), re.M | re.S)
-    build, test, serve = block.splitlines()
+    build, test, serve = command_blocks(project)[0].splitlines()
     return build, test, serve
 
 
@@ -96,6 +99,36 @@ def built(greeting, env):
 def test_a_new_project_passes_its_test(built, env):
     printed = run("bash", "-ec", commands(built)[1], cwd=built, env=env)
     assert "100% tests passed, 0 tests failed out of 1" in printed
+
+
+@pytest.mark.parametrize("kind", ["upload", "sign-in"])
+def test_a_project_of_another_kind_works_like_the_first(kind, place, env):
+    """By the commands of its README, from a tool that is not on the search path."""
+    env = dict(env, PATH=os.environ["PATH"])
+    del env["CMAKE_PREFIX_PATH"]
+    folder, name = place / "some projects", "my_" + kind.replace("-", "")
+    run(place / "prefix/bin/servlet_new", "--with", kind, name, cwd=folder, env=env)
+    project = folder / name
+    build, test, serve = commands(project)
+    assert serve == f"{place}/prefix/bin/servlet_serve"
+    run("bash", "-ec", build, cwd=project, env=env)
+    assert "100% tests passed" in run("bash", "-ec", test, cwd=project, env=env)
+    install, check = command_blocks(project)[1].splitlines()
+    run("bash", "-ec", install, cwd=project, env=env)
+    assert without_notes(run("bash", "-ec", check, cwd=project, env=env)) == []
+    named = re.findall(r"^\| `(.*?)` \|", (project / "README.md").read_text(), re.M)
+    assert sorted(named) == sorted(path for path in files(project)
+                                   if not re.match(r"build/|image/|CMake|README|\.git", path))
+
+
+def without_notes(printed):
+    return [line for line in printed.splitlines() if ": note: " not in line]
+
+
+def test_the_kinds_of_projects_differ_in_their_build_by_their_libraries_only():
+    tool = SOURCE / "tools/servlet_new"
+    own = (tool / "with/sign-in/CMakeLists.txt").read_text()
+    assert own.replace(" crypt", "") == (tool / "project/CMakeLists.txt").read_text()
 
 
 def test_servlet_check_finds_nothing_wrong_with_a_new_project(built, place, env):
@@ -264,7 +297,11 @@ def test_projects_of_all_names_differ_only_in_the_name(name, tmp_path, env):
     def named(text):
         return re.sub("[sS]ample", lambda found: name if found[0] == "sample" else of_class, text)
     sample = files(SOURCE / "tools/servlet_new/project")
-    assert files(tmp_path / name) == {named(path): named(text) for path, text in sample.items()}
+    made = files(tmp_path / name)
+    readme = made["README.md"]
+    assert "@" not in readme and readme.startswith(f"# {name}\n")
+    expected = {named(path): named(text) for path, text in sample.items()}
+    assert dict(made, **{"README.md": ""}) == dict(expected, **{"README.md": ""})
     run("clang-format", "--dry-run", "-Werror", f"--style=file:{SOURCE}/.clang-format",
         *tmp_path.rglob("*.cpp"))
 
@@ -273,13 +310,19 @@ def test_the_tool_in_the_sources_makes_the_same_project(greeting, tmp_path):
     run(SOURCE / "tools/servlet_new/servlet_new", "greeting", cwd=tmp_path)
     made = files(tmp_path / "greeting")
     assert len(made) > 5
+    # Its commands are others.
+    readme = made.pop("README.md")
+    assert f"{SOURCE}/scripts/serve --plugin ." in readme and "servlet_serve" not in readme
     assert {path: greeting.joinpath(path).read_text() for path in made} == made
 
 
 @pytest.mark.parametrize("arguments, reason", [
     ([], "expects one argument"),
     (["a", "b"], "expects one argument"),
-    (["--force"], "there is no option '--force'"),
+    (["--force", "a"], "unknown option, or an option without its value"),
+    (["--with"], "unknown option, or an option without its value"),
+    (["--with", "json", "a"], 'there is no kind "json"'),
+    (["--with", "../project", "a"], 'there is no kind "../project"'),
     *[([name], "is not a valid name: up to 32 letters") for name in (
         "", "1a", "_a", "a_", "a__b", "a-b", "a b", "a/b", "..", "/a", "a\n", "ä", "a.b", "x" * 33)],
     *[([name], "is a keyword of C++") for name in (

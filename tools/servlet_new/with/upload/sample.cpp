@@ -1,0 +1,93 @@
+// A page that receives a picture, checks it and stores it.
+
+#include <kit/forms.h>
+#include <kit/plugin.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+namespace {
+
+constexpr std::uintmax_t kMaxBytes = 1024 * 1024;
+
+class SamplePage final : public kit::Page {
+    void answer(kit::Request& request, kit::Response& response) override {
+        kit::Variables variables;
+        if (request.isPost()) {
+            const std::string problem = receive(request);
+            response.status(problem.empty() ? 200 : 422);
+            variables.set("problem", problem).set("isStored", problem.empty());
+        }
+        std::error_code none;
+        const auto bytes = std::filesystem::file_size(pictureOf(request), none);
+        variables.set("token", kit::formToken(request, response))
+            .set("bytes", none ? 0 : bytes)
+            .set("maxMiB", kMaxBytes / 1024 / 1024);
+        response.show("sample.html", std::move(variables));
+    }
+
+    // The folder data is beside the document root: a device has /phone/www and /phone/data.
+    static std::string pictureOf(kit::Request& request) {
+        const char* root = request.raw().getDocumentRoot();
+        return std::filesystem::path(root ? root : "/phone/www").parent_path() / "data/sample.png";
+    }
+
+    // Receives the picture under another name, and puts it in place once it was checked. Returns
+    // what is wrong, or an empty text.
+    std::string receive(kit::Request& request) {
+        // One at a time: slow clients must not occupy all request threads.
+        const std::unique_lock<std::mutex> receiving(m_receiving, std::try_to_lock);
+        if (!receiving) {
+            request.discardBody();
+            return "Another upload is under way. Try again in a moment.";
+        }
+        const std::string picture = pictureOf(request);
+        const std::string received = picture + ".received";
+        request.raw().receiveUploadFile(received.c_str());
+        request.discardBody(); // of an upload that failed, so that the browser reads the answer
+        const std::string problem = problemOf(request, received);
+        if (!problem.empty() || std::rename(received.c_str(), picture.c_str()) != 0) {
+            std::remove(received.c_str());
+            return problem.empty() ? "The picture could not be stored." : problem;
+        }
+        return "";
+    }
+
+    static std::string problemOf(kit::Request& request, const std::string& path) {
+        constexpr std::string_view kSignature = "\x89PNG\r\n\x1a\n";
+        // The fields of an upload are there once it was received, and that of the file only if it
+        // is complete.
+        std::error_code unreadable;
+        const auto bytes = std::filesystem::file_size(path, unreadable);
+        if (!request.parameter("picture") || unreadable) {
+            return "The upload failed: it is incomplete, or there is no room for it.";
+        }
+        if (!kit::isFromForm(request)) {
+            return "This form is out of date. Please try again.";
+        }
+        if (bytes == 0) {
+            return "Choose a picture first.";
+        }
+        if (bytes > kMaxBytes) {
+            return "The picture is too large.";
+        }
+        std::string begin(kSignature.size(), '\0');
+        std::ifstream(path, std::ios::binary)
+            .read(begin.data(), static_cast<std::streamsize>(begin.size()));
+        return begin == kSignature ? "" : "This is no PNG picture.";
+    }
+
+    std::mutex m_receiving;
+};
+
+} // namespace
+
+// The name that servlet.xml uses.
+KIT_SERVLET(createSamplePage, SamplePage)
