@@ -209,6 +209,23 @@ def test_a_new_project_is_served_without_building_its_test(serve_and_wait, folde
     front = serve_and_wait("--build", BUILD, "--plugin", folder / "news").front
     assert "<h1>Hello, stranger!</h1>" in front.curl("/servlet?p=news").text
     assert not (BUILD / "plugin/plugin_test").exists()
+    assert_commands_of_readme_work(folder / "news")
+
+
+def assert_commands_of_readme_work(project):
+    """They name the sources with which the project was created; here another build folder is used."""
+    readme = (project / "README.md").read_text()
+    serve, build, check = re.findall(r"^```sh\n(.*?)^```$", readme, re.M | re.S)
+    assert serve == f"{SOURCE}/scripts/serve --plugin .\n"
+    assert f"{SOURCE}/build/serve/prefix" in build
+
+    def run(commands):
+        return subprocess.run(["bash", "-ec", commands.replace(f"{SOURCE}/build/serve/", f"{BUILD}/")],
+                              cwd=project, env=environment(project), check=True, text=True,
+                              stdout=subprocess.PIPE).stdout
+    # Without the test, which is like that of an installed project.
+    run(build.splitlines()[0].replace("--build build", "--build build --target plugin"))
+    assert ": note: not below " in run(check)
 
 
 def test_a_changed_template_and_a_new_file_are_served_by_the_same_daemon(hello, project):
