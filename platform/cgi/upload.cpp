@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cerrno>
 #include <climits>
 #include <cstring>
 
@@ -31,8 +32,10 @@ public:
     bool begin() override { return true; }
     bool append(const char* data, std::size_t size) override {
         assert(!m_kept && "append() comes before keep()");
-        if (size > m_size - m_used)
+        if (size > m_size - m_used) {
+            errno = EFBIG;
             return false;
+        }
         std::memcpy(m_buffer + m_used, data, size);
         m_used += size;
         return true;
@@ -66,6 +69,8 @@ public:
     // Keeps the file and adds its field, both or neither. Call once, when the closing boundary has
     // arrived.
     void finish();
+    // Returns 0, or why the file was not kept, unless the body was malformed.
+    int error() const { return m_error; }
     // Returns the fields received, or null without any. Call last.
     CGI_varlist::Owner takeFields() { return std::move(m_fields); }
 
@@ -80,6 +85,7 @@ private:
     bool addText(const char* data, std::size_t size);
     bool withinTextLimit(std::size_t moreBytes);
     bool beginFile();
+    bool noteError(bool done);
     bool isFull() const { return (m_fields != nullptr ? m_fields->size() : 0) == m_room; }
     void keepField(CGI_varlist::Owner field);
 
@@ -92,6 +98,7 @@ private:
     std::string m_text;
     std::size_t m_textBytes = 0;    // of all names and text fields
     CGI_varlist::Owner m_fileField; // null until a file has begun
+    int m_error = 0;
 };
 
 // Names arrive escaped: browsers escape quotes and line ends (HTML Standard, "Multipart form
@@ -120,7 +127,14 @@ bool UploadReceiver::beginFile() {
     if (!CGI_varlist::canHold(m_name, m_fileName))
         return false;
     m_fileField = CGI_varlist::ofOne(m_name, m_fileName);
-    return m_target.begin();
+    return noteError(m_target.begin());
+}
+
+// Keeps errno if the target has failed. Returns `done`.
+bool UploadReceiver::noteError(bool done) {
+    if (!done)
+        m_error = errno;
+    return done;
 }
 
 bool UploadReceiver::partData(const char* data, std::size_t size) {
@@ -130,7 +144,7 @@ bool UploadReceiver::partData(const char* data, std::size_t size) {
         return true;
     if (m_kind == Kind::NoFileChosen && !beginFile())
         return false;
-    return m_target.append(data, size);
+    return noteError(m_target.append(data, size));
 }
 
 bool UploadReceiver::addText(const char* data, std::size_t size) {
@@ -160,13 +174,15 @@ void UploadReceiver::keepField(CGI_varlist::Owner field) {
 }
 
 void UploadReceiver::finish() {
-    if (m_fileField != nullptr && !isFull() && m_target.keep())
+    if (m_fileField != nullptr && isFull())
+        m_error = EBADMSG;
+    else if (m_fileField != nullptr && noteError(m_target.keep()))
         keepField(std::move(m_fileField));
 }
 
 // Reads up to the closing boundary or the first error. The rest of the body stays in the stream,
-// except for what was read along with them.
-void read(FCGX_Stream* in, const std::string& boundary, UploadReceiver& receiver) {
+// except for what was read along with them. Returns 0, or why the upload has failed.
+int read(FCGX_Stream* in, const std::string& boundary, UploadReceiver& receiver) {
     using Progress = cgi::MultipartParser::Progress;
     cgi::MultipartParser parser(boundary, receiver);
     Progress progress = Progress::WantsMore;
@@ -174,22 +190,25 @@ void read(FCGX_Stream* in, const std::string& boundary, UploadReceiver& receiver
     while (progress == Progress::WantsMore) {
         const int count = FCGX_GetStr(piece, sizeof piece, in);
         if (count <= 0)
-            return;
+            return EBADMSG;
         progress = parser.push(piece, static_cast<std::size_t>(count));
     }
     if (progress == Progress::Complete)
         receiver.finish();
+    const bool isBad = progress == Progress::Bad && receiver.error() == 0;
+    return isBad ? EBADMSG : receiver.error();
 }
 
-// Returns the fields of an upload, at most `room` of them, or null without any. A body of any type
-// but multipart/form-data stays in the stream.
+// Returns the fields of an upload, at most `room` of them, or null without any. Sets `error` to 0,
+// or to why the upload has failed. A body of any type but multipart/form-data stays in the stream.
 CGI_varlist::Owner receive(const char* contentType, cgi::UploadTarget& target, std::size_t room,
-                           FCGX_Stream* in) {
+                           FCGX_Stream* in, int& error) {
     const std::optional<std::string> boundary = cgi::multipartBoundary(contentType);
+    error = EBADMSG;
     if (!boundary.has_value())
         return nullptr;
     UploadReceiver receiver(room, target);
-    read(in, *boundary, receiver);
+    error = read(in, *boundary, receiver);
     return receiver.takeFields();
 }
 
@@ -199,10 +218,13 @@ CGI_varlist* CGI_fileupload(CGI_varlist* list, const char* content_type, const c
                             FCGX_Stream* in) {
     if (path == nullptr || in == nullptr)
         return list;
-    return cgi::addTo(list, [=](std::size_t room) {
+    int error = ENOMEM; // unless addTo() returns with the fields
+    list = cgi::addTo(list, [=, &error](std::size_t room) {
         cgi::UploadFile file(path);
-        return receive(content_type, file, room, in);
+        return receive(content_type, file, room, in, error);
     });
+    errno = error;
+    return list;
 }
 
 CGI_varlist* CGI_fileupload_data(CGI_varlist* list, const char* content_type, char* buffer,
@@ -211,11 +233,14 @@ CGI_varlist* CGI_fileupload_data(CGI_varlist* list, const char* content_type, ch
         *received = 0;
     if (buffer == nullptr || in == nullptr)
         return list;
-    return cgi::addTo(list, [=](std::size_t room) {
+    int error = ENOMEM; // unless addTo() returns with the fields
+    list = cgi::addTo(list, [=, &error](std::size_t room) {
         BufferTarget target(buffer, std::min<unsigned long>(size, INT_MAX));
-        CGI_varlist::Owner fields = receive(content_type, target, room, in);
+        CGI_varlist::Owner fields = receive(content_type, target, room, in, error);
         if (received != nullptr)
             *received = static_cast<int>(target.received());
         return fields;
     });
+    errno = error;
+    return list;
 }

@@ -42,8 +42,10 @@ cgi::UploadFile::UploadFile(const char* path) {
 bool cgi::UploadFile::begin() {
     assert(!m_folder && "begin() is called once");
     m_unwritten.reserve(kWriteBytes);
-    if (m_name.empty())
+    if (m_name.empty()) {
+        errno = EISDIR;
         return false;
+    }
     m_folder = base::Descriptor(openFolder(m_folderPath.c_str()));
     return m_folder && createTemporary();
 }

@@ -70,11 +70,16 @@ char* CGI_encode_url(const char* text, const char* keep);
 //             of that name instead, so look for the file at `path`, too.
 //   Failure   a bad body, an early end, a full disk and the like leave `path` as it was and nothing
 //             beside it.
+//   Reason    errno is 0 after a complete upload, with a file or without; else EBADMSG for a body
+//             that is malformed, cut off, of another type or beyond a limit, or the error of the
+//             system call that failed, such as ENOSPC. (A device's own library may leave errno
+//             alone.)
 CGI_varlist* CGI_fileupload(CGI_varlist* list, const char* content_type, const char* path,
                             FCGX_Stream* in);
 
 // Does the same, but places the file's data in `buffer`, which has `size` bytes. Sets *received to
-// the count of bytes placed: 0 on any failure, also when the file does not fit.
+// the count of bytes placed: 0 on any failure, also when the file does not fit, for which errno is
+// EFBIG.
 CGI_varlist* CGI_fileupload_data(CGI_varlist* list, const char* content_type, char* buffer,
                                  unsigned long size, FCGX_Stream* in, int* received);
 

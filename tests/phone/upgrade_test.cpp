@@ -157,6 +157,31 @@ TEST_F(UpgradePage, ReportsThatAnImageCannotBeStored) {
     EXPECT_EQ(answer.alert(), "The upload failed. The current firmware stays in use.");
 }
 
+TEST_F(UpgradePage, LogsWhyAnUploadFailed) {
+    using namespace kit::testing;
+    const std::string begin = "Page settings-upgrade: the upload of firmware failed: ";
+    const auto lines = [] {
+        std::vector<std::string> found;
+        for (const auto& record : recorded_log::records()) {
+            if (record.text.find("upload") != std::string::npos) {
+                found.push_back(record.text);
+            }
+        }
+        recorded_log::clear();
+        return found;
+    };
+    recorded_log::clear();
+    upload("", "");
+    EXPECT_EQ(lines(), std::vector<std::string>{}) << "no file was chosen";
+    me.send(me.uploading("settings-upgrade&q=upload", file("firmware", "a", "b")).cutOffAfter(100));
+    EXPECT_EQ(lines(), std::vector{begin + "the form is malformed, or the client has gone"});
+    breakTheDisk();
+    upload(image("9.8.7"));
+    const auto broken = lines();
+    ASSERT_EQ(broken.size(), 1u);
+    EXPECT_EQ(broken[0].rfind(begin, 0), 0u) << broken[0];
+}
+
 TEST_F(UpgradePage, OffersAnImageThatItAccepts) {
     const Answer answer = me.page("settings-upgrade&q=download");
     EXPECT_EQ(answer.status, 200);

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <functional>
 #include <random>
@@ -206,6 +207,28 @@ TEST_F(Uploads, StoreNothingWhenNoFileIsChosen) {
     EXPECT_EQ("(none)", valueOf(list, "f"));
     EXPECT_EQ(nullptr, upload(kUploadEnd));
     expectNothingStored("no file");
+}
+
+TEST_F(Uploads, ReportWhyTheyFailed) {
+    const auto errorOf = [this](const std::string& body, const std::string& path) {
+        MemoryInput in(body, 1000);
+        errno = -1;
+        CGI_varlist* list =
+            CGI_fileupload(nullptr, kUploadType, m_folder.path(path).c_str(), in.stream());
+        const int error = errno;
+        CGI_free_varlist(list);
+        return error;
+    };
+    const std::string file = filePart("f", "x", "data");
+    EXPECT_EQ(0, errorOf(file + kUploadEnd, "new.bin"));
+    EXPECT_EQ(0, errorOf(filePart("f", "", "") + kUploadEnd, "new.bin"));
+    EXPECT_EQ(EBADMSG, errorOf(file, "new.bin"));
+    EXPECT_EQ(EBADMSG, errorOf("nonsense", "new.bin"));
+    EXPECT_EQ(EBADMSG, errorOf(textPart("a", std::string(65537, 't')) + kUploadEnd, "new.bin"));
+    EXPECT_EQ(ENOENT, errorOf(file + kUploadEnd, "none/new.bin"));
+    EXPECT_EQ(EISDIR, errorOf(file + kUploadEnd, ""));
+    const FullDisk disk(0);
+    EXPECT_EQ(EFBIG, errorOf(file + kUploadEnd, "new.bin")) << "as write(2) has it";
 }
 
 TEST_F(Uploads, StoreTheSecondFileWhenTheFirstWasNotChosen) {

@@ -26,7 +26,8 @@ enum class Problem {
     TooLong,       // more characters than allowed
     BadCharacters, // a control character, or not UTF-8
     WrongType,     // JSON of another type
-    Incomplete,    // a body that ended before its announced length
+    Incomplete,    // a body that ended before its announced length, or a malformed upload
+    NotStored,     // an upload for which there is no room on the disk, or the like
 };
 
 // Returns an English predicate for the problem, such as "is missing". Never null. Pages in several
@@ -55,6 +56,8 @@ inline const char* describe(Problem problem) {
         return "is of the wrong type";
     case Problem::Incomplete:
         return "is incomplete";
+    case Problem::NotStored:
+        return "could not be stored";
     }
     return "is wrong";
 }

@@ -1,8 +1,7 @@
 #include "pages/configuration_page.h"
 
+#include "kit/upload.h"
 #include "model/configuration.h"
-
-#include <vector>
 
 namespace phone {
 namespace {
@@ -70,18 +69,13 @@ void ConfigurationPage::import(kit::Request& request, kit::Response& response,
         showPage(request, response, std::move(variables));
         return;
     }
-    std::vector<char> buffer(kMaxConfigurationBytes);
-    const int size = request.raw().receiveUploadData(buffer.data(), buffer.size());
-    const std::string_view text(buffer.data(), static_cast<std::size_t>(size));
-    const bool tooLarge = !request.parameter("config") &&
-                          request.raw().getContentLength() > static_cast<int>(buffer.size());
-    request.discardBody();
+    const auto text = kit::readUpload(request, "config", kMaxConfigurationBytes);
     const auto edit = [&](State& state) {
-        if (tooLarge) {
+        if (text.problem() == kit::Problem::TooLong) {
             return Errors{{"config", ErrorCode::tooLarge, kMaxConfigurationBytes}};
         }
         keepLocalCopy(state);
-        return readConfiguration(text, state.settings);
+        return readConfiguration(text.valueOr(""), state.settings);
     };
     if (mayChange(request, response, signIn)) {
         change(request, response, signIn, edit, "configurationImported");

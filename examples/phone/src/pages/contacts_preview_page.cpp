@@ -1,8 +1,7 @@
 #include "pages/contacts_preview_page.h"
 
+#include "kit/upload.h"
 #include "visit.h"
-
-#include <vector>
 
 namespace phone {
 namespace {
@@ -49,22 +48,6 @@ void addPlan(kit::Variables& variables, const ImportPlan& plan) {
         .rows("refused", plan.refused, refusedRow);
 }
 
-// Returns why the upload was empty. If a larger body was announced and not received, it was too
-// large; a client that hung up does not see the answer.
-const char* uploadFault(kit::Request& request) {
-    const bool tooLarge = !request.parameter("contacts") &&
-                          request.raw().getContentLength() > static_cast<int>(kMaxCsvBytes);
-    return tooLarge ? "tooLarge" : "empty";
-}
-
-// Returns the bytes of the file; empty if it is missing, empty, too large, or was not received.
-std::string fileReceived(kit::Request& request) {
-    std::vector<char> buffer(kMaxCsvBytes);
-    const int size = request.raw().receiveUploadData(buffer.data(), buffer.size());
-    request.discardBody();
-    return {buffer.data(), static_cast<std::size_t>(size)};
-}
-
 } // namespace
 
 ContactsPreviewPage::ContactsPreviewPage(Phone& phone) : ActionsPage(phone) {
@@ -104,16 +87,16 @@ void ContactsPreviewPage::preview(kit::Request& request, kit::Response& response
     const char* fault = "busy";
     if (const std::unique_lock<std::mutex> receiving(m_phone.receiving, std::try_to_lock);
         receiving) {
-        const std::string file = fileReceived(request);
+        const auto file = kit::readUpload(request, "contacts", kMaxCsvBytes);
         // The token may be a field of the upload, so check it once that was received.
         if (!mayChange(request, response, signIn)) {
             return;
         }
         forget(request);
-        fault = uploadFault(request);
-        if (!file.empty()) {
+        fault = file.problem() == kit::Problem::TooLong ? "tooLarge" : "empty";
+        if (file) {
             plan =
-                std::make_shared<ImportPlan>(planImport(file, m_phone.device.state()->directory));
+                std::make_shared<ImportPlan>(planImport(*file, m_phone.device.state()->directory));
         }
     }
     HttpSession* session = request.session();

@@ -1,6 +1,7 @@
 #include "pages/upgrade_page.h"
 
 #include "kit/text.h"
+#include "kit/upload.h"
 
 #include <cstdio>
 
@@ -8,6 +9,9 @@ namespace phone {
 namespace {
 
 constexpr const char* kImageField = "firmware";
+
+// As in the configurations of the front servers: more than the largest image with its form.
+constexpr std::size_t kMaxUploadBytes = 2 * kMaxFirmwarePayload;
 
 // Maximum bytes shown of the client's file name.
 constexpr std::size_t kShownNameBytes = 128;
@@ -58,8 +62,7 @@ void UpgradePage::upload(kit::Request& request, kit::Response& response,
     if (const std::unique_lock<std::mutex> receiving(m_phone.receiving, std::try_to_lock);
         receiving) {
         std::remove(m_receivedPath.c_str()); // left behind by a power cut
-        request.raw().receiveUploadFile(m_receivedPath.c_str());
-        request.discardBody(); // on a full disk
+        kit::saveUpload(request, kImageField, m_receivedPath, kMaxUploadBytes);
         // The token may be a field of the upload, so check it once that was received.
         if (!mayChange(request, response, signIn)) {
             std::remove(m_receivedPath.c_str());
