@@ -23,6 +23,13 @@ def shows_nothing(answer):
     return not any(word in answer.body.decode(errors="replace") for word in INSIDE)
 
 
+def test_only_a_user_learns_that_a_page_does_not_exist(user, phone):
+    answer = user.get("/servlet?p=nonsense")
+    assert answer.status == 404
+    assert "There is no page at this address." in answer.text
+    assert Browser(phone).get("/servlet?p=nonsense").status == 303
+
+
 def test_no_page_is_shown_to_a_stranger(stranger):
     assert len(SERVLETS) > 10
     for page in set(SERVLETS) - PUBLIC:

@@ -66,15 +66,9 @@ bool hasEntityTag(std::string_view list, Matches matches) {
     }
 }
 
-// Returns the method, or an empty text if the front server sends none.
-inline std::string_view methodOf(Request& request) {
-    const char* method = request.raw().getMethod();
-    return method ? method : "";
-}
-
 // Returns whether the method is GET or HEAD: conditions of others are ignored.
 inline bool isReading(Request& request) {
-    return methodOf(request) == "GET" || methodOf(request) == "HEAD";
+    return request.method() == "GET" || request.method() == "HEAD";
 }
 
 // Evaluates the conditions of a GET or HEAD request in the order of RFC 9110, section 13.2.2. A
@@ -157,7 +151,7 @@ inline std::optional<ByteRange> rangeOf(Request& request, const Validators& vali
                                         std::uint64_t size) {
     const auto range = request.variable("HTTP_RANGE");
     const auto tag = request.variable("HTTP_IF_RANGE");
-    if (!range || methodOf(request) != "GET" ||
+    if (!range || request.method() != "GET" ||
         (tag && !matchStrongly(*tag, validators.entityTag))) {
         return std::nullopt;
     }

@@ -208,7 +208,7 @@ inline void Response::sendPart(const base::Descriptor& file, const std::string& 
 inline void Response::copyBody(const base::Descriptor& file, const std::string& path,
                                internal::ByteRange part) {
     m_raw.write("", 1, 0); // commits the headers: no error page must be sent with this length
-    Stream body(m_raw, internal::methodOf(m_request) != "HEAD");
+    Stream body(m_raw, m_request.method() != "HEAD");
     char piece[8192];
     while (part.size > 0) {
         const auto wanted =

@@ -193,7 +193,7 @@ public:
     // null.
     Stream stream(const char* contentType) {
         send(contentType, "");
-        return {m_raw, isHeaderValue(contentType) && internal::methodOf(m_request) != "HEAD"};
+        return {m_raw, isHeaderValue(contentType) && m_request.method() != "HEAD"};
     }
 
     // Answers with the file: with its length, an ETag and a date, with status 304 if the browser
