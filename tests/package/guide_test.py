@@ -7,7 +7,7 @@ import shutil
 import pytest
 
 from conftest import SOURCE, environment, run
-from documents_test import blocks
+from documents_test import blocks, section
 
 CHAPTERS = {
     "testing": r"100% tests passed",
@@ -32,11 +32,25 @@ def test_the_commands_of_a_chapter_work(prefix, project, chapter):
     assert re.search(CHAPTERS[chapter], printed), printed
 
 
-def test_the_project_is_installed_without_findings(prefix, project, tmp_path):
-    env = dict(environment(prefix), CMAKE_PREFIX_PATH=str(prefix), DESTDIR=str(tmp_path))
-    run("cmake", "-B", "build-image", "-G", "Ninja", cwd=project, env=env)
-    run("cmake", "--build", "build-image", cwd=project, env=env)
-    run("cmake", "--install", "build-image", cwd=project, env=env)
-    checked = run(prefix / "bin/servlet_check", "--root", tmp_path, "--partial",
-                  "--provides", prefix / "lib/libdevice.so", env=env)
+@pytest.fixture(scope="module")
+def image(prefix, project):
+    env = dict(environment(prefix), CMAKE_PREFIX_PATH=str(prefix), CMAKE_GENERATOR="Ninja")
+    run("bash", "-ec", "cmake -B build-image && cmake --build build-image && "
+        'DESTDIR="$PWD/image" cmake --install build-image', cwd=project, env=env)
+    return project / "image"
+
+
+def test_the_project_is_installed_without_findings(prefix, image):
+    checked = run(prefix / "bin/servlet_check", "--root", image, "--partial",
+                  "--provides", prefix / "lib/libdevice.so", env=environment(prefix))
     assert [line for line in checked.splitlines() if ": note: " not in line] == []
+
+
+def test_the_first_steps_of_troubleshooting_work(prefix, image):
+    steps = section(SOURCE / "docs/troubleshooting.md", "First steps")
+    commands = re.findall(r"^ +(servlet_check .*)$", steps, re.MULTILINE)
+    assert len(commands) == 2
+    env = environment(prefix)
+    env["PATH"] = f"{prefix}/bin:{env['PATH']}"
+    printed = [run("bash", "-c", command, cwd=image.parent, env=env) for command in commands]
+    assert "createLocalNetworkListener" in printed[1]
