@@ -90,14 +90,14 @@ class Nginx(Front):
 class Load:
     """The figures of one run of wrk(1), which shares the front server's core."""
 
-    def __init__(self, front, query, clients, seconds, cookie, form=None):
+    def __init__(self, front, query, clients, seconds, cookie, body=None,
+                 content_type="application/x-www-form-urlencoded"):
         command = [*pinned(FRONT_CORE), "wrk", "-t1", f"-c{clients}", f"-d{seconds}s",
                    "--latency", "-H", f"Cookie: {cookie}"]
-        if form is not None:
-            script = front.folder / "form.lua"
-            script.write_text(
-                f'wrk.method = "POST"\nwrk.body = "{form}"\n'
-                'wrk.headers["Content-Type"] = "application/x-www-form-urlencoded"\n')
+        if body is not None:
+            script = front.folder / "post.lua"
+            script.write_text(f'wrk.method = "POST"\nwrk.body = [[{body}]]\n'
+                              f'wrk.headers["Content-Type"] = "{content_type}"\n')
             command += ["-s", str(script)]
         before = front.process.cpu_seconds()
         text = subprocess.run([*command, front.url(query)], stdout=subprocess.PIPE, text=True,
