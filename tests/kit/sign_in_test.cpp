@@ -269,6 +269,7 @@ TEST(SignIns, GiveEachSignInItsOwnToken) {
     door.signIn("right");
     door.look();
     EXPECT_NE(door.token, first);
+    EXPECT_NE(door.token, *door.served.browser.cookie("signIn")) << "pages show the token";
 }
 
 TEST(SignIns, RequireTheCsrfTokenForEveryChange) {

@@ -1,6 +1,9 @@
 #include "model/password.h"
 
 #include "failing_calls.h"
+#include "temporary_folder.h"
+
+#include "model/password_store.h"
 
 #include <gtest/gtest.h>
 #include <new>
@@ -73,4 +76,17 @@ TEST(Password, UsesLittleMemoryForHashing) {
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
+}
+
+// The files are checksummed, but an earlier version, or a hand, may have written them.
+TEST(StoredPassword, MustHaveAUserAndAHash) {
+    const std::string hash = hashPassword("right");
+    for (const Credentials& wrong :
+         {Credentials{"", hash, false}, Credentials{"admin", "right", false}}) {
+        const TemporaryFolder folder;
+        PasswordStore store(folder.file("password"));
+        store.load();
+        EXPECT_TRUE(store.save(wrong));
+        EXPECT_FALSE(PasswordStore(folder.file("password")).load()) << wrong.user;
+    }
 }
