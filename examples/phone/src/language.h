@@ -17,9 +17,9 @@ bool isLanguage(std::string_view code);
 
 // Returns the language chosen if there are pages in it, else the browser's most preferred one with
 // pages, else "en". "de-AT" and "zh-CN;q=0.8" count as "de" and "zh".
-const char* preferredLanguage(kit::Request& request);
+std::string preferredLanguage(kit::Request& request);
 
-// Returns the language of the request from its template variable "local", or "en".
+// Returns the language that LanguageListener has set for the request, else the browser's, or "en".
 std::string languageOf(kit::Request& request);
 
 } // namespace phone

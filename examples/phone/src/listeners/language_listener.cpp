@@ -5,7 +5,7 @@
 namespace phone {
 
 bool LanguageListener::admit(kit::Request& request, kit::Response&) {
-    request.raw().setLocal(preferredLanguage(request));
+    request.setLanguage(preferredLanguage(request));
     return true;
 }
 
