@@ -272,7 +272,7 @@ TEST_F(UpgradePage, ResetsToFactorySettingsAndSignsOthersOut) {
     EXPECT_EQ(notice(), "reset");
     advanceSeconds(8);
     EXPECT_EQ(notice(), "idle");
-    EXPECT_EQ(other.page("status").status, 303);
+    EXPECT_EQ(other.page("status").location(), std::string(kSignInForm) + "&jumpto=status");
     EXPECT_EQ(me.page("network").location(), "/servlet?p=security") << "another password first";
     EXPECT_EQ(saved()->settings.network.hostname, "desk-phone");
     EXPECT_EQ(saved()->directory.find("Dora"), nullptr);
