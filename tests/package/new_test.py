@@ -103,7 +103,7 @@ def test_a_new_project_passes_its_test(built, env):
     assert "100% tests passed, 0 tests failed out of 1" in printed
 
 
-@pytest.mark.parametrize("kind", ["form", "upload", "sign-in"])
+@pytest.mark.parametrize("kind", ["form", "json", "upload", "sign-in"])
 def test_a_project_of_another_kind_works_like_the_first(kind, place, env):
     """By the commands of its README, from a tool that is not on the search path."""
     env = dict(env, PATH=os.environ["PATH"])

@@ -2,8 +2,9 @@
 
 #include <kit/forms.h>
 #include <kit/plugin.h>
+#include <kit/upload.h>
 
-#include <cstdint>
+#include <cstddef>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -15,7 +16,7 @@
 
 namespace {
 
-constexpr std::uintmax_t kMaxBytes = 1024 * 1024;
+constexpr std::size_t kMaxBytes = 1024 * 1024; // of the whole form
 
 class SamplePage final : public kit::Page {
     void answer(kit::Request& request, kit::Response& response) override {
@@ -50,8 +51,10 @@ class SamplePage final : public kit::Page {
         }
         const std::string picture = pictureOf(request);
         const std::string received = picture + ".received";
-        request.raw().receiveUploadFile(received.c_str());
-        request.discardBody(); // of an upload that failed, so that the browser reads the answer
+        const auto name = kit::saveUpload(request, "picture", received, kMaxBytes);
+        if (!name) {
+            return std::string("The picture ") + kit::describe(name.problem()) + ".";
+        }
         const std::string problem = problemOf(request, received);
         if (!problem.empty() || std::rename(received.c_str(), picture.c_str()) != 0) {
             std::remove(received.c_str());
@@ -61,23 +64,11 @@ class SamplePage final : public kit::Page {
     }
 
     static std::string problemOf(kit::Request& request, const std::string& path) {
-        constexpr std::string_view kSignature = "\x89PNG\r\n\x1a\n";
-        // The fields of an upload are there once it was received, and that of the file only if it
-        // is complete.
-        std::error_code unreadable;
-        const auto bytes = std::filesystem::file_size(path, unreadable);
-        if (!request.parameter("picture") || unreadable) {
-            return "The upload failed: it is incomplete, or there is no room for it.";
-        }
+        // The token is a field of the upload, so it is there once that was received.
         if (!kit::isFromForm(request)) {
             return "This form is out of date. Please try again.";
         }
-        if (bytes == 0) {
-            return "Choose a picture first.";
-        }
-        if (bytes > kMaxBytes) {
-            return "The picture is too large.";
-        }
+        constexpr std::string_view kSignature = "\x89PNG\r\n\x1a\n";
         std::string begin(kSignature.size(), '\0');
         std::ifstream(path, std::ios::binary)
             .read(begin.data(), static_cast<std::streamsize>(begin.size()));

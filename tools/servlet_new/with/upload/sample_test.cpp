@@ -74,8 +74,8 @@ TEST_F(SamplePage, ChecksThePictureFirst) {
         std::string content;
         const char* message;
     } cases[] = {{"GIF89a", "This is no PNG picture."},
-                 {"", "Choose a picture first."},
-                 {kPng + std::string(1024 * 1024, 'x'), "The picture is too large."}};
+                 {"", "This is no PNG picture."},
+                 {kPng + std::string(1024 * 1024, 'x'), "The picture is too long."}};
     for (const auto& bad : cases) {
         const Response response = browser.send(uploading(bad.content));
         EXPECT_EQ(response.status, 422);
@@ -89,7 +89,8 @@ TEST_F(SamplePage, DiscardsAnUploadThatIsCutOff) {
     const Request whole = uploading(kPng);
     const std::size_t length = std::stoul(*whole.valueOf("CONTENT_LENGTH"));
     for (std::size_t cut = 0; cut < length - 2; cut += 7) {
-        EXPECT_TRUE(shows(browser.send(whole.cutOffAfter(cut)), "The upload failed")) << cut;
+        EXPECT_TRUE(shows(browser.send(whole.cutOffAfter(cut)), "The picture is incomplete."))
+            << cut;
         EXPECT_EQ(stored(), "");
     }
 }
