@@ -74,8 +74,8 @@ TEST_F(UploadedPicture, IsCheckedFirst) {
         std::string content;
         const char* message;
     } cases[] = {{"GIF89a", "This is no PNG picture."},
-                 {"", "Choose a picture first."},
-                 {kPng + std::string(UploadPage::kMaxBytes, 'x'), "The picture is too large."}};
+                 {"", "This is no PNG picture."},
+                 {kPng + std::string(UploadPage::kMaxBytes, 'x'), "The picture is too long."}};
     for (const auto& bad : cases) {
         const Response response = page.serve(uploading(bad.content));
         EXPECT_EQ(response.status, 422);
@@ -99,14 +99,14 @@ TEST_F(UploadedPicture, IsDiscardedIfTheClientHangsUp) {
     const Request whole = uploading(kPng);
     const std::size_t length = std::stoul(*whole.valueOf("CONTENT_LENGTH"));
     for (std::size_t cut = 0; cut < length - 2; cut += 7) {
-        EXPECT_TRUE(shows(page.serve(whole.cutOffAfter(cut)), "The upload failed")) << cut;
+        EXPECT_TRUE(shows(page.serve(whole.cutOffAfter(cut)), "The picture is incomplete.")) << cut;
         EXPECT_EQ(fileCount(), 0) << cut;
     }
 }
 
 TEST_F(UploadedPicture, IsTheOnlyOneAtATime) {
     const Request large =
-        uploading(kPng + std::string(UploadPage::kMaxBytes - kPng.size(), 'x')).inPieces(1);
+        uploading(kPng + std::string(UploadPage::kMaxBytes - 1024, 'x')).inPieces(1);
     std::thread first([&] { EXPECT_EQ(page.serve(large).status, 200); });
     while (fileCount() == 0) {
         std::this_thread::yield();

@@ -4,7 +4,9 @@
 
 #include <kit/forms.h>
 #include <kit/plugin.h>
+#include <kit/upload.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -19,7 +21,7 @@ public:
     // Stores the picture at `path`.
     explicit UploadPage(std::string path) : m_path(std::move(path)) {}
 
-    static constexpr std::uintmax_t kMaxBytes = 4 * 1024 * 1024;
+    static constexpr std::size_t kMaxBytes = 4 * 1024 * 1024; // of the whole form
 
 private:
     void answer(kit::Request& request, kit::Response& response) override {
@@ -47,8 +49,10 @@ private:
             return "Another upload is under way. Try again in a moment.";
         }
         const std::string received = m_path + ".received";
-        request.raw().receiveUploadFile(received.c_str());
-        request.discardBody(); // of an upload that failed, so that the browser reads the answer
+        const auto name = kit::saveUpload(request, "picture", received, kMaxBytes);
+        if (!name) {
+            return std::string("The picture ") + kit::describe(name.problem()) + ".";
+        }
         const std::string problem = problemOf(request, received);
         if (!problem.empty() || std::rename(received.c_str(), m_path.c_str()) != 0) {
             std::remove(received.c_str());
@@ -58,25 +62,11 @@ private:
     }
 
     static std::string problemOf(kit::Request& request, const std::string& path) {
-        constexpr std::string_view kSignature = "\x89PNG\r\n\x1a\n";
-        // The field is missing if the upload is not complete. Its value is the client's name for
-        // the file, which is empty if the user has chosen none: never use it as a path.
-        const auto name = request.parameter("picture");
-        std::error_code unreadable;
-        const auto bytes = std::filesystem::file_size(path, unreadable);
-        if (!name || unreadable) {
-            return "The upload failed: it is incomplete, or there is no room for it.";
-        }
         // The token is a field of the upload, so it is there once that was received.
         if (!kit::isFromForm(request)) {
             return "This form is out of date. Try again.";
         }
-        if (bytes == 0) {
-            return "Choose a picture first.";
-        }
-        if (bytes > kMaxBytes) {
-            return "The picture is too large.";
-        }
+        constexpr std::string_view kSignature = "\x89PNG\r\n\x1a\n";
         std::string begin(kSignature.size(), '\0');
         std::ifstream(path, std::ios::binary).read(begin.data(), std::streamsize(begin.size()));
         return begin == kSignature ? "" : "This is no PNG picture.";

@@ -47,8 +47,7 @@ inline Problem uploadProblem(Request& request, const char* field, std::size_t ma
 //   Before  check who sends the file, and put `p` into the URL: the container looks for the page
 //           before it reads the body. Slow clients must not occupy all request threads.
 //   Body    is read to its end in any case: curl and Apache want to be rid of it before they pass
-//   on
-//           an answer.
+//           on an answer.
 inline Reading<std::string_view> saveUpload(Request& request, const char* field,
                                             const std::string& path, std::size_t maxBytes) {
     assert(field && "`field` must not be null");
