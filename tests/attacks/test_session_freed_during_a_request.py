@@ -4,9 +4,7 @@ A client sends two requests of one session. When the shorter one ends, the sessi
 although the longer one is still being served. If the daemon then freed it, the longer request would
 use freed memory."""
 
-import time
-
-from service import in_background
+from service import in_background, wait_until
 
 
 def test_the_longer_of_two_requests_keeps_its_session(start, front):
@@ -15,7 +13,7 @@ def test_the_longer_of_two_requests_keeps_its_session(start, front):
     session = ("--header", f"Cookie: {first.header('Set-Cookie')}")
     longer = lambda: front.curl("/servlet?p=count&ms=6000", *session)
     with in_background(longer) as answers:
-        time.sleep(0.5)
+        wait_until(lambda: host.lines("begun"), "the longer request reaching its page")
         assert front.curl("/servlet?p=count", *session).text == "count 3"
     assert [answer.text for answer in answers] == ["count 2"]
     assert host.stop() == 0

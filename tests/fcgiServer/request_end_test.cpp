@@ -550,7 +550,8 @@ int threadsThatBlockSignals() {
 TEST_F(RequestEnd, LeavesAllSignalsToOtherThreads) {
     const int before = threadsThatBlockSignals(); // a sanitizer has such a thread too
     serve(begin(with({})));
-    EXPECT_EQ(threadsThatBlockSignals(), before + 1);
+    // An emulator blocks them for a moment in other threads, too.
+    EXPECT_TRUE(becomesTrue([&] { return threadsThatBlockSignals() == before + 1; }));
 }
 
 TEST_F(RequestEnd, LosesNoResponseOfSeveralLoops) {

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -237,9 +238,11 @@ TEST(KitResponse, RefusesACookieThatBrowsersReject) {
     cookie.path = "/";
     cookie.domain = "phone.example";
     EXPECT_FALSE(kit::setCookieText(cookie));
-    cookie = {"a", "b"};
-    cookie.expires = -62135596801; // in the year 0
-    EXPECT_FALSE(kit::setCookieText(cookie));
+    if constexpr (sizeof(std::time_t) == 8) { // 32 bits reach from 1901 to 2038
+        cookie = {"a", "b"};
+        cookie.expires = -62135596801; // in the year 0
+        EXPECT_FALSE(kit::setCookieText(cookie));
+    }
 }
 
 TEST(KitResponse, SetsSeveralCookies) {

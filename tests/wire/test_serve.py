@@ -309,7 +309,7 @@ def test_what_is_wrong_is_shown_in_the_browser_until_it_is_mended(hello, project
 
     # A second mistake takes the place of the first.
     replace(config, "createHelloPage", "createHeloPage")
-    wait_for_problem(hello, "servlet.xml, line 5", "has no &quot;createHeloPage&quot;")
+    wait_for_problem(hello, "servlet.xml, line 6", "has no &quot;createHeloPage&quot;")
     replace(config, "</servlets>", "")
     wait_for_problem(hello, "servlet.xml, line ", "not well-formed XML")
     text = config.read_text()

@@ -67,6 +67,7 @@ def test_the_request_in_flight_is_completed(start):
 def test_connected_clients_are_served_before_the_end(start):
     host = serving(start)
     slow = lambda: start.cgi_fcgi("/servlet?p=slow&ms=500")
+    wait_until(lambda: connections_to(start.socket_path) == 0, "the end of the first connections")
     with in_background(*[slow] * 8) as answers:
         wait_until(lambda: connections_to(start.socket_path) == 8, "all being connected")
         host.signal(signal.SIGTERM)

@@ -278,6 +278,7 @@ def test_pending_clients_are_served_before_the_daemons_own_socket_is_closed(star
     host = start.host("--listen", start.socket_path, "--threads", "1")
     first = lambda: start.cgi_fcgi("/servlet?p=slow&ms=600")
     pending = lambda: start.cgi_fcgi("/servlet?p=slow&ms=10")
+    wait_until(lambda: connections_to(start.socket_path) == 0, "the end of the first connection")
     with in_background(first, *[pending] * 4) as answers:
         wait_until(lambda: connections_to(start.socket_path) == 5, "all being connected")
         host.signal(signal.SIGTERM)

@@ -142,7 +142,8 @@ test('a form that was open while its user signed in again is refused with an exp
 test('a request for an unknown page does no harm', async ({ page }) => {
     await signIn(page);
     const answer = await get(page.request, '/servlet?p=nowhere');
-    expect(await answer.text()).toContain('404 - Not Found');
+    expect(answer.status()).toBe(404);
+    expect(await answer.text()).toContain('There is no page at this address.');
 
     await open(page, 'status');
     await expectSignedIn(page);

@@ -158,7 +158,10 @@ public:
             session->setMaxInactiveInterval(number(request, "interval", 180));
         const auto count = reinterpret_cast<std::intptr_t>(session->getAttribute("count")) + 1;
         session->setAttribute("count", reinterpret_cast<void*>(count));
-        usleep(static_cast<useconds_t>(number(request, "ms", 0)) * 1000);
+        if (const int ms = number(request, "ms", 0)) {
+            record("begun", "count");
+            usleep(static_cast<useconds_t>(ms) * 1000);
+        }
         if (session->existAttribute("count"))
             response->print("count %d", static_cast<int>(count));
         else
