@@ -38,6 +38,7 @@ namespace kit {
 template <typename Target, typename... More>
 class Actions {
 public:
+    // A function that answers an action.
     using Handler = void (Target::*)(Request&, Response&, More...);
 
     // `refuse` answers requests for an action of on() that do not have the token.
@@ -123,6 +124,7 @@ class ActionPage : public Page {
 protected:
     ActionPage() : m_actions(&ActionPage::refuse) {}
 
+    // Declare a member function of this page as an action; see Actions.
     template <typename Handler>
     void on(const char* name, Handler handler) {
         m_actions.on(name, handler);

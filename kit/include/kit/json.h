@@ -82,8 +82,10 @@ inline constexpr bool
 class Json {
 public:
     Json() = default; // null
+    // Null.
     Json(std::nullptr_t) {}
 
+    // True or false. Not from pointers, which would be taken for bools.
     template <typename T, std::enable_if_t<std::is_same_v<T, bool>, int> = 0>
     Json(T value) : m_value(std::in_place_type<bool>, value) {}
 
@@ -110,9 +112,11 @@ public:
         }
     }
 
+    // A value of a type of your own, as the function toJson() beside the type returns it.
     template <typename T, std::enable_if_t<internal::kHasToJson<T>, int> = 0>
     Json(const T& value) : Json(toJson(value)) {}
 
+    // The value of a std::optional, or null.
     template <typename T,
               std::enable_if_t<internal::kIsOptional<T> && !internal::kHasToJson<T>, int> = 0>
     Json(const T& value) {
@@ -121,6 +125,7 @@ public:
         }
     }
 
+    // An object of the entries of a map, or an array of the elements of any other container.
     template <typename T, std::enable_if_t<internal::kIsRange<T> && !internal::kIsText<T> &&
                                                !internal::kHasToJson<T> && !std::is_same_v<T, Json>,
                                            int> = 0>
@@ -138,6 +143,7 @@ public:
         }
     }
 
+    // An object if all items are pairs of a name and a value, {{"a", 1}, {"b", 2}}, else an array.
     Json(std::initializer_list<internal::JsonItem> items);
 
     // Return an array of these elements, and an object without members.
@@ -178,6 +184,7 @@ public:
         return *this;
     }
 
+    // Return whether this is of the type.
     bool isNull() const { return std::holds_alternative<std::monostate>(m_value); }
     bool isArray() const { return std::holds_alternative<Elements>(m_value); }
     bool isObject() const { return std::holds_alternative<Members>(m_value); }

@@ -36,8 +36,9 @@ struct JsonLimits {
 // Either the JSON that a client sent, or why there is none.
 class JsonBody {
 public:
+    // With a value.
     explicit JsonBody(Json value) : m_value(std::move(value)) {}
-    // `status` is that of the response to such a body.
+    // Without one. `status` is that of the response to such a body.
     JsonBody(int status, std::string error) : m_status(status), m_error(std::move(error)) {}
 
     // Returns whether there is a value.
