@@ -147,7 +147,10 @@ public:
     // Send `body` unchanged, or `value` as JSON. Further calls append to it.
     void text(std::string_view body) { send("text/plain; charset=utf-8", body); }
     void html(std::string_view body) { send("text/html; charset=utf-8", body); }
-    void json(const Json& value) { send("application/json", value.serialized()); }
+    void json(const Json& value) {
+        const std::string body = value.serialized();
+        send("application/json", body);
+    }
     // Sends `body` unchanged as `contentType`, which must not be null. Refuses a content type with
     // a control character other than a tab, and sends nothing then.
     void send(const char* contentType, std::string_view body) {
