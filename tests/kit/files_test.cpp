@@ -412,6 +412,7 @@ TEST_F(Files, AreNotKeptByABrowserIfTheyFail) {
     Failing raw(fastCgi.get());
     HttpRequestImpl request(fastCgi.get(), &sessions, &raw);
     kit::internal::ServletHandle(page, "createX").service(&request, &raw);
+    TMPL_free_varlist(raw.getMainVarList()); // as flush() would
     const Response response(fastCgi.out().text());
     EXPECT_EQ(response.status, 500);
     EXPECT_EQ(response.header("Cache-Control"), "no-store");
