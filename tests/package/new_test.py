@@ -323,7 +323,7 @@ def test_the_tool_in_the_sources_makes_the_same_project(greeting, tmp_path):
     (["a", "b"], "expects one argument"),
     (["--force", "a"], "unknown option, or an option without its value"),
     (["--with"], "unknown option, or an option without its value"),
-    (["--with", "json", "a"], 'there is no kind "json"'),
+    (["--with", "soap", "a"], 'there is no kind "soap"'),
     (["--with", "../project", "a"], 'there is no kind "../project"'),
     *[([name], "is not a valid name: up to 32 letters") for name in (
         "", "1a", "_a", "a_", "a__b", "a-b", "a b", "a/b", "..", "/a", "a\n", "ä", "a.b", "x" * 33)],
