@@ -161,6 +161,7 @@ public:
             return;
         }
         setDefaults(contentType);
+        // cppcheck-suppress invalidLifetime // json() keeps its text for as long
         m_raw.write(body.data(), 1, static_cast<unsigned int>(body.size()));
     }
 
