@@ -14,35 +14,37 @@ namespace {
 constexpr int kPeople = 8;
 constexpr int kVisits = 6;
 
-// Signs in and out repeatedly and returns the number of unexpected answers.
-int visitsThatFailed(kit::testing::Runner& runner, int number) {
+// Signs in and out repeatedly.
+void visit(kit::testing::Runner& runner, int number) {
     const std::string own = std::to_string(number);
-    int failures = 0;
-    const auto want = [&failures](bool fine) { failures += fine ? 0 : 1; };
     for (int visit = 0; visit < kVisits; ++visit) {
+        SCOPED_TRACE("visit " + std::to_string(visit) + " of person " + own);
         Visitor person(runner, "192.0.2." + own);
-        want(person.page("status").status == 303);
-        want(person.signIn().status == 303);
-        want(person.page("status").title() == "Status");
-        want(person.page("contacts&search=Carol").status == 200);
-        want(person.page("status-data").status == 200);
-        want(person.submit("audio", {{"ring", own}}).status != 404);
-        want(person.send(get("/cgi-bin/Quillpage.tpx?page=x" + own)).status == 302);
-        want(person.page("notice").status == 200);
-        want(person.submitWithoutToken("audio").status == 403);
-        want(person.submit("login&q=logout").status == 303);
-        want(person.page("status").status == 303);
+        EXPECT_EQ(person.page("status").status, 303) << "before signing in";
+        const Answer signedIn = person.signIn();
+        EXPECT_EQ(signedIn.status, 303) << signedIn.text();
+        EXPECT_EQ(person.page("status").title(), "Status");
+        EXPECT_EQ(person.page("contacts&search=Carol").status, 200);
+        EXPECT_EQ(person.page("status-data").status, 200);
+        EXPECT_NE(person.submit("audio", {{"ring", own}}).status, 404);
+        // 404 if another one's request of this kind overtakes it: they share a buffer, on purpose.
+        const int older = person.send(get("/cgi-bin/Quillpage.tpx?page=x" + own)).status;
+        EXPECT_TRUE(older == 302 || older == 404) << older;
+        EXPECT_EQ(person.page("notice").status, 200);
+        EXPECT_EQ(person.submitWithoutToken("audio").status, 403);
+        EXPECT_EQ(person.submit("login&q=logout").status, 303);
+        EXPECT_EQ(person.page("status").status, 303) << "after signing out";
     }
-    return failures;
 }
 
+} // namespace
+
 TEST_F(Phone, ServesManyUsersAtOnce) {
-    std::atomic<int> failures{0};
     std::atomic<int> here{kPeople};
     std::vector<std::thread> people;
     for (int number = 1; number <= kPeople; ++number)
         people.emplace_back([&, number] {
-            failures += visitsThatFailed(*container, number);
+            visit(*container, number);
             --here;
         });
     // A request must not take seconds of this clock, or a sign-out's session is never freed.
@@ -53,10 +55,7 @@ TEST_F(Phone, ServesManyUsersAtOnce) {
     }
     for (std::thread& person : people)
         person.join();
-    EXPECT_EQ(failures, 0);
     advanceSeconds(3600);
     container->sweep();
     EXPECT_EQ(container->sessionCount(), 0);
 }
-
-} // namespace
