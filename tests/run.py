@@ -62,7 +62,8 @@ def unit(preset, *options):
         ["ctest", "--preset", preset, "-j", str(CORES), "--output-junit", folder / "ctest.xml",
          *options]],
         [f"{preset}-build"], reports=[folder / "ctest.xml"],
-        environment={"GTEST_OUTPUT": f"xml:{folder}/unit/"})
+        # Brief, so that of a program that fails the log shows the failure.
+        environment={"GTEST_OUTPUT": f"xml:{folder}/unit/", "GTEST_BRIEF": "1"})
 
 
 def pytest(name, *arguments, after=("dev-build",), jobs=0, environment=None):
