@@ -80,9 +80,8 @@ public:
     }
 
     // Returns the value of a header, whatever the case of its letters is, or nothing if the client
-    // did not send it, the front server does not pass it on, the
-    // container is older than this function, or `name` is no name of a header. Clients can send
-    // anything.
+    // did not send it, the front server does not pass it on, the container is older than this
+    // function, or `name` is no name of a header. Clients can send anything.
     std::optional<std::string_view> header(std::string_view name) {
         if (!internal::isToken(name)) {
             return std::nullopt;
@@ -176,8 +175,8 @@ public:
     HttpSession& createSession() { return *m_raw.getSession(true); }
 
     // Receives what is left of the body and discards it. Call it before you refuse the upload of a
-    // user who has signed in: when curl sees the refusal it sends no more, and Apache, which waits
-    // for the rest before it sends the end of the response, holds both up for a minute.
+    // user who has signed in: curl sends no more once it sees the refusal, and Apache sends the end
+    // of the response only after the whole body, so both would wait until Apache's time-out.
     void discardBody() {
         char discarded[4096];
         while (m_raw.receiveBlockData(discarded, sizeof discarded) > 0) {

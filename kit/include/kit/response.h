@@ -3,6 +3,7 @@
 #define KIT_RESPONSE_H
 
 #include "HttpResponse.h"
+#include "base/ascii.h"
 #include "base/descriptor.h"
 #include "kit/conditional.h"
 #include "kit/cookie.h"
@@ -286,8 +287,7 @@ private:
             std::string header = "set-cookie";
             for (unsigned int letter = 0; spelling >> letter != 0; ++letter) {
                 char& place = header[letter < 3 ? letter : letter + 1]; // not the "-"
-                place =
-                    (spelling >> letter & 1U) != 0 ? static_cast<char>(place - 'a' + 'A') : place;
+                place = (spelling >> letter & 1U) != 0 ? base::asciiUpper(place) : place;
             }
             if (header != kContainers && !m_raw.containsHeader(header.c_str())) {
                 m_cookies.emplace_back(name, header);

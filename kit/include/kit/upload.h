@@ -46,8 +46,7 @@ inline Problem uploadProblem(Request& request, const char* field, std::size_t ma
 // After a problem, nothing new is at `path`, and all but Missing are logged with their reason.
 //   Before  check who sends the file, and put `p` into the URL: the container looks for the page
 //           before it reads the body. Slow clients must not occupy all request threads.
-//   Body    is read to its end in any case: curl and Apache want to be rid of it before they pass
-//           on an answer.
+//   Body    is read to its end in any case; Request::discardBody() says why.
 inline Reading<std::string_view> saveUpload(Request& request, const char* field,
                                             const std::string& path, std::size_t maxBytes) {
     assert(field && "`field` must not be null");
