@@ -10,7 +10,7 @@
 namespace kit::testing {
 namespace {
 
-constexpr int kOk = 200;
+constexpr int kDefaultStatus = 200;
 constexpr int kFound = 302;
 
 std::string trimmed(const std::string& text) {
@@ -83,7 +83,7 @@ std::optional<std::string> Cookie::attribute(const std::string& wanted) const {
     return found != attributes.rend() ? std::optional(found->value) : std::nullopt;
 }
 
-Response::Response(const std::string& written) : status(kOk), body(written) {
+Response::Response(const std::string& written) : status(kDefaultStatus), body(written) {
     for (std::string line = takeHeaderLine(body); !line.empty(); line = takeHeaderLine(body))
         headers.push_back(headerOf(line));
     if (const auto code = header("Status"))

@@ -24,13 +24,6 @@ std::string typed(const std::string& parameters) {
     return "multipart/form-data; " + parameters;
 }
 
-std::string repeated(const std::string& text, int times) {
-    std::string result;
-    for (int i = 0; i < times; ++i)
-        result += text;
-    return result;
-}
-
 class Table {
 public:
     void add(OddBody body) { m_bodies.push_back(std::move(body)); }

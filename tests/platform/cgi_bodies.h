@@ -19,4 +19,11 @@ struct OddBody {
 
 std::vector<OddBody> oddBodies();
 
+inline std::string repeated(const std::string& text, int times) {
+    std::string result;
+    for (int i = 0; i < times; ++i)
+        result += text;
+    return result;
+}
+
 #endif

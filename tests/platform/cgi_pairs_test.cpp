@@ -1,4 +1,5 @@
 // Queries, forms and cookies that no browser sends, whole and cut anywhere.
+#include "cgi_bodies.h"
 #include "cgi_cut_input.h"
 #include "cgi_list.h"
 #include <kit/testing/memory_stream.h>
@@ -13,13 +14,6 @@ struct OddText {
     std::string text;
     Pairs pairs; // all pairs; those of one name in order
 };
-
-std::string repeated(const std::string& text, int times) {
-    std::string result;
-    for (int i = 0; i < times; ++i)
-        result += text;
-    return result;
-}
 
 // URL Standard, section 5.1.
 std::vector<OddText> oddQueries() {

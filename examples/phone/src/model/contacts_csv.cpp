@@ -22,7 +22,7 @@ bool isLineEnd(char character) {
 }
 
 // One record of the file.
-struct Record {
+struct CsvRecord {
     std::size_t line = 0;
     std::string_view text;
     std::vector<std::string> fields; // the first two fields
@@ -34,12 +34,12 @@ public:
     explicit CsvReader(std::string_view text) : m_text(text) {}
 
     // Returns the next record, or nothing at the end.
-    std::optional<Record> next();
+    std::optional<CsvRecord> next();
 
 private:
     bool atEnd() const { return m_at >= m_text.size(); }
     bool atFieldEnd() const { return atEnd() || m_text[m_at] == ',' || isLineEnd(m_text[m_at]); }
-    bool readFields(Record& record);
+    bool readFields(CsvRecord& record);
     bool readField(std::string& field);
     bool readQuoted(std::string& field);
     void skipBlanks();
@@ -107,7 +107,7 @@ bool CsvReader::readField(std::string& field) {
     return field.find('"') == std::string::npos;
 }
 
-bool CsvReader::readFields(Record& record) {
+bool CsvReader::readFields(CsvRecord& record) {
     while (true) {
         std::string field;
         if (!readField(field)) {
@@ -123,7 +123,7 @@ bool CsvReader::readFields(Record& record) {
     }
 }
 
-std::optional<Record> CsvReader::next() {
+std::optional<CsvRecord> CsvReader::next() {
     skipBlanks();
     while (!atEnd() && isLineEnd(m_text[m_at])) {
         takeLineEnd();
@@ -132,7 +132,7 @@ std::optional<Record> CsvReader::next() {
     if (atEnd()) {
         return std::nullopt;
     }
-    Record record;
+    CsvRecord record;
     record.line = m_line;
     const std::size_t begin = m_at;
     record.wellFormed = readFields(record);
@@ -177,7 +177,7 @@ std::string withoutApostrophe(std::string name) {
     return name;
 }
 
-bool isHeader(const Record& record) {
+bool isHeader(const CsvRecord& record) {
     if (!record.wellFormed || record.fields.size() != 2) {
         return false;
     }
@@ -190,26 +190,26 @@ class Planner {
 public:
     explicit Planner(const Directory& present) : m_present(present) {}
 
-    void add(const Record& record);
+    void add(const CsvRecord& record);
     ImportPlan take() { return std::move(m_plan); }
 
 private:
-    void place(const Record& record, Contact contact);
-    void refuse(const Record& record, FieldError error);
+    void place(const CsvRecord& record, Contact contact);
+    void refuse(const CsvRecord& record, FieldError error);
 
     const Directory& m_present;
     std::unordered_set<std::string> m_names; // names accepted from the file
     ImportPlan m_plan;
 };
 
-void Planner::refuse(const Record& record, FieldError error) {
+void Planner::refuse(const CsvRecord& record, FieldError error) {
     ++m_plan.refusedCount;
     if (m_plan.refused.size() < ImportPlan::kMaxRefusedRows) {
         m_plan.refused.push_back({record.line, shown(record.text), std::move(error)});
     }
 }
 
-void Planner::add(const Record& record) {
+void Planner::add(const CsvRecord& record) {
     if (!kit::isUtf8(record.text)) {
         refuse(record, {"line", ErrorCode::notUtf8, std::nullopt});
         return;
@@ -230,7 +230,7 @@ void Planner::add(const Record& record) {
     }
 }
 
-void Planner::place(const Record& record, Contact contact) {
+void Planner::place(const CsvRecord& record, Contact contact) {
     const Contact* old = m_present.find(contact.name);
     if (old == nullptr &&
         m_present.contacts().size() + m_plan.added.size() >= Directory::kMaxContacts) {
@@ -272,7 +272,7 @@ ImportPlan planImport(std::string_view text, const Directory& present) {
     Planner planner(present);
     CsvReader reader(text);
     bool first = true;
-    while (const std::optional<Record> record = reader.next()) {
+    while (const std::optional<CsvRecord> record = reader.next()) {
         if (!first || !isHeader(*record)) {
             planner.add(*record);
         }

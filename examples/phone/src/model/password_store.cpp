@@ -25,7 +25,7 @@ unsigned long checksumOf(const std::string& text) {
 }
 
 // One entry on each line; the last one is the checksum of those before it.
-std::string textOf(const Record& record) {
+std::string fileTextOf(const Record& record) {
     std::ostringstream text;
     text << record.number << '\n'
          << (record.credentials.isFactoryPassword ? "factory" : "own") << '\n'
@@ -43,7 +43,7 @@ std::optional<Record> recordIn(const std::string& text) {
     std::getline(lines, record.credentials.user);
     std::getline(lines, record.credentials.hash);
     record.credentials.isFactoryPassword = kind == "factory";
-    const bool isWhole = lines && text == textOf(record) &&
+    const bool isWhole = lines && text == fileTextOf(record) &&
                          isPasswordHash(record.credentials.hash) &&
                          !record.credentials.user.empty();
     return isWhole ? std::optional<Record>(std::move(record)) : std::nullopt;
@@ -79,7 +79,7 @@ std::optional<Credentials> PasswordStore::load() {
     m_number = numberOf(m_newer);
     m_stored = newest ? std::optional<Credentials>(newest->credentials) : std::nullopt;
     if (newest && numberOf(0) != numberOf(1)) {
-        replaceFile(file(1 - m_newer), textOf(*newest));
+        replaceFile(file(1 - m_newer), fileTextOf(*newest));
     }
     return m_stored;
 }
@@ -89,7 +89,7 @@ bool PasswordStore::save(const Credentials& credentials) {
         return true;
     }
     const int older = 1 - m_newer;
-    const std::string text = textOf({m_number + 1, credentials});
+    const std::string text = fileTextOf({m_number + 1, credentials});
     std::optional<Credentials> stored = credentials; // nothing may fail after writing
     if (!replaceFile(file(older), text)) {
         return false;

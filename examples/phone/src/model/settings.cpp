@@ -107,7 +107,7 @@ void readAddresses(FieldReader& fields, Network& network) {
     }
 }
 
-std::string takeLine(std::string_view& text) {
+std::string takeTrimmedLine(std::string_view& text) {
     const std::size_t end = std::min(text.find('\n'), text.size());
     std::string line(trimmed(text.substr(0, end)));
     text.remove_prefix(std::min(end + 1, text.size()));
@@ -123,7 +123,7 @@ std::vector<std::string> readLines(FieldReader& fields, const Values& values, co
     std::string_view text = value;
     std::vector<std::string> entries;
     while (!text.empty() && !fields.failed(field)) {
-        const std::string line = takeLine(text);
+        const std::string line = takeTrimmedLine(text);
         if (line.empty()) {
             continue;
         }
