@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr std::size_t kMaxBytes = 1024 * 1024; // of the whole form
+constexpr std::size_t kMaxMiB = 1; // of the whole form
 
 class SamplePage final : public kit::Page {
     void answer(kit::Request& request, kit::Response& response) override {
@@ -26,11 +26,12 @@ class SamplePage final : public kit::Page {
             response.status(problem.empty() ? 200 : 422);
             variables.set("problem", problem).set("isStored", problem.empty());
         }
-        std::error_code none;
-        const auto bytes = std::filesystem::file_size(pictureOf(request), none);
-        variables.set("token", kit::formToken(request, response))
-            .set("bytes", none ? 0 : bytes)
-            .set("maxMiB", kMaxBytes / 1024 / 1024);
+        std::error_code error;
+        const auto bytes = std::filesystem::file_size(pictureOf(request), error);
+        if (!error) {
+            variables.set("bytes", bytes);
+        }
+        variables.set("token", kit::formToken(request, response)).set("maxMiB", kMaxMiB);
         response.show("sample.html", std::move(variables));
     }
 
@@ -51,7 +52,10 @@ class SamplePage final : public kit::Page {
         }
         const std::string picture = pictureOf(request);
         const std::string received = picture + ".received";
-        const auto name = kit::saveUpload(request, "picture", received, kMaxBytes);
+        const auto name = kit::saveUpload(request, "picture", received, kMaxMiB * 1024 * 1024);
+        if (name.problem() == kit::Problem::TooLong) {
+            return "The picture is larger than " + std::to_string(kMaxMiB) + " MiB.";
+        }
         if (!name) {
             return std::string("The picture ") + kit::describe(name.problem()) + ".";
         }
@@ -66,13 +70,13 @@ class SamplePage final : public kit::Page {
     static std::string problemOf(kit::Request& request, const std::string& path) {
         // The token is a field of the upload, so it is there once that was received.
         if (!kit::isFromForm(request)) {
-            return "This form is out of date. Please try again.";
+            return "This form is out of date. Try again.";
         }
         constexpr std::string_view kSignature = "\x89PNG\r\n\x1a\n";
         std::string begin(kSignature.size(), '\0');
         std::ifstream(path, std::ios::binary)
             .read(begin.data(), static_cast<std::streamsize>(begin.size()));
-        return begin == kSignature ? "" : "This is no PNG picture.";
+        return begin == kSignature ? "" : "This file is not a PNG picture.";
     }
 
     std::mutex m_receiving;

@@ -64,6 +64,7 @@ TEST_F(SamplePage, StoresAPicture) {
     const Response response = browser.send(uploading(kPng));
     EXPECT_EQ(response.status, 200);
     EXPECT_TRUE(shows(response, "The picture was stored."));
+    EXPECT_TRUE(shows(response, "The stored picture has 24 bytes."));
     EXPECT_EQ(stored(), kPng);
     EXPECT_FALSE(isReceivedFileLeft());
 }
@@ -73,9 +74,9 @@ TEST_F(SamplePage, ChecksThePictureFirst) {
     const struct {
         std::string content;
         const char* message;
-    } cases[] = {{"GIF89a", "This is no PNG picture."},
-                 {"", "This is no PNG picture."},
-                 {kPng + std::string(1024 * 1024, 'x'), "The picture is too long."}};
+    } cases[] = {{"GIF89a", "This file is not a PNG picture."},
+                 {"", "This file is not a PNG picture."},
+                 {kPng + std::string(1024 * 1024, 'x'), "The picture is larger than 1 MiB."}};
     for (const auto& bad : cases) {
         const Response response = browser.send(uploading(bad.content));
         EXPECT_EQ(response.status, 422);
@@ -108,4 +109,5 @@ TEST_F(SamplePage, ShowsItsFormInTheContainer) {
     const Response response = container.serve(withTemplates(get(kAddress)));
     EXPECT_EQ(response.status, 200);
     EXPECT_TRUE(shows(response, "PNG picture, at most 1 MiB"));
+    EXPECT_TRUE(shows(response, "No picture is stored yet."));
 }
