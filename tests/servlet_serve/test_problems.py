@@ -23,6 +23,19 @@ def project(tmp_path):
     return tmp_path
 
 
+class Sources:
+    """Where findings are shown."""
+
+    def __init__(self, folder):
+        self.folder = folder
+
+    def source_of(self, path):
+        return self.folder / path.name
+
+    def place_of(self, text):
+        return (self.folder / "page.cpp", 5) if text == '"known.html"' else None
+
+
 def places(output, project):
     return [(place.file, place.line, place.message)
             for place in problems.of_build(output, project, project / "build").places]
@@ -81,9 +94,18 @@ def test_the_findings_of_servlet_check_are_shown_at_their_sources(project):
     findings = json.dumps([
         {"file": "image/page.cpp", "line": 3, "severity": "problem", "message": "wrong"},
         {"file": "image/page.cpp", "line": 4, "severity": "note", "message": "not checked"}])
-    problem = problems.of_check(findings, lambda path: project / path.name)
+    problem = problems.of_check(findings, Sources(project))
     assert problem.places == (problems.Place(project / "page.cpp", 3, "wrong"),)
+    assert problem.output == f"{project}/page.cpp:3: wrong\n"
     assert problems.of_check("[]", None) is None
+
+
+@pytest.mark.parametrize("name, place", [("known.html", ("page.cpp", 5)), ("composed.html", ("servlet.xml", 2))])
+def test_a_missing_template_is_shown_where_the_code_names_it(project, name, place):
+    message = f'the library "libpage.so" names the template "{name}", which does not exist: a page fails'
+    findings = json.dumps([{"file": "image/servlet.xml", "line": 2, "severity": "problem", "message": message}])
+    places = problems.of_check(findings, Sources(project)).places
+    assert places == (problems.Place(project / place[0], place[1], message),)
 
 
 def test_a_page_does_not_grow_with_the_output(project):
@@ -91,3 +113,40 @@ def test_a_page_does_not_grow_with_the_output(project):
     (project / "page.cpp").write_text("x" * 1_000_000)
     page = problems.as_page(problems.of_build(output, project, project / "build"), project, "")
     assert len(page) < 30_000
+
+
+def test_the_first_places_and_the_first_part_of_a_long_line_are_shown(project):
+    (project / "page.cpp").write_text("x" * (problems.MAX_LINE + 1))
+    output = "".join(f"page.cpp:1:1: error: number {number}\n" for number in range(9))
+    page = problems.as_page(problems.of_build(output, project, project / "build"), project, "")
+    assert re.findall("<p>number (.)</p>", page) == ["0", "1", "2", "3", "4"]
+    assert set(re.findall("<li.*?>(.*?)</li>", page)) == {"x" * 400}
+
+
+def test_the_output_is_shown_at_once_if_it_names_no_place(project):
+    def shown(problem):
+        return re.findall("<details.*?>.*?</details>", problems.as_page(problem, project, ""))
+    place = problems.Place(project / "page.cpp", 1, "y")
+    output = '<summary>Output</summary><pre tabindex="0">what</pre></details>'
+    assert shown(problems.Problem("x")) == []
+    assert shown(problems.Problem("x", (), "what")) == [f"<details open>{output}"]
+    assert shown(problems.Problem("x", (place,), "what")) == [f"<details>{output}"]
+
+
+def test_the_end_of_a_long_output_is_shown(project):
+    page = problems.as_page(problems.Problem("x", (), "first" + "." * 19_992 + "last"), project, "")
+    assert ">irst." in page and ".last</pre>" in page
+
+
+def test_the_page_begins_with_the_headline_and_ends_with_the_script(project):
+    page = problems.as_page(problems.of_build("", project, project / "build"), project, "<script></script>\n")
+    assert "<title>The project does not build</title>" in page
+    assert "<h1>The project does not build</h1>" in page
+    assert page.endswith("</main>\n<script></script>\n</body>\n</html>\n")
+
+
+def test_a_file_outside_the_project_is_named_with_its_path(project, tmp_path_factory):
+    header = tmp_path_factory.mktemp("include") / "kit.h"
+    header.write_text("line\n")
+    problem = problems.of_build(f"{header}:1:1: error: what\n", project, project / "build")
+    assert f"<h2>{header}, line 1</h2>" in problems.as_page(problem, project, "")

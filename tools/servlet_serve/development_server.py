@@ -31,6 +31,8 @@ DEVICE_LIBRARIES = "/phone/www/WEB-INFO/lib/"
 # Reloaded by the daemon only when it starts; it reads everything else again.
 READ_ONCE = ("WEB-INFO/lib", "WEB-INFO/servlet")
 
+SOURCES = (".c", ".cc", ".cpp", ".cxx", ".h", ".hh", ".hpp", ".hxx")
+
 
 def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__)
@@ -63,15 +65,28 @@ class Project:
 
     def source_of(self, installed):
         """Returns the file of the project that was installed as `installed`; that itself if there is none."""
-        def common(path):
-            pairs = zip(reversed(path.parts), reversed(installed.parts))
-            return next((count for count, (a, b) in enumerate(pairs) if a != b), len(path.parts))
+        def likeness(path):
+            own = path.relative_to(self.folder).parts
+            pairs = zip(reversed(own), reversed(installed.parts))
+            common = next((count for count, (a, b) in enumerate(pairs) if a != b), len(own))
+            # A copy in a folder that was installed into, such as image/, has other folders above.
+            return common / len(own), common
 
         with contextlib.suppress(OSError):
             same = [path for path in map(pathlib.Path, self.snapshot())
                     if path.name == installed.name and filecmp.cmp(path, installed, shallow=False)]
-            return max(same, key=common, default=installed)
+            return max(same, key=likeness, default=installed)
         return installed
+
+    def place_of(self, text):
+        """Returns the first file of the source code that contains `text`, and the line, or None."""
+        for path in sorted(map(pathlib.Path, self.snapshot())):
+            if path.suffix in SOURCES:
+                with contextlib.suppress(OSError):
+                    before, found, _ = path.read_text(errors="replace").partition(text)
+                    if found:
+                        return path, before.count("\n") + 1
+        return None
 
     def _files(self, folder):
         with contextlib.suppress(OSError), os.scandir(folder) as entries:
@@ -197,6 +212,7 @@ class Server:
         self.daemon = Daemon(arguments)
         self.state = relay.State()
         self.problem = None
+        self.can_start = True  # the daemon, with what is served
         self.built_from = None
         self.lighttpd = None
 
@@ -208,12 +224,20 @@ class Server:
         while not stop.requested and self.lighttpd.poll() is None:
             if self.project.snapshot() != self.built_from:
                 self.update()
-            elif self.daemon.keeper and not self.daemon.is_running() and not self.problem:
-                self.say(f"the daemon {self.daemon.how_it_ended()}, and is started again")
-                self.start_daemon()
+            elif self.daemon.keeper and not self.daemon.is_running() and self.can_start:
+                self.revive()
             time.sleep(POLL)
         self.end()
         return 0 if stop.requested else self.lighttpd.returncode
+
+    def revive(self):
+        """Starts the daemon again, which has ended by itself."""
+        self.say(f"the daemon {self.daemon.how_it_ended()}, and is started again")
+        self.start_daemon()
+        if not self.can_start:
+            self.report()
+        elif not stop.requested:
+            self.print_addresses()
 
     def start_serving(self):
         listener = socket.socket(socket.AF_UNIX)
@@ -247,12 +271,19 @@ class Server:
             is_new = self.place()
         if stop.requested or (self.problem is None and former is None and not is_new and had_pages):
             return
+        if self.problem or former or had_pages:
+            self.report()
+        else:
+            self.state.set(None, self.daemon.is_running())
+
+    def report(self):
+        """Shows in the browser and in the terminal what is wrong, or that nothing is wrong any more."""
         self.state.set(self.problem, self.daemon.is_running())
         if self.problem:
             self.say(f"{self.problem.headline[0].lower()}{self.problem.headline[1:]}; "
                      + ("the previous version is still served" if self.daemon.is_running()
                         else "no page is served before that is solved"))
-        elif had_pages:
+        else:
             self.say("built and serving again")
         if self.lighttpd:
             self.print_addresses()
@@ -299,7 +330,7 @@ class Server:
                               capture_output=True, check=False, start_new_session=True)
         if done.returncode not in (0, 1):
             return problems.Problem("servlet_check failed", (), done.stderr.decode(errors="replace"))
-        problem = problems.of_check(done.stdout, self.project.source_of)
+        problem = problems.of_check(done.stdout, self.project)
         if problem:
             print_line(problem.output.rstrip("\n"))
         return problem
@@ -309,7 +340,8 @@ class Server:
         problem if the daemon does not start with it."""
         www, old = self.arguments.www, self.arguments.build / "www-old"
         config = self.installed / SERVLET_XML
-        config.write_text(config.read_text().replace(DEVICE_LIBRARIES, self.arguments.library_folder))
+        config.write_bytes(config.read_bytes().replace(
+            DEVICE_LIBRARIES.encode(), os.fsencode(self.arguments.library_folder)))
         if self.daemon.is_running() and is_same(self.installed, www):
             return False
         needs_daemon = not self.daemon.is_running() or not all(
@@ -329,16 +361,17 @@ class Server:
             self.daemon.restart()
         if not self.daemon.is_running() and not stop.requested:
             self.daemon.start()
-        if not self.daemon.wait_until_ready() and not stop.requested:
+        self.can_start = self.daemon.wait_until_ready() or stop.requested
+        if not self.can_start:
             self.problem = problems.Problem(f"The daemon {self.daemon.how_it_ended()} when it started",
                                             (), self.daemon.last_log())
-            self.state.set(self.problem, False)
 
     def print_addresses(self):
         """Prints the address of each page, last of all, so that it is in view."""
         base = f"http://127.0.0.1:{self.arguments.port}/servlet"
         pages = []
-        with contextlib.suppress(OSError, xml.etree.ElementTree.ParseError):
+        # LookupError and ValueError: of encodings that Python does not know.
+        with contextlib.suppress(OSError, LookupError, ValueError, xml.etree.ElementTree.ParseError):
             root = xml.etree.ElementTree.parse(self.arguments.www / SERVLET_XML).getroot()
             pages = [f"{base}?p={urllib.parse.quote(page.get('id', ''))}" for page in root.iter("servlet")]
         print_line(f"The pages of {self.arguments.project}:")

@@ -18,6 +18,9 @@ PLACES = [re.compile(pattern, re.MULTILINE) for pattern in (
     r"^CMake Error (?:\(dev\) )?at (?P<file>[^:\n]+):(?P<line>\d+).*\n(?P<message>(?:(?:  .*)?\n)+)",
     r"^CMake Error: Error in cmake code at\n(?P<file>[^:\n]+):(?P<line>\d+):\n(?P<message>.*)$")]
 
+# How servlet_check, which sees no source code, names a template that a library needs.
+MISSING_TEMPLATE = re.compile(r'names the template ("[^"]+"), which does not exist')
+
 
 @dataclasses.dataclass(frozen=True)
 class Place:
@@ -46,11 +49,18 @@ def of_build(output, project, build):
     return Problem("The project does not build", places, output)
 
 
-def of_check(findings, source_of):
+def of_check(findings, project):
     """Returns the problem that servlet_check's JSON reports, or None if there is none.
-    source_of(path) returns the project's file that was installed at `path`."""
-    places = tuple(Place(source_of(pathlib.Path(finding["file"])), finding["line"], finding["message"])
-                   for finding in json.loads(findings) if finding["severity"] == "problem")
+    project.source_of(path) returns the project's file that was installed at `path`, and
+    project.place_of(text) the file and the line of the source code that has `text`, or None."""
+    def place(finding):
+        file, line, message = pathlib.Path(finding["file"]), finding["line"], finding["message"]
+        named = MISSING_TEMPLATE.search(message)
+        found = named and project.place_of(named[1])
+        return Place(*(found or (project.source_of(file), line)), message)
+
+    places = tuple(place(finding) for finding in json.loads(findings)
+                   if finding["severity"] == "problem")
     if not places:
         return None
     return Problem("The pages would fail on the device", places[:MAX_PLACES],
@@ -77,8 +87,8 @@ def as_page(problem, project, script):
 <body>
 <main>
 <h1>{headline}</h1>
-{places}{output}<p class="hint">This page goes away when the problem is solved.</p>
-</main>
+<p class="hint">Saved files are built and checked at once. This page goes away by itself when the problem is solved.</p>
+{places}{output}</main>
 {script}</body>
 </html>
 """

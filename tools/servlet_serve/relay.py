@@ -11,6 +11,7 @@ import secrets
 import socket
 import struct
 import threading
+import time
 import urllib.parse
 
 import problems
@@ -176,7 +177,11 @@ class Relay:
 
     def _accept(self):
         while True:
-            connection, _ = self.listener.accept()
+            try:
+                connection, _ = self.listener.accept()
+            except OSError:  # too many open files
+                time.sleep(0.1)
+                continue
             threading.Thread(target=self._serve, args=(connection,), daemon=True).start()
 
     def _serve(self, front):

@@ -18,7 +18,9 @@
     async function hasChanged() {
         await isVisible();
         try {
-            const { status } = await fetch(`/servlet/development/changed?since=${version}`);
+            const response = await fetch(`/servlet/development/changed?since=${version}`);
+            await response.text(); // or the browser would abort it when it leaves the page
+            const { status } = response;
             if (status === 200) return true;
             if (status !== 204) await pause(1000);
         } catch {
