@@ -60,6 +60,15 @@ private:
     }
 };
 
+// A page that has only downloads and forms.
+class DownloadsPage final : public kit::ActionPage {
+public:
+    DownloadsPage() { onGet("export", &DownloadsPage::sendAll); }
+
+private:
+    void sendAll(kit::Request&, kit::Response& response) { response.text("export"); }
+};
+
 template <typename Page>
 HttpServlet* create() {
     return kit::newServlet(std::make_unique<Page>());
@@ -146,6 +155,15 @@ TEST(PageWithoutShow, AnswersPostOnly) {
     const std::string token(32, 'a');
     EXPECT_EQ(browser.send(post("/servlet?p=n&token=" + token).cookie("formToken", token)).body,
               "taken");
+}
+
+TEST(PageWithoutShow, AnswersTheActionsOfGet) {
+    ServletRunner downloads(create<DownloadsPage>);
+    Browser browser(downloads);
+    EXPECT_EQ(browser.send(get("/servlet?p=n&q=export")).body, "export");
+    EXPECT_EQ(browser.send(Request("HEAD", "/servlet?p=n&q=export")).status, 200);
+    EXPECT_EQ(browser.send(get("/servlet?p=n")).status, 405);
+    EXPECT_EQ(browser.send(post("/servlet?p=n&q=export")).status, 404);
 }
 
 TEST(ActionsDeathTest, AreDeclaredOnce) {

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <ctime>
 #include <optional>
 #include <string>
@@ -58,6 +59,21 @@ TEST(HttpDate, IsWrittenAsHeadersContainIt) {
     EXPECT_EQ(kit::httpDate(951782399), "Mon, 28 Feb 2000 23:59:59 GMT");
 }
 
+TEST(HttpDate, HasAYearOfFourDigits) {
+    if (sizeof(std::time_t) < sizeof(std::int64_t)) {
+        GTEST_SKIP() << "std::time_t ends in 2038";
+    }
+    const auto written = [](std::int64_t time) {
+        return kit::httpDate(static_cast<std::time_t>(time));
+    };
+    EXPECT_EQ(written(-30610224000), "Wed, 01 Jan 1000 00:00:00 GMT");
+    EXPECT_EQ(written(-30610224001), "");
+    EXPECT_EQ(written(253402300799), "Fri, 31 Dec 9999 23:59:59 GMT");
+    EXPECT_EQ(written(253402300800), "");
+    EXPECT_EQ(written(INT64_MAX), "") << "a year that no int holds";
+    EXPECT_EQ(kit::readHttpDate("Thursday, 31-Dec-69 23:59:59 GMT"), std::time_t{3155759999});
+}
+
 // RFC 9110, section 5.6.7.
 TEST(HttpDate, IsReadInItsThreeForms) {
     for (const char* text : {kSundayText, "Sunday, 06-Nov-94 08:49:37 GMT",
@@ -65,6 +81,9 @@ TEST(HttpDate, IsReadInItsThreeForms) {
         EXPECT_EQ(kit::readHttpDate(text), kSunday) << text;
     }
     EXPECT_EQ(kit::readHttpDate("Tuesday, 19-Jan-38 03:14:07 GMT"), 2147483647);
+    EXPECT_EQ(kit::readHttpDate("Thursday, 01-Jan-70 00:00:00 GMT"), 0);
+    EXPECT_EQ(kit::readHttpDate("Saturday, 01-Jan-00 00:00:00 GMT"), 946684800);
+    EXPECT_EQ(kit::readHttpDate("Sun, 31 Dec 2000 23:59:59 GMT"), 978307199);
     EXPECT_EQ(kit::readHttpDate("Tue, 29 Feb 2000 00:00:00 GMT"), 951782400);
 }
 
@@ -82,6 +101,17 @@ TEST(HttpDate, IsNoOtherText) {
              "Sun, 06 ovD 1994 08:49:37 GMT",
              "Sun, 06 Nov 1994 24:49:37 GMT",
              "Sun, 06 Nov 1994 08:60:37 GMT",
+             "Sun, 06 Nov 1994 08:49:61 GMT",
+             "Sun, 06 Nov 1994 08:49:x7 GMT",
+             "Sun, 06 Nov 1994 08:49:-1 GMT",
+             "Sun, 06 Nov 1994 xx:49:37 GMT",
+             "Sun, xx Nov 1994 08:49:37 GMT",
+             "Sun, 32 Dec 1994 08:49:37 GMT",
+             "Sun,  06 Nov 1994 08:49:37 GMT",
+             "Sunday 06 Nov 1994 08:49:37 GMT",
+             "Sunday, 06-Nov-94 08:49:37 GMT.",
+             "Sun Nov  6 08:49:37 1994.",
+             "06 Nov 1994, 08:49:37 GMT, Sun",
              "Sun, 06 Nov 1994 -8:49:37 GMT",
              "Sun, 06 Nov 19x4 08:49:37 GMT",
              "Sunday, 06-Nov-x4 08:49:37 GMT",

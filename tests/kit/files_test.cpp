@@ -2,6 +2,7 @@
 
 #include <kit/testing/recorded_log.h>
 
+#include <base/descriptor.h>
 #include <http_request.h>
 #include <http_response.h>
 #include <session_factory.h>
@@ -16,7 +17,9 @@
 #include <string>
 #include <string_view>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 #include <vector>
 
@@ -102,17 +105,13 @@ TEST_F(Files, HaveTheTypeOfTheirName) {
         const char* name;
         const char* type;
     } kCases[] = {
-        {"a.html", "text/html; charset=utf-8"},
-        {"a.HTML", "text/html; charset=utf-8"},
-        {"a.csv", "text/csv; charset=utf-8"},
-        {"a.b.pdf", "application/pdf"},
-        {"a.jpeg", "image/jpeg"},
-        {"a.js", "application/octet-stream"},
-        {"a.css", "application/octet-stream"},
-        {"a.img", "application/octet-stream"},
-        {"html", "application/octet-stream"},
-        {"a.", "application/octet-stream"},
-        {"", "application/octet-stream"},
+        {"a.html", "text/html; charset=utf-8"}, {"a.HTML", "text/html; charset=utf-8"},
+        {".html", "text/html; charset=utf-8"},  {"a.txt", "text/plain; charset=utf-8"},
+        {"a.log", "text/plain; charset=utf-8"}, {"a.csv", "text/csv; charset=utf-8"},
+        {"a.b.pdf", "application/pdf"},         {"a.jpeg", "image/jpeg"},
+        {"a.js", "application/octet-stream"},   {"a.css", "application/octet-stream"},
+        {"a.img", "application/octet-stream"},  {"html", "application/octet-stream"},
+        {"a.", "application/octet-stream"},     {"", "application/octet-stream"},
     };
     for (const auto& one : kCases) {
         EXPECT_STREQ(kit::contentTypeOf(one.name), one.type) << one.name;
@@ -243,17 +242,24 @@ TEST_F(Files, AreOfferedForDownload) {
 
 TEST_F(Files, ThatAreMissingAreAnsweredByThePage) {
     mkfifo((folder + "/pipe").c_str(), 0600);
+    const base::Descriptor listener(socket(AF_UNIX, SOCK_STREAM, 0));
+    sockaddr_un address{AF_UNIX, ""};
+    (folder + "/socket").copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     for (const std::string& missing :
-         {folder + "/none", folder, folder + "/pipe", path + "/a", std::string("/dev/null"),
-          std::string(), folder + "/" + std::string(300, 'x')}) {
+         {folder + "/none", folder, folder + "/pipe", folder + "/socket", path + "/a",
+          std::string("/dev/null"), std::string(), folder + "/" + std::string(300, 'x')}) {
         const Response response = sent(missing);
         EXPECT_EQ(response.status, 404) << missing;
         EXPECT_EQ(response.body, "no such file") << missing;
         EXPECT_EQ(response.header("Content-Type"), "text/plain; charset=utf-8");
         EXPECT_EQ(response.header("ETag"), std::nullopt);
+        EXPECT_EQ(response.header("Content-Disposition"), std::nullopt);
     }
-    EXPECT_EQ(recorded_log::records()[0],
-              recorded_log::webDebug("error", "Page x: there is no file " + folder + "/none"));
+    EXPECT_EQ(recorded_log::records(),
+              (std::vector{
+                  recorded_log::webDebug("error", "Page x: there is no file " + folder + "/none"),
+                  recorded_log::webDebug("error", "Page x: there is no file ")}));
 }
 
 TEST_F(Files, ThatCannotBeOpenedAreAnsweredWithAnError) {

@@ -71,6 +71,8 @@ TEST_F(FlashMessage, EndsWithItsSession) {
 TEST_F(FlashMessage, IsCutBetweenCharacters) {
     say(std::string(kit::kMaxFlashBytes - 1, 'x') + "\xC3\xA9");
     EXPECT_EQ(shown(), "<" + std::string(kit::kMaxFlashBytes - 1, 'x') + ">");
+    say(std::string(kit::kMaxFlashBytes, 'x'));
+    EXPECT_EQ(shown().size(), kit::kMaxFlashBytes + 2) << "the longest";
 }
 
 TEST_F(FlashMessage, IsNotTakenByARequestThatShowsNothing) {

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -92,6 +93,7 @@ TEST_F(Upload, IsReadIntoMemory) {
     EXPECT_EQ(read(kSent), "bytes");
     const std::string largest(kMaxBytes, 'x');
     EXPECT_EQ(read(sent({file("image", "a", largest)})), largest);
+    EXPECT_EQ(read(sent({file("image", "a", "1")})), "1");
     expectLogged("");
 }
 
@@ -121,6 +123,35 @@ TEST_F(Upload, IsRefusedIfItIsTooLarge) {
     }
 }
 
+TEST_F(Upload, IsStoredUpToTheLimit) {
+    const std::size_t overhead =
+        std::stoul(*sent({file("image", "a", "")}).valueOf("CONTENT_LENGTH"));
+    const auto body = [&](std::size_t bytes) {
+        return sent({file("image", "a", std::string(bytes - overhead, 'x'))});
+    };
+    EXPECT_EQ(save(body(kMaxBytes)), "a");
+    EXPECT_EQ(save(body(kMaxBytes + 1)), "is too long");
+    expectLogged(kTooLong);
+    const std::size_t ofField = std::stoul(*sent({field("note", "")}).valueOf("CONTENT_LENGTH"));
+    EXPECT_EQ(save(sent({field("note", std::string(kMaxBytes - ofField, 'x'))})), "is missing");
+    // Of a body in chunks, only the file counts.
+    const Request chunked = body(kMaxBytes + overhead).without("CONTENT_LENGTH");
+    EXPECT_EQ(save(chunked), "a");
+    EXPECT_EQ(stored().size(), kMaxBytes);
+    EXPECT_EQ(read(chunked), stored());
+}
+
+TEST_F(Upload, ReplacesAnEarlierFileOnlyIfItIsComplete) {
+    save(kSent);
+    const Request large = sent({file("image", "a", std::string(kMaxBytes + 1, 'x'))});
+    for (const Request& request : {large, kSent.cutOffAfter(200), sent({field("image", "x")})}) {
+        save(request);
+        EXPECT_EQ(stored(), "bytes");
+    }
+    EXPECT_EQ(save(sent({file("image", "a", "new")})), "a");
+    EXPECT_EQ(stored(), "new");
+}
+
 TEST_F(Upload, IsRefusedIfItIsMalformedOrCutOff) {
     for (const Request& request :
          {kSent.cutOffAfter(200), kSent.cutOffAfter(0), post("/servlet?p=upgrade"),
@@ -138,4 +169,24 @@ TEST_F(Upload, IsRefusedIfItCannotBeStored) {
     std::filesystem::remove_all(kFolder);
     EXPECT_EQ(save(kSent), "could not be stored");
     expectLogged("No such file or directory");
+    std::ofstream(kFolder) << "a file";
+    EXPECT_EQ(save(kSent), "could not be stored");
+    expectLogged("Not a directory");
+}
+
+TEST_F(Upload, IsRefusedIfAFolderHasItsPath) {
+    std::filesystem::create_directory(kPath);
+    EXPECT_EQ(save(kSent), "could not be stored");
+    expectLogged("Is a directory");
+    EXPECT_TRUE(std::filesystem::is_directory(kPath));
+}
+
+// The attack: a form that is both too large and malformed must not fill the log with another reason
+// each time, nor leave a body behind that the next request would begin with.
+TEST_F(Upload, IsRefusedForOneReasonOnly) {
+    const Request large = sent({file("image", "a", std::string(kMaxBytes + 1, 'x'))});
+    EXPECT_EQ(save(large.cutOffAfter(200)), "is too long") << "it is not received";
+    expectLogged(kTooLong);
+    EXPECT_EQ(read(large.cutOffAfter(200)), "is incomplete");
+    expectLogged(kMalformed);
 }
