@@ -29,8 +29,7 @@ class SamplePage final : public kit::Page {
         } else if (request.isPost()) {
             add(request, response);
         } else {
-            const std::lock_guard<std::mutex> guard(m_lock);
-            response.json({{"tasks", m_tasks}});
+            response.json({{"tasks", tasks()}});
         }
     }
 
@@ -50,13 +49,28 @@ class SamplePage final : public kit::Page {
                 {{"error", std::string("The ") + wrong + " " + kit::describe(problem) + "."}});
             return;
         }
-        const std::lock_guard<std::mutex> guard(m_lock);
-        if (m_tasks.size() == kMaxTasks) {
+        const Task task{std::string(*title), *priority};
+        if (!append(task)) {
             response.status(409).json({{"error", "The list is full."}});
             return;
         }
-        m_tasks.push_back({std::string(*title), *priority});
-        response.status(201).json(m_tasks.back());
+        response.status(201).json(task);
+    }
+
+    // Returns a copy, so that no lock is held while a slow client reads it.
+    std::vector<Task> tasks() {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        return m_tasks;
+    }
+
+    // Returns false if the list is full.
+    bool append(const Task& task) {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        if (m_tasks.size() == kMaxTasks) {
+            return false;
+        }
+        m_tasks.push_back(task);
+        return true;
     }
 
     std::mutex m_lock; // requests run at the same time

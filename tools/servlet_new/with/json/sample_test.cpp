@@ -43,7 +43,9 @@ TEST_F(SamplePage, SaysWhatIsWrong) {
     } cases[] = {{R"({"title": "", "priority": 1})", 422, "The title is missing."},
                  {R"({"title": 7, "priority": 1})", 422, "The title is of the wrong type."},
                  {R"({"title": "Call", "priority": 6})", 422, "The priority is too large."},
-                 {R"({"title": "Call", )", 400, "line 1"}};
+                 {"{\"title\": \"Call\",\n \"priority\" 2}", 400,
+                  "line 2, column 13: while parsing object separator - unexpected number literal; "
+                  "expected "}};
     for (const auto& bad : cases) {
         const Response response = add(bad.json);
         EXPECT_EQ(response.status, bad.status) << bad.json;
