@@ -37,8 +37,8 @@ class SamplePage final : public kit::Page {
 
     // The folder data is beside the document root: a device has /phone/www and /phone/data.
     static std::string pictureOf(kit::Request& request) {
-        const char* root = request.raw().getDocumentRoot();
-        return std::filesystem::path(root ? root : "/phone/www").parent_path() / "data/sample.png";
+        const std::filesystem::path root = request.variable("DOCUMENT_ROOT").value_or("/phone/www");
+        return root.parent_path() / "data/sample.png";
     }
 
     // Receives the picture under another name, and puts it in place once it was checked. Returns

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 
 using namespace kit::testing;
 
@@ -94,6 +95,20 @@ TEST_F(SamplePage, DiscardsAnUploadThatIsCutOff) {
             << cut;
         EXPECT_EQ(stored(), "");
     }
+}
+
+TEST_F(SamplePage, ReceivesOnePictureAtATime) {
+    const Request small = uploading(kPng);
+    const Request large = uploading(kPng + std::string(1000 * 1000, 'x'))
+                              .cookie("formToken", *browser.cookie("formToken"))
+                              .inPieces(1);
+    std::thread first([&] { EXPECT_EQ(page.serve(large).status, 200); });
+    while (std::filesystem::is_empty(kPhone / "data")) {
+        std::this_thread::yield();
+    }
+    EXPECT_TRUE(shows(browser.send(small), "Another upload is under way."));
+    first.join();
+    EXPECT_GT(stored().size(), kPng.size());
 }
 
 TEST_F(SamplePage, TakesNoPictureFromOtherSites) {
