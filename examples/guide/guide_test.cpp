@@ -1,9 +1,9 @@
-// Tests the pages and the listener of the guide's chapters.
+// Tests the pages and the listeners of the guide's chapters.
+#include "door_listener.h"
+#include "files_page.h"
 #include "local_network.h"
-#include "upload_page.h"
 #include "welcome_page.h"
 
-#include <kit/testing/browser.h>
 #include <kit/testing/recorded_log.h>
 #include <kit/testing/runner.h>
 
@@ -11,16 +11,12 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
-#include <thread>
 
 using namespace kit::testing;
 
 namespace {
-
-const std::string kPng = "\x89PNG\r\n\x1a\n and the picture";
 
 Request withTemplates(const Request& request) {
     return request.variable("DOCUMENT_ROOT", DOCUMENT_ROOT);
@@ -30,90 +26,34 @@ bool shows(const Response& response, const std::string& text) {
     return response.body.find(text) != std::string::npos;
 }
 
-// The token that the page has given to the browser.
-const std::string kToken(32, 'a');
 const std::string kFolder = testing::TempDir() + "guide_test";
-
-// An upload page that stores its picture in a folder of the test.
-class UploadedPicture : public testing::Test {
-protected:
-    UploadedPicture() { std::filesystem::create_directory(kFolder); }
-    ~UploadedPicture() override { std::filesystem::remove_all(kFolder); }
-
-    static Request uploading(const std::string& content, const std::string& token = kToken) {
-        return withTemplates(post("/servlet?p=upload"))
-            .cookie("formToken", kToken)
-            .multipart({field("token", token), file("picture", "holiday.png", content)});
-    }
-    static std::string stored() {
-        std::ifstream picture(kFolder + "/picture.png", std::ios::binary);
-        return {std::istreambuf_iterator<char>(picture), {}};
-    }
-    static auto fileCount() {
-        return std::distance(std::filesystem::directory_iterator(kFolder),
-                             std::filesystem::directory_iterator());
-    }
-
-    ServletRunner page{
-        [] { return kit::newServlet(std::make_unique<UploadPage>(kFolder + "/picture.png")); }};
-};
 
 } // namespace
 
-TEST_F(UploadedPicture, IsStored) {
-    const Response response = page.serve(uploading(kPng));
-    EXPECT_EQ(response.status, 200);
-    EXPECT_TRUE(shows(response, "The picture was stored."));
-    EXPECT_EQ(stored(), kPng);
-    EXPECT_EQ(fileCount(), 1);
+TEST(FilesPage, ListsAFolder) {
+    ServletRunner page([] { return kit::newServlet(std::make_unique<FilesPage>(kFolder)); });
+    const Request request = withTemplates(get("/servlet?p=files"));
+    EXPECT_TRUE(shows(page.serve(request), "<p>No files.</p>"));
+
+    std::filesystem::create_directories(kFolder + "/2026");
+    std::ofstream(kFolder + "/you & me.wav");
+    const Response response = page.serve(request);
+    EXPECT_FALSE(shows(response, "No files."));
+    EXPECT_TRUE(shows(response, "Folder 2026"));
+    EXPECT_TRUE(shows(response, "&amp;name=you%20%26%20me.wav\">you &amp; me.wav</a>"));
+    std::filesystem::remove_all(kFolder);
 }
 
-TEST_F(UploadedPicture, IsCheckedFirst) {
-    page.serve(uploading(kPng));
-    const struct {
-        std::string content;
-        const char* message;
-    } cases[] = {{"GIF89a", "This is no PNG picture."},
-                 {"", "This is no PNG picture."},
-                 {kPng + std::string(UploadPage::kMaxBytes, 'x'), "The picture is too long."}};
-    for (const auto& bad : cases) {
-        const Response response = page.serve(uploading(bad.content));
-        EXPECT_EQ(response.status, 422);
-        EXPECT_TRUE(shows(response, bad.message)) << response.body;
-        EXPECT_EQ(stored(), kPng) << "the earlier picture stays";
-        EXPECT_EQ(fileCount(), 1);
-    }
-}
-
-TEST_F(UploadedPicture, IsDiscardedIfAnotherSiteSentIt) {
-    for (const std::string& token : {std::string(), std::string(32, 'b')}) {
-        const Response response = page.serve(uploading(kPng, token));
-        EXPECT_EQ(response.status, 422);
-        EXPECT_TRUE(shows(response, "This form is out of date. Try again."));
-        EXPECT_TRUE(shows(response, "name=\"token\" value=\"" + kToken + "\""));
-        EXPECT_EQ(fileCount(), 0);
-    }
-}
-
-TEST_F(UploadedPicture, IsDiscardedIfTheClientHangsUp) {
-    const Request whole = uploading(kPng);
-    const std::size_t length = std::stoul(*whole.valueOf("CONTENT_LENGTH"));
-    for (std::size_t cut = 0; cut < length - 2; cut += 7) {
-        EXPECT_TRUE(shows(page.serve(whole.cutOffAfter(cut)), "The picture is incomplete.")) << cut;
-        EXPECT_EQ(fileCount(), 0) << cut;
-    }
-}
-
-TEST_F(UploadedPicture, IsTheOnlyOneAtATime) {
-    const Request large =
-        uploading(kPng + std::string(UploadPage::kMaxBytes - 1024, 'x')).inPieces(1);
-    std::thread first([&] { EXPECT_EQ(page.serve(large).status, 200); });
-    while (fileCount() == 0) {
-        std::this_thread::yield();
-    }
-    EXPECT_TRUE(shows(page.serve(uploading(kPng)), "Another upload is under way."));
-    first.join();
-    EXPECT_GT(stored().size(), kPng.size());
+TEST(DoorListener, OpensTheDoorForOneAddress) {
+    ListenerRunner door(*kit::newListener(std::make_unique<DoorListener>("192.0.2.1")));
+    const Request open = get("/servlet?command=open");
+    recorded_log::clear();
+    EXPECT_EQ(door.serve(open.from("192.0.2.2")).status, 403);
+    EXPECT_EQ(door.serve(get("/servlet?key=5").from("192.0.2.1")).status, 400);
+    EXPECT_TRUE(recorded_log::records().empty());
+    EXPECT_EQ(door.serve(open.from("192.0.2.1")).body, "OK\n");
+    EXPECT_EQ(recorded_log::records().back(), recorded_log::webDebug("info", "The door opens."));
+    EXPECT_TRUE(door.serve(get("/servlet?p=welcome&command=open")).passed) << "no event";
 }
 
 TEST(LocalNetworkListener, AdmitsTheLocalNetwork) {

@@ -71,10 +71,9 @@ def test_the_example_has_no_problem(program, build, image):
 
 
 def test_the_guide_shows_what_is_printed(program, build, image):
-    """Each command of the guide's section, and what it prints, but for notes."""
-    guide = (SOURCE / "docs/plugin-guide.md").read_text()
-    section = guide.split("\n## Before it is on the device\n")[1].split("\n## ")[0]
-    shown = re.findall(r"```text\n\$ servlet_check (.*)\n((?:.*\n)*?)```", section)
+    """Each command of the guide's chapter, and what it prints, but for notes."""
+    chapter = (SOURCE / "docs/guide/servlet-check.md").read_text()
+    shown = re.findall(r"```text\n\$ servlet_check (.*)\n((?:.*\n)*?)```", chapter)
     # The guide's FCGISERVER is where the sources are, and scripts/serve has installed there.
     installed = image.parent / "sources/build/serve/prefix/lib/libdevice.so"
     installed.parent.mkdir(parents=True)
