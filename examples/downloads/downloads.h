@@ -2,6 +2,7 @@
 #ifndef DOWNLOADS_H
 #define DOWNLOADS_H
 
+#include <kit/forms.h>
 #include <kit/plugin.h>
 
 #include <atomic>
@@ -56,7 +57,7 @@ class MeasurementsPage final : public kit::Page {
 // Shows a list that changes seldom. Browsers keep the page and ask whether it is still valid.
 class NewsPage final : public kit::Page {
     void answer(kit::Request& request, kit::Response& response) override {
-        if (request.isPost()) {
+        if (kit::isFromForm(request)) {
             ++m_changes;
             response.seeOther("/servlet?p=news");
         } else if (!response.notModified(std::to_string(m_changes))) {
