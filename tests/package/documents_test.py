@@ -16,6 +16,8 @@ import log_lines
 from ports import free_port
 
 SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
+GUIDE = SOURCE / "docs/plugin-guide.md"
+CHAPTERS = sorted((SOURCE / "docs/guide").glob("*.md"))
 BY_HAND = SOURCE / "docs/guide/minimal-plug-in.md"
 OPERATIONS = SOURCE / "docs/operations.md"
 DOCUMENTS = [*sorted(SOURCE.glob("*.md")), *sorted((SOURCE / "docs").rglob("*.md"))]
@@ -55,9 +57,16 @@ def test_quoted_code_is_in_the_file_that_it_names(document):
             assert "\n" + text in "\n" + (SOURCE / source).read_text(), source
 
 
-@pytest.mark.parametrize("name", ["README.md", "docs/plugin-guide.md"])
-def test_code_is_quoted(name):
-    assert QUOTED & {language for _, language, _ in blocks((SOURCE / name).read_text())}
+@pytest.mark.parametrize("document", [SOURCE / "README.md", GUIDE, *CHAPTERS],
+                         ids=lambda path: path.name)
+def test_code_is_quoted(document):
+    if document.name != "servlet-check.md":  # which is about a command
+        assert QUOTED & {language for _, language, _ in blocks(document.read_text())}
+
+
+def test_every_chapter_is_in_the_table_of_the_guide():
+    listed = re.findall(r"^\| .* \| \[.*\]\(guide/(.*)\) \|$", section(GUIDE, "Next steps"), re.MULTILINE)
+    assert sorted([*listed, BY_HAND.name]) == [path.name for path in CHAPTERS]
 
 
 @pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
