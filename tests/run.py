@@ -26,9 +26,9 @@ WIRE_JOBS = 3 * CORES
 
 # The programs whose tests use several threads.
 WITH_THREADS = [
-    "fcgi_server_test", "http_session_test", "host_tests", "kit_test", "listener_container_test",
-    "log_test", "phone_model_test", "phone_pages_test", "servlet_container_test",
-    "session_factory_test", "testkit_test", "tmpl_test"]
+    "fcgi_server_test", "http_session_test", "host_tests", "kit_attempt_limit_test", "kit_test",
+    "listener_container_test", "log_test", "phone_model_test", "phone_pages_test",
+    "servlet_container_test", "session_factory_test", "testkit_test", "tmpl_test"]
 HOSTILE = ["test_bad_clients.py", "test_bad_front_server.py", "test_bad_lengths.py",
            "test_bad_variables.py", "test_unread_bodies.py", "test_uploads.py"]
 
