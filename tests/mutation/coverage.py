@@ -5,7 +5,7 @@ import os
 import pathlib
 import sys
 
-from mutation import AREAS, ROOT, run
+from mutation import AREAS, ROOT, end_when_interrupted, run
 
 TESTS = [test for area in AREAS for test in area.tests]
 
@@ -21,6 +21,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("build", type=pathlib.Path, help="folder of a build with counters")
     build = parser.parse_args().build.resolve()
+    end_when_interrupted()
 
     output_of("cmake", "--preset", "dev", "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=Debug",
               "-DCMAKE_CXX_FLAGS=--coverage", f"-DDEVICE_ROOT={build}/device")

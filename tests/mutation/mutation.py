@@ -14,6 +14,7 @@ import pathlib
 import queue
 import resource
 import shutil
+import signal
 import subprocess
 import sys
 import threading
@@ -29,6 +30,7 @@ TIMEOUT = "60"  # seconds for one test program; a mutant may never end
 FAST_BUILD = ["-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -w",
               "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold", "-DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON"]
 WITHOUT_MUTANT = threading.Lock()
+GROUPS = set()  # the process groups of the commands that run
 
 # Sources, and the programs that test them.
 Area = collections.namedtuple("Area", "sources tests")
@@ -50,12 +52,33 @@ FIRST_TESTS = {"QKHashMap": "replay_hash_map", "MemoryBlock": "replay_hash_map",
 
 
 def run(*command, cwd=None, memory=8 * GIB):
-    """Runs a command with an address space of 8 GiB, since a mutant may allocate without end."""
-    return subprocess.run([str(word) for word in command], check=False, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, errors="replace",
-                          stdin=subprocess.DEVNULL, cwd=cwd, env=build_environment(),
+    """Runs a command with an address space of 8 GiB, since a mutant may allocate without end. Kills
+    what the command has started if it is interrupted."""
+    words = [str(word) for word in command]
+    with subprocess.Popen(words, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                          errors="replace", stdin=subprocess.DEVNULL, cwd=cwd,
+                          env=build_environment(), start_new_session=True,
                           preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS,
-                                                                (memory, memory)))
+                                                                (memory, memory))) as process:
+        GROUPS.add(process.pid)
+        try:
+            output, _ = process.communicate()
+        finally:
+            GROUPS.discard(process.pid)
+    return subprocess.CompletedProcess(words, process.returncode, output)
+
+
+def end_when_interrupted():
+    """Makes SIGINT and SIGTERM kill all that run() has started, and exit, so that every mutated source
+    is restored and every temporary folder removed."""
+    def end(number, _):
+        for group in list(GROUPS):
+            with contextlib.suppress(ProcessLookupError):
+                os.killpg(group, signal.SIGKILL)
+        sys.exit(128 + number)
+
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, end)
 
 
 def build_environment():
@@ -213,6 +236,7 @@ def main():
     parser.add_argument("count", type=int, help="number of mutants")
     parser.add_argument("seed", help="selects the sample")
     arguments = parser.parse_args()
+    end_when_interrupted()
 
     known, equivalent = all_mutants(), equivalent_mutants()
     if unknown := unknown_mutants(known, equivalent):

@@ -119,6 +119,7 @@ def main():
     parser.add_argument("folder", type=pathlib.Path, help="holds the copy of the project")
     parser.add_argument("bug", nargs="*", help="name of a bug; all of them by default")
     arguments = parser.parse_args()
+    mutation.end_when_interrupted()
 
     copy_type, file = KINDS[arguments.kind]
     bugs = bugs_in(file)

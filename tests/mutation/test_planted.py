@@ -3,8 +3,10 @@ exist."""
 
 import pathlib
 import re
+import signal
 import subprocess
 import sys
+import time
 
 import pytest
 
@@ -71,3 +73,45 @@ def test_a_bug_survives_if_no_test_fails(tmp_path):
 
 def test_a_bug_that_does_not_compile_is_not_found(tmp_path):
     assert Runs(tmp_path, broken=["one_test"]).look(BUG) == "does not compile"
+
+
+# Plants a bug, and runs a command that would end after a minute.
+PLANTS = """
+import pathlib, sys
+sys.path.insert(0, sys.argv[1])
+import mutation, planted
+mutation.end_when_interrupted()
+copy = planted.Tests.__new__(planted.Tests)
+copy.source = pathlib.Path.cwd()
+with copy.mutated(planted.Bug("a bug", "a.cpp", "return 1;", "return 2;", ())):
+    mutation.run("sh", "-c", "sleep 60 & echo $! > begun.new; mv begun.new begun; wait")
+"""
+PATIENCE = 30  # seconds
+
+
+def wait_until(condition):
+    end = time.monotonic() + PATIENCE
+    while not condition():
+        assert time.monotonic() < end
+        time.sleep(0.01)
+
+
+def is_running(process):
+    try:
+        return pathlib.Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[0] != "Z"
+    except OSError:
+        return False
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+def test_an_interruption_leaves_no_bug_and_no_process_behind(tmp_path, number):
+    (tmp_path / "a.cpp").write_text("return 1;")
+    program = subprocess.Popen(
+        [sys.executable, "-c", PLANTS, str(pathlib.Path(planted.__file__).parent)], cwd=tmp_path)
+    wait_until((tmp_path / "begun").exists)
+    begun = int((tmp_path / "begun").read_text())
+    assert (tmp_path / "a.cpp").read_text() == "return 2;" and is_running(begun)
+    program.send_signal(number)
+    assert program.wait(PATIENCE) == 128 + number
+    assert (tmp_path / "a.cpp").read_text() == "return 1;"
+    wait_until(lambda: not is_running(begun))
