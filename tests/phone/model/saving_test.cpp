@@ -17,6 +17,8 @@
 #include <new>
 #include <pugixml.hpp>
 #include <stdexcept>
+#include <string>
+#include <utility>
 
 using namespace phone;
 using disk_calls::Calls;
@@ -256,6 +258,32 @@ TEST_F(Saving, KeepsTheOldOrTheNewPasswordIfKilled) {
     }
     EXPECT_TRUE(isChanged) << "the last time nothing was killed";
     EXPECT_GT(number, 18) << "each of the two files takes nine calls";
+}
+
+// Each change replaces the older file first. Otherwise the file that could not be written would
+// keep the factory password.
+TEST_F(Saving, LosesTheLastPasswordAtMostIfOneFileCannotBeWrittenAndTheOtherIsDamaged) {
+    constexpr int kCallsForOneFile = 9;
+    {
+        Device device(files);
+        for (const auto& [from, to] : {std::pair("admin", "first password"),
+                                       std::pair("first password", "second password")}) {
+            bool isDone = false;
+            disk_calls::withFailuresFrom(kCallsForOneFile + 1, ENOSPC, [&, from = from, to = to] {
+                isDone = device.changePassword(from, to, to).done();
+            });
+            ASSERT_TRUE(isDone) << to;
+        }
+    }
+    const auto numberIn = [this](const char* name) {
+        return std::stoul(textOfFile(folder.file(name)));
+    };
+    ASSERT_NE(numberIn("password.1"), numberIn("password.2")) << "one of them was not written";
+    const bool isFirstNewer = numberIn("password.1") > numberIn("password.2");
+    writeTextFile(folder.file(isFirstNewer ? "password.1" : "password.2"), "damaged");
+    const Device device(files);
+    EXPECT_TRUE(device.authenticate("admin", "first password"));
+    EXPECT_FALSE(device.authenticate("admin", "admin"));
 }
 
 TEST_F(Saving, KeepsOrChangesThePasswordIfASystemCallFails) {
