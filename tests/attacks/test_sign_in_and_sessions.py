@@ -60,6 +60,27 @@ def test_changing_the_password_signs_other_browsers_out(phone, user):
     assert Browser(phone).sign_in(PASSWORD).status == 403
 
 
+def test_a_browser_left_alone_does_not_give_the_account_away(user, phone):
+    def change(old):
+        return user.post("/servlet?p=security&q=password", {
+            "token": user.token(), "oldPassword": old, "newPassword": "a longer one",
+            "repeat": "a longer one"}).status
+    answers = [change(wrong) for wrong in ["", "guess", PASSWORD.upper()] + ["again"] * 7]
+    assert answers[0] == 422 and set(answers) == {422, 429}, "guessing it has a limit, too"
+    assert Browser(phone, "127.0.0.9").sign_in().status == 303
+
+
+def test_no_file_on_the_device_reveals_a_secret(user, phone, folder):
+    assert Browser(phone).sign_in("mistyped gate").status == 403
+    secrets = [PASSWORD, "mistyped gate", user.cookies["signIn"], user.token()]
+    files = [path for path in folder.rglob("*") if path.is_file()]
+    assert any(path.suffix == ".log" for path in files)
+    for path in files:
+        content = path.read_bytes()
+        for secret in secrets:
+            assert secret.encode() not in content, path
+
+
 def test_a_wrong_user_is_answered_like_a_wrong_password(phone):
     def answer(user, password):
         browser = Browser(phone, f"127.0.3.{len(user)}")

@@ -75,6 +75,19 @@ def begin_form(front, size):
     return connection
 
 
+def begin_upload(front, size):
+    """Does the same with an upload, which the web server forwards while it arrives."""
+    connection = front.connect()
+    connection.settimeout(0.5)
+    with contextlib.suppress(TimeoutError, BrokenPipeError, ConnectionResetError):
+        connection.sendall(raw_http.raw(
+            "POST /servlet?p=facts HTTP/1.1", "Host: phone",
+            "Content-Type: multipart/form-data; boundary=edge", f"Content-Length: {size}",
+            body=b"--edge\r\nContent-Disposition: form-data; name=a; filename=b\r\n\r\n".ljust(
+                size - 1, b"x")))
+    return connection
+
+
 def frame(kind, stream=0, payload=b"", flags=0):
     """Returns a frame of HTTP/2 (RFC 9113, section 4.1)."""
     return struct.pack("!I", len(payload))[1:] + struct.pack("!BBI", kind, flags, stream) + payload
@@ -113,8 +126,9 @@ def begin_streams(front, size, streams):
 @pytest.mark.parametrize("begin, clients", [
     (lambda front: begin_form(front, 1100 * KIB), 40),
     (lambda front: begin_form(front, 64 * KIB), 400),
-    (lambda front: begin_streams(front, 64 * KIB, 8), 100)],
-    ids=["large forms", "many forms", "many forms on each connection"])
+    (lambda front: begin_streams(front, 64 * KIB, 8), 100),
+    (lambda front: begin_upload(front, 4 * MIB), 40)],
+    ids=["large forms", "many forms", "many forms on each connection", "uploads"])
 def test_unfinished_forms_have_a_bound(start, front, begin, clients):
     web = WebServer(start)
     host = start.host("--listen", start.socket_path)
