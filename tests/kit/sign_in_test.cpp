@@ -7,9 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <new>
 #include <string>
+#include <string_view>
+#include <sys/mman.h>
+#include <unistd.h>
 
 using namespace kit::testing;
 using kit::testing::test_clock::advanceSeconds;
@@ -348,4 +352,19 @@ TEST(Secrets, AreEqualOnlyIfAllCharactersAre) {
         EXPECT_FALSE(kit::equalSecrets(given, "abc")) << given;
     }
     EXPECT_FALSE(kit::equalSecrets(std::string_view("abc\0", 4), "abc"));
+}
+
+// Prevents timing attacks: a comparison that ended at the first difference would not reach the page
+// that must not be read.
+TEST(SecretsDeathTest, AreComparedToTheEndWhateverTheFirstCharacterIs) {
+    const auto pageSize = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* pages =
+        mmap(nullptr, 2 * pageSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pages, MAP_FAILED);
+    char* const border = static_cast<char*>(pages) + pageSize;
+    std::memcpy(border - 4, "wxyz", 4);
+    ASSERT_EQ(mprotect(border, pageSize, PROT_NONE), 0);
+    EXPECT_FALSE(kit::equalSecrets({border - 4, 4}, "abcd"));
+    EXPECT_DEATH(kit::equalSecrets({border - 4, 8}, "abcdefgh"), "");
+    munmap(pages, 2 * pageSize);
 }

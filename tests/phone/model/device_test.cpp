@@ -135,9 +135,12 @@ TEST_F(StoredState, KeepsTheLargestPossibleState) {
 
 TEST_F(StoredState, IsReadableByItsOwnerOnly) {
     const Device device(files);
-    struct stat status {};
-    ASSERT_EQ(stat(files.state.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777u, 0600u);
+    for (const std::string& file :
+         {files.state, folder.file("password.1"), folder.file("password.2")}) {
+        struct stat status {};
+        ASSERT_EQ(stat(file.c_str(), &status), 0) << file;
+        EXPECT_EQ(status.st_mode & 0777u, 0600u) << file;
+    }
 }
 
 TEST_F(StoredState, IsUnchangedIfTheEditReturnsErrors) {

@@ -39,6 +39,11 @@ TEST(Password, HasADifferentHashEachTime) {
     EXPECT_NE(hashPassword("same"), hashPassword("same"));
 }
 
+// Whoever reads the hash pays this for each guess.
+TEST(Password, IsHashedWithYescryptInFourMebibytes) {
+    EXPECT_EQ(hashPassword("correct horse").substr(0, 7), "$y$j7T$");
+}
+
 TEST(Password, IsLimitedInLengthBeforeHashing) {
     const std::string longest(kMaxPasswordBytes, 'x');
     const std::string hash = hashPassword(longest);
