@@ -82,8 +82,10 @@ def end_when_interrupted():
 
 
 def build_environment():
-    """Returns an environment in which the copies share the objects of ccache."""
-    environment = {"CCACHE_BASEDIR": str(ROOT), "CCACHE_NOHASHDIR": "1", **os.environ}
+    """Returns an environment in which the copies share the objects of ccache, and in which a test
+    program ends at its first failure."""
+    environment = {"CCACHE_BASEDIR": str(ROOT), "CCACHE_NOHASHDIR": "1", "GTEST_FAIL_FAST": "1",
+                   **os.environ}
     if shutil.which("ccache"):
         environment.setdefault("CMAKE_CXX_COMPILER_LAUNCHER", "ccache")
     return environment
