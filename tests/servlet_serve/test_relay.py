@@ -44,7 +44,8 @@ def test_everything_else_passes_unchanged(response, size):
 
 def test_a_response_without_an_end_of_its_header_is_not_kept_back():
     response = b"X: " + b"x" * relay.MAX_HEAD
-    assert relay.Script("").add(response) == response
+    script = relay.Script("<script></script>")
+    assert script.add(response) + script.end() == response
     assert passed(response + PAGE, 10_000) == response + PAGE
 
 
@@ -116,20 +117,23 @@ def test_the_assets_are_served_under_a_local_name_only():
 
 # ---- Whole requests
 
+# FastCGI 1.0, section 8.
+END_REQUEST, PARAMS, STDIN, STDOUT = 3, 4, 5, 6
+
 def request(**more):
     """Returns the records of a request of a browser for a page; its id is 258."""
     named = {"REQUEST_URI": "/servlet?p=x", "HTTP_HOST": "localhost:8080", "HTTP_ACCEPT": "text/html,*/*",
              "REQUEST_METHOD": "GET", **more}
     encoded = variables({name.encode(): value.encode() for name, value in named.items()})
-    return (struct.pack(">BBHHBxHB5x", 1, 1, 258, 8, 0, 1, 0) + relay.records(relay.PARAMS, encoded, 258) +
-            relay.record(relay.PARAMS, b"", 258) + relay.record(relay.STDIN, b"form", 258) +
-            relay.record(relay.STDIN, b"", 258))
+    return (struct.pack(">BBHHBxHB5x", 1, 1, 258, 8, 0, 1, 0) + relay.records(PARAMS, encoded, 258) +
+            relay.record(PARAMS, b"", 258) + relay.record(STDIN, b"form", 258) +
+            relay.record(STDIN, b"", 258))
 
 
 def answered(body, request_id=258):
     """Returns the records of a response, in two pieces."""
-    return (relay.record(relay.STDOUT, body[:40], request_id) + relay.record(relay.STDOUT, body[40:], request_id) +
-            relay.record(relay.STDOUT, b"", request_id) + relay.record(relay.END_REQUEST, bytes(8), request_id))
+    return (relay.record(STDOUT, body[:40], request_id) + relay.record(STDOUT, body[40:], request_id) +
+            relay.record(STDOUT, b"", request_id) + relay.record(END_REQUEST, bytes(8), request_id))
 
 
 def stdout_of(data):
@@ -165,7 +169,7 @@ class Relayed:
     def _daemon(self):
         connection, _ = self.listener.accept()
         with connection:
-            while not self.received.endswith(relay.record(relay.STDIN, b"", 258)):
+            while not self.received.endswith(relay.record(STDIN, b"", 258)):
                 self.received += connection.recv(65536)
             connection.sendall(self.answer)
 
@@ -219,9 +223,9 @@ def test_the_answer_to_head_gets_no_script(relayed):
 
 
 def test_a_page_whose_stream_is_not_closed_gets_the_script(relayed):
-    one = relayed(relay.record(relay.STDOUT, PAGE, 258) + relay.record(relay.END_REQUEST, bytes(8), 258))
+    one = relayed(relay.record(STDOUT, PAGE, 258) + relay.record(END_REQUEST, bytes(8), 258))
     answer = one.ask(request())
-    assert answer.index(b"</script>") < answer.index(relay.record(relay.END_REQUEST, bytes(8), 258))
+    assert answer.index(b"</script>") < answer.index(relay.record(END_REQUEST, bytes(8), 258))
 
 
 def test_a_daemon_that_ends_is_a_page(relayed):
@@ -231,7 +235,7 @@ def test_a_daemon_that_ends_is_a_page(relayed):
 
 
 def test_a_daemon_that_ends_within_a_page_leaves_what_it_has_sent(relayed):
-    answer = relayed(relay.record(relay.STDOUT, PAGE, 258)).ask(request())
+    answer = relayed(relay.record(STDOUT, PAGE, 258)).ask(request())
     assert b"<p>page</p>" in answer and b"last words" not in answer
 
 
@@ -299,18 +303,18 @@ def test_two_servers_never_have_the_same_version():
 
 def test_a_large_answer_is_split_into_records():
     content = bytes(200_000)
-    data = relay.records(relay.STDOUT, content, 258) + relay.record(relay.STDOUT, b"", 258) + \
-        relay.record(relay.END_REQUEST, bytes(8), 258)
+    data = relay.records(STDOUT, content, 258) + relay.record(STDOUT, b"", 258) + \
+        relay.record(END_REQUEST, bytes(8), 258)
     assert len(stdout_of(data)) == 200_000
 
 
 def test_records_with_padding_are_read():
     one, other = socket.socketpair()
     with one, other:
-        raw = struct.pack(">BBHHBx", 1, relay.STDOUT, 258, 3, 5) + b"abc" + bytes(5)
+        raw = struct.pack(">BBHHBx", 1, STDOUT, 258, 3, 5) + b"abc" + bytes(5)
         one.sendall(raw + raw[:-1])
         one.shutdown(socket.SHUT_WR)
-        assert relay.read_record(other) == (relay.STDOUT, 258, b"abc", raw)
+        assert relay.read_record(other) == (STDOUT, 258, b"abc", raw)
         assert relay.read_record(other) is None, "cut off"
         assert relay.read_record(other) is None, "the end"
 
@@ -325,6 +329,7 @@ def test_a_daemon_is_ready_once_it_closes_a_connection_without_a_request(tmp_pat
         def answer(data):
             connection, _ = listener.accept()
             with connection:
+                assert connection.recv(1) == b"", "the end of a request that is none"
                 connection.sendall(data)
         for data in (b"", b"x"):
             daemon = threading.Thread(target=answer, args=(data,))
