@@ -92,7 +92,9 @@ async function serve(folder, state, port) {
     const phone = `${folder}/build/image/phone`;
     mkdirSync(`${phone}/data`, { recursive: true });
     writeFileSync(`${state}/daemon`, kDaemon, { mode: 0o755 });
-    const server = spawn('python3', ['-B', `${kRoot}tools/servlet_serve/development_server.py`,
+    // setpriv: if this process is killed, the kernel stops the server.
+    const server = spawn('setpriv', ['--pdeathsig', 'TERM', 'python3', '-B',
+        `${kRoot}tools/servlet_serve/development_server.py`,
         '--name=serve', `--project=${folder}`, `--build=${folder}/build`, `--www=${phone}/www`,
         `--library-folder=${phone}/www/WEB-INFO/lib/`, `--state=${state}`, `--port=${port}`,
         `--lighttpd=${kRoot}packaging/front-servers/lighttpd.conf`,
