@@ -22,10 +22,11 @@ def run(*command, **options):
 @pytest.hookimpl(tryfirst=True)
 def pytest_collection_modifyitems(items):
     """Where tests run at once, those of one file run one after the other, since they share what they
-    build; so do those of the two files that make Debian packages, which are made in one folder."""
+    build; so do those of files that build in one folder."""
+    shared = {"armhf_test.py": "build/packages", "debian_test.py": "build/packages",
+              "abi_test.py": "build/dev", "commands_run_test.py": "build/dev"}
     for item in items:
-        makes_packages = item.path.name in ("armhf_test.py", "debian_test.py")
-        item.add_marker(pytest.mark.xdist_group("debs" if makes_packages else item.path.stem))
+        item.add_marker(pytest.mark.xdist_group(shared.get(item.path.name, item.path.stem)))
 
 
 @contextlib.contextmanager

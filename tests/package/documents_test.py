@@ -1,5 +1,6 @@
 """The documents: quoted code, links, paths, tables and commands are right."""
 
+import contextlib
 import os
 import pathlib
 import re
@@ -13,6 +14,7 @@ import urllib.request
 import pytest
 
 import log_lines
+import shown_commands
 from ports import free_port
 
 SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
@@ -275,30 +277,71 @@ def write_files(folder, part):
             path.write_text(text)
 
 
-def test_the_guide_leads_from_an_empty_folder_to_a_page(sources, tmp_path):
-    part = section(BY_HAND, "From an empty folder to a page")
-    start, = [text for _, language, text in blocks(part) if language == "sh"]
-    address = re.search("http://[^ >)`]+", part)[0]
-    write_files(tmp_path, part)
+def commands_of_the_first_page():
+    """Returns the command that serves it, and those that test a project."""
+    start, = shown_commands.commands(section(BY_HAND, "From an empty folder to a page"))
+    return start, *shown_commands.commands(section(BY_HAND, "Tests"))
+
+
+@contextlib.contextmanager
+def served(command, folder, log, sources):
+    """Serves a project; returns the process and its port. The documents' port may be in use."""
     port = free_port()
-    log = tmp_path.parent / "serve.log"
-    # The guide's port may be in use.
-    command = f"exec {start.strip()} --port {port}"
     with log.open("w") as output:
-        serving = subprocess.Popen(["bash", "-ec", command], cwd=tmp_path, stdout=output,
-                                   stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL,
+        serving = subprocess.Popen(["bash", "-ec", f"exec {command} --port {port}"], cwd=folder,
+                                   stdout=output, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL,
                                    env=dict(os.environ, FCGISERVER=str(sources)))
     try:
+        yield serving, port
+    finally:
+        serving.terminate()
+        serving.wait(60)
+
+
+def test_the_guide_leads_from_an_empty_folder_to_a_page(sources, tmp_path):
+    part = section(BY_HAND, "From an empty folder to a page")
+    start, *commands = commands_of_the_first_page()
+    address = re.search("http://[^ >)`]+", part)[0]
+    write_files(tmp_path, part)
+    log = tmp_path.parent / "serve.log"
+    with served(start, tmp_path, log, sources) as (serving, port):
         here = address.replace(":8080", f":{port}")
         wait_for_page(serving, log, here, f"<h1>This is {socket.gethostname()}.</h1>")
         template = tmp_path / "www/WEB-INFO/templates/first.html"
         template.write_text(template.read_text().replace("This is", "Here is"))
         wait_for_page(serving, log, here, f"<h1>Here is {socket.gethostname()}.</h1>")
-    finally:
-        serving.terminate()
-        serving.wait(60)
 
     hello = shutil.copytree(SOURCE / "examples/hello", tmp_path / "hello")
-    commands, = [text for _, language, text in blocks(section(BY_HAND, "Tests"))
-                 if language == "sh"]
-    run_shell(commands, hello, sources)
+    run_shell("\n".join(commands), hello, sources)
+
+
+def commands_of_a_project_from_the_sources():
+    """Returns those of the first page, of the guide, and of the project's own."""
+    from_readme = [command for command in shown_commands.commands((SOURCE / "README.md").read_text())
+                   if "news" in command]
+    from_guide = [command for command in shown_commands.commands(GUIDE.read_text())
+                  if command.startswith('"$FCGISERVER/') and "news" in command]
+    own = shown_commands.commands((SOURCE / "tools/servlet_new/sources.md").read_text())
+    return *from_readme, *from_guide, *own
+
+
+def test_the_sources_lead_to_a_project_of_ones_own(sources):
+    """By the commands of the first page, then by those of the guide, then by the project's own."""
+    create, serve, create_again, serve_again, serve_own, build, test = \
+        commands_of_a_project_from_the_sources()
+    outside = sources.parent
+    project = outside / "news"
+    log = outside / "news.log"
+
+    def assert_serves(command, folder):
+        with served(command, folder, log, sources) as (serving, port):
+            wait_for_page(serving, log, f"http://127.0.0.1:{port}/servlet?p=news",
+                          "<h1>Hello, stranger!</h1>")
+
+    run_shell(create, sources, sources)
+    assert_serves(serve, outside)
+    shutil.rmtree(project)
+    run_shell(create_again, outside, sources)
+    assert_serves(serve_again, outside)
+    assert_serves(serve_own.replace("@sources@", str(sources)), project)
+    run_shell(f"{build}\n{test}".replace("@sources@", str(sources)), project, sources)

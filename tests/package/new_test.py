@@ -1,6 +1,7 @@
 """servlet_new and servlet_serve: from a name to a page that is built, tested, checked and served."""
 
 import contextlib
+import json
 import os
 import pathlib
 import re
@@ -16,10 +17,12 @@ import urllib.request
 
 import pytest
 
+import shown_commands
 from conftest import SOURCE, is_listening, run
 from ports import free_port
 
 PATIENCE = 60  # seconds; normally one is enough
+PROJECT = SOURCE / "tools/servlet_new/project"
 NOBODY = 65534
 
 
@@ -142,14 +145,22 @@ def test_servlet_check_finds_nothing_wrong_with_a_new_project(built, place, env)
     assert (status, [line for line in printed.splitlines() if ": note: " not in line]) == (0, [])
 
 
-def test_the_example_of_the_man_page_works(built, place, env):
-    """It names the library by pkg-config, wherever that is installed."""
-    page = (SOURCE / "packaging/man/servlet_check.1").read_text()
-    command, = re.findall(r"^\.Dl \$ (servlet_check .*--provides .*)$", page, re.M)
-    run("cmake", "--install", built / "build", env=dict(env, DESTDIR=str(built.parent / "image")))
-    printed = run("bash", "-ec", command.replace(r"\(dq", '"'), cwd=built.parent,
-                  env=dict(env, PKG_CONFIG_PATH=str(place / "prefix/lib/pkgconfig")))
-    assert [line for line in printed.splitlines() if ": note: " not in line] == []
+def examples_of_servlet_check():
+    return shown_commands.commands_of_man_page((SOURCE / "packaging/man/servlet_check.1").read_text())
+
+
+def test_the_examples_of_the_man_page_work(built, place, env):
+    """One names a library by pkg-config, wherever that is installed."""
+    whole, partial, page, file = examples_of_servlet_check()
+    image = built.parent / "image"
+    run("cmake", "--install", built / "build", env=dict(env, DESTDIR=str(image)))
+    env = dict(env, PKG_CONFIG_PATH=str(place / "prefix/lib/pkgconfig"))
+    assert without_notes(run("bash", "-ec", partial, cwd=built.parent, env=env)) == []
+    # The image of a project alone lacks the device's libraries.
+    status, printed = outcome("bash", "-ec", whole, cwd=built.parent, env=env)
+    assert status == 1 and "libdevice.so" in printed
+    assert '"status"' in run("bash", "-ec", page, cwd=built.parent, env=env)
+    assert "web server" in run("bash", "-ec", file, cwd=built.parent, env=env)
 
 
 def wait_until(condition, what):
@@ -259,6 +270,24 @@ def test_a_change_is_served_at_once(built, place, env):
         assert log.read_text().endswith(f"\n{pages.address}/servlet?p=greeting\n")
     stylesheet.write_text(text)
     template.write_text(template.read_text().replace("Welcome,", "Hello,"))
+
+
+# To a project named "sample", as the guide calls it.
+POST_JSON = ("""curl -H 'Content-Type: application/json' """
+             """-d '{"title": "Call the front desk", "priority": 2}' """
+             """'http://127.0.0.1:8080/servlet?p=sample&q=tasks'""")
+
+
+def test_json_is_sent_with_curl(place, env):
+    if is_refused_a_namespace():
+        pytest.skip("this machine does not permit a mount namespace")
+    folder = place / "some projects"
+    run("servlet_new", "--with", "json", "sample", cwd=folder, env=env)
+    run("cmake", "-B", "build", "-DBUILD_TESTING=OFF", cwd=folder / "sample", env=env)
+    with serving(folder / "sample", place, env) as pages:
+        command = POST_JSON.replace("http://127.0.0.1:8080", pages.address)
+        printed = run("bash", "-ec", command.replace("curl ", "curl --silent "), env=env)
+    assert json.loads(printed) == {"title": "Call the front desk", "priority": 2}
 
 
 @pytest.fixture(scope="module")
