@@ -86,14 +86,17 @@ T* keepUntilUnload(std::unique_ptr<T> object) {
 }
 
 // Runs `work` and returns true; if it throws, calls `logFailure(reason)` and returns false. The
-// exception by which glibc cancels a thread is passed on: it must not be swallowed.
+// exception by which glibc cancels a thread is passed on: it must not be swallowed. libc++ has no
+// name for it, so no thread may be cancelled there.
 template <typename Work, typename LogFailure>
 bool runLogged(Work work, LogFailure logFailure) {
     try {
         work();
         return true;
+#ifdef __GLIBCXX__
     } catch (const abi::__forced_unwind&) {
         throw;
+#endif
     } catch (const std::exception& error) {
         logFailure(error.what());
     } catch (...) {
