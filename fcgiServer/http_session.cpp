@@ -21,7 +21,8 @@ int secondsNow() {
 }
 
 // Seconds from `stamp` (which includes TIME_OFFSET) to `now` (which does not). A 32-bit clock_t
-// wraps to its minimum after 248 days, so a difference below minus half its range means that it
+// wraps to its minimum every 497 days, first after 248 days or, since the kernel need not count
+// from 0, after 49.7 (with HZ=250). So a difference below minus half its range means that it
 // wrapped.
 int secondsBetween(int stamp, int now) {
     constexpr int kClockRange = 42949673; // seconds in 2^32 ticks

@@ -13,8 +13,9 @@ namespace kit {
 // Returns the seconds of the system's tick clock, see times(2), for measuring intervals: it starts
 // at an arbitrary value, never goes back, and is not the time of day. Any thread.
 inline long clockSeconds() {
-    // A 32-bit clock_t wraps to its minimum after 248 days. Counting the ticks since the last call
-    // bridges that, as long as one request comes in that time.
+    // A 32-bit clock_t wraps to its minimum every 497 days, first after 248 days or, since the
+    // kernel need not count from 0, after 49.7 (with HZ=250). Counting the ticks since the last
+    // call bridges that, as long as one request comes within 248 days.
     constexpr int kTicksPerSecond = 100;
     using Ticks = std::make_unsigned_t<clock_t>;
     struct tms ignored {};
