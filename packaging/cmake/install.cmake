@@ -77,6 +77,8 @@ set(DEVICE_FLAGS -ldevice)
 if(DEVICE_LIBRARIES)
     list(JOIN DEVICE_LIBRARIES " " DEVICE_FLAGS)
 endif()
+list(TRANSFORM WIDE_TYPES PREPEND " -D" OUTPUT_VARIABLE KIT_DEFINITIONS)
+list(JOIN KIT_DEFINITIONS "" KIT_DEFINITIONS)
 foreach(name fcgiServer fcgiServer-static fcgiServer-kit)
     configure_file(packaging/cmake/${name}.pc.in ${name}.pc @ONLY)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc

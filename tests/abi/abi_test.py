@@ -46,6 +46,16 @@ def test_the_parameters_of_each_operation_of_a_plug_in_are_recorded(name):
         assert f"void {operation}(decltype(&{name}::{operation})" in recorded
 
 
+@pytest.mark.parametrize("library", LIBRARIES)
+def test_no_time_or_file_size_is_part_of_the_interface(library):
+    """On 32-bit processors their size depends on _TIME_BITS and _FILE_OFFSET_BITS, which a plug-in or a
+    host may have chosen otherwise than the libraries."""
+    record = (SOURCE / f"tests/abi/armhf/{library}.abi").read_text()
+    assert "name='unsigned int'" in record or "name='int'" in record
+    assert re.findall(r"name='_*(?:time|off|ino|blkcnt|loff)(?:64)?_t'|"
+                      r"name='(?:stat|timespec|timeval|tm)'", record) == []
+
+
 class Changed:
     """A copy of this project, to be changed."""
 

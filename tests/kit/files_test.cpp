@@ -100,6 +100,26 @@ TEST_F(Files, AreSentWithTheirHeaders) {
     EXPECT_TRUE(recorded_log::records().empty());
 }
 
+TEST_F(Files, AreSentWhateverTheirDate) {
+    // 2038-01-20, which does not fit into 32 bits.
+    const timespec times[2] = {{2147558400, 0}, {2147558400, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    const Response response = sent(path);
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(response.body, kContent);
+    EXPECT_NE(response.header("ETag").value_or("").find("-80012400."), std::string::npos);
+}
+
+TEST_F(Files, AreSentFromBeyondTwoGibibytes) {
+    constexpr std::uint64_t kSize = 5'000'000'000;
+    ASSERT_EQ(truncate(path.c_str(), static_cast<off_t>(kSize)), 0);
+    std::fstream(path).seekp(kSize - 3) << "end";
+    const Response response = sent(path, get("/servlet?p=x").header("Range", "bytes=-3"));
+    EXPECT_EQ(response.status, 206);
+    EXPECT_EQ(response.body, "end");
+    EXPECT_EQ(response.header("Content-Range"), "bytes 4999999997-4999999999/5000000000");
+}
+
 TEST_F(Files, HaveTheTypeOfTheirName) {
     const struct {
         const char* name;

@@ -56,6 +56,15 @@ extern "C" time_t time(time_t* result) noexcept {
     return seconds;
 }
 
+TEST(TemplateCache, ReadsAFileThatIsDatedAfterThe32BitsOfATimeStampEnd) {
+    TemplateFolder folder;
+    const std::string page = folder.write("page", "a template");
+    const timespec january20th2038[2] = {{2147558400, 0}, {2147558400, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, page.c_str(), january20th2038, 0), 0);
+    TemplateCache cache;
+    EXPECT_EQ(cache.get(page, kAsker)->source, "a template");
+}
+
 TEST(FileIdentity, DiffersWhenAnyAttributeOfTheFileDiffers) {
     const struct stat file {};
     EXPECT_TRUE(tmpl::FileIdentity(file) == tmpl::FileIdentity(file));

@@ -4,10 +4,16 @@
 #include <kit/testing/runner.h>
 #include <kit/testing/test_clock.h>
 
+#include <sys/types.h>
+
 #include <cstdio>
+#include <ctime>
 #include <string>
 
 using namespace kit::testing;
+
+// On 32-bit processors too: a page can read files that are dated after January 2038.
+static_assert(sizeof(std::time_t) == 8 && sizeof(off_t) == 8);
 
 extern "C" HttpServlet* createHelloPage();
 

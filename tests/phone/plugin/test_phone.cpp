@@ -37,6 +37,11 @@ int __wrap_clock_gettime(clockid_t, timespec* time) {
     return 0;
 }
 
+// The name of the same function where times of 64 bits are chosen for a 32-bit processor.
+int __wrap___clock_gettime64(clockid_t clock, timespec* time) {
+    return __wrap_clock_gettime(clock, time);
+}
+
 // Defined by the test program.
 void phoneTestBeforeToken() __attribute__((weak));
 
