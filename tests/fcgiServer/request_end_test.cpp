@@ -90,6 +90,10 @@ int __wrap_poll(pollfd* polled, nfds_t count, int timeout) {
     const bool isInTime = timeout < 0 || server_clock::isReal;
     return __real_poll(polled, count, isInTime ? timeout : 1);
 }
+// What poll(2) becomes by _FORTIFY_SOURCE.
+int __wrap___poll_chk(pollfd* polled, nfds_t count, int timeout, std::size_t) {
+    return __wrap_poll(polled, count, timeout);
+}
 
 SteadyClock::time_point __real__ZNSt6chrono3_V212steady_clock3nowEv();
 SteadyClock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {

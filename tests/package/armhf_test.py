@@ -52,14 +52,31 @@ def test_they_depend_only_on_packages_of_such_a_device(packages):
 
 
 def test_all_programs_and_libraries_are_for_that_processor(device):
-    found = []
-    for path in device.rglob("*"):
-        if path.is_file() and not path.is_symlink() and path.read_bytes()[:4] == b"\x7fELF":
-            header = run("readelf", "--file-header", "--arch-specific", path)
-            assert re.search(r"Machine: +ARM\n", header) and "hard-float ABI" in header, path
-            assert "Tag_ABI_VFP_args: VFP registers" in header, path
-            found.append(path.name)
-    assert {"fcgi_host", "libdevice.so", "libfcgiServer.so", "libphone.so"} <= set(found)
+    for path in debs.programs_and_libraries(device).values():
+        header = run("readelf", "--file-header", "--arch-specific", path)
+        assert re.search(r"Machine: +ARM\n", header) and "hard-float ABI" in header, path
+        assert "Tag_ABI_VFP_args: VFP registers" in header, path
+
+
+def test_all_programs_and_libraries_are_hardened(device):
+    debs.assert_hardened(device)
+
+
+# Functions that fail for files dated after January 2038 or larger than 2 GiB, or that return such a
+# time. Each has a successor with another name, for example fstat64_time64.
+OF_32_BITS = {"open", "openat", "fopen", "stat", "fstat", "fstatat", "lstat", "stat64", "fstat64",
+              "fstatat64", "lstat64", "lseek", "pread", "pwrite", "truncate", "ftruncate", "mmap",
+              "readdir", "time", "clock_gettime", "gettimeofday", "utimensat", "futimens",
+              "gmtime_r", "localtime_r", "timegm", "mktime", "nanosleep", "clock_nanosleep",
+              "pthread_cond_timedwait", "pthread_cond_clockwait", "sigtimedwait"}
+
+
+def test_none_of_them_calls_a_function_of_32_bit_times_or_file_sizes(device):
+    called = {name: debs.undefined_symbols(path)
+              for name, path in debs.programs_and_libraries(device).items()}
+    assert {name: found for name, symbols in called.items()
+            if (found := symbols & OF_32_BITS)} == {}
+    assert "__fstat64_time64" in called["libdevice.so"]
 
 
 def test_the_daemon_starts_on_such_a_processor(device):
@@ -84,6 +101,7 @@ def test_pkg_config_lists_all_that_a_plug_in_needs_there(device, tmp_path):
     env = dict(os.environ, PKG_CONFIG_SYSROOT_DIR=str(device),
                PKG_CONFIG_LIBDIR=str(device / LIBRARIES / "pkgconfig"))
     flags = run("pkg-config", "--cflags", "--libs", "fcgiServer-kit", env=env).split()
+    assert {"-D_FILE_OFFSET_BITS=64", "-D_TIME_BITS=64"} <= set(flags)
     library = tmp_path / "libhello.so"
     run("arm-linux-gnueabihf-g++", "-std=c++17", "-fPIC", "-shared", "-Wl,--no-undefined",
         SOURCE / "examples/hello/hello.cpp", "-o", library, *flags)

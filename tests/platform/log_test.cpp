@@ -90,6 +90,15 @@ using Lines = std::vector<std::string>;
 
 const Environment kToStderr = {{"APP_LOG", "stderr"}};
 
+// Sends what syslog(3) would.
+void sendRecord(int priority, const char* format, va_list arguments) {
+    std::array<char, 4096> text;
+    const int prefix = std::snprintf(text.data(), text.size(), "%d ", priority);
+    const int size = std::vsnprintf(
+        text.data() + prefix, text.size() - static_cast<std::size_t>(prefix), format, arguments);
+    ::send(syslogEnd, text.data(), static_cast<std::size_t>(prefix + size), 0);
+}
+
 } // namespace
 
 // These replace the C library's functions.
@@ -100,15 +109,18 @@ extern "C" void openlog(const char* name, int options, int facility) {
     errno = EIO; // as the C library's function may do
 }
 
+// The second one is what syslog(3) becomes by _FORTIFY_SOURCE.
 extern "C" void syslog(int priority, const char* format, ...) {
-    std::array<char, 4096> text;
-    const int prefix = std::snprintf(text.data(), text.size(), "%d ", priority);
     va_list arguments;
     va_start(arguments, format);
-    const int size = std::vsnprintf(
-        text.data() + prefix, text.size() - static_cast<std::size_t>(prefix), format, arguments);
+    sendRecord(priority, format, arguments);
     va_end(arguments);
-    ::send(syslogEnd, text.data(), static_cast<std::size_t>(prefix + size), 0);
+}
+extern "C" void __syslog_chk(int priority, int, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    sendRecord(priority, format, arguments);
+    va_end(arguments);
 }
 
 TEST(Log, WritesEachRecordAsOneLineToBothOutputs) {
