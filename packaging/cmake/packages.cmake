@@ -4,7 +4,7 @@
 #   dev      fcgiserver-dev    for the development of plug-ins and hosts
 #   phone    fcgiserver-phone  the phone's pages
 #
-# The files that are installed here are in the packages only.
+# packaging/debian/finish.cmake adds the files that are in the packages only.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME runtime)
 set(packages ${PROJECT_SOURCE_DIR}/packaging/debian)
 
@@ -44,7 +44,6 @@ foreach(root ${CMAKE_FIND_ROOT_PATH})
 endforeach()
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_COMPONENT_DEV_DEPENDS runtime)
-set(CPACK_COMPONENT_PHONE_DEPENDS runtime)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME fcgiserver)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION httpd)
@@ -77,6 +76,10 @@ tell what of it would fail on a device.")
 
 set(CPACK_DEBIAN_PHONE_PACKAGE_NAME fcgiserver-phone)
 set(CPACK_DEBIAN_PHONE_PACKAGE_SECTION httpd)
+# Its plug-in works with every later container of the same major version.
+math(EXPR next_major "${PROJECT_VERSION_MAJOR} + 1")
+set(CPACK_DEBIAN_PHONE_PACKAGE_DEPENDS
+    "fcgiserver (>= ${PROJECT_VERSION}), fcgiserver (<< ${next_major}~)")
 set(CPACK_DEBIAN_PHONE_PACKAGE_SUGGESTS lighttpd)
 set(CPACK_DEBIAN_PHONE_PACKAGE_CONTROL_EXTRA
     ${packages}/fcgiserver-phone/postinst
@@ -91,25 +94,10 @@ lighttpd for them: \"lighty-enable-mod fcgiserver-phone\" puts it to use.")
 configure_file(packaging/systemd/fcgi_host.service.in fcgi_host.service @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/fcgi_host.service packaging/systemd/fcgi_host.socket
     DESTINATION lib/systemd/system EXCLUDE_FROM_ALL)
-install(FILES packaging/front-servers/lighttpd-phone.conf
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/fcgiserver COMPONENT phone EXCLUDE_FROM_ALL)
-install(FILES packaging/front-servers/lighttpd-debian.conf
-    DESTINATION /etc/lighttpd/conf-available RENAME 50-fcgiserver-phone.conf
-    COMPONENT phone EXCLUDE_FROM_ALL)
 
+set(CPACK_PROJECT_SOURCES ${PROJECT_SOURCE_DIR})
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 configure_file(packaging/debian/changelog.in changelog.Debian @ONLY)
-foreach(component ${CPACK_COMPONENTS_ALL})
-    string(TOUPPER ${component} upper)
-    set(name ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
-    set(doc ${CMAKE_INSTALL_DATADIR}/doc/${name})
-    install(FILES packaging/debian/copyright ${PROJECT_BINARY_DIR}/changelog.Debian DESTINATION ${doc}
-        COMPONENT ${component} EXCLUDE_FROM_ALL)
-    install(FILES CHANGELOG.md DESTINATION ${doc} RENAME changelog
-        COMPONENT ${component} EXCLUDE_FROM_ALL)
-    install(FILES ${packages}/${name}/lintian-overrides
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME ${name}
-        COMPONENT ${component} EXCLUDE_FROM_ALL)
-endforeach()
+set(CPACK_DEBIAN_CHANGELOG ${PROJECT_BINARY_DIR}/changelog.Debian)
 
 include(CPack)

@@ -185,6 +185,86 @@ def test_lintian_finds_nothing(packages):
     debs.assert_lintian_finds_nothing(packages)
 
 
+def test_all_programs_and_libraries_are_hardened(packages, tmp_path):
+    for package in packages:
+        run("dpkg-deb", "-x", package, tmp_path)
+    debs.assert_hardened(tmp_path)
+
+
+def test_the_pages_accept_every_later_container_of_their_major_version(packages):
+    depends = run("dpkg-deb", "--field", packages[2], "Depends").strip().split(", ")
+    assert [package for package in depends if package.startswith("fcgiserver")] \
+        == ["fcgiserver (>= 1.0.0)", "fcgiserver (<< 2~)"]
+
+
+def test_the_packages_contain_the_front_servers_configurations_and_the_documents(packages, tmp_path):
+    for package in packages:
+        run("dpkg-deb", "-x", package, tmp_path)
+    share = tmp_path / "usr/share"
+    configurations = {path.name for path in (SOURCE / "packaging/front-servers").iterdir()
+                      if path.suffix in (".conf", ".lua")}
+    assert {path.name for path in (share / "doc/fcgiserver/examples").iterdir()} \
+        == configurations - {"lighttpd-debian.conf"}
+    documents = {path.relative_to(SOURCE) for path in (SOURCE / "docs").rglob("*.md")}
+    packaged = share / "doc/fcgiserver-dev"
+    assert documents and {path.relative_to(packaged) for path in packaged.rglob("docs/**/*.md")} \
+        == documents
+    lighttpd = tmp_path / "etc/lighttpd/conf-available/50-fcgiserver-phone.conf"
+    included = re.findall('^include "(.*)"', lighttpd.read_text(), re.MULTILINE)
+    assert included and all((tmp_path / path.lstrip("/")).exists() for path in included)
+    assert [path.name for path in share.iterdir() if path.name.lower() == "fcgiserver"] \
+        == ["fcgiServer"]
+
+
+@pytest.fixture(scope="module")
+def recipe(packages, tmp_path_factory):
+    """Follows docs/packages.md; returns the image, and what the last command, servlet_check, prints."""
+    commands = re.search(r"^cmake --preset release .*?(?=^```)",
+                         (SOURCE / "docs/packages.md").read_text(), re.M | re.S)[0].splitlines()
+    assert [command.partition(" ")[0] for command in commands[:2]] == ["cmake", "cmake"]
+    image = tmp_path_factory.mktemp("recipe") / "image"
+    printed = ""
+    for command in commands[2:]:
+        # The packages' build, which has the same preset and prefix.
+        there = command.replace("build/release", str(debs.FOLDER / "release"))
+        printed = run("sh", "-c", re.sub(r"\bimage\b", str(image), there))
+    return image, printed
+
+
+def test_an_image_contains_what_a_device_needs_and_nothing_else(recipe):
+    image, _ = recipe
+    files = {path.relative_to(image) for path in image.rglob("*") if not path.is_dir()}
+    names = {str(path) for path in files}
+    assert {"usr/sbin/fcgi_host", "phone/data/reset", "phone/www/index.html",
+            "phone/www/WEB-INFO/lib/libphone.so", "phone/www/WEB-INFO/servlet/servlet.xml"} <= names
+    others = {name for name in names if not name.startswith("phone/")}
+    assert {re.sub(r"lib/[^/]+/(?=lib)", "lib/", name) for name in others} == {
+        "usr/lib/libdevice.so", "usr/lib/libfcgiServer.so", "usr/sbin/fcgi_host",
+        "usr/lib/systemd/system/fcgi_host.service", "usr/lib/systemd/system/fcgi_host.socket",
+        "usr/share/man/man5/servlet.xml.5", "usr/share/man/man8/fcgi_host.8"}
+
+
+def test_the_programs_and_libraries_of_an_image_are_stripped(recipe):
+    image, _ = recipe
+    for name, path in debs.programs_and_libraries(image).items():
+        assert ".symtab" not in run("readelf", "--wide", "--section-headers", path), name
+
+
+def test_servlet_check_finds_no_problem_in_an_image_without_the_c_library(recipe):
+    _, printed = recipe
+    note, = printed.splitlines()
+    assert "note: not below" in note and "libc.so.6" in note
+
+
+def test_a_crash_costs_less_than_a_second_and_a_stop_leaves_no_socket():
+    units = SOURCE / "packaging/systemd"
+    service = (units / "fcgi_host.service.in").read_text()
+    assert int(re.search(r"^RestartSec=(\d+)ms$", service, re.MULTILINE)[1]) < 1000
+    # Else five crashes in ten seconds would end the service.
+    assert re.search(r"^StartLimitBurst=\d+$", service, re.MULTILINE)
+    assert "\nRemoveOnStop=yes\n" in (units / "fcgi_host.socket").read_text()
+
+
 def test_systemd_accepts_the_units_and_confines_the_daemon(packages, tmp_path):
     run("dpkg-deb", "-x", packages[0], tmp_path)
     units = tmp_path / UNITS
