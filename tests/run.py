@@ -114,7 +114,7 @@ def quick_steps():
         pytest("scripts", "tests/support", "tests/servlet_serve", "tests/translation", "tests/bench/test",
                "tests/fuzz/test", "tests/mutation"),
         pytest("documents", "tests/package/documents_test.py", "tests/package/commands_test.py",
-               "-k", "not guide_leads and not sources_lead", after=()),
+               "tests/package/manual_test.py", "-k", "not guide_leads and not sources_lead", after=()),
         pytest("abi", "tests/abi", "-k", "amd64 or operation_of_a_plug_in"),
         build("asan", "unit_tests", "replay_tests", "fcgi_host_wire", "servlet_check"),
         unit("asan"),
