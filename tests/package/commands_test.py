@@ -89,6 +89,8 @@ NOT_RUN = {
         "compiles the fuzzers twice", ["tests/fuzz/planted_bugs.toml"]),
     "scripts/mutation 1000 | tail -1": (
         "compiles the tests hundreds of times", ["tests/mutation/mutation.py"]),
+    "scripts/mutation planted | tail -1": (
+        "compiles a test for each bug", ["tests/mutation/planted_bugs.toml"]),
     "systemctl reload-or-restart lighttpd": ("needs systemd as the first process", []),
 }
 
