@@ -39,7 +39,7 @@ SYSTEM = re.compile(r"(libc|libm|libgcc_s|libstdc\+\+|ld-linux-armhf)\.so")
 FRAMEWORK = re.compile(r"lib(cpp-httplib|pistache)\.so")
 # What the author of each program had to write for want of a function of the framework.
 BY_HAND = {
-    "fcgiServer": "checking the file of the upload",
+    "fcgiServer": "nothing",
     "cpp-httplib": "sessions and their expiry, CSRF tokens, cookies, HTML templates and escaping, "
                    "checking text, security headers, storing the upload",
     "Pistache": "the same, and parsing forms and uploads, which it keeps in memory"}

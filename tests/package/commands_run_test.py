@@ -45,8 +45,9 @@ NAMED_TESTS = [
 RELEASE = [
     "cmake --preset release -DCMAKE_INSTALL_PREFIX=/usr",
     "cmake --build --preset release",
-    "DESTDIR=image cmake --install build/release",
-    "DESTDIR=image cmake --install build/release --component phone",
+    "DESTDIR=image cmake --install build/release --component runtime --strip",
+    "DESTDIR=image cmake --install build/release --component phone --strip",
+    "build/release/tools/servlet_check/servlet_check --root image --partial",
 ]
 LISTEN = "fcgi_host --listen /run/fcgi_host.sock --threads 4"
 LINES_OF_A_REQUEST = "grep ' request=1041[ :]' /var/log/syslog"
@@ -113,9 +114,11 @@ def test_the_tests_that_are_named_run(command, monkeypatch, tmp_path):
 
 def test_a_release_is_installed_into_an_image(tmp_path):
     for command in RELEASE:
-        bash(command.replace("DESTDIR=image", f"DESTDIR={tmp_path}"))
+        bash(command.replace("DESTDIR=image", f"DESTDIR={tmp_path}")
+             .replace("--root image", f"--root {tmp_path}"))
     assert (tmp_path / "usr/sbin/fcgi_host").exists()
     assert (tmp_path / "phone/www/WEB-INFO/lib/libphone.so").exists()
+    assert not (tmp_path / "usr/include").exists()
 
 
 @pytest.fixture

@@ -1,21 +1,21 @@
 // The three pages with the kit.
 #include <kit/actions.h>
 #include <kit/json_body.h>
+#include <kit/upload.h>
 
-#include <cstdio>
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
 namespace {
 
 constexpr std::size_t kMaxText = 100;  // characters of an item
 constexpr std::size_t kMaxItems = 100; // of a list
-constexpr std::uintmax_t kMaxUpload = 4 * 1024 * 1024;
+constexpr std::size_t kMaxUpload = 4 * 1024 * 1024;
 
 // The to-do list of one visitor.
 struct List {
@@ -102,17 +102,11 @@ class UploadPage final : public kit::Page {
     void answer(kit::Request& request, kit::Response& response) override {
         const char* folder = std::getenv("UPLOAD_FOLDER");
         const std::string path = std::string(folder ? folder : "/phone/data") + "/upload";
-        const std::string received = path + "." + kit::randomToken();
-        request.raw().receiveUploadFile(received.c_str());
-        std::error_code none;
-        const auto bytes = std::filesystem::file_size(received, none);
-        if (none || bytes == 0 || bytes > kMaxUpload || !request.parameter("file") ||
-            std::rename(received.c_str(), path.c_str()) != 0) {
-            std::remove(received.c_str());
+        if (!kit::saveUpload(request, "file", path, kMaxUpload)) {
             response.status(422).json({{"error", "incomplete or too large"}});
             return;
         }
-        response.json({{"bytes", bytes}});
+        response.json({{"bytes", std::filesystem::file_size(path)}});
     }
 };
 
