@@ -112,7 +112,7 @@ def quick_steps():
         wire("dev", "tests/wire", "--one-front"),
         pytest("servlet_check", "tests/servlet_check", jobs=CORES),
         pytest("scripts", "tests/support", "tests/servlet_serve", "tests/translation", "tests/bench/test",
-               "tests/fuzz/test", "tests/mutation"),
+               "tests/fuzz/test", "tests/mutation", "tests/device/test_script.py"),
         pytest("documents", "tests/package/documents_test.py", "tests/package/commands_test.py",
                "tests/package/manual_test.py", "-k", "not guide_leads and not sources_lead", after=()),
         pytest("abi", "tests/abi", "-k", "amd64 or operation_of_a_plug_in"),
@@ -128,6 +128,11 @@ def arm_steps(preset):
     return [build(preset, "unit_tests"), unit(preset, "-E", "^replay_")]
 
 
+def device_steps():
+    """The virtual phone, which is in no other run: a test of it takes minutes."""
+    return [pytest("device", "tests/device", after=())]
+
+
 def all_steps():
     return [
         build("dev"),
@@ -135,7 +140,7 @@ def all_steps():
         wire("dev", "tests/wire"),
         pytest("servlet_check", "tests/servlet_check", jobs=CORES),
         pytest("scripts", "tests/support", "tests/servlet_serve", "tests/translation", "tests/bench/test",
-               "tests/fuzz/test", "tests/mutation"),
+               "tests/fuzz/test", "tests/mutation", "tests/device/test_script.py"),
         attacks("dev"),
         build("asan"),
         unit("asan"),
@@ -273,7 +278,8 @@ def one_file(name, preset, options):
 
 
 def known_steps():
-    return {step.name: step for step in [*all_steps(), *arm_steps("arm64"), *quick_steps()]}
+    return {step.name: step
+            for step in [*all_steps(), *arm_steps("arm64"), *device_steps(), *quick_steps()]}
 
 
 def named_steps(names, preset, options):

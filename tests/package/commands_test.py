@@ -91,6 +91,13 @@ NOT_RUN = {
         "compiles the tests hundreds of times", ["tests/mutation/mutation.py"]),
     "scripts/mutation planted | tail -1": (
         "compiles a test for each bug", ["tests/mutation/planted_bugs.toml"]),
+    "scripts/device": ("makes and boots a virtual phone", ["tests/device/main.py"]),
+    "scripts/device --console": ("needs a virtual phone that runs", ["tests/device/main.py"]),
+    "scripts/device --port 8081 --memory 48": (
+        "makes and boots a virtual phone", ["tests/device/main.py"]),
+    "scripts/device --test": ("makes and boots a virtual phone", ["tests/device/test_device.py"]),
+    "scripts/device --test -k purge": (
+        "makes and boots a virtual phone", ["tests/device/test_purge.py"]),
     "systemctl reload-or-restart lighttpd": ("needs systemd as the first process", []),
 }
 

@@ -13,6 +13,7 @@ import pytest
 
 import debs
 from conftest import is_listening
+from debian_release import release_and_mirror
 from debs import NAMES, SOURCE, run
 from ports import free_port
 
@@ -69,17 +70,6 @@ class Debian:
                       "(", "-type", "d", "-printf", r"%P\t%M %U %G\n", ")",
                       "-o", "-printf", r"%P\t%M %U %G %s %T@ %l\n")
         return dict(line.split("\t") for line in listing.splitlines())
-
-
-def release_and_mirror():
-    """Returns the release of this machine, and the mirror that it is installed from."""
-    system = dict(line.split("=", 1) for line in
-                  pathlib.Path("/etc/os-release").read_text().splitlines() if "=" in line)
-    release = system["VERSION_CODENAME"]
-    sources = run("apt-get", "indextargets", "--format", "$(RELEASE) $(COMPONENT) $(REPO_URI)",
-                  "Identifier: Packages").splitlines()
-    return release, next(source.split()[2] for source in sources
-                         if source.startswith(f"{release} main "))
 
 
 @pytest.fixture(scope="module")
