@@ -4,6 +4,7 @@ its console."""
 import contextlib
 import ctypes
 import http.client
+import json
 import pathlib
 import re
 import shutil
@@ -79,6 +80,33 @@ class Console:
         self.socket.close()
 
 
+class Monitor:
+    """QEMU's control connection, which speaks QMP: a JSON object a line."""
+
+    def __init__(self, path):
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.settimeout(PATIENCE)
+        self.socket.connect(str(path))
+        self.lines = self.socket.makefile("r")
+        self.lines.readline()  # the greeting
+        self.do("qmp_capabilities")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.lines.close()
+        self.socket.close()
+
+    def do(self, command, **arguments):
+        """Returns the result of a command."""
+        self.socket.sendall(json.dumps({"execute": command, "arguments": arguments}).encode())
+        while True:
+            answer = json.loads(self.lines.readline())
+            if "event" not in answer:
+                return answer["return"]
+
+
 def end_with_this_process():
     """Makes the kernel end the calling process when the one that started it has ended, however that
     was."""
@@ -97,11 +125,12 @@ class VirtualPhone:
         # Not below build/: the path of a socket has at most 107 bytes.
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="device."))
         self.console_path = self.folder / "console"
+        self.monitor_path = self.folder / "monitor"
         self.disk = self.folder / "disk"
         self.process = None
         copy(image.disk, self.disk)
 
-    def start(self):
+    def start(self, *options):
         """Switches the phone on."""
         self.process = subprocess.Popen([
             "qemu-system-arm", "-M", "virt", "-cpu", "cortex-a7", "-m", str(self.memory),
@@ -115,25 +144,53 @@ class VirtualPhone:
             "-netdev", "user,id=net,restrict=on,"
             f"hostfwd=tcp:127.0.0.1:{self.port}-10.0.2.15:80",
             "-device", "virtio-net-device,netdev=net",
-            "-serial", f"unix:{self.console_path},server=on,wait=off"],
+            "-serial", f"unix:{self.console_path},server=on,wait=off",
+            "-qmp", f"unix:{self.monitor_path},server=on,wait=off", *options],
             stdin=subprocess.DEVNULL, start_new_session=True, preexec_fn=end_with_this_process)
-        while not self.console_path.exists():
+        # QEMU makes both before it reads its options to the end.
+        while not (self.console_path.exists() and self.monitor_path.exists()):
             self.check_that_it_is_on()
             time.sleep(0.01)
+
+    def record(self, memory, disk):
+        """Copies the whole state of the phone to two files, and lets it go on. A machine that is started
+        with resume() goes on from there."""
+        with Monitor(self.monitor_path) as monitor:
+            monitor.do("migrate", uri=f"exec:cat >{memory}")
+            # The machine stops when all of its memory has been written.
+            self.wait_for_state(monitor, "postmigrate")
+            copy(self.disk, disk)
+            monitor.do("cont")
+
+    def resume(self, memory, disk):
+        """Switches the phone on as it was when it was recorded."""
+        copy(disk, self.disk)
+        self.start("-incoming", f"exec:cat {memory}")
+        with Monitor(self.monitor_path) as monitor:
+            self.wait_for_state(monitor, "running")
+
+    def wait_for_state(self, monitor, wanted):
+        end = time.monotonic() + PATIENCE
+        while (state := monitor.do("query-status")["status"]) != wanted:
+            self.check_that_it_is_on()
+            if time.monotonic() > end:
+                raise PhoneError(f"QEMU is {state}, not {wanted}")
+            time.sleep(0.02)
 
     def check_that_it_is_on(self):
         if self.process.poll() is not None:
             raise PhoneError(f"QEMU has ended with status {self.process.returncode}")
 
-    def switch_off(self):
+    def cut_power(self):
         self.process.kill()
         self.process.wait()
         self.console_path.unlink(missing_ok=True)
+        self.monitor_path.unlink(missing_ok=True)
 
     def remove(self):
         """Switches the phone off and deletes its disk."""
         if self.process and self.process.poll() is None:
-            self.switch_off()
+            self.cut_power()
         shutil.rmtree(self.folder, ignore_errors=True)
 
     def answers(self):
