@@ -93,7 +93,7 @@ NOT_RUN = {
         "compiles a test for each bug", ["tests/mutation/planted_bugs.toml"]),
     "scripts/device": ("makes and boots a virtual phone", ["tests/device/main.py"]),
     "scripts/device --console": ("needs a virtual phone that runs", ["tests/device/main.py"]),
-    "scripts/device --port 8081 --memory 48": (
+    "scripts/device --port 8081 --memory 128": (
         "makes and boots a virtual phone", ["tests/device/main.py"]),
     "scripts/device --test": ("makes and boots a virtual phone", ["tests/device/test_device.py"]),
     "scripts/device --test -k purge": (
