@@ -81,9 +81,9 @@ def test_requests_keep_a_session_from_expiring(web):
 
 def test_the_timer_keeps_a_session_alive_that_is_being_served(start, front):
     start.host("--listen", start.socket_path, "--timer", "1")
-    cookie = cookie_of(front.curl("/servlet?p=count&interval=2"))
+    cookie = cookie_of(front.curl("/servlet?p=count&interval=4"))
     # Longer than the session may be idle; it is busy whenever the timer runs.
-    assert front.curl("/servlet?p=count&ms=4000", *with_cookie(cookie)).text == "count 2"
+    assert front.curl("/servlet?p=count&ms=6000", *with_cookie(cookie)).text == "count 2"
     assert front.curl("/servlet?p=count&create=0", *with_cookie(cookie)).text == "count 3"
 
 
@@ -102,8 +102,8 @@ def test_a_limit_keeps_the_session_of_a_request_that_is_being_served(start, fron
     start.host("--listen", start.socket_path, "--max-sessions", "1", "--threads", "2")
     cookie = cookie_of(front.curl("/servlet?p=count"))
     with concurrent.futures.ThreadPoolExecutor() as pool:
-        slow = pool.submit(front.curl, "/servlet?p=count&ms=1500", *with_cookie(cookie))
-        time.sleep(0.5)
+        slow = pool.submit(front.curl, "/servlet?p=count&ms=3000", *with_cookie(cookie))
+        time.sleep(1)
         other = cookie_of(front.curl("/servlet?p=count"))
         assert slow.result().text == "count 2"
     assert front.curl("/servlet?p=count&create=0", *with_cookie(cookie)).text == "count 3"

@@ -279,10 +279,16 @@ def test_pending_clients_are_served_before_the_daemons_own_socket_is_closed(star
     first = lambda: start.cgi_fcgi("/servlet?p=slow&ms=600")
     pending = lambda: start.cgi_fcgi("/servlet?p=slow&ms=10")
     wait_until(lambda: connections_to(start.socket_path) == 0, "the end of the first connection")
-    with in_background(first, *[pending] * 4) as answers:
-        wait_until(lambda: connections_to(start.socket_path) == 5, "all being connected")
-        host.signal(signal.SIGTERM)
-    assert [answer[-9:] for answer in answers] == [b"begin end"] * 5
+    with in_background(first) as answer:
+        slow_request_under_way(host)
+        host.signal(signal.SIGSTOP)  # so that none is answered before all are connected
+        with in_background(*[pending] * 4) as answers:
+            try:
+                wait_until(lambda: connections_to(start.socket_path) == 5, "all being connected")
+                host.signal(signal.SIGTERM)
+            finally:
+                host.signal(signal.SIGCONT)
+    assert [text[-9:] for text in answer + answers] == [b"begin end"] * 5
     assert host.wait() == 0
 
 
