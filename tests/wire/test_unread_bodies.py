@@ -342,7 +342,8 @@ def test_many_silent_peers_keep_few_descriptors(start, connect_locally):
         connection = connect_locally()
         connection.sendall(request("/servlet?p=body", 0))
         assert answer_until_end(connection) == ANSWER
-        assert host.descriptors() <= idle + 64
+        # The connections that wait for their ends, and the one whose response has just been sent.
+        assert host.descriptors() <= idle + 64 + 1
     wait_until(lambda: host.descriptors() <= idle, "the connections closing")
 
 
