@@ -1,19 +1,11 @@
 // The phone's pages in a real browser: npx playwright test [--trace on] [specs/NAME]
 //   BUILD  the build folder of scripts/serve; build/browser of this project when it is not set
 import { defineConfig } from '@playwright/test';
-import { createServer } from 'node:net';
 import { fileURLToPath } from 'node:url';
+import { freePort } from './support/free-port.js';
 
 const root = fileURLToPath(new URL('../..', import.meta.url));
 const here = fileURLToPath(new URL('.', import.meta.url));
-
-async function freePort() {
-    const probe = createServer();
-    await new Promise((listening) => probe.listen(0, '127.0.0.1', listening));
-    const { port } = probe.address();
-    await new Promise((closed) => probe.close(closed));
-    return port;
-}
 
 // This file is read once more by each worker, which inherits the environment.
 process.env.BUILD ??= `${root}build/browser`;

@@ -2,23 +2,15 @@
 // upload" that the server watches; every test leaves it as it was.
 import { execFileSync, spawn, spawnSync } from 'node:child_process';
 import { mkdirSync, mkdtempSync, readFileSync, renameSync, rmSync, writeFileSync } from 'node:fs';
-import { createServer } from 'node:net';
 import { tmpdir } from 'node:os';
 import { fileURLToPath } from 'node:url';
+import { freePort } from './free-port.js';
 import { test as base } from './test.js';
 
 const kRoot = fileURLToPath(new URL('../../../', import.meta.url));
 const kSource = 'picture.cpp';
 const kTemplate = 'www/WEB-INFO/templates/picture.html';
 const kConfiguration = 'www/WEB-INFO/servlet/servlet.xml';
-
-async function freePort() {
-    const probe = createServer();
-    await new Promise((listening) => probe.listen(0, '127.0.0.1', listening));
-    const { port } = probe.address();
-    await new Promise((closed) => probe.close(closed));
-    return port;
-}
 
 export function isRefusedANamespace() {
     const user = process.getuid() === 0 ? [] : ['--user', '--map-root-user'];
