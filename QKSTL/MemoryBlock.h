@@ -5,9 +5,14 @@
 #include <cstddef>
 #include <new>
 
-// The C library's function behind assert(3); <assert.h> declares it only without NDEBUG.
+// The C library's function behind assert(3). glibc's <assert.h> declares it only without NDEBUG,
+// that of musl always, with other types.
+#ifdef __GLIBC__
 extern "C" void __assert_fail(const char* assertion, const char* file, unsigned int line,
                               const char* function) noexcept __attribute__((noreturn));
+#else
+#include <assert.h>
+#endif
 
 // Checks an invariant in every build, even with NDEBUG: a container that was misused must not
 // continue. Prints the message of assert(3), with the source as it is included instead of a path of

@@ -17,5 +17,6 @@ set(ENV{PKG_CONFIG_LIBDIR}
 set(CMAKE_CXX_FLAGS_INIT "-isystem ${sysroot}/usr/include -isystem ${sysroot}/usr/include/${triple}")
 
 # Tests are run by qemu-user explicitly, so that binfmt_misc is not needed. The variable EMULATOR lets
-# them skip what an emulator cannot show.
-set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator} -L /usr/${triple} -E EMULATOR=${emulator})
+# them skip what an emulator cannot show. GCONV_PATH has what iconv() loads.
+set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator} -L /usr/${triple} -E EMULATOR=${emulator}
+    -E GCONV_PATH=${sysroot}/usr/lib/${triple}/gconv)

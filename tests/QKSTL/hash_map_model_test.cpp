@@ -41,7 +41,7 @@ std::vector<std::string> someKeys() {
 
 int blocksOf(const Map& map) {
     int blocks = 0;
-    for (const TMemPlex* block = map.m_pBlocks; block != nullptr; ++blocks)
+    for (const void* block = map.m_pBlocks; block != nullptr; ++blocks)
         std::memcpy(&block, block, sizeof block);
     return blocks;
 }

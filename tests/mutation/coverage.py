@@ -24,7 +24,7 @@ def main():
     end_when_interrupted()
 
     output_of("cmake", "--preset", "dev", "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=Debug",
-              "-DCMAKE_CXX_FLAGS=--coverage", f"-DDEVICE_ROOT={build}/device")
+              "-DCMAKE_UNITY_BUILD=OFF", "-DCMAKE_CXX_FLAGS=--coverage", f"-DDEVICE_ROOT={build}/device")
     output_of("cmake", "--build", build, "--target", *TESTS)
     output_of("ctest", "--test-dir", build, "-R", f"^({'|'.join(TESTS)})$", "--timeout", "60",
               "--output-on-failure", "-j", os.cpu_count())

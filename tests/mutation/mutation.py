@@ -28,9 +28,12 @@ TIMEOUT = "60"  # seconds for one test program; a mutant may never end
 # Compiling takes most of the time. A precompiled header differs between the copies, for ccache.
 # Without warnings, which are errors: a mutant that only causes one is worth trying, too.
 FAST_BUILD = ["-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -w",
-              "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold", "-DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON"]
+              "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold", "-DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON",
+              "-DCMAKE_UNITY_BUILD=OFF"]
 WITHOUT_MUTANT = threading.Lock()
 GROUPS = set()  # the process groups of the commands that run
+STARTING = []  # the commands that are being started
+PUT_OFF = []  # the signals that came meanwhile
 
 # Sources, and the programs that test them.
 Area = collections.namedtuple("Area", "sources tests")
@@ -55,12 +58,7 @@ def run(*command, cwd=None, memory=8 * GIB):
     """Runs a command with an address space of 8 GiB, since a mutant may allocate without end. Kills
     what the command has started if it is interrupted."""
     words = [str(word) for word in command]
-    with subprocess.Popen(words, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                          errors="replace", stdin=subprocess.DEVNULL, cwd=cwd,
-                          env=build_environment(), start_new_session=True,
-                          preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS,
-                                                                (memory, memory))) as process:
-        GROUPS.add(process.pid)
+    with start(words, cwd, memory) as process:
         try:
             output, _ = process.communicate()
         finally:
@@ -68,10 +66,29 @@ def run(*command, cwd=None, memory=8 * GIB):
     return subprocess.CompletedProcess(words, process.returncode, output)
 
 
+def start(words, cwd, memory):
+    """Starts the command. An interruption meanwhile is put off, or it would miss the new process."""
+    STARTING.append(words)
+    try:
+        process = subprocess.Popen(
+            words, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace",
+            stdin=subprocess.DEVNULL, cwd=cwd, env=build_environment(), start_new_session=True,
+            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (memory, memory)))
+        GROUPS.add(process.pid)
+    finally:
+        STARTING.remove(words)
+        if PUT_OFF:
+            os.kill(os.getpid(), PUT_OFF[-1])
+    return process
+
+
 def end_when_interrupted():
     """Makes SIGINT and SIGTERM kill all that run() has started, and exit, so that every mutated source
     is restored and every temporary folder removed."""
     def end(number, _):
+        if STARTING:
+            PUT_OFF.append(number)
+            return
         for group in list(GROUPS):
             with contextlib.suppress(ProcessLookupError):
                 os.killpg(group, signal.SIGKILL)

@@ -103,6 +103,27 @@ def is_running(process):
         return False
 
 
+# As above, but interrupted while the command is being started.
+INTERRUPTED_EARLY = """
+import os, pathlib, signal, subprocess
+class Interrupted(subprocess.Popen):
+    def __init__(self, *arguments, **options):
+        super().__init__(*arguments, **options)
+        pathlib.Path("started").write_text(str(self.pid))
+        os.kill(os.getpid(), signal.SIGTERM)
+subprocess.Popen = Interrupted
+""" + PLANTS
+
+
+def test_an_interruption_while_a_process_starts_ends_it(tmp_path):
+    (tmp_path / "a.cpp").write_text("return 1;")
+    words = [sys.executable, "-c", INTERRUPTED_EARLY, str(pathlib.Path(planted.__file__).parent)]
+    assert subprocess.run(words, cwd=tmp_path, check=False).returncode == 128 + signal.SIGTERM
+    assert (tmp_path / "a.cpp").read_text() == "return 1;"
+    started = int((tmp_path / "started").read_text())
+    wait_until(lambda: not is_running(started))
+
+
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
 def test_an_interruption_leaves_no_bug_and_no_process_behind(tmp_path, number):
     (tmp_path / "a.cpp").write_text("return 1;")

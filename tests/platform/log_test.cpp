@@ -278,8 +278,8 @@ TEST(Log, WritesNothingWithoutAFormat) {
     EXPECT_EQ(inProcess(kToStderr,
                         [] {
                             const char* none = nullptr;
-                            app_log(65, 4, none);
-                            WebDebug::getInstance()->error(none);
+                            app_log(65, 4, none, 0);
+                            WebDebug::getInstance()->error(none, 0);
                         })
                   .toStderr,
               Lines{});
