@@ -71,7 +71,7 @@ TEST(HttpDate, HasAYearOfFourDigits) {
     EXPECT_EQ(written(253402300799), "Fri, 31 Dec 9999 23:59:59 GMT");
     EXPECT_EQ(written(253402300800), "");
     EXPECT_EQ(written(INT64_MAX), "") << "a year that no int holds";
-    EXPECT_EQ(kit::readHttpDate("Thursday, 31-Dec-69 23:59:59 GMT"), std::time_t{3155759999});
+    EXPECT_EQ(kit::readHttpDate("Tuesday, 31-Dec-69 23:59:59 GMT"), std::time_t{3155759999});
 }
 
 // RFC 9110, section 5.6.7.
@@ -85,6 +85,9 @@ TEST(HttpDate, IsReadInItsThreeForms) {
     EXPECT_EQ(kit::readHttpDate("Saturday, 01-Jan-00 00:00:00 GMT"), 946684800);
     EXPECT_EQ(kit::readHttpDate("Sun, 31 Dec 2000 23:59:59 GMT"), 978307199);
     EXPECT_EQ(kit::readHttpDate("Tue, 29 Feb 2000 00:00:00 GMT"), 951782400);
+    EXPECT_EQ(kit::readHttpDate("Tue Feb 29 00:00:00 2000"), 951782400);
+    EXPECT_EQ(kit::readHttpDate("Wed, 31 Dec 1969 23:59:59 GMT"), -1);
+    EXPECT_EQ(kit::readHttpDate("Wednesday, 01-Jan-97 00:00:00 GMT"), 852076800);
 }
 
 TEST(HttpDate, IsNoOtherText) {
@@ -116,6 +119,37 @@ TEST(HttpDate, IsNoOtherText) {
              "Sun, 06 Nov 19x4 08:49:37 GMT",
              "Sunday, 06-Nov-x4 08:49:37 GMT",
              "Sun Nov  6 08:49:37 -994",
+             // Other separators.
+             "Sun, 06-Nov 1994 08:49:37 GMT",
+             "Sun, 06 Nov-1994 08:49:37 GMT",
+             "Sun, 06 Nov 1994T08:49:37 GMT",
+             "Sun, 06 Nov 1994 08.49:37 GMT",
+             "Sun, 06 Nov 1994 08:49.37 GMT",
+             "Sun, 06 Nov 1994 08:49:37_GMT",
+             "Sun, 06 Nov 1994 08:49:37 UTC",
+             "Sunday, 06 Nov-94 08:49:37 GMT",
+             "Sunday, 06-Nov 94 08:49:37 GMT",
+             "Sunday, 06-Nov-94-08:49:37 GMT",
+             "Sunday, 06-Nov-94 08:49:37 UTC",
+             "Sun-Nov  6 08:49:37 1994",
+             "Sun Nov- 6 08:49:37 1994",
+             "Sun Nov  6-08:49:37 1994",
+             "Sun Nov  6 08:49:37-1994",
+             // Blanks only before the day of the last form.
+             "Sun,  6 Nov 1994 08:49:37 GMT",
+             "Sun, 06 Nov 1994  8:49:37 GMT",
+             "Sun, 06 Nov  994 08:49:37 GMT",
+             // Weekdays, which must be right.
+             "Mon, 06 Nov 1994 08:49:37 GMT",
+             "sun, 06 Nov 1994 08:49:37 GMT",
+             "unM, 06 Nov 1994 08:49:37 GMT",
+             "Sun, 07 Nov 1994 08:49:37 GMT",
+             "Monday, 06-Nov-94 08:49:37 GMT",
+             "Sunda, 06-Nov-94 08:49:37 GMT",
+             "Sundays, 06-Nov-94 08:49:37 GMT",
+             "Someday, 06-Nov-94 08:49:37 GMT",
+             "Mon Nov  6 08:49:37 1994",
+             "xxx Nov  6 08:49:37 1994",
          }) {
         EXPECT_EQ(kit::readHttpDate(text), std::nullopt) << text;
     }

@@ -9,7 +9,7 @@
 using namespace kit::testing;
 
 TEST(ReadingDeathTest, MustNotHoldProblemNoneOrReturnAValueThatItDoesNotHave) {
-    EXPECT_DEATH(kit::Reading<int>(kit::Problem::None), "`problem` must not be Problem::None");
+    EXPECT_DEATH(kit::Reading<int>{kit::Problem::None}, "`problem` must not be Problem::None");
     const kit::Reading<int> missing(kit::Problem::Missing);
     EXPECT_DEATH(static_cast<void>(*missing), "there must be a value");
 }

@@ -79,9 +79,9 @@ public:
             (target.*(action ? action->handler : m_show))(request, response, more...);
         } else if (!request.isPost()) {
             response.header("Allow", m_show ? "GET, HEAD, POST" : "POST");
-            response.status(405).text("This page does not support the method.\n");
+            response.error(405, "This page does not support the method.\n");
         } else if (!action) {
-            response.status(404).text("This page has no such action.\n");
+            response.error(404, "This page has no such action.\n");
         } else if (action->kind == Kind::Form && !isFromForm(request)) {
             (target.*m_refuse)(request, response, more...);
         } else {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <ctime>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,39 +20,44 @@ namespace internal {
 inline constexpr std::string_view kWeekdays = "SunMonTueWedThuFriSat";
 inline constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
 
-// Returns the number that `digits` is, after blanks, or a negative one.
-inline int dateNumber(std::string_view digits) {
-    digits.remove_prefix(std::min(digits.find_first_not_of(' '), digits.size()));
+// Returns the number that `count` digits at `at` are; negative for other characters.
+inline int dateNumber(std::string_view text, std::size_t at, std::size_t count) {
     int number = -1;
-    const char* end = digits.data() + digits.size();
-    return std::from_chars(digits.data(), end, number).ptr == end ? number : -1;
+    const char* begin = text.data() + at;
+    return std::from_chars(begin, begin + count, number).ptr == begin + count ? number : -1;
 }
 
-// The parts of a date, as they stand in it.
-struct DateParts {
-    std::string_view day, month, year, clock;
-};
+// Returns "Sunday, 06-Nov-94 08:49:37 GMT" in the form that httpDate() writes; empty for other
+// words than weekdays, other separators and another length.
+inline std::string withWholeYear(std::string_view text) {
+    const std::size_t comma = text.find(',');
+    if (comma == text.npos || text.size() != comma + 24 || text[comma + 4] != '-' ||
+        text[comma + 8] != '-') {
+        return "";
+    }
+    constexpr std::string_view kNames[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
+                                           "Thursday", "Friday", "Saturday"};
+    if (std::find(std::begin(kNames), std::end(kNames), text.substr(0, comma)) ==
+        std::end(kNames)) {
+        return "";
+    }
+    std::string date(text.substr(0, 3));
+    date.append(text.substr(comma, 4)).append(" ").append(text.substr(comma + 5, 3));
+    date.append(dateNumber(text, comma + 9, 2) < 70 ? " 20" : " 19");
+    return date.append(text.substr(comma + 9));
+}
 
-// Returns the parts of a date in one of the three forms that servers must accept:
-//     Sun, 06 Nov 1994 08:49:37 GMT
-//     Sunday, 06-Nov-94 08:49:37 GMT
-//     Sun Nov  6 08:49:37 1994
-inline std::optional<DateParts> datePartsOf(std::string_view text) {
-    const std::size_t comma = text.find(", ");
-    if (comma == 3 && text.size() == 29) {
-        return DateParts{text.substr(5, 2), text.substr(8, 3), text.substr(12, 4),
-                         text.substr(17, 8)};
+// Returns "Sun Nov  6 08:49:37 1994" in the form that httpDate() writes, with the other separators
+// that it has; empty without a blank after the weekday and before the year. The day may have two
+// digits.
+inline std::string withYearBeforeTime(std::string_view text) {
+    if (text[3] != ' ' || text[19] != ' ') {
+        return "";
     }
-    if (comma != text.npos && text.size() == comma + 24) {
-        const std::string_view rest = text.substr(comma + 2);
-        return DateParts{rest.substr(0, 2), rest.substr(3, 3), rest.substr(7, 2),
-                         rest.substr(10, 8)};
-    }
-    if (comma == text.npos && text.size() == 24) {
-        return DateParts{text.substr(8, 2), text.substr(4, 3), text.substr(20, 4),
-                         text.substr(11, 8)};
-    }
-    return std::nullopt;
+    std::string date(text.substr(0, 3));
+    date.append(", ").append(1, text[8] == ' ' ? '0' : text[8]).append(1, text[9]);
+    date.append(text.substr(7, 1)).append(text.substr(4, 4)).append(text.substr(20));
+    return date.append(text.substr(10, 9)).append(" GMT");
 }
 
 } // namespace internal
@@ -74,33 +80,37 @@ inline std::string httpDate(std::time_t time) {
     return text;
 }
 
-// Reads a date in any of the three forms that HTTP knows. Returns nothing for any other text, and
-// for a date that does not fit into std::time_t. A year of two digits is one from 1970 to 2069.
+// Reads a date in any of the three forms that servers must accept:
+//     Sun, 06 Nov 1994 08:49:37 GMT
+//     Sunday, 06-Nov-94 08:49:37 GMT
+//     Sun Nov  6 08:49:37 1994
+// Returns nothing for any other text, for a weekday that the date does not have, for a year before
+// 1000, and for a date that does not fit into std::time_t. A year of two digits is one from 1970 to
+// 2069.
 inline std::optional<std::time_t> readHttpDate(std::string_view text) {
-    const auto parts = internal::datePartsOf(text);
-    if (!parts) {
+    constexpr std::size_t kSize = 29;
+    constexpr std::size_t kSizeWithYearLast = 24;
+    const std::string date = text.size() == kSizeWithYearLast ? internal::withYearBeforeTime(text)
+                             : text.find(',') == 3            ? std::string(text)
+                                                              : internal::withWholeYear(text);
+    if (date.size() != kSize) {
         return std::nullopt;
     }
-    const std::size_t month = internal::kMonths.find(parts->month);
+    const std::size_t month = internal::kMonths.find(date.substr(8, 3));
+    if (month == internal::kMonths.npos) {
+        return std::nullopt;
+    }
     std::tm utc{};
-    utc.tm_mday = internal::dateNumber(parts->day);
+    utc.tm_mday = internal::dateNumber(date, 5, 2);
     utc.tm_mon = static_cast<int>(month / 3);
-    const int year = internal::dateNumber(parts->year);
-    const int century = parts->year.size() > 2 ? 0 : year < 70 ? 2000 : 1900;
-    utc.tm_year = century + year - 1900;
-    utc.tm_hour = internal::dateNumber(parts->clock.substr(0, 2));
-    utc.tm_min = internal::dateNumber(parts->clock.substr(3, 2));
-    utc.tm_sec = internal::dateNumber(parts->clock.substr(6, 2));
-    if (month == parts->month.npos || month % 3 != 0 || year < 0) {
-        return std::nullopt;
-    }
-    // timegm(3) accepts every number, and turns the 31st of a short month into another day.
-    const std::tm wanted = utc;
+    utc.tm_year = internal::dateNumber(date, 12, 4) - 1900;
+    utc.tm_hour = internal::dateNumber(date, 17, 2);
+    utc.tm_min = internal::dateNumber(date, 20, 2);
+    utc.tm_sec = internal::dateNumber(date, 23, 2);
     const std::time_t time = timegm(&utc);
-    const bool isThatTime = utc.tm_mday == wanted.tm_mday && utc.tm_mon == wanted.tm_mon &&
-                            utc.tm_hour == wanted.tm_hour && utc.tm_min == wanted.tm_min &&
-                            utc.tm_sec == wanted.tm_sec;
-    return isThatTime && time != -1 ? std::optional(time) : std::nullopt;
+    // timegm(3) accepts every number, and turns the 31st of a short month into another day. A date
+    // that is written the same again had the right weekday, separators and numbers.
+    return httpDate(time) == date ? std::optional(time) : std::nullopt;
 }
 
 } // namespace kit

@@ -143,14 +143,14 @@ inline bool isRefused(Request& request, Response& response) {
     if (host && !HostNames::contain(hostName(*host))) {
         WebDebug::getInstance()->warn("%s: refused a request for the unknown host name %s",
                                       subjectOf(request).c_str(), std::string(*host).c_str());
-        response.status(421).text("This device does not answer to this name. "
-                                  "Use its IP address, or add the name to its settings.\n");
+        response.error(421, "This device does not answer to this name. "
+                            "Use its IP address, or add the name to its settings.\n");
         return true;
     }
     if (isFromOtherSite(request) && !opensAPage(request)) {
         WebDebug::getInstance()->warn("%s: refused a request that another site caused",
                                       subjectOf(request).c_str());
-        response.status(403).text("Refused, because another site caused this request.\n");
+        response.error(403, "Refused, because another site caused this request.\n");
         return true;
     }
     return false;

@@ -36,8 +36,9 @@ namespace kit {
 //   Origin   requests for unknown host names and those that other sites caused, except links to
 //            pages, are refused before answer() is called; see origin.h.
 //   Threads  answer() runs on several request threads at once, and drop() may run at the same time.
-//   Errors   an exception that leaves answer() is logged and answered with status 500, unless a
-//            part of the response has been sent. One that leaves drop() is logged.
+//   Errors   an exception that leaves answer() is logged and answered with status 500, see
+//            ErrorPages, unless a part of the response has been sent. One that leaves drop() is
+//            logged.
 class Page {
 public:
     Page() = default;
@@ -105,13 +106,17 @@ bool runLogged(Work work, LogFailure logFailure) {
     return false;
 }
 
-// Answers with status 500 instead of a response that failed; logs if that fails too.
+// Answers with status 500 instead of a response that failed. If the plug-in's page for that fails
+// too, logs it and answers with a line of text.
 inline void sendErrorPage(Request& request, Response& response) {
-    runLogged([&] { response.fail(); },
-              [&](const char* reason) {
-                  WebDebug::getInstance()->error("Page %s: sending the error page failed: %s",
-                                                 request.page().data(), reason);
-              });
+    const auto send = [&] { response.fail(); };
+    const bool sent = runLogged(send, [&](const char* reason) {
+        WebDebug::getInstance()->error("Page %s: sending the error page failed: %s",
+                                       request.page().data(), reason);
+    });
+    if (!sent) {
+        runLogged(send, [](const char*) {});
+    }
 }
 
 // The servlet that the container holds. The container frees it without running its destructor, so

@@ -7,6 +7,7 @@
 #include "base/descriptor.h"
 #include "kit/conditional.h"
 #include "kit/cookie.h"
+#include "kit/error_pages.h"
 #include "kit/json.h"
 #include "kit/request.h"
 #include "kit/variables.h"
@@ -241,15 +242,31 @@ public:
         return isAnsweredBy({"W/\"" + std::string(version) + '"'});
     }
 
-    // Answers with status 500 and a line of text, instead of a template that was to be shown. Does
-    // nothing if a part of the response has been sent.
+    // Answers an error with the plug-in's page for it, see ErrorPages, or else with this text.
+    void error(int code, std::string_view plainText) {
+        status(code);
+        if (!ErrorPages::show(m_request, *this, code)) {
+            text(plainText);
+        }
+    }
+
+    // Answers with status 500 as error() does, instead of a template that was to be shown; a second
+    // call, because the plug-in's page has failed too, with a line of text. Does nothing if a part
+    // of the response has been sent.
     void fail() {
-        if (!m_raw.isHeaderCommited()) {
-            status(500);
-            m_raw.setTemplate("", m_raw.getMainVarList());
-            m_raw.setHeader("Content-Type", "text/plain; charset=utf-8");
-            m_raw.setHeader("Cache-Control", "no-store");
-            text("The page failed; the device's log says why.\n");
+        constexpr std::string_view kText = "The page failed; the device's log says why.\n";
+        if (m_raw.isHeaderCommited()) {
+            return;
+        }
+        m_raw.setTemplate("", m_raw.getMainVarList());
+        m_raw.setHeader("Cache-Control", "no-store");
+        if (m_raw.containsHeader("Content-Disposition")) {
+            m_raw.setHeader("Content-Disposition", "inline"); // it is not the file
+        }
+        if (std::exchange(m_hasFailed, true)) {
+            status(500).text(kText);
+        } else {
+            error(500, kText);
         }
     }
 
@@ -326,6 +343,9 @@ private:
     }
 
     void setDefaults(const char* contentType) {
+        if (m_hasFailed) {
+            m_raw.setHeader("Content-Type", contentType); // not that of the page that failed
+        }
         setDefault("Content-Type", contentType);
         setDefault("Cache-Control", "no-store");
         setDefault("X-Content-Type-Options", "nosniff");
@@ -343,6 +363,7 @@ private:
     HttpResponse& m_raw;
     Request& m_request;
     std::vector<std::pair<std::string, std::string>> m_cookies; // names, spellings of Set-Cookie
+    bool m_hasFailed = false;
 };
 
 } // namespace kit

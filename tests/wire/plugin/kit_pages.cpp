@@ -56,6 +56,21 @@ class CookiesPage final : public kit::Page {
     }
 };
 
+// Sends what web servers compress when it comes from a file: a style sheet, or the page around it.
+class StylePage final : public kit::Page {
+    void answer(kit::Request& request, kit::Response& response) override {
+        std::string rules;
+        for (int number = 0; number < 500; ++number) {
+            rules += ".a { margin: 0; }\n";
+        }
+        if (request.parameter("inline")) {
+            response.html("<style>\n" + rules + "</style>\n");
+        } else {
+            response.send("text/css; charset=utf-8", rules);
+        }
+    }
+};
+
 } // namespace
 
 KIT_SERVLET(createFilePage, FilePage)
@@ -63,3 +78,4 @@ KIT_SERVLET(createStreamPage, StreamPage)
 KIT_SERVLET(createShortPage, ShortPage)
 KIT_SERVLET(createVersionPage, VersionPage)
 KIT_SERVLET(createCookiesPage, CookiesPage)
+KIT_SERVLET(createStylePage, StylePage)
