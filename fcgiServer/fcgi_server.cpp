@@ -8,6 +8,7 @@
 #include "log_module.h"
 #include "servlet_controller.h"
 
+#include <atomic>
 #include <cassert>
 #include <memory>
 #include <pthread.h>
@@ -20,6 +21,8 @@ constexpr int kListenSocket = 0;
 
 // Serialises FCGX_Accept_r() for the whole process, even between several FCGIServer objects.
 pthread_mutex_t acceptLock = PTHREAD_MUTEX_INITIALIZER;
+
+std::atomic<void (*)(FCGX_Request&)> requestHook{nullptr};
 
 int acceptRequest(FCGX_Request* request) {
     const base::MutexLock lock(acceptLock);
@@ -72,6 +75,8 @@ int FCGIServer::run() {
     while (accepted >= 0) {
         {
             const BusyMark busy;
+            if (const auto hook = requestHook.load())
+                hook(request);
             const int status = controller->doService(&request);
             if (status != http_status::kOk)
                 onError(&request, status);
@@ -82,6 +87,10 @@ int FCGIServer::run() {
     app_log(kLogModule, LOG_WARNING, "FCGIServer::run() accept request failed. err= %d\n",
             accepted);
     return -1;
+}
+
+void FCGIServer::setRequestHook(void (*hook)(FCGX_Request&)) {
+    requestHook = hook;
 }
 
 void FCGIServer::onError(FCGX_Request* request, int status) {

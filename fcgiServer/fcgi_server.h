@@ -36,6 +36,12 @@ public:
     // Threads that execute it accept one at a time and serve concurrently.
     int run();
 
+    // Registers a function that every run() of the process calls with each request that it has
+    // accepted, before it serves it and on the same thread; null, the initial value, for none. It
+    // may write header lines, each with its line end, to the output of the request. Any thread, at
+    // any time.
+    static void setRequestHook(void (*hook)(FCGX_Request& request));
+
     // Writes a bare error page for `status` to the output of `request`, which must not be null: a
     // body for 404 and 500, header lines alone for any other status.
     void onError(FCGX_Request* request, int status);

@@ -94,6 +94,10 @@ ServletController::~ServletController() {
     pluginLoader.reset();
 }
 
+const char* ServletController::defaultConfigFile() {
+    return kConfigFile;
+}
+
 void ServletController::init() {
     servletContainer->init(pluginLoader.get());
     listenerContainer->init(pluginLoader.get());

@@ -40,6 +40,9 @@ public:
     ServletController(const ServletController&) = delete;
     ServletController& operator=(const ServletController&) = delete;
 
+    // Returns the fixed path of the plug-in configuration.
+    static const char* defaultConfigFile();
+
     // Makes the service ready: creates the listeners and sets the device status to "idle".
     void init();
 

@@ -31,11 +31,13 @@ public:
     // enough.
     void wake(const RequestLoops& loops);
 
+    // Returns whether a client has connected and is not accepted yet.
+    bool hasPendingConnection() const;
+
 private:
     AcceptGate(base::Descriptor listener, std::optional<BoundSocket> bound)
         : m_listener(std::move(listener)), m_bound(std::move(bound)) {}
 
-    bool hasPendingConnection() const;
     bool connectToSelf() const;
 
     base::Descriptor m_listener; // stays open when file descriptor 0 is closed

@@ -1,11 +1,13 @@
 #include "listen_socket.h"
 
 #include <arpa/inet.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <sys/un.h>
 
 #include <cerrno>
 #include <charconv>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -55,6 +57,25 @@ bool setHost(const std::string& host, in_port_t port, SocketAddress& address) {
     where->sin_port = port;
     address.length = sizeof *where;
     return inet_pton(AF_INET, host.c_str(), &where->sin_addr) == 1;
+}
+
+std::string unixName(const SocketAddress& address) {
+    const auto* where = reinterpret_cast<const sockaddr_un*>(&address.storage);
+    const std::size_t size = address.length - offsetof(sockaddr_un, sun_path);
+    if (size == 0)
+        return "?";
+    if (where->sun_path[0] == '\0')
+        return "@" + std::string(where->sun_path + 1, size - 1);
+    return {where->sun_path, ::strnlen(where->sun_path, size)};
+}
+
+std::string inetName(const SocketAddress& address) {
+    char host[NI_MAXHOST] = "?";
+    char port[NI_MAXSERV] = "?";
+    getnameinfo(address.get(), address.length, host, sizeof host, port, sizeof port,
+                NI_NUMERICHOST | NI_NUMERICSERV);
+    return address.family() == AF_INET6 ? std::string("[") + host + "]:" + port
+                                        : std::string(host) + ":" + port;
 }
 
 bool isInUse(const SocketAddress& address) {
@@ -118,6 +139,16 @@ std::optional<SocketAddress> parseSocketAddress(const std::string& text, std::st
         return address;
     error = "'" + text + "' is neither a path nor a numeric ADDRESS:PORT such as 127.0.0.1:9000";
     return std::nullopt;
+}
+
+std::string socketName(int fd) {
+    SocketAddress address;
+    address.length = sizeof address.storage;
+    if (getsockname(fd, address.get(), &address.length) != 0)
+        return "?";
+    if (address.family() == AF_UNIX)
+        return unixName(address);
+    return inetName(address);
 }
 
 bool isListening(int fd) {

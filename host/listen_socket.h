@@ -29,6 +29,11 @@ struct SocketAddress {
 // `error` then says so.
 std::optional<SocketAddress> parseSocketAddress(const std::string& text, std::string& error);
 
+// Returns the address of the socket `fd` as parseSocketAddress() reads it. An abstract Unix socket
+// is shown with "@" for its first byte, which is 0; one without a name, or a descriptor that is no
+// socket, as "?".
+std::string socketName(int fd);
+
 // Returns whether `fd` is a listening stream socket.
 bool isListening(int fd);
 

@@ -23,6 +23,8 @@ const char kHelpText[] =
     "                             100000 (no limit)\n"
     "  -d, --drain=SECONDS        after a stop signal, wait this long for requests in flight,\n"
     "                             0 to 3600 (5)\n"
+    "  -a, --access-log-header    begin each response with X-Access-Log, the request's number and\n"
+    "                             page for the access log of the web server\n"
     "  -h, --help                 show this text and exit\n"
     "  -V, --version              show the version and exit\n"
     "\n"
@@ -50,11 +52,17 @@ constexpr int kMostSeconds = 3600;
 constexpr int kMostSessions = 100000;
 
 const option kLongOptions[] = {
-    {"listen", required_argument, nullptr, 'l'}, {"socket-mode", required_argument, nullptr, 'm'},
-    {"user", required_argument, nullptr, 'u'},   {"threads", required_argument, nullptr, 'n'},
-    {"timer", required_argument, nullptr, 't'},  {"max-sessions", required_argument, nullptr, 's'},
-    {"drain", required_argument, nullptr, 'd'},  {"help", no_argument, nullptr, 'h'},
-    {"version", no_argument, nullptr, 'V'},      {nullptr, 0, nullptr, 0}, // the end
+    {"listen", required_argument, nullptr, 'l'},
+    {"socket-mode", required_argument, nullptr, 'm'},
+    {"user", required_argument, nullptr, 'u'},
+    {"threads", required_argument, nullptr, 'n'},
+    {"timer", required_argument, nullptr, 't'},
+    {"max-sessions", required_argument, nullptr, 's'},
+    {"drain", required_argument, nullptr, 'd'},
+    {"access-log-header", no_argument, nullptr, 'a'},
+    {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, 'V'},
+    {nullptr, 0, nullptr, 0}, // the end
 };
 
 struct Range {
@@ -108,6 +116,9 @@ bool takeOption(int letter, const char* value, const char* word, Options& option
         return readNumber("max-sessions", value, {1, kMostSessions}, options.maxSessions, error);
     case 'd':
         return readNumber("drain", value, {0, kMostSeconds}, options.drainSeconds, error);
+    case 'a':
+        options.accessLogHeader = true;
+        return true;
     case 'h':
         options.action = Options::Action::Help;
         return true;
@@ -132,7 +143,7 @@ std::optional<Options> parseOptions(int argc, char* const argv[], std::string& e
     while (options.action == Options::Action::Serve) {
         // The word that an error refers to; optind moves on only after its last letter.
         const int current = optind == 0 ? 1 : optind;
-        const int letter = getopt_long(argc, argv, "+:l:m:u:n:t:s:d:hV", kLongOptions, nullptr);
+        const int letter = getopt_long(argc, argv, "+:l:m:u:n:t:s:d:ahV", kLongOptions, nullptr);
         if (letter == -1)
             break;
         const char* word = current < argc ? argv[current] : "";

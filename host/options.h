@@ -17,7 +17,8 @@ struct Options {
     int drainSeconds = 5;     // that requests in flight get after a stop signal
     std::string listen;       // PATH or ADDRESS:PORT; empty for the inherited socket
     mode_t socketMode = 0660; // of the socket file that --listen creates
-    std::string user;         // NAME or NAME:GROUP; empty to keep the current user
+    bool accessLogHeader = false;
+    std::string user; // NAME or NAME:GROUP; empty to keep the current user
 };
 
 // Parses the command line. Returns nothing if it is wrong; `error` then says why, in one line. Not

@@ -1,8 +1,8 @@
 #include "signal_commands.h"
 
-#include "app_log.h"
 #include "log_control.h"
 #include "loop_activity.h"
+#include "notice.h"
 #include "servlet_controller.h"
 #include "session_factory.h"
 #include "signals.h"
@@ -18,29 +18,19 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kLogModule = 65;
-
 const Clock::time_point kStart = Clock::now();
-
-// Logs the reply to a signal at a level that always passes the threshold.
-void logReply(const std::string& text) {
-    int level = LOG_NOTICE;
-    if (app_log_threshold != nullptr)
-        level = std::min(level, app_log_threshold());
-    app_log(kLogModule, level, "fcgi_host: %s\n", text.c_str());
-}
 
 // Moves the log's threshold by `step` levels. Errors stay visible: no signal lowers it below
 // LOG_ERR.
 void changeLogLevel(int step) {
     if (app_log_threshold == nullptr || app_log_set_threshold == nullptr) {
-        logReply("this device's log has no threshold to change");
+        logNotice("this device's log has no threshold to change");
         return;
     }
     const int before = app_log_threshold();
     const int after = std::clamp(before + step, std::min(before, LOG_ERR), LOG_DEBUG);
     app_log_set_threshold(after);
-    logReply("threshold level=" + std::to_string(after) + " before=" + std::to_string(before));
+    logNotice("threshold level=" + std::to_string(after) + " before=" + std::to_string(before));
 }
 
 void logStatus(FCGIServer& server, const RequestLoops& loops) {
@@ -52,7 +42,7 @@ void logStatus(FCGIServer& server, const RequestLoops& loops) {
     status.loops = loops.count();
     status.sessions = server.getController()->getSessionFactory()->sessionNum();
     status.memory = processMemory();
-    logReply(statusLine(status));
+    logNotice(statusLine(status));
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "signals.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace {
 
@@ -47,4 +48,11 @@ int waitForSignal(std::chrono::steady_clock::duration time) {
 bool isStopSignal(int signal) {
     const sigset_t signals = stopSignals();
     return sigismember(&signals, signal) == 1;
+}
+
+const char* stopSignalName(int signal) {
+    assert(isStopSignal(signal)); // "of a stop signal"
+    if (signal == SIGTERM)
+        return "SIGTERM";
+    return signal == SIGINT ? "SIGINT" : "SIGHUP";
 }

@@ -27,4 +27,7 @@ int waitForSignal(std::chrono::steady_clock::duration time);
 // Returns whether `signal` is one of those that stop the daemon.
 bool isStopSignal(int signal);
 
+// Returns the name of a stop signal, such as "SIGTERM".
+const char* stopSignalName(int signal);
+
 #endif

@@ -1,5 +1,6 @@
 #include "status.h"
 
+#include <algorithm>
 #include <fstream>
 
 ProcessMemory processMemory() {
@@ -22,4 +23,19 @@ std::string statusLine(const Status& status) {
            " sessions=" + std::to_string(status.sessions) +
            " private_kib=" + std::to_string(status.memory.privateKib) +
            " resident_kib=" + std::to_string(status.memory.residentKib);
+}
+
+std::string readyLine(const Readiness& readiness) {
+    return "ready version=" + std::string(readiness.version) + " socket=" + readiness.socket +
+           " loops=" + std::to_string(readiness.loops) +
+           " configuration=" + readiness.configuration;
+}
+
+std::string stoppedLine(const Stop& stop) {
+    // The two counts are not read at the same instant.
+    const auto unfinished = std::min(stop.requests, static_cast<unsigned long>(stop.inFlight));
+    return "stopped reason=" + std::string(stop.reason) +
+           " status=" + std::to_string(stop.exitStatus) +
+           " finished=" + std::to_string(stop.requests - unfinished) +
+           " unfinished=" + std::to_string(unfinished);
 }

@@ -275,6 +275,14 @@ std::size_t sizeOf(void* address) {
     return entry->st_size;
 }
 
+void expectSize(void* address, std::size_t size) {
+#if defined __clang__ && defined __SANITIZE_ADDRESS__
+    EXPECT_GT(sizeOf(address), size); // with the red zone that clang puts behind it
+#else
+    EXPECT_EQ(sizeOf(address), size);
+#endif
+}
+
 // Returns the symbols with this prefix that the ELF file at `path` takes from other libraries.
 std::set<std::string> neededSymbols(const char* path, const std::string& prefix) {
     std::ifstream in(path, std::ios::binary);
@@ -322,7 +330,7 @@ protected:
         auto* table = static_cast<void**>(find("_ZTV" + mangled));
         ASSERT_NE(table, nullptr);
         const std::size_t count = std::size(operations);
-        ASSERT_EQ(sizeOf(table), (2 + count + 2) * sizeof(void*));
+        expectSize(table, (2 + count + 2) * sizeof(void*));
         EXPECT_EQ(table[0], nullptr); // it is the whole object's
         EXPECT_EQ(table[1], find("_ZTI" + mangled));
         void** slots = table + 2;
@@ -354,7 +362,7 @@ TEST_F(ServerLibrary, ExportsEveryOperationOfItsClasses) {
 TEST_F(ServerLibrary, ExportsTheSessionMutexReadyForUse) {
     auto* mutex = static_cast<pthread_mutex_t*>(find("session_mutex"));
     ASSERT_NE(mutex, nullptr);
-    EXPECT_EQ(sizeOf(mutex), sizeof *mutex);
+    expectSize(mutex, sizeof *mutex);
     const pthread_mutex_t fresh = PTHREAD_MUTEX_INITIALIZER; // so it is not recursive
     EXPECT_EQ(std::memcmp(mutex, &fresh, sizeof fresh), 0);
     EXPECT_EQ(pthread_mutex_trylock(mutex), 0);

@@ -285,6 +285,25 @@ TEST_F(Server, WritesTheErrorPageAfterHeadersThatWereAlreadySent) {
     EXPECT_EQ(request.out().text(), "\r\n" + kNotFoundPage);
 }
 
+TEST_F(Server, CallsTheHookWithEachRequestThatItHasAccepted) {
+    const MemoryRequest& page = front.willSend("/servlet?p=status&text=hello");
+    const MemoryRequest& refused = front.willSend("/servlet?q=1");
+    FCGIServer::setRequestHook([](FCGX_Request& request) {
+        FCGX_FPrintF(request.out, "X-Number: %lu\r\n", currentRequest().number);
+    });
+    const unsigned long before = loopActivity().requests;
+    EXPECT_EQ(server->run(), -1);
+    FCGIServer::setRequestHook(nullptr);
+    const auto header = [before](unsigned long count) {
+        return "X-Number: " + std::to_string(before + count) + "\r\n";
+    };
+    EXPECT_EQ(page.out().text(), header(1) + "\r\n<page hello>");
+    EXPECT_EQ(refused.out().text(), header(2) + kNotFoundPage);
+    const MemoryRequest& later = front.willSend("/servlet?q=1");
+    server->run();
+    EXPECT_EQ(later.out().text(), kNotFoundPage);
+}
+
 TEST_F(Server, UsesOneRequestObjectForAllThatARunAccepts) {
     front.willSend("/servlet?p=status");
     front.willSend("/servlet?q=1");

@@ -95,13 +95,6 @@ int __wrap___poll_chk(pollfd* polled, nfds_t count, int timeout, std::size_t) {
     return __wrap_poll(polled, count, timeout);
 }
 
-SteadyClock::time_point __real__ZNSt6chrono3_V212steady_clock3nowEv();
-SteadyClock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
-    return server_clock::isSeenByThisThread && !server_clock::isReal
-               ? SteadyClock::time_point(server_clock::now.load())
-               : __real__ZNSt6chrono3_V212steady_clock3nowEv();
-}
-
 int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*start)(void*), void* argument);
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
@@ -117,6 +110,14 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
     };
     return __real_pthread_create(thread, attributes, startWithClock, argument);
 }
+}
+
+SteadyClock::time_point realNow() __asm__("__real__ZNSt6chrono3_V212steady_clock3nowEv");
+SteadyClock::time_point wrappedNow() __asm__("__wrap__ZNSt6chrono3_V212steady_clock3nowEv");
+SteadyClock::time_point wrappedNow() {
+    return server_clock::isSeenByThisThread && !server_clock::isReal
+               ? SteadyClock::time_point(server_clock::now.load())
+               : realNow();
 }
 
 namespace {
@@ -238,9 +239,12 @@ std::size_t threads() {
 
 bool becomesTrue(const std::function<bool()>& condition) {
     const auto limit = SteadyClock::now() + kSoon;
-    while (!condition() && SteadyClock::now() < limit)
+    while (!condition()) {
+        if (SteadyClock::now() > limit)
+            return false;
         std::this_thread::sleep_for(1ms);
-    return condition();
+    }
+    return true;
 }
 
 // The server on a non-blocking socket: accepting fails once no client is connecting, so that run()

@@ -8,6 +8,7 @@
 #include <sys/un.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <fstream>
 
 namespace {
@@ -89,6 +90,36 @@ TEST(SocketAddress, HasAPathOfAtMost107Bytes) {
     std::string error;
     EXPECT_FALSE(parseSocketAddress(longest + "x", error));
     EXPECT_EQ(error, "the path of a Unix socket has at most 107 bytes: " + longest + "x");
+}
+
+std::string nameOfSocketAt(const std::string& address) {
+    std::string error;
+    const auto bound = openAt(address, error);
+    return bound ? socketName(bound->get()) : error;
+}
+
+TEST(SocketName, IsTheAddressThatItWasOpenedWith) {
+    const TemporaryFolder folder;
+    const std::string port = freePort();
+    for (const std::string& address :
+         {folder.file("fcgi.sock"), "127.0.0.1:" + port, "[::1]:" + port})
+        EXPECT_EQ(nameOfSocketAt(address), address);
+}
+
+TEST(SocketName, ShowsAnAbstractSocketWithAnAt) {
+    const base::Descriptor abstract(socket(AF_UNIX, SOCK_STREAM, 0));
+    sockaddr_un where{};
+    where.sun_family = AF_UNIX;
+    const std::string name = std::string(1, '\0') + "socket-name-" + std::to_string(getpid());
+    name.copy(where.sun_path, name.size());
+    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
+    ASSERT_EQ(bind(abstract.get(), reinterpret_cast<sockaddr*>(&where), length), 0);
+    EXPECT_EQ(socketName(abstract.get()), "@" + name.substr(1));
+}
+
+TEST(SocketName, IsAQuestionMarkWhereThereIsNone) {
+    EXPECT_EQ(socketName(base::Descriptor(socket(AF_UNIX, SOCK_STREAM, 0)).get()), "?");
+    EXPECT_EQ(socketName(base::Descriptor(open("/dev/null", O_RDWR)).get()), "?");
 }
 
 TEST(BoundSocket, HasMode0660WhateverTheUmask) {

@@ -33,12 +33,14 @@ TEST(Options, HaveDefaults) {
     EXPECT_EQ(options->listen, "");
     EXPECT_EQ(options->socketMode, mode_t{0660});
     EXPECT_EQ(options->user, "");
+    EXPECT_FALSE(options->accessLogHeader);
 }
 
 TEST(Options, AreReadInTheirLongForms) {
-    const auto options = parse({"--threads=4", "--timer", "30", "--listen", "/run/x", "--drain=0",
-                                "--socket-mode", "0600", "--user=phone:www", "--max-sessions=200"})
-                             .options;
+    const auto options =
+        parse({"--threads=4", "--timer", "30", "--listen", "/run/x", "--drain=0", "--socket-mode",
+               "0600", "--user=phone:www", "--max-sessions=200", "--access-log-header"})
+            .options;
     ASSERT_TRUE(options);
     EXPECT_EQ(options->threads, 4);
     EXPECT_EQ(options->timerSeconds, 30);
@@ -47,17 +49,19 @@ TEST(Options, AreReadInTheirLongForms) {
     EXPECT_EQ(options->listen, "/run/x");
     EXPECT_EQ(options->socketMode, mode_t{0600});
     EXPECT_EQ(options->user, "phone:www");
+    EXPECT_TRUE(options->accessLogHeader);
 }
 
 TEST(Options, AreReadInTheirShortForms) {
     const auto options = parse({"-n", "64", "-t1", "-l", "127.0.0.1:9000", "-d", "3600", "-m666",
-                                "-u", "phone", "-s", "100000"})
+                                "-u", "phone", "-s", "100000", "-a"})
                              .options;
     ASSERT_TRUE(options);
     EXPECT_EQ(options->threads, 64);
     EXPECT_EQ(options->timerSeconds, 1);
     EXPECT_EQ(options->maxSessions, 100000);
     EXPECT_EQ(options->drainSeconds, 3600);
+    EXPECT_TRUE(options->accessLogHeader);
     EXPECT_EQ(options->listen, "127.0.0.1:9000");
     EXPECT_EQ(options->socketMode, mode_t{0666});
     EXPECT_EQ(options->user, "phone");

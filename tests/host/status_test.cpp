@@ -20,6 +20,18 @@ TEST(Status, IsOneLineWithAKeyForEachFigure) {
                                   "private_kib=1832 resident_kib=6120");
 }
 
+TEST(Readiness, IsOneLine) {
+    EXPECT_EQ(readyLine({"1.2.3", "/run/a.sock", 2, "/phone/servlet.xml"}),
+              "ready version=1.2.3 socket=/run/a.sock loops=2 configuration=/phone/servlet.xml");
+}
+
+TEST(Stop, IsOneLineThatCountsNoRequestInFlightAsFinished) {
+    EXPECT_EQ(stoppedLine({"SIGTERM", 75, 1041, 2}),
+              "stopped reason=SIGTERM status=75 finished=1039 unfinished=2");
+    EXPECT_EQ(stoppedLine({"SIGINT", 130, 0, 1}),
+              "stopped reason=SIGINT status=130 finished=0 unfinished=0");
+}
+
 TEST(ProcessMemory, CountsWrittenPagesAsPrivate) {
     if (const char* emulator = std::getenv("EMULATOR"))
         GTEST_SKIP() << "/proc shows the memory of " << emulator << ", which runs this process";

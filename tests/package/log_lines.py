@@ -20,8 +20,8 @@ WRITERS = [
     (r"\bsnprintf\(message, [^,]+,\s*", ""),
 ]
 HOST_WRITERS = [
-    (r"\blogReply\(", "5"),
-    (r"\breturn (?=\"status )", "5"),
+    (r"\blogNotice\(", "5"),
+    (r"\breturn (?=\"(?:status|ready|stopped) )", "5"),
     (r"\bfail\((?:\w+|kSignalStatus \+ signal),\s*", ""),
     (r"\berror =\s*", ""),
     (r"\bfputs\(", ""),

@@ -67,3 +67,9 @@ def test_the_manual_has_the_variables_of_the_log():
     named = set(re.findall(r"^\.B ([A-Z_]+)$", section("ENVIRONMENT"), re.M))
     assert {name for name in named if name.startswith("APP_LOG")} \
         == set(re.findall(r"\bAPP_LOG\w*", OPERATIONS))
+
+
+def test_the_manual_has_the_variables_of_the_service_manager():
+    read = set(re.findall(r'variable\("([A-Z_]+)"\)', (SOURCE / "host/service_manager.cpp").read_text()))
+    assert "NOTIFY_SOCKET" in read
+    assert read <= set(re.findall(r"\b[A-Z_]+\b", section("ENVIRONMENT")))

@@ -30,6 +30,22 @@ def test_help_goes_to_standard_output(run):
     assert result.stderr == ""
 
 
+# The units and start-up files of version 1.0.0 go on working with later versions. Add new options; remove
+# none before version 2.
+OPTIONS = {"--listen", "--socket-mode", "--user", "--threads", "--timer", "--max-sessions", "--drain", "--help",
+           "--version"}
+SHORT = {"-l", "-m", "-u", "-n", "-t", "-s", "-d", "-h", "-V"}
+
+
+def test_the_options_of_earlier_versions_are_there(run):
+    shown = run("--help").stdout
+    assert set(re.findall(r"(?<= )--[a-z-]+(?==|  )", shown)) >= OPTIONS
+    assert set(re.findall(r"^  (-\w), ", shown, re.MULTILINE)) >= SHORT
+    for option in OPTIONS | SHORT:
+        # The last argument, which is wrong, keeps it from starting.
+        assert "there is no option" not in run(option, "none", "--threads", "0").stderr
+
+
 def test_the_version_is_printed(run):
     result = run("--version")
     assert result.returncode == 0

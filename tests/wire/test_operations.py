@@ -17,7 +17,8 @@ KEYS = ["uptime_s", "requests", "busy", "loops", "sessions", "private_kib", "res
 
 
 def status_lines(host):
-    return [line for line in host.log.read_text().splitlines() if "fcgi_host: status" in line]
+    complete, _, _ = host.log.read_text().rpartition("\n")  # the last line may be under way
+    return [line for line in complete.splitlines() if "fcgi_host: status" in line]
 
 
 def status(host):

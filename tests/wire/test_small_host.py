@@ -13,8 +13,9 @@ from test_stopping import connections_to, slow_request_under_way
 
 
 def launch(start, seconds=60):
-    return start.start(start.build.folder / "tests/wire/small_host", start.socket_path,
-                       str(seconds), log="host.log", env=start.environment)
+    # A shell that starts the tests in the background makes them, and what they start, ignore SIGINT.
+    return start.start("env", "--default-signal=INT", start.build.folder / "tests/wire/small_host",
+                       start.socket_path, str(seconds), log="host.log", env=start.environment)
 
 
 def serving(start, seconds=60):
