@@ -66,6 +66,24 @@ def test_files_of_editors_and_builds_are_not_watched(project, name):
     assert project.snapshot() == before
 
 
+@pytest.mark.parametrize("name, is_watched", [
+    ("", True), ("device/www", True), ("build", False), ("build/image/www", False), (".hidden/build", False),
+    ("../outside", False)])
+def test_a_build_in_a_watched_folder_would_never_end(project, name, is_watched):
+    put(project.folder / "build/CMakeCache.txt")
+    put(project.folder / "CMakeCache.txt")
+    assert project.watches(project.folder / name) == is_watched
+
+
+@pytest.mark.parametrize("name", ["build", "www"])
+def test_a_build_in_a_watched_folder_is_refused(server, capfd, name):
+    setattr(server.arguments, name, server.project.folder / "device")
+    assert development_server.refusal(server.arguments) == (
+        f"{server.project.folder}/device is built in and watched for changes; create another build folder")
+    setattr(server.arguments, name, server.project.folder.parent / "elsewhere")
+    assert development_server.refusal(server.arguments) is None
+
+
 def test_links_are_not_followed_into_folders(project):
     (project.folder / "loop").symlink_to(project.folder / "www")
     before = project.snapshot()
@@ -181,11 +199,15 @@ class Server(development_server.Server):
 
     def __init__(self, arguments):
         self.findings = []
+        self.commands = []
         super().__init__(arguments)
         self.daemon = Daemon()
         self.lighttpd = object()  # serves
 
     def run_command(self, command):
+        self.commands.append(command)
+        if "-S" in command and (self.project.folder / "unknown").exists():
+            return 1, "CMake Error at CMakeLists.txt:1 (add_libary):\n  Unknown CMake command\n"
         if (self.project.folder / "broken").exists():
             return 1, f"{self.project.folder}/page.cpp:1:1: error: broken\n"
         if "--install" in command:
@@ -300,6 +322,25 @@ def test_a_problem_that_is_mended_by_undoing_the_change_is_announced(server, pro
     capfd.readouterr()
     server.update()
     assert said(capfd).startswith(AGAIN) and server.state.get()[1:] == (None, True)
+
+
+def test_a_project_that_cannot_be_configured_is_shown_until_it_can(server, project, capfd):
+    server.lighttpd = None
+    put(project.folder / "CMakeLists.txt", "add_libary(page page.cpp)\n")
+    put(project.folder / "unknown")
+    server.update()
+    assert "Unknown CMake command\n" in said(capfd)
+    place, = server.state.get()[1].places
+    assert (place.file, place.line) == (project.folder / "CMakeLists.txt", 1)
+    configure = ["cmake", "-S", str(project.folder), "-B", str(server.arguments.build)]
+    assert server.commands == [configure]
+
+    (project.folder / "unknown").unlink()
+    server.update()
+    assert server.state.get()[1] is None and server.commands[1] == configure
+    put(project.folder / PAGE, "<p>new</p>")
+    server.update()
+    assert server.commands.count(configure) == 2, "CMake does it by itself from now on"
 
 
 def test_findings_of_servlet_check_are_not_served(server, project, tmp_path, capfd):

@@ -199,6 +199,7 @@ def test_a_plug_in_is_served_instead_of_the_phones_pages(hello):
     page = hello.front.curl("/servlet?p=hello", "--data", "name=%26you&times=1")
     assert page.status == 200
     assert "<h1>Hello, &amp;you!</h1>" in page.text
+    assert re.fullmatch(r"request=\d+ p=hello", page.header("X-Access-Log"))
     assert hello.front.curl("/hello.css").header("Content-Type").startswith("text/css")
     assert "<form" not in hello.front.curl("/servlet?p=login").text
     assert hello.front.curl("/WEB-INFO/templates/hello.html").status == 403

@@ -63,6 +63,15 @@ class Project:
         """Returns the size and time of each file, but not of those of editors and of builds."""
         return dict(self._files(self.folder))
 
+    def watches(self, folder):
+        """Returns whether files in this folder are taken for the author's."""
+        path = pathlib.Path(os.path.realpath(folder))
+        project = pathlib.Path(os.path.realpath(self.folder))
+        if not path.is_relative_to(project):
+            return False
+        inside = [part for part in (path, *path.parents) if part.is_relative_to(project) and part != project]
+        return not any(self._is_passed_over(part.name) or self._is_build_folder(part) for part in inside)
+
     def source_of(self, installed):
         """Returns the file of the project that was installed as `installed`; that itself if there is none."""
         def likeness(path):
@@ -91,7 +100,7 @@ class Project:
     def _files(self, folder):
         with contextlib.suppress(OSError), os.scandir(folder) as entries:
             for entry in entries:
-                if entry.name.startswith(".") or entry.name.endswith("~"):
+                if self._is_passed_over(entry.name):
                     continue
                 with contextlib.suppress(OSError):
                     if not entry.is_dir(follow_symlinks=False):
@@ -99,6 +108,10 @@ class Project:
                         yield entry.path, (status.st_size, status.st_mtime_ns)
                     elif not self._is_build_folder(entry.path):
                         yield from self._files(entry.path)
+
+    @staticmethod
+    def _is_passed_over(name):
+        return name.startswith(".") or name.endswith("~")
 
     @staticmethod
     def _is_build_folder(folder):
@@ -214,6 +227,7 @@ class Server:
         self.problem = None
         self.can_start = True  # the daemon, with what is served
         self.built_from = None
+        self.is_configured = False  # from then on, building does it where necessary
         self.lighttpd = None
 
     def run(self):
@@ -292,16 +306,19 @@ class Server:
         """Returns the problem, or None."""
         shutil.rmtree(self.staging, ignore_errors=True)
         build = str(self.arguments.build)
-        for command in (["cmake", "--build", build, "--parallel", str(os.cpu_count())],
+        configure = ["cmake", "-S", str(self.arguments.project), "-B", build]
+        for command in (*([] if self.is_configured else [configure]),
+                        ["cmake", "--build", build, "--parallel", str(os.cpu_count())],
                         ["cmake", "--install", build]):
             status, output = self.run_command(command)
             if stop.requested:
                 return None
             # The first build has shown its output already.
-            if self.lighttpd and (status != 0 or "warning: " in output):
+            if (self.lighttpd or "--build" not in command) and (status != 0 or "warning: " in output):
                 print_line(output.rstrip("\n"))
             if status != 0:
                 return problems.of_build(output, self.arguments.project, self.arguments.build)
+            self.is_configured = True
         return None
 
     def run_command(self, command):
@@ -406,9 +423,20 @@ def print_line(text):
         print(text, flush=True)
 
 
+def refusal(arguments):
+    """Returns why these folders cannot be served from, or None."""
+    for folder in (arguments.build, arguments.www):
+        if Project(arguments.project).watches(folder):
+            return f"{folder} is built in and watched for changes; create another build folder"
+    return None
+
+
 def main():
     arguments = parse_arguments()
     try:
+        if reason := refusal(arguments):
+            print(f"{arguments.name}: {reason}", file=sys.stderr)
+            return os.EX_NOINPUT
         return Server(arguments).run()
     finally:
         shutil.rmtree(arguments.state, ignore_errors=True)
