@@ -3,9 +3,12 @@
 
 The folder of texts holds LANGUAGE.txt with one "key = text" per line; empty lines and lines that
 begin with "#" are skipped. In a template, {{key}} stands for the text and {{lang}} for the
-language. Texts are plain text: characters that are markup in HTML are escaped. {name} in a text
-stands for a variable of the template; where the page does not set it, {name} stays for the script
-to fill in.
+language. {{help:ID}} stands for the help of the field with that id: a paragraph with the text
+"help.TEMPLATE.ID" and the id "ID-hint", which the field must name in aria-describedby. Texts are
+plain text: characters that are markup in HTML are escaped. {name} in a text stands for a variable
+of the template; where the page does not set it, {name} stays for the script to fill in. The
+indentation of a template is left out: browsers ignore it, except in pre and textarea, so nothing in
+these may be indented.
 """
 
 import argparse
@@ -17,6 +20,8 @@ import sys
 KEY = r"[a-z][A-Za-z0-9.-]*"
 LINE = re.compile(rf"({KEY}) = (.*[^ ])")
 MARK = re.compile(r"\{\{(" + KEY + r")\}\}")
+HELP = re.compile(r"\{\{help:([A-Za-z][A-Za-z0-9-]*)\}\}")
+INDENTATION = re.compile(r"^[ \t]+", re.MULTILINE)
 VARIABLE = re.compile(r"\{([A-Za-z][A-Za-z0-9]*)\}")
 LANGUAGE_KEY = "lang"
 
@@ -48,6 +53,12 @@ def read_texts(path, problems):
 def variables(text):
     """Returns the names of the template variables in the text."""
     return set(VARIABLE.findall(text))
+
+
+def read_template(path):
+    """Returns the template with the paragraphs of its help, and without its indentation."""
+    paragraph = rf'<p class="hint" id="\1-hint">{{{{help.{path.stem}.\1}}}}</p>'
+    return INDENTATION.sub("", HELP.sub(paragraph, read(path)))
 
 
 def compare(reference_path, reference, path, texts, problems):
@@ -104,7 +115,7 @@ def main():
     for language in arguments.languages[1:]:
         compare(paths[first], texts[first], paths[language], texts[language], problems)
 
-    templates = {name: read(arguments.templates / name) for name in arguments.names}
+    templates = {name: read_template(arguments.templates / name) for name in arguments.names}
     used = set()
     for name, template in templates.items():
         used |= check_template(arguments.templates / name, template, texts[first], problems)

@@ -35,8 +35,7 @@ class Browser:
     def replace_factory_password(self):
         assert self.sign_in("admin").status == 303
         answer = self.post("/servlet?p=security&q=password", {
-            "token": self.token(), "oldPassword": "admin", "newPassword": PASSWORD,
-            "repeat": PASSWORD})
+            "token": self.token(), "newPassword": PASSWORD, "repeat": PASSWORD})
         assert answer.status == 303
 
     def is_signed_in(self):

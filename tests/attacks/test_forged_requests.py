@@ -12,8 +12,9 @@ CHANGES = {
     "contacts&q=remove": {"name": "Anna"},
     "phone": {"number": "666"},
     "security&q=access": {"idleSeconds": "60", "remoteAddresses": "192.0.2.1"},
-    "security&q=password": {"oldPassword": PASSWORD, "newPassword": "12345678",
-                            "repeat": "12345678"},
+    "security&q=password": {"oldPassword": PASSWORD, "newPassword": "quiet harbour",
+                            "repeat": "quiet harbour"},
+    "settings-upgrade&q=reboot": {"confirm": "1"},
     "settings-upgrade&q=reset": {"confirm": "1"},
     "login&q=logout": {},
 }
@@ -52,7 +53,8 @@ def test_an_upload_of_another_site_changes_nothing(user, content):
     for query, field in (("settings-config&q=import", "config"),
                          ("settings-upgrade&q=upload", "firmware"),
                          ("contacts-preview&q=preview", "contacts")):
-        answer = user.send(f"/servlet?p={query}", "--form", f"{field}=x;filename=x", *FOREIGN)
+        answer = user.send(f"/servlet?p={query}", "--form", "confirm=1",
+                           "--form", f"{field}=x;filename=x", *FOREIGN)
         assert answer.status == 403, query
     assert content() == before
 

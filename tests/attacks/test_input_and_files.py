@@ -11,11 +11,11 @@ LINE_ENDS = "x%0d%0aSet-Cookie:%20planted=1"
 
 
 def upload(browser, query, field, path):
-    return upload_with(browser.token(), browser, query, field, path)
+    return upload_with(browser.token(), browser, query, field, path, "--form", "confirm=1")
 
 
-def upload_with(token, browser, query, field, path):
-    return browser.send(f"/servlet?p={query}", "--form", f"token={token}",
+def upload_with(token, browser, query, field, path, *options):
+    return browser.send(f"/servlet?p={query}", "--form", f"token={token}", *options,
                         "--form", f"{field}=@{path}")
 
 
@@ -102,7 +102,8 @@ def test_the_name_of_an_uploaded_file_is_no_path(user, folder):
     before = {file.name for file in (folder / "data").iterdir()}
     for name in ("../../planted", "/tmp/planted-by-an-upload", "..\\planted", "state.xml"):
         answer = user.send("/servlet?p=settings-upgrade&q=upload", "--form",
-                           f"token={user.token()}", "--form", f'firmware=@{path};filename="{name}"')
+                           f"token={user.token()}", "--form", "confirm=1",
+                           "--form", f'firmware=@{path};filename="{name}"')
         assert answer.status == 422
     assert {file.name for file in (folder / "data").iterdir()} <= before | {"state.xml"}
     assert not list(folder.rglob("planted*"))

@@ -43,6 +43,8 @@ export default defineConfig({
                 '--disable-background-networking',
                 '--disable-component-update',
                 '--disable-sync',
+                // The address that network.spec.js sets: the phone has no network of its own.
+                '--host-resolver-rules=MAP 192.168.1.20 127.0.0.1',
             ],
             env: { ...process.env, FONTCONFIG_FILE: `${here}fonts.conf` },
         },

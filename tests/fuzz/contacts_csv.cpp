@@ -5,6 +5,7 @@
 #include "utf8_model.h"
 
 #include "model/contacts_csv.h"
+#include "model/contacts_csv_columns.h"
 
 #include <algorithm>
 
@@ -30,10 +31,14 @@ Directory nearlyFull() {
     return directory;
 }
 
+fuzz::Numbers numbersIn(const phone::Contact& contact) {
+    return {contact.number.str(), contact.mobile.str(), contact.home.str()};
+}
+
 Contacts contactsOf(const Directory& directory) {
     Contacts contacts;
     for (const phone::Contact& contact : directory.contacts())
-        contacts[contact.name] = contact.number;
+        contacts[contact.name.str()] = numbersIn(contact);
     return contacts;
 }
 
@@ -65,13 +70,14 @@ void requirePlan(const ImportPlan& plan, const fuzz::ImportModel& expected,
     requireRefused(plan, expected.refused);
     Contacts added;
     for (const phone::Contact& contact : plan.added)
-        added[contact.name] = contact.number;
+        added[contact.name.str()] = numbersIn(contact);
     require(added == expected.added && plan.added.size() == added.size(),
             "contacts are added like in the model");
     Contacts changed;
     for (const ImportPlan::Change& change : plan.changed) {
-        changed[change.name] = change.number;
-        require(present.at(change.name) == change.oldNumber, "a change names the old number");
+        changed[change.now.name.str()] = numbersIn(change.now);
+        require(present.at(change.now.name.str()) == numbersIn(change.old),
+                "a change names the old numbers");
     }
     require(changed == expected.changed && plan.changed.size() == changed.size(),
             "numbers are changed like in the model");
@@ -94,7 +100,13 @@ void requireImport(const std::string& text, const Directory& present, const Cont
     require(plan.tooLarge == (text.size() > phone::kMaxCsvBytes), "a large file is refused");
     if (plan.tooLarge)
         return requirePlan(plan, {}, {});
-    const fuzz::ImportModel expected = fuzz::importOf(text, before, Directory::kMaxContacts);
+    const phone::CsvLayout layout =
+        phone::csvLayout(text.substr(text.substr(0, 3) == "\xEF\xBB\xBF" ? 3 : 0));
+    const auto& [name, number, mobile, home] = layout.columns;
+    require(name < phone::kNoColumn || layout.titles.size() < 2, "a name has a column");
+    const fuzz::ImportModel expected =
+        fuzz::importOf(text, {layout.delimiter, layout.hasHeader, name, {number, mobile, home}},
+                       before, Directory::kMaxContacts);
     requirePlan(plan, expected, before);
 
     Directory directory = present;

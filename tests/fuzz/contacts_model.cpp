@@ -2,6 +2,7 @@
 
 #include "utf8_model.h"
 
+#include <algorithm>
 #include <iterator>
 #include <optional>
 #include <utility>
@@ -66,10 +67,12 @@ std::size_t closingQuote(const std::string& text, std::size_t at) {
 }
 
 // Reads the field at `at` and moves `at` behind it. Returns nothing if it is malformed.
-std::optional<std::string> fieldAt(const std::string& text, std::size_t& at) {
-    at = behind(text, at, " \t");
+std::optional<std::string> fieldAt(const std::string& text, char delimiter, std::size_t& at) {
+    const char* blanks = delimiter == '\t' ? " " : " \t";
+    const std::string ends = std::string("\r\n") + delimiter;
+    at = behind(text, at, blanks);
     if (at == text.size() || text[at] != '"') {
-        const std::size_t end = text.find_first_of(",\r\n", at);
+        const std::size_t end = text.find_first_of(ends, at);
         const std::string field = text.substr(at, end == std::string::npos ? end : end - at);
         at += field.size();
         if (field.find('"') != std::string::npos)
@@ -81,50 +84,41 @@ std::optional<std::string> fieldAt(const std::string& text, std::size_t& at) {
         return std::nullopt;
     std::string field = replaced(text.substr(at + 1, quote - at - 1), "\r\n", " ");
     field = replaced(replaced(replaced(field, "\r", " "), "\n", " "), "\"\"", "\"");
-    at = behind(text, quote + 1, " \t");
-    const bool isEnd = at == text.size() || isIn(text[at], ",\r\n");
+    at = behind(text, quote + 1, blanks);
+    const bool isEnd = at == text.size() || isIn(text[at], ends.c_str());
     return isEnd && field.size() <= kLongestQuoted ? std::optional<std::string>(field)
                                                    : std::nullopt;
 }
 
 // Reads the fields of the row at `at` and moves `at` behind it. Returns no field if one of them is
 // malformed.
-std::vector<std::string> fieldsAt(const std::string& text, std::size_t& at) {
+std::vector<std::string> fieldsAt(const std::string& text, char delimiter, std::size_t& at) {
     std::vector<std::string> fields;
     for (;;) {
-        const auto field = fieldAt(text, at);
+        const auto field = fieldAt(text, delimiter, at);
         if (!field)
             return {};
         fields.push_back(*field);
-        if (at == text.size() || text[at] != ',')
+        if (at == text.size() || text[at] != delimiter)
             return fields;
         ++at;
     }
 }
 
-std::vector<Row> rowsOf(const std::string& text) {
+std::vector<Row> rowsOf(const std::string& text, char delimiter) {
+    const char* between = delimiter == '\t' ? " \r\n" : " \t\r\n";
     std::vector<Row> rows;
-    std::size_t at = behind(text, 0, " \t\r\n");
+    std::size_t at = behind(text, 0, between);
     while (at < text.size()) {
         const std::size_t begin = at;
-        std::vector<std::string> fields = fieldsAt(text, at);
+        std::vector<std::string> fields = fieldsAt(text, delimiter, at);
         if (fields.empty())
             at = lineEndAt(text, begin);
         rows.push_back({lineEnds(text.substr(0, begin)) + 1, text.substr(begin, at - begin),
                         std::move(fields)});
-        at = behind(text, at, " \t\r\n");
+        at = behind(text, at, between);
     }
     return rows;
-}
-
-bool isHeader(const Row& row) {
-    if (row.fields.size() < 2)
-        return false;
-    std::string names = row.fields[0] + "," + row.fields[1];
-    for (char& letter : names)
-        if (letter >= 'A' && letter <= 'Z')
-            letter = static_cast<char>(letter - 'A' + 'a');
-    return names == "name,number";
 }
 
 // Removes an apostrophe that the export has put before what looks like a formula.
@@ -162,6 +156,8 @@ std::string errorOf(const std::string& text, std::size_t most) {
 }
 
 std::string errorOfNumber(const std::string& number) {
+    if (number.empty())
+        return "";
     const std::string error = errorOf(number, 32);
     if (!error.empty())
         return error;
@@ -171,23 +167,33 @@ std::string errorOfNumber(const std::string& number) {
 }
 
 // Returns what is wrong with a row, or an empty text.
-std::string errorOf(const Row& row, const std::string& name, const std::string& number) {
+std::string errorOf(const Row& row, const std::string& name, const Numbers& numbers) {
+    const char* const names[] = {"number ", "mobile ", "home "};
     if (!isUtf8Text(row.text))
         return "line notUtf8";
     if (row.fields.empty())
         return "line badCharacters";
     if (const std::string error = errorOf(name, 64); !error.empty())
         return "name " + error;
-    if (const std::string error = errorOfNumber(number); !error.empty())
-        return "number " + error;
-    return "";
+    for (std::size_t i = 0; i < numbers.size(); ++i)
+        if (const std::string error = errorOfNumber(numbers[i]); !error.empty())
+            return names[i] + error;
+    return numbers == Numbers() ? "number required" : "";
 }
 
-void place(ImportModel& model, const Row& row, const Contacts& present, std::size_t most) {
-    const std::string name = row.fields.empty() ? "" : nameIn(row.fields[0]);
-    const std::string number = row.fields.size() < 2 ? "" : withoutBlanksAround(row.fields[1]);
-    std::string error = errorOf(row, name, number);
+std::string fieldOf(const Row& row, std::size_t column) {
+    return column < std::min<std::size_t>(row.fields.size(), 32) ? row.fields[column] : "";
+}
+
+void place(ImportModel& model, const Row& row, const Columns& columns, const Contacts& present,
+           std::size_t most) {
+    const std::string name = nameIn(fieldOf(row, columns.name));
     const auto old = present.find(name);
+    Numbers numbers = old == present.end() ? Numbers() : old->second;
+    for (std::size_t i = 0; i < numbers.size(); ++i)
+        if (columns.numbers[i] < 32)
+            numbers[i] = withoutBlanksAround(fieldOf(row, columns.numbers[i]));
+    std::string error = errorOf(row, name, numbers);
     const bool isSeen = model.added.count(name) + model.changed.count(name) != 0;
     if (error.empty() && isSeen)
         error = "name duplicate";
@@ -196,23 +202,24 @@ void place(ImportModel& model, const Row& row, const Contacts& present, std::siz
     if (!error.empty())
         model.refused.push_back(std::to_string(row.line) + " " + error);
     else if (old == present.end())
-        model.added[name] = number;
+        model.added[name] = numbers;
     else
-        model.changed[name] = number;
+        model.changed[name] = numbers;
 }
 
 } // namespace
 
-ImportModel importOf(const std::string& text, const Contacts& present, std::size_t most) {
+ImportModel importOf(const std::string& text, const Columns& columns, const Contacts& present,
+                     std::size_t most) {
     const std::string mark = "\xEF\xBB\xBF";
     const bool isMarked = text.substr(0, mark.size()) == mark;
-    std::vector<Row> rows = rowsOf(isMarked ? text.substr(mark.size()) : text);
-    if (!rows.empty() && isHeader(rows.front()))
+    std::vector<Row> rows = rowsOf(isMarked ? text.substr(mark.size()) : text, columns.delimiter);
+    if (columns.hasHeader && !rows.empty())
         rows.erase(rows.begin());
     ImportModel model;
     for (const Row& row : rows)
-        place(model, row, present, most);
-    // A number that stays is no change.
+        place(model, row, columns, present, most);
+    // Numbers that stay are no change.
     for (auto change = model.changed.begin(); change != model.changed.end();) {
         const bool isSame = present.at(change->first) == change->second;
         model.unchanged += isSame ? 1 : 0;

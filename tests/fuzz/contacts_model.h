@@ -3,6 +3,7 @@
 #ifndef CONTACTS_MODEL_H
 #define CONTACTS_MODEL_H
 
+#include <array>
 #include <cstddef>
 #include <map>
 #include <string>
@@ -10,7 +11,16 @@
 
 namespace fuzz {
 
-using Contacts = std::map<std::string, std::string>; // numbers by name
+using Numbers = std::array<std::string, 3>;      // at work, mobile, at home
+using Contacts = std::map<std::string, Numbers>; // by name
+
+// Where a file has what.
+struct Columns {
+    char delimiter;
+    bool hasHeader;
+    std::size_t name;
+    std::array<std::size_t, 3> numbers; // 32 for none
+};
 
 struct ImportModel {
     // What is to be refused, as "LINE FIELD CODE".
@@ -20,9 +30,10 @@ struct ImportModel {
     std::size_t unchanged = 0;
 };
 
-// Returns what importing `text` into a directory with the contacts `present` would do, if a
-// directory holds at most `most` contacts.
-ImportModel importOf(const std::string& text, const Contacts& present, std::size_t most);
+// Returns what importing `text` with these columns into a directory with the contacts `present`
+// would do, if a directory holds at most `most` contacts.
+ImportModel importOf(const std::string& text, const Columns& columns, const Contacts& present,
+                     std::size_t most);
 
 } // namespace fuzz
 

@@ -25,6 +25,7 @@ struct Change {
 
     Request with(Fields token) const {
         const Request request = post(std::string("/servlet?p=") + query);
+        token.insert(token.end(), fields.begin(), fields.end());
         if (upload) {
             std::vector<Part> parts;
             for (const auto& [name, value] : token) {
@@ -33,7 +34,6 @@ struct Change {
             parts.push_back(*upload);
             return request.multipart(parts);
         }
-        token.insert(token.end(), fields.begin(), fields.end());
         return request.form(token);
     }
 };
@@ -61,19 +61,25 @@ std::vector<Change> allChanges(const std::string& image) {
           {"codec", "opus"}}},
         {"security&q=access", {{"idleSeconds", "60"}, {"remoteAddresses", "192.0.2.1"}}},
         {"security&q=password",
-         {{"oldPassword", kPassword}, {"newPassword", "12345678"}, {"repeat", "12345678"}}},
+         {{"oldPassword", kPassword},
+          {"newPassword", "quiet harbour"},
+          {"repeat", "quiet harbour"}}},
         {"contacts&q=add", {{"name", "Emil"}, {"number", "500"}}},
         {"contacts&q=remove", {{"name", "Anna"}}},
         {"contacts&q=search", {{"search", "Carol"}}},
         {"contacts-preview&q=preview", {}, file("contacts", "d.csv", "Emil,500\r\n")},
         {"contacts-preview&q=apply", {}},
-        {"settings-config&q=import", {}, file("config", "c.xml", configuration(9))},
-        {"settings-config&q=localconfig&type=import", {}},
+        {"settings-config&q=import", kConfirmed, file("config", "c.xml", configuration(9))},
+        {"settings-config&q=localconfig&type=import", kConfirmed},
         {"settings-config&q=localconfig&type=remove", {}},
-        {"settings-upgrade&q=upload", {}, file("firmware", "a.img", image)},
+        {"settings-upgrade&q=upload", kConfirmed, file("firmware", "a.img", image)},
+        {"settings-autop&q=save", {{"server", "http://192.0.2.5/"}}},
         {"settings-autop&now=true", {}},
-        {"settings-upgrade&q=reboot", {}},
-        {kReset, {{"confirm", "1"}}},
+        {"settings-upgrade&q=discard", {}},
+        {"network&q=confirm", {}},
+        {"network&q=undo", {}},
+        {"settings-upgrade&q=reboot", {{"confirm", "1"}, {"endCall", "1"}}},
+        {kReset, kConfirmed},
     };
 }
 
@@ -82,8 +88,10 @@ protected:
     CsrfToken() : m_other(*container, "192.0.2.8") {
         m_other.signIn();
         // A local copy to restore, and a preview to import.
-        me.upload("settings-config&q=import", file("config", "c.xml", configuration(3)));
+        me.upload("settings-config&q=import", file("config", "c.xml", configuration(3)),
+                  kConfirmed);
         me.page("settings-config"); // shows the message, once
+        setProvisioningServer();
         m_image = me.page("settings-upgrade&q=download").body;
         preview();
     }
@@ -93,8 +101,8 @@ protected:
         const auto data = readJson(me.page("status-data&quiet=p=notice").body);
         std::string all = savedText() + me.page("contacts-preview").text() +
                           me.page("contacts&quiet=p=notice").text();
-        for (const char* value :
-             {"desk.line1", "desk.line2", "desk.state", "desk.lamps.message", "busy.word"}) {
+        for (const char* value : {"desk.lineLabel", "desk.screen", "desk.digits", "desk.state",
+                                  "desk.lamps.message", "busy.word"}) {
             all += "\n" + data.at(value);
         }
         std::vector<std::string> files;
@@ -198,9 +206,9 @@ TEST_F(CsrfToken, AllowsChanges) {
 }
 
 TEST_F(CsrfToken, MayBeInTheAddressOfAPost) {
-    EXPECT_EQ(me.submitWithoutToken("contacts&q=remove&token=" + me.token(), {{"name", "Anna"}})
-                  .location(),
-              "/servlet?p=contacts");
+    const std::string query = "contacts&q=remove&token=" + me.token();
+    EXPECT_EQ(me.submitWithoutToken(query, {{"name", "Anna"}}).status, 303);
+    EXPECT_EQ(saved()->directory.find("Anna"), nullptr);
 }
 
 } // namespace

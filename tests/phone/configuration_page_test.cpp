@@ -10,7 +10,8 @@ namespace {
 class ConfigurationPage : public SignedInFixture {
 protected:
     Answer import(const std::string& text) {
-        return me.upload("settings-config&q=import", file("config", "configuration.xml", text));
+        return me.upload("settings-config&q=import", file("config", "configuration.xml", text),
+                         kConfirmed);
     }
     std::string exported() { return me.page("settings-config&q=export").body; }
     // Returns the current configuration with `text` replaced.
@@ -65,15 +66,57 @@ TEST_F(ConfigurationPage, ImportsAFileAndKeepsALocalCopy) {
     EXPECT_EQ(Visitor(*container, "192.0.2.8").signIn().status, 303) << "the password is unchanged";
 }
 
+TEST_F(ConfigurationPage, ImportsOnlyAfterConfirmation) {
+    const std::string before = savedText();
+    const std::string text = with("desk-phone", "hall-phone");
+    const Answer answer = me.upload("settings-config&q=import", file("config", "c.xml", text));
+    EXPECT_EQ(answer.status, 422);
+    EXPECT_EQ(answer.alert(), "The action was not confirmed. Nothing was changed.");
+    EXPECT_EQ(savedText(), before);
+    EXPECT_FALSE(hasCopy());
+    EXPECT_EQ(me.page("network").field("hostname"), "desk-phone");
+}
+
+TEST_F(ConfigurationPage, NamesWhatAnImportDoes) {
+    const auto shows = [&](const std::string& text) {
+        return me.page("settings-config").text().find(text) != std::string::npos;
+    };
+    EXPECT_TRUE(shows("No call is under way."));
+    EXPECT_FALSE(shows("One call is under way"));
+    EXPECT_FALSE(shows("The present local copy is overwritten."));
+    event("command=ring");
+    import(exported());
+    EXPECT_TRUE(shows("The present local copy is overwritten."));
+    EXPECT_TRUE(shows("One call is under way. It goes on.")) << "and it did";
+    EXPECT_FALSE(shows("No call is under way."));
+}
+
 TEST_F(ConfigurationPage, RestoresTheLocalCopy) {
     import(with("desk-phone", "hall-phone"));
     restart();
     Visitor again(*container);
     again.signIn();
-    const Answer answer = again.submit("settings-config&q=localconfig&type=import");
+    const Answer answer = again.submit("settings-config&q=localconfig&type=import", kConfirmed);
     EXPECT_EQ(again.send(get(answer.location())).done(), "The local copy was restored.");
     EXPECT_EQ(again.page("network").field("hostname"), "desk-phone");
     EXPECT_EQ(saved()->settings.network.hostname, "desk-phone");
+}
+
+TEST_F(ConfigurationPage, RestoresOnlyAfterConfirmation) {
+    import(with("desk-phone", "hall-phone"));
+    const std::string before = savedText();
+    const Answer answer = me.submit("settings-config&q=localconfig&type=import");
+    EXPECT_EQ(answer.status, 422);
+    EXPECT_EQ(answer.alert(), "The action was not confirmed. Nothing was changed.");
+    EXPECT_EQ(savedText(), before);
+    EXPECT_EQ(me.page("network").field("hostname"), "hall-phone");
+}
+
+TEST_F(ConfigurationPage, SaysThatRestoringKeepsNothing) {
+    const std::string lost = "The current settings are replaced and not kept.";
+    EXPECT_EQ(me.page("settings-config").text().find(lost), std::string::npos);
+    import(exported());
+    EXPECT_NE(me.page("settings-config").text().find(lost), std::string::npos);
 }
 
 TEST_F(ConfigurationPage, RemovesTheLocalCopy) {
@@ -87,7 +130,7 @@ TEST_F(ConfigurationPage, RemovesTheLocalCopy) {
 
 TEST_F(ConfigurationPage, ReportsAMissingLocalCopy) {
     const std::string before = savedText();
-    const Answer answer = me.submit("settings-config&q=localconfig&type=import");
+    const Answer answer = me.submit("settings-config&q=localconfig&type=import", kConfirmed);
     EXPECT_EQ(answer.status, 422);
     EXPECT_EQ(answer.alert(), "There is no local copy.");
     EXPECT_EQ(savedText(), before);
@@ -132,12 +175,12 @@ TEST_F(ConfigurationPage, RejectsFilesThatAreTooLargeOrIncomplete) {
     EXPECT_EQ(import(large).status, 422);
     EXPECT_EQ(import(large).alert(), "The file is too large. The maximum size is 64 KiB.");
     const Request whole =
-        me.uploading("settings-config&q=import", file("config", "c.xml", exported()));
+        me.uploading("settings-config&q=import", file("config", "c.xml", exported()), kConfirmed);
     for (int cut : {0, 10, 200, 1000}) {
         const Answer answer = me.send(whole.cutOffAfter(static_cast<std::size_t>(cut)));
         EXPECT_TRUE(answer.status == 422 || answer.status == 403) << cut;
     }
-    const Answer none = me.upload("settings-config&q=import", file("config", "", ""));
+    const Answer none = me.upload("settings-config&q=import", file("config", "", ""), kConfirmed);
     EXPECT_EQ(none.status, 422);
     EXPECT_NE(none.text().find("config This is not a configuration file for this phone."),
               std::string::npos)
@@ -151,7 +194,7 @@ TEST_F(ConfigurationPage, RejectsImportsWithoutSigningIn) {
     const std::string text = with("desk-phone", "hall-phone");
     Visitor stranger(*container, "192.0.2.66");
     const Answer answer =
-        stranger.upload("settings-config&q=import", file("config", "c.xml", text));
+        stranger.upload("settings-config&q=import", file("config", "c.xml", text), kConfirmed);
     EXPECT_EQ(answer.status, 303);
     EXPECT_EQ(answer.location(), std::string(kSignInForm) + "&jumpto=settings-config");
     EXPECT_EQ(savedText(), before);

@@ -56,7 +56,7 @@ TEST_F(ContactsPreviewPage, PreviewsAndThenImportsAFile) {
     for (const char* row :
          {"5 Emil,abc Number: Use only digits, spaces and + * # ( ) -, with at least one digit.",
           "6 ?,1 The text is not encoded as UTF-8.", "7 Anna,102 Name: This entry already exists.",
-          "Changed Name Current number New number Anna 100 101",
+          "Changed Name Current numbers New numbers Anna 100 101",
           "New Name Number D\xC3\xB6ra, <b> 400"}) {
         EXPECT_NE(page.text().find(row), std::string::npos) << row << " in " << page.text();
     }
@@ -81,16 +81,83 @@ TEST_F(ContactsPreviewPage, OffersNoImportIfNothingWouldChange) {
     EXPECT_FALSE(page.leadsTo("/servlet?p=contacts-preview&q=apply"));
 }
 
-TEST_F(ContactsPreviewPage, ReportsWhyLinesOfOtherFilesAreRejected) {
-    upload("%PDF-1.7\n\"never closed,1\n");
+TEST_F(ContactsPreviewPage, ReportsOnceThatAFileIsNoList) {
+    for (const char* content :
+         {"%PDF-1.7\n\"never closed,1\n", "PK\x03\x04,a,b", "{\"a\": 1}", "\x89PNG\r\n\x1A\n,1"}) {
+        const Answer answer = upload(content);
+        EXPECT_EQ(answer.status, 422) << content;
+        EXPECT_EQ(answer.alert().substr(0, 31), "This file contains no contacts.") << content;
+        EXPECT_FALSE(isHeld()) << content;
+    }
+}
+
+TEST_F(ContactsPreviewPage, ReportsWhyLinesAreRejected) {
+    upload("Dora,\n\"never closed,1\n");
     EXPECT_EQ(counts(), "New 0 Changed 0 Unchanged 0 Rejected 2");
     const std::string text = me.page("contacts-preview").text();
-    EXPECT_NE(text.find("1 %PDF-1.7 Number: Please fill in this field."), std::string::npos)
-        << text;
+    EXPECT_NE(text.find("1 Dora, Number: Please fill in this field."), std::string::npos) << text;
     EXPECT_NE(text.find("2 \"never closed,1 The line does not have two columns, or a quotation "
                         "mark is missing."),
               std::string::npos)
         << text;
+}
+
+TEST_F(ContactsPreviewPage, ReadsWhatExcelWritesInEachLanguage) {
+    upload("\xEF\xBB\xBF"
+           "Name,Phone\r\nD\xC3\xB6ra,400\r\n");
+    me.submit("contacts-preview&q=apply");
+    upload("Name;Telefon;Mobil\r\nJ\xF6rg;500;\r\n");
+    me.submit("contacts-preview&q=apply");
+    me.page("language&to=zh");
+    upload("\xD0\xD5\xC3\xFB,\xCA\xD6\xBB\xFA\r\n\xCD\xF5\xB7\xBC,600\r\n");
+    me.submit("contacts-preview&q=apply");
+    EXPECT_NE(saved()->directory.find("Döra"), nullptr);
+    EXPECT_NE(saved()->directory.find("Jörg"), nullptr);
+    ASSERT_NE(saved()->directory.find("王芳"), nullptr);
+    EXPECT_EQ(saved()->directory.find("王芳")->mobile, "600");
+}
+
+TEST_F(ContactsPreviewPage, LetsTheUserCorrectTheColumns) {
+    upload("Who,Where,Which\nDora,Berlin,400\n");
+    EXPECT_EQ(counts(), "New 0 Changed 0 Unchanged 0 Rejected 2");
+    Answer page = me.page("contacts-preview");
+    EXPECT_EQ(page.field("name"), "0");
+    EXPECT_EQ(page.field("number"), "1");
+    EXPECT_EQ(me.submit("contacts-preview&q=columns",
+                        {{"name", "0"}, {"number", ""}, {"mobile", "2"}, {"home", "99"}})
+                  .location(),
+              "/servlet?p=contacts-preview");
+    EXPECT_EQ(counts(), "New 1 Changed 0 Unchanged 0 Rejected 1");
+    page = me.page("contacts-preview");
+    EXPECT_EQ(page.field("mobile"), "2");
+    EXPECT_NE(page.text().find("Name Number Dora 400 Mobile"), std::string::npos) << page.text();
+    me.submit("contacts-preview&q=apply");
+    EXPECT_EQ(saved()->directory.find("Dora")->mobile, "400");
+    EXPECT_EQ(me.submit("contacts-preview&q=columns", {{"name", "0"}}).alert(), kGone);
+}
+
+TEST_F(ContactsPreviewPage, ShowsALongPreviewInPages) {
+    std::string csv = "Emil,x\nAnna,101\n";
+    for (int i = 1001; i <= 2198; ++i) {
+        csv += "Name " + std::to_string(i) + "," + std::to_string(i) + "\n";
+    }
+    upload(csv);
+    EXPECT_EQ(counts(), "New 1198 Changed 1 Unchanged 0 Rejected 1");
+    const auto has = [](const Answer& page, const char* text) {
+        return page.text().find(text) != std::string::npos;
+    };
+    const Answer first = me.page("contacts-preview");
+    EXPECT_TRUE(has(first, "Anna 100 101") && has(first, "Emil,x") && has(first, "Name 1048 1048"));
+    EXPECT_FALSE(has(first, "Name 1049"));
+    EXPECT_TRUE(has(first, "Page 1 of 24 Next"));
+    const Answer second = me.page("contacts-preview&page=2");
+    EXPECT_TRUE(has(second, "Name 1049 1049") && has(second, "Name 1098 1098"));
+    EXPECT_FALSE(has(second, "Name 1048") || has(second, "Name 1099") || has(second, "Emil,x"));
+    for (const char* page : {"24", "25", "2147483647"}) {
+        const Answer last = me.page(std::string("contacts-preview&page=") + page);
+        EXPECT_TRUE(has(last, "Name 2198 2198") && has(last, "Previous Page 24 of 24")) << page;
+    }
+    EXPECT_TRUE(has(me.page("contacts-preview&page=0"), "Page 1 of 24"));
 }
 
 TEST_F(ContactsPreviewPage, DropsThePreviewWhenItsUserOpensAnotherPage) {

@@ -23,6 +23,7 @@ TEST_F(StatusWordBeforeSignIn, ReportsIdleToEveryone) {
 }
 
 TEST_F(StatusWordPage, ReportsProvisioning) {
+    setProvisioningServer();
     EXPECT_NE(me.page("settings-autop").text().find("Last run Never"), std::string::npos);
     const Answer answer = me.submit("settings-autop&now=true");
     EXPECT_EQ(answer.status, 200);
@@ -39,7 +40,10 @@ TEST_F(StatusWordPage, ReportsProvisioning) {
     EXPECT_EQ(notice(), "idle");
     EXPECT_EQ(busy(), "idle");
     advanceSeconds(60);
-    EXPECT_NE(me.page("settings-autop").text().find("Last run 0 d 00:01:00 ago"), std::string::npos)
+    EXPECT_NE(me.page("settings-autop")
+                  .text()
+                  .find("Last run 1 min ago https://provisioning.example.com/a"),
+              std::string::npos)
         << me.page("settings-autop").text();
 }
 
@@ -53,6 +57,7 @@ TEST_F(StatusWordPage, IgnoresRequestsOfVisitorsWhoAreNotSignedIn) {
 }
 
 TEST_F(StatusWordPage, AllowsOneProvisioningAtATime) {
+    setProvisioningServer();
     me.submit("settings-autop&now=true");
     const Answer answer = me.submit("settings-autop&now=true");
     EXPECT_EQ(answer.status, 409);
@@ -62,6 +67,7 @@ TEST_F(StatusWordPage, AllowsOneProvisioningAtATime) {
 }
 
 TEST_F(StatusWordPage, StaysCorrectAfterRequestsForOtherPages) {
+    setProvisioningServer();
     const char* const tasks[][2] = {{"settings-upgrade&q=reboot", "reboot"},
                                     {"settings-autop&now=true", "autoprovision"},
                                     {"settings-upgrade&q=reset", "reset"}};
@@ -81,6 +87,7 @@ TEST_F(StatusWordPage, StaysCorrectAfterRequestsForOtherPages) {
 }
 
 TEST_F(StatusWordPage, ReportsIdleAfterARefusedRequest) {
+    setProvisioningServer();
     for (const char* query :
          {"settings-upgrade&q=reboot", "settings-upgrade&q=reset", "settings-autop&now=true",
           "settings-config&q=localconfig&type=import", "settings-config&q=localconfig&type=remove",
@@ -96,14 +103,15 @@ TEST_F(StatusWordPage, ReportsIdleAfterARefusedRequest) {
 
 TEST_F(StatusWordPage, ReportsIdleAfterAnImmediateTask) {
     me.upload("settings-config&q=import",
-              kit::testing::file("config", "c.xml", me.page("settings-config&q=export").body));
+              kit::testing::file("config", "c.xml", me.page("settings-config&q=export").body),
+              kConfirmed);
     EXPECT_EQ(notice(), "idle");
-    me.submit("settings-config&q=localconfig&type=import");
+    me.submit("settings-config&q=localconfig&type=import", kConfirmed);
     EXPECT_EQ(notice(), "idle");
 }
 
 TEST_F(StatusWordPage, IsNotAffectedByEvents) {
-    me.submit("settings-upgrade&q=reboot");
+    me.submit("settings-upgrade&q=reboot", kConfirmed);
     event("key=1");
     event("command=ring&q=reboot");
     EXPECT_EQ(notice(), "reboot");

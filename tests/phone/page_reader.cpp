@@ -32,7 +32,8 @@ std::string inOneLine(const std::string& text) {
 std::map<std::string, std::string> attributesOf(const std::string& tag, std::size_t at) {
     std::map<std::string, std::string> attributes;
     while ((at = tag.find_first_not_of(" \t\r\n/", at)) != tag.npos) {
-        const auto end = std::min(tag.find_first_of("= \t\r\n/", at), tag.size());
+        // One character at least, since what is no page is read too.
+        const auto end = std::min(tag.find_first_of("= \t\r\n/", at + 1), tag.size());
         std::string& value = attributes[tag.substr(at, end - at)];
         at = end;
         if (tag.compare(at, 2, "=\"") == 0) {

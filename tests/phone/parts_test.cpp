@@ -4,6 +4,7 @@
 #include "json_reader.h"
 #include "model/temporary_folder.h"
 #include "page_reader.h"
+#include "recorder.h"
 #include "registration.h"
 #include "status_word.h"
 
@@ -27,7 +28,7 @@ std::string image(const std::string& version) {
 }
 
 LoggedEvent eventOfText(const std::string& text) {
-    return {"key", text, "192.0.2.1", 0, true};
+    return {"key", text, "192.0.2.1", 0, {}, EventResult::done};
 }
 
 } // namespace
@@ -47,8 +48,12 @@ TEST(EventLog, KeepsTheNewestAndCountsAll) {
 
 TEST(EventLog, CutsLongTextsBetweenCharacters) {
     EventLog log;
-    log.add({std::string(1000, 'n'), std::string(63, 'v') + "\xC3\xA9", std::string(65, 'a'), 0,
-             false});
+    log.add({std::string(1000, 'n'),
+             std::string(63, 'v') + "\xC3\xA9",
+             std::string(65, 'a'),
+             0,
+             {},
+             EventResult::notAllowed});
     const LoggedEvent event = log.recent().front();
     EXPECT_EQ(event.name.size(), EventLog::kMaxText);
     EXPECT_EQ(event.value, std::string(63, 'v'));
@@ -73,6 +78,32 @@ TEST(EventLog, IsThreadSafe) {
     }
     EXPECT_EQ(log.count(), 1000U);
     EXPECT_EQ(log.recent().size(), EventLog::kMaxEvents);
+}
+
+TEST(Recorder, AddsReadingsUntilItIsDestroyed) {
+    TemporaryFolder folder;
+    Phone phone({folder.file("state.xml"), folder.file("factory.csv"), folder.file("image"),
+                 folder.file("network")});
+    phone.events.add(eventOfText("before"));
+    {
+        const Recorder recorder(phone, std::chrono::milliseconds(1));
+        EXPECT_EQ(phone.history.since(0).events, 1U) << "the first reading is taken at once";
+        while (phone.history.since(0).next < 3) {
+            std::this_thread::yield();
+        }
+    }
+    const auto count = phone.history.since(0).next;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_EQ(phone.history.since(0).next, count);
+    EXPECT_GT(phone.history.since(0).samples.at(0).memoryUsed, 0U);
+}
+
+TEST(Recorder, DoesNotWaitForTheEndOfAnInterval) {
+    TemporaryFolder folder;
+    Phone phone({folder.file("state.xml"), folder.file("factory.csv"), folder.file("image"),
+                 folder.file("network")});
+    const Recorder recorder(phone);
+    EXPECT_EQ(phone.history.since(0).next, 0U);
 }
 
 TEST(LocalTimeText, UsesThePhonesTimeZone) {
@@ -132,10 +163,68 @@ TEST(Firmware, RunsTheInstalledImageFromTheNextStartOn) {
     EXPECT_EQ(check.fault, ImageFault::none);
     EXPECT_EQ(check.version, "9.8.7");
     EXPECT_EQ(firmware.version(), own);
-    EXPECT_EQ(folder.names(), std::vector<std::string>{"firmware.img"});
-    firmware.start();
+    EXPECT_EQ(firmware.waitingVersion(), "9.8.7");
+    EXPECT_EQ(folder.names(), std::vector<std::string>{"firmware.img.next"});
+    firmware.start("9.8.7");
     EXPECT_EQ(firmware.version(), "9.8.7");
+    EXPECT_EQ(firmware.waitingVersion(), "");
+    EXPECT_EQ(folder.names(), std::vector<std::string>{"firmware.img"});
     EXPECT_EQ(Firmware(folder.file("firmware.img")).version(), "9.8.7");
+}
+
+TEST(Firmware, ReplacesAWaitingImageByALaterOne) {
+    TemporaryFolder folder;
+    Firmware firmware(folder.file("firmware.img"));
+    for (const char* version : {"9.8.7", "9.8.8"}) {
+        writeTextFile(folder.file("received"), image(version));
+        firmware.install(folder.file("received"));
+    }
+    EXPECT_EQ(firmware.waitingVersion(), "9.8.8");
+    EXPECT_EQ(Firmware(folder.file("firmware.img")).version(), "9.8.8") << "a start of the daemon";
+}
+
+TEST(Firmware, KeepsTheRunningImageWhenTheWaitingOneIsDiscarded) {
+    TemporaryFolder folder;
+    Firmware firmware(folder.file("firmware.img"));
+    writeTextFile(folder.file("received"), image("9.8.7"));
+    firmware.install(folder.file("received"));
+    firmware.start("9.8.7");
+    writeTextFile(folder.file("received"), image("9.8.8"));
+    firmware.install(folder.file("received"));
+    EXPECT_TRUE(firmware.discard());
+    EXPECT_EQ(firmware.waitingVersion(), "");
+    EXPECT_EQ(folder.names(), std::vector<std::string>{"firmware.img"});
+    firmware.start("");
+    EXPECT_EQ(firmware.version(), "9.8.7");
+    EXPECT_TRUE(firmware.discard()) << "nothing is waiting";
+}
+
+TEST(Firmware, LetsAnImageWaitThatWasNotNamed) {
+    TemporaryFolder folder;
+    Firmware firmware(folder.file("firmware.img"));
+    const std::string own = firmware.version();
+    writeTextFile(folder.file("received"), image("9.8.8"));
+    firmware.install(folder.file("received"));
+    for (const char* named : {"9.8.7", "", "9.8.80"}) {
+        firmware.start(named);
+        EXPECT_EQ(firmware.version(), own) << named;
+        EXPECT_EQ(firmware.waitingVersion(), "9.8.8") << named;
+    }
+    firmware.start("9.8.8");
+    EXPECT_EQ(firmware.version(), "9.8.8");
+}
+
+TEST(Firmware, DoesNotRunAWaitingImageThatWasDamagedMeanwhile) {
+    TemporaryFolder folder;
+    Firmware firmware(folder.file("firmware.img"));
+    const std::string own = firmware.version();
+    writeTextFile(folder.file("received"), image("9.8.7"));
+    firmware.install(folder.file("received"));
+    writeTextFile(folder.file("firmware.img.next"), image("9.8.7").substr(1));
+    firmware.start("9.8.7");
+    EXPECT_EQ(firmware.version(), own);
+    EXPECT_EQ(firmware.waitingVersion(), "");
+    EXPECT_TRUE(folder.names().empty());
 }
 
 TEST(Firmware, RejectsAnInvalidImage) {
@@ -146,7 +235,7 @@ TEST(Firmware, RejectsAnInvalidImage) {
     EXPECT_NE(firmware.install(folder.file("received")).fault, ImageFault::none);
     EXPECT_TRUE(folder.names().empty()) << "the received file is removed";
     EXPECT_EQ(firmware.install(folder.file("missing")).fault, ImageFault::unreadable);
-    firmware.start();
+    firmware.start("");
     EXPECT_EQ(firmware.version(), own);
 }
 

@@ -9,7 +9,8 @@
 using namespace kit::testing;
 
 Answer Visitor::send(const Request& request) {
-    return Answer(m_browser.send(request.variable("DOCUMENT_ROOT", DEVICE_WWW)));
+    Request sent = Request(request).variable("DOCUMENT_ROOT", DEVICE_WWW);
+    return Answer(m_browser.send(m_host.empty() ? sent : sent.variable("HTTP_HOST", m_host)));
 }
 
 Answer Visitor::signIn(const std::string& password, const std::string& user) {
@@ -33,8 +34,13 @@ Answer Visitor::submit(const std::string& query, Fields fields) {
     return submitWithoutToken(query, fields);
 }
 
-Request Visitor::uploading(const std::string& query, const Part& file) const {
-    return post("/servlet?p=" + query).multipart({field("token", m_token), file});
+Request Visitor::uploading(const std::string& query, const Part& file, const Fields& fields) const {
+    std::vector<Part> parts{field("token", m_token)};
+    for (const auto& [name, value] : fields) {
+        parts.push_back(field(name, value));
+    }
+    parts.push_back(file);
+    return post("/servlet?p=" + query).multipart(parts);
 }
 
 PhoneFixture::PhoneFixture() {
@@ -69,4 +75,11 @@ void PhoneFixture::repairTheDisk() {
 
 std::shared_ptr<const phone::State> PhoneFixture::saved() const {
     return phone::Device({folder.file("phone/state.xml"), ""}).state();
+}
+
+void SignedInFixture::setProvisioningServer() {
+    EXPECT_EQ(me.submit("settings-autop&q=save", {{"server", "https://provisioning.example.com/a"}})
+                  .status,
+              303);
+    me.page("settings-autop"); // shows the message, once
 }

@@ -30,6 +30,8 @@ using kit::testing::Request;
 
 constexpr const char* kFactoryPassword = "admin";
 constexpr const char* kPassword = "garden gate"; // which the owner has set
+// The field of a form that asks for a confirmation.
+const Fields kConfirmed{{"confirm", "1"}};
 constexpr const char* kSignInForm = "/servlet?p=login&q=loginForm";
 
 // A response and the page in it.
@@ -42,9 +44,11 @@ struct Answer : kit::testing::Response, PageReader {
 // A user with a browser.
 class Visitor {
 public:
+    // `host` is the name or address under which the browser opens the phone; empty for the usual.
     explicit Visitor(kit::testing::Runner& runner,
-                     const std::string& address = kit::testing::kClientAddress)
-        : m_browser(runner, address) {}
+                     const std::string& address = kit::testing::kClientAddress,
+                     std::string host = "")
+        : m_browser(runner, address), m_host(std::move(host)) {}
 
     Answer send(const Request& request);
 
@@ -61,10 +65,12 @@ public:
     Answer submitWithoutToken(const std::string& query, const Fields& fields = {}) {
         return send(post("/servlet?p=" + query).form(fields));
     }
-    Answer upload(const std::string& query, const kit::testing::Part& file) {
-        return send(uploading(query, file));
+    Answer upload(const std::string& query, const kit::testing::Part& file,
+                  const Fields& fields = {}) {
+        return send(uploading(query, file, fields));
     }
-    Request uploading(const std::string& query, const kit::testing::Part& file) const;
+    Request uploading(const std::string& query, const kit::testing::Part& file,
+                      const Fields& fields = {}) const;
 
     const std::string& token() const { return m_token; }
     std::optional<std::string> cookie(const std::string& name) const {
@@ -73,6 +79,7 @@ public:
 
 private:
     kit::testing::Browser m_browser;
+    std::string m_host;
     std::string m_token;
 };
 
@@ -97,6 +104,7 @@ protected:
     // Returns the content of the files with the state and the password.
     std::string savedText() const {
         return textOfFile(folder.file("phone/state.xml")) +
+               textOfFile(folder.file("phone/changes.xml")) +
                textOfFile(folder.file("phone/password.1")) +
                textOfFile(folder.file("phone/password.2"));
     }
@@ -122,6 +130,9 @@ protected:
 class SignedInFixture : public PhoneFixture {
 protected:
     SignedInFixture() : me(*container) { EXPECT_EQ(me.signIn().location(), "/servlet?p=status"); }
+
+    // Saves the address of the server that a provisioning needs.
+    void setProvisioningServer();
 
     Visitor me;
 };

@@ -65,8 +65,9 @@ protected:
         const std::string text = me.page("phone").text();
         const std::string before = "On the display ";
         const auto begin = text.find(before) + before.size();
-        const std::string shown = text.substr(begin, text.find(" Lamps") - begin);
-        return shown.substr(0, shown.find(" –")); // which the page shows for an empty line
+        const std::string shown = text.substr(begin, text.find(" Line keys") - begin);
+        // The buttons below the display.
+        return shown.substr(0, std::min(shown.find(" Answer"), shown.find(" Hang up")));
     }
 };
 

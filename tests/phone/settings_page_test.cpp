@@ -81,17 +81,6 @@ TEST_F(SettingsPages, SaveTheNetworkSettings) {
     EXPECT_EQ(again.page("network").field("address"), "192.168.1.20");
 }
 
-TEST_F(SettingsPages, LinkToTheStaticAddressOnceItIsSaved) {
-    const char* const there = "//192.168.1.20/servlet?p=network";
-    me.submit("network", kStatic);
-    EXPECT_TRUE(me.page("network").leadsTo(there));
-    EXPECT_FALSE(me.page("network").leadsTo(there)) << "shown only after saving";
-    me.submit("network", with(kStatic, "mode", "dhcp"));
-    const Answer page = me.page("network");
-    EXPECT_EQ(page.done(), "Saved.");
-    EXPECT_FALSE(page.leadsTo(there)) << "DHCP chooses the address";
-}
-
 // The attack: a link makes the phone say that it did something.
 TEST_F(SettingsPages, SayNothingThatTheAddressSays) {
     for (const char* address :

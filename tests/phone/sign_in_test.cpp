@@ -2,6 +2,7 @@
 #include "phone_test.h"
 
 #include <functional>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 
@@ -58,6 +59,69 @@ TEST_F(SignInPage, RedirectsToThePageThatWasRequested) {
         EXPECT_EQ(answer.location(), std::string("/servlet?p=") + id);
         EXPECT_EQ(ann.page(id).status, 200) << id;
     }
+}
+
+TEST_F(SignInPage, ReturnsToTheWholeAddress) {
+    const std::string view(200, 'x');
+    struct {
+        std::string asked, back, reached;
+    } const cases[] = {
+        {"accounts&acc=1", "accounts&view=acc%3D1", "accounts&acc=1"},
+        {"contacts&page=2&a%26b=%25&q=all", "contacts&view=page%3D2%26a%2526b%3D%2525",
+         "contacts&page=2&a%26b=%25"},
+        {"settings-autop&now=true&token=x&jumpto=status", "settings-autop", "settings-autop"},
+        {"status&" + view, "status&view=" + view, "status&" + view},
+        {"status&x" + view, "status", "status"},
+        {"status&a=(b)", "status", "status"},
+    };
+    for (const auto& [asked, back, reached] : cases) {
+        Visitor ann(*container);
+        const Answer refused = ann.page(asked);
+        EXPECT_EQ(refused.location(), std::string(kSignInForm) + "&jumpto=" + back) << asked;
+        const Answer form = ann.send(get(refused.location()));
+        EXPECT_TRUE(form.leadsTo("/servlet?p=language&to=de&back=login&jumpto=" + back)) << asked;
+        EXPECT_EQ(ann.page("language&to=en&back=login&jumpto=" + back).location(),
+                  refused.location());
+        const Answer answer = ann.submitSignIn({{"user", "admin"},
+                                                {"password", kPassword},
+                                                {"jumpto", *form.field("jumpto")},
+                                                {"view", *form.field("view")}});
+        EXPECT_EQ(answer.location(), "/servlet?p=" + reached);
+        for (const char* same : {"login&q=loginForm&jumpto=", "language&to=en&back="}) {
+            EXPECT_EQ(ann.page(same + back).location(), "/servlet?p=" + reached) << same;
+        }
+    }
+}
+
+// The attack: a link to the sign-in form leads the user to another site afterwards.
+TEST_F(SignInPage, ReturnsToNoOtherSite) {
+    for (const char* view : {"//example.com", "x%0d%0aLocation:%20//example.com", "x%22%3E",
+                             "a%20b", "javascript:1", "%23"}) {
+        const std::string more = std::string("&jumpto=status&view=") + view;
+        Visitor ann(*container);
+        const Answer form = ann.page("login&q=loginForm" + more);
+        EXPECT_EQ(form.field("view").value_or(""), "") << view;
+        const Answer answer = ann.submitSignIn({{"user", "admin"}, {"password", kPassword}}, more);
+        EXPECT_TRUE(answer.status == 404 || answer.location() == "/servlet?p=status") << view;
+    }
+}
+
+TEST_F(SignInPage, SaysThatASessionHasEnded) {
+    Visitor ann(*container);
+    EXPECT_EQ(ann.send(get(ann.page("audio").location())).done(), "") << "there was none";
+    ann.signIn();
+    advanceSeconds(600);
+    const Answer refused = ann.submit("accounts&q=save&acc=1", {{"label", "Hall"}});
+    EXPECT_EQ(refused.location(),
+              std::string(kSignInForm) + "&jumpto=accounts&view=acc%3D1&ended=1");
+    const Answer form = ann.send(get(refused.location()));
+    EXPECT_NE(form.done().find("You are no longer signed in."), std::string::npos);
+    EXPECT_EQ(form.field("ended"), "1") << "for the form after a wrong password";
+
+    ann.signIn();
+    ann.submit("login&q=logout");
+    EXPECT_EQ(ann.page("audio").location(), std::string(kSignInForm) + "&jumpto=audio")
+        << "the user has ended it";
 }
 
 TEST_F(SignInPage, RedirectsToPagesOfThePhoneOnly) {
@@ -119,8 +183,9 @@ TEST_F(SignInPage, ChecksAgainThatThePasswordIsTheSame) {
     Visitor ann(*container);
     ann.page("login&q=loginForm");
     beforeNextToken = [&] {
-        const Fields change{
-            {"oldPassword", kPassword}, {"newPassword", "12345678"}, {"repeat", "12345678"}};
+        const Fields change{{"oldPassword", kPassword},
+                            {"newPassword", "quiet harbour"},
+                            {"repeat", "quiet harbour"}};
         std::thread([&] {
             EXPECT_EQ(owner.submit("security&q=password", change).status, 303);
         }).join();
@@ -234,6 +299,18 @@ TEST_F(SignInPage, BelongsToTheBrowserThatSignedIn) {
     EXPECT_EQ(ann.page("status").status, 200);
 }
 
+// In the frame of strangers, with a way on and nothing that only signed-in users see.
+TEST_F(SignInPage, SaysThatItHasFailed) {
+    beforeNextToken = [] { throw std::runtime_error("no random bytes"); };
+    const Answer answer = Visitor(*container).page("login&q=loginForm");
+    EXPECT_EQ(answer.status, 500);
+    EXPECT_EQ(answer.title(), "Something went wrong");
+    EXPECT_TRUE(answer.leadsTo(kSignInForm));
+    EXPECT_TRUE(answer.leadsTo("/servlet?p=language&to=de&back=login"));
+    EXPECT_FALSE(answer.leadsTo("/servlet?p=audio"));
+    EXPECT_FALSE(answer.field("token"));
+}
+
 TEST_F(SignInPage, RedirectsSignedInUsers) {
     Visitor ann(*container);
     ann.signIn();
@@ -298,6 +375,13 @@ TEST_F(SignOut, RequiresTheToken) {
 
 TEST_F(SignInPage, AcceptsASignOutWithoutASession) {
     EXPECT_EQ(Visitor(*container).submitWithoutToken("login&q=logout").location(), kSignInForm);
+}
+
+// The browser follows it without the cookies, and would remove those that the answer names.
+TEST_F(SignInPage, RemovesNoCookieForALinkOfAnotherSite) {
+    const Answer answer = Visitor(*container).page("login&q=logout");
+    EXPECT_EQ(answer.location(), kSignInForm);
+    EXPECT_EQ(answer.header("Set-Cookie").value_or("").find("signIn="), std::string::npos);
 }
 
 TEST_F(SignInPage, SignsOutOneSessionOnly) {

@@ -8,6 +8,11 @@ namespace {
 
 class StatusPage : public SignedInFixture {
 protected:
+    // Makes the uptime 0.
+    void restartThePhone() {
+        me.submit("settings-upgrade&q=reboot", kConfirmed);
+        kit::testing::test_clock::advanceSeconds(8);
+    }
     std::map<std::string, std::string> data() { return readJson(me.page("status-data").body); }
 };
 
@@ -37,7 +42,65 @@ TEST_F(StatusPage, ShowsTheUptime) {
     const std::string before = data().at("uptime.seconds");
     kit::testing::test_clock::advanceSeconds(90);
     EXPECT_EQ(data().at("uptime.seconds"), std::to_string(std::stol(before) + 90));
-    EXPECT_NE(me.page("status").text().find(data().at("uptime.text")), std::string::npos);
+}
+
+TEST_F(StatusPage, ShowsDurationsInTheLargestTwoUnits) {
+    restartThePhone();
+    event("key=OK");
+    const struct {
+        long seconds;
+        const char* uptime;
+        const char* ago;
+    } cases[] = {
+        {0, "less than a minute", "just now"},
+        {59, "less than a minute", "just now"},
+        {60, "1 min", "1 min ago"},
+        {59 * 60 + 59, "59 min", "59 min ago"},
+        {3600, "1 h", "1 h ago"},
+        {3 * 3600 + 5 * 60, "3 h 5 min", "3 h ago"},
+        {86400 + 60, "1 day", "1 day ago"},
+        {2 * 86400 + 3 * 3600 + 5 * 60, "2 days 3 h", "2 days ago"},
+    };
+    long now = 0;
+    for (const auto& each : cases) {
+        kit::testing::test_clock::advanceSeconds(static_cast<int>(each.seconds - now));
+        now = each.seconds;
+        Visitor visitor(*container);
+        visitor.signIn();
+        const std::string text = visitor.page("status").text();
+        EXPECT_NE(text.find(std::string("Uptime ") + each.uptime + " Network"), std::string::npos)
+            << text;
+        EXPECT_NE(text.find(std::string("Result ") + each.ago + " "), std::string::npos) << text;
+    }
+}
+
+TEST_F(StatusPage, SaysDurationsInTheLanguageOfTheRequest) {
+    restartThePhone();
+    event("key=OK");
+    kit::testing::test_clock::advanceSeconds(2 * 86400 + 3600);
+    const struct {
+        const char* language;
+        const char* uptime;
+        const char* ago;
+    } cases[] = {{"de", "2 Tage 1 Std.", "vor 2 Tagen"}, {"zh", "2 天 1 小时", "2 天前"}};
+    for (const auto& each : cases) {
+        Visitor visitor(*container);
+        visitor.signIn();
+        const std::string text =
+            visitor.send(get("/servlet?p=status").header("Accept-Language", each.language)).text();
+        EXPECT_NE(text.find(each.uptime), std::string::npos) << text;
+        EXPECT_NE(text.find(each.ago), std::string::npos) << text;
+    }
+}
+
+TEST_F(StatusPage, ServesTheHistoryToPagesThatAskForIt) {
+    EXPECT_EQ(data().count("history.next"), 0U);
+    for (const char* since : {"0", "7", "99999999999999999999999", "-1", "x", ""}) {
+        const auto values = readJson(me.page(std::string("status-data&since=") + since).body);
+        EXPECT_EQ(values.at("history.next"), "0") << since;
+        EXPECT_EQ(values.at("history.events"), "0") << since;
+        EXPECT_EQ(values.count("history.samples[0][0]"), 0U) << since;
+    }
 }
 
 TEST_F(StatusPage, ShowsTheRegistrationOfTheAccounts) {
@@ -70,8 +133,9 @@ TEST_F(StatusPage, ServesLiveDataAsJson) {
     EXPECT_EQ(values.count("traffic.received"), 1U);
     EXPECT_EQ(values.count("traffic.sent"), 1U);
     EXPECT_EQ(values.at("events.count"), "0");
-    EXPECT_EQ(values.at("desk.line1"), "Line 1");
-    EXPECT_EQ(values.at("desk.line2"), "Ready");
+    EXPECT_EQ(values.at("desk.lineLabel"), "Line 1");
+    EXPECT_EQ(values.at("desk.screen"), "ready");
+    EXPECT_EQ(values.at("desk.digits"), "");
     EXPECT_EQ(values.at("desk.state"), "idle");
     EXPECT_EQ(values.at("desk.key"), "");
     EXPECT_EQ(values.at("desk.presses"), "0");
@@ -94,12 +158,12 @@ TEST_F(StatusPage, ShowsEventsFromAllowedAddresses) {
     EXPECT_EQ(answer.status, 200);
     EXPECT_EQ(answer.body, "OK\n");
     EXPECT_EQ(data().at("desk.state"), "dialing");
-    EXPECT_EQ(data().at("desk.line2"), "5");
+    EXPECT_EQ(data().at("desk.digits"), "5");
     EXPECT_EQ(event("key=CANCEL").status, 200);
     EXPECT_EQ(event("key=CANCEL").status, 200);
     EXPECT_EQ(event("number=%2B49%2030%20555").status, 200);
     EXPECT_EQ(data().at("desk.state"), "talking");
-    EXPECT_EQ(data().at("desk.line2"), "+49 30 555");
+    EXPECT_EQ(data().at("desk.digits"), "+49 30 555");
     EXPECT_EQ(event("command=hangup").status, 200);
     EXPECT_EQ(event("command=ring").status, 200);
     EXPECT_EQ(data().at("desk.state"), "ringing");
@@ -118,7 +182,8 @@ TEST_F(StatusPage, RefusesEventsFromOtherAddresses) {
     EXPECT_EQ(values.at("events.recent[1].name"), "command");
     EXPECT_EQ(values.at("events.recent[1].value"), "ring");
     EXPECT_EQ(values.at("events.recent[1].from"), "192.0.2.66");
-    EXPECT_EQ(values.at("events.recent[1].followed"), "false");
+    EXPECT_EQ(values.at("events.recent[1].result"), "notAllowed");
+    EXPECT_NE(me.page("status").text().find("command ring 192.0.2.66 Refused"), std::string::npos);
 }
 
 TEST_F(StatusPage, RefusesEventsOfSignedInUsersFromOtherAddresses) {
@@ -134,7 +199,7 @@ TEST_F(StatusPage, ReportsEventsThatCannotBeCarriedOut) {
         EXPECT_EQ(answer.status, 400) << query;
         EXPECT_EQ(answer.body, "Unknown command, or not possible in the current call state.\n")
             << query;
-        EXPECT_EQ(data().at("events.recent[0].followed"), "false") << query;
+        EXPECT_EQ(data().at("events.recent[0].result"), "notPossible") << query;
     }
     EXPECT_EQ(data().at("events.recent[0].name"), "csta");
     EXPECT_EQ(data().at("events.recent[0].value"), "");
@@ -163,7 +228,7 @@ TEST_F(StatusPage, ShowsTheNewestEventsFirstAndCountsAll) {
     EXPECT_EQ(values.at("events.count"), "50");
     EXPECT_EQ(values.at("events.recent[0].value"), "hangup");
     EXPECT_EQ(values.at("events.recent[1].value"), "125");
-    EXPECT_EQ(values.at("events.recent[1].followed"), "true");
+    EXPECT_EQ(values.at("events.recent[1].result"), "done");
     EXPECT_EQ(values.at("events.recent[19].value"), "116");
     EXPECT_EQ(values.count("events.recent[20].value"), 0U);
     const std::string text = me.page("status").text();

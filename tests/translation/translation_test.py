@@ -77,6 +77,23 @@ def test_the_markup_itself_stays_as_it_is(translation):
     assert translation.page("en") == page.replace("{{t}}", "x")
 
 
+def test_the_indentation_is_left_out(translation):
+    for language in ("en", "de"):
+        translation.texts(language, "t = x\n")
+    translation.template('  <ul>\n\t <li>{{t}}  <b>y</b>\r\n    </ul> \n')
+    assert translation.run().returncode == 0
+    assert translation.page("en") == '<ul>\n<li>x  <b>y</b>\n</ul> \n'
+
+
+def test_the_help_of_a_field_is_a_paragraph_that_it_can_name(translation):
+    translation.texts("en", "help.form-a.port = 1–65535 & no more\n")
+    translation.texts("de", "help.form-a.port = 1–65535 & nicht mehr\n")
+    translation.template("  <input id=port>\n  {{help:port}}\n", "form-a.html")
+    assert translation.run().returncode == 0
+    assert translation.page("de", "form-a.html") == \
+        '<input id=port>\n<p class="hint" id="port-hint">1–65535 &amp; nicht mehr</p>\n'
+
+
 def test_a_name_in_braces_stands_for_a_variable(translation):
     translation.texts("en", "t = At most {limit}.\n")
     translation.texts("de", "t = Höchstens {limit}.\n")

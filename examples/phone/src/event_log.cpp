@@ -4,6 +4,18 @@
 
 namespace phone {
 
+const char* nameOf(EventResult result) {
+    switch (result) {
+    case EventResult::done:
+        return "done";
+    case EventResult::notAllowed:
+        return "notAllowed";
+    case EventResult::notPossible:
+        return "notPossible";
+    }
+    return "";
+}
+
 std::string localTimeText(std::time_t time) {
     std::tm parts{};
     char text[32] = "";

@@ -2,6 +2,7 @@
 #ifndef EVENT_LOG_H
 #define EVENT_LOG_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -13,12 +14,19 @@
 
 namespace phone {
 
+// What became of an event.
+enum class EventResult { done, notAllowed, notPossible };
+
+// Returns "done", "notAllowed" or "notPossible". Never null.
+const char* nameOf(EventResult result);
+
 struct LoggedEvent {
     std::string name;
     std::string value;
     std::string remoteAddress;
     std::time_t time;
-    bool followed; // whether the phone carried it out
+    std::chrono::seconds moment; // on the clock systemClock(), which is never set
+    EventResult result;
 };
 
 // Returns the time as "2026-11-21 13:05:00", in the phone's time zone.

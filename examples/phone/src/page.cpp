@@ -1,5 +1,6 @@
 #include "page.h"
 
+#include "address.h"
 #include "language.h"
 
 #include "kit/flash.h"
@@ -9,14 +10,15 @@
 namespace phone {
 namespace {
 
-constexpr const char* kPageIds[] = {"status",         "phone",           "accounts",
-                                    "network",        "audio",           "contacts",
-                                    "security",       "settings-config", "settings-upgrade",
-                                    "settings-autop", "contacts-preview"};
+constexpr const char* kPageIds[] = {
+    "status",           "phone",    "accounts",        "network",          "audio",
+    "contacts",         "security", "settings-config", "settings-upgrade", "settings-autop",
+    "contacts-preview", "log"};
 
 } // namespace
 
 const char* const kSignInForm = "/servlet?p=login&q=loginForm";
+const char* const kStatusPage = "/servlet?p=status";
 
 bool isPageId(std::string_view id) {
     for (const char* known : kPageIds) {
@@ -27,9 +29,46 @@ bool isPageId(std::string_view id) {
     return false;
 }
 
-void LocalPage::show(kit::Request& request, kit::Response& response, const char* name,
-                     kit::Variables variables) {
+std::string_view pageToGoTo(kit::Request& request) {
+    const std::string_view page = request.parameter("jumpto").value_or("");
+    return isPageId(page) ? page : "";
+}
+
+std::string landingPage(kit::Request& request) {
+    const std::string_view page = pageToGoTo(request);
+    return page.empty() ? kStatusPage : addressOf(page, viewAskedFor(request));
+}
+
+void PageWriter::show(kit::Request& request, kit::Response& response, const char* name,
+                      kit::Variables variables) {
     response.show(languageOf(request) + "/" + name, std::move(variables));
+}
+
+kit::Variables PageWriter::frame(kit::Request& request, const kit::SignIn& signIn) const {
+    const auto state = m_phone.device.state();
+    kit::Variables variables;
+    variables.set("user", signIn.user)
+        .set("token", signIn.token)
+        .set("page", request.page())
+        .set("here", returnTo(request.page(), viewOf(request)))
+        .set("sessionIdle", state->settings.web.idleSeconds)
+        .set("factoryPassword", state->settings.web.factoryPassword);
+    return variables;
+}
+
+void PageWriter::refuse(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) {
+    kit::Variables variables = frame(request, signIn);
+    if (isPageId(request.page())) {
+        variables.set("again", addressOf(request.page(), viewOf(request)));
+    }
+    response.status(403);
+    show(request, response, "refused.html", std::move(variables));
+}
+
+void PageWriter::showMessage(kit::Request& request, kit::Response& response,
+                             const kit::SignIn& signIn, int status, const char* code) {
+    response.status(status);
+    show(request, response, "message.html", frame(request, signIn).set("code", code));
 }
 
 void SignedInPage::answer(kit::Request& request, kit::Response& response) {
@@ -38,17 +77,6 @@ void SignedInPage::answer(kit::Request& request, kit::Response& response) {
     } else {
         response.seeOther(kSignInForm);
     }
-}
-
-kit::Variables SignedInPage::frame(kit::Request& request, const kit::SignIn& signIn) const {
-    const auto state = m_phone.device.state();
-    kit::Variables variables;
-    variables.set("user", signIn.user)
-        .set("token", signIn.token)
-        .set("page", request.page())
-        .set("sessionIdle", state->settings.web.idleSeconds)
-        .set("factoryPassword", state->settings.web.factoryPassword);
-    return variables;
 }
 
 bool SignedInPage::mayChange(kit::Request& request, kit::Response& response,
@@ -60,18 +88,6 @@ bool SignedInPage::mayChange(kit::Request& request, kit::Response& response,
     }
     refuse(request, response, signIn);
     return false;
-}
-
-void SignedInPage::refuse(kit::Request& request, kit::Response& response,
-                          const kit::SignIn& signIn) {
-    response.status(403);
-    show(request, response, "refused.html", frame(request, signIn));
-}
-
-void SignedInPage::showMessage(kit::Request& request, kit::Response& response,
-                               const kit::SignIn& signIn, int status, const char* code) {
-    response.status(status);
-    show(request, response, "message.html", frame(request, signIn).set("code", code));
 }
 
 void addForm(kit::Variables& variables, const Values& values, const Errors& errors) {

@@ -9,7 +9,8 @@ namespace phone {
 
 Files deviceFiles() {
     const std::string data = DEVICE_ROOT "/phone/data/";
-    return {data + "state.xml", DEVICE_ROOT "/phone/factory/contacts.csv", data + "firmware.img"};
+    return {data + "state.xml", DEVICE_ROOT "/phone/factory/contacts.csv", data + "firmware.img",
+            data + "network-trial.xml"};
 }
 
 } // namespace phone

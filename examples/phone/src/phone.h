@@ -8,7 +8,9 @@
 #include "kit/sign_in.h"
 #include "model/desk_phone.h"
 #include "model/device.h"
+#include "model/history.h"
 #include "model/maintenance.h"
+#include "model/network_trial.h"
 #include "status_word.h"
 
 #include <mutex>
@@ -22,16 +24,21 @@ struct Files {
     std::string state;
     std::string factoryContacts;
     std::string firmwareImage;
+    std::string networkTrial;
 };
 
 // Returns the paths below /phone on the device.
 Files deviceFiles();
 
+// The cookie of those who are signed in, or were before their session ended.
+constexpr const char* kKeyCookie = "signIn";
+
 // The members are thread-safe and outlive every page, listener and session.
 struct Phone {
-    explicit Phone(Files where, Maintenance::Clock clock = systemClock)
+    explicit Phone(Files where, const Maintenance::Clock& clock = systemClock)
         : files(std::move(where)), device({files.state, files.factoryContacts}),
-          firmware(files.firmwareImage), maintenance(std::move(clock)) {
+          network(device, files.networkTrial, clock), firmware(files.firmwareImage),
+          maintenance(clock) {
         kit::HostNames::accept(
             [this](const std::string& name) { return isHostName(name, device.state()->settings); });
     }
@@ -41,14 +48,17 @@ struct Phone {
 
     const Files files;
     Device device;
+    NetworkTrial network; // changes of the network settings go through it
     Firmware firmware;
     Maintenance maintenance;
     DeskPhone desk;
     EventLog events;
+    History history;
     StatusWord statusWord;
-    kit::SignIns signIns;
-    // Locked while an upload is received. Use try_lock only: there are few request loops, and
-    // clients that send slowly must not block all of them.
+    kit::SignIns signIns{kKeyCookie};
+    // Locked while an upload is received, or a backup is encrypted or decrypted: each takes much
+    // memory. Use try_lock only: there are few request loops, and clients that send slowly, or ask
+    // for one backup after the other, must not block all of them.
     std::mutex receiving;
 };
 

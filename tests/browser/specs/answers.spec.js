@@ -1,21 +1,24 @@
 // Every error message and every result of a form, in each language and without script.
+import { rename } from 'node:fs/promises';
 import { kLanguages, textIn } from '../support/languages.js';
-import { errorOf, expectSignedOut, field, file, fill, fillSignIn, formOf, image, kAdmin, open,
-    postSignIn, resultMessage, signIn } from '../support/phone.js';
+import { addContact, confirmAndSend, errorOf, expectSignedOut, field, file, fill, fillSignIn, formOf,
+    get, image, kAdmin, open, postSignIn, resultMessage, signIn } from '../support/phone.js';
 import { expect, startWithNewPhone, test as base } from '../support/test.js';
 
 const test = base.extend({
     javaScriptEnabled: false,
 
     // axe-core is a script, so it runs in a second browser context that allows scripts and gets the
-    // same response without app.js. It is slow and finds the same in every language: one is enough.
+    // same response without the page's scripts. It is slow and finds the same in every language: one
+    // is enough.
     check: async ({ visit, check, watches, language }, use) => {
         if (language !== kLanguages[0]) {
             await use((page) => check(page, { schemes: [] }));
             return;
         }
         const reader = await visit({ javaScriptEnabled: true });
-        await reader.route('**/app.js*', (route) => route.fulfill({ body: '' }));
+        await reader.route('**/*.js*', (route) => route.fulfill({
+            contentType: 'text/javascript', body: '' }));
         await use(async (page) => {
             const body = await watches.get(page.context()).documentOf(page).body();
             await reader.route(page.url(), (route) => route.fulfill({
@@ -27,16 +30,20 @@ const test = base.extend({
 });
 
 // Sends the form without the browser's validation, so that only the phone checks it.
-async function send(page, values) {
+async function send(page, values, isConfirmed = false) {
     const form = formOf(page, Object.keys(values)[0]);
     await form.evaluate((element) => { element.noValidate = true; });
     for (const [name, value] of Object.entries(values)) {
         await (value.buffer ? field(page, name).setInputFiles(value) : fill(page, { [name]: value }));
     }
+    if (isConfirmed) {
+        await form.locator('[name=confirm]').check();
+    }
     await form.locator('button:not([type=button])').first().click();
 }
 
-const action = (page, query) => page.locator(`#main form[action$="${query}"] button`).first();
+const action = (page, query) => page.locator(`#main form[action$="${query}"] button`)
+    .locator('visible=true').first();
 
 for (const language of kLanguages) {
     test.describe(`in ${language}`, () => {
@@ -97,20 +104,27 @@ for (const language of kLanguages) {
         test('the contacts page shows errors and results', async ({ page, check, expectStatus }) => {
             await signIn(page);
             await open(page, 'contacts');
-            const remove = page.locator('form[action$="q=remove"] button').first();
-            const [other, name] = [await page.context().newPage(), 'Aaron Aaronson'];
-            await send(page, { name, number: '1' });
+            const remove = (on) => on.locator('button[form=remove]').first();
+            const [other, name] = [await page.context().newPage(), '0 Aaron Aaronson'];
+            await addContact(page, { name, number: '1' });
             await expectAnswer(page, check, text('contacts.added'));
             await open(other, 'contacts');
             expectStatus(422);
-            await send(page, { name, number: '1' });
+            await addContact(page, { name, number: '1' });
             await expectErrors(page, { name: ['duplicate'] });
             await expectAnswer(page, check, text('form.oneError'));
-            await expect(remove).toHaveAttribute('value', name);
-            await remove.click();
-            await expectAnswer(page, check, text('contacts.removed'));
-            await action(other, 'q=remove').click();
-            await expectAnswer(other, check, text('contacts.gone'));
+            await expect(remove(page)).toHaveAttribute('value', name);
+            await remove(page).click();
+            const undo = text('contacts.undo');
+            await expectAnswer(page, check, `${text('contacts.removed', { removedName: name })} ${undo}`);
+            await page.getByRole('button', { name: undo }).click();
+            await expectAnswer(page, check, text('contacts.restored'));
+            await page.getByRole('link', { name: `${text('contacts.edit')}: ${name}` }).click();
+            await send(page, { number: '2' });
+            await expectAnswer(page, check, text('contacts.saved'));
+            await remove(page).click();
+            await remove(other).click();
+            await expect(resultMessage(other).first()).toHaveText(text('contacts.gone'));
         });
 
         test('the import of contacts shows errors and results', async ({ page, check, expectStatus }) => {
@@ -143,23 +157,26 @@ for (const language of kLanguages) {
             await open(page, 'settings-config');
             expectStatus(422);
             await send(page, { config: file('wrong.xml', `<configuration><account><port>0</port>
-                <expiry>soon</expiry></account><network><colour/></network></configuration>`) });
+                <expiry>soon</expiry></account><network><colour/></network></configuration>`) }, true);
             await expect(page.locator('#main tbody tr')).toHaveText([
                 `account[1]/port${text('error.tooSmall', { limit: 1 })}`,
                 `account[1]/expiry${text('error.notANumber')}`,
                 `network/colour${text('error.unknownElement')}`]);
             await expectAnswer(page, check, text('config.errors'));
 
+            expectStatus(422);
             await send(page, { config: file('right.xml', '<configuration/>') });
+            await expectAnswer(page, check, text('confirm.missing'));
+            await send(page, { config: file('right.xml', '<configuration/>') }, true);
             await expectAnswer(page, check, text('config.imported'));
-            await action(page, 'type=import').click();
+            await confirmAndSend(page, 'type=import');
             await expectAnswer(page, check, text('config.restored'));
             const other = await page.context().newPage();
             await open(other, 'settings-config');
             await action(other, 'type=remove').click();
             await expectAnswer(other, check, text('config.removed'));
             expectStatus(422);
-            await action(page, 'type=import').click();
+            await confirmAndSend(page, 'type=import');
             await expectAnswer(page, check, text('config.noCopy'));
         });
 
@@ -177,18 +194,45 @@ for (const language of kLanguages) {
             ]) {
                 await test.step(says, async () => {
                     expectStatus(422);
-                    await send(page, { firmware: file('new.img', content) });
+                    await send(page, { firmware: file('new.img', content) }, true);
                     await expectAnswer(page, check, text(says));
                 });
             }
-            await send(page, { firmware: file('new.img', image({ version: '9.8.7' })) });
+            const newImage = file('new.img', image({ version: '9.8.7' }));
+            expectStatus(422);
+            await send(page, { firmware: newImage });
+            await expectAnswer(page, check, text('confirm.missing'));
+            await send(page, { firmware: newImage }, true);
             await expectAnswer(page, check,
                 `new.img: ${text('upgrade.received', { newVersion: '9.8.7' })}`);
 
-            await page.getByText(text('upgrade.resetOpen')).click();
-            expectStatus(422);
-            await send(page, { confirm: false });
-            await expectAnswer(page, check, text('upgrade.notConfirmed'));
+        });
+
+        test('a restart and a reset name what they do', async ({ page, request, check, expectStatus }) => {
+            await signIn(page);
+            for (const [query, summary] of [['q=reboot', 'restartOpen'], ['q=reset', 'resetOpen']]) {
+                await test.step(query, async () => {
+                    await open(page, 'settings-upgrade');
+                    const part = page.locator(`#main details:has(form[action$="${query}"])`);
+                    await part.getByText(text(`upgrade.${summary}`)).click();
+                    await expect(part).toContainText(
+                        text('confirm.restartTakes', { restartSeconds: 8 }));
+                    await expect(part).toContainText(text('confirm.noCall'));
+                    expectStatus(422);
+                    await part.locator('form').evaluate((form) => { form.noValidate = true; });
+                    await part.locator('button').click();
+                    await expectAnswer(page, check, text('confirm.missing'));
+
+                    await get(request, '/servlet?command=ring');
+                    expectStatus(422);
+                    await confirmAndSend(page, query);
+                    await expectAnswer(page, check, text('confirm.callBegan'));
+                    await part.getByText(text(`upgrade.${summary}`)).click();
+                    await expect(part).toContainText(text('confirm.callEnds'));
+                    await check(page);
+                    await get(request, '/servlet?command=hangup');
+                });
+            }
         });
 
         test('an unknown key is refused', async ({ page, check, expectStatus }) => {
@@ -202,13 +246,63 @@ for (const language of kLanguages) {
             await check(page);
         });
 
+        test('an error has a page of its own', async ({ page, check, expectStatus }) => {
+            const title = page.locator('h1');
+            const expectAlert = async (says) => {
+                await expect(page.locator('#main [role=alert]')).toHaveText(says);
+                await check(page);
+            };
+            const forge = (form, values) => form.evaluate((element, [action, token]) => {
+                element.action = action ?? element.action;
+                element.token.value = token ?? element.token.value;
+            }, values);
+            await signIn(page);
+            await test.step('not found', async () => {
+                expectStatus(404);
+                await open(page, 'nowhere');
+                await expect(title).toHaveText(text('message.notFound'));
+                await check(page);
+            });
+            await test.step('no such action', async () => {
+                await open(page, 'security');
+                await forge(formOf(page, 'idleSeconds'), ['/servlet?p=security&q=nonsense']);
+                expectStatus(404);
+                await send(page, { idleSeconds: '600' });
+                await expect(title).toHaveText(text('message.noAction'));
+                await expectAlert(text('message.noActionHint'));
+            });
+            await test.step('forbidden', async () => {
+                const signOut = page.locator('form[action*="q=logout"]').locator('visible=true');
+                await forge(signOut, [undefined, '0']);
+                expectStatus(403);
+                await signOut.locator('button').click();
+                await expect(title).toHaveText(text('refused.title'));
+                await expectAlert(text('refused.text'));
+            });
+            await test.step('failed', async () => {
+                const template = `${process.env.BUILD}/device/phone/www/WEB-INFO/templates/${language}/log.html`;
+                await rename(template, `${template}.away`);
+                try {
+                    expectStatus(500);
+                    await open(page, 'log');
+                } finally {
+                    await rename(`${template}.away`, template);
+                }
+                await expect(title).toHaveText(text('message.failed'));
+                await expectAlert(text('message.faultHint'));
+            });
+            await page.getByRole('link', { name: text('message.back') }).click();
+            await expect(title).toHaveText(text('status.title'));
+        });
+
         test('a restarting phone is busy', async ({ page, check, expectStatus }) => {
             await signIn(page);
             const [other, third] = [await page.context().newPage(), await page.context().newPage()];
             await open(other, 'settings-autop');
+            await send(other, { server: 'http://192.0.2.5/' });
             await open(third, 'settings-upgrade');
             await open(page, 'settings-upgrade');
-            await action(page, 'q=reboot').click();
+            await confirmAndSend(page, 'q=reboot');
             await expect(page.locator('h1')).toHaveText(text('restart.title'));
             await expect(page.locator('#main p').first()).toHaveText(text('restart.reboot'));
             await check(page);
@@ -217,7 +311,7 @@ for (const language of kLanguages) {
             await action(other, 'now=true').click();
             await expectAnswer(other, check, `${text('message.busy')}. ${text('message.busyHint')}`);
             expectStatus(409);
-            await action(third, 'q=reboot').click();
+            await confirmAndSend(third, 'q=reboot');
             await expect(third.locator('h1')).toHaveText(text('message.busy'));
             await expect(third.locator('#main [role=alert]')).toHaveText(text('message.busyHint'));
             await check(third);

@@ -1,11 +1,12 @@
 // The configuration file.
 import { text } from '../support/languages.js';
-import { download, expectValues, field, file, open, resultMessage, send, signInTo }
+import { confirmAndSend, download, expectValues, field, file, open, resultMessage, send, signInTo }
     from '../support/phone.js';
 import { expect, kJourney, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
 
+const kRestore = 'q=localconfig&type=import';
 const kBothSchemes = { schemes: ['light', 'dark'] };
 
 const takeFile = (page) => download(page, page.getByRole('link', { name: 'Download' }));
@@ -14,7 +15,7 @@ async function importFile(page, content) {
     await open(page, 'settings-config');
     await field(page, 'config').setInputFiles(
         file('configuration.xml', content, 'application/xml'));
-    await page.getByRole('button', { name: 'Import' }).click();
+    await confirmAndSend(page, 'q=import');
 }
 
 async function setHostName(page, hostname) {
@@ -51,7 +52,12 @@ test('the local copy restores the settings from before an import', async ({ page
     await expectHostName(page, 'new');
 
     await open(page, 'settings-config');
-    await page.getByRole('button', { name: text('config.restore') }).click();
+    const form = page.locator(`#main form[action$="${kRestore}"]`);
+    await page.getByText(text('config.restoreOpen')).click();
+    await form.getByRole('button').click();
+    await expect(page.locator('#restore-confirm-error')).toHaveText(text('error.required'));
+    await check(page, kBothSchemes);
+    await confirmAndSend(page, kRestore);
     await expect(resultMessage(page)).toHaveText(text('config.restored'));
     await check(page);
     await expectHostName(page, 'kept');
@@ -60,7 +66,7 @@ test('the local copy restores the settings from before an import', async ({ page
     await page.getByRole('button', { name: 'Remove' }).click();
     await expect(resultMessage(page)).toHaveText(text('config.removed'));
     await expect(page.getByText(text('config.localNone'))).toBeVisible();
-    await expect(page.getByRole('button', { name: text('config.restore') })).toHaveCount(0);
+    await expect(page.getByText(text('config.restoreOpen'))).toHaveCount(0);
 });
 
 test('a removed local copy cannot be restored', async ({ page, expectStatus, check }) => {
@@ -72,7 +78,7 @@ test('a removed local copy cannot be restored', async ({ page, expectStatus, che
     await expect(resultMessage(other)).toHaveText(text('config.removed'));
 
     expectStatus(422);
-    await page.getByRole('button', { name: text('config.restore') }).click();
+    await confirmAndSend(page, kRestore);
     await expect(resultMessage(page)).toHaveText(text('config.noCopy'));
     await check(page);
 });
@@ -117,5 +123,6 @@ test('the form is not sent without a file', async ({ page }) => {
     await signInTo(page, 'settings-config');
     await page.getByRole('button', { name: 'Import' }).click();
     await expect(page.locator('#config-error')).toHaveText(text('error.required'));
+    await expect(page.locator('#confirm-error')).toHaveText(text('error.required'));
     await expect(resultMessage(page)).toHaveCount(0);
 });

@@ -2,7 +2,7 @@
 import { once } from 'node:events';
 import { connect, createServer } from 'node:net';
 import { text } from '../support/languages.js';
-import { download, expectAt, expectSignedIn, expectSignedOut, expectValues, field, file,
+import { confirm, confirmAndSend, download, expectAt, expectSignedIn, expectSignedOut, expectValues, field, file,
     fillSignIn, image, kAdmin, kFactory, kPages, open, resultMessage, send, signIn, signInTo, wordOf }
     from '../support/phone.js';
 import { expect, kJourney, startWithNewPhone, test } from '../support/test.js';
@@ -22,7 +22,7 @@ const banner = (page) => page.locator('#notice');
 
 async function upload(page, content) {
     await field(page, 'firmware').setInputFiles(file('phone.img', content));
-    await page.getByRole('button', { name: text('upgrade.upload') }).click();
+    await confirmAndSend(page, 'q=upload');
 }
 
 // Slows down the uploads of this page so that a test can observe them.
@@ -60,6 +60,8 @@ async function lineThatBreaks(bytes) {
 async function waitUntilIdle(request) {
     await expect.poll(() => wordOf(request), { timeout: 20_000 }).toBe('idle');
 }
+
+const waiting = (page) => page.locator('section.waiting');
 
 const factoryVersion = async (page) => {
     const { name } = await download(page, page.getByRole('link', { name: 'Download' }));
@@ -141,6 +143,15 @@ test.describe('a firmware upload', () => {
         await page.getByRole('button', { name: text('upgrade.upload') }).click();
         await expect(page.locator('#firmware-error')).toHaveText(text('error.required'));
     });
+
+    test('is not sent without a confirmation', async ({ page, check }) => {
+        await signInTo(page, 'settings-upgrade');
+        await field(page, 'firmware').setInputFiles(file('phone.img', image()));
+        await page.getByRole('button', { name: text('upgrade.upload') }).click();
+        await expect(page.locator('#upload-confirm-error')).toHaveText(text('error.required'));
+        await check(page, kBothSchemes);
+        await expect(resultMessage(page)).toHaveCount(0);
+    });
 });
 
 test('new firmware runs from the next restart on, which every open page announces',
@@ -153,9 +164,14 @@ test('new firmware runs from the next restart on, which every open page announce
         await expect(resultMessage(own)).toContainText(
             text('upgrade.received', { newVersion: '9.8.7' }));
         await expect(version(own)).toHaveText(before);
+        await expect(waiting(own)).toBeVisible();
+        await check(own, kBothSchemes);
 
-        await own.getByRole('button', { name: text('upgrade.restartNow') }).click();
+        await confirmAndSend(own, 'q=reboot');
         await expect(own.locator('h1')).toHaveText('Please wait');
+        const progress = own.locator('#main progress');
+        await expect.poll(() => progress.evaluate((bar) => bar.value), { timeout: 10_000 })
+            .toBeGreaterThan(20);
         await expect(banner(own)).toHaveText(text('notice.reboot'));
         await expect(banner(other)).toHaveText('Das Telefon startet neu.', { timeout: 10_000 });
         await check(own, kBothSchemes);
@@ -163,10 +179,41 @@ test('new firmware runs from the next restart on, which every open page announce
 
         await expect(banner(other)).toBeEmpty({ timeout: 20_000 });
         // The page continues by itself.
-        await expectAt(own, 'status');
+        await expectAt(own, 'settings-upgrade');
         await expect(banner(own)).toBeEmpty();
-        await expect(own.locator('dd').nth(1)).toHaveText('9.8.7');
+        await expect(version(own)).toHaveText('9.8.7');
+        await expect(waiting(own)).toBeHidden();
         expect(await wordOf(request)).toBe('idle');
+    });
+
+test('new firmware waits on every visit until it is discarded', async ({ page }) => {
+    await signInTo(page, 'settings-upgrade');
+    const before = await version(page).innerText();
+    await upload(page, image({ version: '9.8.9' }));
+    await open(page, 'settings-upgrade');
+    await expect(waiting(page)).toContainText(text('upgrade.waiting', { waitingVersion: '9.8.9' }));
+    await waiting(page).getByRole('button', { name: text('upgrade.discard') }).click();
+    await expect(resultMessage(page)).toHaveText(text('upgrade.discarded'));
+    await expect(waiting(page)).toBeHidden();
+    await expect(version(page)).toHaveText(before);
+});
+
+test('a restart asks again if other firmware was uploaded meanwhile',
+    async ({ page, request, check, expectStatus }) => {
+        await signInTo(page, 'settings-upgrade');
+        await upload(page, image({ version: '9.8.7' }));
+        const other = await page.context().newPage();
+        await open(other, 'settings-upgrade');
+        await upload(other, image({ version: '9.8.8' }));
+        await expect(waiting(other)).toContainText('9.8.8');
+
+        expectStatus(422);
+        await confirmAndSend(page, 'q=reboot');
+        await expect(resultMessage(page)).toHaveText(text('confirm.versionChanged'));
+        await expect(waiting(page)).toContainText(text('upgrade.waiting', { waitingVersion: '9.8.8' }));
+        await check(page, kBothSchemes);
+        expect(await wordOf(request)).toBe('idle');
+        await expect((await confirm(page, 'q=reboot')).locator('[name=version]')).toHaveValue('9.8.8');
     });
 
 test('a restart is announced on every page, even before signing in',
@@ -179,7 +226,7 @@ test('a restart is announced on every page, even before signing in',
             pages.push(await page.context().newPage());
             await open(pages.at(-1), p);
         }
-        await page.getByRole('button', { name: text('upgrade.restartNow') }).click();
+        await confirmAndSend(page, 'q=reboot');
         await Promise.all([...pages, outside].map((each) =>
             expect(banner(each), each.url()).toHaveText(
                 text('notice.reboot'), { timeout: 10_000 })));
@@ -189,13 +236,32 @@ test('a restart is announced on every page, even before signing in',
 test('a restarting phone rejects another restart',
     async ({ page, request, expectStatus }) => {
     await signInTo(page, 'settings-upgrade');
-    await page.getByRole('button', { name: text('upgrade.restartNow') }).click();
+    await confirmAndSend(page, 'q=reboot');
     await expect(page.locator('h1')).toHaveText('Please wait');
     await open(page, 'settings-upgrade');
     expectStatus(409);
-    await page.getByRole('button', { name: text('upgrade.restartNow') }).click();
+    await confirmAndSend(page, 'q=reboot');
     await expect(page.locator('h1')).toHaveText(text('message.busy'));
     await waitUntilIdle(request);
+});
+
+test('a restart requires confirmation', async ({ page, request, check }) => {
+    await signInTo(page, 'settings-upgrade');
+    await page.getByText(text('upgrade.restartOpen')).click();
+    await page.getByRole('button', { name: text('upgrade.runNow') }).click();
+    await expect(page.locator('#restart-confirm-error')).toHaveText(text('error.required'));
+    await check(page, kBothSchemes);
+    expect(await wordOf(request)).toBe('idle');
+});
+
+test('a confirmation that was not sent is no unsaved change', async ({ page }) => {
+    await signInTo(page, 'settings-upgrade');
+    await confirm(page, 'q=reboot');
+    let isAsked = false;
+    page.on('dialog', (dialog) => { isAsked = true; return dialog.accept(); });
+    await page.goto('/servlet?p=audio');
+    await expectAt(page, 'audio');
+    expect(isAsked).toBe(false);
 });
 
 test('a factory reset requires confirmation',
@@ -223,9 +289,8 @@ test('a factory reset requires confirmation',
 
         await expect(banner(page)).toBeEmpty({ timeout: 20_000 });
         await expectAt(page, 'security'); // as on every new phone
-        await send(page, { oldPassword: kFactory.password, newPassword: kAdmin.password,
-            repeat: kAdmin.password });
-        await expect(resultMessage(page)).toHaveText('Saved.');
+        await send(page, { newPassword: kAdmin.password, repeat: kAdmin.password });
+        await expectAt(page, 'settings-upgrade'); // where the reset was started
         await open(page, 'network');
         await expectValues(page, { hostname: 'desk-phone' });
         await signIn(other);
@@ -238,6 +303,9 @@ test.describe('auto-provisioning', () => {
         await signInTo(other, 'contacts');
         await signInTo(page, 'settings-autop');
         await expect(page.getByText(text('autop.never'))).toBeVisible();
+        await expect(page.getByRole('button', { name: text('autop.start') })).toHaveCount(0);
+        await send(page, { server: 'https://provisioning.example.com/phones' });
+        await expect(resultMessage(page)).toHaveText(text('form.saved'));
         await page.getByRole('button', { name: text('autop.start') }).click();
         const progress = page.locator('#main progress');
         await expect(progress).toBeVisible();
@@ -249,7 +317,8 @@ test.describe('auto-provisioning', () => {
 
         await expect(progress).toBeHidden({ timeout: 15_000 });
         await expect(page.getByRole('button', { name: text('autop.start') })).toBeVisible();
-        await expect(page.getByText(/^0 d 00:00:\d\d ago$/)).toBeVisible();
+        await expect(page.locator('#main dd', { hasText: text('ago.now') }))
+            .toContainText('https://provisioning.example.com/phones');
         await expect(banner(page)).toBeEmpty({ timeout: 10_000 });
         await expect(banner(other)).toBeEmpty({ timeout: 10_000 });
     });

@@ -1,7 +1,7 @@
 // Text with a meaning in HTML, URLs, CSV or templates is always shown literally.
 import { text } from '../support/languages.js';
-import { expectValues, field, file, fill, formOf, get, image, kAdmin, open, postSignIn,
-    resultMessage, signInTo } from '../support/phone.js';
+import { addContact, confirmAndSend, expectValues, field, file, fill, formOf, get, image, kAdmin, open,
+    postSignIn, resultMessage, signInTo } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
@@ -14,7 +14,7 @@ const sendUnchecked = (form) => form.evaluate((element) => element.submit());
 // The text must not create elements: the HTML validator or this would find them.
 async function expectText(page, check) {
     await expect(page.locator('zq, [zq]')).toHaveCount(0);
-    await expect(page.locator('script')).toHaveCount(1);
+    await expect(page.locator('script:not([src])')).toHaveCount(0);
     await check(page);
 }
 
@@ -23,7 +23,7 @@ const kFields = {
     accounts: ['label', 'displayName', 'userName', 'secret', 'server'],
     network: ['address', 'netmask', 'gateway', 'dns1', 'dns2', 'hostname'],
     security: ['remoteAddresses', 'hostNames'],
-    contacts: ['name', 'number'],
+    contacts: ['name', 'number', 'mobile', 'home'],
 };
 
 for (const [p, names] of Object.entries(kFields)) {
@@ -34,6 +34,9 @@ for (const [p, names] of Object.entries(kFields)) {
         expect(await all.evaluateAll((inputs) => inputs.map(({ name }) => name))).toEqual(names);
         if (p === 'network') {
             await page.getByLabel(text('network.static')).check();
+        }
+        if (p === 'contacts') {
+            await page.locator('#add summary').click();
         }
         await fill(page, Object.fromEntries(names.map((name) => [name, kHostile])));
         expectStatus(422);
@@ -75,11 +78,11 @@ for (const [query, names, shown] of [
                 values: Object.fromEntries([...made.querySelectorAll('#main input')].map(
                     (input) => [input.name, input.getAttribute('value')])),
                 elements: [made.querySelectorAll('zq, [zq]').length,
-                    made.querySelectorAll('script').length],
+                    made.querySelectorAll('script:not([src])').length],
             };
         }, html.replaceAll(/ type="(number|range)"/g, ''));
         expect(values).toMatchObject(all(shown));
-        expect(elements).toEqual([0, 1]);
+        expect(elements).toEqual([0, 0]);
     });
 }
 
@@ -113,15 +116,14 @@ test('hostile text as the label of an account, wherever it is shown', async ({ p
 
 test('hostile text as a contact, which can be removed again', async ({ page, check }) => {
     await signInTo(page, 'contacts');
-    await fill(page, { name: kHostile, number: '1' });
-    await page.getByRole('button', { name: text('contacts.addOne') }).click();
+    await addContact(page, { name: kHostile, number: '1' });
     await expect(resultMessage(page)).toHaveText(text('contacts.added'));
     await fill(page, { search: kHostile });
     await page.getByRole('button', { name: text('contacts.find') }).click();
     await expect(page.getByRole('cell', { name: kHostile, exact: true })).toBeVisible();
     await expectText(page, check);
     await page.getByRole('button', { name: `Remove: ${kHostile}` }).click();
-    await expect(resultMessage(page)).toHaveText(text('contacts.removed'));
+    await expect(resultMessage(page)).toContainText(text('contacts.removed', { removedName: kHostile }));
 });
 
 test('hostile text in a contact file', async ({ page, check }) => {
@@ -139,7 +141,7 @@ test('hostile text as the user name of a sign-in', async ({ page, check, expectS
     expectStatus(403);
     await page.locator('[name=user]').fill(kHostile);
     await page.locator('[name=password]').fill(kHostile);
-    await page.locator('form button').click();
+    await page.locator('form button:not([type=button])').click();
     await expect(page.getByRole('alert')).toBeVisible();
     await expect(page.locator('[name=user]')).toHaveValue(kHostile);
     await expectText(page, check);
@@ -148,7 +150,7 @@ test('hostile text as the user name of a sign-in', async ({ page, check, expectS
 test('hostile text as the file name of a firmware image', async ({ page, check }) => {
     await signInTo(page, 'settings-upgrade');
     await field(page, 'firmware').setInputFiles(file(`${kHostile}.img`, image()));
-    await page.getByRole('button', { name: text('upgrade.upload') }).click();
+    await confirmAndSend(page, 'q=upload');
     await expect(resultMessage(page)).toContainText(
         `${kHostile}.img: ${text('upgrade.received', { newVersion: '9.8.7' })}`);
     await expectText(page, check);
@@ -160,7 +162,7 @@ test('hostile text as an element of a configuration file', async ({ page, check,
     await field(page, 'config').setInputFiles(file(`${kHostile}.xml`,
         `<configuration><account><label>${escaped}</label><zq/></account></configuration>`));
     expectStatus(422);
-    await page.getByRole('button', { name: 'Import' }).click();
+    await confirmAndSend(page, 'q=import');
     await expect(page.getByRole('cell', { name: 'account[1]/zq' })).toBeVisible();
     await expectText(page, check);
 });
@@ -182,7 +184,7 @@ test('hostile text as the values of a configuration file, wherever they are show
     const escaped = kHostile.replaceAll('&', '&amp;').replaceAll('<', '&lt;');
     await field(page, 'config').setInputFiles(file('hostile.xml', `<configuration><account>
         <label>${escaped}</label><displayName>${escaped}</displayName></account></configuration>`));
-    await page.getByRole('button', { name: 'Import' }).click();
+    await confirmAndSend(page, 'q=import');
     await expect(resultMessage(page)).toHaveText(text('config.imported'));
     await open(page, 'accounts');
     await expectValues(page, { label: kHostile, displayName: kHostile });
@@ -191,6 +193,6 @@ test('hostile text as the values of a configuration file, wherever they are show
     await expect(page.getByRole('link', { name: kHostile })).toBeVisible();
     await expectText(page, check);
     await open(page, 'phone');
-    await page.getByRole('button', { name: 'L1' }).click();
+    await page.locator('button[value="L1"]').click();
     await expectText(page, check);
 });

@@ -23,6 +23,24 @@ const languageLink = (page, name) =>
     page.locator('.languages').getByRole('link', { name }).locator('visible=true');
 const languageOf = (page) => page.locator('html').getAttribute('lang');
 
+test('what the web server answers itself fits its window and passes all checks', async ({
+    page, check, expectStatus }) => {
+    expectStatus(404);
+    for (const [path, text] of [
+        ['/nothing', 'Page not found · Seite nicht gefunden · 未找到页面'],
+        ['/error-413.html', 'Too much data · Zu viele Daten · 数据过大'],
+        ['/error-503.html', 'The phone is starting · Das Telefon startet · 话机正在启动'],
+    ]) {
+        await page.goto(path);
+        await expect(page).toHaveTitle(text);
+        await expect(page.locator('h1')).toHaveText(text);
+        await expectNoSidewaysScrolling(page);
+        await check(page, kBothSchemes);
+    }
+    await page.getByRole('link', { name: 'Noch einmal versuchen' }).click();
+    await expect(page).toHaveURL('/error-503.html');
+});
+
 for (const language of kLanguages) {
     test.describe(`in ${language}`, () => {
         test.use({ language });

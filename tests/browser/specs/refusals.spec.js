@@ -3,7 +3,7 @@ import { File } from 'node:buffer';
 import { once } from 'node:events';
 import { createServer } from 'node:http';
 import { text } from '../support/languages.js';
-import { expectSignedIn, get, kAdmin, open, signIn, wordOf } from '../support/phone.js';
+import { expectSignedIn, get, kAdmin, open, postSignIn, signIn, wordOf } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
@@ -20,15 +20,19 @@ const kChanges = [
     ['security&q=access', { idleSeconds: 3600, remoteAddresses: '192.0.2.1' }],
     ['contacts&q=search', { search: 'a' }],
     ['contacts&q=add', { name: 'Nobody', number: '1' }],
+    ['contacts&q=save', { edit: 'cbf29ce484222325', name: 'Nobody', number: '1' }],
     ['contacts&q=remove', { name: 'Alice Anderson' }],
+    ['contacts&q=restore', {}],
     ['contacts-preview&q=preview', { contacts: new File(['Nobody,1\n'], 'a.csv') }],
+    ['contacts-preview&q=columns', { name: '0', number: '1' }],
     ['contacts-preview&q=apply', {}],
-    ['settings-config&q=import', { config: new File(['<configuration/>'], 'a.xml') }],
-    ['settings-config&q=localconfig&type=import', {}],
+    ['settings-config&q=import', { config: new File(['<configuration/>'], 'a.xml'), confirm: 1 }],
+    ['settings-config&q=localconfig&type=import', { confirm: 1 }],
     ['settings-config&q=localconfig&type=remove', {}],
-    ['settings-upgrade&q=upload', { firmware: new File(['DPFWIMG1'], 'a.img') }],
-    ['settings-upgrade&q=reboot', {}],
+    ['settings-upgrade&q=upload', { firmware: new File(['DPFWIMG1'], 'a.img'), confirm: 1 }],
+    ['settings-upgrade&q=reboot', { confirm: 1 }],
     ['settings-upgrade&q=reset', { confirm: 1 }],
+    ['settings-autop&q=save', { server: 'http://192.0.2.5/' }],
     ['settings-autop&now=true', {}],
     ['phone&q=key', { key: '5' }],
 ];
@@ -70,13 +74,16 @@ async function postForm(page, action, fields) {
 }
 
 async function postFile(page, action, fields) {
-    const [[name, file]] = Object.entries(fields);
+    const [[name, file], ...others] = Object.entries(fields);
     const content = await file.text();
-    await page.evaluate(async ({ to, name, content, fileName }) => {
+    await page.evaluate(async ({ to, name, content, fileName, others }) => {
         const body = new FormData();
         body.append(name, new File([content], fileName));
+        for (const other of others) {
+            body.append(...other);
+        }
         await fetch(to, { method: 'POST', mode: 'no-cors', credentials: 'include', body });
-    }, { to: action, name, content, fileName: file.name });
+    }, { to: action, name, content, fileName: file.name, others });
 }
 
 // To a browser the first is the same site, so it sends the cookies; the other is not.
@@ -91,6 +98,10 @@ for (const [host, isSameSite] of [['127.0.0.1', true], ['localhost', false]]) {
                     expectStatus(403);
                     const post = hasFile(fields) ? postFile : postForm;
                     await post(page, `${baseURL}/servlet?p=${query}`, fields);
+                    if (!hasFile(fields)) {
+                        await expect(page.getByRole('alert'))
+                            .toHaveText(text('message.otherSiteHint'));
+                    }
                     expect(await stateOf(page, request)).toEqual(before);
                 });
             }
@@ -127,10 +138,10 @@ test('a form that was open while its user signed in again is refused with an exp
     async ({ page, expectStatus, check }) => {
     await signIn(page);
     await open(page, 'audio');
-    const other = await page.context().newPage();
-    await open(other, 'status');
-    await other.locator('form[action*="q=logout"] button').first().click();
-    await signIn(other);
+    // Without a page, of which this one would hear.
+    const token = page.locator('form[action*="q=logout"] input[name="token"]').first();
+    await page.request.post('/servlet?p=login&q=logout', { form: { token: await token.inputValue() } });
+    expect((await postSignIn(page.request)).status()).toBe(200);
     expectStatus(403);
     await page.getByRole('button', { name: text('form.save') }).click();
     await expect(page.locator('h1')).toHaveText('Request refused');

@@ -17,6 +17,7 @@ const kAudio = { ringtone: 'pulse', ringVolume: '0', speakerVolume: '10', handse
     micGain: '-6', echo: false, codec: 'pcmu' };
 const kAccess = { idleSeconds: '300', remoteAddresses: '127.0.0.1\n2001:db8::7',
     hostNames: 'phone.example\nhall' };
+const kProvisioning = { server: 'https://provisioning.example.com/phones' };
 
 // Sends the form without the page's validation, so that only the phone checks it.
 async function uncheckedSend(page, expectStatus, values) {
@@ -33,7 +34,7 @@ async function uncheckedSend(page, expectStatus, values) {
     await send(page, values);
 }
 
-for (const [p, good, wrong] of [
+for (const [p, good, wrong, tag] of [
     ['accounts', kAccount, [
         // Field, value, the error shown by the page, and the one shown by the phone if it differs.
         // null: only the phone finds the error.
@@ -49,7 +50,7 @@ for (const [p, good, wrong] of [
         ['port', '1.5', text('error.notANumber')],
         ['expiry', '59', text('error.tooSmall', { limit: 60 })],
         ['expiry', '86401', text('error.tooLarge', { limit: 86400 })],
-    ]],
+    ], kJourney],
     ['network', kNetwork, [
         ['address', '', text('error.required')],
         ['address', '10.0.0.256', text('error.badAddress')],
@@ -63,7 +64,7 @@ for (const [p, good, wrong] of [
         ['hostname', '-desk', text('error.badHost')],
         ['hostname', '', text('error.required')],
         ['vlan', '4095', text('error.tooLarge', { limit: 4094 })],
-    ]],
+    ], kJourney],
     ['security', kAccess, [
         ['idleSeconds', '9', text('error.tooSmall', { limit: 10 })],
         ['idleSeconds', '3601', text('error.tooLarge', { limit: 3600 })],
@@ -72,7 +73,12 @@ for (const [p, good, wrong] of [
         ['hostNames', 'no_such host', null, text('error.badHost')],
         ['remoteAddresses', Array.from({ length: 17 }, (_, i) => `192.0.2.${i}`).join('\n'), null,
             text('error.tooMany', { limit: 16 })],
-    ]],
+    ], kJourney],
+    ['settings-autop', kProvisioning, [
+        ['server', 'provisioning.example.com', text('error.badUrl')],
+        ['server', 'https://example.com/?a=1', text('error.badUrl')],
+        ['server', 'ftp://example.com', null, text('error.badUrl')],
+    ], {}],
 ]) {
     test.describe(`the form of the page ${p}`, () => {
         test('shows errors before it is sent', async ({ page, check }) => {
@@ -111,7 +117,7 @@ for (const [p, good, wrong] of [
             await check(page, kBothSchemes);
         });
 
-        test('is saved and shows the saved values', kJourney, async ({ page, check }) => {
+        test('is saved and shows the saved values', tag, async ({ page, check }) => {
             await signInTo(page, p);
             await send(page, good);
             await expect(resultMessage(page)).toHaveText('Saved.');

@@ -37,7 +37,7 @@ for (const language of kLanguages) {
 test('the form is not sent while a field is empty', kJourney, async ({ page }) => {
     await page.goto('/');
     await page.locator('[name=user]').fill('admin');
-    await page.locator('form button').click();
+    await page.locator('form button:not([type=button])').click();
     await expect(errorOf(page, 'password')).toHaveText(text('error.required'));
     await expect(page.locator('[name=password]')).toBeFocused();
 });
@@ -51,7 +51,7 @@ test('after wrong passwords the user has to wait and can then sign in', async ({
         // Keeps guessing; each wait is twice as long as the previous one.
     }
     expectStatus(429);
-    await page.locator('form button').click();
+    await page.locator('form button:not([type=button])').click();
     await expect(page.getByRole('alert')).toHaveText(/^Too many attempts. Try again in \d+ seconds.$/);
     await expectSignedOut(page);
 
@@ -107,10 +107,10 @@ test.describe('an idle user', () => {
             await expect(live.locator('[data-paused]')).toBeVisible({ timeout: 20_000 });
             await live.waitForTimeout(1000 * (kIdleSeconds + 1));
             await expectSignedIn(quiet); // as loaded
-            await quiet.locator('.side').getByRole('link', { name: 'Audio' }).click();
+            await quiet.getByRole('link', { name: text('session.again') }).click();
             await expectSignedOut(quiet);
             await fillSignIn(quiet);
-            await expectAt(quiet, 'audio');
+            await expectAt(quiet, 'security');
 
             // This one polls again at the first input.
             expectStatus(403, live);

@@ -28,13 +28,14 @@ test.describe('the status page', () => {
     test('draws the live data', kJourney, async ({ page, check }) => {
         await signInTo(page, 'status');
         await mark(page);
-        const uptime = await page.locator('[data-value=uptime]').innerText();
-        for (const name of ['memory', 'received', 'sent', 'events']) {
+        for (const name of ['memory', 'received', 'sent']) {
             await expect(line(page, name)).toHaveAttribute('d', /^M[\d. ]+L[\d. L]+$/, { timeout: 15_000 });
         }
+        await expect(line(page, 'events')).toHaveAttribute('d', /^M[\d. ]+V[\d.]+h0\.8V100/);
         await expect(page.locator('[data-now=memory]')).toHaveText(/[KMG]iB of .*[KMG]iB in use/);
-        await expect(page.locator('[data-now=traffic]')).toHaveText(/B\/s in, .*B\/s out/);
-        await expect(page.locator('[data-value=uptime]')).not.toHaveText(uptime);
+        for (const name of ['received', 'sent']) {
+            await expect(page.locator(`[data-now=${name}]`)).toHaveText(/^[\d.,]+ [KMG]?i?B\/s$/);
+        }
         await expectNotLoadedAgain(page);
         await check(page, { schemes: ['light', 'dark'] });
     });
@@ -45,11 +46,13 @@ test.describe('the status page', () => {
         await expect(page.getByText(text('status.noEvents'))).toBeVisible();
         await sendEvent(request, 'key=OK');
         const newest = page.locator('[data-events] tr').first();
-        await expect(newest.locator('td')).toHaveText([/^\d{4}-\d\d-\d\d/, 'key', 'OK', '127.0.0.1']);
+        await expect(newest.locator('td')).toHaveText(
+            [/^just now\s*\d{4}-\d\d-\d\d/, 'key', 'OK', '127.0.0.1', 'Done']);
         await expect(page.getByText(text('status.noEvents'))).toBeHidden();
 
         await sendEvent(request, 'number=123');
-        await expect(newest.locator('td')).toHaveText([/./, 'number', '123', '127.0.0.1']);
+        await expect(newest.locator('td')).toHaveText(
+            [/./, 'number', '123', '127.0.0.1', 'Done']);
         await expect(page.locator('[data-now=events]')).toHaveText('2 since startup');
         await expectNotLoadedAgain(page);
         await check(page, { schemes: ['light', 'dark'] });
@@ -62,6 +65,9 @@ test.describe('the status page', () => {
         expect(answer.status()).toBe(400);
         await expect(page.locator('[data-events] tr').first().locator('td').nth(2))
             .toHaveText('zq\'"&%');
+        const result = page.locator('[data-events] tr').first().locator('.state');
+        await expect(result).toHaveText(text('result.notPossible'));
+        await expect(result).toHaveAttribute('data-state', 'notPossible');
     });
 
     test('does not interrupt a click on a link', async ({ page, expectStatus }) => {
@@ -135,7 +141,7 @@ test.describe('the phone page', () => {
         await expect(display(page, 2)).toHaveText('50*');
         await page.getByRole('button', { name: 'Cancel' }).click();
         await expect(display(page, 2)).toHaveText('50');
-        await page.getByRole('button', { name: 'L3' }).focus();
+        await page.getByRole('button', { name: 'Line 3' }).focus();
         await page.keyboard.press('Enter');
         await expect(lamp(page, 'L3')).toHaveAttribute('data-state', 'on');
         await page.getByRole('button', { name: text('key.ok') }).click();
@@ -161,5 +167,5 @@ test('an event from an address that is not allowed is refused but listed',
         await expect(state(page)).toHaveText('On hook');
         await open(page, 'status');
         await expect(page.locator('[data-events] tr').first().locator('td')).toHaveText(
-            [/./, 'command', 'ring', '127.0.0.1']);
+            [/./, 'command', 'ring', '127.0.0.1', text('result.notAllowed')]);
     });

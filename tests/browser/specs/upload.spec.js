@@ -114,9 +114,10 @@ test('only one upload at a time is sent', async ({ page }) => {
 });
 
 test('the keyboard is enough', async ({ page }) => {
+    // Before the rest, since the browser is asked to report it, and answers in its own time.
+    const chooser = page.waitForEvent('filechooser');
     await page.keyboard.press('Tab');
     await expect(input(page)).toBeFocused();
-    const chooser = page.waitForEvent('filechooser');
     await page.keyboard.press('Enter');
     await (await chooser).setFiles(png(100));
     await page.keyboard.press('Tab');

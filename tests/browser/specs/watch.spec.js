@@ -1,5 +1,6 @@
 // The checks themselves: every fault of a page makes a test fail.
 import { faultsOf } from '../support/check.js';
+import { faultsOfHtml } from '../support/html.js';
 import { expect, test } from '../support/test.js';
 import { Watch } from '../support/watch.js';
 
@@ -52,6 +53,15 @@ observed('a violation of the content security policy is noticed', async ({ obser
     const { watch } = await observe(withBody('<script>var a</script>'),
         { 'Content-Security-Policy': "default-src 'self'" });
     expect(watch.takeProblems()).toEqual([expect.stringMatching(/Content Security Policy/)]);
+});
+
+test('a page that replaces itself is a fault, except without scripts', async () => {
+    const refresh = '<meta http-equiv="refresh" content="9;url=/">';
+    const withHead = (head) => kGood.replace('</head>', `\n${head}</head>`).concat('\n');
+    expect(await faultsOfHtml(withHead(refresh))).toEqual(
+        expect.arrayContaining([expect.stringMatching(/Meta refresh must be instant/)]));
+    expect((await faultsOfHtml(withHead(`<noscript>${refresh}</noscript>`))).join())
+        .not.toMatch(/refresh/);
 });
 
 observed('an expected error status passes once; its absence fails', async ({ observe }) => {
@@ -111,6 +121,34 @@ observed('a request aborted because the page is left is no problem', async ({ ob
     expect(watch.takeProblems()).toEqual([]);
 });
 
+function addModule(page, address) {
+    return page.evaluate((src) => {
+        const script = document.createElement('script');
+        document.body.append(Object.assign(script, { type: 'module', src }));
+    }, address);
+}
+
+observed('a module that has not arrived when the page is left is no problem', async ({ observe }) => {
+    const { page, watch } = await observe(kGood);
+    await page.context().route('**/endless', () => {});
+    const begun = page.waitForRequest('**/endless');
+    await addModule(page, '/endless');
+    await begun;
+    const failed = page.waitForEvent('requestfailed');
+    await page.goto('/made-up');
+    await failed;
+    expect(watch.takeProblems()).toEqual([]);
+});
+
+observed('a module without a type is noticed', async ({ observe }) => {
+    const { page, watch } = await observe(kGood);
+    await page.context().route('**/untyped', (route) => route.fulfill({ contentType: '', body: '' }));
+    const reported = page.waitForEvent('console');
+    await addModule(page, '/untyped');
+    await reported;
+    expect(watch.takeProblems()).toEqual([expect.stringMatching(/MIME type of ""/)]);
+});
+
 observed('a request sent while the page is left is no problem', async ({ observe }) => {
     const { page, watch } = await observe(
         kGood.replace('</body>', '<script>onpagehide = () => fetch("/endless");</script></body>'));
@@ -119,6 +157,34 @@ observed('a request sent while the page is left is no problem', async ({ observe
     await page.goto('/made-up');
     await failed;
     expect(watch.takeProblems()).toEqual([]);
+});
+
+observed('data refused to a page that signs out is no problem', async ({ observe }) => {
+    const { page, watch } = await observe(kGood);
+    let answerData;
+    const isAnswered = new Promise((resolve) => { answerData = resolve; });
+    await page.context().route('**/data', async (route) => {
+        await isAnswered;
+        await route.fulfill({ status: 403, body: '' });
+    });
+    await page.context().route('**/slow', () => {});
+    const asked = page.waitForRequest('**/data');
+    await page.evaluate(() => { fetch('/data'); });
+    await asked;
+    const left = page.waitForRequest('**/slow');
+    await page.evaluate(() => { location.assign('/slow'); });
+    await left;
+    const refused = page.waitForResponse('**/data');
+    answerData();
+    await refused;
+    expect(watch.takeProblems()).toEqual([]);
+});
+
+observed('data refused to a page that stays open is noticed', async ({ observe }) => {
+    const { page, watch } = await observe(kGood);
+    await page.context().route('**/data', (route) => route.fulfill({ status: 403, body: '' }));
+    await page.evaluate(() => fetch('/data'));
+    expect(watch.takeProblems()).toEqual([expect.stringMatching(/^status 403: GET .*\/data$/)]);
 });
 
 for (const [what, html, fault] of [

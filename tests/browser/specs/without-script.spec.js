@@ -1,6 +1,6 @@
 // The pages work without JavaScript.
 import { text } from '../support/languages.js';
-import { download, errorOf, expectAt, expectSignedOut, expectValues, field, file, open,
+import { confirmAndSend, download, errorOf, expectAt, expectSignedOut, expectValues, field, file, open,
     resultMessage, send, signInTo, signOut } from '../support/phone.js';
 import { expect, kJourney, startWithNewPhone, test } from '../support/test.js';
 
@@ -67,12 +67,14 @@ test('firmware can be uploaded, and the restart is announced', kJourney, async (
     await signInTo(page, 'settings-upgrade');
     const { name, content } = await download(page, page.getByRole('link', { name: /Download/ }));
     await field(page, 'firmware').setInputFiles(file(name, content));
-    await page.getByRole('button', { name: text('upgrade.upload') }).click();
+    await confirmAndSend(page, 'q=upload');
     await expect(resultMessage(page)).toContainText('was received');
-    await page.getByRole('button', { name: text('upgrade.restartNow') }).click();
+    await confirmAndSend(page, 'q=reboot');
     await expect(page.locator('h1')).toHaveText('Please wait');
-    await page.getByRole('link', { name: 'status page' }).click();
-    await expectAt(page, 'status');
+    await page.getByRole('link', { name: text('restart.look') }).click();
+    await expect(page.locator('h1')).toHaveText('Please wait');
+    await expect(page.locator('h1')).toHaveText(text('upgrade.title'), { timeout: 20_000 });
+    await expectAt(page, 'settings-upgrade');
 });
 
 test('the language can be chosen', async ({ page }) => {

@@ -18,6 +18,7 @@ export const kPages = {
     'settings-config': 'config.title',
     'settings-upgrade': 'upgrade.title',
     'settings-autop': 'autop.title',
+    log: 'log.title',
     security: 'security.title',
 };
 
@@ -32,7 +33,7 @@ const signOutButtons = (page) => page.locator('form[action*="q=logout"] button')
 export async function fillSignIn(page, { user, password } = kAdmin) {
     await signInForm(page).locator('[name=user]').fill(user);
     await signInForm(page).locator('[name=password]').fill(password);
-    await signInForm(page).locator('button').click();
+    await signInForm(page).locator('button:not([type=button])').click();
 }
 
 export async function trySignIn(page, credentials = kAdmin) {
@@ -114,6 +115,16 @@ export async function send(page, values) {
     await formOf(page, Object.keys(values)[0]).locator('button:not([type=button])').click();
 }
 
+// Adds a contact on the open page "contacts".
+export async function addContact(page, values) {
+    const form = page.locator('#add details');
+    if (await form.getAttribute('open') === null) {
+        await form.locator('summary').click();
+    }
+    await fill(page, values);
+    await form.locator('form button').click();
+}
+
 export async function expectValues(page, values) {
     for (const [name, value] of Object.entries(values)) {
         if (typeof value === 'boolean') {
@@ -124,6 +135,21 @@ export async function expectValues(page, values) {
             await expect(field(page, name)).toHaveValue(value);
         }
     }
+}
+
+// Confirms the action on the open page, unfolding its form if needed. Returns the form.
+export async function confirm(page, query) {
+    const form = page.locator(`#main form[action$="${query}"]`);
+    if (!await form.isVisible()) {
+        await form.locator('xpath=ancestor::details/summary').click();
+    }
+    await form.locator('[name=confirm]').check();
+    return form;
+}
+
+export async function confirmAndSend(page, query) {
+    const form = await confirm(page, query);
+    await form.locator('button:not([type=button])').click();
 }
 
 // ---- Files
@@ -174,7 +200,7 @@ export async function deliverPhone(request) {
     await killPhone(request);
 }
 
-// The daemon creates the file with its first request.
+// The daemon creates the file at the first sign-in.
 export async function hasFactoryPassword() {
     const data = `${process.env.BUILD}/device/phone/data`;
     const files = await readdir(data);
@@ -188,8 +214,7 @@ export async function setOwnPassword(request) {
     const form = await (await get(request, '/servlet?p=security')).text();
     const [, token] = form.match(/name="token" value="(\w+)"/);
     await request.post('/servlet?p=security&q=password', { form: {
-        token, oldPassword: kFactory.password, newPassword: kAdmin.password,
-        repeat: kAdmin.password } });
+        token, newPassword: kAdmin.password, repeat: kAdmin.password } });
     await request.post('/servlet?p=login&q=logout', { form: { token } });
 }
 

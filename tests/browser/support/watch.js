@@ -100,6 +100,12 @@ export class Watch {
             this.askers.get(request) !== this.documents.get(page);
     }
 
+    // A page being left may have asked for data just before its session ended.
+    #isRefusedAtSignOut(response) {
+        return response.status() === 403 && !isForPage(response.request()) &&
+            this.#isGivenUp(response.request());
+    }
+
     #onFailure(request) {
         const reason = request.failure().errorText;
         if (isForPage(request)) {
@@ -129,7 +135,7 @@ export class Watch {
         const index = this.announced.indexOf(response.status());
         if (index >= 0) {
             this.announced.splice(index, 1);
-        } else {
+        } else if (!this.#isRefusedAtSignOut(response)) {
             this.#note(`status ${response.status()}: ${request.method()} ${response.url()}`);
         }
     }

@@ -14,6 +14,7 @@ Settings someSettings() {
     settings.accounts[1].secret = "other";
     settings.network.vlan = 12;
     settings.audio.echo = false;
+    settings.provisioning.server = "https://provisioning.example.com/a&b";
     settings.web.passwordHash = "$y$hash";
     settings.web.remoteAddresses = {"192.0.2.1", "2001:db8::1"};
     return settings;
@@ -42,6 +43,7 @@ TEST(Configuration, RoundTrips) {
     EXPECT_EQ(configurationText(settings), text);
     EXPECT_EQ(settings.accounts[0].label, "A & B <\"C\">");
     EXPECT_FALSE(settings.audio.echo);
+    EXPECT_EQ(settings.provisioning.server, "https://provisioning.example.com/a&b");
     EXPECT_EQ(settings.web.remoteAddresses.size(), 2u);
     EXPECT_LT(text.size(), kMaxConfigurationBytes / 10);
 }
@@ -102,6 +104,8 @@ TEST(Configuration, ReportsErrorsAndChangesNothing) {
         {inConfiguration("<audio><echo/><echo/></audio>"), "audio/echo: duplicate"},
         {inConfiguration("<account><secret>x</secret></account>"),
          "account[1]/secret: unknownElement"},
+        {inConfiguration("<provisioning><server>http://me:secret@a</server></provisioning>"),
+         "provisioning/server: badUrl"},
         {inConfiguration("<web><passwordHash>x</passwordHash></web>"),
          "web/passwordHash: unknownElement"},
         {inConfiguration(account + "<account><port>0</port><expiry>x</expiry></account>"),

@@ -9,14 +9,22 @@ using namespace phone;
 
 namespace {
 
+std::string numbersIn(const Contact& contact) {
+    std::string text = contact.number.str();
+    text += contact.mobile.empty() ? "" : " mobile " + contact.mobile.str();
+    text += contact.home.empty() ? "" : " home " + contact.home.str();
+    return text;
+}
+
 // Returns the plan as lines of text.
 std::string textOf(const ImportPlan& plan) {
     std::string text;
     for (const Contact& contact : plan.added) {
-        text += "+ " + contact.name + ": " + contact.number + "\n";
+        text += "+ " + contact.name.str() + ": " + numbersIn(contact) + "\n";
     }
     for (const ImportPlan::Change& change : plan.changed) {
-        text += "* " + change.name + ": " + change.oldNumber + " -> " + change.number + "\n";
+        text += "* " + change.now.name.str() + ": " + numbersIn(change.old) + " -> " +
+                numbersIn(change.now) + "\n";
     }
     if (plan.unchanged != 0) {
         text += "= " + std::to_string(plan.unchanged) + "\n";
@@ -52,6 +60,8 @@ TEST(CsvImport, ReadsOneContactPerLine) {
         {"name,number,\"x\nAnn,1", "+ Ann: 1\n1: line: badCharacters\n"},
         {" Ann , 1 ", "+ Ann: 1\n"},
         {"Ann,1,Office,", "+ Ann: 1\n"},
+        {"Name;Mobil;Privat\nAnn;2;3", "+ Ann:  mobile 2 home 3\n"},
+        {"Ann\t1\nDoe, Jane\t2", "+ Ann: 1\n+ Doe, Jane: 2\n"},
         {"\"Doe, Jane\",\"1\"", "+ Doe, Jane: 1\n"},
         {"\"Jane \"\"JD\"\" Doe\",1", "+ Jane \"JD\" Doe: 1\n"},
         {"\"Ann\nSmith\",1\nBen,2", "+ Ann Smith: 1\n+ Ben: 2\n"},
@@ -61,7 +71,8 @@ TEST(CsvImport, ReadsOneContactPerLine) {
         {",1", "1: name: required\n"},
         {"\"\",1", "1: name: required\n"},
         {"Ann,x\nBen,2", "+ Ben: 2\n1: number: badCharacters\n"},
-        {"A\tb,1", "1: name: badCharacters\n"},
+        {"A\tb,1", "1: number: badCharacters\n"},
+        {"A\x01b,1", "1: name: badCharacters\n"},
         {std::string("A\0b,1", 5), "1: name: badCharacters\n"},
         {"Ann,1\n\nAnn,2\nBen,3", "+ Ann: 1\n+ Ben: 3\n3: name: duplicate\n"},
         {"\xFF,1\nBen,2", "+ Ben: 2\n1: line: notUtf8\n"},
@@ -100,6 +111,24 @@ TEST(CsvImport, CountsNewChangedAndUnchangedContacts) {
     EXPECT_EQ(directory.find("Ben")->number, "22");
     EXPECT_EQ(directory.find("Cem")->number, "3");
     EXPECT_EQ(directory.find("Zoe")->number, "9");
+}
+
+TEST(CsvImport, KeepsNumbersForWhichTheFileHasNoColumn) {
+    Directory directory;
+    directory.put({"Ann", "1", "2", "3"});
+    directory.put({"Ben", "", "5"});
+    EXPECT_EQ(textOf(planImport("name,home\nAnn,33\nBen,", directory)),
+              "* Ann: 1 mobile 2 home 3 -> 1 mobile 2 home 33\n= 1\n");
+    EXPECT_EQ(textOf(planImport("name,number,mobile\nAnn,1,\nBen,,", directory)),
+              "* Ann: 1 mobile 2 home 3 -> 1 home 3\n3: number: required\n");
+}
+
+TEST(CsvImport, UsesTheColumnsThatAreGiven) {
+    const CsvColumns columns{2, kNoColumn, 0, 40};
+    const ImportPlan plan = planImport("1;x;Ann\n2;y;Ben\n;3;Cem\n", Directory(), columns);
+    EXPECT_EQ(textOf(plan), "+ Ann:  mobile 1\n+ Ben:  mobile 2\n3: number: required\n");
+    EXPECT_EQ(plan.columns, columns);
+    EXPECT_EQ(plan.titles, (std::vector<std::string>{"1", "x", "Ann"}));
 }
 
 TEST(CsvImport, RejectsContactsBeyondTheLimit) {
@@ -145,7 +174,7 @@ TEST(CsvExport, RoundTrips) {
     Directory directory;
     for (const char* name : {"Ann", "Doe, Jane", "J \"JD\" D", "\"", "=1+1", "+Plus", "-Minus",
                              "@At", "'=x", "''=x", "'n Sync", "'", "\xE7\x8E\x8B\xE8\x8A\xB3"}) {
-        directory.put({name, "+49 (30) 23125-000"});
+        directory.put({name, "+49 (30) 23125-000", "", "3"});
     }
     Directory again;
     const ImportPlan plan = planImport(contactsCsv(directory), again);
@@ -161,9 +190,9 @@ TEST(CsvExport, DefusesFormulasInNamesAndKeepsNumbers) {
     Directory directory;
     directory.put({"=HYPERLINK(\"x\")", "+49 1"});
     directory.put({"Ann", "1"});
-    EXPECT_EQ(contactsCsv(directory), "name,number\r\n"
-                                      "\"'=HYPERLINK(\"\"x\"\")\",+49 1\r\n"
-                                      "Ann,1\r\n");
+    EXPECT_EQ(contactsCsv(directory), "name,number,mobile,home\r\n"
+                                      "\"'=HYPERLINK(\"\"x\"\")\",+49 1,,\r\n"
+                                      "Ann,1,,\r\n");
 }
 
 TEST(FactoryContacts, AreAThousandValidContacts) {
@@ -172,7 +201,7 @@ TEST(FactoryContacts, AreAThousandValidContacts) {
     EXPECT_EQ(plan.refusedCount, 0u);
     std::set<std::string> numbers;
     for (const Contact& contact : plan.added) {
-        numbers.insert(contact.number);
+        numbers.insert(contact.number.str());
     }
     EXPECT_EQ(numbers.size(), 1000u);
 }

@@ -24,13 +24,26 @@ void play(DeskPhone& phone, const std::string& script) {
 }
 
 // Returns everything visible except the last key.
-using Seen = std::tuple<std::array<std::string, 2>, Call, int, std::array<Lamp, PhoneView::kLines>,
-                        Lamp, bool, bool, bool, bool, int>;
+using Seen = std::tuple<Screen, std::string, Call, int, std::array<Lamp, PhoneView::kLines>, Lamp,
+                        bool, bool, bool, bool, int>;
 
 Seen seen(const DeskPhone& phone) {
     const PhoneView view = phone.view();
-    return {view.display, view.call, view.line,    view.lineLamps,    view.messageLamp,
-            view.speaker, view.mute, view.headset, view.doNotDisturb, view.volume};
+    return {view.screen,    view.digits,       view.call,    view.line,
+            view.lineLamps, view.messageLamp,  view.speaker, view.mute,
+            view.headset,   view.doNotDisturb, view.volume};
+}
+
+// Returns the digits where the display shows some, otherwise what it shows instead.
+std::string shown(const PhoneView& view) {
+    switch (view.screen) {
+    case Screen::ready:
+    case Screen::doNotDisturb:
+    case Screen::menu:
+        return view.digits + nameOf(view.screen);
+    default:
+        return view.digits;
+    }
 }
 
 PhoneView after(const std::string& script) {
@@ -43,8 +56,9 @@ PhoneView after(const std::string& script) {
 
 TEST(DeskPhone, IsIdleAtFirst) {
     const PhoneView view = DeskPhone().view();
-    EXPECT_EQ(view.display[0], "Line 1");
-    EXPECT_EQ(view.display[1], "Ready");
+    EXPECT_EQ(view.line, 1);
+    EXPECT_EQ(view.screen, Screen::ready);
+    EXPECT_EQ(view.digits, "");
     EXPECT_EQ(view.call, Call::idle);
     for (Lamp lamp : view.lineLamps) {
         EXPECT_EQ(lamp, Lamp::off);
@@ -63,11 +77,11 @@ TEST(DeskPhone, FollowsTheCallStates) {
         {"HEADSET", Call::dialing, ""},
         {"STAR 2 1 POUND", Call::dialing, "*21#"},
         {"1 2 CANCEL", Call::dialing, "1"},
-        {"1 CANCEL CANCEL", Call::idle, "Ready"},
+        {"1 CANCEL CANCEL", Call::idle, "ready"},
         {"1 2 OK", Call::talking, "12"},
         {"STAR OK", Call::dialing, "*"},
         {"L1 OK", Call::dialing, ""},
-        {"OK", Call::idle, "Ready"},
+        {"OK", Call::idle, "ready"},
         {"1 OK 7 POUND", Call::talking, "17#"},
         {"1 OK HOLD", Call::held, "1"},
         {"1 OK HOLD 5", Call::held, "1"},
@@ -76,12 +90,12 @@ TEST(DeskPhone, FollowsTheCallStates) {
         {"1 OK L1", Call::held, "1"},
         {"1 OK L1 L1", Call::talking, "1"},
         {"1 OK L2", Call::talking, "1"},
-        {"1 OK HOLD CANCEL", Call::idle, "Ready"},
-        {"1 OK CANCEL", Call::idle, "Ready"},
-        {"1 OK SPEAKER", Call::idle, "Ready"},
+        {"1 OK HOLD CANCEL", Call::idle, "ready"},
+        {"1 OK CANCEL", Call::idle, "ready"},
+        {"1 OK SPEAKER", Call::idle, "ready"},
         {"1 OK HEADSET", Call::talking, "1"},
-        {"1 OK HEADSET HEADSET", Call::idle, "Ready"},
-        {"HOLD", Call::idle, "Ready"},
+        {"1 OK HEADSET HEADSET", Call::idle, "ready"},
+        {"HOLD", Call::idle, "ready"},
         {":ring", Call::ringing, "1002"},
         {":ring 5", Call::ringing, "1002"},
         {":ring OK", Call::talking, "1002"},
@@ -90,23 +104,25 @@ TEST(DeskPhone, FollowsTheCallStates) {
         {":ring L1", Call::talking, "1002"},
         {":ring L2", Call::ringing, "1002"},
         {":ring :answer", Call::talking, "1002"},
-        {":ring CANCEL", Call::idle, "Ready"},
-        {":ring :hangup", Call::idle, "Ready"},
+        {":ring CANCEL", Call::idle, "ready"},
+        {":ring :hangup", Call::idle, "ready"},
         {":ring :answer :hold", Call::held, "1002"},
         {":ring :answer :hold :hold", Call::talking, "1002"},
-        {":dnd_on", Call::idle, "Do not disturb"},
-        {":dnd_on :ring", Call::idle, "Do not disturb"},
-        {":dnd_on :dnd_off", Call::idle, "Ready"},
-        {"MENU", Call::idle, "Settings: in the browser"},
-        {"MENU MENU", Call::idle, "Ready"},
-        {"MENU CANCEL", Call::idle, "Ready"},
+        {":dnd_on", Call::idle, "doNotDisturb"},
+        {":dnd_on :ring", Call::idle, "doNotDisturb"},
+        {":dnd_on :dnd_off", Call::idle, "ready"},
+        {"MENU", Call::idle, "menu"},
+        {"MENU MENU", Call::idle, "ready"},
+        {"MENU CANCEL", Call::idle, "ready"},
         {"MENU 5", Call::dialing, "5"},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.script);
         const PhoneView view = after(test.script);
         EXPECT_STREQ(nameOf(view.call), nameOf(test.call));
-        EXPECT_EQ(view.display[1], test.display);
+        EXPECT_EQ(shown(view), test.display);
+        const std::string screen = nameOf(view.screen);
+        EXPECT_TRUE(screen == nameOf(view.call) || view.call == Call::idle) << screen;
     }
 }
 
@@ -176,9 +192,9 @@ TEST(DeskPhone, DialsNumbers) {
     EXPECT_EQ(seen(phone), seen(DeskPhone()));
     EXPECT_TRUE(phone.dial("+49 30 23125 000"));
     EXPECT_EQ(phone.view().call, Call::talking);
-    EXPECT_EQ(phone.view().display[1], "+49 30 23125 000");
+    EXPECT_EQ(phone.view().digits, "+49 30 23125 000");
     EXPECT_FALSE(phone.dial("1")) << "in a call";
-    EXPECT_EQ(phone.view().display[1], "+49 30 23125 000");
+    EXPECT_EQ(phone.view().digits, "+49 30 23125 000");
 }
 
 TEST(DeskPhone, LimitsTheNumberOfDigits) {
@@ -186,7 +202,7 @@ TEST(DeskPhone, LimitsTheNumberOfDigits) {
     for (int i = 0; i < 100; ++i) {
         phone.press("5");
     }
-    EXPECT_EQ(phone.view().display[1], std::string(DeskPhone::kMaxDigits, '5'));
+    EXPECT_EQ(phone.view().digits, std::string(DeskPhone::kMaxDigits, '5'));
 }
 
 TEST(DeskPhone, RejectsUnknownKeysNumbersAndCommands) {

@@ -1,3 +1,4 @@
+#include "damaged_text.h"
 #include "error_texts.h"
 #include "failing_calls.h"
 #include "model/configuration.h"
@@ -44,12 +45,17 @@ protected:
     bool isTidy() const {
         auto names = folder.names();
         std::sort(names.begin(), names.end());
+        names.erase(std::remove(names.begin(), names.end(), "changes.xml"), names.end());
         return names ==
                std::vector<std::string>{"factory.csv", "password.1", "password.2", "phone.xml"};
     }
 
+    // Returns all that is saved but the password.
+    std::string savedText() const { return textOfFile(files.state) + textOfFile(changes); }
+
     TemporaryFolder folder;
     const Device::Files files{folder.file("phone.xml"), folder.file("factory.csv")};
+    const std::string changes = folder.file("changes.xml");
 };
 
 Device::Edit setMicGain(int gain) {
@@ -72,7 +78,7 @@ TEST_F(StoredState, IsNotReplacedIfItCannotBeRead) {
 }
 
 TEST_F(StoredState, StartsWithFactorySettings) {
-    const Device device(files);
+    Device device(files);
     const auto state = device.state();
     EXPECT_EQ(state->settings.accounts[0].userName, "1001");
     EXPECT_EQ(state->directory.contacts().size(), 2u);
@@ -82,7 +88,7 @@ TEST_F(StoredState, StartsWithFactorySettings) {
 }
 
 TEST_F(StoredState, StartsWithoutContactsIfTheFactoryFileIsMissing) {
-    const Device device({files.state, folder.file("missing.csv")});
+    Device device({files.state, folder.file("missing.csv")});
     EXPECT_TRUE(device.state()->directory.contacts().empty());
     EXPECT_TRUE(logged("warn", "missing.csv"));
 }
@@ -102,7 +108,7 @@ TEST_F(StoredState, KeepsChanges) {
                         })
                         .done());
     }
-    const Device device(files);
+    Device device(files);
     const auto state = device.state();
     EXPECT_EQ(state->settings.accounts[0].secret, "");
     EXPECT_EQ(state->settings.accounts[1].secret, "  ");
@@ -134,9 +140,10 @@ TEST_F(StoredState, KeepsTheLargestPossibleState) {
 }
 
 TEST_F(StoredState, IsReadableByItsOwnerOnly) {
-    const Device device(files);
+    Device device(files);
+    ASSERT_TRUE(device.change(setMicGain(3)).done());
     for (const std::string& file :
-         {files.state, folder.file("password.1"), folder.file("password.2")}) {
+         {files.state, changes, folder.file("password.1"), folder.file("password.2")}) {
         struct stat status {};
         ASSERT_EQ(stat(file.c_str(), &status), 0) << file;
         EXPECT_EQ(status.st_mode & 0777u, 0600u) << file;
@@ -145,7 +152,8 @@ TEST_F(StoredState, IsReadableByItsOwnerOnly) {
 
 TEST_F(StoredState, IsUnchangedIfTheEditReturnsErrors) {
     Device device(files);
-    const std::string saved = textOfFile(files.state);
+    device.preparePassword();
+    const std::string saved = savedText();
     const auto before = device.state();
     const Outcome outcome = device.change([](State& state) -> Errors {
         state.settings.audio.micGain = 5;
@@ -154,7 +162,7 @@ TEST_F(StoredState, IsUnchangedIfTheEditReturnsErrors) {
     EXPECT_FALSE(outcome.done());
     EXPECT_EQ(textOf(outcome.errors), "micGain: tooLarge 4");
     EXPECT_EQ(device.state(), before);
-    EXPECT_EQ(textOfFile(files.state), saved);
+    EXPECT_EQ(savedText(), saved);
 }
 
 TEST_F(StoredState, IsUnchangedIfTheEditThrows) {
@@ -170,7 +178,8 @@ TEST_F(StoredState, IsUnchangedIfTheEditThrows) {
 
 TEST_F(StoredState, IsUnchangedIfSavingFails) {
     Device device(files);
-    const std::string saved = textOfFile(files.state);
+    device.preparePassword();
+    const std::string saved = savedText();
     for (auto call :
          {failing_calls::Call::write, failing_calls::Call::fsync, failing_calls::Call::rename}) {
         recorded_log::clear();
@@ -180,7 +189,7 @@ TEST_F(StoredState, IsUnchangedIfSavingFails) {
         EXPECT_TRUE(outcome.saveFailed);
         EXPECT_FALSE(outcome.done());
         EXPECT_EQ(micGain(device), 0);
-        EXPECT_EQ(textOfFile(files.state), saved);
+        EXPECT_EQ(savedText(), saved);
         EXPECT_TRUE(isTidy());
         EXPECT_TRUE(logged("error", "Cannot save"));
     }
@@ -210,33 +219,27 @@ TEST_F(StoredState, IsResetIfDamagedAndTheDamagedFileIsKept) {
     {
         Device device(files);
         device.changePassword("admin", "correct horse", "correct horse");
-        device.change(setMicGain(3));
+        device.change([](State& state) {
+            state.settings.audio.micGain = 3;
+            return keepLocalCopy(state); // so that the state file is written
+        });
         good = textOfFile(files.state);
     }
-    const auto without = [&good](const std::string& part, const std::string& other) {
-        std::string text = good;
-        return text.replace(text.find(part), part.size(), other);
-    };
-    const std::string damages[] = {
-        "",
-        "garbage",
-        good.substr(0, good.size() / 2),
-        good.substr(0, good.size() - 4),
-        std::string(good.size(), '\0'),
-        std::string(3 * 1024 * 1024, ' ') + good,
-        without("<micGain>3<", "<micGain>33<"),
-        without("<state>", "<stat>"),
-        without("<access>", "<access><user>admin</user><passwordHash>$x$j7T$</passwordHash>"),
-        without("<secret></secret>", ""),
-        without("<name>Ann<", "<name>Ben<"),
-        without("<number>1001<", "<number>x<"),
-        without("<configuration>", "<configuration><camera/>"),
-    };
+    const auto damages = damagesOf(
+        good, {
+                  {"<micGain>3<", "<micGain>33<"},
+                  {"<state>", "<stat>"},
+                  {"<access>", "<access><user>admin</user><passwordHash>$x$j7T$</passwordHash>"},
+                  {"<secret></secret>", ""},
+                  {"<name>Ann<", "<name>Ben<"},
+                  {"<number>1001<", "<number>x<"},
+                  {"<configuration>", "<configuration><camera/>"},
+              });
     for (const std::string& damage : damages) {
         SCOPED_TRACE(damage.substr(0, 60));
         recorded_log::clear();
         writeTextFile(files.state, damage);
-        const Device device(files);
+        Device device(files);
         EXPECT_EQ(micGain(device), 0);
         EXPECT_TRUE(device.authenticate("admin", "correct horse"));
         EXPECT_FALSE(device.authenticate("admin", "admin")) << "the attack";
@@ -247,7 +250,7 @@ TEST_F(StoredState, IsResetIfDamagedAndTheDamagedFileIsKept) {
 
 // The attack: whoever can delete or damage files signs in with the factory password.
 TEST_F(StoredState, ClosesThePhoneIfItsPasswordIsLost) {
-    { const Device device(files); }
+    { EXPECT_TRUE(Device(files).authenticate("admin", "admin")); }
     const std::string first = textOfFile(folder.file("password.1"));
     const std::string damages[] = {"", "garbage", first.substr(0, first.size() - 2), first + "\n",
                                    "2" + first.substr(1)};
@@ -278,12 +281,12 @@ TEST_F(StoredState, OpensAgainAfterAResetAtTheDevice) {
     EXPECT_TRUE(Device(files).isClosed());
     writeTextFile(folder.file("reset"), "");
     {
-        const Device device(files);
+        Device device(files);
         EXPECT_TRUE(device.authenticate("admin", "admin"));
         EXPECT_EQ(micGain(device), 0);
     }
     EXPECT_TRUE(isTidy());
-    const Device device(files);
+    Device device(files);
     EXPECT_TRUE(device.authenticate("admin", "admin"));
 }
 
@@ -291,8 +294,96 @@ TEST_F(StoredState, StaysNewUntilItCouldBeSaved) {
     failing_calls::fail(failing_calls::Call::rename);
     EXPECT_TRUE(Device(files).authenticate("admin", "admin"));
     failing_calls::fail(failing_calls::Call::none);
-    { const Device device(files); }
+    { EXPECT_TRUE(Device(files).authenticate("admin", "admin")); }
     EXPECT_TRUE(isTidy());
+}
+
+// Hashing takes seconds on a slow processor, and the phone starts with its first page.
+TEST_F(StoredState, OfANewPhoneIsThereBeforeItsPasswordIsHashed) {
+    failing_calls::fail(failing_calls::Call::crypt);
+    Device device(files);
+    EXPECT_FALSE(device.isClosed());
+    EXPECT_TRUE(device.state()->settings.web.factoryPassword);
+    EXPECT_EQ(device.state()->directory.contacts().size(), 2u);
+    EXPECT_TRUE(recorded_log::records().empty());
+    EXPECT_THROW(device.authenticate("admin", "admin"), std::bad_alloc);
+    EXPECT_TRUE(device.changePassword("admin", "correct horse", "correct horse").saveFailed);
+    EXPECT_TRUE(device.change(setMicGain(3)).saveFailed);
+    EXPECT_FALSE(device.isClosed());
+    failing_calls::fail(failing_calls::Call::none);
+    EXPECT_TRUE(device.authenticate("admin", "admin"));
+    EXPECT_TRUE(isTidy());
+}
+
+TEST_F(StoredState, OfANewPhoneLetsNothingInButTheFactoryPassword) {
+    const char* const attempts[][2] = {{"", ""}, {"admin", ""}, {"", "admin"}, {"admin", "$y$"}};
+    for (const auto& attempt : attempts) {
+        writeTextFile(folder.file("reset"), "");
+        Device device(files);
+        EXPECT_FALSE(device.authenticate(attempt[0], attempt[1])) << attempt[0];
+        EXPECT_TRUE(device.authenticate("admin", "admin"));
+    }
+}
+
+TEST_F(StoredState, OfANewPhoneIsHashedOnceForAllWhoSignInAtOnce) {
+    Device device(files);
+    std::atomic<int> done{0};
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] { done += device.authenticate("admin", "admin"); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(done, 4);
+    EXPECT_EQ(textOfFile(folder.file("password.1")).substr(0, 2), "1\n") << "saved once";
+}
+
+// Otherwise whoever has one phone's hash could try passwords for all of them at once.
+TEST_F(StoredState, HasASaltOfItsOwnOnEachNewPhone) {
+    std::vector<std::string> hashes;
+    for (int phone = 0; phone < 2; ++phone) {
+        writeTextFile(folder.file("reset"), "");
+        Device device(files);
+        ASSERT_TRUE(device.authenticate("admin", "admin"));
+        hashes.push_back(device.state()->settings.web.passwordHash);
+    }
+    EXPECT_NE(hashes[0].substr(0, hashes[0].rfind('$')), hashes[1].substr(0, hashes[1].rfind('$')));
+}
+
+TEST_F(StoredState, OfTheFormerOwnerIsGoneWhenANewPhoneStarts) {
+    {
+        Device device(files);
+        device.changePassword("admin", "correct horse", "correct horse");
+        device.change([](State& state) {
+            state.settings.accounts[0].secret = "sesame";
+            return state.directory.add({"Friend", "1"});
+        });
+        device.change(setMicGain(3));
+    }
+    writeTextFile(folder.file("reset"), "");
+    Device device(files);
+    EXPECT_EQ(savedText().find("sesame"), std::string::npos);
+    EXPECT_EQ(savedText().find("Friend"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(changes));
+    EXPECT_FALSE(device.authenticate("admin", "correct horse"));
+    EXPECT_TRUE(device.authenticate("admin", "admin"));
+    EXPECT_FALSE(Device(files).authenticate("admin", "correct horse"));
+}
+
+// The attack: the factory password comes back with the next start.
+TEST_F(StoredState, KeepsTheOwnersPasswordIfTheFactoryPasswordCouldNotBeSaved) {
+    {
+        Device device(files);
+        failing_calls::fail(failing_calls::Call::rename);
+        EXPECT_TRUE(device.authenticate("admin", "admin"));
+        failing_calls::fail(failing_calls::Call::none);
+        EXPECT_TRUE(device.changePassword("admin", "correct horse", "correct horse").done());
+    }
+    EXPECT_TRUE(isTidy());
+    EXPECT_TRUE(Device(files).authenticate("admin", "correct horse"));
+    EXPECT_FALSE(Device(files).authenticate("admin", "admin"));
 }
 
 TEST_F(StoredState, KeepsThePasswordIfOneFileIsLost) {
@@ -304,7 +395,7 @@ TEST_F(StoredState, KeepsThePasswordIfOneFileIsLost) {
         const std::string whole = textOfFile(folder.file(name));
         writeTextFile(folder.file(name), whole.substr(1));
         {
-            const Device device(files);
+            Device device(files);
             EXPECT_TRUE(device.authenticate("admin", "correct horse")) << name;
         }
         EXPECT_EQ(textOfFile(folder.file(name)), whole) << "repaired";
@@ -314,7 +405,7 @@ TEST_F(StoredState, KeepsThePasswordIfOneFileIsLost) {
 }
 
 TEST_F(StoredState, UsesTheNewerOfTwoPasswords) {
-    { const Device device(files); }
+    { Device device(files); }
     for (const char* older : {"password.1", "password.2"}) {
         const std::string before = textOfFile(folder.file(older));
         const std::string password = std::string("password of ") + older;
@@ -339,7 +430,7 @@ TEST_F(StoredState, TakesThePasswordOfAnEarlierVersion) {
         Device device(files);
         device.changePassword("admin", "correct horse", "correct horse");
         hash = device.state()->settings.web.passwordHash;
-        earlier = textOfFile(files.state);
+        earlier = savedText();
     }
     earlier.replace(earlier.find("</access>"), 0,
                     "<user>admin</user><passwordHash>" + hash +
@@ -359,15 +450,16 @@ TEST_F(StoredState, TakesThePasswordOfAnEarlierVersion) {
 TEST_F(StoredState, IsCleanedUpAfterAnInterruptedSave) {
     { Device(files).change(setMicGain(3)); }
     writeTextFile(files.state + ".new", "half a fi");
+    writeTextFile(changes + ".new", "half a fi");
     writeTextFile(folder.file("password.1.new"), "half a fi");
     writeTextFile(folder.file("password.2.new"), "half a fi");
-    const Device device(files);
+    Device device(files);
     EXPECT_EQ(micGain(device), 3);
     EXPECT_TRUE(isTidy());
 }
 
 TEST_F(StoredState, IsCompleteWheneverTheProcessIsKilled) {
-    { const Device device(files); }
+    Device(files).preparePassword();
     int moved = 0;
     unsigned random = 4711;
     for (int round = 0; round < 60; ++round) {
@@ -398,7 +490,7 @@ TEST_F(StoredState, IsCompleteWheneverTheProcessIsKilled) {
         close(progress[1]);
 
         recorded_log::clear();
-        const Device device(files);
+        Device device(files);
         const Network network = device.state()->settings.network;
         EXPECT_FALSE(logged("error", ""));
         EXPECT_TRUE(isTidy());
@@ -412,7 +504,7 @@ TEST_F(StoredState, IsCompleteWheneverTheProcessIsKilled) {
 }
 
 TEST_F(StoredState, AuthenticatesByNameAndPassword) {
-    const Device device(files);
+    Device device(files);
     const char* const attempts[][2] = {{"", ""},           {"admin", ""},       {"", "admin"},
                                        {"admin", "Admin"}, {"Admin", "admin"},  {"adminn", "admin"},
                                        {"admi", "admin"},  {"admin", "adminn"}, {"x", "y"}};
@@ -423,7 +515,7 @@ TEST_F(StoredState, AuthenticatesByNameAndPassword) {
 }
 
 TEST_F(StoredState, AuthenticatesUnknownUsersInTheSameTime) {
-    const Device device(files);
+    Device device(files);
     const auto cost = [&device](const char* name) {
         const std::clock_t begin = std::clock();
         for (int i = 0; i < 5; ++i) {
@@ -439,6 +531,8 @@ TEST_F(StoredState, AuthenticatesUnknownUsersInTheSameTime) {
 
 TEST_F(StoredState, ReportsErrorsInANewPassword) {
     Device device(files);
+    const std::string old = "garden gate";
+    ASSERT_TRUE(device.changePassword("", old, old).done());
     std::string emojis;
     for (int i = 0; i < 128; ++i) {
         emojis += "\xF0\x9F\x98\x80";
@@ -452,14 +546,17 @@ TEST_F(StoredState, ReportsErrorsInANewPassword) {
     } cases[] = {
         {"wrong", good, good, "oldPassword: wrongPassword"},
         {"", good, good, "oldPassword: wrongPassword"},
-        {"admin", "", "", "newPassword: required"},
-        {"admin", "1234567", "1234567", "newPassword: tooShort 8"},
-        {"admin", std::string(129, 'x'), "", "newPassword: tooLong 128"},
-        {"admin", emojis, emojis, "newPassword: tooLong 127"},
-        {"admin", good + "\n", good + "\n", "newPassword: badCharacters"},
-        {"admin", good + "\xFF", good + "\xFF", "newPassword: notUtf8"},
-        {"admin", good, good + "x", "repeat: mismatch"},
-        {"admin", good, "", "repeat: mismatch"},
+        {"admin", good, good, "oldPassword: wrongPassword"},
+        {old, "", "", "newPassword: required"},
+        {old, "1234567", "1234567", "newPassword: tooShort 8"},
+        {old, std::string(129, 'x'), "", "newPassword: tooLong 128"},
+        {old, emojis, emojis, "newPassword: tooLong 127"},
+        {old, good + "\n", good + "\n", "newPassword: badCharacters"},
+        {old, good + "\xFF", good + "\xFF", "newPassword: notUtf8"},
+        {old, "Password2026!", "Password2026!", "newPassword: tooCommon"},
+        {old, old, old, "newPassword: same"},
+        {old, good, good + "x", "repeat: mismatch"},
+        {old, good, "", "repeat: mismatch"},
         {good, good, good, "oldPassword: wrongPassword, newPassword: same"},
         {"wrong", "short", "x", "oldPassword: wrongPassword, newPassword: tooShort 8"},
     };
@@ -468,17 +565,33 @@ TEST_F(StoredState, ReportsErrorsInANewPassword) {
             textOf(device.changePassword(test.oldPassword, test.newPassword, test.repeat).errors),
             test.errors);
     }
+    EXPECT_TRUE(device.authenticate("admin", old));
+}
+
+TEST_F(StoredState, AsksForNoFormerPasswordOnlyWhileItIsTheFactoryOne) {
+    Device device(files);
+    const std::string good = "longer than eight";
+    const std::string other = "another one";
+    EXPECT_EQ(textOf(device.changePassword("", "admin", "admin").errors),
+              "newPassword: tooShort 8");
+    EXPECT_EQ(textOf(device.changePassword("", good, other).errors), "repeat: mismatch");
     EXPECT_TRUE(device.authenticate("admin", "admin"));
     EXPECT_TRUE(device.state()->settings.web.factoryPassword);
+    EXPECT_TRUE(device.changePassword("", good, good).done());
+    EXPECT_FALSE(device.state()->settings.web.factoryPassword);
+    EXPECT_EQ(textOf(device.changePassword("", other, other).errors), "oldPassword: wrongPassword");
+    EXPECT_TRUE(device.factoryReset().done());
+    EXPECT_TRUE(device.changePassword("", other, other).done());
+    EXPECT_TRUE(device.authenticate("admin", other));
 }
 
 TEST_F(StoredState, ChangesThePassword) {
-    const std::string longest(128, 'x');
+    const std::string longest = std::string(127, 'x') + "y";
     {
         Device device(files);
         ASSERT_TRUE(device.changePassword("admin", longest, longest).done());
     }
-    const Device device(files);
+    Device device(files);
     EXPECT_FALSE(device.authenticate("admin", "admin"));
     EXPECT_TRUE(device.authenticate("admin", longest));
     EXPECT_FALSE(device.state()->settings.web.factoryPassword);
@@ -508,16 +621,20 @@ TEST_F(StoredState, IsResetToTheFactorySettings) {
     device.changePassword("admin", "new password", "new password");
     device.change([](State& state) {
         state.settings.audio.micGain = 3;
-        state.settings.accounts[0].secret = "sesame";
         state.directory.remove("Ann");
         return keepLocalCopy(state);
     });
+    device.change([](State& state) {
+        state.settings.accounts[0].secret = "sesame";
+        return Errors();
+    });
+    ASSERT_NE(savedText().find("sesame"), std::string::npos);
     ASSERT_TRUE(device.factoryReset().done());
     EXPECT_EQ(micGain(device), 0);
     EXPECT_NE(device.state()->directory.find("Ann"), nullptr);
     EXPECT_TRUE(device.authenticate("admin", "admin"));
     EXPECT_EQ(device.state()->localCopy, "");
-    EXPECT_EQ(textOfFile(files.state).find("sesame"), std::string::npos);
+    EXPECT_EQ(savedText().find("sesame"), std::string::npos);
 }
 
 TEST_F(StoredState, GivesEachReaderAConsistentSnapshot) {

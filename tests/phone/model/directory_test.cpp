@@ -18,7 +18,7 @@ Directory numbered(int count) {
 std::vector<std::string> namesIn(const std::vector<Contact>& contacts) {
     std::vector<std::string> names;
     for (const Contact& contact : contacts) {
-        names.push_back(contact.name);
+        names.push_back(contact.name.str());
     }
     return names;
 }
@@ -50,9 +50,13 @@ TEST(Contact, ReportsInvalidFields) {
         {{"Ann", "555-CALL"}, "number: badCharacters"},
         {{"Ann", "1\t2"}, "number: badCharacters"},
         {{"Ann", "\xFF"}, "number: notUtf8"},
+        {{"Ann", "", " 1 "}, ""},
+        {{"Ann", "", "", "1"}, ""},
+        {{"Ann", "", "x"}, "mobile: badCharacters"},
+        {{"Ann", "1", "x", "y"}, "mobile: badCharacters, home: badCharacters"},
     };
     for (const auto& test : cases) {
-        SCOPED_TRACE(test.contact.name + " / " + test.contact.number);
+        SCOPED_TRACE(test.contact.name.str() + " / " + test.contact.number.str());
         Contact contact = test.contact;
         EXPECT_EQ(textOf(checkContact(contact)), test.errors);
     }
@@ -60,13 +64,13 @@ TEST(Contact, ReportsInvalidFields) {
 
 TEST(Directory, IsSortedByName) {
     Directory directory;
-    for (const char* name :
-         {"ben", "Zoe", "\xC3\x84nne", "Ann", "Ben", "ann-marie", "\xE7\x8E\x8B"}) {
+    for (const char* name : {"ben", "Zoë", "王", "Änne", "=1+2", "Ann", "Борис", "Ben", "李",
+                             "anna", "ann-marie", "3M"}) {
         EXPECT_EQ(textOf(directory.add({name, "1"})), "");
     }
     EXPECT_EQ(namesIn(directory.contacts()),
-              (std::vector<std::string>{"Ann", "ann-marie", "Ben", "ben", "Zoe", "\xC3\x84nne",
-                                        "\xE7\x8E\x8B"}));
+              (std::vector<std::string>{"3M", "=1+2", "Ann", "ann-marie", "anna", "Änne", "Ben",
+                                        "ben", "Zoë", "Борис", "李", "王"}));
 }
 
 TEST(Directory, HasUniqueNames) {
@@ -96,6 +100,28 @@ TEST(Directory, RemovesAContact) {
     EXPECT_EQ(namesIn(directory.contacts()), (std::vector<std::string>{"Contact 0", "Contact 2"}));
 }
 
+TEST(Directory, ReplacesAContact) {
+    Directory directory = numbered(3);
+    EXPECT_EQ(textOf(directory.replace("Contact 1", {"Contact 1", "77"})), "");
+    EXPECT_EQ(directory.find("Contact 1")->number, "77");
+    EXPECT_EQ(textOf(directory.replace("Contact 1", {" Ann ", "78"})), "");
+    EXPECT_EQ(namesIn(directory.contacts()),
+              (std::vector<std::string>{"Ann", "Contact 0", "Contact 2"}));
+    EXPECT_EQ(textOf(directory.replace("Ann", {"Contact 2", "1"})), "name: duplicate");
+    EXPECT_EQ(textOf(directory.replace("Ann", {"Ann", "x"})), "number: badCharacters");
+    EXPECT_EQ(directory.find("Ann")->number, "78");
+    EXPECT_EQ(directory.find("Contact 2")->number, "5002");
+}
+
+TEST(Directory, FindsAContactByTheKeyOfItsName) {
+    const Directory directory = numbered(30);
+    EXPECT_EQ(keyOf("Contact 7").size(), 16U);
+    EXPECT_NE(keyOf("Contact 7"), keyOf("contact 7"));
+    EXPECT_EQ(directory.findByKey(keyOf("Contact 7"))->name, "Contact 7");
+    EXPECT_EQ(directory.findByKey(keyOf("Contact 30")), nullptr);
+    EXPECT_EQ(directory.findByKey(""), nullptr);
+}
+
 TEST(Directory, HoldsNoMoreThanTheLimit) {
     Directory directory = numbered(static_cast<int>(Directory::kMaxContacts));
     EXPECT_EQ(directory.contacts().size(), Directory::kMaxContacts);
@@ -113,11 +139,11 @@ TEST(DirectorySearch, FindsPartsOfNamesAndNumbersIgnoringCase) {
     const struct {
         const char* text;
         std::size_t found;
-    } cases[] = {{"", 3},  {"doe", 2},       {"DOE", 2},       {"n", 2},      {"555-01", 2},
-                 {"0", 3}, {"J\xC3\xB6", 1}, {"j\xC3\xB6", 1}, {"nobody", 0}, {"Jane Doe+", 0}};
+    } cases[] = {{"", 3},  {"doe", 2},        {"DOE", 2},        {"n", 2},      {"555-01", 2},
+                 {"0", 3}, {"J\xC3\xB6r", 1}, {"j\xC3\xB6r", 1}, {"nobody", 0}, {"Jane Doe+", 0}};
     for (const auto& test : cases) {
-        EXPECT_EQ(directory.search(test.text, 1).total, test.found) << test.text;
-        EXPECT_EQ(directory.search(test.text, 1).rows.size(), test.found) << test.text;
+        EXPECT_EQ(directory.search({test.text}).total, test.found) << test.text;
+        EXPECT_EQ(directory.search({test.text}).rows.size(), test.found) << test.text;
     }
 }
 
@@ -136,7 +162,7 @@ TEST(DirectorySearch, ReturnsThePageOrTheNearestOne) {
     for (const auto& test : cases) {
         SCOPED_TRACE(std::to_string(test.contacts) + ", page " + std::to_string(test.asked));
         const Directory directory = numbered(test.contacts);
-        const Directory::Page page = directory.search("", test.asked);
+        const Directory::Page page = directory.search({"", test.asked});
         EXPECT_EQ(page.page, test.page);
         EXPECT_EQ(page.pages, test.pages);
         ASSERT_EQ(page.rows.size(), test.rows);
@@ -146,4 +172,38 @@ TEST(DirectorySearch, ReturnsThePageOrTheNearestOne) {
                       directory.contacts()[static_cast<std::size_t>(test.page - 1) * 20].name);
         }
     }
+}
+
+TEST(DirectorySearch, ReturnsThePageWithAContact) {
+    const Directory directory = numbered(45);
+    EXPECT_EQ(directory.search({"", 1, "Contact 9"}).page, 3);
+    EXPECT_EQ(directory.search({"", 2, "Contact 0"}).page, 1);
+    EXPECT_EQ(directory.search({"", 2, "Nobody"}).page, 2);
+    EXPECT_EQ(directory.search({"500", 2, "Contact 12"}).page, 1) << "not found";
+}
+
+TEST(DirectorySearch, ReturnsTheSectionsOfTheIndex) {
+    Directory directory;
+    for (const char* name : {"3M", "Ärzte", "Anna", "Борис", "王芳", "Walter", "安娜", "犇"}) {
+        directory.put({name, "1"});
+    }
+    for (int i = 0; i < 20; ++i) {
+        directory.put({"B" + std::to_string(i), "1"});
+    }
+    const auto sectionsIn = [&](ChineseNames chinese) {
+        std::string text;
+        for (const Directory::Section& section : directory.search({"", 1, "", chinese}).sections) {
+            text += section.name + std::to_string(section.page) + " " + section.first + ", ";
+        }
+        return text;
+    };
+    EXPECT_EQ(sectionsIn(ChineseNames::last),
+              "#1 3M, A1 Anna, B1 B0, W2 Walter, *2 Борис, =2 安娜, ");
+    EXPECT_EQ(sectionsIn(ChineseNames::underLetters),
+              "#1 3M, A1 Anna, B1 B0, W2 Walter, *2 Борис, ");
+    EXPECT_EQ(namesIn(directory.search({"a", 1, "", ChineseNames::underLetters}).rows),
+              (std::vector<std::string>{"Anna", "Ärzte", "Walter"}));
+    const auto names = namesIn(directory.search({"", 2, "", ChineseNames::underLetters}).rows);
+    EXPECT_EQ((std::vector<std::string>(names.end() - 4, names.end())),
+              (std::vector<std::string>{"Walter", "王芳", "Борис", "犇"}));
 }

@@ -28,6 +28,10 @@ ssize_t __real_write(int file, const void* data, std::size_t count);
 int __real_fsync(int file);
 int __real_renameat(int fromFolder, const char* from, int toFolder, const char* to);
 char* __real_crypt_r(const char* phrase, const char* setting, crypt_data* data);
+int __real_crypto_pwhash_argon2id(unsigned char* key, unsigned long long keyBytes,
+                                  const char* phrase, unsigned long long phraseBytes,
+                                  const unsigned char* salt, unsigned long long passes,
+                                  std::size_t memory, int algorithm);
 
 ssize_t __wrap_write(int file, const void* data, std::size_t count) {
     const Call failing = file > 2 ? g_failing.load() : Call::none;
@@ -68,6 +72,18 @@ char* __wrap_crypt_r(const char* phrase, const char* setting, crypt_data* data) 
         return std::strcpy(data->output, "*0");
     }
     return __real_crypt_r(phrase, setting, data);
+}
+
+int __wrap_crypto_pwhash_argon2id(unsigned char* key, unsigned long long keyBytes,
+                                  const char* phrase, unsigned long long phraseBytes,
+                                  const unsigned char* salt, unsigned long long passes,
+                                  std::size_t memory, int algorithm) {
+    if (g_failing == Call::argon2) {
+        errno = ENOMEM;
+        return -1;
+    }
+    return __real_crypto_pwhash_argon2id(key, keyBytes, phrase, phraseBytes, salt, passes, memory,
+                                         algorithm);
 }
 
 } // extern "C"

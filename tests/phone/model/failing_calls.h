@@ -4,10 +4,10 @@
 
 namespace failing_calls {
 
-enum class Call { none, write, shortWrite, interruptedWrite, fsync, rename, crypt };
+enum class Call { none, write, shortWrite, interruptedWrite, fsync, rename, crypt, argon2 };
 
 // Makes this call fail from now on, except on standard streams (shortWrite: writes one byte per
-// call; interruptedWrite: every other call is interrupted; crypt: as without memory).
+// call; interruptedWrite: every other call is interrupted; crypt, argon2: as without memory).
 void fail(Call call);
 
 } // namespace failing_calls

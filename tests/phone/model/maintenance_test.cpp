@@ -19,7 +19,7 @@ TEST_F(MaintenanceTasks, AreNoneAtFirst) {
     EXPECT_EQ(maintenance.progress().task, Task::none);
     EXPECT_EQ(maintenance.progress().percent, 100);
     EXPECT_EQ(maintenance.upTime(), seconds(1000));
-    EXPECT_FALSE(maintenance.sinceProvisioning());
+    EXPECT_FALSE(maintenance.lastProvisioning());
 }
 
 TEST_F(MaintenanceTasks, MakeProgressAndEndByThemselves) {
@@ -74,14 +74,22 @@ TEST_F(MaintenanceTasks, RestartTheUpTime) {
 }
 
 TEST_F(MaintenanceTasks, ReportTheLastProvisioning) {
-    ASSERT_TRUE(maintenance.start(Task::provisioning, seconds(10)));
+    ASSERT_TRUE(maintenance.start(Task::provisioning, seconds(10), "http://one"));
+    EXPECT_EQ(maintenance.progress().server, "http://one");
     now += seconds(9);
-    EXPECT_FALSE(maintenance.sinceProvisioning());
+    EXPECT_FALSE(maintenance.lastProvisioning());
     now += seconds(4);
-    EXPECT_EQ(maintenance.sinceProvisioning(), seconds(3));
+    ASSERT_TRUE(maintenance.start(Task::provisioning, seconds(10), "http://two"));
+    EXPECT_EQ(maintenance.progress().server, "http://two");
+    ASSERT_TRUE(maintenance.lastProvisioning());
+    EXPECT_EQ(maintenance.lastProvisioning()->ago, seconds(3));
+    EXPECT_EQ(maintenance.lastProvisioning()->server, "http://one");
+    now += seconds(10);
+    EXPECT_EQ(maintenance.lastProvisioning()->server, "http://two");
     maintenance.start(Task::restart, seconds(1));
+    EXPECT_EQ(maintenance.progress().server, "");
     now += seconds(1);
-    EXPECT_FALSE(maintenance.sinceProvisioning());
+    EXPECT_FALSE(maintenance.lastProvisioning());
 }
 
 TEST(Tasks, HaveTheStatusWordsThatClientsExpect) {

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 using namespace phone;
-using std::chrono::seconds;
-
 TEST(MemoryMeter, ReadsMeminfo) {
     const Memory memory = readMemory("MemTotal:         62340 kB\n"
                                      "MemFree:          10000 kB\n"
@@ -55,11 +53,4 @@ TEST(NetworkInterfaces, AreListedOnceEach) {
             EXPECT_NE(interfaces[i].name, interfaces[j].name);
         }
     }
-}
-
-TEST(UpTime, IsShownAsDaysAndTime) {
-    EXPECT_EQ(upTimeText(seconds(0)), "0 d 00:00:00");
-    EXPECT_EQ(upTimeText(seconds(59)), "0 d 00:00:59");
-    EXPECT_EQ(upTimeText(seconds(3600 + 2 * 60 + 3)), "0 d 01:02:03");
-    EXPECT_EQ(upTimeText(seconds(2 * 86400 - 1)), "1 d 23:59:59");
 }

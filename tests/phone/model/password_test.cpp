@@ -3,6 +3,7 @@
 #include "failing_calls.h"
 #include "temporary_folder.h"
 
+#include "model/common_passwords.h"
 #include "model/password_store.h"
 
 #include <gtest/gtest.h>
@@ -23,6 +24,18 @@ long peakMemory() {
 }
 
 } // namespace
+
+TEST(CommonPasswords, AreRefusedWhateverIsAddedToThem) {
+    for (const char* common :
+         {"0123456789", "password", "PassWord", "password1", "Passwort2026!", "qwertzuiop",
+          "zxcvbnm12", "zhongguo", "!!!!!!!!", "xxxxxxxx", "abcdefghij", "87654321"}) {
+        EXPECT_TRUE(isCommonPassword(common)) << common;
+    }
+    for (const char* other : {"garden gate", "1password", "passwords", "abcdefgi", "13579135",
+                              "\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC", "2026!2026!"}) {
+        EXPECT_FALSE(isCommonPassword(other)) << other;
+    }
+}
 
 TEST(Password, MatchesOnlyItsOwnHash) {
     const std::string hash = hashPassword("correct horse");

@@ -36,10 +36,16 @@ protected:
         writeTextFile(folder.file("reset"), "");
         Device device(files);
         EXPECT_TRUE(setGain(device, kOldGain).done());
-        old = textOfFile(files.state);
+        old = savedTexts();
     }
 
-    void putOldState() { writeTextFile(files.state, old); }
+    // The state file and the changed settings.
+    using Texts = std::pair<std::string, std::string>;
+    Texts savedTexts() const { return {textOfFile(files.state), textOfFile(changes)}; }
+    void putOldState() {
+        writeTextFile(files.state, old.first);
+        writeTextFile(changes, old.second);
+    }
 
     static Outcome setGain(Device& device, int gain) {
         return device.change([gain](State& state) {
@@ -50,13 +56,6 @@ protected:
     static int gainOf(const Device& device) { return device.state()->settings.audio.micGain; }
     int savedGain() const { return gainOf(Device(files)); }
 
-    Calls callsOfAChange() {
-        Device device(files);
-        Calls calls = disk_calls::of([&] { EXPECT_TRUE(setGain(device, kNewGain).done()); });
-        putOldState();
-        return calls;
-    }
-
     // The old state is saved before it, the new one after it.
     static int placeOfRename(const Calls& calls) {
         return static_cast<int>(std::find(calls.begin(), calls.end(), "renameat") - calls.begin()) +
@@ -64,28 +63,72 @@ protected:
     }
 
     void expectOldState() const {
-        EXPECT_TRUE(textOfFile(files.state) == old);
+        EXPECT_TRUE(savedTexts() == old);
         expectNothingLeftBehind();
     }
     void expectNothingLeftBehind() const {
-        EXPECT_EQ(folder.names().size(), 4u)
-            << "only the state, two times the password and the factory contacts";
+        for (const std::string& name : folder.names()) {
+            EXPECT_EQ(name.find(".new"), std::string::npos) << name;
+            EXPECT_EQ(name.find(".damaged"), std::string::npos) << name;
+        }
+        EXPECT_LE(folder.names().size(), 5u)
+            << "the state, its changes, two times the password and the factory contacts";
     }
 
     TemporaryFolder folder;
     const Device::Files files{folder.file("phone.xml"), folder.file("factory.csv")};
-    std::string old;
+    const std::string changes = folder.file("changes.xml");
+    Texts old;
 };
+
+// A change that is saved as a setting, and one that replaces the state file.
+enum class Change { ofASetting, ofMore };
+
+class SavingAnyChange : public Saving, public ::testing::WithParamInterface<Change> {
+protected:
+    static Outcome make(Device& device, int gain) {
+        return device.change([gain](State& state) {
+            state.settings.audio.micGain = gain;
+            if (GetParam() == Change::ofMore) {
+                state.localCopy = copyOf(gain);
+            }
+            return Errors();
+        });
+    }
+    static std::string copyOf(int gain) { return "copy " + std::to_string(gain); }
+
+    static void expectGain(const Device& device, int gain) {
+        EXPECT_EQ(gainOf(device), gain);
+        if (GetParam() == Change::ofMore) {
+            EXPECT_EQ(device.state()->localCopy, gain == kOldGain ? "" : copyOf(gain));
+        }
+    }
+
+    Calls callsOfAChange() {
+        Device device(files);
+        Calls calls = disk_calls::of([&] { EXPECT_TRUE(make(device, kNewGain).done()); });
+        putOldState();
+        return calls;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(, SavingAnyChange, ::testing::Values(Change::ofASetting, Change::ofMore),
+                         [](const auto& change) {
+                             return change.param == Change::ofASetting ? "OfASetting" : "OfMore";
+                         });
 
 } // namespace
 
-TEST_F(Saving, MakesTheseSystemCalls) {
-    const Calls calls = callsOfAChange();
-    EXPECT_EQ(calls, (Calls{"unlink", "openat", "write", "fsync", "close", "renameat", "open",
-                            "fsync", "close"}));
+TEST_P(SavingAnyChange, MakesTheseSystemCalls) {
+    Calls expected{"unlink",   "openat", "write", "fsync", "close",
+                   "renameat", "open",   "fsync", "close"};
+    if (GetParam() == Change::ofMore) {
+        expected.emplace_back("unlink"); // the changes that now stand in the state file
+    }
+    EXPECT_EQ(callsOfAChange(), expected);
 }
 
-TEST_F(Saving, ChangesNothingOrAllIfASystemCallFails) {
+TEST_P(SavingAnyChange, ChangesNothingOrAllIfASystemCallFails) {
     const Calls all = callsOfAChange();
     for (const int error : {ENOSPC, EIO, EDQUOT, EROFS, EMFILE, ENOMEM}) {
         for (int number = 1; number <= static_cast<int>(all.size()); ++number) {
@@ -94,30 +137,33 @@ TEST_F(Saving, ChangesNothingOrAllIfASystemCallFails) {
                          std::to_string(error));
             Device device(files);
             Outcome outcome;
-            disk_calls::withFailure(number, error, [&] { outcome = setGain(device, kNewGain); });
+            disk_calls::withFailure(number, error, [&] { outcome = make(device, kNewGain); });
             // Once the data was synced, a failure of close(2) does not matter.
             const bool done = number > placeOfRename(all) || call == "close" || call == "unlink";
             EXPECT_EQ(outcome.done(), done);
-            EXPECT_EQ(gainOf(device), done ? kNewGain : kOldGain);
-            EXPECT_EQ(textOfFile(files.state) == old, !done);
+            expectGain(device, done ? kNewGain : kOldGain);
+            EXPECT_EQ(savedTexts() == old, !done);
             expectNothingLeftBehind();
-            EXPECT_EQ(savedGain(), gainOf(device));
-            EXPECT_TRUE(setGain(device, kNewGain + 1).done()) << "the next change succeeds";
+            expectGain(Device(files), gainOf(device));
+            EXPECT_TRUE(make(device, kNewGain + 1).done()) << "the next change succeeds";
+            expectGain(Device(files), kNewGain + 1);
             putOldState();
         }
     }
 }
 
-TEST_F(Saving, KeepsTheOldOrTheNewStateIfKilled) {
+TEST_P(SavingAnyChange, KeepsTheOldOrTheNewStateIfKilled) {
     const Calls all = callsOfAChange();
     for (int number = 1; number <= static_cast<int>(all.size()); ++number) {
         SCOPED_TRACE(all[static_cast<std::size_t>(number) - 1] + ", call " +
                      std::to_string(number));
         Device device(files);
-        ASSERT_TRUE(disk_calls::killedAt(number, [&] { setGain(device, kNewGain); }));
+        ASSERT_TRUE(disk_calls::killedAt(number, [&] { make(device, kNewGain); }));
         kit::testing::recorded_log::clear();
-        EXPECT_EQ(savedGain(), number > placeOfRename(all) ? kNewGain : kOldGain);
-        EXPECT_TRUE(records().empty());
+        expectGain(Device(files), number > placeOfRename(all) ? kNewGain : kOldGain);
+        for (const auto& record : records()) {
+            EXPECT_EQ(record.call, "info") << record.text;
+        }
         expectNothingLeftBehind();
         putOldState();
     }
@@ -125,9 +171,9 @@ TEST_F(Saving, KeepsTheOldOrTheNewStateIfKilled) {
 
 // The first start saves the factory settings.
 TEST_F(Saving, StartsAgainAfterBeingKilledAtTheFirstStart) {
-    const auto start = [this] { const Device device(files); };
+    const auto start = [this] { Device(files).authenticate("admin", "admin"); };
     const auto makeNew = [this] {
-        for (const char* name : {"phone.xml", "password.1", "password.2"}) {
+        for (const char* name : {"phone.xml", "changes.xml", "password.1", "password.2"}) {
             std::filesystem::remove(folder.file(name));
         }
         writeTextFile(folder.file("reset"), "");
@@ -139,7 +185,7 @@ TEST_F(Saving, StartsAgainAfterBeingKilledAtTheFirstStart) {
                      std::to_string(number));
         makeNew();
         ASSERT_TRUE(disk_calls::killedAt(number, start));
-        const Device device(files);
+        Device device(files);
         EXPECT_TRUE(device.authenticate("admin", "admin"));
         EXPECT_EQ(device.state()->directory.contacts().size(), 1u);
         EXPECT_NE(textOfFile(files.state), "");
@@ -168,7 +214,7 @@ TEST_F(Saving, KeepsTheStateWithoutMemoryAtAStart) {
     for (bool started = false; !started; ++failures) {
         counted_memory::failAfter(failures);
         try {
-            const Device device(files);
+            Device device(files);
             started = true;
             EXPECT_EQ(gainOf(device), kOldGain);
         } catch (const std::bad_alloc&) {
@@ -189,7 +235,7 @@ TEST_F(Saving, KeepsTheStateWithoutMemoryForTheParser) {
         left = failures;
         pugi::set_memory_management_functions(allocate, std::free);
         try {
-            const Device device(files);
+            Device device(files);
             started = true;
             EXPECT_EQ(gainOf(device), kOldGain);
         } catch (const std::bad_alloc&) {
@@ -201,19 +247,20 @@ TEST_F(Saving, KeepsTheStateWithoutMemoryForTheParser) {
 }
 
 // The state in memory is the one on the disk.
-TEST_F(Saving, ChangesNothingOrAllWithoutMemory) {
+TEST_P(SavingAnyChange, ChangesNothingOrAllWithoutMemory) {
     int failures = 0;
     for (bool changed = false; !changed; ++failures) {
         Device device(files);
         counted_memory::failAfter(failures);
         try {
-            changed = setGain(device, kNewGain).done();
+            changed = make(device, kNewGain).done();
         } catch (const std::bad_alloc&) {
         }
         counted_memory::cancelFailure();
-        EXPECT_EQ(gainOf(device), changed ? kNewGain : kOldGain) << failures;
+        SCOPED_TRACE(failures);
+        expectGain(device, changed ? kNewGain : kOldGain);
         expectNothingLeftBehind();
-        EXPECT_EQ(savedGain(), gainOf(device)) << failures;
+        expectGain(Device(files), gainOf(device));
     }
     EXPECT_GT(failures, 10);
 }
@@ -222,7 +269,7 @@ TEST_F(Saving, ChangesNothingOrAllWithoutMemory) {
 TEST_F(Saving, DoesNotStartWhileAPasswordCannotBeRead) {
     { EXPECT_TRUE(Device(files).changePassword("admin", "correct horse", "correct horse").done()); }
     const auto start = [this] { EXPECT_THROW(Device{files}, std::runtime_error); };
-    const Calls all = disk_calls::of([this] { const Device device(files); });
+    const Calls all = disk_calls::of([this] { Device device(files); });
     for (int number = 1; number <= static_cast<int>(all.size()); ++number) {
         if (all[static_cast<std::size_t>(number) - 1] == "open") {
             disk_calls::withFailure(number, EMFILE, start);
@@ -281,7 +328,7 @@ TEST_F(Saving, LosesTheLastPasswordAtMostIfOneFileCannotBeWrittenAndTheOtherIsDa
     ASSERT_NE(numberIn("password.1"), numberIn("password.2")) << "one of them was not written";
     const bool isFirstNewer = numberIn("password.1") > numberIn("password.2");
     writeTextFile(folder.file(isFirstNewer ? "password.1" : "password.2"), "damaged");
-    const Device device(files);
+    Device device(files);
     EXPECT_TRUE(device.authenticate("admin", "first password"));
     EXPECT_FALSE(device.authenticate("admin", "admin"));
 }
@@ -290,7 +337,7 @@ TEST_F(Saving, KeepsOrChangesThePasswordIfASystemCallFails) {
     std::string present = "admin";
     for (int number = 1; number <= 30; ++number) {
         SCOPED_TRACE(number);
-        const std::string wanted = "password " + std::to_string(number);
+        const std::string wanted = "quiet harbour " + std::to_string(number);
         {
             Device device(files);
             bool done = false;
@@ -303,5 +350,5 @@ TEST_F(Saving, KeepsOrChangesThePasswordIfASystemCallFails) {
         EXPECT_TRUE(Device(files).authenticate("admin", present));
         EXPECT_EQ(savedGain(), kOldGain);
     }
-    EXPECT_EQ(present, "password 30");
+    EXPECT_EQ(present, "quiet harbour 30");
 }

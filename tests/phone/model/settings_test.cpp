@@ -1,4 +1,5 @@
 #include "error_texts.h"
+#include "model/server_url.h"
 #include "model/settings.h"
 
 #include <gtest/gtest.h>
@@ -294,6 +295,80 @@ TEST(AudioSettings, AcceptTheFormValues) {
     EXPECT_EQ(valuesOf(audio), values);
 }
 
+TEST(ProvisioningSettings, ReportWhatIsNoServer) {
+    const std::string longest = "http://a/" + times(246, "x");
+    expectErrors(Provisioning{}, {
+                                     {"server", "", ""},
+                                     {"server", "http://a", ""},
+                                     {"server", "https://provisioning.example.com/phones/", ""},
+                                     {"server", "tftp://192.0.2.5:69/a.cfg", ""},
+                                     {"server", "https://[2001:db8::5]:8443/", ""},
+                                     {"server", "https://a:1/~b;c=1,$MAC/%41%2f", ""},
+                                     {"server", "https://a:65535", ""},
+                                     {"server", longest, ""},
+                                     {"server", longest + "x", "server: tooLong 255"},
+                                     {"server", "a.example.com", "server: badUrl"},
+                                     {"server", "ftp://a", "server: badUrl"},
+                                     {"server", "javascript://a", "server: badUrl"},
+                                     {"server", "://a", "server: badUrl"},
+                                     {"server", "http:a", "server: badUrl"},
+                                     {"server", "http://", "server: badUrl"},
+                                     {"server", "http:///a", "server: badUrl"},
+                                     {"server", "http://-a", "server: badUrl"},
+                                     {"server", "http://a_b", "server: badUrl"},
+                                     {"server", "http://192.0.2.256", "server: badUrl"},
+                                     {"server", "http://a:", "server: badUrl"},
+                                     {"server", "http://a:0", "server: badUrl"},
+                                     {"server", "http://a:65536", "server: badUrl"},
+                                     {"server", "http://a:000080", "server: badUrl"},
+                                     {"server", "http://a:+1", "server: badUrl"},
+                                     {"server", "http://2001:db8::5/", "server: badUrl"},
+                                     {"server", "http://[2001:db8::5", "server: badUrl"},
+                                     {"server", "http://[2001:db8::5]a", "server: badUrl"},
+                                     {"server", "http://[192.0.2.5]", "server: badUrl"},
+                                     {"server", "http://[a]", "server: badUrl"},
+                                     {"server", "http://[]", "server: badUrl"},
+                                     {"server", "http://me@a", "server: badUrl"},
+                                     {"server", "http://me:secret@a/", "server: badUrl"},
+                                     {"server", "http://a/me@b", "server: badUrl"},
+                                     {"server", "http://a/?token=1", "server: badUrl"},
+                                     {"server", "http://a?token=1", "server: badUrl"},
+                                     {"server", "http://a/#b", "server: badUrl"},
+                                     {"server", "http://a/b c", "server: badUrl"},
+                                     {"server", "http://a/%4", "server: badUrl"},
+                                     {"server", "http://a/%4g", "server: badUrl"},
+                                     {"server", "http://a/\\b", "server: badUrl"},
+                                     {"server", "http://a/" + kUmlaut, "server: badUrl"},
+                                     {"server", "http://a/\nb", "server: badCharacters"},
+                                     {"server", "http://a/\xFF", "server: notUtf8"},
+                                 });
+}
+
+TEST(ProvisioningSettings, KeepTheServerInItsCommonForm) {
+    Provisioning provisioning;
+    EXPECT_TRUE(
+        readValues({{"server", " HTTPS://Host.Example.COM:443/Path%2f "}}, provisioning).empty());
+    EXPECT_EQ(provisioning.server, "https://host.example.com:443/Path%2f");
+    EXPECT_TRUE(readValues({{"server", " "}}, provisioning).empty());
+    EXPECT_EQ(provisioning.server, "");
+}
+
+TEST(ServerUrls, LoseWhatMayBeAPassword) {
+    const char* const cases[][2] = {{"http://me:secret@a/b", "http://a/b"},
+                                    {"HTTP://secret@a", "HTTP://a"},
+                                    {"me:secret@a/b", "a/b"},
+                                    {"http://me:s/e?c#r@et@a", "http://a"},
+                                    {"secret://me@a", "a"},
+                                    {"me:http://secret@a", "a"},
+                                    {"@", ""},
+                                    {"http://@", "http://"},
+                                    {"http://a/b", "http://a/b"},
+                                    {"", ""}};
+    for (const auto& [text, safe] : cases) {
+        EXPECT_EQ(withoutCredentials(text), safe) << text;
+    }
+}
+
 TEST(WebAccessSettings, ReportErrorsInEachField) {
     std::string sixteen;
     for (int i = 1; i <= 16; ++i) {
@@ -377,5 +452,6 @@ TEST(FieldLists, MatchTheFormValues) {
     expectFields(kAccountFields, valuesOf(settings.accounts[0]));
     expectFields(kNetworkFields, valuesOf(settings.network));
     expectFields(kAudioFields, valuesOf(settings.audio));
+    expectFields(kProvisioningFields, valuesOf(settings.provisioning));
     expectFields(kWebAccessFields, valuesOf(settings.web));
 }

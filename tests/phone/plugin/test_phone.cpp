@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <stdexcept>
 #include <sys/types.h>
 
 namespace phone {
@@ -14,16 +15,23 @@ namespace phone {
 Files deviceFiles() {
     const char* folder = std::getenv("PHONE_TEST_FOLDER");
     const std::string data = std::string(folder ? folder : "/nonexistent") + "/";
-    return {data + "state.xml", data + "factory.csv", data + "firmware.img"};
+    return {data + "state.xml", data + "factory.csv", data + "firmware.img",
+            data + "network-trial.xml"};
 }
 
 } // namespace phone
 
 namespace {
 
-// A page that relies on the listeners alone: it does not check whether the user is signed in.
+// A page that relies on the listeners alone: it does not check whether the user is signed in. Fails
+// if it is asked to.
 class UnguardedPage final : public kit::Page {
-    void answer(kit::Request&, kit::Response& response) override { response.text("shown"); }
+    void answer(kit::Request& request, kit::Response& response) override {
+        if (request.isChecked("fail")) {
+            throw std::runtime_error("asked to fail");
+        }
+        response.text("shown");
+    }
 };
 
 } // namespace

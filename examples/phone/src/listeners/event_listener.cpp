@@ -11,18 +11,24 @@ bool EventListener::admit(kit::Request& request, kit::Response& response) {
         return true;
     }
     const std::string_view sender = request.remoteAddress();
-    const bool allowed = isAllowed(sender);
-    const bool followed = allowed && carryOut(*event);
+    const EventResult result = resultOf(*event, sender);
     m_phone.events.add({std::string(event->name), std::string(event->value), std::string(sender),
-                        std::time(nullptr), followed});
-    if (!allowed) {
+                        std::time(nullptr), systemClock(), result});
+    if (result == EventResult::notAllowed) {
         response.status(403).text("This address may not send events.\n");
-    } else if (!followed) {
+    } else if (result == EventResult::notPossible) {
         response.status(400).text("Unknown command, or not possible in the current call state.\n");
     } else {
         response.text("OK\n");
     }
     return true;
+}
+
+EventResult EventListener::resultOf(const kit::Event& event, std::string_view sender) {
+    if (!isAllowed(sender)) {
+        return EventResult::notAllowed;
+    }
+    return carryOut(event) ? EventResult::done : EventResult::notPossible;
 }
 
 bool EventListener::isAllowed(std::string_view address) const {

@@ -19,6 +19,7 @@ public:
     bool admit(kit::Request& request, kit::Response& response) override;
 
 private:
+    EventResult resultOf(const kit::Event& event, std::string_view sender);
     bool isAllowed(std::string_view address) const;
     bool carryOut(const kit::Event& event);
 

@@ -1,5 +1,6 @@
 #include "listeners/sign_in_listener.h"
 
+#include "address.h"
 #include "page.h"
 #include "visit.h"
 
@@ -11,6 +12,25 @@ namespace {
 bool needsNoSignIn(kit::Request& request) {
     const std::string_view page = request.page();
     return page == "login" || page == "language" || page == "notice" || kit::eventOf(request);
+}
+
+// Returns the sign-in form's address, which returns to the page that was asked for, and says so to
+// those who were signed in before.
+std::string signInForm(kit::Request& request) {
+    std::string address = kSignInForm;
+    if (isPageId(request.page())) {
+        address += "&jumpto=" + returnTo(request.page(), viewOf(request));
+    }
+    return address + (request.cookie(kKeyCookie) ? "&ended=1" : "");
+}
+
+// Returns the address of the page that sets a password, which then leads to the page that was asked
+// for.
+std::string firstRun(kit::Request& request) {
+    const std::string address = "/servlet?p=security";
+    return isPageId(request.page())
+               ? address + "&jumpto=" + returnTo(request.page(), viewOf(request))
+               : address;
 }
 
 // Returns whether a script is polling. Polling scripts put "p=notice" anywhere in the URL, so that
@@ -31,11 +51,12 @@ bool SignInListener::admit(kit::Request& request, kit::Response& response) {
         return true;
     }
     if (page == "status-data") {
-        response.status(403).text("Not signed in.\n");
+        response.status(signIn ? 409 : 403)
+            .text(signIn ? "Set another password first.\n" : "Not signed in.\n");
     } else if (mustSetPassword) {
-        response.seeOther("/servlet?p=security");
+        response.seeOther(firstRun(request));
     } else {
-        response.seeOther(kSignInForm + (isPageId(page) ? "&jumpto=" + page : ""));
+        response.seeOther(signInForm(request));
     }
     return false;
 }

@@ -3,7 +3,7 @@
 #include "base/descriptor.h"
 #include "base/replacement_file.h"
 #include "base/write_all.h"
-#include "web_debug.h"
+#include "model/journal.h"
 
 #include <cerrno>
 #include <cstring>
@@ -28,8 +28,8 @@ std::string folderOf(const std::string& path) {
 void syncFolder(const std::string& folder) {
     const base::Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!descriptor || !base::syncToDisk(descriptor.get())) {
-        WebDebug::getInstance()->warn("Cannot sync the folder %s: %s", folder.c_str(),
-                                      std::strerror(errno));
+        Journal::getInstance()->warn("Cannot sync the folder %s: %s", folder.c_str(),
+                                     std::strerror(errno));
     }
 }
 
@@ -42,7 +42,7 @@ bool replaceFile(const std::string& path, std::string_view text) {
     base::ReplacementFile file;
     if (!file.create(AT_FDCWD, replacementOf(path), S_IRUSR | S_IWUSR) || !file.write(text) ||
         !file.sync() || !file.putInPlace(path.c_str())) {
-        WebDebug::getInstance()->error("Cannot save %s: %s", path.c_str(), std::strerror(errno));
+        Journal::getInstance()->error("Cannot save %s: %s", path.c_str(), std::strerror(errno));
         return false;
     }
     syncFolder(folder);

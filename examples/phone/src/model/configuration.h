@@ -1,8 +1,8 @@
 // Exports and imports the configuration as XML.
 //
-// It contains accounts, network, audio and web access. It omits secrets (the accounts' passwords,
-// the web user's name and password) and the contacts, which have a format of their own
-// (contacts_csv.h).
+// It contains accounts, network, audio, provisioning and web access. It omits secrets (the
+// accounts' passwords, the web user's name and password) and the contacts, which have a format of
+// their own (contacts_csv.h).
 #ifndef MODEL_CONFIGURATION_H
 #define MODEL_CONFIGURATION_H
 

@@ -41,20 +41,20 @@ Lamp lampOf(Call call) {
     return Lamp::on;
 }
 
-std::string headline(Call call) {
+Screen screenOf(Call call) {
     switch (call) {
     case Call::idle:
-        return "Ready";
+        return Screen::ready;
     case Call::dialing:
-        return "Dial";
+        return Screen::dialing;
     case Call::ringing:
-        return "Incoming call";
+        return Screen::ringing;
     case Call::talking:
-        return "In call";
+        return Screen::talking;
     case Call::held:
-        return "On hold";
+        return Screen::held;
     }
-    return "";
+    return Screen::ready;
 }
 
 } // namespace
@@ -85,6 +85,30 @@ const char* nameOf(Lamp lamp) {
         return "blinking";
     }
     return "";
+}
+
+const char* nameOf(Screen screen) {
+    switch (screen) {
+    case Screen::ready:
+        return "ready";
+    case Screen::doNotDisturb:
+        return "doNotDisturb";
+    case Screen::menu:
+        return "menu";
+    case Screen::dialing:
+        return "dialing";
+    case Screen::ringing:
+        return "ringing";
+    case Screen::talking:
+        return "talking";
+    case Screen::held:
+        return "held";
+    }
+    return "";
+}
+
+bool PhoneView::isCallUnderWay() const {
+    return call == Call::ringing || call == Call::talking || call == Call::held;
 }
 
 DeskPhone::DeskPhone() {
@@ -279,13 +303,14 @@ void DeskPhone::end() {
 void DeskPhone::show() {
     m_view.lineLamps.fill(Lamp::off);
     m_view.lineLamps[static_cast<std::size_t>(m_view.line) - 1] = lampOf(m_view.call);
-    const std::string line = "Line " + std::to_string(m_view.line);
+    const bool idle = m_view.call == Call::idle;
+    m_view.digits = idle ? "" : m_digits;
     if (m_menu) {
-        m_view.display = {"Menu", "Settings: in the browser"};
-    } else if (m_view.call == Call::idle) {
-        m_view.display = {line, m_view.doNotDisturb ? "Do not disturb" : headline(m_view.call)};
+        m_view.screen = Screen::menu;
+    } else if (idle && m_view.doNotDisturb) {
+        m_view.screen = Screen::doNotDisturb;
     } else {
-        m_view.display = {line + ": " + headline(m_view.call), m_digits};
+        m_view.screen = screenOf(m_view.call);
     }
 }
 

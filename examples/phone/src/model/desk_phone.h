@@ -14,15 +14,20 @@ namespace phone {
 
 enum class Call { idle, dialing, ringing, talking, held };
 enum class Lamp { off, on, blinking };
+// What the display shows.
+enum class Screen { ready, doNotDisturb, menu, dialing, ringing, talking, held };
 
-// Returns "idle", "dialing", "ringing", "talking" or "held"; "off", "on" or "blinking". Never null.
+// Returns "idle", "dialing", "ringing", "talking" or "held"; "off", "on" or "blinking"; "ready",
+// "doNotDisturb", "menu" or the name of the call. Never null.
 const char* nameOf(Call call);
 const char* nameOf(Lamp lamp);
+const char* nameOf(Screen screen);
 
 struct PhoneView {
     static constexpr std::size_t kLines = 6;
 
-    std::array<std::string, 2> display;
+    Screen screen = Screen::ready;
+    std::string digits; // those dialled, or the caller's number; empty while idle
     Call call = Call::idle;
     int line = 1;                         // the line in use, or the next one to use; from 1
     std::array<Lamp, kLines> lineLamps{}; // on: in use; blinking: ringing or on hold
@@ -34,6 +39,9 @@ struct PhoneView {
     int volume = 5;
     std::string key;           // the key pressed last; empty before the first
     std::uint64_t presses = 0; // all key presses, including those without effect
+
+    // Returns whether there is another party, who notices that the call ends.
+    bool isCallUnderWay() const;
 };
 
 // Thread-safe.

@@ -2,16 +2,14 @@
 
 #include "kit/secrets.h"
 #include "model/atomic_file.h"
+#include "model/common_passwords.h"
 #include "model/contacts_csv.h"
 #include "model/field_reader.h"
+#include "model/journal.h"
 #include "model/password.h"
-#include "model/state_file.h"
-#include "web_debug.h"
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <stdexcept>
+#include <new>
 #include <unistd.h>
 #include <utility>
 
@@ -35,6 +33,9 @@ std::optional<FieldError> checkNewPassword(const std::string& password, const st
     if (password == old) {
         return FieldError{"newPassword", ErrorCode::same, std::nullopt};
     }
+    if (isCommonPassword(password)) {
+        return FieldError{"newPassword", ErrorCode::tooCommon, std::nullopt};
+    }
     return std::nullopt;
 }
 
@@ -55,25 +56,17 @@ void setCredentials(State& state, Credentials credentials) {
     web.factoryPassword = credentials.isFactoryPassword;
 }
 
-// Renames a damaged file so that it can be examined.
-void renameDamaged(const std::string& path) {
-    const std::string aside = path + ".damaged";
-    std::rename(path.c_str(), aside.c_str());
-    WebDebug::getInstance()->error("%s is damaged: renamed to %s; using factory settings",
-                                   path.c_str(), aside.c_str());
-}
-
 } // namespace
 
 Device::Device(Files files)
-    : m_files(std::move(files)), m_passwords(besideState(m_files.state, "password")) {
-    clearReplacement(m_files.state);
-    const std::string resetFile = besideState(m_files.state, "reset");
-    if (access(resetFile.c_str(), F_OK) == 0) {
-        startAsNew(resetFile);
+    : m_files(std::move(files)), m_resetFile(besideState(m_files.state, "reset")),
+      m_store(m_files.state), m_passwords(besideState(m_files.state, "password")),
+      m_hasResetFile(access(m_resetFile.c_str(), F_OK) == 0) {
+    if (m_hasResetFile) {
+        startAsNew();
         return;
     }
-    std::unique_ptr<State> state = load();
+    std::unique_ptr<State> state = m_store.load();
     const bool isLoaded = state != nullptr;
     if (!isLoaded) {
         state = std::make_unique<State>(factoryState());
@@ -81,22 +74,40 @@ Device::Device(Files files)
     loadPassword(*state);
     std::shared_ptr<const State> loaded = std::move(state);
     if (!isLoaded) {
-        replaceFile(m_files.state, stateText(*loaded));
+        m_store.save(*loaded, nullptr);
     }
     m_state = std::move(loaded);
 }
 
-void Device::startAsNew(const std::string& resetFile) {
+// Replaces what the former owner has saved at once, all but the password.
+void Device::startAsNew() {
     m_passwords.load(); // their number continues
-    State factory = factoryState();
-    setCredentials(factory, {kFactoryUser, hashPassword(kFactoryPassword), true});
-    const auto state = std::make_shared<const State>(std::move(factory));
-    if (!saveAndPublish(state)) {
-        m_state = state;
-    } else if (std::remove(resetFile.c_str()) != 0) {
-        WebDebug::getInstance()->error(
-            "Cannot remove %s, so the phone will start as a new one again", resetFile.c_str());
+    auto state = std::make_shared<const State>(factoryState());
+    m_store.save(*state, nullptr);
+    m_state = std::move(state);
+    m_isNew = true;
+}
+
+void Device::preparePassword() {
+    if (m_isNew) {
+        const std::lock_guard<std::mutex> lock(m_changing);
+        hashFactoryPassword();
     }
+}
+
+void Device::hashFactoryPassword() {
+    if (!m_isNew) {
+        return;
+    }
+    auto state = std::make_shared<State>(*m_state);
+    setCredentials(*state, {kFactoryUser, hashPassword(kFactoryPassword), true});
+    if (!saveAndPublish(state)) {
+        if (state->settings.web.passwordHash.empty()) {
+            return;
+        }
+        publish(std::move(state));
+    }
+    m_isNew = false;
 }
 
 void Device::loadPassword(State& state) {
@@ -105,27 +116,9 @@ void Device::loadPassword(State& state) {
     } else if (!state.settings.web.passwordHash.empty()) {
         m_passwords.save(credentialsOf(state)); // from the state file of an earlier version
     } else {
-        WebDebug::getInstance()->error(
-            "There is no password: nobody can sign in until the phone is "
-            "reset at the device");
+        Journal::getInstance()->error("There is no password: nobody can sign in until the phone is "
+                                      "reset at the device");
     }
-}
-
-std::unique_ptr<State> Device::load() const {
-    const std::optional<std::string> text = readFile(m_files.state, kMaxStateBytes);
-    if (!text && errno == ENOENT) {
-        return nullptr;
-    }
-    if (!text && errno != EFBIG) {
-        // The file may be valid: it must not be replaced.
-        throw std::runtime_error("Cannot read " + m_files.state + ": " + std::strerror(errno));
-    }
-    std::optional<State> state = text ? readState(*text) : std::nullopt;
-    if (!state) {
-        renameDamaged(m_files.state);
-        return nullptr;
-    }
-    return std::make_unique<State>(std::move(*state));
 }
 
 State Device::factoryState() const {
@@ -135,7 +128,7 @@ State Device::factoryState() const {
     if (contacts) {
         applyImport(planImport(*contacts, state.directory), state.directory);
     } else {
-        WebDebug::getInstance()->warn("No factory contacts in %s", m_files.factoryContacts.c_str());
+        Journal::getInstance()->warn("No factory contacts in %s", m_files.factoryContacts.c_str());
     }
     return state;
 }
@@ -148,28 +141,39 @@ std::shared_ptr<const State> Device::state() const {
 bool Device::saveAndPublish(std::shared_ptr<const State> state) {
     // Without a hash nobody could sign in again to correct it.
     if (!isPasswordHash(state->settings.web.passwordHash)) {
-        WebDebug::getInstance()->error("Cannot hash the password");
+        Journal::getInstance()->error("Cannot hash the password");
         return false;
     }
     if (!save(*state)) {
         return false;
     }
+    publish(std::move(state));
+    if (m_hasResetFile) {
+        m_hasResetFile = std::remove(m_resetFile.c_str()) != 0;
+        if (m_hasResetFile) {
+            Journal::getInstance()->error(
+                "Cannot remove %s, so the phone will start as a new one again",
+                m_resetFile.c_str());
+        }
+    }
+    return true;
+}
+
+void Device::publish(std::shared_ptr<const State> state) {
     const std::lock_guard<std::mutex> lock(m_publishing);
     m_state.swap(state);
-    return true;
 }
 
 bool Device::save(const State& state) {
     const auto stored = m_passwords.stored();
     const Credentials wanted = credentialsOf(state);
-    const std::string text = stateText(state);
     const bool isOther = !stored || !(*stored == wanted);
     // A new password changes its own files only, so that no failure can come between.
-    const bool isAll = isOther && m_state != nullptr && text == stateText(*m_state);
+    const bool isAll = isOther && m_store.isSaved(state, m_state.get());
     if (!m_passwords.save(wanted)) {
         return false;
     }
-    if (isAll || replaceFile(m_files.state, text)) {
+    if (isAll || m_store.save(state, m_state.get())) {
         return true;
     }
     if (stored) {
@@ -180,6 +184,10 @@ bool Device::save(const State& state) {
 
 Outcome Device::change(const Edit& edit) {
     const std::lock_guard<std::mutex> lock(m_changing);
+    hashFactoryPassword();
+    if (m_isNew) {
+        return {{}, true};
+    }
     auto changed = std::make_shared<State>(*state());
     Errors errors = edit(*changed);
     if (!errors.empty()) {
@@ -188,7 +196,11 @@ Outcome Device::change(const Edit& edit) {
     return {{}, !saveAndPublish(std::move(changed))};
 }
 
-bool Device::authenticate(std::string_view name, std::string_view password) const {
+bool Device::authenticate(std::string_view name, std::string_view password) {
+    preparePassword();
+    if (m_isNew) {
+        throw std::bad_alloc();
+    }
     const std::shared_ptr<const State> now = state();
     const bool passwordFits = verifyPassword(password, now->settings.web.passwordHash);
     const bool nameFits = kit::equalSecrets(name, now->settings.web.user);
@@ -197,9 +209,14 @@ bool Device::authenticate(std::string_view name, std::string_view password) cons
 
 Outcome Device::changePassword(const std::string& oldPassword, const std::string& newPassword,
                                const std::string& repeat) {
-    const std::string oldHash = state()->settings.web.passwordHash;
+    preparePassword();
+    if (m_isNew) {
+        return {{}, true};
+    }
+    const auto before = state();
+    const std::string oldHash = before->settings.web.passwordHash;
     Errors errors;
-    if (!verifyPassword(oldPassword, oldHash)) {
+    if (!before->settings.web.factoryPassword && !verifyPassword(oldPassword, oldHash)) {
         errors.push_back({"oldPassword", ErrorCode::wrongPassword, std::nullopt});
     }
     if (auto error = checkNewPassword(newPassword, oldPassword)) {

@@ -2,10 +2,10 @@
 #ifndef MODEL_DEVICE_H
 #define MODEL_DEVICE_H
 
-#include "model/directory.h"
 #include "model/password_store.h"
-#include "model/settings.h"
+#include "model/state_store.h"
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -13,12 +13,6 @@
 #include <string_view>
 
 namespace phone {
-
-struct State {
-    Settings settings;
-    Directory directory;
-    std::string localCopy; // a configuration as XML, see configuration.h; empty without a copy
-};
 
 // The result of a change. Either it is done: published and on the disk. Or nothing changed, neither
 // in memory nor on the disk, because of `errors` or because saving failed (logged).
@@ -33,14 +27,15 @@ struct Outcome {
 class Device {
 public:
     struct Files {
-        // In an existing folder that only the phone uses. Beside it are the files "password.1" and
-        // "password.2" and, before a new phone starts, the file "reset".
+        // In an existing folder that only the phone uses. Beside it are the files "changes.xml",
+        // "password.1" and "password.2" and, before a new phone starts, the file "reset".
         std::string state;
         std::string factoryContacts; // CSV; read only
     };
 
     // Loads the state. If the file "reset" exists, which a phone is delivered with and which a
-    // reset at the device creates, the phone starts as a new one, and the file is removed. Without
+    // reset at the device creates, the phone starts as a new one; preparePassword() removes the
+    // file. Without
     // a state file, or with a damaged one (which is renamed to end in ".damaged"), it starts with
     // factory settings, but with its password. Without its password it is closed. Throws
     // std::runtime_error if a file exists but cannot be read, and std::bad_alloc without memory:
@@ -61,14 +56,21 @@ public:
 
     // Returns whether there is no password, because none could be read: then no user can sign in,
     // and nothing can be changed, until the phone is reset at the device.
-    bool isClosed() const { return state()->settings.web.passwordHash.empty(); }
+    bool isClosed() const { return !m_isNew && state()->settings.web.passwordHash.empty(); }
 
-    // Returns whether these are the web user's name and password. Takes the same time for an
-    // unknown name. Throws std::bad_alloc without the memory to find out.
-    bool authenticate(std::string_view name, std::string_view password) const;
+    // Hashes and saves the factory password if the phone is a new one, which takes seconds on a
+    // slow processor: too long for the first page to wait. Waits if another thread does it already.
+    // Does nothing (logged) without the memory to hash it: until then no password is right. If it
+    // cannot be saved (logged), it counts until the next start, which is that of a new phone again.
+    void preparePassword();
 
-    // Reads the fields oldPassword (wrongPassword), newPassword (required, tooShort 8, tooLong 128,
-    // notUtf8, badCharacters, same) and repeat (mismatch).
+    // Prepares the password, and returns whether these are the web user's name and password. Takes
+    // the same time for an unknown name. Throws std::bad_alloc without the memory to find out.
+    bool authenticate(std::string_view name, std::string_view password);
+
+    // Reads the fields oldPassword (wrongPassword; ignored as long as the factory password is in
+    // use, so that setting the first one does not ask for what everyone knows), newPassword
+    // (required, tooShort 8, tooLong 128, notUtf8, badCharacters, same) and repeat (mismatch).
     Outcome changePassword(const std::string& oldPassword, const std::string& newPassword,
                            const std::string& repeat);
 
@@ -76,19 +78,27 @@ public:
     Outcome factoryReset();
 
 private:
-    std::unique_ptr<State> load() const;
     State factoryState() const;
-    void startAsNew(const std::string& resetFile);
+    void startAsNew();
+    void hashFactoryPassword();
+    void publish(std::shared_ptr<const State> state);
     void loadPassword(State& state);
     bool save(const State& state);
     bool saveAndPublish(std::shared_ptr<const State> state);
 
     const Files m_files;
-    PasswordStore m_passwords; // used by the thread that holds m_changing
+    const std::string m_resetFile;
+    // Used by the thread that holds m_changing.
+    StateStore m_store;
+    PasswordStore m_passwords;
+    bool m_hasResetFile;
     // Held by the one thread that changes and saves; lock before m_publishing.
     std::mutex m_changing;
     mutable std::mutex m_publishing;
     std::shared_ptr<const State> m_state; // guarded by m_publishing
+    // Whether the factory password counts, and is not hashed yet. Set to false, by the thread that
+    // holds m_changing, after a state with the hash was published.
+    std::atomic<bool> m_isNew{false};
 };
 
 } // namespace phone

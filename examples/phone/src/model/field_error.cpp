@@ -26,6 +26,8 @@ const char* nameOf(ErrorCode code) {
         return "badMask";
     case ErrorCode::badHost:
         return "badHost";
+    case ErrorCode::badUrl:
+        return "badUrl";
     case ErrorCode::notInNetwork:
         return "notInNetwork";
     case ErrorCode::reserved:
@@ -36,6 +38,8 @@ const char* nameOf(ErrorCode code) {
         return "wrongPassword";
     case ErrorCode::same:
         return "same";
+    case ErrorCode::tooCommon:
+        return "tooCommon";
     case ErrorCode::tooMany:
         return "tooMany";
     case ErrorCode::duplicate:
@@ -46,6 +50,10 @@ const char* nameOf(ErrorCode code) {
         return "notXml";
     case ErrorCode::unknownElement:
         return "unknownElement";
+    case ErrorCode::wrongPassphrase:
+        return "wrongPassphrase";
+    case ErrorCode::otherVersion:
+        return "otherVersion";
     }
     return "";
 }

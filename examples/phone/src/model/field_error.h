@@ -20,16 +20,20 @@ enum class ErrorCode {
     badAddress,
     badMask,
     badHost,
+    badUrl,
     notInNetwork,
     reserved,
     mismatch,
     wrongPassword,
     same,
+    tooCommon,
     tooMany,
     duplicate,
     notUtf8,
-    notXml,         // configurations only
-    unknownElement, // configurations only
+    notXml,          // configurations only
+    unknownElement,  // configurations only
+    wrongPassphrase, // encrypted backups only
+    otherVersion,    // encrypted backups only
 };
 
 // Returns the name of the code as spelled above. Never null; static storage.

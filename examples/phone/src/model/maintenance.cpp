@@ -16,7 +16,7 @@ const char* wordOf(Task task) {
 
 Maintenance::Maintenance(Clock clock) : m_clock(std::move(clock)) {}
 
-bool Maintenance::start(Task task, seconds duration) {
+bool Maintenance::start(Task task, seconds duration, std::string server) {
     const std::lock_guard<std::mutex> lock(m_lock);
     const seconds now = m_clock();
     finish(now);
@@ -24,6 +24,7 @@ bool Maintenance::start(Task task, seconds duration) {
         return false;
     }
     m_task = task;
+    m_server = std::move(server);
     m_begin = now;
     m_end = now + std::max(duration, seconds(1));
     return true;
@@ -37,7 +38,7 @@ Maintenance::Progress Maintenance::progress() const {
         return {};
     }
     const auto percent = (now - m_begin) * 100 / (m_end - m_begin);
-    return {m_task, static_cast<int>(percent), m_end - now};
+    return {m_task, static_cast<int>(percent), m_end - now, m_server};
 }
 
 seconds Maintenance::upTime() const {
@@ -47,11 +48,14 @@ seconds Maintenance::upTime() const {
     return now - m_started;
 }
 
-std::optional<seconds> Maintenance::sinceProvisioning() const {
+std::optional<Maintenance::Provisioned> Maintenance::lastProvisioning() const {
     const std::lock_guard<std::mutex> lock(m_lock);
     const seconds now = m_clock();
     finish(now);
-    return m_provisioned ? std::optional<seconds>(now - *m_provisioned) : std::nullopt;
+    if (!m_provisioned) {
+        return std::nullopt;
+    }
+    return Provisioned{now - *m_provisioned, m_provisionedFrom};
 }
 
 // Ends the task if its time is over, as of the moment it ended.
@@ -61,6 +65,7 @@ void Maintenance::finish(seconds now) const {
     }
     if (m_task == Task::provisioning) {
         m_provisioned = m_end;
+        m_provisionedFrom = std::move(m_server);
     } else if (m_task != Task::configuration) {
         m_started = m_end;
         m_provisioned.reset();

@@ -6,6 +6,7 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <string>
 
 namespace phone {
 
@@ -29,11 +30,13 @@ public:
         Task task = Task::none;
         int percent = 100;                // 0 to 99 while a task is running
         std::chrono::seconds remaining{}; // at least 1 while a task is running
+        std::string server;               // as passed to start()
     };
 
     // Begins a task that takes `duration`; less than a second counts as one. Returns false while
     // another one is running. Only reports the phone as busy; the caller makes the changes.
-    bool start(Task task, std::chrono::seconds duration);
+    // `server` is where a provisioning gets its settings from.
+    bool start(Task task, std::chrono::seconds duration, std::string server = {});
 
     Progress progress() const;
 
@@ -41,9 +44,14 @@ public:
     // start.
     std::chrono::seconds upTime() const;
 
-    // Returns how long ago the last provisioning finished; nothing if there was none since the
-    // phone started.
-    std::optional<std::chrono::seconds> sinceProvisioning() const;
+    struct Provisioned {
+        std::chrono::seconds ago;
+        std::string server;
+    };
+
+    // Returns the last provisioning that finished; nothing if there was none since the phone
+    // started.
+    std::optional<Provisioned> lastProvisioning() const;
 
 private:
     void finish(std::chrono::seconds now) const;
@@ -55,7 +63,9 @@ private:
     mutable std::chrono::seconds m_begin{};
     mutable std::chrono::seconds m_end{};
     mutable std::chrono::seconds m_started{};
+    mutable std::string m_server;
     mutable std::optional<std::chrono::seconds> m_provisioned;
+    mutable std::string m_provisionedFrom;
 };
 
 // Returns the time since the device was switched on (CLOCK_BOOTTIME).

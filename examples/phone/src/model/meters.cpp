@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <cassert>
 #include <charconv>
 #include <cstdio>
 #include <ifaddrs.h>
@@ -139,15 +138,6 @@ std::vector<NetworkInterface> networkInterfaces() {
         interfaces.resize(kMaxInterfaces);
     }
     return interfaces;
-}
-
-std::string upTimeText(std::chrono::seconds time) {
-    assert(time.count() >= 0 && "the duration must not be negative");
-    const long seconds = static_cast<long>(time.count());
-    char text[64];
-    std::snprintf(text, sizeof text, "%ld d %02ld:%02ld:%02ld", seconds / 86400,
-                  seconds / 3600 % 24, seconds / 60 % 60, seconds % 60);
-    return text;
 }
 
 } // namespace phone

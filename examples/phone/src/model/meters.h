@@ -2,7 +2,6 @@
 #ifndef MODEL_METERS_H
 #define MODEL_METERS_H
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -42,9 +41,6 @@ constexpr std::size_t kMaxInterfaces = 8;
 
 // Returns the current interfaces except loopback, at most kMaxInterfaces.
 std::vector<NetworkInterface> networkInterfaces();
-
-// Returns a duration, which must not be negative, as "2 d 03:04:05".
-std::string upTimeText(std::chrono::seconds time);
 
 } // namespace phone
 

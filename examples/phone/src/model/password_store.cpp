@@ -1,14 +1,14 @@
 #include "model/password_store.h"
 
 #include "model/atomic_file.h"
+#include "model/checksum.h"
+#include "model/journal.h"
 #include "model/password.h"
-#include "web_debug.h"
 
 #include <cerrno>
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
-#include <zlib.h>
 
 namespace phone {
 namespace {
@@ -19,10 +19,6 @@ struct Record {
     unsigned long number = 0;
     Credentials credentials;
 };
-
-unsigned long checksumOf(const std::string& text) {
-    return crc32(0, reinterpret_cast<const Bytef*>(text.data()), static_cast<uInt>(text.size()));
-}
 
 // One entry on each line; the last one is the checksum of those before it.
 std::string fileTextOf(const Record& record) {
@@ -60,7 +56,7 @@ std::optional<Record> recordOf(const std::string& path) {
     }
     auto record = text ? recordIn(*text) : std::nullopt;
     if (!record && (text || errno != ENOENT)) {
-        WebDebug::getInstance()->error("%s is damaged or cannot be read", path.c_str());
+        Journal::getInstance()->error("%s is damaged or cannot be read", path.c_str());
     }
     return record;
 }

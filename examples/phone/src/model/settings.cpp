@@ -2,6 +2,7 @@
 
 #include "base/ascii.h"
 #include "model/field_reader.h"
+#include "model/server_url.h"
 #include "model/trimmed.h"
 
 #include <algorithm>
@@ -175,6 +176,7 @@ const std::vector<const char*> kNetworkFields{"mode", "address", "netmask",  "ga
                                               "dns1", "dns2",    "hostname", "vlan"};
 const std::vector<const char*> kAudioFields{
     "ringtone", "ringVolume", "speakerVolume", "handsetVolume", "micGain", "echo", "codec"};
+const std::vector<const char*> kProvisioningFields{"server"};
 const std::vector<const char*> kWebAccessFields{"idleSeconds", "remoteAddresses", "hostNames"};
 
 Settings factorySettings() {
@@ -237,6 +239,10 @@ Values valuesOf(const Audio& audio) {
             {"codec", audio.codec}};
 }
 
+Values valuesOf(const Provisioning& provisioning) {
+    return {{"server", provisioning.server}};
+}
+
 Values valuesOf(const WebAccess& web) {
     return {{"idleSeconds", std::to_string(web.idleSeconds)},
             {"remoteAddresses", joinedLines(web.remoteAddresses)},
@@ -292,6 +298,16 @@ Errors readValues(const Values& values, Audio& audio) {
     read.echo = fields.box("echo");
     read.codec = fields.choice("codec", {"opus", "g722", "pcma", "pcmu"});
     return setIfValid(fields, std::move(read), audio);
+}
+
+Errors readValues(const Values& values, Provisioning& provisioning) {
+    FieldReader fields(values);
+    const std::string server = fields.text("server", 0, kMaxServerUrl);
+    Provisioning read{canonicalServerUrl(server)};
+    if (!server.empty() && read.server.empty()) {
+        fields.fail("server", ErrorCode::badUrl);
+    }
+    return setIfValid(fields, std::move(read), provisioning);
 }
 
 Errors readValues(const Values& values, WebAccess& web) {

@@ -48,6 +48,11 @@ struct Audio {
     std::string codec = "g722"; // opus, g722, pcma, pcmu
 };
 
+// Where the phone gets its settings from when it is provisioned.
+struct Provisioning {
+    std::string server; // a URL, see server_url.h; empty for none
+};
+
 struct WebAccess {
     static constexpr std::size_t kMaxRemoteAddresses = 16;
     static constexpr std::size_t kMaxHostNames = 16;
@@ -68,8 +73,14 @@ struct Settings {
     std::array<Account, kAccounts> accounts;
     Network network;
     Audio audio;
+    Provisioning provisioning;
     WebAccess web;
 };
+
+// Returns the label of a line of the phone, from 1 on; each line has its account.
+inline const std::string& labelOfLine(const Settings& settings, std::size_t line) {
+    return settings.accounts.at(line - 1).label;
+}
 
 // Returns the factory settings: two accounts are set up, the password hash is empty.
 Settings factorySettings();
@@ -90,6 +101,7 @@ std::string valueOf(const Values& values, const char* name);
 extern const std::vector<const char*> kAccountFields;
 extern const std::vector<const char*> kNetworkFields;
 extern const std::vector<const char*> kAudioFields;
+extern const std::vector<const char*> kProvisioningFields;
 extern const std::vector<const char*> kWebAccessFields; // idleSeconds, remoteAddresses, hostNames
 
 // Return the values for a form to show. An account's secret is left empty; addresses and host
@@ -97,6 +109,7 @@ extern const std::vector<const char*> kWebAccessFields; // idleSeconds, remoteAd
 Values valuesOf(const Account& account);
 Values valuesOf(const Network& network);
 Values valuesOf(const Audio& audio);
+Values valuesOf(const Provisioning& provisioning);
 Values valuesOf(const WebAccess& web);
 
 // Set what `values` contain, or, if any of them is wrong, set nothing and return every error. White
@@ -113,6 +126,8 @@ Errors readValues(const Values& values, Account& account);
 // the phone's own address. In mode "dhcp" addresses may be missing, and must only be well-formed.
 Errors readValues(const Values& values, Network& network);
 Errors readValues(const Values& values, Audio& audio);
+// The server may be missing. badUrl is what canonicalServerUrl() refuses.
+Errors readValues(const Values& values, Provisioning& provisioning);
 // Reads only the fields in kWebAccessFields; Device changes the password.
 Errors readValues(const Values& values, WebAccess& web);
 

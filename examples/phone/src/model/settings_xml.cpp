@@ -17,14 +17,19 @@ constexpr std::size_t kMaxName = 64;
 
 constexpr const char* kSecretField = "secret";
 
+// Omits the values that are those of `base`, which may be null.
 template <typename Part>
 void writePart(XmlWriter& writer, const char* name, const std::vector<const char*>& fields,
-               const Part& part) {
+               const Part& part, const Part* base) {
     const Values values = valuesOf(part);
+    const Values known = base != nullptr ? valuesOf(*base) : Values();
     writer.open(name);
     for (const char* field : fields) {
-        if (std::strcmp(field, kSecretField) != 0) {
-            writer.element(field, valueOf(values, field));
+        const auto value = values.find(field);
+        const auto old = known.find(field);
+        const bool isKnown = old != known.end() && old->second == value->second;
+        if (!isKnown && std::strcmp(field, kSecretField) != 0) {
+            writer.element(field, value->second);
         }
     }
     writer.close(name);
@@ -124,6 +129,8 @@ void SettingsReader::read(const pugi::xml_node& part) {
         readPart(part, name, kNetworkFields, m_settings.network);
     } else if (name == "audio") {
         readPart(part, name, kAudioFields, m_settings.audio);
+    } else if (name == "provisioning") {
+        readPart(part, name, kProvisioningFields, m_settings.provisioning);
     } else if (name == "web") {
         readPart(part, name, kWebAccessFields, m_settings.web);
     } else {
@@ -165,14 +172,20 @@ std::string textOf(const pugi::xml_node& element) {
     return text;
 }
 
-void writeSettings(XmlWriter& writer, const Settings& settings) {
+void writeSettings(XmlWriter& writer, const Settings& settings, const Settings* base) {
     writer.open("configuration");
-    for (const Account& account : settings.accounts) {
-        writePart(writer, "account", kAccountFields, account);
+    for (std::size_t i = 0; i < kAccounts; ++i) {
+        writePart(writer, "account", kAccountFields, settings.accounts[i],
+                  base != nullptr ? &base->accounts[i] : nullptr);
     }
-    writePart(writer, "network", kNetworkFields, settings.network);
-    writePart(writer, "audio", kAudioFields, settings.audio);
-    writePart(writer, "web", kWebAccessFields, settings.web);
+    writePart(writer, "network", kNetworkFields, settings.network,
+              base != nullptr ? &base->network : nullptr);
+    writePart(writer, "audio", kAudioFields, settings.audio,
+              base != nullptr ? &base->audio : nullptr);
+    writePart(writer, "provisioning", kProvisioningFields, settings.provisioning,
+              base != nullptr ? &base->provisioning : nullptr);
+    writePart(writer, "web", kWebAccessFields, settings.web,
+              base != nullptr ? &base->web : nullptr);
     writer.close("configuration");
 }
 

@@ -17,9 +17,11 @@ Errors parseXml(std::string_view text, pugi::xml_document& document);
 // Returns the text of an element.
 std::string textOf(const pugi::xml_node& element);
 
-// Write and read the element "configuration". See configuration.h for its contents and the errors;
-// if there is any error, nothing is set.
-void writeSettings(XmlWriter& writer, const Settings& settings);
+// Writes the element "configuration", see configuration.h for its contents. Omits the values that
+// are those of `base`, if that is not null.
+void writeSettings(XmlWriter& writer, const Settings& settings, const Settings* base = nullptr);
+
+// Reads it. See configuration.h for the errors; if there is any, nothing is set.
 Errors readSettings(const pugi::xml_node& configuration, Settings& settings);
 
 } // namespace phone

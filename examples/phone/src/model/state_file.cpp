@@ -5,6 +5,7 @@
 #include "model/password.h"
 #include "model/settings_xml.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace phone {
@@ -19,8 +20,7 @@ void writeAccess(XmlWriter& writer, const Settings& settings) {
     writer.close("access");
 }
 
-// Reads what the configuration omits. Earlier versions stored the password here.
-bool readAccess(const pugi::xml_node& access, Settings& settings) {
+bool readSecrets(const pugi::xml_node& access, Settings& settings) {
     pugi::xml_node secret = access.child("secret");
     for (Account& account : settings.accounts) {
         account.secret = textOf(secret);
@@ -28,6 +28,14 @@ bool readAccess(const pugi::xml_node& access, Settings& settings) {
             return false;
         }
         secret = secret.next_sibling("secret");
+    }
+    return true;
+}
+
+// Reads what the configuration omits. Earlier versions stored the password here.
+bool readAccess(const pugi::xml_node& access, Settings& settings) {
+    if (!readSecrets(access, settings)) {
+        return false;
     }
     if (const pugi::xml_node hash = access.child("passwordHash")) {
         WebAccess& web = settings.web;
@@ -41,7 +49,10 @@ bool readAccess(const pugi::xml_node& access, Settings& settings) {
 
 bool readContacts(const pugi::xml_node& root, Directory& directory) {
     for (const pugi::xml_node& element : root.children("contact")) {
-        Contact contact{textOf(element.child("name")), textOf(element.child("number"))};
+        Contact contact;
+        for (const ContactField& field : kContactFields) {
+            contact.*field.text = textOf(element.child(field.name));
+        }
         if (!directory.add(std::move(contact)).empty()) {
             return false;
         }
@@ -49,7 +60,19 @@ bool readContacts(const pugi::xml_node& root, Directory& directory) {
     return true;
 }
 
+bool haveSameAccounts(const Settings& left, const Settings& right) {
+    return std::equal(left.accounts.begin(), left.accounts.end(), right.accounts.begin(),
+                      [](const Account& one, const Account& other) {
+                          return valuesOf(one) == valuesOf(other) && one.secret == other.secret;
+                      });
+}
+
 } // namespace
+
+bool isSameButForSettings(const State& left, const State& right) {
+    return left.localCopy == right.localCopy &&
+           left.directory.contacts() == right.directory.contacts();
+}
 
 std::string stateText(const State& state) {
     XmlWriter writer;
@@ -59,8 +82,12 @@ std::string stateText(const State& state) {
     writer.element("localCopy", state.localCopy);
     for (const Contact& contact : state.directory.contacts()) {
         writer.open("contact");
-        writer.element("name", contact.name);
-        writer.element("number", contact.number);
+        for (const ContactField& field : kContactFields) {
+            const CompactText& text = contact.*field.text;
+            if (!text.empty()) {
+                writer.element(field.name, text);
+            }
+        }
         writer.close("contact");
     }
     writer.close("state");
@@ -82,6 +109,49 @@ std::optional<State> readState(std::string_view text) {
                       state.localCopy.size() <= kMaxConfigurationBytes &&
                       readContacts(root, state.directory);
     return good ? std::optional<State>(std::move(state)) : std::nullopt;
+}
+
+std::string settingsText(const Settings& settings) {
+    XmlWriter writer;
+    writeSettings(writer, settings);
+    writeAccess(writer, settings);
+    return writer.text();
+}
+
+std::string changesText(unsigned long checksum, const Settings& base, const Settings& settings) {
+    XmlWriter writer;
+    writer.open("changes");
+    writer.element("checksumOfState", std::to_string(checksum));
+    writeSettings(writer, settings, &base);
+    // Reading another name of an account clears its secret, so write those that stay, too.
+    if (!haveSameAccounts(base, settings)) {
+        writeAccess(writer, settings);
+    }
+    writer.close("changes");
+    return writer.text();
+}
+
+ChangesRead readChanges(std::string_view text, unsigned long checksum, Settings& settings) {
+    pugi::xml_document document;
+    if (!parseXml(text, document).empty()) {
+        return ChangesRead::damaged;
+    }
+    const pugi::xml_node root = document.document_element();
+    const pugi::xml_node made = root.child("checksumOfState");
+    if (std::strcmp(root.name(), "changes") != 0 || !made) {
+        return ChangesRead::damaged;
+    }
+    if (textOf(made) != std::to_string(checksum)) {
+        return ChangesRead::ofAnotherState;
+    }
+    Settings changed = settings;
+    const pugi::xml_node access = root.child("access");
+    if (!readSettings(root.child("configuration"), changed).empty() ||
+        (access && !readSecrets(access, changed))) {
+        return ChangesRead::damaged;
+    }
+    settings = std::move(changed);
+    return ChangesRead::done;
 }
 
 } // namespace phone

@@ -9,8 +9,9 @@
 namespace phone {
 
 // Imports contacts: a file is uploaded (POST, q=preview, field "contacts"), its preview is shown
-// and kept, and then applied (POST, q=apply). The preview is dropped as soon as the user who
-// uploaded it opens another page: the container calls drop() on every request for one.
+// (page=N) and kept, its columns are corrected (POST, q=columns, a number from 0 for each field of
+// a contact), and then it is applied (POST, q=apply). The preview is dropped as soon as the user
+// who uploaded it opens another page: the container calls drop() on every request for one.
 class ContactsPreviewPage final : public ActionsPage {
 public:
     explicit ContactsPreviewPage(Phone& phone);
@@ -20,6 +21,7 @@ public:
 private:
     struct Preview {
         const kit::SignIn* owner; // compare only
+        std::shared_ptr<const std::string> text;
         std::shared_ptr<const ImportPlan> plan;
     };
 
@@ -28,6 +30,9 @@ private:
     std::shared_ptr<Preview> heldFor(kit::Request& request) const;
     void forget(kit::Request& request);
     void preview(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
+    void chooseColumns(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
+    void showGone(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
+    void keep(kit::Request& request, Preview preview);
     void import(kit::Request& request, kit::Response& response, const kit::SignIn& signIn);
 
     kit::SessionData<Preview> m_previews{"contactsPreview"};

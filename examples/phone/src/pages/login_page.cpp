@@ -1,20 +1,12 @@
 #include "pages/login_page.h"
 
+#include "address.h"
+
 #include "HttpSession.h"
-#include "web_debug.h"
+#include "model/journal.h"
 
 namespace phone {
 namespace {
-
-std::string_view pageToGoTo(kit::Request& request) {
-    const std::string_view page = request.parameter("jumpto").value_or("");
-    return isPageId(page) ? page : "";
-}
-
-std::string landingPage(kit::Request& request) {
-    const std::string_view page = pageToGoTo(request);
-    return "/servlet?p=" + std::string(page.empty() ? "status" : page);
-}
 
 std::string clientOf(kit::Request& request) {
     const std::string_view address = request.remoteAddress();
@@ -39,10 +31,14 @@ void LoginPage::answer(kit::Request& request, kit::Response& response) {
 }
 
 void LoginPage::showForm(kit::Request& request, kit::Response& response, kit::Variables variables) {
+    const bool hasEnded = request.isChecked("ended");
+    std::string here = "login";
     variables.set("page", "login").set("token", kit::formToken(request, response));
-    if (!pageToGoTo(request).empty()) {
-        variables.set("jumpto", pageToGoTo(request));
+    if (const std::string_view page = pageToGoTo(request); !page.empty()) {
+        variables.set("jumpto", page).set("view", viewAskedFor(request));
+        here += "&jumpto=" + returnTo(page, viewAskedFor(request));
     }
+    variables.set("ended", hasEnded).set("here", here + (hasEnded ? "&ended=1" : ""));
     show(request, response, "login.html", std::move(variables));
 }
 
@@ -55,8 +51,10 @@ void LoginPage::refuse(kit::Request& request, kit::Response& response, int statu
 
 void LoginPage::signIn(kit::Request& request, kit::Response& response) {
     const std::string user(request.parameter("user").value_or(""));
-    const std::string hash = m_phone.device.state()->settings.web.passwordHash;
+    std::string hash;
     const auto isRight = [&] {
+        m_phone.device.preparePassword();
+        hash = m_phone.device.state()->settings.web.passwordHash;
         return m_phone.device.authenticate(user, request.parameter("password").value_or(""));
     };
     if (!kit::isFromForm(request)) {
@@ -65,8 +63,8 @@ void LoginPage::signIn(kit::Request& request, kit::Response& response) {
         response.header("Retry-After", std::to_string(wait));
         refuse(request, response, 429, "wait", kit::Variables().set("seconds", wait));
     } else if (!m_phone.signIns.check(request, isRight)) {
-        WebDebug::getInstance()->warn("Wrong user name or password from %s",
-                                      clientOf(request).c_str());
+        Journal::getInstance()->warn("Wrong user name or password from %s",
+                                     clientOf(request).c_str());
         refuse(request, response, 403, "wrong");
     } else {
         start(request, response, user);
@@ -85,17 +83,25 @@ void LoginPage::start(kit::Request& request, kit::Response& response, const std:
     if (HttpSession* session = request.session()) {
         session->setMaxInactiveInterval(m_phone.device.state()->settings.web.idleSeconds);
     }
-    WebDebug::getInstance()->info("Signed in: %s from %s", user.c_str(), clientOf(request).c_str());
+    Journal::getInstance()->info("Signed in: %s from %s", user.c_str(), clientOf(request).c_str());
     response.seeOther(landingPage(request));
 }
 
 void LoginPage::signOut(kit::Request& request, kit::Response& response) {
     const auto current = m_phone.signIns.find(request);
-    if (current && !kit::isFromForm(request)) {
-        response.status(403).text("This did not come from a form of the phone's pages.\n");
+    const bool isFromForm = kit::isFromForm(request);
+    if (current && !isFromForm) {
+        PageWriter::refuse(request, response, *current);
         return;
     }
     m_phone.signIns.end(request);
+    // A link of another site comes without the user's cookies, and must not remove one of them.
+    if (isFromForm) {
+        // Without it, the session does not count as one that has ended by itself.
+        kit::Cookie key{kKeyCookie, ""};
+        key.maxAge = 0;
+        response.cookie(key);
+    }
     response.seeOther(kSignInForm);
 }
 

@@ -1,5 +1,7 @@
 #include "pages/phone_page.h"
 
+#include <array>
+
 namespace phone {
 namespace {
 
@@ -7,18 +9,30 @@ const char* lit(bool on) {
     return nameOf(on ? Lamp::on : Lamp::off);
 }
 
-void addView(kit::Variables& variables, const PhoneView& view) {
-    variables.set("line1", view.display[0])
-        .set("line2", view.display[1])
-        .set("deskState", nameOf(view.call))
+void addView(kit::Variables& variables, const PhoneView& view, const Settings& settings) {
+    std::size_t line = 0;
+    variables.set("deskState", nameOf(view.call))
         .set("lastKey", view.key)
         .set("lampMessage", nameOf(view.messageLamp))
         .set("lampSpeaker", lit(view.speaker))
         .set("lampMute", lit(view.mute))
-        .set("lampHeadset", lit(view.headset));
-    for (std::size_t i = 0; i < view.lineLamps.size(); ++i) {
-        variables.set(("lampL" + std::to_string(i + 1)).c_str(), nameOf(view.lineLamps[i]));
-    }
+        .set("lampHeadset", lit(view.headset))
+        // A row, since the script fills in variables of the same names itself.
+        .rows("display", std::array{&view},
+              [&settings](const PhoneView* shown) {
+                  return kit::Variables()
+                      .set("lineLabel",
+                           labelOfLine(settings, static_cast<std::size_t>(shown->line)))
+                      .set("screen", nameOf(shown->screen))
+                      .set("digits", shown->digits);
+              })
+        .rows("lines", view.lineLamps, [&settings, &line](Lamp lamp) {
+            ++line;
+            return kit::Variables()
+                .set("number", line)
+                .set("label", labelOfLine(settings, line))
+                .set("lamp", nameOf(lamp));
+        });
 }
 
 } // namespace
@@ -36,7 +50,7 @@ void PhonePage::answer(kit::Request& request, kit::Response& response, const kit
         response.status(422);
         variables.set("notDone", true);
     }
-    addView(variables, m_phone.desk.view());
+    addView(variables, m_phone.desk.view(), m_phone.device.state()->settings);
     show(request, response, "phone.html", std::move(variables));
 }
 

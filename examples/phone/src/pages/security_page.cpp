@@ -1,7 +1,9 @@
 #include "pages/security_page.h"
 
+#include "address.h"
+
 #include "HttpSession.h"
-#include "web_debug.h"
+#include "model/journal.h"
 
 #include <algorithm>
 
@@ -20,6 +22,7 @@ kit::Variables signInRow(const std::shared_ptr<const kit::SignIn>& signIn) {
 SecurityPage::SecurityPage(Phone& phone) : ActionsPage(phone) {
     m_actions.show(&SecurityPage::showSettings);
     m_actions.on("password", &SecurityPage::changePassword);
+    m_actions.on("signOutAll", &SecurityPage::signOutAll);
     m_actions.on("access", &SecurityPage::changeAccess);
 }
 
@@ -33,9 +36,10 @@ void SecurityPage::showSettings(kit::Request& request, kit::Response& response,
 
 void SecurityPage::changePassword(kit::Request& request, kit::Response& response,
                                   const kit::SignIn& signIn) {
-    const auto entered = [&](const char* field) {
-        return std::string(request.parameter(field).value_or(""));
-    };
+    if (isFirstRun()) {
+        setFirstPassword(request, response, signIn);
+        return;
+    }
     if (const long wait = m_phone.signIns.secondsToWait(request)) {
         response.status(429);
         response.header("Retry-After", std::to_string(wait));
@@ -47,8 +51,7 @@ void SecurityPage::changePassword(kit::Request& request, kit::Response& response
     }
     Outcome outcome;
     const bool known = m_phone.signIns.check(request, [&] {
-        outcome = m_phone.device.changePassword(entered("oldPassword"), entered("newPassword"),
-                                                entered("repeat"));
+        outcome = setPassword(request, signIn);
         return std::none_of(
             outcome.errors.begin(), outcome.errors.end(),
             [](const FieldError& error) { return error.code == ErrorCode::wrongPassword; });
@@ -56,17 +59,46 @@ void SecurityPage::changePassword(kit::Request& request, kit::Response& response
     if (known) {
         m_phone.signIns.attemptSucceeded(request);
     }
+    finish(request, response, signIn, outcome, valuesOf(m_phone.device.state()->settings.web));
+}
+
+void SecurityPage::setFirstPassword(kit::Request& request, kit::Response& response,
+                                    const kit::SignIn& signIn) {
+    const Outcome outcome = setPassword(request, signIn);
+    if (!outcome.done()) {
+        finish(request, response, signIn, outcome, {});
+    } else if (const std::string next = landingPage(request); next == kStatusPage) {
+        finishAt(next, "passwordSet", request, response);
+    } else {
+        response.seeOther(next); // the page that was asked for is result enough
+    }
+}
+
+Outcome SecurityPage::setPassword(kit::Request& request, const kit::SignIn& signIn) {
+    const auto entered = [&](const char* field) {
+        return std::string(request.parameter(field).value_or(""));
+    };
+    Outcome outcome = m_phone.device.changePassword(entered("oldPassword"), entered("newPassword"),
+                                                    entered("repeat"));
     if (outcome.done()) {
         // Anyone who knew the old password must sign in again.
         m_phone.signIns.endOthers(request);
-        WebDebug::getInstance()->info("The password of %s was changed", signIn.user.c_str());
+        Journal::getInstance()->info("The password of %s was changed", signIn.user.c_str());
     }
-    finish(request, response, signIn, outcome, valuesOf(m_phone.device.state()->settings.web));
+    return outcome;
+}
+
+void SecurityPage::signOutAll(kit::Request& request, kit::Response& response,
+                              const kit::SignIn& signIn) {
+    Journal::getInstance()->info("All sessions were signed out by %s", signIn.user.c_str());
+    m_phone.signIns.endOthers(request);
+    m_phone.signIns.end(request);
+    response.seeOther(kSignInForm);
 }
 
 void SecurityPage::changeAccess(kit::Request& request, kit::Response& response,
                                 const kit::SignIn& signIn) {
-    if (m_phone.device.state()->settings.web.factoryPassword) {
+    if (isFirstRun()) {
         response.seeOther("/servlet?p=security"); // another password comes first
         return;
     }
@@ -95,9 +127,25 @@ void SecurityPage::finish(kit::Request& request, kit::Response& response, const 
 void SecurityPage::showForms(kit::Request& request, kit::Response& response,
                              kit::Variables variables, const Values& values,
                              const Errors& errors) const {
-    addSignIns(request, variables);
     addForm(variables, values, errors);
+    if (isFirstRun()) {
+        showFirstRun(request, response, std::move(variables));
+        return;
+    }
+    addSignIns(request, variables);
     show(request, response, "security.html", std::move(variables));
+}
+
+void SecurityPage::showFirstRun(kit::Request& request, kit::Response& response,
+                                kit::Variables variables) const {
+    const std::string_view wanted = pageToGoTo(request);
+    const std::string_view view = viewAskedFor(request);
+    // Leads back here, through the listener, as long as the password is not set.
+    variables.set("here", wanted.empty() ? "status" : returnTo(wanted, view));
+    if (!wanted.empty()) {
+        variables.set("jumpto", wanted).set("view", view);
+    }
+    show(request, response, "first-run.html", std::move(variables));
 }
 
 void SecurityPage::addSignIns(kit::Request& request, kit::Variables& variables) const {

@@ -15,35 +15,49 @@ public:
                  const std::vector<const char*>& fields)
         : SignedInPage(phone), m_name(std::move(name)), m_group(group), m_fields(fields) {}
 
-private:
+protected:
+    // Changes the phone's state.
+    virtual Outcome change(const Device::Edit& edit) { return m_phone.device.change(edit); }
+    // Returns the values that the form shows again after an error.
+    virtual Values shownAgain(Values values) const { return values; }
+    // Adds what the page shows beside the form.
+    virtual void addMore(kit::Request&, kit::Variables&) const {}
+
     void answer(kit::Request& request, kit::Response& response,
                 const kit::SignIn& signIn) override {
         if (!request.isPost()) {
             kit::Variables variables = frame(request, signIn);
             addFlash(request, variables);
-            showForm(request, response, std::move(variables),
-                     valuesOf(m_phone.device.state()->settings.*m_group), {});
+            showSaved(request, response, std::move(variables));
         } else if (mayChange(request, response, signIn)) {
             save(request, response, signIn);
         }
     }
 
+    // Shows the form with the settings in use.
+    void showSaved(kit::Request& request, kit::Response& response, kit::Variables variables) const {
+        showForm(request, response, std::move(variables),
+                 valuesOf(m_phone.device.state()->settings.*m_group), {});
+    }
+
+private:
     void save(kit::Request& request, kit::Response& response, const kit::SignIn& signIn) {
         const Values values = valuesSent(request, m_fields);
-        const Outcome outcome = m_phone.device.change(
-            [&](State& state) { return readValues(values, state.settings.*m_group); });
+        const Outcome outcome =
+            change([&](State& state) { return readValues(values, state.settings.*m_group); });
         if (outcome.done()) {
             finishAt("/servlet?p=" + m_name, "saved", request, response);
             return;
         }
         kit::Variables variables = frame(request, signIn);
         addFailure(response, variables, outcome);
-        showForm(request, response, std::move(variables), values, outcome.errors);
+        showForm(request, response, std::move(variables), shownAgain(values), outcome.errors);
     }
 
     void showForm(kit::Request& request, kit::Response& response, kit::Variables variables,
                   const Values& values, const Errors& errors) const {
         addForm(variables, values, errors);
+        addMore(request, variables);
         show(request, response, (m_name + ".html").c_str(), std::move(variables));
     }
 

@@ -5,7 +5,8 @@
 
 namespace phone {
 
-// The live data of the pages, as JSON for their script.
+// The live data of the pages, as JSON for their script. With the parameter "since", which is the
+// number of a sample, also the history from that sample on.
 class StatusDataPage final : public SignedInPage {
 public:
     explicit StatusDataPage(Phone& phone) : SignedInPage(phone) {}

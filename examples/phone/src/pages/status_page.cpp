@@ -1,9 +1,12 @@
 #include "pages/status_page.h"
 
+#include "duration.h"
 #include "model/firmware_image.h"
 #include "model/meters.h"
 #include "registration.h"
 
+#include <array>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 
@@ -28,8 +31,9 @@ kit::Variables interfaceRow(const NetworkInterface& interface) {
 }
 
 kit::Variables eventRow(const LoggedEvent& event) {
-    return kit::Variables()
+    return durationVariables(systemClock() - event.moment)
         .set("time", localTimeText(event.time))
+        .set("result", nameOf(event.result))
         .set("name", event.name)
         .set("value", event.value)
         .set("from", event.remoteAddress);
@@ -45,14 +49,17 @@ void StatusPage::answer(kit::Request& request, kit::Response& response, const ki
     const Memory now = memory();
     const Traffic moved = traffic();
     kit::Variables variables = frame(request, signIn);
-    addAccounts(variables, m_phone.device.state()->settings);
-    variables.set("firmware", m_phone.firmware.version())
-        .set("uptime", upTimeText(m_phone.maintenance.upTime()))
+    addFlash(request, variables);
+    const auto state = m_phone.device.state();
+    addAccounts(variables, state->settings);
+    variables.set("provisioningServer", state->settings.provisioning.server)
+        .set("firmware", m_phone.firmware.version())
         .set("memoryTotal", now.total / 1024)
         .set("memoryAvailable", now.available / 1024)
         .set("trafficReceived", moved.received)
         .set("trafficSent", moved.sent)
         .set("eventCount", m_phone.events.count())
+        .rows("uptime", std::array{m_phone.maintenance.upTime()}, durationVariables)
         .rows("interfaces", networkInterfaces(), interfaceRow)
         .rows("events", m_phone.events.recent(), eventRow);
     show(request, response, "status.html", std::move(variables));
