@@ -16,6 +16,9 @@ install(TARGETS base QKSTL platform_headers device fcgiServer fcgiServer-static 
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
     INCLUDES DESTINATION ${header_dir})
 install(TARGETS fcgi_host RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+configure_file(packaging/systemd/fcgi_host.service.in fcgi_host.service @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/fcgi_host.service packaging/systemd/fcgi_host.socket
+    DESTINATION lib/systemd/system EXCLUDE_FROM_ALL)
 foreach(section 5 8)
     file(GLOB pages CONFIGURE_DEPENDS packaging/man/*.${section})
     install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
@@ -85,6 +88,9 @@ foreach(name fcgiServer fcgiServer-static fcgiServer-kit)
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 endforeach()
 
+if(NOT BUILD_PHONE)
+    return()
+endif()
 # The phone's pages where the library reads them; only if named explicitly, since that is at the root
 # of the file tree.
 install(DIRECTORY ${PROJECT_BINARY_DIR}/device/phone DESTINATION /

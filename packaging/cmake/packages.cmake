@@ -80,7 +80,7 @@ set(CPACK_DEBIAN_PHONE_PACKAGE_SECTION httpd)
 math(EXPR next_major "${PROJECT_VERSION_MAJOR} + 1")
 set(CPACK_DEBIAN_PHONE_PACKAGE_DEPENDS
     "fcgiserver (>= ${PROJECT_VERSION}), fcgiserver (<< ${next_major}~)")
-set(CPACK_DEBIAN_PHONE_PACKAGE_SUGGESTS lighttpd)
+set(CPACK_DEBIAN_PHONE_PACKAGE_SUGGESTS "lighttpd, lighttpd-mod-deflate")
 set(CPACK_DEBIAN_PHONE_PACKAGE_CONTROL_EXTRA
     ${packages}/fcgiserver-phone/postinst
     ${packages}/fcgiserver-phone/prerm
@@ -90,10 +90,6 @@ set(CPACK_DEBIAN_PHONE_DESCRIPTION
 "web interface of a desk telephone
 The telephone's pages for fcgi_host, below /phone, and the configuration of
 lighttpd for them: \"lighty-enable-mod fcgiserver-phone\" puts it to use.")
-
-configure_file(packaging/systemd/fcgi_host.service.in fcgi_host.service @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/fcgi_host.service packaging/systemd/fcgi_host.socket
-    DESTINATION lib/systemd/system EXCLUDE_FROM_ALL)
 
 set(CPACK_PROJECT_SOURCES ${PROJECT_SOURCE_DIR})
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)

@@ -47,8 +47,10 @@ file(COPY ${CPACK_PROJECT_SOURCES}/README.md ${CPACK_PROJECT_SOURCES}/docs
     DESTINATION ${CPACK_TEMPORARY_DIRECTORY}/dev/usr/share/doc/fcgiserver-dev
     NO_SOURCE_PERMISSIONS FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "*.png")
 set(phone ${CPACK_TEMPORARY_DIRECTORY}/phone)
-file(COPY ${packaging}/front-servers/lighttpd-phone.conf DESTINATION ${phone}/usr/share/fcgiServer
-    NO_SOURCE_PERMISSIONS)
+file(COPY
+    ${packaging}/front-servers/lighttpd-deflate.conf
+    ${packaging}/front-servers/lighttpd-phone.conf
+    DESTINATION ${phone}/usr/share/fcgiServer NO_SOURCE_PERMISSIONS)
 add_renamed(${packaging}/front-servers/lighttpd-debian.conf
     ${phone}/etc/lighttpd/conf-available/50-fcgiserver-phone.conf)
 

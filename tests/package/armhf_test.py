@@ -48,7 +48,7 @@ def test_they_depend_only_on_packages_of_such_a_device(packages):
     assert depends == [
         {"adduser", "libfcgi0ldbl", "libpugixml1v5"} | compiler,
         {"fcgiserver", "libfcgi-dev", "libpugixml-dev", "nlohmann-json3-dev"},
-        {"fcgiserver", "libcrypt1", "libpugixml1v5", "zlib1g"} | compiler]
+        {"fcgiserver", "libcrypt1", "libpugixml1v5", "libsodium23", "zlib1g"} | compiler]
 
 
 def test_all_programs_and_libraries_are_for_that_processor(device):

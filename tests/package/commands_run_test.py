@@ -20,7 +20,8 @@ import run as steps
 
 LIST_STEPS = "scripts/test --list"
 BUILD = "cmake --preset dev && cmake --build --preset dev"
-LINK = "ln -sf build/dev/compile_commands.json ."
+COMPILE_COMMANDS = "cmake --preset dev -B build/editor -DCMAKE_UNITY_BUILD=OFF"
+LINK = "ln -sf build/editor/compile_commands.json ."
 # Each with what it must print.
 SINGLE_TESTS = {
     ("cmake --build build/dev --target fcgi_server_test",
@@ -49,6 +50,7 @@ RELEASE = [
     "DESTDIR=image cmake --install build/release --component phone --strip",
     "build/release/tools/servlet_check/servlet_check --root image --partial",
 ]
+ENABLE_SOCKET = "systemctl --root=image enable fcgi_host.socket"
 LISTEN = "fcgi_host --listen /run/fcgi_host.sock --threads 4"
 LINES_OF_A_REQUEST = "grep ' request=1041[ :]' /var/log/syslog"
 STATUS = 'kill -s USR2 "$(pidof fcgi_host)"'
@@ -90,8 +92,8 @@ def test_the_compile_commands_are_linked(folder):
     for path in SOURCE.iterdir():
         (folder / path.name).symlink_to(path)
     (folder / "compile_commands.json").unlink(missing_ok=True)
-    bash(LINK, cwd=folder)
-    assert '"command"' in (folder / "compile_commands.json").read_text()
+    bash(f"{COMPILE_COMMANDS} && {LINK}", cwd=folder)
+    assert "host/daemon.cpp" in (folder / "compile_commands.json").read_text()
 
 
 @pytest.mark.parametrize("commands, printed", SINGLE_TESTS.items())
@@ -119,6 +121,9 @@ def test_a_release_is_installed_into_an_image(tmp_path):
     assert (tmp_path / "usr/sbin/fcgi_host").exists()
     assert (tmp_path / "phone/www/WEB-INFO/lib/libphone.so").exists()
     assert not (tmp_path / "usr/include").exists()
+    bash(ENABLE_SOCKET.replace("=image", f"={tmp_path}"))
+    wanted = tmp_path / "etc/systemd/system/sockets.target.wants/fcgi_host.socket"
+    assert (tmp_path / os.readlink(wanted).lstrip("/")).is_file()
 
 
 @pytest.fixture

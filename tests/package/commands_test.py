@@ -20,10 +20,10 @@ SHOWN = shown_commands.shown()
 RUN_BY = {
     here.test_the_names_of_the_steps_are_listed: [here.LIST_STEPS],
     here.test_the_preset_for_daily_work_is_built: [here.BUILD],
-    here.test_the_compile_commands_are_linked: [here.LINK],
+    here.test_the_compile_commands_are_linked: [here.COMPILE_COMMANDS, here.LINK],
     here.test_a_single_test_runs: [command for commands in here.SINGLE_TESTS for command in commands],
     here.test_the_tests_that_are_named_run: here.NAMED_TESTS,
-    here.test_a_release_is_installed_into_an_image: here.RELEASE,
+    here.test_a_release_is_installed_into_an_image: [*here.RELEASE, here.ENABLE_SOCKET],
     here.test_signals_change_the_log_and_show_the_status: [here.LISTEN, here.MORE_LINES, here.STATUS],
     here.test_the_lines_of_one_request_are_found: [here.LINES_OF_A_REQUEST],
     here.test_the_daemon_runs_in_the_debugger: [here.DEBUG_DAEMON, here.REQUEST],
@@ -58,9 +58,11 @@ RUN_IN = {
     "scripts/abi check": ("tests/abi/abi_test.py", 'abi(SOURCE, "check", architecture)'),
     "scripts/abi record": ("tests/abi/abi_test.py", 'abi(changed.folder, "record", "amd64")'),
     "scripts/packages": ("tests/package/debs.py", 'run(SOURCE / "scripts/packages", preset)'),
-    "apt-get install lighttpd": (
+    "journalctl --since today | grep -E ' request=1041( |:|$)'": (
+        "tests/device/test_log.py", "journalctl --since today | grep -E ' request={number}( |:|$)'"),
+    "apt-get install lighttpd lighttpd-mod-deflate": (
         "tests/package/debian_test.py",
-        'debian.run("apt-get", "-y", "-q", "--no-install-recommends", "install", "lighttpd")'),
+        'debian.run("apt-get", "-y", "-q", "--no-install-recommends", "install", *FRONT_SERVER)'),
     "lighty-enable-mod fcgiserver-phone": (
         "tests/package/debian_test.py", 'debian.run("lighty-enable-mod", "fcgiserver-phone")'),
     'exec fcgi_host --listen "$STATE_DIR/fcgi.sock" --threads 4': (
@@ -97,7 +99,17 @@ NOT_RUN = {
         "makes and boots a virtual phone", ["tests/device/main.py"]),
     "scripts/device --test": ("makes and boots a virtual phone", ["tests/device/test_device.py"]),
     "scripts/device --test -k purge": (
-        "makes and boots a virtual phone", ["tests/device/test_purge.py"]),
+        "makes and boots a virtual phone", ["tests/device/test_upgrade_and_purge.py"]),
+    'make BR2_EXTERNAL="$FCGISERVER/packaging/buildroot" menuconfig': (
+        "needs Buildroot", ["packaging/buildroot/external.desc"]),
+    "make fcgiserver": ("needs Buildroot", ["packaging/buildroot/package/fcgiserver/fcgiserver.mk"]),
+    'bitbake-layers add-layer "$FCGISERVER/packaging/yocto"': (
+        "needs BitBake", ["packaging/yocto/conf/layer.conf"]),
+    "bitbake fcgiserver": ("needs BitBake", ["packaging/yocto/recipes-httpd/fcgiserver"]),
+    "./scripts/feeds update -a && ./scripts/feeds install fcgiserver": (
+        "needs OpenWrt's build", ["packaging/openwrt/fcgiserver/Makefile"]),
+    "make package/fcgiserver/compile": (
+        "needs OpenWrt's build", ["packaging/openwrt/fcgiserver/Makefile"]),
     "systemctl reload-or-restart lighttpd": ("needs systemd as the first process", []),
 }
 

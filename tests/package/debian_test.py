@@ -23,6 +23,7 @@ ARCHITECTURE = run("dpkg", "--print-architecture").strip()
 UNITS = "usr/lib/systemd/system"
 SOCKET = "/run/fcgi_host.sock"
 FRONT = "/run/front.conf"
+FRONT_SERVER = ["lighttpd", "lighttpd-mod-deflate"]
 PATIENCE = 60  # seconds; normally one is enough
 
 AS_ROOT = [] if os.geteuid() == 0 else ["sudo"]
@@ -76,7 +77,7 @@ class Debian:
 def base(packages):
     """A small Debian with lighttpd, and with the archives that the packages depend on."""
     release, mirror = release_and_mirror()
-    folder = ROOTS / release
+    folder = ROOTS / "-".join([release, *FRONT_SERVER])
     if not folder.exists():
         unfinished = ROOTS / "unfinished"
         run(*AS_ROOT, "rm", "-rf", unfinished)
@@ -88,7 +89,7 @@ def base(packages):
         # Services must not be started when they are installed.
         debian.append("usr/sbin/policy-rc.d", "#!/bin/sh\nexit 101\n")
         debian.run("chmod", "755", "/usr/sbin/policy-rc.d")
-        debian.run("apt-get", "-y", "-q", "--no-install-recommends", "install", "lighttpd")
+        debian.run("apt-get", "-y", "-q", "--no-install-recommends", "install", *FRONT_SERVER)
         debian.install(packages, "--download-only")
         run(*AS_ROOT, "mv", unfinished, folder)
     return Debian(folder)
@@ -142,11 +143,14 @@ class Phone:
         body, _, status = printed.rpartition("\n")
         return int(status), body
 
+    def send(self, form, path, fields, *options):
+        """Reads the form at `form` and sends these fields and its token to `path`."""
+        token = re.search(r'name="token" value="(\w+)"', self.get(form)[1])[1]
+        return self.get(path, "--data", f"{fields}&token={token}", *options)
+
     def sign_in(self):
-        _, form = self.get("/servlet?p=login&q=loginForm")
-        token = re.search(r'name="token" value="(\w+)"', form)[1]
-        return self.get("/servlet?p=login&q=login",
-                        "--data", f"user=admin&password=admin&token={token}")
+        return self.send("/servlet?p=login&q=loginForm", "/servlet?p=login&q=login",
+                         "user=admin&password=admin")
 
 
 @contextlib.contextmanager
@@ -303,12 +307,25 @@ def test_the_pages_are_served_by_a_daemon_that_does_what_its_unit_allows(device,
     with serving(device, tmp_path) as phone:
         status, page = phone.get("/")
         assert status == 200 and "<title>Sign in" in page
+        status, page = phone.get("/nothing")
+        assert status == 404 and "<h1>Page not found" in page
         assert phone.get("/style.css")[0] == 200
+        compressed = ("--header", "Accept-Encoding: gzip", "--output", "/dev/null", "--dump-header", "-")
+        assert "Content-Encoding: gzip" in phone.get("/style.css", *compressed)[1]
+        assert "Content-Encoding" not in phone.get("/", *compressed)[1]
         assert phone.get("/WEB-INFO/servlet/servlet.xml")[0] == 403
         status, page = phone.sign_in()
-        assert status == 200 and "<h1>Security</h1>" in page
+        assert status == 200 and "<h1>Welcome</h1>" in page
+        status, page = phone.send("/servlet?p=security", "/servlet?p=security&q=password",
+                                  "newPassword=garden+gate&repeat=garden+gate")
+        assert status == 200 and "<h1>Status</h1>" in page
+        backup = tmp_path / "phone.backup"
+        status, _ = phone.send("/servlet?p=settings-config", "/servlet?p=settings-config&q=backup",
+                               "passphrase=behind+the+shed&repeat=behind+the+shed", "--output", backup)
+        assert status == 200 and backup.read_bytes().startswith(b"desk phone backup 1\n")
     assert sorted(run(*AS_ROOT, "find", device.folder / "phone/data", "-printf", "%P %M\n").splitlines()) \
         == [" drwxr-x---", "password.1 -rw-------", "password.2 -rw-------", "state.xml -rw-------"]
+    device.run("touch", "/phone/data/reset")  # the tests that follow sign in with the factory password
 
     # Beginning with the first one of the daemon itself.
     calls = run(*AS_ROOT, "cat", tmp_path / "calls").partition("execve(\"/usr/sbin/fcgi_host\"")[2]
@@ -320,6 +337,18 @@ def test_the_pages_are_served_by_a_daemon_that_does_what_its_unit_allows(device,
     assert not re.search("PROT_WRITE.PROT_EXEC", calls)
     families = set(re.findall(r"\bsocket\((AF_[A-Z]+)", calls))
     assert families and families <= set(re.search("^RestrictAddressFamilies=(.*)$", service, re.M)[1].split())
+
+
+@needs_root
+def test_files_are_served_without_the_package_that_compresses_them(device, tmp_path):
+    module = "/usr/lib/lighttpd/mod_deflate.so"
+    device.run("mv", module, f"{module}.away")
+    try:
+        with serving(device, tmp_path) as phone:
+            status, answer = phone.get("/style.css", "--header", "Accept-Encoding: gzip", "--include")
+            assert status == 200 and "Content-Encoding" not in answer
+    finally:
+        device.run("mv", f"{module}.away", module)
 
 
 @needs_root

@@ -6,7 +6,8 @@ import textwrap
 from conftest import SOURCE
 
 DOCUMENTS = sorted([*SOURCE.glob("*.md"), *(SOURCE / "docs").rglob("*.md"),
-                    *(SOURCE / "tools").rglob("*.md"), *(SOURCE / "packaging/man").iterdir()])
+                    *(SOURCE / "tools").rglob("*.md"), *(SOURCE / "packaging").rglob("*.md"),
+                    *(SOURCE / "packaging/man").iterdir()])
 # Indented within a list.
 BLOCK = re.compile(r"^( *)```(?P<language>.*)\n(?P<text>(?:.*\n)*?)\1```$", re.MULTILINE)
 # Languages of blocks without commands; what follows "$ " in "text" and "" is one.
