@@ -14,8 +14,9 @@ SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.path.append(str(SOURCE / "tests/support"))
 
 import device_image
+import newer_packages
 from ports import free_port
-from virtual_phone import PATIENCE, Console, VirtualPhone
+from virtual_phone import COUNTING, PATIENCE, Console, VirtualPhone, second_disk
 
 FACTORY = "admin"
 PASSWORD = "correct horse"
@@ -84,9 +85,15 @@ def image():
 
 
 @pytest.fixture(scope="session")
-def phone(image, measured):
+def newer(image, tmp_path_factory):
+    """An archive of packages of a later version, which the phone reads as /dev/vdb."""
+    return newer_packages.make(image.packages, tmp_path_factory.mktemp("newer"))
+
+
+@pytest.fixture(scope="session")
+def phone(image, newer, measured):
     """A phone that has just been delivered and switched on."""
-    machine = VirtualPhone(image, free_port())
+    machine = VirtualPhone(image, free_port(), options=(*COUNTING, *second_disk(newer)))
     try:
         begin = time.monotonic()
         machine.start()
@@ -107,6 +114,5 @@ def owner(phone):
     """The owner, who has replaced the factory password."""
     visitor = Visitor(phone.port)
     visitor.sign_in(FACTORY)
-    assert visitor.post("security", "password", oldPassword=FACTORY, newPassword=PASSWORD,
-                        repeat=PASSWORD)[0] == 303
+    assert visitor.post("security", "password", newPassword=PASSWORD, repeat=PASSWORD)[0] == 303
     return visitor

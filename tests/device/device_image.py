@@ -23,12 +23,16 @@ from debian_release import release_and_mirror
 AS_ROOT = [] if os.geteuid() == 0 else ["sudo"]
 
 # Debian's packages on the phone, besides the essential ones. lighttpd's unit needs procps to reload.
-DEBIAN = ["adduser", "libcrypt1", "libfcgi0ldbl", "libpugixml1v5", "libstdc++6", "lighttpd", "procps",
-          "systemd", "systemd-sysv", "zlib1g"]
+DEBIAN = ["adduser", "libcrypt1", "libfcgi0ldbl", "libpugixml1v5", "libsodium23", "libstdc++6",
+          "lighttpd", "lighttpd-mod-deflate", "procps", "systemd", "systemd-sysv", "zlib1g"]
 LEFT_OUT = ["/usr/share/doc/*", "/usr/share/info/*", "/usr/share/locale/*", "/usr/share/man/*"]
 PROJECT = ["fcgiserver", "fcgiserver-phone"]
 # crc32c_generic is an algorithm that ext4 asks for by name.
 MODULES = ["virtio_mmio", "virtio_blk", "virtio_net", "crc32c_generic", "ext4"]
+
+
+class ImageError(RuntimeError):
+    """A part of the image cannot be made."""
 
 
 @dataclasses.dataclass
@@ -36,14 +40,19 @@ class Image:
     kernel: pathlib.Path
     initramfs: pathlib.Path
     disk: pathlib.Path
+    packages: list
 
 
 def run(*command, **options):
     words = [str(word) for word in command]
-    done = subprocess.run(words, text=True, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, check=False, **options)
+    try:
+        done = subprocess.run(words, text=True, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, check=False, **options)
+    except FileNotFoundError as error:
+        raise ImageError(f"{error.filename} is missing, which the image is made with; "
+                         "scripts/setup device installs all but sudo") from error
     if done.returncode != 0:
-        sys.exit(f"{done.stdout}device: {' '.join(words)} failed with status {done.returncode}")
+        raise ImageError(f"{done.stdout}{' '.join(words)} failed with status {done.returncode}")
     return done.stdout
 
 
@@ -60,17 +69,24 @@ def say(text):
     print(f"device: {text}", flush=True)
 
 
+def remove(pattern):
+    for path in FOLDER.glob(pattern):
+        shutil.rmtree(path) if path.is_dir() else path.unlink()
+
+
 def kept(kind, name, make):
-    """Returns FOLDER/KIND-NAME, which `make` makes unless it is there; removes earlier ones."""
+    """Returns FOLDER/KIND-NAME, which `make` makes unless it is there; removes earlier ones. `make` gets a
+    path, with which the names of further files may begin; if it fails, all of them are removed."""
     path = FOLDER / f"{kind}-{name}"
     if not path.exists():
-        for old in FOLDER.glob(f"{kind}-*"):
-            shutil.rmtree(old) if old.is_dir() else old.unlink()
         unfinished = FOLDER / f"unfinished-{kind}"
-        if unfinished.is_dir():
-            shutil.rmtree(unfinished)
-        make(unfinished)
-        unfinished.rename(path)
+        remove(f"{kind}-*")
+        remove(f"{unfinished.name}*")
+        try:
+            make(unfinished)
+            unfinished.rename(path)
+        finally:
+            remove(f"{unfinished.name}*")
     return path
 
 
@@ -129,7 +145,7 @@ def initramfs(downloaded, path):
     busybox, = downloaded.glob("*bin/busybox")
     modules = with_needed(downloaded / "lib/modules", MODULES)
     folders = [(name, stat.S_IFDIR | 0o755, b"", (0, 0))
-               for name in ("bin", "dev", "modules", "proc", "root")]
+               for name in ("bin", "dev", "modules", "proc", "system")]
     files = [("init", stat.S_IFREG | 0o755, (HERE / "init").read_bytes(), (0, 0)),
              ("bin/busybox", stat.S_IFREG | 0o755, busybox.read_bytes(), (0, 0)),
              # The kernel opens it before init runs.
@@ -185,8 +201,11 @@ def locked():
 
 def make():
     """Makes what is missing; returns the paths of everything that the virtual machine boots."""
-    with locked():
-        return make_missing()
+    try:
+        with locked():
+            return make_missing()
+    except OSError as error:
+        raise ImageError(f"the image cannot be made: {error}") from error
 
 
 def make_missing():
@@ -205,4 +224,4 @@ def make_missing():
         in_namespace(downloaded, HERE / "install-packages", debian, path, *debs)
     disk = kept("disk", digest(debian.name, HERE / "install-packages", *installed), install)
     kernel, = downloaded.glob("boot/vmlinuz-*")
-    return Image(kernel, start, disk)
+    return Image(kernel, start, disk, debs)

@@ -87,7 +87,7 @@ def main():
         signal.signal(number, lambda *_: sys.exit(0))
     try:
         return serve(arguments.port, arguments.memory)
-    except PhoneError as error:
+    except (device_image.ImageError, PhoneError) as error:
         print(f"device: {error}", file=sys.stderr)
         return 70
 

@@ -34,11 +34,17 @@ def enter():
     writer = os.fork()
     if writer == 0:
         os.close(outside)
-        os.read(inside, 1)
+        if not os.read(inside, 1):
+            os._exit(1)  # there is no namespace
         for kind in ("uid", "gid"):
             pathlib.Path(f"/proc/{os.getppid()}/{kind}_map").write_text(EVERY_ID)
         os._exit(0)
-    call("unshare", CLONE_NEWUSER | CLONE_NEWNS)
+    try:
+        call("unshare", CLONE_NEWUSER | CLONE_NEWNS)
+    except OSError as error:
+        # The kernel calls it "no space" if the limit is 0.
+        sys.exit(f"namespace: {error}. Root needs a user namespace of its own here: is this a container "
+                 "without CAP_SYS_ADMIN, or is the sysctl user.max_user_namespaces 0?")
     os.write(outside, b".")
     _, status = os.waitpid(writer, 0)
     if status != 0:
@@ -65,9 +71,9 @@ def main():
         register(emulator)
     except OSError as error:
         # Programs run nevertheless where the whole machine has such a registration.
-        print(f"namespace: {error}. binfmt_misc in a user namespace needs Linux 6.7. On an older one, "
-              'register qemu-arm for the whole machine: "apt-get install qemu-user-static '
-              'binfmt-support".', file=sys.stderr)
+        print(f"namespace: {error}. binfmt_misc in a user namespace needs Linux 6.7; this is Linux "
+              f"{os.uname().release}. On an older one, register qemu-arm for the whole machine: "
+              '"apt-get install qemu-user-static binfmt-support".', file=sys.stderr)
     sys.exit(subprocess.run(command, check=False).returncode)
 
 

@@ -10,16 +10,17 @@ import threading
 import time
 import urllib.parse
 import xml.etree.ElementTree as xml
+import zlib
 
 import pytest
 
 from conftest import Visitor
 from ports import free_port
-from virtual_phone import VirtualPhone
+from test_device import AUDIO
+from virtual_phone import COUNTING, VirtualPhone, second_disk
 
 CUTS = 20
-STATE = "/phone/data/state.xml"
-AUDIO = {"ringtone": "pulse", "ringVolume": "0", "handsetVolume": "7", "micGain": "0", "codec": "pcmu"}
+STATE, CHANGES = "/phone/data/state.xml", "/phone/data/changes.xml"
 OLD, NEW = 3, 8
 
 
@@ -46,10 +47,10 @@ class Saving(threading.Thread):
 class Recorded:
     """A phone that was recorded while its owner was signed in."""
 
-    def __init__(self, phone, owner, image, folder):
+    def __init__(self, phone, owner, image, newer, folder):
         self.memory, self.disk = folder / "memory", folder / "disk"
         self.cookies = dict(owner.cookies)
-        self.machine = VirtualPhone(image, free_port())
+        self.machine = VirtualPhone(image, free_port(), options=(*COUNTING, *second_disk(newer)))
         phone.record(self.memory, self.disk)
 
     def save_and_cut(self, seconds):
@@ -76,14 +77,25 @@ class Recorded:
         # Nothing is left to be repaired then.
         subprocess.run(["e2fsck", "-fn", self.machine.disk], check=True, stdout=subprocess.DEVNULL,
                        stderr=subprocess.DEVNULL)
-        return xml.fromstring(subprocess.run(["debugfs", "-R", f"cat {STATE}", self.machine.disk], check=True,
-                                             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout)
+        text = self.read(STATE)
+        state = xml.fromstring(text)
+        changes = self.read(CHANGES)
+        if changes:
+            changes = xml.fromstring(changes)
+            assert int(changes.findtext("checksumOfState")) == zlib.crc32(text)
+            for volume in changes.iter("speakerVolume"):
+                state.find(".//speakerVolume").text = volume.text
+        return state
+
+    def read(self, path):
+        return subprocess.run(["debugfs", "-R", f"cat {path}", self.machine.disk], check=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
 
 
 @pytest.fixture(scope="module")
-def recorded(phone, owner, image, tmp_path_factory):
+def recorded(phone, owner, image, newer, tmp_path_factory):
     assert owner.post("audio", "save", **AUDIO, speakerVolume=OLD)[0] == 303
-    record = Recorded(phone, owner, image, tmp_path_factory.mktemp("record"))
+    record = Recorded(phone, owner, image, newer, tmp_path_factory.mktemp("record"))
     yield record
     record.machine.remove()
 

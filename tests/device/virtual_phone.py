@@ -17,6 +17,9 @@ import time
 BOOT = 600  # seconds; about 30 on a machine that does nothing else
 PATIENCE = 120  # seconds for a command or a page; normally one is enough
 PR_SET_PDEATHSIG = 1
+# Each instruction takes a nanosecond of the phone's clock. So its clocks count instructions, and its
+# time-outs do not depend on what else this machine does.
+COUNTING = ("-icount", "shift=0,sleep=on")
 
 
 class PhoneError(RuntimeError):
@@ -113,15 +116,23 @@ def end_with_this_process():
     ctypes.CDLL(None).prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
 
 
+def second_disk(path):
+    """Returns QEMU's options for a file that the phone can read as /dev/vdb."""
+    return ("-drive", f"if=none,id=second,format=raw,readonly=on,file={path}",
+            "-device", "virtio-blk-device,drive=second")
+
+
 def copy(disk, to):
     subprocess.run(["cp", "--sparse=always", "--reflink=auto", disk, to], check=True)
 
 
 class VirtualPhone:
-    """A virtual machine with its own copy of the disk."""
+    """A virtual machine with its own copy of the disk. `forwarded` has pairs of a port here and one of the
+    phone, besides that of the web server; `options` are further ones for QEMU."""
 
-    def __init__(self, image, port, memory=64):
-        self.image, self.port, self.memory = image, port, memory
+    def __init__(self, image, port, memory=64, forwarded=(), options=()):
+        self.image, self.port, self.memory, self.options = image, port, memory, options
+        self.forwarded = [*forwarded, (port, 80)]
         # Not below build/: the path of a socket has at most 107 bytes.
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="device."))
         self.console_path = self.folder / "console"
@@ -137,12 +148,16 @@ class VirtualPhone:
             "-nodefaults", "-display", "none", "-no-reboot",
             "-kernel", self.image.kernel, "-initrd", self.image.initramfs,
             "-append", "console=ttyAMA0 quiet loglevel=3 systemd.show_status=false "
-            "systemd.getty_auto=false",
+            # Without the second parameter the kernel, once its memory is fragmented, keeps 8 MiB for
+            # itself and ends programs although as much is free.
+            "systemd.getty_auto=false sysctl.vm.watermark_boost_factor=0",
+            # Linux counts disks from the last: the phone's own stays /dev/vda.
+            *self.options,
             "-drive", f"if=none,id=disk,format=raw,file={self.disk}",
             "-device", "virtio-blk-device,drive=disk",
             # restrict: the phone cannot reach this machine or any other.
-            "-netdev", "user,id=net,restrict=on,"
-            f"hostfwd=tcp:127.0.0.1:{self.port}-10.0.2.15:80",
+            "-netdev", "user,id=net,restrict=on" +
+            "".join(f",hostfwd=tcp:127.0.0.1:{here}-10.0.2.15:{there}" for here, there in self.forwarded),
             "-device", "virtio-net-device,netdev=net",
             "-serial", f"unix:{self.console_path},server=on,wait=off",
             "-qmp", f"unix:{self.monitor_path},server=on,wait=off", *options],
