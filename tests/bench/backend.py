@@ -78,10 +78,17 @@ class Process:
                 found += map(int, (task / "children").read_text().split())
         return found
 
+    def file(self, name, pid=None):
+        """Returns the text of a file of the process in /proc."""
+        return pathlib.Path(f"/proc/{pid or self.pid}/{name}").read_text()
+
+    def threads(self):
+        return [int(path.name) for path in pathlib.Path(f"/proc/{self.pid}/task").iterdir()]
+
     def cpu_seconds(self):
         ticks = 0
         for pid in self.members():
-            text = pathlib.Path(f"/proc/{pid}/stat").read_text()
+            text = self.file("stat", pid)
             fields = text.rpartition(")")[2].split()
             ticks += int(fields[11]) + int(fields[12])
         return ticks / os.sysconf("SC_CLK_TCK")
@@ -89,8 +96,8 @@ class Process:
     def memory(self, name):
         """Returns the sum of a field of /proc/PID/smaps_rollup, in KiB."""
         return sum(int(re.search(rf"^{name}:\s+(\d+) kB$",
-                                 pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text(),
-                                 re.M).group(1)) for pid in self.members())
+                                 self.file("smaps_rollup", pid), re.M).group(1))
+                   for pid in self.members())
 
     def resident_memory(self):
         return self.memory("Rss")
@@ -102,8 +109,7 @@ class Process:
         return self.memory("Private_Dirty")
 
     def peak_memory(self):
-        text = pathlib.Path(f"/proc/{self.pid}/status").read_text()
-        return int(re.search(r"^VmHWM:\s+(\d+) kB$", text, re.M).group(1))
+        return int(re.search(r"^VmHWM:\s+(\d+) kB$", self.file("status"), re.M).group(1))
 
 
 class Backend:
@@ -114,6 +120,11 @@ class Backend:
         pathlib.Path(self.path).unlink(missing_ok=True)
         self.is_traced = prefix[:1] == ["strace"]
         self.child = self.launch(program, [*map(str, prefix), *program.command])
+
+    @property
+    def address(self):
+        """The path of the socket, or the address and the port."""
+        return self.path
 
     def launch(self, program, command):
         with socket.socket(socket.AF_UNIX) as listener:
@@ -139,13 +150,13 @@ class Backend:
         return fastcgi.request(*arguments, **options)
 
     def send(self, *arguments, **options):
-        return fastcgi.send(self.path, self.request(*arguments, **options))
+        return fastcgi.send(self.address, self.request(*arguments, **options))
 
     def send_repeatedly(self, data, times):
         """Sends the request `times` times; all responses must have the length of the first."""
-        expected = len(fastcgi.send(self.path, data))
+        expected = len(fastcgi.send(self.address, data))
         for _ in range(times - 1):
-            assert len(fastcgi.send(self.path, data)) == expected
+            assert len(fastcgi.send(self.address, data)) == expected
 
     def sign_in(self):
         """Returns the cookie of a new session, or a made-up one if the program has no sessions."""

@@ -90,14 +90,17 @@ def text_of(response):
     return b"".join(content).decode()
 
 
-def connect(path):
+def connect(address):
+    """Connects to a Unix socket, if the address is its path, or to an (address, port) pair."""
+    if isinstance(address, tuple):
+        return socket.create_connection(address)
     connection = socket.socket(socket.AF_UNIX)
-    connection.connect(path)
+    connection.connect(address)
     return connection
 
 
-def send(path, data):
+def send(address, data):
     """Sends the bytes of a request, and returns the text of the response."""
-    with connect(path) as connection:
+    with connect(address) as connection:
         connection.sendall(data)
         return text_of(receive(connection))

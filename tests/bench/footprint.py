@@ -18,8 +18,9 @@ import time
 
 import fastcgi
 from backend import TIMEOUT, Backend, Program, Programs
-from counting import FEW, Counter
+from counting import FEW, MANY, Counter
 from pages import FORM, FORM_TYPE, PAGE, TEMPLATE, UPLOAD_TYPE, upload_of
+from phone import Phone
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tests/support"))
@@ -79,9 +80,8 @@ def sizes_of_variants(builds, folder):
 
 def settle(backend, loops):
     """Waits until all loops wait for a request."""
-    tasks = pathlib.Path(f"/proc/{backend.process.pid}/task")
     deadline = time.monotonic() + TIMEOUT
-    while len(list(tasks.iterdir())) < loops + 1:
+    while len(backend.process.threads()) < loops + 1:
         assert time.monotonic() < deadline
         time.sleep(0.01)
     time.sleep(0.2)
@@ -92,24 +92,23 @@ def send_concurrently(backend, data, times, clients):
         list(pool.map(lambda _: backend.send_repeatedly(data, times // clients), range(clients)))
 
 
-def stack_pointer(task):
+def stack_pointer(process, thread):
     """Waits until the thread blocks in a system call, and returns its stack pointer."""
-    while not (found := STACK_POINTER.search((task / "syscall").read_text().strip())):
+    while not (found := STACK_POINTER.search(process.file(f"task/{thread}/syscall").strip())):
         time.sleep(0.01)
     return int(found.group(1), 16)
 
 
-def stack_peak(pid):
+def stack_peak(process):
     """Returns the largest stack of all loops, in KiB: the resident pages, which are all that were
     ever touched."""
-    process = pathlib.Path(f"/proc/{pid}")
     mappings = [(int(begin, 16), int(end, 16), int(kib))
-                for begin, end, kib in MAPPING.findall((process / "smaps").read_text())]
+                for begin, end, kib in MAPPING.findall(process.file("smaps"))]
     peaks = []
-    for task in (process / "task").iterdir():
-        if task.name == str(pid):
+    for thread in process.threads():
+        if thread == process.pid:
             continue
-        pointer = stack_pointer(task)
+        pointer = stack_pointer(process, thread)
         peaks.append(next(kib for begin, end, kib in mappings if begin <= pointer < end))
     return max(peaks)
 
@@ -137,8 +136,7 @@ class User:
         """Replaces the factory password, which allows nothing else."""
         token = re.search(r'name="token" value="(\w+)"', self.send("p=security"))[1]
         self.send("p=security&q=password",
-                  f"oldPassword={FACTORY_PASSWORD}&newPassword={OWN_PASSWORD}"
-                  f"&repeat={OWN_PASSWORD}&token={token}")
+                  f"newPassword={OWN_PASSWORD}&repeat={OWN_PASSWORD}&token={token}")
 
 
 def cookies_of(response):
@@ -146,21 +144,21 @@ def cookies_of(response):
 
 
 class Footprint:
-    def __init__(self, builds, folder):
-        self.builds = builds
-        self.programs = Programs(builds / "bench")
-        self.folder = folder
-        self.counter = Counter(folder)
-        self.fresh = self.counter.fresh
+    """Measures programs, on this machine or on the phone."""
+
+    def __init__(self, programs, counter):
+        self.programs = programs
+        self.counter = counter
+        self.fresh = counter.fresh
 
     def after_start(self, loops):
-        with Backend(self.programs.container(loops), self.fresh()) as backend:
+        with self.programs.container(loops).start(self.fresh()) as backend:
             settle(backend, loops)
             return backend.process.private_memory(), backend.process.resident_memory()
 
     def memory_per_session(self):
         """Returns the growth of private memory per session, in bytes."""
-        with Backend(self.programs.container(1), self.fresh()) as backend:
+        with self.programs.container(1).start(self.fresh()) as backend:
             data = fastcgi.request("p=sign-in")
             backend.send_repeatedly(data, 10)
             before = backend.process.private_memory()
@@ -169,7 +167,7 @@ class Footprint:
 
     def after_requests(self, program, requests):
         """Returns the private memory after requests of as many clients as there are loops."""
-        with Backend(program, self.fresh()) as backend:
+        with program.start(self.fresh()) as backend:
             data = fastcgi.request(PAGE, cookie=backend.sign_in())
             send_concurrently(backend, data, requests, LOOPS)
             return backend.process.private_memory()
@@ -180,14 +178,22 @@ class Footprint:
         return (self.with_busy_loops(many) - self.with_busy_loops(few)) / (many - few)
 
     def with_busy_loops(self, loops):
-        with Backend(self.programs.container(loops), self.fresh()) as backend:
+        with self.programs.container(loops).start(self.fresh()) as backend:
             data = fastcgi.request(PAGE, cookie=backend.sign_in())
             send_concurrently(backend, data, 200 * loops, 2 * loops)
             return backend.process.private_memory()
 
     def container(self, environment=None):
-        return self.programs.container(
-            environment={"FILE": str(self.folder / "uploaded"), **(environment or {})})
+        return self.programs.container(environment=environment)
+
+    def memory(self):
+        """Returns a cell for each row of the table of memory, and two figures that have an aim."""
+        private, resident = self.after_start(LOOPS)
+        container = self.after_requests(self.programs.container(LOOPS), REQUESTS)
+        bare = self.after_requests(self.programs.bare_loop(LOOPS), REQUESTS)
+        session = self.memory_per_session()
+        return [f"{private:,} KiB", f"{resident:,} KiB", f"{container:,} KiB", f"{bare:,} KiB",
+                f"{session:,.0f} bytes", f"{self.memory_per_loop():,.0f} KiB"], container - bare, session
 
     @staticmethod
     def send(backend, kind, times):
@@ -196,9 +202,26 @@ class Footprint:
         backend.send_repeatedly(data, times)
 
     def stack_of(self, kind):
-        with Backend(self.container(), self.fresh()) as backend:
+        with self.container().start(self.fresh()) as backend:
             self.send(backend, kind, FEW)
-            return stack_peak(backend.process.pid)
+            return stack_peak(backend.process)
+
+    def allocations(self, kind):
+        """Returns the number of allocations of a request and the sum of their bytes."""
+        return self.counter.allocations(self.container, self.programs.allocation_counter,
+                                        *KINDS[kind])
+
+
+class HostFootprint(Footprint):
+    """Measures programs on this machine."""
+
+    def __init__(self, builds, folder):
+        super().__init__(Programs(builds / "bench"), Counter(folder))
+        self.builds = builds
+        self.folder = folder
+
+    def container(self, environment=None):
+        return super().container({"FILE": str(self.folder / "uploaded"), **(environment or {})})
 
     def stack_of_the_phone(self):
         """Returns the stack after a sign-in, which hashes a password, and all pages."""
@@ -210,12 +233,7 @@ class Footprint:
                 user.set_password()
             for page in PHONE_PAGES:
                 assert "Status: " not in user.send(f"p={page}"), page
-            return stack_peak(backend.process.pid)
-
-    def allocations(self, kind):
-        """Returns the number of allocations of a request and the sum of their bytes."""
-        return self.counter.allocations(self.container, self.programs.allocation_counter,
-                                        *KINDS[kind])
+            return stack_peak(backend.process)
 
     def file_writes(self, kind):
         """Returns the number of system calls of a request that write files."""
@@ -226,6 +244,33 @@ class Footprint:
                 self.send(backend, kind, times)
             return {"": len(FILE_WRITES.findall(out.read_text()))}
         return self.counter.per_request(count)[""]
+
+
+class PhoneCounter(Counter):
+    """Counts on the phone."""
+
+    def __init__(self, phone):
+        super().__init__(None)
+        self.fresh = phone.fresh
+
+    def instructions_of(self, program, query, body, content_type):
+        """Returns the instructions of a request, of the program and of the kernel for it."""
+        with program.start() as backend:
+            data = backend.request(query, cookie=backend.sign_in(), body=body, content_type=content_type)
+            backend.send_repeatedly(data, FEW)
+            before = backend.process.instructions()
+            backend.send_repeatedly(data, MANY)
+            return (backend.process.instructions() - before) / MANY
+
+
+class PhoneFootprint(Footprint):
+    """Measures programs on the phone."""
+
+    def __init__(self, phone):
+        super().__init__(phone, PhoneCounter(phone))
+
+    def instructions(self, kind):
+        return self.counter.instructions_of(self.container(), *KINDS[kind])
 
 
 def row(*cells):
@@ -253,24 +298,26 @@ def size_tables(by_file, by_variant):
          for what, files in by_variant.items()])
 
 
-def memory_table(private, resident, container, bare, session, loop):
-    return table(["memory on amd64", ""], [
-        (f"private, after the start, {LOOPS} loops", f"{private:,} KiB"),
-        (f"resident, after the start, {LOOPS} loops", f"{resident:,} KiB"),
-        (f"private, after {REQUESTS:,} requests, {LOOPS} loops", f"{container:,} KiB"),
-        (f"the same of a bare libfcgi loop with {LOOPS} threads", f"{bare:,} KiB"),
-        ("private, per session without attributes", f"{session:,.0f} bytes"),
-        ("private, per further loop that has served requests", f"{loop:,.0f} KiB")])
+def memory_table(host, phone):
+    names = [f"private, after the start, {LOOPS} loops", f"resident, after the start, {LOOPS} loops",
+             f"private, after {REQUESTS:,} requests, {LOOPS} loops",
+             f"the same of a bare libfcgi loop with {LOOPS} threads",
+             "private, per session without attributes",
+             "private, per further loop that has served requests"]
+    return table(["memory", "amd64", "on the device"], zip(names, host, phone))
 
 
-def request_table(footprint):
-    rows = []
-    for kind in KINDS:
-        allocations, size = footprint.allocations(kind)
-        rows.append((kind, f"{allocations:,.1f}", f"{size:,.0f}",
-                     f"{footprint.stack_of(kind):,} KiB", f"{footprint.file_writes(kind):,.1f}"))
-    return table(["one request on amd64", "allocations", "bytes allocated", "stack, peak",
-                  "file writes"], rows)
+def request_tables(host, phone):
+    columns = ["allocations", "bytes allocated", "stack, peak"]
+    on_host = [(*request_cells(host, kind), f"{host.file_writes(kind):,.1f}") for kind in KINDS]
+    on_phone = [(*request_cells(phone, kind), f"{phone.instructions(kind):,.0f}") for kind in KINDS]
+    return (table(["one request on amd64", *columns, "file writes"], on_host) +
+            table(["one request on the device", *columns, "instructions"], on_phone))
+
+
+def request_cells(footprint, kind):
+    allocations, size = footprint.allocations(kind)
+    return kind, f"{allocations:,.1f}", f"{size:,.0f}", f"{footprint.stack_of(kind):,} KiB"
 
 
 def aims_table(aims):
@@ -279,20 +326,16 @@ def aims_table(aims):
                   for name, figure, most in aims])
 
 
-def measured(footprint, together):
+def measured(host, phone, together):
     """Measures running programs, and returns the tables and whether all aims are met; `together` is
     the sum of the stripped sizes on armhf."""
-    private, resident = footprint.after_start(LOOPS)
-    container = footprint.after_requests(footprint.programs.container(LOOPS), REQUESTS)
-    bare = footprint.after_requests(footprint.programs.bare_loop(LOOPS), REQUESTS)
-    session = footprint.memory_per_session()
-    lines = memory_table(private, resident, container, bare, session, footprint.memory_per_loop())
-    lines += request_table(footprint)
-    lines += ["Peak stack of a loop that has served a sign-in and every page of the phone: "
-              f"{footprint.stack_of_the_phone():,} KiB.", ""]
+    cells, beyond_bare_loop, session = host.memory()
+    lines = memory_table(cells, phone.memory()[0]) + request_tables(host, phone)
+    lines += ["Peak stack of a loop on amd64 that has served a sign-in and every page of the phone: "
+              f"{host.stack_of_the_phone():,} KiB.", ""]
     aims = [("stripped on armhf, together, bytes", together, MAX_ARMHF_SIZE),
             (f"private memory after {REQUESTS:,} requests, {LOOPS} loops, beyond the bare loop's, "
-             "KiB", container - bare, MAX_BEYOND_BARE_LOOP),
+             "KiB", beyond_bare_loop, MAX_BEYOND_BARE_LOOP),
             ("private memory per session without attributes, bytes", session, MAX_SESSION)]
     return lines + aims_table(aims), all(figure <= most for _, figure, most in aims)
 
@@ -306,7 +349,9 @@ def main():
     with tempfile.TemporaryDirectory(prefix="footprint.") as name:
         folder = pathlib.Path(name)
         by_variant = sizes_of_variants(builds, folder)
-        lines, is_met = measured(Footprint(builds, folder), sum(by_variant["as shipped"]))
+        with Phone(builds / "footprint/device", folder) as phone:
+            lines, is_met = measured(HostFootprint(builds, folder), PhoneFootprint(phone),
+                                     sum(by_variant["as shipped"]))
         text = "\n".join(title() + size_tables(sizes(builds, folder), by_variant) + lines)
     print(text)
     if arguments.document:

@@ -3,7 +3,7 @@
 
     report.py PART RESULT [--docs docs]
 
-PART is counts, loads, growth or peers, and RESULT the file that PART.py wrote. In benchmarks.md and
+PART is counts, loads, growth, peers or views, and RESULT the file that PART.py wrote. In benchmarks.md and
 benchmark-tables.md the part's figures stand between marks of its name. growth also draws
 benchmarks.svg. The exit status is 1 if an aim of `counts` is missed.
 """
@@ -14,6 +14,7 @@ import sys
 
 import chart
 import growth
+import views
 from figures import ROOT, Ratio, is_steady, spread
 
 sys.path.insert(0, str(ROOT / "tests/support"))
@@ -149,7 +150,7 @@ def profile_tables(tables):
     return lines
 
 
-def peers_table(result):
+def subjects_table(result):
     subjects = list(dict.fromkeys(row["subject"] for row in result["rows"]))
     measures = list(dict.fromkeys((row["measure"], row["unit"]) for row in result["rows"]))
     values = {(row["subject"], row["measure"]):
@@ -229,8 +230,18 @@ def results_of_peers(result):
             f"does not package {missing}."]
 
 
+def results_of_views(result):
+    times = {row["subject"]: row for row in result["rows"]
+             if row["measure"] == views.TIME and row["subject"] != views.SMALL_PAGE}
+    least, most = (chosen(times.values(), key=lambda row: row["value"]) for chosen in (min, max))
+    return ["- The pages of the example telephone: from "
+            f"**{shown(least['value'], 'µs', spread(least['samples']))}** of processor time "
+            f"({least['subject']}) to **{shown(most['value'], 'µs', spread(most['samples']))}** "
+            f"({most['subject']})."]
+
+
 RESULTS = {"counts": results_of_counts, "loads": results_of_loads, "growth": results_of_growth,
-           "peers": results_of_peers}
+           "peers": results_of_peers, "views": results_of_views}
 
 
 def tables_of(part, result):
@@ -243,7 +254,7 @@ def tables_of(part, result):
     if part == "growth":
         return growth_table(result["curves"]), (aims_table(result["aims"]) +
                                                 pieces_table(result["tables"]))
-    return peers_table(result), rows
+    return subjects_table(result), rows
 
 
 def stamp(part, conditions):
