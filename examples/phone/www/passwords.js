@@ -81,7 +81,9 @@ for (const input of all('input[type="password"]')) {
 }
 for (const place of all('[data-strength-of]')) {
     const input = document.getElementById(place.dataset.strengthOf);
-    input.addEventListener('input', () => showStrength(place, input.value));
+    const show = () => showStrength(place, input.value);
+    input.addEventListener('input', show);
+    show(); // what was typed while this script was loaded
 }
 for (const place of all('[data-wait]')) {
     countDown(place);

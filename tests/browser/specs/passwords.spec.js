@@ -39,6 +39,21 @@ test('shown ones are not kept when the session ends', async ({ page }) => {
     expect(draft).not.toContain('hush');
 });
 
+test('show how strong they are, typed before the script has loaded', async ({ page }) => {
+    await signInTo(page, 'security');
+    let load;
+    const typed = new Promise((resolve) => { load = resolve; });
+    await page.route('**/passwords.js', async (route) => {
+        await typed;
+        await route.fallback();
+    });
+    await page.reload({ waitUntil: 'commit' });
+    await field(page, 'newPassword').fill('garden gate');
+    await expect(page.locator('[data-strength-of]')).toBeEmpty();
+    load();
+    await expect(page.locator('[data-strength-of]')).toHaveText(text('security.strengthFair'));
+});
+
 for (const language of kLanguages) {
     test.describe(`in ${language}`, () => {
         test.use({ language });

@@ -167,7 +167,7 @@ observed('data refused to a page that signs out is no problem', async ({ observe
         await isAnswered;
         await route.fulfill({ status: 403, body: '' });
     });
-    await page.context().route('**/slow', () => {});
+    const slow = new Promise((resolve) => { page.context().route('**/slow', resolve); });
     const asked = page.waitForRequest('**/data');
     await page.evaluate(() => { fetch('/data'); });
     await asked;
@@ -178,6 +178,7 @@ observed('data refused to a page that signs out is no problem', async ({ observe
     answerData();
     await refused;
     expect(watch.takeProblems()).toEqual([]);
+    await (await slow).abort(); // closing the page would wait for it
 });
 
 observed('data refused to a page that stays open is noticed', async ({ observe }) => {

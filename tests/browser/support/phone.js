@@ -65,8 +65,10 @@ export async function signOut(page) {
     await expectSignedOut(page);
 }
 
+// The page's scripts have run then, too.
 export async function expectSignedIn(page) {
     await expect(signOutButtons(page)).not.toHaveCount(0);
+    await page.waitForLoadState();
 }
 
 export async function expectSignedOut(page) {
