@@ -17,8 +17,9 @@ import tempfile
 import time
 
 import fastcgi
-from backend import TIMEOUT, Backend, Program, Programs
+from backend import TIMEOUT, Backend, Programs
 from counting import FEW, MANY, Counter
+from new_phone import NewPhone, Owner
 from pages import FORM, FORM_TYPE, PAGE, TEMPLATE, UPLOAD_TYPE, upload_of
 from phone import Phone
 
@@ -48,7 +49,6 @@ KINDS = {"page": (PAGE, None, FORM_TYPE),
          "upload of 100 KiB": ("p=upload", upload_of(100 * 1024 * b"x"), UPLOAD_TYPE)}
 PHONE_PAGES = ("status", "status-data", "phone", "accounts", "network", "audio", "security",
                "contacts", "settings-config", "settings-upgrade", "settings-autop")
-FACTORY_PASSWORD, OWN_PASSWORD = "admin", "garden+gate"
 # The stack pointer is the last but one field of /proc/PID/task/TID/syscall; see proc(5).
 STACK_POINTER = re.compile(r"(0x[0-9a-f]+) 0x[0-9a-f]+$")
 MAPPING = re.compile(r"^([0-9a-f]+)-([0-9a-f]+) .*?^Rss:\s+(\d+) kB", re.M | re.S)
@@ -111,36 +111,6 @@ def stack_peak(process):
         pointer = stack_pointer(process, thread)
         peaks.append(next(kib for begin, end, kib in mappings if begin <= pointer < end))
     return max(peaks)
-
-
-class User:
-    """A user of the phone whose document root is the folder `root`."""
-
-    def __init__(self, backend, root):
-        self.backend = backend
-        self.root = root
-        self.cookie = ""
-
-    def send(self, query, body=None):
-        return self.backend.send(query, self.cookie, body and body.encode(), root=self.root)
-
-    def sign_in(self, password):
-        """Returns whether the password was right."""
-        self.cookie = cookies_of(self.send("p=login&q=loginForm"))
-        token = self.cookie.partition("=")[2]
-        answer = self.send("p=login&q=login", f"user=admin&password={password}&token={token}")
-        self.cookie = cookies_of(answer)
-        return bool(self.cookie)
-
-    def set_password(self):
-        """Replaces the factory password, which allows nothing else."""
-        token = re.search(r'name="token" value="(\w+)"', self.send("p=security"))[1]
-        self.send("p=security&q=password",
-                  f"newPassword={OWN_PASSWORD}&repeat={OWN_PASSWORD}&token={token}")
-
-
-def cookies_of(response):
-    return "; ".join(re.findall(r"^Set-Cookie: (\S+?);? ", response, re.M | re.I))
 
 
 class Footprint:
@@ -225,14 +195,11 @@ class HostFootprint(Footprint):
 
     def stack_of_the_phone(self):
         """Returns the stack after a sign-in, which hashes a password, and all pages."""
-        host = self.builds / "bench/host/fcgi_host"
-        with Backend(Program("phone", [host, "--threads=1"]), self.fresh()) as backend:
-            user = User(backend, self.builds / "bench/device/phone/www")
-            if not user.sign_in(OWN_PASSWORD):  # which an earlier run has set
-                assert user.sign_in(FACTORY_PASSWORD)
-                user.set_password()
+        program = NewPhone(self.builds / "bench")
+        with program.start(self.fresh()) as backend:
+            owner = Owner(backend, program.www)
             for page in PHONE_PAGES:
-                assert "Status: " not in user.send(f"p={page}"), page
+                assert "Status: " not in owner.send(f"p={page}"), page
             return stack_peak(backend.process)
 
     def file_writes(self, kind):
