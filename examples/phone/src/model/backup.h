@@ -12,7 +12,6 @@
 #include "model/state_file.h"
 
 #include <cstddef>
-#include <optional>
 #include <string>
 #include <string_view>
 
