@@ -20,7 +20,7 @@ pytestmark = pytest.mark.xdist_group("serve")
 
 BUILDING = 600  # seconds for a first build
 REBUILDING = 120
-BUILD = SOURCE / "build/served"  # of this file alone, so that other tests can run beside it
+BUILD = SOURCE / "build/served"  # of this group alone, so that other tests can run beside it
 TEMPLATE = "www/WEB-INFO/templates/hello.html"  # of examples/hello
 PROJECT = SOURCE / "build/a project"
 USAGE = "usage: scripts/serve [--port N] [--build DIR] [--plugin DIR]\n"

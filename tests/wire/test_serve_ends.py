@@ -8,11 +8,10 @@ from conftest import SOURCE
 from service import Front, accepts_connections, wait_until
 from ports import free_port
 from terminal import ENDINGS, Terminal
-from test_serve import BUILDING, environment
+from test_serve import BUILD, BUILDING, environment
 
-pytestmark = pytest.mark.xdist_group("serve_ends")
+pytestmark = pytest.mark.xdist_group("serve")
 
-BUILD = SOURCE / "build/served-ends"
 PROJECTS = {"phone": [], "plug-in": ["--plugin", SOURCE / "examples/hello"]}
 
 
