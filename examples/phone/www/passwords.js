@@ -8,7 +8,9 @@ function addButton(input) {
     const button = document.createElement('button');
     button.type = 'button';
     button.className = 'quiet small reveal';
-    button.textContent = text('showPassword');
+    button.textContent = text('show');
+    // A page may have several.
+    button.setAttribute('aria-label', `${text('show')}: ${input.labels[0].textContent.trim()}`);
     button.setAttribute('aria-controls', input.id);
     const show = isShown => {
         input.type = isShown ? 'text' : 'password';

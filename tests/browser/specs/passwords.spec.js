@@ -6,12 +6,15 @@ import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
 
+// The name of the button that shows the field with this label.
+const showOf = (label) => `${text('form.show')}: ${text(label)}`;
+
 const kBothSchemes = { schemes: ['light', 'dark'] };
 
 test('can be shown with the keyboard, and are hidden when the form is sent', async ({ page, check }) => {
     await page.goto('/');
     const input = page.locator('[name=password]');
-    const button = page.getByRole('button', { name: text('form.showPassword') });
+    const button = page.getByRole('button', { name: showOf('login.password') });
     await input.fill(kAdmin.password);
     await expect(button).toHaveAttribute('aria-pressed', 'false');
     await page.keyboard.press('Tab');
@@ -31,7 +34,7 @@ test('can be shown with the keyboard, and are hidden when the form is sent', asy
 test('shown ones are not kept when the session ends', async ({ page }) => {
     await signInTo(page, 'accounts');
     await fill(page, { label: 'Hall', secret: 'hush hush' });
-    await page.getByRole('button', { name: text('form.showPassword') }).click();
+    await page.getByRole('button', { name: showOf('accounts.secret') }).click();
     await field(page, 'secret').press('End');
     await page.keyboard.type('!');
     const draft = await page.evaluate(() => sessionStorage.getItem('draft'));
