@@ -19,7 +19,7 @@ async function importBackup(page, content, passphrase = kPassphrase) {
 async function downloadBackup(page, passphrase = kPassphrase) {
     await field(page, 'passphrase').focus();
     await page.keyboard.type(passphrase);
-    await page.keyboard.press('Tab'); // to "Show password"
+    await page.keyboard.press('Tab'); // to "Show"
     await page.keyboard.press('Tab');
     await expect(field(page, 'repeat')).toBeFocused();
     await page.keyboard.type(passphrase);
