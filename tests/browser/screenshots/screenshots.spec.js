@@ -51,9 +51,8 @@ function figures(i) {
     };
 }
 
-// Waits until the rates are known, which takes two responses.
+// Waits until the rates are known, which takes two responses: the page asks at once and two seconds later.
 async function letTimePass(page) {
-    await page.clock.pauseAt('2026-03-02T09:00:30');
     await expect(page.locator('[data-now=memory]')).toContainText('256 MiB');
     await page.clock.runFor(2000);
     await expect(page.locator('[data-now=received]')).not.toHaveText(/^0 B/);
@@ -64,6 +63,7 @@ const kStatus = {
     async before(page) {
         shown = 0;
         await page.clock.install({ time: '2026-03-02T09:00:00' });
+        await page.clock.pauseAt('2026-03-02T09:00:30');
         await page.route(/p=status-data/, (route) => route.fulfill({ json: figures(shown++) }));
     },
     after: letTimePass,
@@ -146,6 +146,6 @@ for (const { name, p, before, after, viewport = kDesk, colorScheme = 'light', la
         // No hover effects from the pointer.
         await page.mouse.move(0, 0);
         await page.evaluate(() => window.scrollTo(0, 0));
-        await page.screenshot({ path: `${kImages}${name}.png`, caret: 'hide' });
+        await page.screenshot({ path: `${kImages}${name}.png`, animations: 'disabled', caret: 'hide' });
     });
 }
