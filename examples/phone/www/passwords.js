@@ -10,7 +10,7 @@ function addButton(input) {
     button.className = 'quiet small reveal';
     button.textContent = text('show');
     // A page may have several.
-    button.setAttribute('aria-label', `${text('show')}: ${input.labels[0].textContent.trim()}`);
+    button.setAttribute('aria-label', text('showOf', { shownField: input.labels[0].textContent.trim() }));
     button.setAttribute('aria-controls', input.id);
     const show = isShown => {
         input.type = isShown ? 'text' : 'password';

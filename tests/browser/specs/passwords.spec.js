@@ -7,7 +7,7 @@ import { expect, startWithNewPhone, test } from '../support/test.js';
 startWithNewPhone();
 
 // The name of the button that shows the field with this label.
-const showOf = (label) => `${text('form.show')}: ${text(label)}`;
+const showOf = (label) => text('form.showOf', { shownField: text(label) });
 
 const kBothSchemes = { schemes: ['light', 'dark'] };
 
