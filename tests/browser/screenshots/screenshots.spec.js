@@ -1,7 +1,8 @@
 // The screenshots in docs/images; add a line to the list for each.
 import { fileURLToPath } from 'node:url';
-import { confirmAndSend, deliverPhone, errorOf, field, file, fillSignIn, kAdmin, kFactory, resultMessage, send,
-    signInTo } from '../support/phone.js';
+import { text } from '../support/languages.js';
+import { confirmAndSend, deliverPhone, errorOf, expectSignedOut, field, file, fill, fillSignIn, image, kAdmin,
+    kFactory, postSignIn, resultMessage, send, signInTo } from '../support/phone.js';
 import { expect, startWithNewPhone, test } from '../support/test.js';
 
 startWithNewPhone();
@@ -18,6 +19,8 @@ const kSteadyTexts = {
     'div:has(> dd > .code) > dt': 'eth0',
     'div:has(> dd > .code) .address': '192.0.2.10',
     '.code': '02:00:00:00:00:10',
+    '[data-page=security] dl > :nth-child(2) > dd': '2026-03-02 09:41:07',
+    '[data-trial-left]': '1:52',
 };
 
 const kKiB = 1024;
@@ -97,6 +100,113 @@ const kUpload = {
     },
 };
 
+// As if the last request had been ten minutes ago, less 42 seconds.
+const kEnding = {
+    p: 'accounts',
+    async before(page) {
+        await page.clock.install({ time: '2026-03-02T09:00:00' });
+        await page.clock.pauseAt('2026-03-02T09:00:30');
+    },
+    async after(page) {
+        await fill(page, { label: 'Reception' });
+        await page.evaluate(() => {
+            localStorage.setItem('sessionRenewed', Date.now() - 558_000);
+            dispatchEvent(new StorageEvent('storage', { key: 'sessionRenewed' }));
+        });
+        await expect(page.getByRole('dialog')).toBeVisible();
+    },
+};
+
+const kRemoved = {
+    p: 'contacts',
+    async after(page) {
+        await page.locator('#list').getByRole('button', { name: 'Remove' }).first().click();
+        await expect(page.getByRole('button', { name: text('contacts.undo') })).toBeFocused();
+    },
+};
+
+const kPreview = {
+    p: 'contacts-preview',
+    async after(page) {
+        const lines = ['Name;Telefon;Mobil', 'Ada Übel;030 5550 101;', 'Anna Berg;030 5550 102;0170 5550 103',
+            'Jörg Weiß;030 5550 104;', 'Ohne Nummer;;', 'Zoë Kühn;030 5550 105;', ''];
+        await field(page, 'contacts').setInputFiles(
+            file('Kontakte.csv', Buffer.from(lines.join('\r\n'), 'latin1'), 'text/csv'));
+        await page.locator('form[action$="q=preview"] button').click();
+        await expect(page.locator('.counts')).toBeVisible();
+    },
+};
+
+const kTrial = {
+    p: 'network',
+    async after(page) {
+        await send(page, { mode: 'static', address: '192.168.1.20', netmask: '255.255.255.0',
+            gateway: '192.168.1.1', dns1: '192.168.1.2', hostname: 'desk-phone' });
+        await expect(page.locator('[data-trial]')).toBeVisible();
+    },
+};
+
+// With one other session: all earlier ones are signed out.
+const kSecurity = {
+    p: 'security',
+    part: '#main > section',
+    async after(page, { playwright, baseURL }) {
+        await page.getByRole('button', { name: text('security.signOutAll') }).click();
+        await expectSignedOut(page);
+        const other = await playwright.request.newContext({ baseURL });
+        await postSignIn(other, kOwner);
+        await other.dispose();
+        await signInTo(page, 'security', kOwner);
+    },
+};
+
+const kServer = {
+    p: 'settings-autop',
+    async after(page) {
+        await send(page, { server: 'https://provisioning.example.com/phones' });
+        await expect(resultMessage(page)).toBeVisible();
+    },
+};
+
+async function uploadFirmware(page) {
+    await field(page, 'firmware').setInputFiles(file('firmware-2.1.0.img', image({ version: '2.1.0' })));
+    await confirmAndSend(page, 'q=upload');
+    await expect(resultMessage(page)).toBeVisible();
+}
+
+const kRestart = {
+    p: 'settings-upgrade',
+    async before(page) {
+        await page.clock.install({ time: '2026-03-02T09:00:00' });
+        await page.clock.pauseAt('2026-03-02T09:00:30');
+    },
+    async after(page) {
+        await confirmAndSend(page, 'q=reboot');
+        await expect(page.locator('#main progress')).toBeVisible();
+        await page.waitForLoadState();
+        await page.clock.runFor(4000);
+    },
+};
+
+// With the messages of the pictures before, a minute apart.
+const kLog = {
+    p: 'log',
+    async after(page) {
+        await page.locator('.log td:first-child').evaluateAll((cells) => cells.forEach((cell, i) => {
+            cell.textContent = new Date(Date.UTC(2026, 2, 2, 9, 41 - i)).toISOString()
+                .replace('T', ' ').slice(0, 19);
+        }));
+    },
+};
+
+const kUnknown = {
+    p: 'status',
+    async after(page, { expectStatus }) {
+        expectStatus(404, page);
+        await page.goto('/servlet?p=voicemail');
+    },
+};
+
 const kFirstRun = {
     async before(page) {
         await deliverPhone(page.request);
@@ -117,7 +227,8 @@ test('the password is changed, or each page would ask for that', async ({ page }
     await expect(resultMessage(page)).toHaveText('Saved.');
 });
 
-for (const { name, p, before, after, viewport = kDesk, colorScheme = 'light', language = 'en' } of [
+for (const { name, p, part = 'body', before, after, viewport = kDesk, colorScheme = 'light',
+    language = 'en' } of [
     { name: 'sign-in' },
     { name: 'status', ...kStatus, viewport: kTall },
     { name: 'status-dark', ...kStatus, viewport: kTall, colorScheme: 'dark' },
@@ -128,9 +239,20 @@ for (const { name, p, before, after, viewport = kDesk, colorScheme = 'light', la
     { name: 'upgrade', ...kUpload },
     { name: 'network-de', p: 'network', language: 'de' },
     { name: 'phone-zh', ...kRinging, language: 'zh', colorScheme: 'dark' },
+    { name: 'session-ending', ...kEnding },
+    { name: 'contact-removed', ...kRemoved, viewport: kHand },
+    { name: 'contacts-preview', ...kPreview, language: 'de' },
+    { name: 'backup', p: 'settings-config', viewport: kTall },
+    { name: 'provisioning-zh', ...kServer, language: 'zh' },
+    { name: 'security-dark', ...kSecurity, viewport: kTall, colorScheme: 'dark' },
+    { name: 'not-found', ...kUnknown },
+    { name: 'network-trial', ...kTrial, colorScheme: 'dark' },
+    { name: 'firmware-waits', p: 'settings-upgrade', after: uploadFirmware },
+    { name: 'log', ...kLog },
+    { name: 'restart', ...kRestart, viewport: kHand },
     { name: 'first-run', ...kFirstRun, viewport: kTall }, // the last one: the phone is a new one then
 ]) {
-    test(name, async ({ visit }) => {
+    test(name, async ({ visit, expectStatus, playwright, baseURL }) => {
         const page = await visit({ language, viewport, colorScheme });
         await before?.(page);
         if (p) {
@@ -138,14 +260,14 @@ for (const { name, p, before, after, viewport = kDesk, colorScheme = 'light', la
         } else {
             await page.goto('/');
         }
-        await after?.(page);
+        await after?.(page, { expectStatus, playwright, baseURL });
         for (const [selector, text] of Object.entries(kSteadyTexts)) {
             await page.locator(selector).evaluateAll((elements, shown) => elements.forEach(
                 (element) => { element.textContent = shown; }), text);
         }
         // No hover effects from the pointer.
         await page.mouse.move(0, 0);
-        await page.evaluate(() => window.scrollTo(0, 0));
+        await page.locator(part).evaluate((element) => element.scrollIntoView());
         await page.screenshot({ path: `${kImages}${name}.png`, animations: 'disabled', caret: 'hide' });
     });
 }
