@@ -19,7 +19,7 @@ const kSteadyTexts = {
     'div:has(> dd > .code) > dt': 'eth0',
     'div:has(> dd > .code) .address': '192.0.2.10',
     '.code': '02:00:00:00:00:10',
-    '[data-page=security] dl > :nth-child(2) > dd': '2026-03-02 09:41:07',
+    '[data-page=security] :is(dl > :nth-child(2) > dd, td:nth-child(2))': '2026-03-02 09:41:07',
     '[data-trial-left]': '1:52',
 };
 
