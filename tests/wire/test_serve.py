@@ -194,6 +194,18 @@ def hello(serve_and_wait, project):
     return serve_and_wait("--build", BUILD, "--plugin", project)
 
 
+def test_files_in_the_build_folder_of_another_project_are_kept(serve_and_wait):
+    kept = BUILD / "plugin/kept"
+    kept.parent.mkdir(parents=True, exist_ok=True)
+    kept.write_text("an author's")
+    (BUILD / "plugin/CMakeCache.txt").unlink(missing_ok=True)
+    try:
+        serve_and_wait("--build", BUILD, "--plugin", SOURCE / "examples/hello")
+        assert kept.read_text() == "an author's"
+    finally:
+        kept.unlink(missing_ok=True)
+
+
 def test_a_plug_in_is_served_instead_of_the_phones_pages(hello):
     assert f"http://127.0.0.1:{hello.front.port}/servlet?p=hello\n" in hello.log
     page = hello.front.curl("/servlet?p=hello", "--data", "name=%26you&times=1")
