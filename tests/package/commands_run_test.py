@@ -132,7 +132,7 @@ def daemon(folder):
     socket = folder / "fcgi_host.sock"
     env = dict(os.environ, APP_LOG="stderr", PATH=f"{SOURCE}/build/dev/host:{os.environ['PATH']}")
     with started("exec " + LISTEN.replace("/run", str(folder)), folder / "log", env=env) as process:
-        process.wait_until(socket.exists)
+        process.wait_until(lambda: is_listening(socket))
         pidof = folder / "bin/pidof"
         pidof.parent.mkdir()
         pidof.write_text(f"#!/bin/sh\necho {process.process.pid}\n")
@@ -165,7 +165,7 @@ def test_the_daemon_runs_in_the_debugger(folder):
     def here(command):
         return command.replace("/tmp/", f"{folder}/")
     with started("exec " + here(DEBUG_DAEMON), folder / "log") as gdb:
-        gdb.wait_until((folder / "fcgi.sock").exists)
+        gdb.wait_until(lambda: is_listening(folder / "fcgi.sock"))
         with started(here(REQUEST), folder / "answer") as request:
             gdb.wait_for(STOPPED)
             gdb.type("delete", "continue")

@@ -57,6 +57,9 @@ def environment(prefix):
                 PKG_CONFIG_PATH=str(prefix / "lib/pkgconfig"))
 
 
-def is_listening(port):
-    with socket.socket() as probe:
-        return probe.connect_ex(("127.0.0.1", port)) == 0
+def is_listening(address):
+    """Whether a program accepts connections at this TCP port, or at this path of a Unix socket. That
+    the path exists does not say so yet: bind(2) makes it, and listen(2) comes later."""
+    local = isinstance(address, pathlib.Path)
+    with socket.socket(socket.AF_UNIX if local else socket.AF_INET) as probe:
+        return probe.connect_ex(str(address) if local else ("127.0.0.1", address)) == 0
