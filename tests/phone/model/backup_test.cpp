@@ -44,7 +44,8 @@ State otherState() {
 }
 
 // Returns the errors; checks that nothing is set after any.
-std::string errorsOf(const std::string& file, const std::string& passphrase = kPassphrase) {
+std::string errorsWhenRestored(const std::string& file,
+                               const std::string& passphrase = kPassphrase) {
     State state = otherState();
     const std::string before = stateText(state);
     const std::string errors = textOf(readBackup(file, passphrase, state));
@@ -104,14 +105,15 @@ TEST(Backup, CannotSetThePassword) {
 
 TEST(Backup, IsRefusedAsAWhole) {
     const std::string file = backupOf(someState(), kPassphrase);
-    EXPECT_EQ(errorsOf(file), "");
-    EXPECT_EQ(errorsOf(file, "seven quiet hen"), "config: wrongPassphrase");
-    EXPECT_EQ(errorsOf(file.substr(0, file.size() / 2)), "config: wrongPassphrase");
-    EXPECT_EQ(errorsOf(file.substr(0, 20)), "config: wrongPassphrase");
+    EXPECT_EQ(errorsWhenRestored(file), "");
+    EXPECT_EQ(errorsWhenRestored(file, "seven quiet hen"), "config: wrongPassphrase");
+    EXPECT_EQ(errorsWhenRestored(file.substr(0, file.size() / 2)), "config: wrongPassphrase");
+    EXPECT_EQ(errorsWhenRestored(file.substr(0, 20)), "config: wrongPassphrase");
     std::string changed = file;
     changed[changed.size() / 2] ^= 1;
-    EXPECT_EQ(errorsOf(changed), "config: wrongPassphrase");
-    EXPECT_EQ(errorsOf("desk phone backup 2\n" + file.substr(20)), "config: otherVersion");
+    EXPECT_EQ(errorsWhenRestored(changed), "config: wrongPassphrase");
+    EXPECT_EQ(errorsWhenRestored("desk phone backup 2\n" + file.substr(20)),
+              "config: otherVersion");
 }
 
 TEST(Backup, WithAStateThatThePhoneDoesNotUnderstandIsRefused) {
@@ -122,9 +124,9 @@ TEST(Backup, WithAStateThatThePhoneDoesNotUnderstandIsRefused) {
         std::string text = good;
         ASSERT_NE(text.find(part), std::string::npos);
         text.replace(text.find(part), std::string(part).size(), other);
-        EXPECT_EQ(errorsOf(seal(text, kPassphrase)), "config: otherVersion") << other;
+        EXPECT_EQ(errorsWhenRestored(seal(text, kPassphrase)), "config: otherVersion") << other;
     }
-    EXPECT_EQ(errorsOf(seal("", kPassphrase)), "config: otherVersion");
+    EXPECT_EQ(errorsWhenRestored(seal("", kPassphrase)), "config: otherVersion");
 }
 
 TEST(Backup, HasRoomForTheLargestState) {
@@ -138,8 +140,8 @@ TEST(Backup, HasRoomForTheLargestState) {
     }
     const std::string file = backupOf(state, kPassphrase);
     EXPECT_LT(file.size(), kMaxBackupBytes);
-    EXPECT_EQ(errorsOf(file), "");
-    EXPECT_EQ(errorsOf(file + std::string(kMaxBackupBytes, ' ')),
+    EXPECT_EQ(errorsWhenRestored(file), "");
+    EXPECT_EQ(errorsWhenRestored(file + std::string(kMaxBackupBytes, ' ')),
               "config: tooLarge " + std::to_string(kMaxBackupBytes));
 }
 
