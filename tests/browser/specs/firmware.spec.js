@@ -190,6 +190,7 @@ test('new firmware waits on every visit until it is discarded', async ({ page })
     await signInTo(page, 'settings-upgrade');
     const before = await version(page).innerText();
     await upload(page, image({ version: '9.8.9' }));
+    await expect(waiting(page)).toBeVisible();
     await open(page, 'settings-upgrade');
     await expect(waiting(page)).toContainText(text('upgrade.waiting', { waitingVersion: '9.8.9' }));
     await waiting(page).getByRole('button', { name: text('upgrade.discard') }).click();
@@ -202,6 +203,7 @@ test('a restart asks again if other firmware was uploaded meanwhile',
     async ({ page, request, check, expectStatus }) => {
         await signInTo(page, 'settings-upgrade');
         await upload(page, image({ version: '9.8.7' }));
+        await expect(waiting(page)).toContainText('9.8.7');
         const other = await page.context().newPage();
         await open(other, 'settings-upgrade');
         await upload(other, image({ version: '9.8.8' }));
