@@ -13,11 +13,13 @@ import pytest
 import raw_http
 from fixtures import SOURCE
 
+# One after the other: each attack alone keeps a web server and the daemon busy.
+pytestmark = pytest.mark.xdist_group("loops held")
+
 SECONDS = 8
 STRANGERS = 50  # per second
 USERS = 5  # per second
 SOON = 2  # seconds
-LATE = 5  # seconds, for the few that a busy machine delays; a loop that is held takes longer
 
 UPLOAD = raw_http.raw(
     "POST /servlet?p=settings-config&q=import HTTP/1.1", "Host: 127.0.0.1",
@@ -70,6 +72,4 @@ def test_uploads_that_never_come_hold_up_no_user(start, kind):
         answers = [each.result() for each in answers]
     assert len(strangers.connections) > SECONDS * STRANGERS / 2
     assert [status for status, _ in answers] == ["200"] * SECONDS * USERS
-    waits = sorted(seconds for _, seconds in answers)
-    assert waits[len(waits) * 9 // 10] < SOON
-    assert waits[-1] < LATE
+    assert max(seconds for _, seconds in answers) < SOON

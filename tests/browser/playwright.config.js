@@ -33,7 +33,7 @@ export default defineConfig({
         contextOptions: { reducedMotion: 'reduce' },
         screenshot: 'only-on-failure',
         launchOptions: {
-            // Chromium without windows, which needs little more than half the processor time.
+            // Chromium without windows, which needs far less processor time.
             executablePath: '/usr/bin/chromium-headless-shell',
             // Chromium refuses to run as root in its sandbox.
             chromiumSandbox: process.getuid() !== 0,

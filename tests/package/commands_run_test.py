@@ -12,8 +12,8 @@ import tempfile
 import pytest
 
 from background import BUILDING, PATIENCE, started
-from conftest import SOURCE, is_listening, run
-from ports import free_port
+from conftest import SOURCE, run
+from ports import free_port, is_listening
 
 sys.path.append(str(SOURCE / "tests"))
 import run as steps

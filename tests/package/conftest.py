@@ -4,7 +4,6 @@ import contextlib
 import fcntl
 import os
 import pathlib
-import socket
 import subprocess
 import sys
 
@@ -55,11 +54,3 @@ def prefix(tmp_path_factory):
 def environment(prefix):
     return dict(os.environ, LD_LIBRARY_PATH=str(prefix / "lib"),
                 PKG_CONFIG_PATH=str(prefix / "lib/pkgconfig"))
-
-
-def is_listening(address):
-    """Whether a program accepts connections at this TCP port, or at this path of a Unix socket. That
-    the path exists does not say so yet: bind(2) makes it, and listen(2) comes later."""
-    local = isinstance(address, pathlib.Path)
-    with socket.socket(socket.AF_UNIX if local else socket.AF_INET) as probe:
-        return probe.connect_ex(str(address) if local else ("127.0.0.1", address)) == 0

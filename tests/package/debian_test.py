@@ -12,10 +12,9 @@ import time
 import pytest
 
 import debs
-from conftest import is_listening
 from debian_release import release_and_mirror
 from debs import NAMES, SOURCE, run
-from ports import free_port
+from ports import free_port, is_listening
 
 HERE = pathlib.Path(__file__).resolve().parent
 ROOTS = SOURCE / "build/debian"  # kept for the next run

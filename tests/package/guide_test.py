@@ -7,9 +7,9 @@ import pytest
 
 import shown_commands
 from background import BUILDING, PATIENCE, started
-from conftest import SOURCE, environment, is_listening, run
+from conftest import SOURCE, environment, run
 from documents_test import section
-from ports import free_port
+from ports import free_port, is_listening
 
 CHAPTERS = {
     "testing": r"100% tests passed",

@@ -18,8 +18,8 @@ import urllib.request
 import pytest
 
 import shown_commands
-from conftest import SOURCE, is_listening, run
-from ports import free_port
+from conftest import SOURCE, run
+from ports import free_port, is_listening
 
 PATIENCE = 60  # seconds; normally one is enough
 PROJECT = SOURCE / "tools/servlet_new/project"

@@ -11,8 +11,8 @@ import time
 
 import pytest
 
-from conftest import is_listening, run
-from ports import free_port
+from conftest import run
+from ports import free_port, is_listening
 from terminal import ENDINGS, Terminal
 
 PATIENCE = 60  # seconds for what normally takes one

@@ -1,4 +1,4 @@
-"""TCP ports for what tests start: each belongs to one test process until that process ends."""
+"""Ports for what tests start: each TCP port belongs to one test process until that process ends."""
 
 import random
 import socket
@@ -29,6 +29,15 @@ def _is_free(port):
         except OSError:
             return False
     return True
+
+
+def is_listening(address):
+    """Whether a program accepts connections at this TCP port of this machine, or at this path of a Unix
+    socket. That the path exists does not say so yet: bind(2) makes it, and listen(2) comes later."""
+    family, name = (socket.AF_INET, ("127.0.0.1", address)) if isinstance(address, int) else (
+        socket.AF_UNIX, str(address))
+    with socket.socket(family) as probe:
+        return probe.connect_ex(name) == 0
 
 
 def free_port():

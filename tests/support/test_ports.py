@@ -60,3 +60,22 @@ def test_a_port_on_which_another_program_listens_is_left_out(few):
 def test_the_ports_are_not_those_of_outgoing_connections():
     first, last = map(int, pathlib.Path("/proc/sys/net/ipv4/ip_local_port_range").read_text().split())
     assert not set(ports.RANGE) & set(range(first, last + 1))
+
+
+def test_a_port_is_listening_once_a_program_listens_there():
+    with socket.socket() as server:
+        port = ports.free_port()
+        server.bind(("127.0.0.1", port))
+        assert not ports.is_listening(port)
+        server.listen()
+        assert ports.is_listening(port)
+
+
+def test_a_unix_socket_is_listening_only_after_its_path_has_been_made(tmp_path):
+    path = tmp_path / "socket"
+    assert not ports.is_listening(path)
+    with socket.socket(socket.AF_UNIX) as server:
+        server.bind(str(path))
+        assert path.exists() and not ports.is_listening(path)
+        server.listen()
+        assert ports.is_listening(path) and ports.is_listening(str(path))

@@ -13,7 +13,7 @@ import tempfile
 import time
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-from ports import free_port
+from ports import free_port, is_listening
 
 # A log record. The excluded characters are the control characters of Unicode.
 RECORD = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ [a-z]+ \[[^]]+\]"
@@ -49,11 +49,6 @@ def wait_until(condition, what, patience=PATIENCE):
             return
         time.sleep(0.005)
     raise AssertionError(f"{what}: not within {patience} s")
-
-
-def accepts_connections(family, address):
-    with socket.socket(family) as probe:
-        return probe.connect_ex(address) == 0
 
 
 class Host:
@@ -227,7 +222,7 @@ class Starter:
     def wait_for_socket(self, process):
         def ready():
             assert process.poll() is None, (self.folder / "host.log").read_text()
-            return accepts_connections(socket.AF_UNIX, self.socket_path)
+            return is_listening(self.socket_path)
         wait_until(ready, "listening")
         os.chmod(self.socket_path, 0o666)
 
@@ -245,7 +240,7 @@ class Starter:
 
         def ready():
             assert process.poll() is None, (self.folder / f"{kind}.log").read_text()
-            return accepts_connections(socket.AF_INET, ("127.0.0.1", port))
+            return is_listening(port)
         wait_until(ready, f"{kind} listening")
         return Front(kind, port, "https" if "tls" in additions else "http")
 

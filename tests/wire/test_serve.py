@@ -12,8 +12,8 @@ import time
 import pytest
 
 from conftest import SOURCE
-from ports import free_port
-from service import Front, accepts_connections, wait_until
+from ports import free_port, is_listening
+from service import Front, wait_until
 
 # One after the other, since they build in one folder.
 pytestmark = pytest.mark.xdist_group("serve")
@@ -82,7 +82,7 @@ class Served:
 
     def answers(self):
         assert self.process.poll() is None, self.log
-        return accepts_connections(socket.AF_INET, ("127.0.0.1", self.front.port))
+        return is_listening(self.front.port)
 
     @property
     def log(self):

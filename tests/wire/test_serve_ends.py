@@ -1,12 +1,10 @@
 """scripts/serve leaves no process behind, however it is ended."""
 
-import socket
-
 import pytest
 
 from conftest import SOURCE
-from service import Front, accepts_connections, wait_until
-from ports import free_port
+from service import Front, wait_until
+from ports import free_port, is_listening
 from terminal import ENDINGS, Terminal
 from test_serve import BUILD, BUILDING, environment
 
@@ -24,7 +22,7 @@ def served(request, folder):
 
     def answers():
         assert terminal.process.poll() is None, terminal.log()
-        return (accepts_connections(socket.AF_INET, ("127.0.0.1", port)) and
+        return (is_listening(port) and
                 b"HTTP/1." in Front("lighttpd", port).curl("/servlet?p=hello").raw)
     try:
         wait_until(answers, "serving", BUILDING)

@@ -1,9 +1,8 @@
 """The daemon serves with all listeners or not at all: without one, it would let requests through that
 the listener stops."""
 
-import socket
-
-from service import PATIENCE, accepts_connections, wait_until
+from ports import is_listening
+from service import PATIENCE, wait_until
 
 CONFIGURATION_ERROR = 78  # EX_CONFIG of sysexits.h
 FAILURE = ("fcgi_host: the plug-in configuration could not be read, or a listener in it could not be "
@@ -16,7 +15,7 @@ def test_it_ends_if_a_listener_cannot_be_created(start, folder):
                           env=start.environment)
     assert process.wait(PATIENCE) == CONFIGURATION_ERROR
     assert (folder / "host.log").read_text().endswith(FAILURE)
-    assert not accepts_connections(socket.AF_UNIX, start.socket_path)
+    assert not is_listening(start.socket_path)
 
 
 def test_a_supervisor_starts_it_until_it_has_all_listeners(start, front, folder):

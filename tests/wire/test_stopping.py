@@ -12,7 +12,8 @@ import time
 import pytest
 
 import fastcgi
-from service import accepts_connections, in_background, wait_until
+from ports import is_listening
+from service import in_background, wait_until
 
 STOP_SIGNALS = [signal.SIGTERM, signal.SIGINT, signal.SIGHUP]
 
@@ -147,7 +148,7 @@ def test_the_plug_ins_are_torn_down(start):
 def test_a_shared_socket_stays_open_and_its_file_in_place(start):
     listener = start.shared_socket()
     assert start.host(stdin=listener).stop() == 0
-    assert accepts_connections(socket.AF_UNIX, start.socket_path)
+    assert is_listening(start.socket_path)
 
 
 def test_an_idle_daemon_ends_though_the_file_of_its_shared_socket_is_gone(start):

@@ -14,8 +14,8 @@ import pytest
 
 import fastcgi
 from conftest import SOURCE
-from ports import free_port
-from service import PATIENCE, accepts_connections, wait_until
+from ports import free_port, is_listening
+from service import PATIENCE, wait_until
 
 MIB = 1 << 20
 HEAD = (b"--edge\r\nContent-Disposition: form-data; name=\"image\"; filename=\"image.bin\"\r\n"
@@ -235,7 +235,7 @@ def connect(start):
         return socket.create_connection(("127.0.0.1", port), PATIENCE)
     port = free_port()
     start.host(f"--listen=127.0.0.1:{port}", "--threads", "1")
-    wait_until(lambda: accepts_connections(socket.AF_INET, ("127.0.0.1", port)), "listening")
+    wait_until(lambda: is_listening(port), "listening")
     return connect
 
 
