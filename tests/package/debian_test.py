@@ -38,7 +38,7 @@ def packages():
 @pytest.fixture(scope="module")
 def newer_packages(packages, tmp_path_factory):
     folder = tmp_path_factory.mktemp("newer")
-    run("cpack", "--config", debs.FOLDER / "release/CPackConfig.cmake", "-B", folder,
+    run("cpack", "--config", debs.BUILD / "CPackConfig.cmake", "-B", folder,
         "-D", "CPACK_DEBIAN_PACKAGE_RELEASE=2")
     return debs.debs(folder, ARCHITECTURE, 2)
 
@@ -219,7 +219,7 @@ def recipe(packages, tmp_path_factory):
     printed = ""
     for command in commands[2:]:
         # The packages' build, which has the same preset and prefix.
-        there = command.replace("build/release", str(debs.FOLDER / "release"))
+        there = command.replace("build/release", str(debs.BUILD))
         printed = run("sh", "-c", re.sub(r"\bimage\b", str(image), there))
     return image, printed
 

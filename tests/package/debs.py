@@ -6,6 +6,7 @@ import subprocess
 from conftest import SOURCE
 
 FOLDER = SOURCE / "build/packages"
+BUILD = SOURCE / "build/packages-release"  # where those for this machine are built
 NAMES = ["fcgiserver", "fcgiserver-dev", "fcgiserver-phone"]
 
 
