@@ -7,7 +7,9 @@ import pytest
 from browser import Browser, token_in
 
 WRONG, WAIT = 403, 429
-FREE, FREE_IN_ALL, SECONDS_IN_ALL = 3, 30, 2  # as kit/include/kit/attempt_limit.h has them
+# As kit/include/kit/attempt_limit.h has them.
+FREE, FIRST_WAIT = 3, 2
+FREE_IN_ALL, SECONDS_IN_ALL = 30, 2
 
 
 @pytest.fixture
@@ -24,11 +26,18 @@ def guess(phone):
     return guess
 
 
-def test_one_address_has_few_attempts(guess):
-    answers = [guess("127.0.0.5") for _ in range(20)]
+def test_each_wait_of_an_address_is_twice_as_long_as_the_last(guess):
+    answers, allowed = [], []
+    while len(allowed) <= FREE + 1:
+        asked = time.monotonic()
+        answers.append(guess("127.0.0.5"))
+        if answers[-1] == WRONG:
+            allowed.append((asked, time.monotonic()))
     assert answers[:FREE] == [WRONG] * FREE
-    assert answers.count(WRONG) <= FREE + 2  # the first waits are short
-    assert answers[-1] == WAIT
+    assert set(answers[FREE:]) == {WRONG, WAIT}
+    waits = [answered - asked for (asked, _), (_, answered) in zip(allowed[FREE - 1:], allowed[FREE:])]
+    # The phone's clock counts whole seconds.
+    assert [wait > FIRST_WAIT * 2 ** number - 1 for number, wait in enumerate(waits)] == [True] * 2, waits
 
 
 def test_many_addresses_have_few_attempts_together(guess):
