@@ -372,6 +372,14 @@ def test_a_daemon_that_ends_is_reported_and_started_again(hello, project):
     assert "the daemon was ended by SIGABRT, and is started again" in hello.log
 
 
+def test_a_mistake_against_the_kits_preconditions_ends_the_daemon_and_is_named(hello, project):
+    replace(project / "hello.cpp", '"times", 1, kMaxTimes', '"times", 9, kMaxTimes')
+    wait_until(lambda: "serving again" in hello.log, "the new source", BUILDING)
+    hello.front.curl("/servlet?p=hello", "--data", "name=you&times=2")
+    assert "Assertion `min <= max && \"`min` must not be above `max`\"' failed" in hello.log
+    wait_for_page(hello, "Hello, stranger!")
+
+
 def test_files_of_editors_and_of_own_builds_are_ignored(hello, project):
     for folder, name in (("out", "CMakeCache.txt"), ("begun", "CMakeFiles/CMakeOutput.log")):
         (project / folder / name).parent.mkdir(parents=True)
