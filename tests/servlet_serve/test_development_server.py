@@ -6,6 +6,7 @@ import os
 import pathlib
 import socket
 import sys
+import threading
 
 import pytest
 
@@ -130,6 +131,42 @@ def test_the_place_of_a_text_is_found_in_source_code(project):
     assert project.place_of('"other.html"') is None
     (project.folder / "page.cpp").write_bytes(b"\xff \"page.html\"\n")
     assert project.place_of('"page.html"') == (project.folder / "page.cpp", 1)
+
+
+# ---- Two folders change places
+
+@pytest.fixture
+def folders(tmp_path):
+    return put(tmp_path / "www/page", "earlier").parent, put(tmp_path / "image/page", "later").parent
+
+
+def test_a_file_can_be_read_while_folders_change_places(folders):
+    begun, is_done, misses = threading.Event(), threading.Event(), []
+
+    def read():
+        while not is_done.is_set():
+            try:
+                (folders[0] / "page").read_text()
+            except OSError as error:
+                misses.append(error)
+            begun.set()
+    reader = threading.Thread(target=read)
+    reader.start()
+    begun.wait()
+    for _ in range(2001):
+        development_server.exchange(*folders)
+    is_done.set()
+    reader.join()
+    assert not misses
+    assert [(folder / "page").read_text() for folder in folders] == ["later", "earlier"]
+
+
+def test_folders_change_places_where_the_file_system_cannot_do_it_at_once(folders, monkeypatch):
+    monkeypatch.setattr(development_server, "RENAME_EXCHANGE", 1 << 30)  # refused by every file system
+    put(folders[0].with_name("www-old") / "page", "of an update that was cut off")
+    development_server.exchange(*folders)
+    assert [(folder / "page").read_text() for folder in folders] == ["later", "earlier"]
+    assert not folders[0].with_name("www-old").exists()
 
 
 # ---- Whether there is anything new

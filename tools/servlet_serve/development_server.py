@@ -8,6 +8,7 @@ open here: requests wait while one daemon follows another.
 import argparse
 import collections
 import contextlib
+import ctypes
 import filecmp
 import os
 import pathlib
@@ -23,6 +24,10 @@ import xml.etree.ElementTree
 
 import problems
 import relay
+
+LIBC = ctypes.CDLL(None)
+AT_FDCWD = -100  # of <fcntl.h>
+RENAME_EXCHANGE = 2  # of <stdio.h>
 
 POLL = 0.2  # seconds between two looks at the project's files
 HERE = pathlib.Path(__file__).resolve().parent
@@ -355,7 +360,7 @@ class Server:
     def place(self):
         """Serves what was installed. Returns whether it differs from what was served before, and sets the
         problem if the daemon does not start with it."""
-        www, old = self.arguments.www, self.arguments.build / "www-old"
+        www = self.arguments.www
         config = self.installed / SERVLET_XML
         config.write_bytes(config.read_bytes().replace(
             DEVICE_LIBRARIES.encode(), os.fsencode(self.arguments.library_folder)))
@@ -363,11 +368,11 @@ class Server:
             return False
         needs_daemon = not self.daemon.is_running() or not all(
             is_same(self.installed / folder, www / folder) for folder in READ_ONCE)
-        shutil.rmtree(old, ignore_errors=True)
         # Renamed, not copied: the daemon goes on using the library that it has opened.
         if www.exists():
-            www.rename(old)
-        self.installed.rename(www)
+            exchange(www, self.installed)
+        else:
+            self.installed.rename(www)
         if needs_daemon:
             self.start_daemon()
         return True
@@ -405,6 +410,19 @@ class Server:
 
     def say(self, text):
         print_line(f"{self.arguments.name}: {text}")
+
+
+def exchange(one, other):
+    """Lets two folders change places. Both are there at any time, since requests are served meanwhile; not so
+    where the file system cannot do that, see renameat2(2)."""
+    paths = os.fsencode(one), os.fsencode(other)
+    if LIBC.renameat2(AT_FDCWD, paths[0], AT_FDCWD, paths[1], RENAME_EXCHANGE) == 0:
+        return
+    between = one.with_name(f"{one.name}-old")
+    shutil.rmtree(between, ignore_errors=True)
+    one.rename(between)
+    other.rename(one)
+    between.rename(other)
 
 
 def is_same(one, other):
