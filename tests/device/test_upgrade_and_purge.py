@@ -10,6 +10,7 @@ import time
 import newer_packages
 from conftest import PASSWORD, Visitor
 from test_device import AUDIO, SIGN_IN, daemon
+from virtual_phone import PATIENCE
 
 VISITORS = 2
 VOLUME = "6"
@@ -48,28 +49,34 @@ class Reader(threading.Thread):
 
 @contextlib.contextmanager
 def reading(port):
-    """Lets visitors read; afterwards what it yielded contains how often they got what."""
+    """Lets visitors read, and yields them."""
     readers = [Reader(port) for _ in range(VISITORS)]
-    outcomes = collections.Counter()
     for reader in readers:
         reader.start()
     try:
-        yield outcomes
+        yield readers
     finally:
         for reader in readers:
             reader.is_done.set()
         for reader in readers:
             reader.join()
-            outcomes.update(reader.outcomes)
+
+
+def wait_until_all_have_read(what, readers):
+    """Returns in any case after a while: the outcomes tell what was read instead."""
+    end = time.monotonic() + PATIENCE
+    while not all(reader.outcomes[what] for reader in readers) and time.monotonic() < end:
+        time.sleep(1)
 
 
 def test_an_upgrade_loses_no_request_and_no_setting(phone, console, owner, measured):
     assert owner.post("audio", "save", **AUDIO, speakerVolume=VOLUME)[0] == 303
     before = daemon(console)
     console.output("mkdir /var/tmp/newer && tar -x -f /dev/vdb -C /var/tmp/newer")
-    with reading(phone.port) as outcomes:
-        console.output("dpkg -i /var/tmp/newer/*.deb", timeout=600)
-        Visitor(phone.port).get(SIGN_IN)
+    with reading(phone.port) as readers:
+        console.output("dpkg -i /var/tmp/newer/*.deb && rm -r /var/tmp/newer", timeout=600)
+        wait_until_all_have_read("later page", readers)
+    outcomes = sum((reader.outcomes for reader in readers), collections.Counter())
     assert set(outcomes) == {"style sheet", "earlier page", "later page"}, outcomes
     measured.append(f"requests during an upgrade of the packages: {sum(outcomes.values())}, none lost")
     assert daemon(console) not in (0, before)
@@ -79,7 +86,6 @@ def test_an_upgrade_loses_no_request_and_no_setting(phone, console, owner, measu
     assert owner.send("GET", "/servlet?p=audio")[0] == 303
     owner.sign_in(PASSWORD)
     assert f'value="{VOLUME}"' in owner.get("/servlet?p=audio")
-    console.output("rm -r /var/tmp/newer")
 
 
 def test_a_purge_leaves_nothing_but_the_daemons_user(phone, console):
